@@ -1,0 +1,51 @@
+# Install rules: the libraries, the headers of the library, of the declarations and of the embedded
+# host in one include folder, a package for find_package(tarn), and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+if(NOT TARGET tarn)
+    message(STATUS "tarn: nothing to install, there is no shared library without a host")
+    return()
+endif()
+
+set(tarn_package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tarn")
+set(tarn_installed_targets tarn tarn_declarations)
+set(tarn_installed_headers src/cpp/include/ src/cpp/declarations/)
+set(tarn_link_flags "-ltarn")
+if(TARN_HOST STREQUAL "embedded")
+    foreach(library IN ITEMS cvlmetrics cvlcoreplatform cvlsys)
+        list(APPEND tarn_installed_targets ${library})
+        list(APPEND tarn_installed_headers host/${library}/include/)
+        string(APPEND tarn_link_flags " -l${library}")
+    endforeach()
+endif()
+
+install(
+    TARGETS ${tarn_installed_targets}
+    EXPORT tarn-targets
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(
+    DIRECTORY ${tarn_installed_headers}
+    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+    FILES_MATCHING
+    PATTERN "*.h")
+install(
+    EXPORT tarn-targets
+    NAMESPACE tarn::
+    DESTINATION "${tarn_package_folder}")
+
+configure_package_config_file(
+    "${PROJECT_SOURCE_DIR}/cmake/tarn-config.cmake.in" "${PROJECT_BINARY_DIR}/tarn-config.cmake"
+    INSTALL_DESTINATION "${tarn_package_folder}")
+# Until 1.0.0 a new minor version may break its users.
+write_basic_package_version_file(
+    "${PROJECT_BINARY_DIR}/tarn-config-version.cmake" COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/tarn-config.cmake"
+              "${PROJECT_BINARY_DIR}/tarn-config-version.cmake"
+        DESTINATION "${tarn_package_folder}")
+
+# The file finds its prefix from its own place, so that an installed tree can be moved.
+set(tarn_pkgconfig_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+file(RELATIVE_PATH tarn_prefix_from_pkgconfig "/${tarn_pkgconfig_folder}" "/")
+string(REGEX REPLACE "/$" "" tarn_prefix_from_pkgconfig "${tarn_prefix_from_pkgconfig}")
+configure_file("${PROJECT_SOURCE_DIR}/cmake/tarn.pc.in" "${PROJECT_BINARY_DIR}/tarn.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/tarn.pc" DESTINATION "${tarn_pkgconfig_folder}")

@@ -1,0 +1,66 @@
+# What all of the project's libraries have in common.
+
+# Settings of every target: the language level of our own sources, and nothing exported unless a
+# declaration says so. The position-independent code is needed by static and object libraries that
+# end up in a shared one.
+function(tarn_configure_target target)
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    set_target_properties(
+        ${target}
+        PROPERTIES CXX_EXTENSIONS OFF
+                   CXX_VISIBILITY_PRESET hidden
+                   VISIBILITY_INLINES_HIDDEN ON
+                   POSITION_INDEPENDENT_CODE ON)
+endfunction()
+
+# Settings of the four shared libraries. They are never unloaded (-z nodelete), because scopes and
+# thread-local state may outlive any dlclose(); and they are complete in themselves.
+function(tarn_configure_shared_library target)
+    tarn_configure_target(${target})
+    target_compile_features(${target} INTERFACE cxx_std_17)
+    target_link_options(${target} PRIVATE LINKER:--no-undefined LINKER:-z,nodelete)
+    set_target_properties(
+        ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                             INSTALL_RPATH "$ORIGIN")
+endfunction()
+
+# tarn_keep_existing(<list>): drops the sources that are not written yet, and says so.
+function(tarn_keep_existing list)
+    set(kept)
+    foreach(source IN LISTS ${list})
+        cmake_path(ABSOLUTE_PATH source OUTPUT_VARIABLE path)
+        if(EXISTS "${path}")
+            list(APPEND kept "${source}")
+        else()
+            message(STATUS "not written yet: ${path}; configure again when it is")
+        endif()
+    endforeach()
+    set(${list} "${kept}" PARENT_SCOPE)
+endfunction()
+
+# tarn_add_host_library(<name>
+#     [SOURCES <file>...]     explicit list, relative to the caller's folder
+#     [LIBRARIES <target>...] what users of the library need as well (lower host libraries)
+#     [PRIVATE <target>...]   what only the library's own sources need)
+#
+# Defines <name> (alias tarn::<name>) with the declarations and host/<name>/include as its public
+# include folders. Without sources it is an interface library: headers only.
+function(tarn_add_host_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PRIVATE")
+    tarn_keep_existing(arg_SOURCES)
+    if(arg_SOURCES)
+        add_library(${name} SHARED ${arg_SOURCES})
+        tarn_configure_shared_library(${name})
+        target_link_libraries(${name} PRIVATE ${arg_PRIVATE})
+        target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+        set(scope PUBLIC)
+    else()
+        add_library(${name} INTERFACE)
+        set(scope INTERFACE)
+    endif()
+    add_library(tarn::${name} ALIAS ${name})
+    target_include_directories(
+        ${name} ${scope} "$<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>"
+                         "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+    target_link_libraries(${name} ${scope} tarn_declarations ${arg_LIBRARIES})
+endfunction()
