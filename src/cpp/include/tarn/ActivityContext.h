@@ -1,0 +1,64 @@
+#pragma once
+
+#include "tarn/Export.h"
+
+#include "cvlcoreplatform/TString.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <memory>
+
+namespace tarn {
+
+/// The identity of one activity. It never changes, is shared by `std::shared_ptr`, and may be
+/// read on any number of threads.
+class TARN_EXPORT ActivityContext {
+public:
+    /// A fresh root: request id "-", one new id as activity, root and sponsor, depths 0.
+    ActivityContext();
+
+    /// Mind the order: the root stands before the activity.
+    ActivityContext(TString requestId,
+                    TString rootId,
+                    TString activityId,
+                    TString sponsorId,
+                    int traceDepth,
+                    int serviceDepth);
+
+    TString GetRequestId() const { return m_requestId; }
+
+    TString GetActivityId() const { return m_activityId; }
+
+    TString GetRootId() const { return m_rootId; }
+
+    /// The activity that this one was started by; its own id at a root.
+    TString GetSponsorId() const { return m_sponsorId; }
+
+    /// How deep the activity lies in its tree.
+    int GetTraceDepth() const noexcept { return m_traceDepth; }
+
+    /// The same across services.
+    int GetServiceDepth() const noexcept { return m_serviceDepth; }
+
+    /// A new activity id: random while foreground thread contexts are enabled, else always the
+    /// same fixed id.
+    static TString NewTarnId();
+
+private:
+    const TString m_requestId;
+    const TString m_activityId;
+    const TString m_rootId;
+    const TString m_sponsorId;
+    const int32 m_traceDepth;
+    const int32 m_serviceDepth;
+};
+
+/// Where the context of a new scope comes from.
+struct ActivityContextInitializer {
+    /// May be null: the scope then starts a fresh tree.
+    std::shared_ptr<ActivityContext> parent;
+
+    /// True: the scope takes over the parent's ids and depths. False: it becomes its child.
+    bool adopt = false;
+};
+
+}  // namespace tarn

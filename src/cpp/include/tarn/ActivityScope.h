@@ -1,0 +1,153 @@
+#pragma once
+
+#include "tarn/ActivityContext.h"
+#include "tarn/CustomContext.h"
+#include "tarn/Export.h"
+#include "tarn/Traits.h"
+
+#include "cvlmetrics/Context.h"
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/MetricsValue.h"
+#include "cvlmetrics/Scope.h"
+#include "cvlsys/CpuTime.h"
+#include "cvlsys/IntegerTypes.h"
+#include "cvlsys/MemoryTracking.h"
+
+#include <list>
+#include <memory>
+
+namespace tarn {
+
+/// A timed piece of work, from construction to destruction. Make one on the stack where the work
+/// begins:
+///
+///     tarn::ActivityScope scope("load", {{"path", path}});
+///
+/// The scope gets a context of its own, a child of the thread's current one, and is the thread's
+/// current activity until it ends. Whether it is switched off (`TarnSettings`) is decided once,
+/// at construction; a scope that is off does nothing for its whole life.
+///
+/// A scope belongs to the thread that built it, and scopes end in the reverse order of their
+/// beginnings. Only the constructors throw (`std::bad_alloc`), and what the attribute operations
+/// throw when memory runs out.
+///
+/// Names are UTF-8; they and the attribute lists are used during the call only. A list that is
+/// given away is empty afterwards.
+class TARN_EXPORT ActivityScope {
+public:
+    explicit ActivityScope(const char* name);
+    ActivityScope(const char* name, Metrics::NameValueList&& attributes);
+    ActivityScope(const char* name, Traits traits);
+    ActivityScope(const char* name, Traits traits, Metrics::NameValueList&& attributes);
+    ActivityScope(const char* name, CustomContext&& context);
+    ActivityScope(const char* name, CustomContext&& context, Metrics::NameValueList&& attributes);
+    ActivityScope(const char* name, CustomContext&& context, Traits traits);
+    ActivityScope(const char* name,
+                  CustomContext&& context,
+                  Traits traits,
+                  Metrics::NameValueList&& attributes);
+
+    /// Begins under a given context instead of the thread's current one.
+    ActivityScope(const char* name,
+                  CustomContext&& context,
+                  Traits traits,
+                  Metrics::NameValueList&& attributes,
+                  const ActivityContextInitializer& initializer);
+
+    ActivityScope(const ActivityScope&) = delete;
+    ActivityScope& operator=(const ActivityScope&) = delete;
+
+    /// Ends the scope. An exception that is under way and was not reported before is recorded as
+    /// an early termination. Ends the process when a measured scope ends on another thread than
+    /// it began on, or out of order.
+    ~ActivityScope() noexcept;
+
+    /// Adds attributes, which stand in the end event.
+    void Add(Metrics::NameValueList&& attributes);
+
+    /// Adds a log supplement: attributes with the time of the call.
+    void Log(Metrics::NameValueList&& attributes);
+
+    /// Marks the work as canceled, with more pairs that say why. The last report counts.
+    void Cancel(Metrics::NameValueList&& attributes);
+
+    /// Adds context attributes that hold until the scope ends.
+    void AddContext(CustomContext&& context);
+
+    /// Null for a scope that is off, and while foreground thread contexts are disabled.
+    const std::shared_ptr<ActivityContext> GetActivityContext() const { return m_activityContext; }
+
+    /// Makes the scope's contexts current on the calling thread, for work that moves there.
+    void AttachToThread();
+
+    /// Takes the scope's contexts off the calling thread.
+    void DetachFromThread();
+
+    const Traits& GetTraits() const noexcept { return m_traits; }
+
+    /// What `TarnSettings` says.
+    bool IsOff(const char* name) const;
+    bool IsOff(TraceRank rank) const;
+    bool IsEitherOff(TraceRank rank, const char* name) const;
+
+    /// Whether tracing is enabled and somebody listens.
+    static bool IsTarnEnabled();
+
+    /// The tokens of result attributes, for hosts that report results of their own.
+    static const wchar_t* const canceledAttrToken;
+    static const wchar_t* const earlyTerminationAttrToken;
+    static const wchar_t* const errorCodeAttrToken;
+    static const wchar_t* const errorSourceAttrToken;
+    static const wchar_t* const errorStatusCodeAttrToken;
+    static const wchar_t* const exceptionAttrToken;
+    static const wchar_t* const messageAttrToken;
+    static const wchar_t* const resultKeyAttrToken;
+    static const wchar_t* const typeAttrToken;
+
+private:
+    friend class ActivityContextProxy;
+
+    // What was reported of the outcome; anything but None suppresses the early termination.
+    enum class Status : int32 { None = 0, Failed = 1, Canceled = 2 };
+
+    // Decides, once, whether the scope is on.
+    bool TurnOn(const char* name);
+
+    void BeginScope(const char* name,
+                    Metrics::NameValueList&& attributes,
+                    const ActivityContextInitializer& initializer);
+    void BeginScope(const char* name, Metrics::NameValueList&& attributes);
+    void BeginScope(const char* name);
+    void OpenMetricsScope(const char* name, Metrics::NameValueList&& attributes);
+    void LeaveActivityContext();
+    void ReportEarlyTermination();
+    void ReleaseResources();
+    void EmitThreadId();
+
+    void AddToScope(Metrics::NameValueList&& attributes);
+    void AddLogToScope(Metrics::NameValueList&& attributes);
+    void AddResultToScope(Metrics::NameValueList&& attributes);
+    void SetCustomContext(Metrics::NameValueList&& attributes);
+
+    void InitializeResourceTracking();
+    void EmitResourceStats();
+
+    static std::unique_ptr<Metrics::Context, Metrics::Context_deleter>
+    CreateMetricsContextIfOneDoesNotAlreadyExist();
+
+    // The order is that of construction; the metrics context goes last, behind its scope.
+    std::unique_ptr<Metrics::Context, Metrics::Context_deleter> m_metricsContext;
+    Metrics::Scope m_scope;
+    corvala::memory::MemoryCounter m_memoryCounter;
+    std::unique_ptr<corvala::memory::MemoryScope> m_memoryScope;
+    std::shared_ptr<ActivityContext> m_activityContext;
+    corvala::cputime::ThreadTimeValue m_cpuTime;
+    std::unique_ptr<corvala::cputime::ThreadTimeScope> m_cpuScope;
+    bool m_off = false;
+    bool m_trackResources;
+    Status m_status = Status::None;
+    std::list<Metrics::MetricsCloseScopeActions> m_postCloseEvents;
+    Traits m_traits;
+};
+
+}  // namespace tarn

@@ -1,0 +1,146 @@
+#pragma once
+
+#include "tarn/ActivitySchema.h"
+#include "tarn/Export.h"
+#include "tarn/IMetricsMonitorSink.h"
+#include "tarn/IMetricsMonitorUUID.h"
+
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TString.h"
+#include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlsys/IntegerTypes.h"
+#include "cvlsys/MemoryTracking.h"
+
+#include <memory>
+#include <utility>
+
+namespace tarn {
+enum class ScopeStateDumpType : int32;
+}
+
+/// Turns the stream of metrics events into activity log events: it rebuilds contexts and the tree
+/// of open scopes, and hands a begin and an end event for each traced scope to its sink. A
+/// process has one, for its root metrics context:
+///
+///     RefCntPtr<MetricsMonitor> monitor(new MetricsMonitor(rootContextId));
+///     monitor->Register(true);
+///
+/// It is held by counted references only; the bus holds one while it is registered, so unregister
+/// it before the last reference goes. It takes no lock: the bus never delivers two events to it
+/// at once. Counting queries and test hooks are for moments when nothing is delivered.
+class TARN_EXPORT MetricsMonitor : public Metrics::IMetricsListener {
+public:
+    struct ScopeState;
+    struct ScopeStateWithEventTimeInfo;
+    struct ContextInfo;
+    struct MetricsTimeInfo;
+
+    /// The sink that a monitor starts with: the host's logger, at Info severity.
+    class TARN_EXPORT LogSink : public IMetricsMonitorSink {
+    public:
+        ~LogSink() override;
+        void Log(const TLog::Event& event) override;
+    };
+
+    /// `contextId` is the host's root context. While tracing is disabled the monitor knows no
+    /// context; set the option first.
+    explicit MetricsMonitor(uint64 contextId);
+
+    /// Drops what is still open, without events. Does not unregister.
+    ~MetricsMonitor() override;
+
+    /// Subscribes to the bus if tracing is enabled. With `flag` scopes of the host itself, which
+    /// carry no tracing bit, are received too.
+    void Register(bool flag);
+
+    /// Ends the subscription if tracing is enabled.
+    void Unregister();
+
+    /// Called by the bus. Events for contexts and scopes that it does not know are ignored; an
+    /// exception from the sink or from building a log event passes through, the records stay
+    /// consistent.
+    void OnMetricsEvent(const Metrics::MetricsEvent& event) override;
+
+    /// Replaces the sink and the id generator and owns both from then on. A null argument raises
+    /// `LogicException` and nothing is taken over.
+    void EnableTest(IMetricsMonitorSink* sink, IMetricsMonitorUUID* uuidGenerator);
+
+    bool IsEnabledForTest() const noexcept;
+
+    uint64 GetNumberOpenContexts() const noexcept;
+    uint64 GetNumberOpenScopes() const noexcept;
+
+    /// 0 for a context that the monitor does not know.
+    uint64 GetNumberOpenScopesForContext(const uint64& contextId) const;
+
+    /// The memory tracking mode that log events go by while the option IsUnitTest is on.
+    void OverrideMemoryTrackingModeForTest(corvala::memory::MemoryTrackingMode mode) const;
+
+private:
+    struct Records;
+
+    // Contexts.
+    void OnCreateContext(const Metrics::MetricsEvent& event);
+    void OnOpenContext(const Metrics::MetricsEvent& event);
+    void OnCloseContext(const Metrics::MetricsEvent& event);
+    bool ContextExists(uint64 contextId) const;
+    bool ContextExistsAndIsOpen(uint64 contextId) const;
+    bool IsRequestScope(const Metrics::MetricsEvent& event) const;
+    void AddAttributesToRequestContext(ContextInfo& context, const Metrics::NameValueList& pairs);
+    void AddPendingContextAttributesToContext(ScopeState& scope,
+                                              ContextInfo& context,
+                                              uint64 scopeId);
+    static bool IsReplaceableRequestDescription(const TString& current,
+                                                const Metrics::MetricsValue& incoming);
+    const ScopeState& InnermostState(const ContextInfo& context) const;
+
+    // Scopes.
+    void OnOpenScope(const Metrics::MetricsEvent& event);
+    void OnCloseScope(const Metrics::MetricsEvent& event);
+    void OnPostCloseScope(const Metrics::MetricsEvent& event);
+    bool ShouldOpenScope(uint64 contextId, bool tracing) const;
+    std::pair<bool, bool> ShouldCloseScope(uint64 contextId, uint64 scopeId) const;
+    bool ScopeIsOpen(uint64 scopeId) const;
+    bool ScopeIsOpenTopMostInContext(uint64 contextId, uint64 scopeId) const;
+    uint64 FindOpenSponsor(const ScopeState& state, bool anySponsor) const;
+    void FillTracingState(ScopeState& state,
+                          const Metrics::MetricsEvent& event,
+                          ContextInfo& context,
+                          bool request,
+                          bool startsRequest);
+    void LogBegin(ScopeState& state);
+    void LogEnd(ScopeState& state, const Metrics::MetricsEvent& event);
+
+    // Attributes.
+    void OnNameValue(const Metrics::MetricsEvent& event);
+    void OnNameValuePairs(const Metrics::MetricsEvent& event);
+    void OnSupplementalPairs(const Metrics::MetricsEvent& event);
+    void OnAttribute(const Metrics::MetricsEvent& event);
+    void OnAttributePairs(const Metrics::MetricsEvent& event);
+    void HandleMappableContextAttributes(ContextInfo& context, const Metrics::NameValueList& pairs);
+    static void AddContextAttributeLayer(ContextInfo& context, const Metrics::NameValueList& pairs);
+    void AddAttributeToActivity(ScopeState& state,
+                                uint64 scopeId,
+                                const TString& name,
+                                const Metrics::MetricsValue& value);
+    void OnCommandName(ScopeState& state, uint64 scopeId, const Metrics::MetricsValue& value);
+    void OnResultAttrs(ScopeState& state, const Metrics::NameValueList& pairs);
+    void AddContextAttributesToScope(ScopeState& state, ContextInfo& context, uint64 scopeId);
+    void AddSpecificContextAttributesToParent(ScopeState& state);
+    void RouteOpeningPairs(ScopeState& state, const Metrics::NameValueList& pairs);
+
+    // End figures and log events.
+    void AddEndActivitySpecificNameValues(ScopeState& state,
+                                          uint64 scopeId,
+                                          const MetricsTimeInfo& end);
+    void OnMemoryCpuValuePairs(ScopeState& state,
+                               const Metrics::NameValueList& pairs,
+                               tarn::ScopeStateDumpType dumpType);
+    static void FoldIntoParent(const ScopeState& child, ScopeState& parent);
+    TLog::Event CreateBeginLogEvent(const ScopeStateWithEventTimeInfo& scope) const;
+    TLog::Event CreateEndLogEvent(const ScopeStateWithEventTimeInfo& scope) const;
+    TLog::Event CreateLogEvent(const ScopeStateWithEventTimeInfo& scope, ActivityPhase phase) const;
+
+    std::unique_ptr<Records> m_records;
+};

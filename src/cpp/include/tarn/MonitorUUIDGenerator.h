@@ -1,0 +1,15 @@
+#pragma once
+
+#include "tarn/Export.h"
+#include "tarn/IMetricsMonitorUUID.h"
+
+/// Random ids of the host. Holds nothing.
+class TARN_EXPORT MonitorUUIDGenerator : public IMetricsMonitorUUID {
+public:
+    MonitorUUIDGenerator() = default;
+    MonitorUUIDGenerator(const MonitorUUIDGenerator&) = default;
+    MonitorUUIDGenerator& operator=(const MonitorUUIDGenerator&) = default;
+    ~MonitorUUIDGenerator() override;
+
+    TUUID CreateUUID() override;
+};

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "tarn/Export.h"
+#include "tarn/Traits.h"
+
+#include "cvlcoreplatform/TString.h"
+#include "cvlsys/TReadWriteLock.h"
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+namespace tarn {
+
+/// Which activities are switched off, and which context attributes count as attributes of the
+/// request. There is one for the process; it is never destroyed. Every operation may be called on
+/// any thread at any time, with the one exception that its comment names.
+class TARN_EXPORT TarnSettings {
+public:
+    using Names = std::unordered_set<std::string>;
+    using Mappings = std::unordered_map<TString, TString>;
+
+    static TarnSettings& GetInstance();
+
+    TarnSettings(const TarnSettings&) = delete;
+    TarnSettings& operator=(const TarnSettings&) = delete;
+
+    // ---- Activities switched off, by name (UTF-8) and by rank.
+
+    /// Replaces the set of names and logs it as event "tarn-set-offs". The event is logged before
+    /// the set takes effect and while no lock is held.
+    void SetOffs(const Names& offs);
+
+    Names GetCopyOfOffs() const;
+
+    /// Names separated by commas, without the white space around them. Reading ends at the first
+    /// empty name ("a,,b" gives a); a name of blanks alone is not empty and gives the name "".
+    static Names ParseOffActivitiesFromString(const TString& text);
+
+    /// Scopes of a higher rank are off. 0 at start; a negative threshold switches default scopes
+    /// off too.
+    void SetRankOn(TraceRank rank) noexcept;
+
+    bool IsOff(TraceRank rank) const noexcept;
+
+    /// False for a null name. Does not look at ranks.
+    bool IsOff(const char* name) const;
+
+    /// Off by rank or by name. The name must not be null unless the rank alone is off.
+    bool IsEitherOff(TraceRank rank, const char* name) const;
+
+    // ---- Attribute names that stand for attributes of the request.
+
+    /// Maps an attribute name to one of "rid", "sid", "site", "user", "req-desc", "wb", "vw";
+    /// any other target is ignored.
+    void AddEventAttributeMapping(const TString& name, const TString& target);
+
+    /// True and the target when the name is mapped.
+    std::pair<bool, TString> GetEventAttributeMapping(const TString& name) const;
+
+    /// The whole table. Takes no lock: call it only while nobody changes the mappings.
+    Mappings GetEventAttributeMappings() const;
+
+    void RemoveEventAttributeMapping(const TString& name);
+
+    /// Each of the seven targets mapped to itself, as at start, and nothing else.
+    void SetEventAttributeMappingToDefaults();
+
+private:
+    // Looked up by every scope that begins: a name is found without making a string of it.
+    struct NameHash {
+        using is_transparent = void;
+
+        std::size_t operator()(std::string_view name) const noexcept {
+            return std::hash<std::string_view>()(name);
+        }
+    };
+
+    struct NameEqual {
+        using is_transparent = void;
+
+        bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
+    };
+
+    using OffNames = std::unordered_set<std::string, NameHash, NameEqual>;
+
+    TarnSettings();
+    ~TarnSettings() = default;
+
+    bool IsNameOff(std::string_view name) const;
+
+    OffNames m_offs;
+    std::atomic<int32> m_rankOn{0};
+    Mappings m_eventAttributeMappings;
+    mutable TReadWriteLock m_lock;
+};
+
+}  // namespace tarn

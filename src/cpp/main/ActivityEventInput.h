@@ -1,0 +1,31 @@
+#pragma once
+
+#include "ContextInfo.h"
+#include "RequestContextAttributes.h"
+#include "ScopeState.h"
+
+#include "cvlcoreplatform/TString.h"
+#include "cvlcoreplatform/TUUID.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <memory>
+
+namespace tarn {
+
+/// What one log event is built from; lives as long as that takes.
+struct ActivityEventInput {
+    const MetricsMonitor::ScopeState& scope;
+    TString sponsorText;      ///< with foreground thread contexts
+    TUUID sponsorActivityId;  ///< without them
+    TUUID requestActivityId;
+
+    /// Layers of context attributes; null when the scope's context is unknown or has none.
+    std::shared_ptr<const MetricsMonitor::ContextInfo::Layers> layers;
+
+    /// Attributes of the request; empty when there is none.
+    const RequestContextAttributes::Table& attributes;
+
+    uint64 timeInMicroseconds = 0;  ///< since the epoch
+};
+
+}  // namespace tarn

@@ -1,0 +1,280 @@
+// The life of a scope: what happens, in which order, from its construction to its destruction.
+#include "tarn/ActivityScope.h"
+
+#include "ActivityContextDerivation.h"
+#include "ActivityTokenText.h"
+#include "ForegroundActivityLog.h"
+#include "ThreadActivityRegistry.h"
+
+#include "tarn/OptTarn.h"
+#include "tarn/TarnSettings.h"
+
+#include "cvlmetrics/MetricsManager.h"
+#include "cvlsys/CorvalaException.h"
+#include "cvlsys/TSystem.h"
+
+#include <exception>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+using Metrics::MetricsValue;
+
+/// A null name would be the host's slip, and no reason to take it down.
+const char* NameOrEmpty(const char* name) {
+    return name != nullptr ? name : "";
+}
+
+/// Runs one step of a destructor. A broken invariant ends the process there; whatever else goes
+/// wrong, memory that has run out above all, costs the step and nothing more.
+template <class Step>
+void Attempt(Step&& step) {
+    try {
+        std::forward<Step>(step)();
+    } catch (const LogicException&) {
+        throw;
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the host goes on without this record
+    }
+}
+
+void AppendContextPairs(Metrics::NameValueList& attributes, const ActivityContext& context) {
+    const TokenStrings& tokens = Tokens();
+    attributes.reserve(attributes.size() + 6);
+    attributes.emplace_back(tokens.traceDepthAttr, context.GetTraceDepth());
+    attributes.emplace_back(tokens.serviceDepthAttr, context.GetServiceDepth());
+    attributes.emplace_back(tokens.foregroundRootAttr, context.GetRootId());
+    attributes.emplace_back(tokens.activityIdAttr, context.GetActivityId());
+    attributes.emplace_back(tokens.sponsorActivityIdAttr, context.GetSponsorId());
+    attributes.emplace_back(tokens.ridAttr, context.GetRequestId());
+}
+
+}  // namespace
+
+ActivityScope::ActivityScope(const char* name) : ActivityScope(name, Traits()) {}
+
+ActivityScope::ActivityScope(const char* name, Metrics::NameValueList&& attributes)
+    : ActivityScope(name, Traits(), std::move(attributes)) {}
+
+ActivityScope::ActivityScope(const char* name, CustomContext&& context)
+    : ActivityScope(name, std::move(context), Traits()) {}
+
+ActivityScope::ActivityScope(const char* name,
+                             CustomContext&& context,
+                             Metrics::NameValueList&& attributes)
+    : ActivityScope(name, std::move(context), Traits(), std::move(attributes)) {}
+
+// The constructors below must not delegate to one another: a body that throws after delegating
+// would run the whole destructor.
+
+ActivityScope::ActivityScope(const char* name, Traits traits)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    if (TurnOn(name)) {
+        BeginScope(NameOrEmpty(name));
+        InitializeResourceTracking();
+    }
+}
+
+ActivityScope::ActivityScope(const char* name, Traits traits, Metrics::NameValueList&& attributes)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (TurnOn(name)) {
+        BeginScope(NameOrEmpty(name), std::move(pairs));
+        InitializeResourceTracking();
+    }
+}
+
+ActivityScope::ActivityScope(const char* name, CustomContext&& context, Traits traits)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    Metrics::NameValueList contextPairs = std::move(context.attributes);
+    if (TurnOn(name)) {
+        SetCustomContext(std::move(contextPairs));
+        BeginScope(NameOrEmpty(name));
+        InitializeResourceTracking();
+    }
+}
+
+ActivityScope::ActivityScope(const char* name,
+                             CustomContext&& context,
+                             Traits traits,
+                             Metrics::NameValueList&& attributes)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    Metrics::NameValueList contextPairs = std::move(context.attributes);
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (TurnOn(name)) {
+        SetCustomContext(std::move(contextPairs));
+        BeginScope(NameOrEmpty(name), std::move(pairs));
+        InitializeResourceTracking();
+    }
+}
+
+ActivityScope::ActivityScope(const char* name,
+                             CustomContext&& context,
+                             Traits traits,
+                             Metrics::NameValueList&& attributes,
+                             const ActivityContextInitializer& initializer)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    Metrics::NameValueList contextPairs = std::move(context.attributes);
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (TurnOn(name)) {
+        SetCustomContext(std::move(contextPairs));
+        BeginScope(NameOrEmpty(name), std::move(pairs), initializer);
+        InitializeResourceTracking();
+    }
+}
+
+ActivityScope::~ActivityScope() noexcept {
+    if (m_off) {
+        return;
+    }
+    if (!m_postCloseEvents.empty()) {
+        m_scope.SetPostScopeCloseEvents(std::move(m_postCloseEvents));
+    }
+    Attempt([this] { ReportEarlyTermination(); });
+    ReleaseResources();
+    Attempt([this] { LeaveActivityContext(); });
+    Attempt([this] { EmitThreadId(); });
+    if (m_trackResources) {
+        Attempt([this] { EmitResourceStats(); });
+    }
+}
+
+bool ActivityScope::TurnOn(const char* name) {
+    m_off = IsEitherOff(m_traits.rank, NameOrEmpty(name));
+    return !m_off;
+}
+
+std::unique_ptr<Metrics::Context, Metrics::Context_deleter>
+ActivityScope::CreateMetricsContextIfOneDoesNotAlreadyExist() {
+    if (Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId() != 0) {
+        return nullptr;
+    }
+    const uint64 contextId = Metrics::Context::Create(true);
+    std::unique_ptr<Metrics::Context, Metrics::Context_deleter> context(
+        new Metrics::Context(0, contextId));
+    context->OpenScope();
+    return context;
+}
+
+void ActivityScope::BeginScope(const char* name) {
+    if (m_off) {
+        return;
+    }
+    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
+        BeginScope(name, Metrics::NameValueList());
+    } else if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
+        m_scope.OpenImpl(MetricsValue(name));
+    }
+}
+
+void ActivityScope::BeginScope(const char* name, Metrics::NameValueList&& attributes) {
+    if (m_off) {
+        return;
+    }
+    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
+        BeginScope(name,
+                   std::move(attributes),
+                   {ThreadActivityRegistry::GetInstance().GetCurrentContext(), false});
+    } else {
+        OpenMetricsScope(name, std::move(attributes));
+    }
+}
+
+void ActivityScope::BeginScope(const char* name,
+                               Metrics::NameValueList&& attributes,
+                               const ActivityContextInitializer& initializer) {
+    if (m_off) {
+        return;
+    }
+    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
+        m_activityContext = DeriveActivityContext(initializer, m_traits.type);
+        ThreadActivityRegistry::GetInstance().Push(m_activityContext);
+        AppendContextPairs(attributes, *m_activityContext);
+        if (OptTarn::GetShouldLogForegroundActivity()) {
+            ForegroundActivityLog::WriteContext(
+                u"Register", TString(name), m_activityContext.get());
+        }
+    }
+    OpenMetricsScope(name, std::move(attributes));
+}
+
+void ActivityScope::OpenMetricsScope(const char* name, Metrics::NameValueList&& attributes) {
+    if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
+        m_scope.OpenImpl(MetricsValue(name), std::move(attributes));
+    }
+}
+
+void ActivityScope::LeaveActivityContext() {
+    if (!OptTarn::GetIsForegroundThreadContextEnabled()) {
+        return;
+    }
+    if (OptTarn::GetShouldLogForegroundActivity()) {
+        Attempt([this] {
+            ForegroundActivityLog::WriteContext(
+                u"Unregister", u"unavailable", m_activityContext.get());
+        });
+    }
+    ThreadActivityRegistry::GetInstance().Remove(m_activityContext);
+}
+
+void ActivityScope::EmitThreadId() {
+    if (m_scope.IsOpen()) {
+        m_scope.EmitImpl(Metrics::MetricsEventType::NameValue,
+                         MetricsValue(Tokens().tidAttr),
+                         MetricsValue(TSystem::ThreadID()));
+    }
+}
+
+void ActivityScope::AttachToThread() {
+    if (OptTarn::GetShouldLogForegroundActivity()) {
+        ForegroundActivityLog::WriteMessage(u"ActivityScope::AttachToThread");
+    }
+    if (m_metricsContext != nullptr) {
+        m_metricsContext->AttachToThread();
+    }
+    ThreadActivityRegistry::GetInstance().Push(m_activityContext);
+}
+
+void ActivityScope::DetachFromThread() {
+    if (OptTarn::GetShouldLogForegroundActivity()) {
+        ForegroundActivityLog::WriteMessage(u"ActivityScope::DetachFromThread");
+    }
+    if (m_metricsContext != nullptr) {
+        m_metricsContext->DetachFromThread();
+    }
+    ThreadActivityRegistry::GetInstance().Remove(m_activityContext);
+}
+
+bool ActivityScope::IsOff(const char* name) const {
+    return TarnSettings::GetInstance().IsOff(name);
+}
+
+bool ActivityScope::IsOff(TraceRank rank) const {
+    return TarnSettings::GetInstance().IsOff(rank);
+}
+
+bool ActivityScope::IsEitherOff(TraceRank rank, const char* name) const {
+    return TarnSettings::GetInstance().IsEitherOff(rank, name);
+}
+
+bool ActivityScope::IsTarnEnabled() {
+    return OptTarn::GetIsTarnEnabled() &&
+           Metrics::MetricsManager::GetInstance().GetConsumerCount() > 0;
+}
+
+}  // namespace tarn

@@ -1,0 +1,121 @@
+// What a scope says while it is open, and how it says that it failed.
+#include "ActivityTokenText.h"
+#include "NeverDestroyed.h"
+
+#include "tarn/ActivityScope.h"
+#include "tarn/ContextAttributesUtils.h"
+
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace tarn {
+namespace {
+
+using Metrics::MetricsEventType;
+using Metrics::MetricsValue;
+
+/// The name of attribute lists and supplements travels as narrow text, unlike all other names.
+const MetricsValue& NarrowActivityAttributesName() {
+    static const NeverDestroyed<MetricsValue> name(Tokens().activityAttributes.ToUtf8());
+    return name.Get();
+}
+
+}  // namespace
+
+constinit const wchar_t* const ActivityScope::canceledAttrToken = ActivityTokenText::canceledAttr;
+constinit const wchar_t* const ActivityScope::earlyTerminationAttrToken =
+    ActivityTokenText::earlyTerminationAttr;
+constinit const wchar_t* const ActivityScope::errorCodeAttrToken = ActivityTokenText::errorCodeAttr;
+constinit const wchar_t* const ActivityScope::errorSourceAttrToken =
+    ActivityTokenText::errorSourceAttr;
+constinit const wchar_t* const ActivityScope::errorStatusCodeAttrToken =
+    ActivityTokenText::errorStatusCodeAttr;
+constinit const wchar_t* const ActivityScope::exceptionAttrToken = ActivityTokenText::exceptionAttr;
+constinit const wchar_t* const ActivityScope::messageAttrToken = ActivityTokenText::messageAttr;
+constinit const wchar_t* const ActivityScope::resultKeyAttrToken = ActivityTokenText::resultKeyAttr;
+constinit const wchar_t* const ActivityScope::typeAttrToken = ActivityTokenText::typeAttr;
+
+void ActivityScope::Add(Metrics::NameValueList&& attributes) {
+    AddToScope(std::move(attributes));
+}
+
+void ActivityScope::Log(Metrics::NameValueList&& attributes) {
+    AddLogToScope(std::move(attributes));
+}
+
+void ActivityScope::Cancel(Metrics::NameValueList&& attributes) {
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (m_off) {
+        return;
+    }
+    m_status = Status::Canceled;
+    pairs.emplace_back(Tokens().resultKeyAttr, Tokens().earlyTerminationAttr);
+    pairs.emplace_back(Tokens().typeAttr, Tokens().canceledAttr);
+    AddResultToScope(std::move(pairs));
+}
+
+void ActivityScope::AddContext(CustomContext&& context) {
+    Metrics::NameValueList pairs = std::move(context.attributes);
+    if (!m_off) {
+        SetCustomContext(std::move(pairs));
+    }
+}
+
+void ActivityScope::AddToScope(Metrics::NameValueList&& attributes) {
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (!m_off && m_scope.IsOpen()) {
+        m_scope.MultiEmitImpl(
+            MetricsEventType::NameValuePairs, NarrowActivityAttributesName(), std::move(pairs));
+    }
+}
+
+void ActivityScope::AddLogToScope(Metrics::NameValueList&& attributes) {
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (!m_off && m_scope.IsOpen()) {
+        m_scope.MultiEmitImpl(
+            MetricsEventType::SupplementalPairs, NarrowActivityAttributesName(), std::move(pairs));
+    }
+}
+
+void ActivityScope::AddResultToScope(Metrics::NameValueList&& attributes) {
+    Metrics::NameValueList pairs = std::move(attributes);
+    if (!m_off && m_scope.IsOpen()) {
+        m_scope.MultiEmitImpl(
+            MetricsEventType::NameValuePairs, MetricsValue(Tokens().resultAttrs), std::move(pairs));
+    }
+}
+
+void ActivityScope::SetCustomContext(Metrics::NameValueList&& attributes) {
+    if (attributes.empty()) {
+        return;
+    }
+    if (m_postCloseEvents.size() >= m_postCloseEvents.max_size()) {
+        throw std::length_error("list too long");
+    }
+    // The action first: a layer that was sent must have its removal.
+    m_postCloseEvents.push_back(Metrics::MetricsCloseScopeActions::PopRequestContextAttributes);
+    try {
+        ContextAttributesUtils::SendAttributes(Tokens().addMappableContextAttributes,
+                                               std::move(attributes));
+    } catch (...) {
+        m_postCloseEvents.pop_back();
+        throw;
+    }
+}
+
+void ActivityScope::ReportEarlyTermination() {
+    if (m_status != Status::None || std::uncaught_exceptions() == 0) {
+        return;
+    }
+    Metrics::NameValueList pairs;
+    pairs.emplace_back(Tokens().resultKeyAttr, Tokens().earlyTerminationAttr);
+    pairs.emplace_back(Tokens().typeAttr, "stack-unwind");
+    pairs.emplace_back(Tokens().messageAttr,
+                       "an exception caused early termination, but the exception details are not "
+                       "accessible in this context.");
+    AddResultToScope(std::move(pairs));
+}
+
+}  // namespace tarn

@@ -1,0 +1,23 @@
+// What happens when the library is loaded: everything that is built on first use is built now, so
+// that no traced thread pays for it, and the platform learns how to ask whether tracing is on.
+#include "ActivityTokenText.h"
+
+#include "tarn/ActivityScope.h"
+#include "tarn/OptTarn.h"
+#include "tarn/TarnSettings.h"
+
+#include "cvlcoreplatform/CorePlatformOptions.h"
+
+namespace {
+
+bool InitializeLibrary() {
+    tarn::Tokens();
+    OptTarn::GetHostName();
+    tarn::TarnSettings::GetInstance();
+    CorePlatformOptions::SetIsTarnEnabledFunction(&tarn::ActivityScope::IsTarnEnabled);
+    return true;
+}
+
+[[maybe_unused]] const bool isInitialized = InitializeLibrary();
+
+}  // namespace

@@ -1,0 +1,145 @@
+// A monitor's life, its subscription, and the dispatch of events to their handlers.
+#include "tarn/MetricsMonitor.h"
+
+#include "LogicAssert.h"
+#include "MonitorRecords.h"
+#include "ResourceTracking.h"
+
+#include "tarn/MonitorUUIDGenerator.h"
+#include "tarn/OptTarn.h"
+
+#include "cvlcoreplatform/TFormatString.h"
+#include "cvlcoreplatform/TLog.h"
+#include "cvlmetrics/MetricsManager.h"
+#include "cvlsys/RefCntObject.h"
+
+#include <memory>
+
+namespace {
+
+constexpr const char* sourceFile = "src/cpp/main/MetricsMonitor";
+
+/// Takes over an object unless it is the owned one already.
+template <class Interface>
+void TakeOver(std::unique_ptr<Interface>& owned, Interface* replacement) {
+    if (owned.get() != replacement) {
+        owned.reset(replacement);
+    }
+}
+
+}  // namespace
+
+IMetricsMonitorSink::~IMetricsMonitorSink() = default;
+
+MetricsMonitor::LogSink::~LogSink() = default;
+
+void MetricsMonitor::LogSink::Log(const TLog::Event& event) {
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (logger.IsEnabled(TLog::Info)) {
+        logger.Log(TLog::Info, event);
+    }
+}
+
+MetricsMonitor::MetricsMonitor(uint64 contextId) : m_records(std::make_unique<Records>(contextId)) {
+    m_records->sink = std::make_unique<LogSink>();
+    m_records->uuidGenerator = std::make_unique<MonitorUUIDGenerator>();
+    if (!OptTarn::GetIsTarnEnabled()) {
+        return;
+    }
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (logger.IsEnabled(TLog::Info)) {
+        logger.LogMessage(
+            TLog::Info,
+            TFormatString(u"Opening MetricsMonitor for context %1").Arg(contextId).ToString());
+    }
+    // The root context exists before any event arrives.
+    Metrics::MetricsEvent creation;
+    creation.type = Metrics::MetricsEventType::CreateContext;
+    creation.id = contextId;
+    OnCreateContext(creation);
+}
+
+MetricsMonitor::~MetricsMonitor() {
+    m_records->uuidGenerator.reset();
+    m_records->sink.reset();
+}
+
+void MetricsMonitor::Register(bool flag) {
+    if (OptTarn::GetIsTarnEnabled()) {
+        Metrics::MetricsManager::GetInstance().AddConsumer(
+            RefCntPtr<Metrics::IMetricsListener>(this), Metrics::flagTracing, flag);
+    }
+}
+
+void MetricsMonitor::Unregister() {
+    if (OptTarn::GetIsTarnEnabled()) {
+        Metrics::MetricsManager::GetInstance().RemoveConsumer(
+            RefCntPtr<Metrics::IMetricsListener>(this));
+    }
+}
+
+void MetricsMonitor::OnMetricsEvent(const Metrics::MetricsEvent& event) {
+    // Scopes of the host that are marked in the low bits concern others.
+    constexpr uint64 lowBits = 0xF;
+    if ((event.flags & Metrics::flagTracing) == 0 && (event.flags & lowBits) != 0) {
+        return;
+    }
+    switch (event.type) {
+        case Metrics::MetricsEventType::CreateContext:
+            return OnCreateContext(event);
+        case Metrics::MetricsEventType::OpenContext:
+            return OnOpenContext(event);
+        case Metrics::MetricsEventType::CloseContext:
+            return OnCloseContext(event);
+        case Metrics::MetricsEventType::OpenScope:
+            return OnOpenScope(event);
+        case Metrics::MetricsEventType::CloseScope:
+            return OnCloseScope(event);
+        case Metrics::MetricsEventType::NameValue:
+            return OnNameValue(event);
+        case Metrics::MetricsEventType::Attribute:
+            return OnAttribute(event);
+        case Metrics::MetricsEventType::NameValuePairs:
+            return OnNameValuePairs(event);
+        case Metrics::MetricsEventType::AttributePairs:
+            return OnAttributePairs(event);
+        case Metrics::MetricsEventType::SupplementalPairs:
+            return OnSupplementalPairs(event);
+        case Metrics::MetricsEventType::PostCloseScope:
+            return OnPostCloseScope(event);
+    }
+}
+
+void MetricsMonitor::EnableTest(IMetricsMonitorSink* sink, IMetricsMonitorUUID* uuidGenerator) {
+    if (sink == nullptr) {
+        tarn::RaiseLogicAssert(sourceFile, 303, "sink", 0x92C72FA5);
+    }
+    if (uuidGenerator == nullptr) {
+        tarn::RaiseLogicAssert(sourceFile, 304, "uuidGenerator", 0xCFD85784);
+    }
+    m_records->testEnabled = true;
+    TakeOver(m_records->sink, sink);
+    TakeOver(m_records->uuidGenerator, uuidGenerator);
+}
+
+bool MetricsMonitor::IsEnabledForTest() const noexcept {
+    return m_records->testEnabled;
+}
+
+uint64 MetricsMonitor::GetNumberOpenContexts() const noexcept {
+    return m_records->contexts.size();
+}
+
+uint64 MetricsMonitor::GetNumberOpenScopes() const noexcept {
+    return m_records->scopes.size();
+}
+
+uint64 MetricsMonitor::GetNumberOpenScopesForContext(const uint64& contextId) const {
+    const ContextInfo* const context = m_records->FindContext(contextId);
+    return context != nullptr ? context->openScopes.size() : 0;
+}
+
+void MetricsMonitor::OverrideMemoryTrackingModeForTest(
+    corvala::memory::MemoryTrackingMode mode) const {
+    tarn::OverrideLoggedMemoryTrackingModeForTest(mode);
+}

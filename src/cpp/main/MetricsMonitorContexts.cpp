@@ -1,0 +1,121 @@
+// Contexts: their events, and the attributes of the requests that they serve.
+#include "MonitorRecords.h"
+#include "NeverDestroyed.h"
+#include "OptTarnInternal.h"
+
+#include "tarn/MetricsMonitor.h"
+#include "tarn/OptTarn.h"
+#include "tarn/TarnMetricsUtils.h"
+
+#include <utility>
+
+using Metrics::MetricsEvent;
+using Metrics::MetricsValue;
+
+void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
+    ContextInfo& child = m_records->contexts[event.id];
+    OptTarn::IncrementCorvalaCounterContextsCreated();
+    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsCreatedConst());
+    child.parentId = event.contextId;
+    if (event.contextId == 0) {
+        return;
+    }
+    // A child may be announced before its parent: the parent is known from then on.
+    const ContextInfo& parent = m_records->contexts[event.contextId];
+    child.baseState = InnermostState(parent);
+    if (!parent.openTracingScopes.empty()) {
+        child.openTracingScopes.push_back(parent.openTracingScopes.back());
+    }
+    child.request = parent.request;
+    if (child.layers == nullptr) {
+        child.layers = parent.layers;
+    }
+}
+
+void MetricsMonitor::OnOpenContext(const MetricsEvent& event) {
+    if (ContextInfo* const context = m_records->FindContext(event.id)) {
+        context->isOpen = true;
+    }
+}
+
+void MetricsMonitor::OnCloseContext(const MetricsEvent& event) {
+    if (m_records->contexts.erase(event.id) == 0) {
+        return;
+    }
+    OptTarn::IncrementCorvalaCounterContextsClosed();
+    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsClosedConst());
+}
+
+bool MetricsMonitor::ContextExists(uint64 contextId) const {
+    return m_records->FindContext(contextId) != nullptr;
+}
+
+bool MetricsMonitor::ContextExistsAndIsOpen(uint64 contextId) const {
+    const ContextInfo* const context = m_records->FindContext(contextId);
+    return context != nullptr && context->isOpen;
+}
+
+const MetricsMonitor::ScopeState& MetricsMonitor::InnermostState(const ContextInfo& context) const {
+    // Ids whose records were dropped out of order are passed over.
+    for (auto id = context.openScopes.rbegin(); id != context.openScopes.rend(); ++id) {
+        if (const ScopeState* const state = m_records->FindScope(*id)) {
+            return *state;
+        }
+    }
+    return context.baseState;
+}
+
+bool MetricsMonitor::IsRequestScope(const MetricsEvent& event) const {
+    if (OptTarn::GetIsForegroundThreadContextEnabled() ||
+        (event.flags & Metrics::flagTracing) != 0) {
+        return false;
+    }
+    return m_records->names.lists.Find(TarnMetricsUtils::MetricsValueToString(event.name)) ==
+           tarn::ListName::Request;
+}
+
+void MetricsMonitor::AddAttributesToRequestContext(ContextInfo& context,
+                                                   const Metrics::NameValueList& pairs) {
+    if (context.request == nullptr) {
+        return;
+    }
+    auto& attributes = context.request->attributes;
+    for (const auto& [nameValue, value] : pairs) {
+        const TString name = TarnMetricsUtils::MetricsValueToString(nameValue);
+        if (m_records->names.contextAttributes.Find(name) ==
+            tarn::ContextAttributeName::RequestDescription) {
+            const auto current = attributes.find(name);
+            if (current != attributes.end() &&
+                !IsReplaceableRequestDescription(
+                    TarnMetricsUtils::MetricsValueToString(current->second), value)) {
+                continue;
+            }
+        }
+        attributes.insert_or_assign(name, value);
+    }
+}
+
+void MetricsMonitor::AddPendingContextAttributesToContext(ScopeState& /*scope*/,
+                                                          ContextInfo& context,
+                                                          uint64 /*scopeId*/) {
+    if (context.request != nullptr && !context.pendingAttributes.empty()) {
+        AddAttributesToRequestContext(context, context.pendingAttributes);
+        context.pendingAttributes.clear();
+    }
+}
+
+bool MetricsMonitor::IsReplaceableRequestDescription(const TString& current,
+                                                     const MetricsValue& incoming) {
+    // General descriptions, which say less than what may come later.
+    static const tarn::NeverDestroyed<TString> commands(u"/sessions/{sessionId}/commands");
+    static const tarn::NeverDestroyed<TString> bootstrap(u"/bootstrapSession");
+
+    constexpr auto sensitive = TString::CaseSensitivity::Sensitive;
+    if (current.IsEmpty() || current.startsWith(commands.Get(), sensitive)) {
+        return true;
+    }
+    return current.startsWith(bootstrap.Get(), sensitive) &&
+           incoming.type == MetricsValue::MV_Utf8String &&
+           TarnMetricsUtils::ConvertMetricsValueToTString(incoming).startsWith(bootstrap.Get(),
+                                                                               sensitive);
+}

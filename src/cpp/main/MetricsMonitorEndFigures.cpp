@@ -1,0 +1,179 @@
+// Figures of a scope that ends, and what it passes on to the scope that sponsored it.
+#include "ActivityTokenText.h"
+#include "LogicAssert.h"
+#include "MonitorRecords.h"
+#include "ScopeStateDump.h"
+
+#include "tarn/MetricsMonitor.h"
+#include "tarn/OptTarn.h"
+#include "tarn/TarnMetricsUtils.h"
+
+#include "cvlcoreplatform/TFormatString.h"
+
+namespace {
+
+using Metrics::MetricsValue;
+using tarn::AddFigures;
+using tarn::ResourceFigure;
+using tarn::ResourceFigures;
+using DumpType = MetricsMonitor::ScopeState::DumpType;
+
+constexpr const char* sourceFile = "src/cpp/main/MetricsMonitor";
+
+/// In whole milliseconds, what is below is cut off.
+double SecondsBetween(int64 start, int64 end) {
+    const uint64 nanoseconds = static_cast<uint64>(end) - static_cast<uint64>(start);
+    return static_cast<double>(nanoseconds / 1'000'000) / 1000.0;
+}
+
+/// The child ran on another thread: the parent measured nothing of it.
+void FoldFromOtherThread(ResourceFigure& parent, const ResourceFigure& child, bool transparent) {
+    parent.otherThreads = AddFigures(parent.otherThreads, child.Inclusive());
+    if (transparent) {
+        parent.exclusive = AddFigures(parent.exclusive, child.exclusive);
+    }
+}
+
+/// The child ran on the parent's thread. A parent that measures has measured the child as well,
+/// so the child's share leaves the parent's exclusive figure, unless the child is transparent. A
+/// parent that measures nothing sums up its children instead.
+void FoldFromSameThread(ResourceFigure& parent,
+                        const ResourceFigure& child,
+                        bool parentMeasures,
+                        bool transparent) {
+    parent.otherThreads = AddFigures(parent.otherThreads, child.otherThreads);
+    if (!parentMeasures) {
+        parent.sameThread = AddFigures(parent.sameThread, child.sameThread);
+        return;
+    }
+    parent.exclusive = tarn::SubtractFigures(parent.exclusive, child.sameThread);
+    if (transparent) {
+        parent.exclusive = AddFigures(parent.exclusive, child.exclusive);
+    }
+}
+
+void DumpFolding(const MetricsMonitor::ScopeState& child,
+                 const MetricsMonitor::ScopeState& parent) {
+    if (!OptTarn::GetShouldLogResourceTracking() || !tarn::IsScopeStateDumpEnabled()) {
+        return;
+    }
+    const auto reason = [&child](const char16_t* format) {
+        return TFormatString(format)
+            .Arg(child.name)
+            .Arg(child.activityId.ToString(TUUIDFormatOption::UpperHyphenated))
+            .Arg(child.threadId, 0, 16)
+            .ToString();
+    };
+    tarn::WriteScopeStateDump(
+        parent, reason(u"Added memory from %1 (%2) at tid %3"), DumpType::Memory);
+    tarn::WriteScopeStateDump(parent, reason(u"Added cpu from %1 (%2) at tid %3"), DumpType::Cpu);
+}
+
+/// A request answers for its sponsees: their failures become its own.
+void PassResultOn(const TString& childResult, MetricsMonitor::ScopeState& parent) {
+    const tarn::TokenStrings& tokens = tarn::Tokens();
+    if (childResult == tokens.earlyTerminationAttr) {
+        ++parent.sponseeEarlyTerminations;
+    } else if (childResult != tokens.resultOk) {
+        ++parent.sponseeErrors;
+    }
+    if (parent.name != tokens.requestScopeName) {
+        return;
+    }
+    if (parent.sponseeErrors > 0) {
+        parent.result = tokens.errorAttr;
+    } else if (parent.sponseeEarlyTerminations > 0) {
+        parent.result = tokens.earlyTerminationAttr;
+    } else {
+        return;
+    }
+    // Once for every sponsee that ends from then on: the pairs tell how often.
+    parent.resultPairs.emplace_back(tokens.messageAttr, u"detected in one or more sponsees");
+}
+
+}  // namespace
+
+void MetricsMonitor::AddEndActivitySpecificNameValues(ScopeState& state,
+                                                      uint64 /*scopeId*/,
+                                                      const MetricsTimeInfo& end) {
+    state.elapsed = SecondsBetween(state.openTime.time, end.time);
+    state.threadIds.insert(state.threadId);
+    if (ScopeState* const parent = m_records->FindScope(FindOpenSponsor(state, true))) {
+        if (parent != &state) {
+            parent->threadIds.insert(state.threadIds.begin(), state.threadIds.end());
+        }
+        FoldIntoParent(state, *parent);
+        const TString childResult = state.result;
+        PassResultOn(childResult, *parent);
+    }
+    state.exclusive = state.elapsed - state.childrenTime;
+}
+
+void MetricsMonitor::FoldIntoParent(const ScopeState& child, ScopeState& parent) {
+    if (parent.scopeId == child.scopeId) {
+        return;
+    }
+    const bool sameThread = parent.threadId == child.threadId;
+    if (sameThread) {
+        parent.childrenTime += child.elapsed;
+    }
+    for (const auto figure : ResourceFigures::folded) {
+        if (sameThread) {
+            FoldFromSameThread(parent.resources.*figure,
+                               child.resources.*figure,
+                               !parent.untrackedOrRequest,
+                               child.transparent);
+        } else {
+            FoldFromOtherThread(
+                parent.resources.*figure, child.resources.*figure, child.transparent);
+        }
+    }
+    DumpFolding(child, parent);
+}
+
+void MetricsMonitor::OnMemoryCpuValuePairs(ScopeState& state,
+                                           const Metrics::NameValueList& pairs,
+                                           DumpType dumpType) {
+    ResourceFigures& figures = state.resources;
+    for (const auto& [name, value] : pairs) {
+        if (name.type != MetricsValue::MV_Utf16String && name.type != MetricsValue::MV_Utf8String) {
+            tarn::RaiseLogicAssert(sourceFile,
+                                   1187,
+                                   "nameType == Metrics::MetricsValue::MV_Utf16String || nameType "
+                                   "== Metrics::MetricsValue::MV_Utf8String",
+                                   0x6D0B23C8);
+        }
+        const int64 amount = TarnMetricsUtils::MetricsValueToInt(value);
+        switch (m_records->names.figures.Find(TarnMetricsUtils::MetricsValueToString(name))) {
+            case tarn::FigureName::Allocated:
+                figures.allocatedBytes.AddMeasured(amount);
+                break;
+            case tarn::FigureName::AllocatedCount:
+                figures.allocationCount.AddMeasured(amount);
+                break;
+            case tarn::FigureName::AllocatedPeak:
+                figures.allocatedPeak = amount;
+                break;
+            case tarn::FigureName::Deallocated:
+                figures.deallocatedBytes.AddMeasured(amount);
+                break;
+            case tarn::FigureName::DeallocatedCount:
+                figures.deallocationCount.AddMeasured(amount);
+                break;
+            case tarn::FigureName::UserTime:
+                figures.userTime.AddMeasured(amount);
+                break;
+            case tarn::FigureName::KernelTime:
+                figures.kernelTime.AddMeasured(amount);
+                break;
+            case tarn::FigureName::Unknown:
+                break;
+        }
+    }
+    if (OptTarn::GetShouldLogResourceTracking()) {
+        tarn::WriteScopeStateDump(state,
+                                  dumpType == DumpType::Memory ? u"Added memory from ActivityScope"
+                                                               : u"Added cpu from ActivityScope",
+                                  dumpType);
+    }
+}

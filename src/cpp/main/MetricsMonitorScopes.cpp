@@ -1,0 +1,234 @@
+// Scopes: which are tracked, what they inherit, and when they are logged.
+#include "MonitorRecords.h"
+#include "OptTarnInternal.h"
+
+#include "tarn/MetricsMonitor.h"
+#include "tarn/OptTarn.h"
+#include "tarn/TarnMetricsUtils.h"
+
+#include "cvlcoreplatform/TFormatString.h"
+#include "cvlcoreplatform/TLog.h"
+
+#include <memory>
+#include <utility>
+
+namespace {
+
+using Metrics::MetricsEvent;
+
+/// Runs a function when a block is left, by whatever way.
+template <class Function>
+class Finally {
+public:
+    explicit Finally(Function function) : m_function(std::move(function)) {}
+
+    ~Finally() { m_function(); }
+
+    Finally(const Finally&) = delete;
+    Finally& operator=(const Finally&) = delete;
+
+private:
+    Function m_function;
+};
+
+bool IsLogged(bool transparent) {
+    return !transparent || OptTarn::GetShouldLogTransparent();
+}
+
+void PopBack(std::deque<uint64>& ids) {
+    if (!ids.empty()) {
+        ids.pop_back();
+    }
+}
+
+/// Depths come from outside; one more than the largest wraps.
+int32 OneDeeper(int32 depth) {
+    return static_cast<int32>(static_cast<uint32>(depth) + 1);
+}
+
+}  // namespace
+
+bool MetricsMonitor::ShouldOpenScope(uint64 contextId, bool tracing) const {
+    return ContextExistsAndIsOpen(contextId) &&
+           (tracing || m_records->FindContext(contextId)->openScopes.empty());
+}
+
+void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
+    const bool request = IsRequestScope(event);
+    const bool tracing = (event.flags & Metrics::flagTracing) != 0 || request;
+    if (!ShouldOpenScope(event.contextId, tracing)) {
+        return;
+    }
+    ContextInfo& context = *m_records->FindContext(event.contextId);
+    ScopeState state = ScopeState::InheritingFrom(InnermostState(context));
+    state.scopeId = event.id;
+    state.name = TarnMetricsUtils::MetricsValueToString(event.name);
+    state.contextId = event.contextId;
+    state.tracing = tracing;
+
+    OptTarn::IncrementCorvalaCounterScopesOpened();
+    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopeOpenedConst());
+    const bool startsRequest = request || (tracing && context.openTracingScopes.empty());
+    if (startsRequest) {
+        context.request = std::make_shared<tarn::RequestContextAttributes>();
+    }
+    if (tracing) {
+        FillTracingState(state, event, context, request, startsRequest);
+    }
+    ScopeState& stored =
+        m_records->scopes.insert_or_assign(event.id, std::move(state)).first->second;
+    context.openScopes.push_back(event.id);
+    if (tracing) {
+        context.openTracingScopes.push_back(event.id);
+        LogBegin(stored);
+    }
+}
+
+void MetricsMonitor::FillTracingState(ScopeState& state,
+                                      const MetricsEvent& event,
+                                      ContextInfo& context,
+                                      bool request,
+                                      bool startsRequest) {
+    const bool foreground = OptTarn::GetIsForegroundThreadContextEnabled();
+    if (foreground) {
+        RouteOpeningPairs(state, event.pairs);
+    } else {
+        for (const auto& [name, value] : event.pairs) {
+            AddAttributeToActivity(
+                state, event.id, TarnMetricsUtils::MetricsValueToString(name), value);
+        }
+    }
+    state.activityId = m_records->uuidGenerator->CreateUUID();
+    state.transparent = (event.flags & Metrics::flagTransparent) != 0;
+    state.untrackedOrRequest = (event.flags & Metrics::flagUntracked) != 0 || request;
+    AddContextAttributesToScope(state, context, event.id);
+    AddPendingContextAttributesToContext(state, context, event.id);
+    if (startsRequest) {
+        state.requestActivityId = state.activityId;
+        state.sponsorChain.push_back(event.id);
+        if (!foreground) {
+            state.traceDepth = 0;
+            state.serviceDepth = 0;
+        }
+    } else {
+        state.sponsorChain.push_back(context.openTracingScopes.back());
+        if (!foreground && IsLogged(state.transparent)) {
+            state.traceDepth = OneDeeper(state.traceDepth);
+            state.serviceDepth = OneDeeper(state.serviceDepth);
+        }
+    }
+    state.openTime = MetricsTimeInfo::Of(event);
+}
+
+void MetricsMonitor::LogBegin(ScopeState& state) {
+    if (!IsLogged(state.transparent)) {
+        return;
+    }
+    // What the begin event has said the end event does not repeat.
+    const Finally emptyAttributes([&state] { state.attributes.clear(); });
+    m_records->sink->Log(CreateBeginLogEvent({state, state.openTime}));
+}
+
+std::pair<bool, bool> MetricsMonitor::ShouldCloseScope(uint64 contextId, uint64 scopeId) const {
+    if (!ContextExistsAndIsOpen(contextId)) {
+        return {false, false};
+    }
+    if (ScopeIsOpenTopMostInContext(contextId, scopeId)) {
+        return {true, false};
+    }
+    const ScopeState* const state = m_records->FindScope(scopeId);
+    if (state == nullptr) {
+        return {false, false};
+    }
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (logger.IsEnabled(TLog::Warn)) {
+        logger.LogMessage(TLog::Warn,
+                          TFormatString(u"MetricsMonitor tried to close open scope %1, %2 out of "
+                                        u"sync with context's open scopes.")
+                              .Arg(scopeId)
+                              .Arg(state->name)
+                              .ToString());
+    }
+    return {false, true};
+}
+
+void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
+    const auto [close, drop] = ShouldCloseScope(event.contextId, event.id);
+    if (drop) {
+        // The context's stacks keep the id: what was opened above it is still nested.
+        m_records->scopes.erase(event.id);
+        return;
+    }
+    if (!close) {
+        return;
+    }
+    ScopeState* const state = m_records->FindScope(event.id);
+    // The record of an id that was dropped out of order cannot say what the scope was.
+    const bool tracing = state != nullptr
+                             ? state->tracing
+                             : (event.flags & Metrics::flagTracing) != 0 || IsRequestScope(event);
+    const Finally forgetScope([this, &event, tracing] {
+        m_records->scopes.erase(event.id);
+        ContextInfo& context = *m_records->FindContext(event.contextId);
+        PopBack(context.openScopes);
+        if (tracing) {
+            PopBack(context.openTracingScopes);
+        }
+    });
+    OptTarn::IncrementCorvalaCounterScopesClosed();
+    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopedClosedConst());
+    if (tracing && state != nullptr) {
+        LogEnd(*state, event);
+    }
+}
+
+void MetricsMonitor::LogEnd(ScopeState& state, const MetricsEvent& event) {
+    const MetricsTimeInfo closeTime = MetricsTimeInfo::Of(event);
+    AddEndActivitySpecificNameValues(state, event.id, closeTime);
+    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
+        AddSpecificContextAttributesToParent(state);
+    }
+    if (IsLogged(state.transparent)) {
+        m_records->sink->Log(CreateEndLogEvent({state, closeTime}));
+    }
+}
+
+void MetricsMonitor::OnPostCloseScope(const MetricsEvent& event) {
+    ContextInfo* const context = m_records->FindContext(event.contextId);
+    if (context == nullptr || event.value.type != Metrics::MetricsValue::MV_Int64) {
+        return;
+    }
+    constexpr auto popLayer =
+        static_cast<uint32>(Metrics::MetricsCloseScopeActions::PopRequestContextAttributes);
+    const auto action = static_cast<uint32>(static_cast<uint64>(event.value.integer));
+    if (action == popLayer && context->layers != nullptr && !context->layers->empty()) {
+        context->layers->pop_back();
+    }
+}
+
+bool MetricsMonitor::ScopeIsOpen(uint64 scopeId) const {
+    return m_records->FindScope(scopeId) != nullptr;
+}
+
+bool MetricsMonitor::ScopeIsOpenTopMostInContext(uint64 contextId, uint64 scopeId) const {
+    const ContextInfo* const context = m_records->FindContext(contextId);
+    return context != nullptr && !context->openScopes.empty() &&
+           context->openScopes.back() == scopeId;
+}
+
+uint64 MetricsMonitor::FindOpenSponsor(const ScopeState& state, bool anySponsor) const {
+    for (auto id = state.sponsorChain.rbegin(); id != state.sponsorChain.rend(); ++id) {
+        const ScopeState* const sponsor = m_records->FindScope(*id);
+        if (sponsor != nullptr && (anySponsor || !sponsor->transparent)) {
+            return *id;
+        }
+    }
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (OptTarn::GetIsServer() && logger.IsEnabled(TLog::Trace)) {
+        logger.LogMessage(TLog::Trace,
+                          TFormatString(u"Scope %1 has no open sponsors.")
+                              .Arg(state.activityId.ToString(TUUIDFormatOption::UpperHyphenated))
+                              .ToString());
+    }
+    return 0;
+}

@@ -1,0 +1,197 @@
+#include "tarn/OptTarn.h"
+
+#include "NeverDestroyed.h"
+#include "OptTarnInternal.h"
+
+#include "cvlcoreplatform/ComputerName.h"
+
+#include <utility>
+
+namespace OptTarn {
+namespace {
+
+/// Texts and callbacks. They are built on first use, which the load of the library forces, and
+/// never destroyed: static destructors of the host may still trace.
+struct Texts {
+    TString hostName = TSystem::ComputerName();
+    TString defaultSiteName;
+    TString serverEnvironment;
+
+    std::function<TString(bool)> getAppProductVersion = [](bool) { return TString(); };
+    std::function<void()> emitEnvironmentMetrics = [] {};
+    std::function<void(const std::string&, uint64)> cmonIncrementCounter = [](const std::string&,
+                                                                              uint64) {};
+
+    std::string contextsCreatedName;
+    std::string contextsClosedName;
+    std::string requestContextsCreatedName;
+    std::string requestContextsClosedName;
+    std::string scopeOpenedName;
+    std::string scopeClosedName;
+};
+
+Texts& GetTexts() {
+    static tarn::NeverDestroyed<Texts> texts;
+    return texts.Get();
+}
+
+/// The previous callable is destroyed here, when the new one is in place already: its destructor
+/// may ask for the option.
+template <class Function>
+void ReplaceCallback(Function& stored, Function&& replacement) {
+    const Function previous = std::exchange(stored, std::move(replacement));
+}
+
+void ReplaceName(std::string& stored, const std::string& name) {
+    if (&stored != &name) {
+        stored = name;
+    }
+}
+
+void Increment(const std::atomic<std::atomic<int64>*>& counter) {
+    if (std::atomic<int64>* const target = counter.load(std::memory_order_relaxed)) {
+        target->fetch_add(1);
+    }
+}
+
+}  // namespace
+
+#define TARN_DEFINE_SWITCH(name)                          \
+    namespace {                                           \
+    constinit std::atomic<bool> s_##name{false};          \
+    }                                                     \
+    void Set##name(bool value) {                          \
+        s_##name.store(value, std::memory_order_relaxed); \
+    }                                                     \
+    bool Get##name() {                                    \
+        return s_##name.load(std::memory_order_relaxed);  \
+    }
+
+TARN_DEFINE_SWITCH(IsTarnEnabled)
+TARN_DEFINE_SWITCH(IsTarnPlatforms)
+TARN_DEFINE_SWITCH(IsForegroundThreadContextEnabled)
+TARN_DEFINE_SWITCH(IsServer)
+TARN_DEFINE_SWITCH(IsUnitTest)
+TARN_DEFINE_SWITCH(ShouldLogForegroundActivity)
+TARN_DEFINE_SWITCH(ShouldLogResourceTracking)
+TARN_DEFINE_SWITCH(ShouldLogTransparent)
+
+#undef TARN_DEFINE_SWITCH
+
+void SetHostName(TString hostName) {
+    GetTexts().hostName = std::move(hostName);
+}
+
+TString GetHostName() {
+    return GetTexts().hostName;
+}
+
+const TString& HostName() {
+    return GetTexts().hostName;
+}
+
+void SetDefaultSiteNameGet(TString siteName) {
+    GetTexts().defaultSiteName = std::move(siteName);
+}
+
+TString GetDefaultSiteNameGet() {
+    return GetTexts().defaultSiteName;
+}
+
+const TString& DefaultSiteName() {
+    return GetTexts().defaultSiteName;
+}
+
+void SetServerEnvironment(TString environment) {
+    GetTexts().serverEnvironment = std::move(environment);
+}
+
+TString GetServerEnvironment() {
+    return GetTexts().serverEnvironment;
+}
+
+const TString& ServerEnvironment() {
+    return GetTexts().serverEnvironment;
+}
+
+void SetGetAppProductVersion(std::function<TString(bool)> getAppProductVersion) {
+    ReplaceCallback(GetTexts().getAppProductVersion, std::move(getAppProductVersion));
+}
+
+std::function<TString(bool)> GetGetAppProductVersion() {
+    return GetTexts().getAppProductVersion;
+}
+
+void SetEmitEnvironmentMetrics(std::function<void()> emitEnvironmentMetrics) {
+    ReplaceCallback(GetTexts().emitEnvironmentMetrics, std::move(emitEnvironmentMetrics));
+}
+
+std::function<void()> GetEmitEnvironmentMetrics() {
+    return GetTexts().emitEnvironmentMetrics;
+}
+
+void SetCmonIncrementCounter(std::function<void(const std::string&, uint64)> cmonIncrementCounter) {
+    ReplaceCallback(GetTexts().cmonIncrementCounter, std::move(cmonIncrementCounter));
+}
+
+std::function<void(const std::string&, uint64)> GetCmonIncrementCounter() {
+    return GetTexts().cmonIncrementCounter;
+}
+
+void CountWithCmon(const std::string& counterName) {
+    if (const auto& count = GetTexts().cmonIncrementCounter) {
+        count(counterName, 1);
+    }
+}
+
+#define TARN_DEFINE_COUNTER_NAME(setter, getter, field) \
+    void setter(const std::string& name) {              \
+        ReplaceName(GetTexts().field, name);            \
+    }                                                   \
+    const std::string& getter() {                       \
+        return GetTexts().field;                        \
+    }
+
+TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorContextsCreatedConst,
+                         GetMetricsMonitorContextsCreatedConst,
+                         contextsCreatedName)
+TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorContextsClosedConst,
+                         GetMetricsMonitorContextsClosedConst,
+                         contextsClosedName)
+TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorRequestContextsCreatedConst,
+                         GetMetricsMonitorRequestContextsCreatedConst,
+                         requestContextsCreatedName)
+TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorRequestContextsClosedConst,
+                         GetMetricsMonitorRequestContextsClosedConst,
+                         requestContextsClosedName)
+TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorScopeOpenedConst,
+                         GetMetricsMonitorScopeOpenedConst,
+                         scopeOpenedName)
+// The getter's spelling is what hosts have been calling.
+TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorScopeClosedConst,
+                         GetMetricsMonitorScopedClosedConst,
+                         scopeClosedName)
+
+#undef TARN_DEFINE_COUNTER_NAME
+
+#define TARN_DEFINE_COUNTER(name)                                        \
+    namespace {                                                          \
+    constinit std::atomic<std::atomic<int64>*> s_counter##name{nullptr}; \
+    }                                                                    \
+    void SetCorvalaCounter##name(std::atomic<int64>* counter) {          \
+        s_counter##name.store(counter, std::memory_order_relaxed);       \
+    }                                                                    \
+    void IncrementCorvalaCounter##name() {                               \
+        Increment(s_counter##name);                                      \
+    }
+
+TARN_DEFINE_COUNTER(ContextsCreated)
+TARN_DEFINE_COUNTER(ContextsClosed)
+TARN_DEFINE_COUNTER(RequestContextsCreated)
+TARN_DEFINE_COUNTER(RequestContextsClosed)
+TARN_DEFINE_COUNTER(ScopesOpened)
+TARN_DEFINE_COUNTER(ScopesClosed)
+
+#undef TARN_DEFINE_COUNTER
+
+}  // namespace OptTarn

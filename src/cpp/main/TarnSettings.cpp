@@ -1,0 +1,140 @@
+#include "tarn/TarnSettings.h"
+
+#include "ActivityTokenText.h"
+#include "NeverDestroyed.h"
+
+#include "cvlcoreplatform/TLog.h"
+
+#include <cstddef>
+#include <string_view>
+
+namespace tarn {
+namespace {
+
+/// The attribute names that the log events read from a request.
+const std::unordered_set<TString>& CanonicalEventAttributes() {
+    static const NeverDestroyed<std::unordered_set<TString>> names(
+        std::unordered_set<TString>{Tokens().ridAttr,
+                                    Tokens().sidAttr,
+                                    Tokens().siteAttr,
+                                    Tokens().userAttr,
+                                    Tokens().requestDescription,
+                                    Tokens().workbookAttr,
+                                    Tokens().viewAttr});
+    return names.Get();
+}
+
+TarnSettings::Mappings DefaultMappings() {
+    TarnSettings::Mappings mappings(8);
+    for (const TString& name : CanonicalEventAttributes()) {
+        mappings.emplace(name, name);
+    }
+    return mappings;
+}
+
+void LogOffs(const TarnSettings::Names& offs) {
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (!logger.IsEnabled(TLog::Info)) {
+        return;
+    }
+    std::string joined;
+    for (const std::string& name : offs) {
+        if (&name != &*offs.begin()) {
+            joined += ',';
+        }
+        joined += name;
+    }
+    TLog::NameTable fields;
+    fields.emplace(TString(u"activities-turned-off"), TLog::Literal::String(TString(joined)));
+    logger.Log(TLog::Info,
+               TLog::Event(TString(u"tarn-set-offs"), TLog::Object::Make(std::move(fields))));
+}
+
+}  // namespace
+
+TarnSettings& TarnSettings::GetInstance() {
+    static TarnSettings* const instance = new TarnSettings();
+    return *instance;
+}
+
+TarnSettings::TarnSettings() : m_eventAttributeMappings(DefaultMappings()), m_lock(0) {}
+
+void TarnSettings::SetOffs(const Names& offs) {
+    // A log back end may ask for the set: it sees the old one, and finds no lock held.
+    LogOffs(offs);
+
+    OffNames replacement(offs.begin(), offs.end());
+    const TReadWriteLock::WriteGuard guard(m_lock);
+    m_offs.swap(replacement);
+}
+
+TarnSettings::Names TarnSettings::GetCopyOfOffs() const {
+    const TReadWriteLock::ReadGuard guard(m_lock);
+    return Names(m_offs.begin(), m_offs.end());
+}
+
+TarnSettings::Names TarnSettings::ParseOffActivitiesFromString(const TString& text) {
+    Names names;
+    const TString separator(u",");
+    std::size_t position = 0;
+    for (TString token = text.tokenize(separator, position); !token.IsEmpty();
+         token = text.tokenize(separator, position)) {
+        names.insert(token.Trimmed().ToUtf8());
+    }
+    return names;
+}
+
+void TarnSettings::SetRankOn(TraceRank rank) noexcept {
+    m_rankOn.store(static_cast<int32>(rank), std::memory_order_relaxed);
+}
+
+bool TarnSettings::IsOff(TraceRank rank) const noexcept {
+    return static_cast<int32>(rank) > m_rankOn.load(std::memory_order_relaxed);
+}
+
+bool TarnSettings::IsOff(const char* name) const {
+    return name != nullptr && IsNameOff(name);
+}
+
+bool TarnSettings::IsEitherOff(TraceRank rank, const char* name) const {
+    return IsOff(rank) || IsNameOff(name);
+}
+
+bool TarnSettings::IsNameOff(std::string_view name) const {
+    const TReadWriteLock::ReadGuard guard(m_lock);
+    return m_offs.find(name) != m_offs.end();
+}
+
+void TarnSettings::AddEventAttributeMapping(const TString& name, const TString& target) {
+    if (CanonicalEventAttributes().count(target) == 0) {
+        return;
+    }
+    const TReadWriteLock::WriteGuard guard(m_lock);
+    m_eventAttributeMappings.insert_or_assign(name, target);
+}
+
+std::pair<bool, TString> TarnSettings::GetEventAttributeMapping(const TString& name) const {
+    const TReadWriteLock::ReadGuard guard(m_lock);
+    const auto mapping = m_eventAttributeMappings.find(name);
+    if (mapping == m_eventAttributeMappings.end()) {
+        return {false, TString()};
+    }
+    return {true, mapping->second};
+}
+
+TarnSettings::Mappings TarnSettings::GetEventAttributeMappings() const {
+    return m_eventAttributeMappings;
+}
+
+void TarnSettings::RemoveEventAttributeMapping(const TString& name) {
+    const TReadWriteLock::WriteGuard guard(m_lock);
+    m_eventAttributeMappings.erase(name);
+}
+
+void TarnSettings::SetEventAttributeMappingToDefaults() {
+    Mappings defaults = DefaultMappings();
+    const TReadWriteLock::WriteGuard guard(m_lock);
+    m_eventAttributeMappings.swap(defaults);
+}
+
+}  // namespace tarn
