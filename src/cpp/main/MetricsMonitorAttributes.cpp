@@ -196,23 +196,21 @@ void MetricsMonitor::AddContextAttributesToScope(ScopeState& state,
 
 void MetricsMonitor::AddSpecificContextAttributesToParent(ScopeState& state) {
     const ContextInfo* const context = m_records->FindContext(state.contextId);
-    if (context == nullptr || context->request == nullptr || context->parentId == 0) {
+    if (context == nullptr || context->request == nullptr || context->parentId == 0 ||
+        !ContextExists(context->parentId)) {
         return;
     }
-    ContextInfo* const parent = m_records->FindContext(context->parentId);
-    if (parent == nullptr) {
-        return;
+    ContextInfo& parent = *m_records->FindContext(context->parentId);
+    if (parent.request == nullptr) {
+        parent.request = std::make_shared<tarn::RequestContextAttributes>();
     }
-    if (parent->request == nullptr) {
-        parent->request = std::make_shared<tarn::RequestContextAttributes>();
-    }
-    if (parent->request == context->request) {
+    if (parent.request == context->request) {
         return;
     }
     for (const TString& name : {tarn::Tokens().viewAttr, tarn::Tokens().workbookAttr}) {
         const auto found = context->request->attributes.find(name);
         if (found != context->request->attributes.end()) {
-            parent->request->attributes.insert_or_assign(name, found->second);
+            parent.request->attributes.insert_or_assign(name, found->second);
         }
     }
 }

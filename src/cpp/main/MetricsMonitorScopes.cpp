@@ -136,8 +136,7 @@ std::pair<bool, bool> MetricsMonitor::ShouldCloseScope(uint64 contextId, uint64 
     if (ScopeIsOpenTopMostInContext(contextId, scopeId)) {
         return {true, false};
     }
-    const ScopeState* const state = m_records->FindScope(scopeId);
-    if (state == nullptr) {
+    if (!ScopeIsOpen(scopeId)) {
         return {false, false};
     }
     TLog::Logger& logger = TLog::Logger::Get();
@@ -146,7 +145,7 @@ std::pair<bool, bool> MetricsMonitor::ShouldCloseScope(uint64 contextId, uint64 
                           TFormatString(u"MetricsMonitor tried to close open scope %1, %2 out of "
                                         u"sync with context's open scopes.")
                               .Arg(scopeId)
-                              .Arg(state->name)
+                              .Arg(m_records->FindScope(scopeId)->name)
                               .ToString());
     }
     return {false, true};

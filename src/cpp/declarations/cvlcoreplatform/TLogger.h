@@ -15,9 +15,8 @@ public:
     constexpr explicit NonErrorSeverity(Severity severity) noexcept : m_severity(severity) {}
 
     // Stands wherever a severity is asked for.
-    constexpr operator Severity() const noexcept {
-        return m_severity;
-    }  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    constexpr operator Severity() const noexcept { return m_severity; }
 
 private:
     Severity m_severity;

@@ -40,9 +40,8 @@ public:
     RefCntPtr() noexcept = default;
 
     // A raw pointer turns into an owner wherever one is asked for, as with the host's own types.
-    RefCntPtr(T* object) noexcept : m_object(object) {
-        Acquire();
-    }  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    RefCntPtr(T* object) noexcept : m_object(object) { Acquire(); }
 
     RefCntPtr(const RefCntPtr& other) noexcept : m_object(other.m_object) { Acquire(); }
 

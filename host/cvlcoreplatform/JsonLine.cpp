@@ -1,0 +1,288 @@
+#include "JsonLine.h"
+
+#include "TimeText.h"
+
+#include "cvlsys/TSystem.h"
+#include "cvlsys/host/Transcoding.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+namespace cvlcoreplatform {
+
+namespace {
+
+// Deeper values are cut off: nobody reads them, and writing them must not exhaust the stack.
+constexpr int mostLevels = 200;
+
+// Whoever logs a huge event once shall not keep its memory for good.
+constexpr std::size_t mostBytesKept = 256 * 1024;
+
+std::string_view NameOf(TLog::Severity severity) noexcept {
+    switch (severity) {
+        case TLog::Trace:
+            return "trace";
+        case TLog::Debug:
+            return "debug";
+        case TLog::Info:
+            return "info";
+        case TLog::Warn:
+            return "warn";
+        case TLog::Error:
+            return "error";
+        case TLog::Fatal:
+            break;
+    }
+    return "fatal";
+}
+
+// The first four units as one number that compares as they do. A shorter text counts as if it
+// went on with NULs.
+uint64 FirstUnits(std::u16string_view text) noexcept {
+    uint64 units = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        units = units << 16 | (i < text.size() ? text[i] : 0);
+    }
+    return units;
+}
+
+// Bits are collected without a branch, in blocks of a size that the compiler turns into vector
+// instructions.
+bool IsPlain(std::u16string_view text) noexcept {
+    constexpr std::size_t block = 8;
+    const auto isSpecial = [](char16_t unit) {
+        const auto distance = static_cast<std::uint16_t>(unit - u' ');
+        return static_cast<unsigned>(distance > u'~' - u' ') | static_cast<unsigned>(unit == u'"') |
+               static_cast<unsigned>(unit == u'\\');
+    };
+    const char16_t* next = text.data();
+    const char16_t* const end = next + text.size();
+    for (; static_cast<std::size_t>(end - next) >= block; next += block) {
+        unsigned special = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            special |= isSpecial(next[i]);
+        }
+        if (special != 0) {
+            return false;
+        }
+    }
+    return std::none_of(next, end, isSpecial);
+}
+
+}  // namespace
+
+bool LineWriter::WritePlain(std::u16string_view text) {
+    if (!IsPlain(text)) {
+        return false;
+    }
+    std::transform(text.begin(), text.end(), BeginPlain(text.size()), [](char16_t unit) {
+        return static_cast<char>(unit);
+    });
+    return true;
+}
+
+void LineWriter::WritePlain(std::string_view text) {
+    std::copy(text.begin(), text.end(), BeginPlain(text.size()));
+}
+
+// Writes the quotation marks and returns where the text goes between them.
+char* LineWriter::BeginPlain(std::size_t length) {
+    Prefix(rapidjson::kStringType);
+    char* const quoted = os_->Push(length + 2);
+    quoted[0] = '"';
+    quoted[length + 1] = '"';
+    EndValue(true);
+    return quoted + 1;
+}
+
+std::string_view JsonLine::Format(TLog::Severity severity,
+                                  const TLog::Event& event,
+                                  TLog::EventTimePoint now) {
+    const TLog::ActivityInfo* const info = event.GetActivityInfo();
+    Begin();
+    WriteTime(info != nullptr ? info->GetTime() : now);
+    WriteName("severity");
+    m_writer.WritePlain(NameOf(severity));
+    WriteText("event", event.GetName());
+    if (info != nullptr) {
+        WriteProcessAndThread(info->GetProcessId(), info->GetThreadId());
+        WriteText("session", info->GetSessionId());
+        WriteText("request", info->GetRequestId());
+        WriteText("user", info->GetUser());
+        WriteText("site", info->GetSite());
+        WriteOptional("environment", info->GetEnvironment().get());
+        WriteOptional("activity", info->GetActivity().get());
+        WriteOptional("attributes", info->GetAttributes().get());
+    } else {
+        WriteProcessAndThread(TSystem::ProcessID(), TSystem::ThreadID());
+    }
+    WriteOptional("body", event.GetBody().get());
+    return End();
+}
+
+std::string_view JsonLine::Format(TLog::Severity severity,
+                                  const TString& message,
+                                  TLog::EventTimePoint now) {
+    Begin();
+    WriteTime(now);
+    WriteName("severity");
+    m_writer.WritePlain(NameOf(severity));
+    WriteText("message", message);
+    WriteProcessAndThread(TSystem::ProcessID(), TSystem::ThreadID());
+    return End();
+}
+
+void JsonLine::Begin() {
+    m_out.Clear();
+    if (m_lastLength > mostBytesKept) {
+        m_out.ShrinkToFit();
+        m_utf8 = std::string();
+        m_fields = std::vector<Field>();
+    }
+    // A line that broke off for want of memory may have left some.
+    m_fields.clear();
+    m_writer.Reset(m_out);
+    m_writer.StartObject();
+}
+
+std::string_view JsonLine::End() {
+    m_writer.EndObject();
+    m_lastLength = m_out.GetSize();
+    return {m_out.GetString(), m_lastLength};
+}
+
+void JsonLine::WriteTime(TLog::EventTimePoint time) {
+    WriteName("time");
+    m_writer.WritePlain(FormatUtc(time).View());
+}
+
+void JsonLine::WriteProcessAndThread(uint32 processId, uint64 threadId) {
+    WriteName("pid");
+    m_writer.Uint(processId);
+    WriteName("tid");
+    m_writer.Uint64(threadId);
+}
+
+void JsonLine::WriteName(std::string_view name) {
+    m_writer.WritePlain(name);
+}
+
+void JsonLine::WriteText(std::string_view name, const TString& text) {
+    WriteName(name);
+    WriteText(text);
+}
+
+void JsonLine::WriteText(const TString& text) {
+    if (m_writer.WritePlain(text.View())) {
+        return;
+    }
+    m_utf8.clear();
+    cvlsys::AppendUtf8(text.View(), m_utf8);
+    m_writer.String(m_utf8.data(), static_cast<rapidjson::SizeType>(m_utf8.size()));
+}
+
+void JsonLine::WriteOptional(std::string_view name, const TLog::Value* value) {
+    if (value != nullptr) {
+        WriteName(name);
+        WriteValue(*value, 1);
+    }
+}
+
+void JsonLine::WriteValue(const TLog::Value& value, int depth) {
+    if (depth > mostLevels) {
+        m_writer.Null();
+        return;
+    }
+    switch (value.GetKind()) {
+        case TLog::ValueKind::Literal:
+            WriteLiteral(static_cast<const TLog::Literal&>(value));
+            break;
+        case TLog::ValueKind::Object:
+            WriteTable(static_cast<const TLog::Object&>(value).GetFields(), depth);
+            break;
+        case TLog::ValueKind::Array:
+            m_writer.StartArray();
+            for (const auto& item : static_cast<const TLog::Array&>(value).GetItems()) {
+                // A missing item keeps its place.
+                WriteValue(item != nullptr ? *item : *TLog::Literal::Null(), depth + 1);
+            }
+            m_writer.EndArray();
+            break;
+    }
+}
+
+void JsonLine::WriteTable(const TLog::NameTable& table, int depth) {
+    const std::size_t first = m_fields.size();
+    for (const auto& [name, value] : table) {
+        if (value != nullptr) {
+            m_fields.push_back(Field{FirstUnits(name.View()), &name, value.get()});
+        }
+    }
+    std::sort(m_fields.begin() + static_cast<std::ptrdiff_t>(first),
+              m_fields.end(),
+              [](const Field& a, const Field& b) {
+                  return a.firstUnits != b.firstUnits ? a.firstUnits < b.firstUnits
+                                                      : *a.name < *b.name;
+              });
+
+    m_writer.StartObject();
+    // By index, because tables inside this one lengthen the list while they are written.
+    for (std::size_t i = first, end = m_fields.size(); i != end; ++i) {
+        const Field field = m_fields[i];
+        WriteText(*field.name);
+        WriteValue(*field.value, depth + 1);
+    }
+    m_writer.EndObject();
+    m_fields.resize(first);
+}
+
+void JsonLine::WriteLiteral(const TLog::Literal& literal) {
+    switch (literal.GetType()) {
+        case TLog::LiteralType::String:
+            WriteText(literal.GetString());
+            break;
+        case TLog::LiteralType::Integer:
+            m_writer.Int64(literal.GetInt());
+            break;
+        case TLog::LiteralType::Double:
+            WriteNumber(literal.GetDouble(), false);
+            break;
+        case TLog::LiteralType::FixedDouble:
+            WriteNumber(literal.GetDouble(), true);
+            break;
+        case TLog::LiteralType::Boolean:
+            m_writer.Bool(literal.GetBool());
+            break;
+        case TLog::LiteralType::Null:
+            m_writer.Null();
+            break;
+    }
+}
+
+// The shortest digits that read back as the same value, always recognisable as a real number.
+void JsonLine::WriteNumber(double value, bool fixed) {
+    if (!std::isfinite(value)) {
+        m_writer.Null();
+        return;
+    }
+    // The smallest numbers in fixed notation are the longest.
+    constexpr int mostDecimals = 1100;
+    std::array<char, mostDecimals> text;
+    char* const room = text.data() + text.size() - 2;
+    char* end = fixed ? std::to_chars(text.data(), room, value, std::chars_format::fixed).ptr
+                      : std::to_chars(text.data(), room, value).ptr;
+    const std::string_view digits(text.data(), static_cast<std::size_t>(end - text.data()));
+    if (digits.find_first_of(".e") == std::string_view::npos) {
+        *end++ = '.';
+        *end++ = '0';
+    }
+    m_writer.RawValue(
+        text.data(), static_cast<std::size_t>(end - text.data()), rapidjson::kNumberType);
+}
+
+}  // namespace cvlcoreplatform

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogValue.h"
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/TString.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cvlcoreplatform {
+
+/// RapidJSON's writer with a short cut for texts that stand in JSON as they are. Nearly all names,
+/// ids and values are such.
+class LineWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+public:
+    using Writer::Writer;
+
+    /// Writes `text` if all its characters are ASCII and none needs an escape; else does nothing.
+    bool WritePlain(std::u16string_view text);
+
+    /// `text` is known to be plain.
+    void WritePlain(std::string_view text);
+
+private:
+    char* BeginPlain(std::size_t length);
+};
+
+/// Makes JSON lines. Its buffers live on between lines, so that an ordinary line allocates
+/// nothing. One thread at a time.
+class JsonLine {
+public:
+    JsonLine() = default;
+    JsonLine(const JsonLine&) = delete;
+    JsonLine& operator=(const JsonLine&) = delete;
+
+    /// The line without line end, valid until the next call. `now` is the time of an event that
+    /// has none of its own.
+    std::string_view Format(TLog::Severity severity,
+                            const TLog::Event& event,
+                            TLog::EventTimePoint now);
+    std::string_view Format(TLog::Severity severity,
+                            const TString& message,
+                            TLog::EventTimePoint now);
+
+private:
+    // A field of a table, with what decides on its place.
+    struct Field {
+        uint64 firstUnits;
+        const TString* name;
+        const TLog::Value* value;
+    };
+
+    void Begin();
+    std::string_view End();
+    void WriteTime(TLog::EventTimePoint time);
+    void WriteProcessAndThread(uint32 processId, uint64 threadId);
+    void WriteName(std::string_view name);
+    void WriteText(std::string_view name, const TString& text);
+    void WriteText(const TString& text);
+    void WriteOptional(std::string_view name, const TLog::Value* value);
+    void WriteValue(const TLog::Value& value, int depth);
+    void WriteLiteral(const TLog::Literal& literal);
+    void WriteTable(const TLog::NameTable& table, int depth);
+    void WriteNumber(double value, bool fixed);
+
+    rapidjson::StringBuffer m_out;
+    LineWriter m_writer{m_out};
+    std::string m_utf8;
+    std::size_t m_lastLength = 0;
+    // The fields of all tables that are open, those of the innermost last.
+    std::vector<Field> m_fields;
+};
+
+}  // namespace cvlcoreplatform

@@ -1,0 +1,133 @@
+#include "cvlcoreplatform/TLogEvent.h"
+
+#include "TimeText.h"
+
+#include "cvlcoreplatform/TUUID.h"
+#include "cvlsys/TSystem.h"
+
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace TLog {
+
+struct ActivityInfo::Fields {
+    EventTimePoint time;
+    uint32 processId;
+    uint64 threadId;
+    TString sessionId;
+    TString requestId;
+    TString user;
+    TString site;
+    std::shared_ptr<Value> environment;
+    std::shared_ptr<Value> activity;
+    std::shared_ptr<Object> attributes;
+};
+
+ActivityInfo::ActivityInfo(EventTimePoint time,
+                           uint32 processId,
+                           uint64 threadId,
+                           TString sessionId,
+                           TString requestId,
+                           TString user,
+                           TString site,
+                           std::shared_ptr<Value> environment,
+                           std::shared_ptr<Value> activity,
+                           std::shared_ptr<Object> attributes)
+    : m_fields(std::make_shared<const Fields>(Fields{time,
+                                                     processId,
+                                                     threadId,
+                                                     std::move(sessionId),
+                                                     std::move(requestId),
+                                                     std::move(user),
+                                                     std::move(site),
+                                                     std::move(environment),
+                                                     std::move(activity),
+                                                     std::move(attributes)})) {}
+
+EventTimePoint ActivityInfo::GetTime() const noexcept {
+    return m_fields->time;
+}
+
+uint32 ActivityInfo::GetProcessId() const noexcept {
+    return m_fields->processId;
+}
+
+uint64 ActivityInfo::GetThreadId() const noexcept {
+    return m_fields->threadId;
+}
+
+const TString& ActivityInfo::GetSessionId() const noexcept {
+    return m_fields->sessionId;
+}
+
+const TString& ActivityInfo::GetRequestId() const noexcept {
+    return m_fields->requestId;
+}
+
+const TString& ActivityInfo::GetUser() const noexcept {
+    return m_fields->user;
+}
+
+const TString& ActivityInfo::GetSite() const noexcept {
+    return m_fields->site;
+}
+
+const std::shared_ptr<Value>& ActivityInfo::GetEnvironment() const noexcept {
+    return m_fields->environment;
+}
+
+const std::shared_ptr<Value>& ActivityInfo::GetActivity() const noexcept {
+    return m_fields->activity;
+}
+
+const std::shared_ptr<Object>& ActivityInfo::GetAttributes() const noexcept {
+    return m_fields->attributes;
+}
+
+ActivityInfo ActivityInfoFactory::CreateActivityInfo(int64 time, const TString& requestId) {
+    const TString none(u"-");
+    return ActivityInfo(EventTimePoint(std::chrono::microseconds(time)),
+                        TSystem::ProcessID(),
+                        TSystem::ThreadID(),
+                        none,
+                        requestId == none ? TUUID::CreateUUID().ToString() : requestId,
+                        none,
+                        none,
+                        nullptr,
+                        nullptr,
+                        nullptr);
+}
+
+struct Event::Fields {
+    TString name;
+    std::shared_ptr<Object> body;
+    std::optional<ActivityInfo> information;
+};
+
+Event::Event(TString name, std::shared_ptr<Object> body)
+    : m_fields(
+          std::make_shared<const Fields>(Fields{std::move(name), std::move(body), std::nullopt})) {}
+
+Event::Event(TString name, std::shared_ptr<Object> body, ActivityInfo information)
+    : m_fields(std::make_shared<const Fields>(
+          Fields{std::move(name), std::move(body), std::move(information)})) {}
+
+const TString& Event::GetName() const noexcept {
+    return m_fields->name;
+}
+
+const std::shared_ptr<Object>& Event::GetBody() const noexcept {
+    return m_fields->body;
+}
+
+const ActivityInfo* Event::GetActivityInfo() const noexcept {
+    return m_fields->information ? &*m_fields->information : nullptr;
+}
+
+TString EventTimestamp::GetFormattedLocalValue() const {
+    const cvlcoreplatform::TimeText text = cvlcoreplatform::FormatLocal(m_time);
+    return TString::FromUtf8(text.View());
+}
+
+}  // namespace TLog

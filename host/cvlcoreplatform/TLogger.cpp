@@ -1,0 +1,172 @@
+#include "cvlcoreplatform/TLogger.h"
+
+#include "LogCounters.h"
+
+#include "cvlcoreplatform/host/JsonLines.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlsys/TReadWriteLock.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <pthread.h>
+#include <stdexcept>
+#include <utility>
+
+namespace TLog {
+
+namespace {
+
+using cvlcoreplatform::Count;
+using cvlcoreplatform::logCounters;
+
+// The lowest severity that is enabled. The high bit is set while there is no back end; the number
+// is larger than any severity then.
+constexpr int32 noBackEnd = 1 << 30;
+constinit std::atomic<int32> s_enabledFrom{Info};
+
+// Readers are those who log, for as long as the back end works; a writer replaces the back end,
+// and so knows that nobody is inside the old one.
+struct State {
+    TReadWriteLock lock{0};
+    std::shared_ptr<LogBackEnd> backEnd = MakeJsonStderrBackEnd();
+};
+
+constinit std::atomic<State*> s_state{nullptr};
+
+State& GetState() {
+    static State& state = []() -> State& {
+        State* const made = new State;
+        s_state.store(made, std::memory_order_release);
+        return *made;
+    }();
+    return state;
+}
+
+// Whether this thread is inside a back end, where it already holds the lock for reading.
+constinit thread_local bool t_insideBackEnd = false;
+
+// The state whose lock this thread has taken to fork.
+constinit thread_local State* t_lockedForFork = nullptr;
+
+// A fork waits until nobody is inside the back end: the child would otherwise inherit a sink that
+// is locked for ever by a thread that the child does not have.
+void LockForFork() {
+    State* const state = s_state.load(std::memory_order_acquire);
+    if (state != nullptr && !t_insideBackEnd) {
+        state->lock.LockWrite();
+        t_lockedForFork = state;
+    }
+}
+
+void UnlockAfterFork() {
+    if (State* const state = std::exchange(t_lockedForFork, nullptr)) {
+        state->lock.UnlockWrite();
+    }
+}
+
+[[maybe_unused]] const int forkHandlersRegistered =
+    pthread_atfork(LockForFork, UnlockAfterFork, UnlockAfterFork);
+
+// Around a call of the back end. The host's errno is nobody else's business, and a thread that is
+// cancelled must not unwind out of a function that does not throw.
+class BackEndCall {
+public:
+    BackEndCall() noexcept {
+        t_insideBackEnd = true;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
+    }
+
+    ~BackEndCall() {
+        pthread_setcancelstate(m_cancelState, nullptr);
+        t_insideBackEnd = false;
+        errno = m_errno;
+    }
+
+    BackEndCall(const BackEndCall&) = delete;
+    BackEndCall& operator=(const BackEndCall&) = delete;
+
+private:
+    int m_errno = errno;
+    int m_cancelState = PTHREAD_CANCEL_ENABLE;
+};
+
+template <class Use>
+void WithBackEnd(const Use& use) noexcept {
+    if (t_insideBackEnd) {
+        Count(logCounters.nestedCalls);
+        return;
+    }
+    try {
+        const BackEndCall call;
+        State& state = GetState();
+        const TReadWriteLock::ReadGuard guard(state.lock);
+        if (state.backEnd != nullptr) {
+            use(*state.backEnd);
+        }
+    } catch (...) {
+        Count(logCounters.backEndExceptions);
+    }
+}
+
+}  // namespace
+
+LogBackEnd::~LogBackEnd() = default;
+
+void LogBackEnd::Flush() {}
+
+Logger& Logger::Get() noexcept {
+    // Without members and without a destructor that does anything: it is always there.
+    static constinit Logger logger;
+    return logger;
+}
+
+bool Logger::IsEnabled(Severity severity) const noexcept {
+    return severity >= s_enabledFrom.load(std::memory_order_relaxed);
+}
+
+void Logger::Log(Severity severity, const Event& event) noexcept {
+    if (IsEnabled(severity)) {
+        WithBackEnd([&](LogBackEnd& backEnd) { backEnd.Write(severity, event); });
+    }
+}
+
+void Logger::LogMessage(Severity severity, const TString& text) noexcept {
+    if (IsEnabled(severity)) {
+        WithBackEnd([&](LogBackEnd& backEnd) { backEnd.WriteMessage(severity, text); });
+    }
+}
+
+void SetThreshold(Severity threshold) noexcept {
+    const int32 severity = std::clamp<int32>(threshold, Trace, Fatal);
+    int32 before = s_enabledFrom.load(std::memory_order_relaxed);
+    while (!s_enabledFrom.compare_exchange_weak(
+        before, severity | (before & noBackEnd), std::memory_order_relaxed)) {
+    }
+}
+
+Severity GetThreshold() noexcept {
+    return static_cast<Severity>(s_enabledFrom.load(std::memory_order_relaxed) & ~noBackEnd);
+}
+
+std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) {
+    if (t_insideBackEnd) {
+        throw std::logic_error("a log back end cannot replace the log back end");
+    }
+    State& state = GetState();
+    const TReadWriteLock::WriteGuard guard(state.lock);
+    state.backEnd.swap(backEnd);
+    if (state.backEnd != nullptr) {
+        s_enabledFrom.fetch_and(~noBackEnd, std::memory_order_relaxed);
+    } else {
+        s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
+    }
+    return backEnd;
+}
+
+void FlushLog() noexcept {
+    WithBackEnd([](LogBackEnd& backEnd) { backEnd.Flush(); });
+}
+
+}  // namespace TLog

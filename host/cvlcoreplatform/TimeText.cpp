@@ -1,0 +1,84 @@
+#include "TimeText.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <time.h>
+
+namespace cvlcoreplatform {
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::minutes;
+using std::chrono::seconds;
+using std::chrono::sys_time;
+
+void AppendDateAndTime(TimeText& text, sys_time<microseconds> time) noexcept {
+    // The library's calendar, because the C functions take a lock that all threads share.
+    const auto day = std::chrono::floor<std::chrono::days>(time);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss clock(time - day);
+    const int year = static_cast<int>(date.year());
+    if (year < 0) {
+        text.Append('-');
+    }
+    text.AppendNumber(static_cast<unsigned>(std::abs(year)), 4);
+    text.Append('-');
+    text.AppendNumber(static_cast<unsigned>(date.month()), 2);
+    text.Append('-');
+    text.AppendNumber(static_cast<unsigned>(date.day()), 2);
+    text.Append('T');
+    text.AppendNumber(static_cast<unsigned>(clock.hours().count()), 2);
+    text.Append(':');
+    text.AppendNumber(static_cast<unsigned>(clock.minutes().count()), 2);
+    text.Append(':');
+    text.AppendNumber(static_cast<unsigned>(clock.seconds().count()), 2);
+    text.Append('.');
+    text.AppendNumber(static_cast<unsigned>(clock.subseconds().count()), 6);
+}
+
+// Whole minutes, as the form has no place for more: old local mean times have seconds.
+minutes OffsetFromUtc(sys_time<microseconds> time) noexcept {
+    const time_t moment = std::chrono::floor<seconds>(time).time_since_epoch().count();
+    tm local{};
+    if (localtime_r(&moment, &local) == nullptr) {
+        return minutes(0);
+    }
+    return std::chrono::duration_cast<minutes>(seconds(local.tm_gmtoff));
+}
+
+}  // namespace
+
+void TimeText::AppendNumber(unsigned value, unsigned width) noexcept {
+    constexpr unsigned mostDigits = 10;
+    std::array<char, mostDigits> digits;
+    unsigned count = 0;
+    for (; value != 0 || count < width; value /= 10) {
+        digits[count++] = static_cast<char>('0' + value % 10);
+    }
+    while (count != 0) {
+        Append(digits[--count]);
+    }
+}
+
+TimeText FormatUtc(TLog::EventTimePoint time) noexcept {
+    TimeText text;
+    AppendDateAndTime(text, std::chrono::floor<microseconds>(time));
+    text.Append('Z');
+    return text;
+}
+
+TimeText FormatLocal(TLog::EventTimePoint time) noexcept {
+    const auto utc = std::chrono::floor<microseconds>(time);
+    const minutes offset = OffsetFromUtc(utc);
+    TimeText text;
+    AppendDateAndTime(text, utc + offset);
+    text.Append(offset < minutes(0) ? '-' : '+');
+    const auto distance = static_cast<unsigned>(std::abs(offset.count()));
+    text.AppendNumber(distance / 60, 2);
+    text.Append(':');
+    text.AppendNumber(distance % 60, 2);
+    return text;
+}
+
+}  // namespace cvlcoreplatform

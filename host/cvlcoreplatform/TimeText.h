@@ -1,0 +1,32 @@
+#pragma once
+
+#include "cvlcoreplatform/TLogEvent.h"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace cvlcoreplatform {
+
+/// A wall-clock time in the form of RFC 3339, with microseconds.
+class TimeText {
+public:
+    std::string_view View() const noexcept { return {m_characters.data(), m_length}; }
+
+    void Append(char character) noexcept { m_characters[m_length++] = character; }
+
+    /// With leading zeros up to `width` digits.
+    void AppendNumber(unsigned value, unsigned width) noexcept;
+
+private:
+    std::array<char, 48> m_characters;
+    std::size_t m_length = 0;
+};
+
+/// "2026-02-01T12:00:00.250000Z"
+TimeText FormatUtc(TLog::EventTimePoint time) noexcept;
+
+/// "2026-02-01T13:00:00.250000+01:00", in the time zone of the process.
+TimeText FormatLocal(TLog::EventTimePoint time) noexcept;
+
+}  // namespace cvlcoreplatform

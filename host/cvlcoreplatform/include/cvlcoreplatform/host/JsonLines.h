@@ -1,0 +1,60 @@
+#pragma once
+
+#include "cvlcoreplatform/Export.h"
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/TString.h"
+#include "cvlcoreplatform/host/LogBackEnd.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+// A sink of spdlog, declared here so that only its users need spdlog's headers.
+namespace spdlog::sinks {
+class sink;
+}
+
+/// The default form of the log: one JSON object a line, in UTF-8, with the fields `time`,
+/// `severity`, `event` or `message`, `pid`, `tid`, `session`, `request`, `user`, `site`,
+/// `environment`, `activity`, `attributes` and `body` in this order. The fields of a table are
+/// sorted by the UTF-16 code units of their names. A field whose object is null is left out, an
+/// empty table is `{}`. What belongs to no activity has neither of the seven fields from `session`
+/// to `attributes`, and carries the time, process and thread of writing.
+namespace TLog {
+
+/// The line, without line end. `now` is the time of an event that has none of its own.
+CVLCOREPLATFORM_API std::string FormatJsonLine(Severity severity,
+                                               const Event& event,
+                                               EventTimePoint now);
+CVLCOREPLATFORM_API std::string FormatJsonLine(Severity severity,
+                                               const TString& message,
+                                               EventTimePoint now);
+
+/// When a log file is full. The file "a.log" becomes "a.1.log" then, that one becomes "a.2.log",
+/// and so on.
+struct LogFileLimits {
+    uint64 maxBytes = 64 * 1024 * 1024;  ///< a line that goes beyond begins a new file; 0: never
+    std::size_t maxFiles = 8;            ///< how many full files are kept beside the current one
+};
+
+/// JSON lines to a file, which is appended to if it exists. Lines are written at once, each whole
+/// or not at all. A full disk loses lines, counts them and says so on the standard error stream
+/// once a minute; nothing reaches whoever logs. Throws `std::system_error`, whose text names the
+/// path and the reason, when the file cannot be opened, and `std::invalid_argument` when no full
+/// file is to be kept.
+CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonFileBackEnd(const std::string& path,
+                                                                    LogFileLimits limits = {});
+
+/// JSON lines to the standard error stream.
+CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonStderrBackEnd();
+
+/// JSON lines to any sink of spdlog, whose formatter is replaced. The sink must take lines from
+/// several threads at once (the "_mt" kinds do). Lines that it throws for are lost, counted and
+/// reported as above. `name` names the sink in such reports. Throws `std::invalid_argument` when
+/// the sink is null.
+CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonBackEnd(
+    std::shared_ptr<spdlog::sinks::sink> sink, const std::string& name);
+
+}  // namespace TLog

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "cvlcoreplatform/Export.h"
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/TString.h"
+
+namespace TLog {
+
+/// Where the logger's events and messages go. Called by any number of threads at once, so it
+/// guards its own data. What it throws is counted and goes no further. What it logs itself is
+/// dropped and counted; it must not replace the logger's back end either. An event may be kept.
+class CVLCOREPLATFORM_API LogBackEnd {
+public:
+    LogBackEnd() = default;
+    LogBackEnd(const LogBackEnd&) = delete;
+    LogBackEnd& operator=(const LogBackEnd&) = delete;
+    virtual ~LogBackEnd();
+
+    /// Gets only what passed the logger's threshold.
+    virtual void Write(Severity severity, const Event& event) = 0;
+    virtual void WriteMessage(Severity severity, const TString& text) = 0;
+
+    /// Hands on what is still buffered. Does nothing unless overridden.
+    virtual void Flush();
+};
+
+}  // namespace TLog

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "cvlcoreplatform/Export.h"
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/host/LogBackEnd.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <memory>
+
+/// How a host program sets up the process's logger. Any thread may call these operations at any
+/// time, also while others log. Without any set-up the logger writes JSON lines to the standard
+/// error stream, from `Info` on.
+namespace TLog {
+
+/// What is less severe than the threshold is dropped.
+CVLCOREPLATFORM_API void SetThreshold(Severity threshold) noexcept;
+CVLCOREPLATFORM_API Severity GetThreshold() noexcept;
+
+/// Makes `backEnd` the receiver of all that is logged from now on, and returns the one before.
+/// When it returns nobody is inside the former back end any more. Null switches logging off: no
+/// severity is enabled then. The back end that is current at the end of the process is never
+/// destroyed, because static destructors may log; flush it if it buffers. Throws
+/// `std::logic_error` when called from inside a back end.
+CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd);
+
+/// Calls `Flush` of the current back end. Never throws; a failure is counted.
+CVLCOREPLATFORM_API void FlushLog() noexcept;
+
+/// What has happened since the process started; the numbers only grow.
+struct LogStatistics {
+    uint64 lines = 0;              ///< lines that a JSON back end handed to its sink
+    uint64 bytes = 0;              ///< their length with line ends
+    uint64 writeErrors = 0;        ///< lines that could not be written and are lost
+    uint64 rotationErrors = 0;     ///< attempts to begin a new file that failed; no line was lost
+    uint64 backEndExceptions = 0;  ///< exceptions out of a back end
+    uint64 nestedCalls = 0;        ///< calls from inside a back end, which are dropped
+};
+
+CVLCOREPLATFORM_API LogStatistics GetLogStatistics() noexcept;
+
+}  // namespace TLog

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "cvlsys/IntegerTypes.h"
+
+#include <atomic>
+
+namespace Metrics {
+
+/// What a `Context` shares with the threads on which it is current. It outlives the context there:
+/// a thread that still has it on its stack finds it ended and drops it. Any thread may read it.
+struct ContextState {
+    ContextState(uint64 contextId, uint64 contextFlags, uint64 contextParentId) noexcept
+        : id(contextId),
+          flags(contextFlags),
+          parentId(contextParentId) {}
+
+    const uint64 id;
+    const uint64 flags;
+    const uint64 parentId;
+
+    // Neither orders other memory: the hand-over of a context between threads does that.
+    std::atomic<bool> ended{false};
+    std::atomic<uint64> announcedThread{0};
+};
+
+}  // namespace Metrics

@@ -1,0 +1,7 @@
+#include "cvlmetrics/IMetricsListener.h"
+
+namespace Metrics {
+
+IMetricsListener::~IMetricsListener() = default;
+
+}  // namespace Metrics

@@ -1,0 +1,85 @@
+#include "cvlmetrics/MetricsManager.h"
+
+#include "Bus.h"
+#include "MetricsManagerAccess.h"
+#include "ThreadContexts.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace Metrics {
+
+static_assert(std::is_standard_layout_v<MetricsManager> &&
+                  sizeof(MetricsManager) == sizeof(std::atomic<uint64>),
+              "The count of consumers is the first word of the manager.");
+
+constinit MetricsManager MetricsManagerAccess::s_manager;
+
+MetricsManager& MetricsManager::GetInstance() noexcept {
+    return MetricsManagerAccess::s_manager;
+}
+
+bool MetricsManager::AddConsumer(const RefCntPtr<IMetricsListener>& listener,
+                                 uint64 bits,
+                                 bool flag) {
+    if (!listener) {
+        return false;
+    }
+    Bus::AddConsumer(listener, bits, flag);
+    return true;
+}
+
+bool MetricsManager::RemoveConsumer(const RefCntPtr<IMetricsListener>& listener) {
+    return listener && Bus::RemoveConsumer(*listener);
+}
+
+MetricsThreadContext& MetricsManager::GetThreadContext() noexcept {
+    // It holds nothing: whichever thread asks it is told about itself.
+    static constinit MetricsThreadContext threadContext;
+    return threadContext;
+}
+
+uint64 MetricsThreadContext::GetMetricsContextId() const noexcept {
+    return ThreadContexts::CurrentId();
+}
+
+bool TestBits(uint64 bits) noexcept {
+    return Bus::Admits(bits);
+}
+
+bool TestBitsAndContext(uint64 bits) noexcept {
+    return Bus::Admits(bits) && ThreadContexts::CurrentId() != 0;
+}
+
+namespace {
+
+MetricsEvent AttributeEvent(MetricsEventType type, MetricsValue&& name, uint64 bits) noexcept {
+    MetricsEvent event;
+    event.contextId = ThreadContexts::CurrentId();
+    event.flags = bits;
+    event.name = std::move(name);
+    event.type = type;
+    return event;
+}
+
+}  // namespace
+
+void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
+    if (!TestBitsAndContext(bits)) {
+        return;
+    }
+    MetricsEvent event = AttributeEvent(MetricsEventType::Attribute, std::move(name), bits);
+    event.value = std::move(value);
+    Bus::Emit(std::move(event));
+}
+
+void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
+    if (!TestBitsAndContext(bits)) {
+        return;
+    }
+    MetricsEvent event = AttributeEvent(MetricsEventType::AttributePairs, std::move(name), bits);
+    event.pairs = std::move(pairs);
+    Bus::Emit(std::move(event));
+}
+
+}  // namespace Metrics

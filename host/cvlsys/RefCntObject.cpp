@@ -1,0 +1,3 @@
+#include "cvlsys/RefCntObject.h"
+
+RefCntObject::~RefCntObject() = default;

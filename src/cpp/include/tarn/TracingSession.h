@@ -1,0 +1,43 @@
+#pragma once
+
+#include "tarn/Export.h"
+#include "tarn/MetricsMonitor.h"
+
+#include "cvlmetrics/Context.h"
+#include "cvlsys/RefCntObject.h"
+
+#include <memory>
+
+namespace tarn {
+
+/// Tracing for as long as the object lives, for hosts that need nothing special: it enables
+/// tracing, makes a root metrics context that is current on the calling thread, and registers a
+/// monitor. Make one at the beginning of main, after the options are set:
+///
+///     int main() {
+///         const tarn::TracingSession session;
+///         ...
+///     }
+///
+/// One at a time: each monitor logs every scope. Scopes on all threads must have ended before the
+/// session does, and it ends on the thread that made it.
+class TARN_EXPORT TracingSession {
+public:
+    TracingSession();
+
+    /// Unregisters the monitor and puts the option IsTarnEnabled back.
+    ~TracingSession();
+
+    TracingSession(const TracingSession&) = delete;
+    TracingSession& operator=(const TracingSession&) = delete;
+
+    MetricsMonitor& GetMonitor() const noexcept { return *m_monitor; }
+
+private:
+    bool m_wasEnabled;
+    uint64 m_contextId;
+    RefCntPtr<MetricsMonitor> m_monitor;
+    std::unique_ptr<Metrics::Context> m_context;
+};
+
+}  // namespace tarn
