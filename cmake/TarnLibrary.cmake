@@ -24,43 +24,25 @@ function(tarn_configure_shared_library target)
                              INSTALL_RPATH "$ORIGIN")
 endfunction()
 
-# tarn_keep_existing(<list>): drops the sources that are not written yet, and says so.
-function(tarn_keep_existing list)
-    set(kept)
-    foreach(source IN LISTS ${list})
-        cmake_path(ABSOLUTE_PATH source OUTPUT_VARIABLE path)
-        if(EXISTS "${path}")
-            list(APPEND kept "${source}")
-        else()
-            message(STATUS "not written yet: ${path}; configure again when it is")
-        endif()
-    endforeach()
-    set(${list} "${kept}" PARENT_SCOPE)
-endfunction()
-
 # tarn_add_host_library(<name>
-#     [SOURCES <file>...]     explicit list, relative to the caller's folder
+#     SOURCES <file>...       explicit list, relative to the caller's folder
 #     [LIBRARIES <target>...] what users of the library need as well (lower host libraries)
-#     [PRIVATE <target>...]   what only the library's own sources need)
+#     [PRIVATE <target>...])  what only the library's own sources need
 #
 # Defines <name> (alias tarn::<name>) with the declarations and host/<name>/include as its public
-# include folders. Without sources it is an interface library: headers only.
+# include folders.
 function(tarn_add_host_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PRIVATE")
-    tarn_keep_existing(arg_SOURCES)
-    if(arg_SOURCES)
-        add_library(${name} SHARED ${arg_SOURCES})
-        tarn_configure_shared_library(${name})
-        target_link_libraries(${name} PRIVATE ${arg_PRIVATE})
-        target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
-        set(scope PUBLIC)
-    else()
-        add_library(${name} INTERFACE)
-        set(scope INTERFACE)
-    endif()
+    add_library(${name} SHARED ${arg_SOURCES})
     add_library(tarn::${name} ALIAS ${name})
+    tarn_configure_shared_library(${name})
     target_include_directories(
-        ${name} ${scope} "$<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>"
-                         "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
-    target_link_libraries(${name} ${scope} tarn_declarations ${arg_LIBRARIES})
+        ${name}
+        PUBLIC "$<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>"
+               "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>"
+        PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+    target_link_libraries(
+        ${name}
+        PUBLIC tarn_declarations ${arg_LIBRARIES}
+        PRIVATE ${arg_PRIVATE})
 endfunction()

@@ -7,7 +7,7 @@
 #     [TIMEOUT <seconds>])
 #
 # One GoogleTest program, each of whose tests is a test of ctest. Test support and the embedded host
-# are linked to it. Without sources nothing is defined.
+# are linked to it.
 find_package(GTest REQUIRED)
 find_package(Threads REQUIRED)
 include(GoogleTest)
@@ -17,19 +17,9 @@ function(tarn_add_test name)
     if(arg_UNPARSED_ARGUMENTS)
         message(FATAL_ERROR "tarn_add_test(${name}): unknown arguments ${arg_UNPARSED_ARGUMENTS}")
     endif()
-    tarn_keep_existing(arg_SOURCES)
-    if(NOT arg_SOURCES)
-        return()
-    endif()
     if("tarn_objects" IN_LIST arg_LIBRARIES AND "tarn::tarn" IN_LIST arg_LIBRARIES)
         message(FATAL_ERROR "tarn_add_test(${name}): tarn_objects and tarn::tarn are two copies.")
     endif()
-    foreach(library IN LISTS arg_LIBRARIES)
-        if(NOT TARGET ${library})
-            message(STATUS "${name} is left out: there is no ${library} yet")
-            return()
-        endif()
-    endforeach()
     if(NOT arg_LABEL)
         set(arg_LABEL unit)
     endif()

@@ -26,14 +26,15 @@ const char* NameOrEmpty(const char* name) {
     return name != nullptr ? name : "";
 }
 
-/// Runs one step of a destructor. A broken invariant ends the process there; whatever else goes
-/// wrong, memory that has run out above all, costs the step and nothing more.
+/// Runs one step of a destructor. A broken invariant ends the process, from within the handler, so
+/// that the runtime can say which; whatever else goes wrong, memory that has run out above all,
+/// costs the step and nothing more.
 template <class Step>
-void Attempt(Step&& step) {
+void Attempt(Step&& step) noexcept {
     try {
         std::forward<Step>(step)();
     } catch (const LogicException&) {
-        throw;
+        std::terminate();
     } catch (...) {  // NOLINT(bugprone-empty-catch): the host goes on without this record
     }
 }
@@ -146,7 +147,7 @@ ActivityScope::~ActivityScope() noexcept {
         m_scope.SetPostScopeCloseEvents(std::move(m_postCloseEvents));
     }
     Attempt([this] { ReportEarlyTermination(); });
-    ReleaseResources();
+    Attempt([this] { ReleaseResources(); });
     Attempt([this] { LeaveActivityContext(); });
     Attempt([this] { EmitThreadId(); });
     if (m_trackResources) {

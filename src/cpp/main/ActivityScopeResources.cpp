@@ -30,7 +30,8 @@ void ActivityScope::ReleaseResources() {
         RaiseLogicAssert(
             sourceFile, 249, "m_trackResources || (!m_memoryScope && !m_cpuScope)", 0xDDDE9A38);
     }
-    m_memoryScope.reset();
+    // Not by `reset`, which lets nothing out: the caller wants to know which rule was broken.
+    delete m_memoryScope.release();
     m_cpuScope.reset();
 }
 
