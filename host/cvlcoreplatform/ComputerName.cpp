@@ -1,7 +1,7 @@
 #include "cvlcoreplatform/ComputerName.h"
 
 #include <array>
-#include <limits.h>
+#include <climits>
 #include <unistd.h>
 
 namespace TSystem {

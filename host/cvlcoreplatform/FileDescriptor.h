@@ -15,6 +15,9 @@ public:
     FileDescriptor(FileDescriptor&& other) noexcept
         : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
 
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         std::swap(m_descriptor, other.m_descriptor);
         return *this;

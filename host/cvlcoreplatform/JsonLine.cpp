@@ -11,7 +11,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
+#include <cstring>
+#include <new>
 
 namespace cvlcoreplatform {
 
@@ -21,7 +22,7 @@ namespace {
 constexpr int mostLevels = 200;
 
 // Whoever logs a huge event once shall not keep its memory for good.
-constexpr std::size_t mostBytesKept = 256 * 1024;
+constexpr std::size_t mostBytesKept = std::size_t{256} << 10;
 
 std::string_view NameOf(TLog::Severity severity) noexcept {
     switch (severity) {
@@ -75,6 +76,23 @@ bool IsPlain(std::u16string_view text) noexcept {
 }
 
 }  // namespace
+
+void* LineAllocator::Malloc(std::size_t bytes) {
+    return bytes != 0 ? ::operator new(bytes) : nullptr;
+}
+
+void* LineAllocator::Realloc(void* block, std::size_t oldBytes, std::size_t newBytes) {
+    void* const larger = Malloc(newBytes);
+    if (larger != nullptr && block != nullptr) {
+        std::memcpy(larger, block, std::min(oldBytes, newBytes));
+    }
+    Free(block);
+    return larger;
+}
+
+void LineAllocator::Free(void* block) noexcept {
+    ::operator delete(block);
+}
 
 bool LineWriter::WritePlain(std::u16string_view text) {
     if (!IsPlain(text)) {
@@ -183,7 +201,7 @@ void JsonLine::WriteText(const TString& text) {
     }
     m_utf8.clear();
     cvlsys::AppendUtf8(text.View(), m_utf8);
-    m_writer.String(m_utf8.data(), static_cast<rapidjson::SizeType>(m_utf8.size()));
+    m_writer.String(m_utf8.data(), m_utf8.size());
 }
 
 void JsonLine::WriteOptional(std::string_view name, const TLog::Value* value) {
@@ -272,7 +290,7 @@ void JsonLine::WriteNumber(double value, bool fixed) {
     }
     // The smallest numbers in fixed notation are the longest.
     constexpr int mostDecimals = 1100;
-    std::array<char, mostDecimals> text;
+    std::array<char, mostDecimals> text;  // NOLINT(cppcoreguidelines-pro-type-member-init)
     char* const room = text.data() + text.size() - 2;
     char* end = fixed ? std::to_chars(text.data(), room, value, std::chars_format::fixed).ptr
                       : std::to_chars(text.data(), room, value).ptr;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RapidJson.h"
+
 #include "cvlcoreplatform/TLogEvent.h"
 #include "cvlcoreplatform/TLogValue.h"
 #include "cvlcoreplatform/TLogger.h"
@@ -7,17 +9,29 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <cstddef>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace cvlcoreplatform {
 
+/// Throws when there is no memory, which RapidJSON's own allocator does not notice.
+class LineAllocator {
+public:
+    // Named by RapidJSON.
+    static constexpr bool kNeedFree = true;  // NOLINT(readability-identifier-naming)
+
+    void* Malloc(std::size_t bytes);
+    void* Realloc(void* block, std::size_t oldBytes, std::size_t newBytes);
+    static void Free(void* block) noexcept;
+};
+
+using LineBuffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, LineAllocator>;
+
 /// RapidJSON's writer with a short cut for texts that stand in JSON as they are. Nearly all names,
 /// ids and values are such.
-class LineWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+class LineWriter
+    : public rapidjson::Writer<LineBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>, LineAllocator> {
 public:
     using Writer::Writer;
 
@@ -36,6 +50,7 @@ private:
 class JsonLine {
 public:
     JsonLine() = default;
+    ~JsonLine() = default;
     JsonLine(const JsonLine&) = delete;
     JsonLine& operator=(const JsonLine&) = delete;
 
@@ -69,7 +84,7 @@ private:
     void WriteTable(const TLog::NameTable& table, int depth);
     void WriteNumber(double value, bool fixed);
 
-    rapidjson::StringBuffer m_out;
+    LineBuffer m_out;
     LineWriter m_writer{m_out};
     std::string m_utf8;
     std::size_t m_lastLength = 0;

@@ -6,10 +6,10 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <stdexcept>
-#include <stdio.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/uio.h>

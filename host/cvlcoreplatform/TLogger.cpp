@@ -126,12 +126,15 @@ bool Logger::IsEnabled(Severity severity) const noexcept {
     return severity >= s_enabledFrom.load(std::memory_order_relaxed);
 }
 
+// Not const, though it changes no member: whoever logs changes the log.
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void Logger::Log(Severity severity, const Event& event) noexcept {
     if (IsEnabled(severity)) {
         WithBackEnd([&](LogBackEnd& backEnd) { backEnd.Write(severity, event); });
     }
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void Logger::LogMessage(Severity severity, const TString& text) noexcept {
     if (IsEnabled(severity)) {
         WithBackEnd([&](LogBackEnd& backEnd) { backEnd.WriteMessage(severity, text); });

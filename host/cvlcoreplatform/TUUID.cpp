@@ -23,6 +23,7 @@ class Generator {
 public:
     Generator() : m_makeId(m_engine) { Seed(); }
 
+    ~Generator() = default;
     Generator(const Generator&) = delete;
     Generator& operator=(const Generator&) = delete;
 
@@ -44,7 +45,7 @@ private:
         SystemGenerator system;
         const std::array<boost::uuids::uuid, 2> entropy{system(), system()};
         std::array<std::seed_seq::result_type, sizeof entropy / sizeof(std::seed_seq::result_type)>
-            words;
+            words{};
         static_assert(sizeof words == sizeof entropy);
         std::memcpy(words.data(), entropy.data(), sizeof words);
         std::seed_seq sequence(words.begin(), words.end());
@@ -135,7 +136,7 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
     const bool braces = option == TUUIDFormatOption::Braces;
     const bool hyphens = option != TUUIDFormatOption::Digits;
     const char16_t* const digits = upper ? u"0123456789ABCDEF" : u"0123456789abcdef";
-    std::array<char16_t, 38> text;
+    std::array<char16_t, 38> text{};
     char16_t* next = text.data();
     if (braces) {
         *next++ = u'{';

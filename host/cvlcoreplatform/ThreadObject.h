@@ -13,20 +13,24 @@ class ThreadObject {
 public:
     /// Null during the thread's teardown.
     static T* Get() {
-        if (t_object == nullptr && !t_tornDown) {
+        if (s_object == nullptr && !s_tornDown) {
             Make();
         }
-        return t_object;
+        return s_object;
     }
 
     /// The object if there is one already.
-    static T* Peek() noexcept { return t_object; }
+    static T* Peek() noexcept { return s_object; }
 
 private:
     struct Owner {
+        Owner() = default;
+        Owner(const Owner&) = delete;
+        Owner& operator=(const Owner&) = delete;
+
         ~Owner() {
-            t_tornDown = true;
-            delete std::exchange(t_object, nullptr);
+            s_tornDown = true;
+            delete std::exchange(s_object, nullptr);
         }
     };
 
@@ -34,12 +38,12 @@ private:
         auto object = std::make_unique<T>();
         thread_local const Owner owner;
         static_cast<void>(owner);
-        t_object = object.release();
+        s_object = object.release();
     }
 
     // Both need no destructor and can therefore be read to the very end of the thread.
-    static inline constinit thread_local T* t_object = nullptr;
-    static inline constinit thread_local bool t_tornDown = false;
+    static inline constinit thread_local T* s_object = nullptr;
+    static inline constinit thread_local bool s_tornDown = false;
 };
 
 }  // namespace cvlcoreplatform

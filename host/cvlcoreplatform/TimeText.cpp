@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <time.h>
+#include <ctime>
 
 namespace cvlcoreplatform {
 
@@ -51,7 +51,7 @@ minutes OffsetFromUtc(sys_time<microseconds> time) noexcept {
 
 void TimeText::AppendNumber(unsigned value, unsigned width) noexcept {
     constexpr unsigned mostDigits = 10;
-    std::array<char, mostDigits> digits;
+    std::array<char, mostDigits> digits{};
     unsigned count = 0;
     for (; value != 0 || count < width; value /= 10) {
         digits[count++] = static_cast<char>('0' + value % 10);

@@ -19,7 +19,7 @@ public:
     void AppendNumber(unsigned value, unsigned width) noexcept;
 
 private:
-    std::array<char, 48> m_characters;
+    std::array<char, 48> m_characters{};
     std::size_t m_length = 0;
 };
 

@@ -32,7 +32,7 @@ void SetCpuTrackingEnabled(bool enabled) noexcept {
 }
 
 ThreadTimeScope::ThreadTimeScope(ThreadTimeValue& value) noexcept : m_value(value) {
-    rusage usage;
+    rusage usage{};
     if (GetCpuTrackingEnabled() && getrusage(RUSAGE_THREAD, &usage) == 0) {
         m_kernelAtStart = Microseconds(usage.ru_stime);
         m_userAtStart = Microseconds(usage.ru_utime);
@@ -41,7 +41,7 @@ ThreadTimeScope::ThreadTimeScope(ThreadTimeValue& value) noexcept : m_value(valu
 }
 
 ThreadTimeScope::~ThreadTimeScope() {
-    rusage usage;
+    rusage usage{};
     if (m_running && getrusage(RUSAGE_THREAD, &usage) == 0) {
         m_value.kernel = Saturate(Microseconds(usage.ru_stime) - m_kernelAtStart);
         m_value.user = Saturate(Microseconds(usage.ru_utime) - m_userAtStart);

@@ -40,7 +40,7 @@ struct TReadWriteLock::State {
     std::size_t slotCount = ChooseSlotCount();
     std::unique_ptr<ReaderSlot[]> slots = std::make_unique<ReaderSlot[]>(slotCount);
 
-    ReaderSlot& SlotOfThisThread() noexcept {
+    ReaderSlot& SlotOfThisThread() const noexcept {
         return slots[cvlsys::ThreadNumber() & (slotCount - 1)];
     }
 

@@ -24,7 +24,7 @@ std::u16string Widen(std::string_view ascii) {
 template <class Integer>
 TStringCore FormatInteger(Integer value, int base, int fieldWidth, char16_t fill) {
     // The longest text is a sign and 64 binary digits.
-    std::array<char, 65> digits;
+    std::array<char, 65> digits{};
     const auto result =
         std::to_chars(digits.begin(), digits.end(), value, IsBase(base) ? base : 10);
     const auto length = static_cast<std::size_t>(result.ptr - digits.begin());

@@ -35,7 +35,7 @@ CVLCOREPLATFORM_API std::string FormatJsonLine(Severity severity,
 /// When a log file is full. The file "a.log" becomes "a.1.log" then, that one becomes "a.2.log",
 /// and so on.
 struct LogFileLimits {
-    uint64 maxBytes = 64 * 1024 * 1024;  ///< a line that goes beyond begins a new file; 0: never
+    uint64 maxBytes = uint64{64} << 20;  ///< a line that goes beyond begins a new file; 0: never
     std::size_t maxFiles = 8;            ///< how many full files are kept beside the current one
 };
 
