@@ -1,0 +1,36 @@
+// Activity events in a form of one's own: a sink that draws them instead of logging them.
+#include "tarn/ActivityScope.h"
+#include "tarn/MonitorUUIDGenerator.h"
+#include "tarn/TracingSession.h"
+
+#include <iostream>
+
+namespace {
+
+/// Called for one event at a time, so it needs no lock of its own.
+class DrawingSink : public IMetricsMonitorSink {
+public:
+    void Log(const TLog::Event& event) override {
+        const std::string name = event.GetName().ToUtf8();
+        const bool ends = name.compare(0, 4, "end-") == 0;
+        m_depth -= ends ? 1 : 0;
+        std::cout << std::string(2 * m_depth, ' ') << (ends ? "< " : "> ")
+                  << name.substr(name.find('-') + 1) << '\n';
+        m_depth += ends ? 0 : 1;
+    }
+
+private:
+    std::size_t m_depth = 0;
+};
+
+}  // namespace
+
+int main() {
+    const tarn::TracingSession session;
+    // The monitor owns both.
+    session.GetMonitor().EnableTest(new DrawingSink, new MonitorUUIDGenerator);
+
+    const tarn::ActivityScope load("load");
+    { const tarn::ActivityScope read("read"); }
+    const tarn::ActivityScope parse("parse");
+}

@@ -1,0 +1,53 @@
+#include "TracedRun.h"
+
+#include "tarn/OptTarn.h"
+
+#include "cvlcoreplatform/host/JsonLines.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
+
+#include <utility>
+
+namespace packagesearch {
+
+TracedRun::TracedRun(const std::filesystem::path& logFile) {
+    std::shared_ptr<TLog::LogBackEnd> backEnd = TLog::MakeJsonFileBackEnd(logFile.string());
+    // Taken when the file is open, so that there is one, and before the first line.
+    m_logStart = LogPosition::EndOf(logFile);
+    m_formerBackEnd = TLog::ReplaceBackEnd(std::move(backEnd));
+    try {
+        SetOptions();
+        m_session.emplace();
+    } catch (...) {
+        Stop();
+        throw;
+    }
+}
+
+TracedRun::~TracedRun() {
+    Stop();
+}
+
+void TracedRun::SetOptions() {
+    // Gives each activity an identity that can be handed to another thread.
+    OptTarn::SetIsForegroundThreadContextEnabled(true);
+    // Requests say which site they are for; otherwise it would be one for the whole process.
+    OptTarn::SetIsServer(true);
+    OptTarn::SetServerEnvironment(TString(u"example"));
+    OptTarn::SetCorvalaCounterScopesOpened(&m_scopesOpened);
+}
+
+void TracedRun::ResetOptions() noexcept {
+    OptTarn::SetCorvalaCounterScopesOpened(nullptr);
+    OptTarn::SetServerEnvironment(TString());
+    OptTarn::SetIsServer(false);
+    OptTarn::SetIsForegroundThreadContextEnabled(false);
+}
+
+void TracedRun::Stop() noexcept {
+    m_session.reset();
+    ResetOptions();
+    TLog::FlushLog();
+    TLog::ReplaceBackEnd(std::move(m_formerBackEnd));
+}
+
+}  // namespace packagesearch

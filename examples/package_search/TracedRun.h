@@ -1,0 +1,47 @@
+#pragma once
+
+#include "LogReport.h"
+
+#include "tarn/TracingSession.h"
+
+#include "cvlcoreplatform/host/LogBackEnd.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace packagesearch {
+
+/// Tracing to a log file, from construction to destruction: this is all that the program does to
+/// start and stop it. One at a time, constructed and destroyed on one thread, which is the main
+/// one; whatever is traced elsewhere must have ended before it goes.
+class TracedRun {
+public:
+    /// Appends to the file, which is made if it is not there. Throws `std::system_error` with a
+    /// one-line text when it cannot be written; nothing has been started then.
+    explicit TracedRun(const std::filesystem::path& logFile);
+    ~TracedRun();
+
+    TracedRun(const TracedRun&) = delete;
+    TracedRun& operator=(const TracedRun&) = delete;
+
+    /// How many scopes have begun so far.
+    int64 ScopesTraced() const noexcept { return m_scopesOpened.load(); }
+
+    /// Where this run's first line stands.
+    const LogPosition& LogStart() const noexcept { return m_logStart; }
+
+private:
+    void SetOptions();
+    void ResetOptions() noexcept;
+    void Stop() noexcept;
+
+    LogPosition m_logStart;
+    std::shared_ptr<TLog::LogBackEnd> m_formerBackEnd;
+    std::atomic<int64> m_scopesOpened{0};
+    std::optional<tarn::TracingSession> m_session;
+};
+
+}  // namespace packagesearch

@@ -1,0 +1,126 @@
+#pragma once
+
+#include "tarn/ThreadContextPropagator.h"
+
+#include "cvlmetrics/Context.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace packagesearch {
+
+/// A piece of traced work on its way from the thread that asks for it to the one that does it.
+/// Constructed on the first, run once on the second; may be thrown away without being run.
+///
+/// Two things travel along. The propagator holds the activity that asked, which the first scope
+/// over there takes as its parent: the ids nest across the threads. The metrics context, made here
+/// as a child of the asking thread's, brings the request's attributes and its open scopes: the
+/// lines of the worker carry the same user and request, and its figures and failures reach the
+/// scope that asked. A worker's activity without it would make a context by itself, and that would
+/// be the beginning of another request.
+class HandedOverActivity {
+public:
+    HandedOverActivity();
+
+    /// Calls `work` inside an activity of this name. When it returns, or throws, the activity and
+    /// its context have ended.
+    void Run(const char* name, std::size_t worker, const std::function<void()>& work);
+
+private:
+    tarn::ThreadContextPropagator m_asking;
+    std::unique_ptr<Metrics::Context> m_context;
+    std::chrono::steady_clock::time_point m_handedOver;
+};
+
+/// What a worker will have brought about: a result, or an exception. Belongs to the thread that
+/// submitted the work.
+template <class Result>
+class Pending {
+public:
+    /// Waits; returns the result or throws the exception. Once only.
+    Result Get() {
+        Outcome outcome = m_future.get();
+        if (outcome.error) {
+            std::rethrow_exception(std::move(outcome.error));
+        }
+        return std::move(outcome.result);
+    }
+
+private:
+    friend class WorkerPool;
+
+    // The exception moves from one thread to the other like any result. In the future's own place
+    // for it both would own it, by a count inside the language's runtime that the thread sanitizer
+    // cannot see.
+    struct Outcome {
+        Result result;
+        std::exception_ptr error;
+    };
+
+    explicit Pending(std::future<Outcome> future) : m_future(std::move(future)) {}
+
+    std::future<Outcome> m_future;
+};
+
+/// A fixed number of threads that do what they are given, in the order in which it was given. Any
+/// thread may submit, but not a worker that then waits for the result: it could wait for itself.
+class WorkerPool {
+public:
+    explicit WorkerPool(std::size_t workers);
+
+    /// Finishes all that was submitted.
+    ~WorkerPool();
+
+    WorkerPool(const WorkerPool&) = delete;
+    WorkerPool& operator=(const WorkerPool&) = delete;
+
+    /// Calls `work(worker)` on some worker, counted from 0, inside an activity of this name whose
+    /// parent is the caller's current one. The activity has ended when the result is there. The
+    /// name must stay valid until then. The result type needs a default constructor.
+    template <class Work>
+    auto Submit(const char* activityName, Work work)
+        -> Pending<std::invoke_result_t<Work&, std::size_t>> {
+        using Result = std::invoke_result_t<Work&, std::size_t>;
+        using Outcome = typename Pending<Result>::Outcome;
+        std::packaged_task<Outcome(std::size_t)> task(
+            [activityName, work = std::move(work), activity = HandedOverActivity()](
+                std::size_t worker) mutable {
+                Outcome outcome;
+                try {
+                    activity.Run(activityName, worker, [&] { outcome.result = work(worker); });
+                } catch (...) {
+                    outcome.error = std::current_exception();
+                }
+                return outcome;
+            });
+        Pending<Result> pending(task.get_future());
+        Enqueue(Task(std::move(task)));
+        return pending;
+    }
+
+private:
+    // Calls with a worker's number; a task takes any callable that can be moved.
+    using Task = std::packaged_task<void(std::size_t)>;
+
+    void Enqueue(Task task);
+    void Work(std::size_t worker);
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Task> m_tasks;
+    bool m_stopping = false;
+    std::vector<std::thread> m_threads;
+};
+
+}  // namespace packagesearch
