@@ -1,0 +1,131 @@
+#pragma once
+
+#include "cvlcoreplatform/TLog.h"
+#include "cvlcoreplatform/host/LogBackEnd.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <stdlib.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+/// What the tests of the logger and its files have in common.
+namespace LogTest {
+
+/// Keeps what the logger hands over: "info event e", "warn message m".
+class RecordingBackEnd : public TLog::LogBackEnd {
+public:
+    void Write(TLog::Severity severity, const TLog::Event& event) override {
+        Record(severity, "event", event.GetName());
+    }
+
+    void WriteMessage(TLog::Severity severity, const TString& text) override {
+        Record(severity, "message", text);
+    }
+
+    std::vector<std::string> Records() const {
+        const std::lock_guard lock(m_mutex);
+        return m_records;
+    }
+
+private:
+    void Record(TLog::Severity severity, const char* kind, const TString& text) {
+        const std::lock_guard lock(m_mutex);
+        m_records.push_back(std::to_string(severity) + " " + kind + " " + text.ToUtf8());
+    }
+
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_records;
+};
+
+/// Restores the logger's set-up, and tells how its figures have changed since the test began.
+class LoggerTest : public testing::Test {
+protected:
+    LoggerTest() : m_backEndBefore(TLog::ReplaceBackEnd(nullptr)) {
+        TLog::SetThreshold(TLog::Info);
+    }
+
+    ~LoggerTest() override {
+        TLog::ReplaceBackEnd(m_backEndBefore);
+        TLog::SetThreshold(m_thresholdBefore);
+    }
+
+    const std::shared_ptr<TLog::LogBackEnd>& BackEndBefore() const { return m_backEndBefore; }
+
+    uint64 Increase(uint64 TLog::LogStatistics::*figure) const {
+        return TLog::GetLogStatistics().*figure - m_statisticsBefore.*figure;
+    }
+
+    static void LogMessage(const std::string& text, TLog::Severity severity = TLog::Info) {
+        TLog::Logger::Get().LogMessage(severity, TString(text));
+    }
+
+private:
+    TLog::LogStatistics m_statisticsBefore = TLog::GetLogStatistics();
+    TLog::Severity m_thresholdBefore = TLog::GetThreshold();
+    std::shared_ptr<TLog::LogBackEnd> m_backEndBefore;
+};
+
+/// An empty folder for the time of a test.
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string path = (std::filesystem::temp_directory_path() / "log-test-XXXXXX").string();
+        if (mkdtemp(path.data()) == nullptr) {
+            throw std::runtime_error("cannot make a temporary folder");
+        }
+        m_path = path;
+    }
+
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    std::string PathOf(const std::string& name) const { return (m_path / name).string(); }
+
+    const std::filesystem::path& Path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+inline std::string ContentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+inline void SetContentOf(const std::string& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+/// The lines of a text that ends with a line end; one that does not gives a last "<open>..." line.
+inline std::vector<std::string> LinesIn(const std::string& text) {
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = text.find('\n', start);
+        if (end == std::string::npos) {
+            lines.push_back("<open>" + text.substr(start));
+            break;
+        }
+        lines.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
+}  // namespace LogTest

@@ -1,0 +1,235 @@
+#include "MetricsTestSupport.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Metrics::flagTracing;
+using Metrics::MetricsEvent;
+using Metrics::MetricsEventType;
+using Metrics::Scope;
+using MetricsTest::CurrentContext;
+using MetricsTest::CurrentContextId;
+using MetricsTest::Subscription;
+using MetricsTest::Work;
+
+/// Counts and keeps nothing: after a fork the child had better not allocate.
+class CountingListener : public Metrics::IMetricsListener {
+public:
+    void OnMetricsEvent(const MetricsEvent& event) override {
+        opened += event.type == MetricsEventType::OpenScope ? 1 : 0;
+        closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
+    }
+
+    int opened = 0;
+    int closed = 0;
+};
+
+/// Waits for a child and says whether it ended by itself with status 0.
+bool EndsWell(pid_t child) {
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+class MetricsForkTest : public MetricsTest::MetricsBusTest {
+protected:
+    // A hung child is killed by its alarm and counts as a failure.
+    template <class Body>
+    static pid_t Fork(Body body) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            _exit(body() ? 0 : 1);
+        }
+        return child;
+    }
+
+    const Metrics::MetricsValue m_name{"query"};
+
+    void EmitOneScope() const {
+        Scope scope(flagTracing);
+        scope.OpenImpl(Metrics::MetricsValue(m_name));
+    }
+};
+
+TEST_F(MetricsForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
+    const RefCntPtr<CountingListener> listener = new CountingListener;
+    const Subscription subscription(*listener, flagTracing, false);
+    const CurrentContext context;
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> emitters;
+    for (int index = 0; index < 2; ++index) {
+        emitters.emplace_back([&] {
+            const CurrentContext own;
+            while (!isOver.load(std::memory_order_relaxed)) {
+                EmitOneScope();
+            }
+        });
+    }
+
+    int failures = 0;
+    for (int round = 0; round < 50; ++round) {
+        const pid_t child = Fork([&] {
+            const int before = listener->opened;
+            EmitOneScope();
+            return listener->opened == before + 1;
+        });
+        failures += EndsWell(child) ? 0 : 1;
+    }
+
+    isOver.store(true);
+    for (std::thread& emitter : emitters) {
+        emitter.join();
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(listener->opened, listener->closed);
+}
+
+TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
+    const CurrentContext context;
+    const Subscription subscription(*m_listener, flagTracing, false);
+    pid_t child = -1;
+    m_listener->reaction = [&](const MetricsEvent& event) {
+        if (child < 0 && event.type == MetricsEventType::OpenScope) {
+            child = fork();
+        }
+    };
+
+    Work("query");
+    Work("afterwards");
+    if (child == 0) {
+        alarm(20);
+        _exit(m_listener->events.size() == 4 ? 0 : 1);
+    }
+
+    EXPECT_TRUE(EndsWell(child));
+    EXPECT_EQ(m_listener->events.size(), 4U);
+}
+
+/// The end of a process, seen from outside. The statement runs in a process of its own, and what it
+/// writes to the standard error stream proves that its parts were reached.
+class MetricsExitDeathTest : public MetricsTest::MetricsBusTest {
+protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+void EmitAtTheEnd(const char* place) {
+    const CurrentContext context;
+    Scope scope(flagTracing);
+    scope.OpenImpl(place);
+    Metrics::AttributeImpl("where", place, flagTracing);
+    std::fprintf(stderr, "%s ran\n", place);
+}
+
+struct EmittingAtItsEnd {
+    explicit EmittingAtItsEnd(const char* where) : place(where) {}
+
+    ~EmittingAtItsEnd() { EmitAtTheEnd(place); }
+
+    const char* place;
+};
+
+void LeaveWithEverythingOpen() {
+    static const RefCntPtr<CountingListener> listener = new CountingListener;
+    Metrics::MetricsManager::GetInstance().AddConsumer(listener, flagTracing, true);
+    static const EmittingAtItsEnd destroyedStatically("static destructor");
+    thread_local const EmittingAtItsEnd destroyedWithTheThread("thread_local destructor");
+    static_cast<void>(&destroyedWithTheThread);
+    std::atexit([] { EmitAtTheEnd("atexit handler"); });
+    std::thread([] {
+        const CurrentContext context;
+        for (;;) {
+            Work("late thread");
+        }
+    }).detach();
+    const CurrentContext context;
+    Scope open(flagTracing);
+    open.OpenImpl("open for ever");
+    std::exit(0);
+}
+
+TEST_F(MetricsExitDeathTest, ScopesInTheLastCornersOfAProcessAreHarmless) {
+    EXPECT_EXIT(LeaveWithEverythingOpen(),
+                testing::ExitedWithCode(0),
+                "thread_local destructor ran.*atexit handler ran.*static destructor ran");
+}
+
+TEST_F(MetricsExitDeathTest, AListenerThatIsStillSubscribedAtExitIsHarmless) {
+    EXPECT_EXIT(
+        {
+            Metrics::MetricsManager::GetInstance().AddConsumer(m_listener, flagTracing, true);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "");
+}
+
+class MetricsThreadTeardownTest : public MetricsTest::MetricsBusTest {};
+
+struct ObservingItsThreadsTeardown {
+    ~ObservingItsThreadsTeardown() {
+        if (action) {
+            action();
+        }
+    }
+
+    std::function<void()> action;
+};
+
+// Made before the thread's first context, it is destroyed after the thread's stack of contexts.
+thread_local ObservingItsThreadsTeardown t_observer;
+
+TEST_F(MetricsThreadTeardownTest, NoContextIsCurrentAndNoneBecomesItAnyMore) {
+    uint64 left = 1;
+    uint64 opened = 1;
+    bool isScopeOpen = true;
+    std::unique_ptr<CurrentContext> leftOnTheStack;
+    std::thread([&] {
+        t_observer.action = [&] {
+            left = CurrentContextId();
+            const CurrentContext context;
+            opened = CurrentContextId();
+            Scope scope(flagTracing);
+            scope.OpenImpl("too late");
+            isScopeOpen = scope.IsOpen();
+        };
+        leftOnTheStack = std::make_unique<CurrentContext>();
+    }).join();
+
+    EXPECT_EQ(left, 0U);
+    EXPECT_EQ(opened, 0U);
+    EXPECT_FALSE(isScopeOpen);
+}
+
+TEST_F(MetricsThreadTeardownTest, AScopeThatOutlivesItsThreadsStackStillCloses) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    uint64 contextId = 0;
+    std::thread([&] {
+        t_observer.action = nullptr;
+        auto* const context = new CurrentContext;
+        auto* const scope = new Scope(flagTracing);
+        scope->OpenImpl("query");
+        contextId = context->Id();
+        t_observer.action = [scope, context] {
+            delete scope;
+            delete context;
+        };
+    }).join();
+
+    EXPECT_EQ(m_listener->DescriptionsOf(contextId).back(), "close context");
+    ASSERT_EQ(m_listener->DescriptionsOf(contextId).size(), 6U);
+    EXPECT_EQ(m_listener->DescriptionsOf(contextId)[4], "close query");
+}
+
+}  // namespace

@@ -1,0 +1,29 @@
+# Included by the scripts of this folder.
+
+# Run(<message on failure> <command>...): stops the test, with the command's output, unless it
+# succeeds. Leaves the standard output in RUN_OUTPUT.
+function(Run message)
+    execute_process(
+        COMMAND ${ARGN}
+        RESULT_VARIABLE result
+        OUTPUT_VARIABLE output
+        ERROR_VARIABLE errors)
+    if(NOT result EQUAL 0)
+        list(JOIN ARGN " " command)
+        message(FATAL_ERROR "${message}\n${command}\n${output}\n${errors}")
+    endif()
+    set(RUN_OUTPUT "${output}" PARENT_SCOPE)
+endfunction()
+
+# Configure(<source> <build folder> [option]...)
+function(Configure source folder)
+    Run("configuring ${source} failed"
+        ${CMAKE_COMMAND} --fresh -S "${source}" -B "${folder}" -G "${GENERATOR}"
+        "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}" ${ARGN})
+endfunction()
+
+# Build(<build folder> <target>...)
+function(Build folder)
+    Run("building ${ARGN} in ${folder} failed"
+        ${CMAKE_COMMAND} --build "${folder}" --parallel 2 --target ${ARGN})
+endfunction()

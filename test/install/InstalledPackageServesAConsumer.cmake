@@ -1,0 +1,30 @@
+# Installs the build into a scratch prefix, moves that, and builds and runs a small program against
+# it: once with find_package, once with pkg-config.
+include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
+
+set(consumer "${CMAKE_CURRENT_LIST_DIR}/consumer")
+set(prefix "${SCRATCH_DIR}/moved")
+file(REMOVE_RECURSE "${SCRATCH_DIR}/installed" "${prefix}")
+Run("installing failed" ${CMAKE_COMMAND} --install "${BINARY_DIR}" --prefix
+    "${SCRATCH_DIR}/installed")
+file(RENAME "${SCRATCH_DIR}/installed" "${prefix}")
+
+# By CMake package. Nothing but the prefix may be found.
+Configure("${consumer}" "${SCRATCH_DIR}/consumer" "-DCMAKE_PREFIX_PATH=${prefix}")
+Build("${SCRATCH_DIR}/consumer" all)
+Run("the consumer of the CMake package failed" "${SCRATCH_DIR}/consumer/consumer")
+if(NOT RUN_OUTPUT MATCHES "traced 1 scope")
+    message(FATAL_ERROR "the consumer of the CMake package says: ${RUN_OUTPUT}")
+endif()
+
+# By pkg-config, which the compiler gets as it is.
+set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBRARY_DIR}/pkgconfig")
+Run("there is no pkg-config package" pkg-config --cflags --libs tarn)
+separate_arguments(flags UNIX_COMMAND "${RUN_OUTPUT}")
+Run("building with pkg-config failed"
+    "${CXX_COMPILER}" -std=c++17 "${consumer}/main.cpp" -o "${SCRATCH_DIR}/consumer_pkgconfig"
+    ${flags} "-Wl,-rpath,${prefix}/${LIBRARY_DIR}")
+Run("the consumer of the pkg-config package failed" "${SCRATCH_DIR}/consumer_pkgconfig")
+if(NOT RUN_OUTPUT MATCHES "traced 1 scope")
+    message(FATAL_ERROR "the consumer of the pkg-config package says: ${RUN_OUTPUT}")
+endif()

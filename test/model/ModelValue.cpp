@@ -1,0 +1,186 @@
+#include "ModelValue.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+namespace model {
+namespace {
+
+using Metrics::MetricsValue;
+
+// Of ill-formed text only stray single bytes come up, and each of them is one replacement
+// character by any rule.
+std::u16string DecodeUtf8(const std::string& utf8) {
+    std::u16string text;
+    for (std::size_t i = 0; i < utf8.size();) {
+        const auto byteAt = [&](std::size_t at) {
+            return static_cast<uint32>(static_cast<unsigned char>(utf8[at]));
+        };
+        const uint32 lead = byteAt(i);
+        const std::size_t length = lead < 0x80   ? 1
+                                   : lead < 0xC0 ? 0
+                                   : lead < 0xE0 ? 2
+                                   : lead < 0xF0 ? 3
+                                   : lead < 0xF8 ? 4
+                                                 : 0;
+        if (length == 0 || i + length > utf8.size()) {
+            text += u'\uFFFD';
+            i += 1;
+            continue;
+        }
+        uint32 codePoint = length == 1 ? lead : lead & (0x7FU >> length);
+        for (std::size_t k = 1; k < length; ++k) {
+            codePoint = codePoint * 64 + (byteAt(i + k) & 0x3FU);
+        }
+        if (codePoint >= 0x10000) {
+            text += static_cast<char16_t>(0xD800 + ((codePoint - 0x10000) >> 10));
+            text += static_cast<char16_t>(0xDC00 + ((codePoint - 0x10000) & 0x3FF));
+        } else {
+            text += static_cast<char16_t>(codePoint);
+        }
+        i += length;
+    }
+    return text;
+}
+
+std::u16string UpToNul(std::u16string text) {
+    text.resize(std::min(text.find(u'\0'), text.size()));
+    return text;
+}
+
+std::u16string Widen(const char* ascii) {
+    return std::u16string(ascii, ascii + std::char_traits<char>::length(ascii));
+}
+
+template <class Number>
+std::u16string Format(const char* format, Number value) {
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, format, value);
+    return Widen(buffer);
+}
+
+std::u16string Quoted(std::u16string text) {
+    if (!text.empty() && text.front() == u'\'') {
+        text.erase(std::remove(text.begin(), text.end(), u'\''), text.end());
+    }
+    if (text.find(u'"') == std::u16string::npos && text.find(u'\n') == std::u16string::npos) {
+        return text;
+    }
+    std::u16string quoted = u"\"";
+    for (const char16_t unit : text) {
+        quoted += unit;
+        if (unit == u'"') {
+            quoted += unit;
+        }
+    }
+    return quoted + u"\"";
+}
+
+}  // namespace
+
+Value::Value(const MetricsValue& value) : type(value.type) {
+    switch (value.type) {
+        case MetricsValue::MV_Int64:
+            integer = value.integer;
+            break;
+        case MetricsValue::MV_Bool:
+            boolean = value.boolean;
+            break;
+        case MetricsValue::MV_Double:
+            real = value.real;
+            break;
+        case MetricsValue::MV_Utf8String:
+            text = value.utf8 ? UpToNul(DecodeUtf8(*value.utf8)) : u"";
+            break;
+        case MetricsValue::MV_Utf16String:
+            text = value.utf16 ? UpToNul(*value.utf16) : u"";
+            break;
+        default:
+            break;
+    }
+}
+
+Value::Value(std::u16string_view wideText) : type(MetricsValue::MV_Utf16String), text(wideText) {}
+
+Pairs PairsOf(const Metrics::NameValueList& list) {
+    Pairs pairs;
+    for (const auto& [name, value] : list) {
+        pairs.emplace_back(Value(name), Value(value));
+    }
+    return pairs;
+}
+
+std::u16string TextOf(const Value& value) {
+    switch (value.type) {
+        case MetricsValue::MV_Int64:
+            return Decimal(value.integer);
+        case MetricsValue::MV_Bool:
+            return value.boolean ? u"true" : u"false";
+        case MetricsValue::MV_Double:
+            return Format("%.6g", value.real);
+        case MetricsValue::MV_Utf8String:
+        case MetricsValue::MV_Utf16String:
+            return Quoted(value.text);
+        default:
+            return u"";
+    }
+}
+
+std::u16string PlainTextOf(const Value& value) {
+    if (!value.IsText()) {
+        throw LogicError(
+            "src/cpp/main/TarnMetricsUtils", 47, "Unexpected MetricsValue type", 0xFCE7C547);
+    }
+    return value.text;
+}
+
+int64 IntegerOf(const Value& value) {
+    return value.type == MetricsValue::MV_Int64 ? value.integer : 0;
+}
+
+Node LiteralOf(const Value& value, UnknownKind unknownKind) {
+    switch (value.type) {
+        case MetricsValue::MV_Int64:
+            return Node::Integer(value.integer);
+        case MetricsValue::MV_Bool:
+            return Node::Boolean(value.boolean);
+        case MetricsValue::MV_Double:
+            return Node::Real(value.real);
+        default:
+            break;
+    }
+    if (!value.IsText() && unknownKind == UnknownKind::IsZero) {
+        return Node::Integer(0);
+    }
+    return Node::Text(PlainTextOf(value));
+}
+
+Raised LogicError(std::string file, int line, std::string text, uint32 code) {
+    Raised raised;
+    raised.kind = Raised::Kind::Logic;
+    raised.file = std::move(file);
+    raised.line = line;
+    raised.text = std::move(text);
+    raised.code = code;
+    return raised;
+}
+
+bool StartsWith(std::u16string_view text, std::u16string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+std::u16string Decimal(int64 value) {
+    return Format("%lld", static_cast<long long>(value));
+}
+
+std::u16string UnsignedDecimal(uint64 value) {
+    return Format("%llu", static_cast<unsigned long long>(value));
+}
+
+std::u16string LowerHexadecimal(uint64 value) {
+    return Format("%llx", static_cast<unsigned long long>(value));
+}
+
+}  // namespace model
