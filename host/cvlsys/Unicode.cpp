@@ -89,7 +89,9 @@ std::u16string Utf16FromWide(std::wstring_view text) {
     std::u16string out;
     out.reserve(text.size());
     for (const wchar_t unit : text) {
-        const utf::code_point point = static_cast<std::make_unsigned_t<wchar_t>>(unit);
+        // A wide value that is negative is none, and is replaced as such.
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse)
+        const auto point = static_cast<utf::code_point>(unit);
         // A single 16-bit unit stands for itself, surrogate or not.
         const bool representable = point <= 0xFFFF || utf::is_valid_codepoint(point);
         utf::utf_traits<char16_t>::encode(representable ? point : replacement,

@@ -1,6 +1,6 @@
 #include "AllocationCounter.h"
 #include "MetricsText.h"
-#include "TarnTest.h"
+#include "ScopeTest.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/ContextAttributesUtils.h"
@@ -9,7 +9,6 @@
 #include "cvlmetrics/Context.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Statistics.h"
-#include "cvlsys/TSystem.h"
 
 #include <memory>
 #include <new>
@@ -67,10 +66,9 @@ constexpr int32 nothingReported = 0;
 constexpr int32 canceled = 2;
 
 /// An open untracked scope whose opening was already seen.
-class ActivityScopeAttributesTest : public TarnTest {
+class ActivityScopeAttributesTest : public ScopeTest {
 protected:
     ActivityScopeAttributesTest() {
-        m_context.OpenScope();
         m_scope = std::make_unique<ActivityScope>("work", TraceType::Untracked);
         m_events->Clear();
     }
@@ -79,12 +77,6 @@ protected:
 
     void EndScope() { m_scope.reset(); }
 
-    static std::string ThreadIdEvent() {
-        return "NameValue L\"tid\"=" + std::to_string(TSystem::ThreadID());
-    }
-
-    Metrics::Context m_context{0, Metrics::Context::Create(true)};
-    RefCntPtr<RecordingListener> m_events = Listen();
     std::unique_ptr<ActivityScope> m_scope;
 };
 

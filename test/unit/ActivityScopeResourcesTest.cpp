@@ -1,13 +1,11 @@
 #include "AllocationCounter.h"
 #include "Matchers.h"
 #include "MetricsText.h"
-#include "TarnTest.h"
+#include "ScopeTest.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/OptTarn.h"
 
-#include "cvlmetrics/Context.h"
-#include "cvlmetrics/MetricsManager.h"
 #include "cvlsys/CorvalaException.h"
 #include "cvlsys/CpuTime.h"
 #include "cvlsys/MemoryTracking.h"
@@ -56,20 +54,8 @@ struct TrackResourcesAccess {
 template struct InitializeAccess<&ActivityScope::InitializeResourceTracking>;
 template struct TrackResourcesAccess<&ActivityScope::m_trackResources>;
 
-const corvala::memory::ThreadMemoryCounters* CurrentMemoryFrame() {
-    corvala::memory::ThreadMemoryCounters probe;
-    auto* const current = corvala::memory::SwapPushMemoryCounters(&probe);
-    corvala::memory::SwapPopMemoryCounters(current);
-    return current;
-}
-
-class ActivityScopeResourcesTest : public TarnTest {
+class ActivityScopeResourcesTest : public ScopeTest {
 protected:
-    ActivityScopeResourcesTest() {
-        m_context.OpenScope();
-        m_events->Clear();
-    }
-
     static void TrackMemory(MemoryTrackingMode mode) {
         corvala::memory::SetMemoryTrackingMode(mode);
     }
@@ -101,9 +87,6 @@ protected:
         EXPECT_NE(at, std::string::npos) << pairs;
         return at == std::string::npos ? -1 : std::stoll(pairs.substr(at + key.size()));
     }
-
-    Metrics::Context m_context{0, Metrics::Context::Create(true)};
-    RefCntPtr<RecordingListener> m_events = Listen();
 };
 
 // The figures of mode 2, in the order in which they are sent.

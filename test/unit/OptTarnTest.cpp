@@ -14,7 +14,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -443,21 +442,15 @@ TEST_F(OptTarnTest, ACounterGoesOnFromTheHostsValue) {
 
 TEST_F(OptTarnTest, IncrementsFromSeveralThreadsAreAllCounted) {
     constexpr int threadCount = 4;
-    constexpr int perThread = 20000;
+    constexpr int perThread = 500000;
     std::atomic<int64> value{0};
     OptTarn::SetCorvalaCounterScopesOpened(&value);
 
-    std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i) {
-        threads.emplace_back([] {
-            for (int n = 0; n < perThread; ++n) {
-                OptTarn::IncrementCorvalaCounterScopesOpened();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    OnThreadsAtOnce(threadCount, [](int) {
+        for (int n = 0; n < perThread; ++n) {
+            OptTarn::IncrementCorvalaCounterScopesOpened();
+        }
+    });
 
     EXPECT_EQ(value.load(), threadCount * perThread);
 }

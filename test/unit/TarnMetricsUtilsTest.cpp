@@ -1,6 +1,7 @@
 #include "tarn/TarnMetricsUtils.h"
 
 #include "Matchers.h"
+#include "TarnTest.h"
 
 #include "cvlcoreplatform/TLogValue.h"
 #include "cvlcoreplatform/TString.h"
@@ -10,10 +11,7 @@
 #include <atomic>
 #include <limits>
 #include <locale>
-#include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -304,22 +302,17 @@ TEST(TarnMetricsUtilsTest, ALogicErrorsTextRepeatsTheCodeInEightDigits) {
 }
 
 TEST(TarnMetricsUtilsTest, ConversionsMayRunOnSeveralThreadsAtOnce) {
-    std::vector<std::thread> threads;
     std::atomic<int> wrong{0};
     const MetricsValue shared(u"'shared'");
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&wrong, &shared] {
-            for (int n = 0; n < 2000; ++n) {
-                if (TextOf(shared) != "shared" ||
-                    TarnMetricsUtils::DefaultStringAttributeValue() != TString(u"-")) {
-                    ++wrong;
-                }
+
+    OnThreadsAtOnce(4, [&wrong, &shared](int) {
+        for (int n = 0; n < 5000; ++n) {
+            if (TextOf(shared) != "shared" ||
+                TarnMetricsUtils::DefaultStringAttributeValue() != TString(u"-")) {
+                ++wrong;
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+        }
+    });
 
     EXPECT_EQ(wrong.load(), 0);
 }

@@ -14,7 +14,6 @@
 #include <memory>
 #include <new>
 #include <random>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -229,28 +228,23 @@ TEST_F(ThreadActivityRegistryTest, RemovingOnOneThreadLeavesTheOthersAlone) {
 
 TEST_F(ThreadActivityRegistryTest, StacksOfThreadsThatRunAtOnceAreIndependent) {
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&wrong] {
-            for (int n = 0; n < 2000; ++n) {
-                const auto outer = std::make_shared<ActivityContext>();
-                const auto inner = std::make_shared<ActivityContext>();
-                Registry().Push(outer);
-                Registry().Push(inner);
-                if (Registry().GetCurrentContext() != inner || Registry().GetDepth() != 2) {
-                    ++wrong;
-                }
-                Registry().Remove(outer);
-                if (Registry().GetCurrentContext() != inner) {
-                    ++wrong;
-                }
-                Registry().Remove(inner);
+
+    OnThreadsAtOnce(4, [&wrong](int) {
+        for (int n = 0; n < 5000; ++n) {
+            const auto outer = std::make_shared<ActivityContext>();
+            const auto inner = std::make_shared<ActivityContext>();
+            Registry().Push(outer);
+            Registry().Push(inner);
+            if (Registry().GetCurrentContext() != inner || Registry().GetDepth() != 2) {
+                ++wrong;
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+            Registry().Remove(outer);
+            if (Registry().GetCurrentContext() != inner) {
+                ++wrong;
+            }
+            Registry().Remove(inner);
+        }
+    });
 
     EXPECT_EQ(wrong.load(), 0);
 }

@@ -13,7 +13,6 @@
 #include <atomic>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -204,21 +203,15 @@ TEST_F(ThreadContextPropagatorTest, ManyThreadsMayReadCopiesOfOnePropagator) {
     const ThreadContextPropagator propagator;
     std::atomic<int> wrong{0};
 
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&wrong, &context, copy = propagator] {
-            for (int n = 0; n < 2000; ++n) {
-                const ThreadContextPropagator another(copy);
-                if (another.GetContext() != context ||
-                    another.GetContext()->GetActivityId() != TString(u"act")) {
-                    ++wrong;
-                }
+    OnThreadsAtOnce(4, [&wrong, &context, &propagator](int) {
+        for (int n = 0; n < 5000; ++n) {
+            const ThreadContextPropagator copy(propagator);
+            if (copy.GetContext() != context ||
+                copy.GetContext()->GetActivityId() != TString(u"act")) {
+                ++wrong;
             }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+        }
+    });
 
     EXPECT_EQ(wrong.load(), 0);
 }
