@@ -3,6 +3,9 @@
 project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc 2>/dev/null || echo 2)
 
+# Checkouts in different places share what ccache keeps.
+export CCACHE_BASEDIR=$project_root CCACHE_NOHASHDIR=1
+
 die() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2
     exit 1

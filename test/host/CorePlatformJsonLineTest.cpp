@@ -159,6 +159,37 @@ TEST(CorePlatformJsonLineTest, NamesThatDifferInNulCharactersOnlyAreSortedToo) {
                 testing::EndsWith(R"("body":{"a":1,"a\u0000":2,"a\u0000\u0000":3}})"));
 }
 
+TEST(CorePlatformJsonLineTest, RandomNamesAreSortedByTheirCodeUnits) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 random(seed);
+    // Few units, so that names share their beginnings; below and above the surrogates.
+    const std::u16string units = u"\u0001aAz\u00E9\u0100\u0101\uABCD\uFF5E";
+
+    for (int round = 0; round < 2000; ++round) {
+        NameTable table;
+        std::vector<TString> expected;
+        for (std::size_t count = random() % 30; count != 0; --count) {
+            std::u16string name(random() % 8, u'\0');
+            for (char16_t& unit : name) {
+                unit = units[random() % units.size()];
+            }
+            if (table.emplace(TString(name), Literal::Int(0)).second) {
+                expected.emplace_back(name);
+            }
+        }
+        std::sort(expected.begin(), expected.end());
+
+        const std::string line = LineOf(table);
+
+        std::vector<TString> names;
+        for (const std::string& name : NamesOf(Json::parse(line)["body"])) {
+            names.emplace_back(name);
+        }
+        ASSERT_EQ(names, expected) << line;
+    }
+}
+
 TEST(CorePlatformJsonLineTest, TablesInsideTablesAreSortedInPlace) {
     const auto inner = Object::Make({{u"z", Literal::Int(1)}, {u"y", Literal::Int(2)}});
 

@@ -132,6 +132,9 @@ TarnTest::TarnTest() : m_saved(new Saved), m_log(std::make_shared<CapturingLog>(
     Metrics::SetClock(m_saved->clock);
     m_saved->backEnd = TLog::ReplaceBackEnd(m_log);
     TLog::SetThreshold(TLog::Info);
+
+    // A forked child lacks the other threads; run it from the start instead.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
 }
 
 TarnTest::~TarnTest() {

@@ -481,8 +481,6 @@ TEST_F(ActivityScopeResourcesTest, BeginningToMeasureAScopeThatIsOffOrUntrackedD
 using ActivityScopeResourcesDeathTest = ActivityScopeResourcesTest;
 
 TEST_F(ActivityScopeResourcesDeathTest, AMeasuredScopeThatEndsOnAnotherThreadEndsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-
     EXPECT_DEATH(
         {
             auto scope = std::make_unique<ActivityScope>("work");

@@ -14,8 +14,6 @@
 
 #include <cstddef>
 #include <nlohmann/json.hpp>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <string>
 #include <unicode/ustring.h>
 #include <utility>
@@ -55,7 +53,7 @@ public:
 };
 
 // What the ways through RapidJSON have in common: one writer, whose buffer lives on.
-template <class Writer>
+template <class Writer, class Buffer = rapidjson::StringBuffer>
 class RapidWay {
 public:
     template <class WriteText>
@@ -72,7 +70,7 @@ public:
     }
 
 private:
-    rapidjson::StringBuffer m_out;
+    Buffer m_out;
     Writer m_writer{m_out};
 };
 
@@ -145,7 +143,7 @@ public:
     }
 
 private:
-    RapidWay<cvlcoreplatform::LineWriter> m_way;
+    RapidWay<cvlcoreplatform::LineWriter, cvlcoreplatform::LineBuffer> m_way;
     std::string m_utf8;
 };
 
