@@ -449,7 +449,7 @@ TEST(CorePlatformJsonLineTest, TheSameEventGivesTheSameLineAgain) {
 
 TEST(CorePlatformJsonLineTest, ValuesThatAreNestedTooDeepAreCutOff) {
     std::shared_ptr<Value> value = Literal::Int(1);
-    for (int depth = 0; depth < 5000; ++depth) {
+    for (int depth = 0; depth < 600; ++depth) {
         value = Array::Make({value});
     }
 
