@@ -31,10 +31,11 @@ public:
     ThreadTimeScope& operator=(const ThreadTimeScope&) = delete;
 
 private:
-    ThreadTimeValue& m_value;
-    int64 m_kernelAtStart = 0;
-    int64 m_userAtStart = 0;
-    bool m_running = false;
+    // A host without processor times has no use for these.
+    [[maybe_unused]] ThreadTimeValue& m_value;
+    [[maybe_unused]] int64 m_kernelAtStart = 0;
+    [[maybe_unused]] int64 m_userAtStart = 0;
+    [[maybe_unused]] bool m_running = false;
 };
 
 }  // namespace corvala::cputime
