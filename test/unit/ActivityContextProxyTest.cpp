@@ -65,6 +65,31 @@ constexpr const char* canceled =
 constexpr const char* failedWithException =
     "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"exception\", L\"type\"=L\"T\", L\"msg\"=L\"M\"}";
 
+// ---- The outcome that the proxy's scope has in mind
+
+const ActivityScope& ScopeOf(const ActivityContextProxy& proxy);
+int32 StatusOf(const ActivityScope& scope);
+
+template <auto Scope>
+struct ScopeAccess {
+    friend const ActivityScope& ScopeOf(const ActivityContextProxy& proxy) {
+        return *(proxy.*Scope);
+    }
+};
+
+template <auto Status>
+struct StatusAccess {
+    friend int32 StatusOf(const ActivityScope& scope) { return static_cast<int32>(scope.*Status); }
+};
+
+// Names in an explicit instantiation are not checked for access.
+template struct ScopeAccess<&ActivityContextProxy::m_scope>;
+template struct StatusAccess<&ActivityScope::m_status>;
+
+constexpr int32 statusNone = 0;
+constexpr int32 statusFailed = 1;
+constexpr int32 statusCanceled = 2;
+
 /// An activity as another process describes it.
 Attributes AllSix() {
     return {{u"__root__", u"R"},
@@ -657,6 +682,20 @@ TEST_F(ActivityContextProxyTest, EveryReportIsSentWhateverCameBefore) {
                             canceled));
 }
 
+TEST_F(ActivityContextProxyTest, EveryReportSetsTheOutcomeWhateverCameBefore) {
+    ActivityContextProxy proxy("job", {}, {});
+    EXPECT_EQ(StatusOf(ScopeOf(proxy)), statusNone);
+
+    proxy.Cancel({});
+    EXPECT_EQ(StatusOf(ScopeOf(proxy)), statusCanceled);
+    proxy.Fail(u"quota", {});
+    EXPECT_EQ(StatusOf(ScopeOf(proxy)), statusFailed);
+    proxy.Cancel({});
+    EXPECT_EQ(StatusOf(ScopeOf(proxy)), statusCanceled);
+    proxy.FailException(u"T", u"M");
+    EXPECT_EQ(StatusOf(ScopeOf(proxy)), statusFailed);
+}
+
 class UnwindingProxyTest : public ActivityContextProxyTest {
 protected:
     /// Lets an exception end an activity that has made this report, and gives what is sent then.
@@ -771,6 +810,16 @@ class SwitchedOffProxyTest : public ForegroundProxyTest {
 protected:
     SwitchedOffProxyTest() { TarnSettings::GetInstance().SetOffs({"job"}); }
 };
+
+TEST_F(SwitchedOffProxyTest, ReportsLeaveTheOutcomeAlone) {
+    ActivityContextProxy proxy("job", {}, {});
+
+    proxy.Fail(u"reason", {});
+    proxy.FailException(u"T", u"M");
+    proxy.Cancel({});
+
+    EXPECT_EQ(StatusOf(ScopeOf(proxy)), statusNone);
+}
 
 TEST_F(SwitchedOffProxyTest, NothingIsSentAndNothingIsCurrent) {
     {

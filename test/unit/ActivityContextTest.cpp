@@ -12,6 +12,7 @@
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlsys/RefCntObject.h"
 
+#include <limits>
 #include <memory>
 #include <set>
 #include <string>
@@ -254,6 +255,21 @@ TEST_F(ActivityContextTest, ANormalChildOfATransparentContextIsOneDeeperThanThat
 
     EXPECT_EQ(child->GetTraceDepth(), 3);
     EXPECT_EQ(child->GetServiceDepth(), 6);
+}
+
+TEST_F(ActivityContextTest, OneMoreThanTheLargestDepthWraps) {
+    constexpr int largest = std::numeric_limits<int>::max();
+    constexpr int smallest = std::numeric_limits<int>::min();
+    const auto deepest = std::make_shared<ActivityContext>(
+        TString(u"r"), TString(u"root"), TString(u"act"), TString(u"sp"), largest, largest);
+
+    const auto child = DeriveActivityContext({deepest, false}, TraceType::Normal);
+    const auto transparent = DeriveActivityContext({deepest, false}, TraceType::Transparent);
+
+    EXPECT_EQ(child->GetTraceDepth(), smallest);
+    EXPECT_EQ(child->GetServiceDepth(), smallest);
+    EXPECT_EQ(transparent->GetTraceDepth(), largest);
+    EXPECT_EQ(transparent->GetServiceDepth(), largest);
 }
 
 TEST_F(ActivityContextTest, EveryOtherTypeIsOneDeeper) {

@@ -267,6 +267,17 @@ TEST_F(ActivityLogEventTest, ForegroundIdentityByDepth) {
     }
 }
 
+TEST_F(ActivityLogEventTest, ANegativeForegroundDepthShowsTheIdsOfDepthZeroAndNoDescription) {
+    EnableForegroundContexts();
+
+    Open(7, "query", ForegroundPairs{.traceDepth = -1, .root = "R", .own = "A"});
+
+    EXPECT_THAT(LastEvent(),
+                AllOf(HasExactlyActivityFields({"depth", "id", "name", "type"}),
+                      HasActivityField("id", "R"),
+                      HasActivityField("depth", -1)));
+}
+
 TEST_F(ActivityLogEventTest, AScopesNameIsReadWithTheQuotingRule) {
     const std::vector<std::pair<Metrics::MetricsValue, std::string>> names = {
         {"query", "query"},
@@ -516,6 +527,19 @@ TEST_F(RequiredTextTest, LayersHoldAnyKind) {
 
     EXPECT_THAT(LastEvent(),
                 AllOf(HasAttribute("user", 5), HasAttribute("rid", 5), HasAttribute("wb", "-")));
+}
+
+TEST_F(RequiredTextTest, AnAttributeOfALayerOfAnUnknownKindIsALogicError) {
+    Metrics::MetricsValue unknown("text");
+    unknown.type = 5;
+    AddLayer({{"tenant", unknown}});
+
+    EXPECT_THAT(
+        ([&] { Open(7, "query"); }),
+        Throws<LogicException>(IsLogicError(
+            "src/cpp/main/TarnMetricsUtils", 47, "Unexpected MetricsValue type", 0xFCE7C547)));
+
+    EXPECT_THAT(*events, IsEmpty());
 }
 
 // ---- Log supplements.

@@ -320,6 +320,27 @@ TEST_F(ActivityScopeContextTest, AnOwnedMetricsContextMovesWithItsScope) {
     });
 }
 
+TEST_F(ActivityScopeContextTest, AttachingBringsTheMetricsContextBeforeTheActivity) {
+    SwitchForegroundContextsOn();
+    OnAnotherThread([this] {
+        ActivityScope scope("load", TraceType::Untracked);
+        scope.DetachFromThread();
+        std::vector<std::size_t> depths;
+        // The bus tells a context's new thread as soon as it is attached.
+        m_events->CallOnEach(
+            [&depths](const MetricsEvent&) { depths.push_back(Registry().GetDepth()); });
+
+        OnAnotherThread([&scope] {
+            scope.AttachToThread();
+            EXPECT_EQ(Registry().GetDepth(), 1U);
+            scope.DetachFromThread();
+        });
+        m_events->CallOnEach({});
+
+        EXPECT_THAT(depths, ElementsAre(0U));
+    });
+}
+
 TEST_F(ActivityScopeContextTest, AttachingToItsOwnThreadAgainMovesAScopesContextToTheTop) {
     SwitchForegroundContextsOn();
     ActivityScope outer("outer");

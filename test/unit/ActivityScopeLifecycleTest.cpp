@@ -682,6 +682,25 @@ TEST_F(ActivityScopeLifecycleTest, ACustomContextLeavesItsSourceEmpty) {
     EXPECT_THAT(custom.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
 }
 
+TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffLeavesTheSourceOfItsCustomContextEmptyToo) {
+    CustomContext alone(NameValueList{{"c", 1}});
+    CustomContext withList(NameValueList{{"c", 1}});
+    CustomContext withInitializer(NameValueList{{"c", 1}});
+
+    const ActivityScope first("load", std::move(alone), rankThatIsOff);
+    const ActivityScope second("load", std::move(withList), rankThatIsOff, {{"a", 1}});
+    const ActivityScope third("load",
+                              std::move(withInitializer),
+                              rankThatIsOff,
+                              {{"a", 1}},
+                              ActivityContextInitializer{});
+
+    EXPECT_THAT(alone.attributes, IsEmpty());            // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(withList.attributes, IsEmpty());         // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(withInitializer.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(m_events->Texts(), IsEmpty());
+}
+
 TEST_F(ActivityScopeLifecycleTest, ACustomContextIsSentWithTheTracingBitAlone) {
     const ActivityScope scope(
         "load", CustomContext(NameValueList{{"c", 1}}), Traits(TraceType::Untracked, 0x100));

@@ -528,6 +528,19 @@ testing::Matcher<const LogicException&> IsFrameError(int line,
                           testing::Property("code", &LogicException::GetErrorCode, code));
 }
 
+TEST_F(ActivityScopeResourcesTest, TheFieldsOfAFrameAndOfATimeStandInTheirOrder) {
+    using Frame = corvala::memory::ThreadMemoryCounters;
+    using Time = corvala::cputime::ThreadTimeValue;
+
+    EXPECT_EQ(offsetof(Frame, parentThreadMemoryCounters), 0U);
+    EXPECT_EQ(offsetof(Frame, counter), 8U);
+    EXPECT_EQ(offsetof(Frame, inUse), 48U) << "the fifth of the figures";
+    EXPECT_EQ(offsetof(Frame, orderingId), 56U);
+    EXPECT_EQ(offsetof(Frame, threadId), 64U);
+    EXPECT_EQ(offsetof(Time, kernel), 0U);
+    EXPECT_EQ(offsetof(Time, user), 4U);
+}
+
 TEST_F(ActivityScopeResourcesTest, AFrameWithoutACounterNeedsOneAround) {
     try {
         const corvala::memory::MemoryScope frame(nullptr);

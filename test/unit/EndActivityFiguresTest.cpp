@@ -2,6 +2,7 @@
 
 #include "tarn/OptTarn.h"
 
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -437,6 +438,24 @@ TEST_F(RequestResultTest, TheMessageOfAnEarlierResultGivesWayToTheDetection) {
             "rv", LogValue::Object({{"msg", "detected in one or more sponsees"}, {"type", "t"}})));
 }
 
+TEST_F(RequestResultTest, TheDetectionIsSaidAgainAtEachLaterEndOfAChild) {
+    const auto saysItself = [this] {
+        Send(EventBuilder::ScopePairs(request, "resultAttrs", {{"msg", "mine"}}));
+    };
+    ChildEndsWith("early-termination");
+    saysItself();
+    EXPECT_THAT(EndOfRequest(), HasActivityField("rv", LogValue::Object({{"msg", "mine"}})));
+
+    for (const char* const laterResult : {"error", "ok"}) {
+        Open(request, "request");
+        ChildEndsWith("early-termination");
+        saysItself();
+        ChildEndsWith(laterResult);
+
+        EXPECT_THAT(EndOfRequest(), HasActivityField("rv", Detected())) << laterResult;
+    }
+}
+
 TEST_F(RequestResultTest, OnlyTheExactNameTurnsChildrensFailuresIntoItsOwn) {
     Close(request);
     for (const char* const name : {"Request", "requests", "query"}) {
@@ -662,6 +681,26 @@ TEST_F(ResourceFiguresTest, ANameThatIsNoTextIsALogicError) {
 
     Close(7);
     EXPECT_THAT(LastEvent(), AllOf(Ends("query"), HasFigures(Figures::Alike(0, 0))));
+}
+
+TEST_F(ResourceFiguresTest, TheFiguresBeforeANameThatIsNoTextCountAndThoseAfterItDoNot) {
+    Open(7, "query");
+
+    EXPECT_THAT(
+        ([&] {
+            Send(EventBuilder::ScopePairs(7, "memoryAttrs", {{"ai", 7}, {5, 1}, {"ai", 100}}));
+        }),
+        Throws<LogicException>(tarn::test::IsLogicError(
+            "src/cpp/main/MetricsMonitor",
+            1187,
+            "nameType == Metrics::MetricsValue::MV_Utf16String || nameType == "
+            "Metrics::MetricsValue::MV_Utf8String",
+            0x6D0B23C8)));
+
+    Close(7);
+    Figures expected;
+    expected.ae = expected.ai = 7;
+    EXPECT_THAT(LastEvent(), HasFigures(expected));
 }
 
 TEST_F(ResourceFiguresTest, AChildOnTheSameThreadIsTakenOutOfTheExclusiveFigures) {
@@ -919,6 +958,28 @@ TEST_F(ResourceFiguresTest, LargeFiguresAreExact) {
 
     Figures expected;
     expected.ane = expected.ani = 9'000'000'000'000'000'001;
+    EXPECT_THAT(LastEvent(), HasFigures(expected));
+}
+
+TEST_F(ResourceFiguresTest, FiguresThatOverflowWrap) {
+    constexpr int64 largest = std::numeric_limits<int64>::max();
+    constexpr int64 least = std::numeric_limits<int64>::min();
+    Open(7, "outer", {{"tid", 40}});
+    Open(8, "inner", {{"tid", 40}});
+    Send(EventBuilder::ScopePairs(8, "memoryAttrs", {{"ani", largest}, {"ani", 1}}));
+    Close(8);
+    Open(9, "elsewhere", {{"tid", 50}});
+    Send(EventBuilder::ScopePairs(9, "memoryAttrs", {{"ani", 5}}));
+    Close(9);
+    Send(EventBuilder::ScopePairs(7, "memoryAttrs", {{"ani", largest}}));
+
+    Close(7);
+
+    // Exclusive: 0 less the least number, and the largest once more.
+    Figures expected;
+    expected.ane = -1;
+    expected.ani = least + 4;
+    expected.ntid = 2;
     EXPECT_THAT(LastEvent(), HasFigures(expected));
 }
 

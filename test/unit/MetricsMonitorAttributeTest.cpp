@@ -1,10 +1,13 @@
 #include "HostCounters.h"
+#include "MonitorNames.h"
 #include "MonitorTest.h"
 
 #include "tarn/OptTarn.h"
 #include "tarn/TarnSettings.h"
 
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,6 +28,7 @@ using tarn::test::HostCounters;
 using tarn::test::LacksAttribute;
 using tarn::test::LogValue;
 using testing::AllOf;
+using testing::ElementsAre;
 
 class MetricsMonitorAttributeTest : public tarn::test::MonitorTest {
 protected:
@@ -49,6 +53,38 @@ protected:
                                        : LogValue(std::stoi(resources.Text().substr(at + 8)));
     }
 };
+
+// ---- The names that mean something, by their codes.
+
+TEST(MonitorNamesTest, TheNamesHaveTheirCodes) {
+    const tarn::MonitorNames names;
+    const auto codesOf = [](const auto& table, std::initializer_list<const char*> texts) {
+        std::vector<int> codes;
+        for (const char* const text : texts) {
+            codes.push_back(static_cast<int>(table.Find(TString(text))));
+        }
+        return codes;
+    };
+
+    EXPECT_THAT(codesOf(names.lists,
+                        {"cpuAttrs",
+                         "memoryAttrs",
+                         "request",
+                         "resultAttrs",
+                         "reqCtxAttrs",
+                         "mctx",
+                         "ctx",
+                         "multiNVPs"}),
+                ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
+    EXPECT_THAT(codesOf(names.activityAttributes, {"tid", "cmd-name", "rk", "name"}),
+                ElementsAre(0, 1, 2, 3));
+    EXPECT_THAT(codesOf(names.figures, {"ai", "ani", "apeak", "di", "dni", "ui", "ki", "ae"}),
+                ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
+    EXPECT_THAT(
+        codesOf(names.contextAttributes,
+                {"cid", "pid", "rid", "req-desc", "sid", "tid", "site", "user", "wb", "vw", "ws"}),
+        ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
+}
 
 // ---- Attributes of a scope.
 
@@ -703,6 +739,35 @@ TEST_F(ParentRequestTest, AParentThatIsGoneGetsNothingAndStaysUnknown) {
 
     EXPECT_EQ(monitor->GetNumberOpenContexts(), 1U);
     EXPECT_THAT(LastEvent(), AllOf(Ends("child"), HasAttribute("wb", "book")));
+}
+
+TEST_F(ParentRequestTest, AChildThatIsCreatedAgainAsARootGivesNothingAnyMore) {
+    EnableForegroundContexts();
+    OpenBoth();
+    AddToChildsRequest({{"wb", "book"}});
+
+    Send(EventBuilder::CreateContext(childContext, 0));
+    CloseChild();
+    Close(7);
+
+    EXPECT_THAT(LastEvent(), AllOf(Ends("parent"), HasAttribute("wb", "-")));
+}
+
+TEST_F(ParentRequestTest, AChildThatIsCreatedAgainUnderAnotherParentGivesToThatOne) {
+    constexpr uint64 otherContext = 3;
+    EnableForegroundContexts();
+    OpenBoth();
+    OpenContext(otherContext);
+    Send(EventBuilder::OpenScope(9, "other").In(otherContext));
+
+    Send(EventBuilder::CreateContext(childContext, otherContext));
+    AddToChildsRequest({{"wb", "book"}});
+    CloseChild();
+
+    Close(7);
+    EXPECT_THAT(LastEvent(), AllOf(Ends("parent"), HasAttribute("wb", "-")));
+    Send(EventBuilder::CloseScope(9).In(otherContext));
+    EXPECT_THAT(LastEvent(), AllOf(Ends("other"), HasAttribute("wb", "book")));
 }
 
 TEST_F(ParentRequestTest, AContextWithTheIdZeroIsNobodysParent) {

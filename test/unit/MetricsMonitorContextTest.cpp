@@ -3,6 +3,8 @@
 
 #include "tarn/OptTarn.h"
 
+#include <atomic>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -634,6 +636,48 @@ TEST_F(MetricsMonitorContextTest, AnEmptyCounterCallbackIsNotCalled) {
     OptTarn::SetCorvalaCounterContextsCreated(nullptr);
 }
 
+/// A counter callback that always fails.
+void InstallThrowingCallback() {
+    OptTarn::SetCmonIncrementCounter(
+        [](const std::string&, uint64) { throw std::runtime_error("no counter"); });
+}
+
+TEST_F(MetricsMonitorContextTest, ACounterCallbackThatThrowsAtABeginningLeavesNoScopeBehind) {
+    InstallThrowingCallback();
+
+    EXPECT_THROW(Open(7, "query"), std::runtime_error);
+
+    EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
+    EXPECT_EQ(monitor->GetNumberOpenScopesForContext(rootContext), 0U);
+    EXPECT_THAT(*events, IsEmpty());
+}
+
+TEST_F(MetricsMonitorContextTest, ACounterCallbackThatThrowsAtAnEndDoesNotKeepTheScopeOpen) {
+    Open(7, "query");
+    InstallThrowingCallback();
+
+    EXPECT_THROW(Close(7), std::runtime_error);
+
+    EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
+    EXPECT_EQ(monitor->GetNumberOpenScopesForContext(rootContext), 0U);
+    OptTarn::SetCmonIncrementCounter({});
+    Open(8, "next");
+    EXPECT_THAT(LastEvent(), AllOf(Begins("next"), HasActivityField("depth", 0)));
+}
+
+TEST_F(MetricsMonitorContextTest, ACounterCallbackThatThrowsKeepsNeitherRequestNorContext) {
+    std::atomic<int64> requestsClosed{0};
+    OptTarn::SetCorvalaCounterRequestContextsClosed(&requestsClosed);
+    Open(7, "query");
+    InstallThrowingCallback();
+
+    EXPECT_THROW(Send(EventBuilder::CloseContext(rootContext)), std::runtime_error);
+
+    EXPECT_EQ(monitor->GetNumberOpenContexts(), 0U);
+    EXPECT_EQ(requestsClosed, 1);
+    OptTarn::SetCorvalaCounterRequestContextsClosed(nullptr);
+}
+
 // ---- Attributes of the request.
 
 TEST_F(MetricsMonitorContextTest, ALaterValueOfTheRequestReplacesTheEarlier) {
@@ -723,6 +767,16 @@ TEST_F(RequestDescriptionTest, AnyOtherDescriptionStays) {
     EXPECT_EQ(DescriptionAfter("load", "/bootstrapSession"), "load");
     EXPECT_EQ(DescriptionAfter("-", "load"), "-");
     EXPECT_EQ(DescriptionAfter(" ", "load"), " ");
+}
+
+TEST_F(RequestDescriptionTest, ADescriptionThatIsNoTextIsJudgedByTheTextItReadsAs) {
+    Value unknown("load");
+    unknown.type = 5;
+
+    EXPECT_EQ(DescriptionAfter(unknown, "store"), "store");
+
+    // 5 reads as "5", which stays, and cannot be logged as a description.
+    EXPECT_THROW(DescriptionAfter(5, "store"), LogicException);
 }
 
 TEST_F(RequestDescriptionTest, ThePrefixesAreExact) {

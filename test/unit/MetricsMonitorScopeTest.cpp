@@ -1,4 +1,5 @@
 #include "HostCounters.h"
+#include "MonitorRecords.h"
 #include "MonitorTest.h"
 #include "ScopeTree.h"
 
@@ -7,6 +8,7 @@
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -70,6 +72,15 @@ protected:
         return texts;
     }
 };
+
+// ---- How ids are kept.
+
+// Expected values computed apart from the library.
+TEST(IdHashTest, ItIsFnv1aOverTheBytesOfAnIdFromTheLowest) {
+    EXPECT_EQ(tarn::IdHash()(0), 0xA8C7F832281A39C5U);
+    EXPECT_EQ(tarn::IdHash()(1), 0x89CD31291D2AEFA4U);
+    EXPECT_EQ(tarn::IdHash()(0x0807060504030201U), 0x7EB5108B368A78EDU);
+}
 
 // ---- What is tracked.
 
@@ -592,6 +603,33 @@ TEST_F(MetricsMonitorScopeTest, ADroppedIdOnTopIsTakenOffWithoutAnEvent) {
                 AllOf(Begins("next"), HasActivityField("depth", 0), LacksActivityField("root")));
 }
 
+TEST_F(MetricsMonitorScopeTest, ADroppedIdOnTopIsTakenForWhatItsCloseEventSays) {
+    struct Row {
+        const char* openedAs;
+        const char* closedAs;
+        int depthOfNext;
+    };
+
+    // Only a close that is a tracing one by itself takes the id off the tracing scopes too.
+    for (const Row& row :
+         {Row{"request", "request", 0}, Row{"request", "hosts", 1}, Row{"hosts", "hosts", 0}}) {
+        OpenContext(2);
+        Send(EventBuilder::OpenScope(7, row.openedAs).In(2).FromHost());
+        OpenIn(2, 8, "inner");
+        Send(EventBuilder::CloseScope(7, row.openedAs).In(2).FromHost());
+        CloseIn(2, 8);
+
+        Send(EventBuilder::CloseScope(7, row.closedAs).In(2).FromHost());
+        EXPECT_EQ(monitor->GetNumberOpenScopesForContext(2), 0U);
+        OpenIn(2, 9, "next");
+
+        EXPECT_THAT(LastEvent(), AllOf(Begins("next"), HasActivityField("depth", row.depthOfNext)))
+            << row.openedAs << ", " << row.closedAs;
+        CloseIn(2, 9);
+        Send(EventBuilder::CloseContext(2));
+    }
+}
+
 TEST_F(MetricsMonitorScopeTest, DroppingTheSameScopeTwiceIsSilentTheSecondTime) {
     Open(7, "outer");
     Open(8, "inner");
@@ -636,6 +674,22 @@ TEST_F(MetricsMonitorScopeTest, AScopeAboveDroppedOnesAloneStartsFromTheContexts
                       HasActivityField("sponsor", "00000000-0000-0000-0000-000000000000"),
                       HasActivityField("root", "00000000-0000-0000-0000-000000000000"),
                       HasThreadId(0)));
+}
+
+TEST_F(MetricsMonitorScopeTest, ADroppedIdSponsorsTheScopesAboveItAgainOnceItIsReopened) {
+    Open(7, "outer");
+    Open(8, "middle");
+    Open(9, "inner");
+    Close(8);
+    Close(9);
+    Open(10, "next");
+    EXPECT_THAT(LastEvent(), HasActivityField("sponsor", KnownIds::Text(1)));
+
+    OpenContext(2);
+    OpenIn(2, 8, "elsewhere");
+    Close(10);
+
+    EXPECT_THAT(LastEvent(), AllOf(Ends("next"), HasActivityField("sponsor", KnownIds::Text(5))));
 }
 
 TEST_F(MetricsMonitorScopeTest, ADroppedIdKeepsScopesOfTheHostOut) {
@@ -911,6 +965,40 @@ TEST_F(MetricsMonitorScopeTest, OfDoubledForegroundPairsTheLaterCount) {
                 AllOf(HasActivityField("depth", 2),
                       HasActivityField("id", "B"),
                       HasActivityField("root", "S")));
+}
+
+TEST_F(MetricsMonitorScopeTest, ForegroundIdsThatAreNoTextReadAsTextAllTheSame) {
+    EnableForegroundContexts();
+
+    Open(7, "query", {{"traceDepth", 1}, {"__root__", 5}, {"activityId", true}, {"rid", 1.5}});
+
+    EXPECT_THAT(LastEvent(),
+                AllOf(HasActivityField("id", "true"),
+                      HasActivityField("root", "5"),
+                      HasActivityField("sponsor", "5"),
+                      HasRequest("1.5")));
+}
+
+TEST_F(MetricsMonitorScopeTest, ForegroundDepthsThatAreNoIntegersReadAsZero) {
+    EnableForegroundContexts();
+
+    Open(7, "query", {{"traceDepth", "3"}, {"sDepth", 4.0}});
+
+    EXPECT_THAT(LastEvent(), AllOf(HasActivityField("depth", 0), HasBodyField("sDepth", 0)));
+}
+
+TEST_F(MetricsMonitorScopeTest, OneMoreThanTheLargestDepthWraps) {
+    constexpr int largest = std::numeric_limits<int>::max();
+    EnableForegroundContexts();
+    Open(7, "outer", ForegroundPairs{.traceDepth = largest, .serviceDepth = largest});
+    OptTarn::SetIsForegroundThreadContextEnabled(false);
+
+    Open(8, "inner");
+    EXPECT_THAT(LastEvent(), HasActivityField("depth", std::numeric_limits<int>::min()));
+    EnableForegroundContexts();
+    Close(8);
+
+    EXPECT_THAT(LastEvent(), HasBodyField("sDepth", std::numeric_limits<int>::min()));
 }
 
 TEST_F(MetricsMonitorScopeTest, ForegroundPairsMayBeNarrowAndStandBetweenAttributes) {

@@ -3,6 +3,8 @@
 #include "OptTarnInternal.h"
 #include "TarnTest.h"
 
+#include "tarn/ActivityScope.h"
+
 #include "cvlcoreplatform/ComputerName.h"
 #include "cvlcoreplatform/CorePlatformOptions.h"
 #include "cvlcoreplatform/TString.h"
@@ -284,6 +286,24 @@ TEST_F(OptTarnTest, TheSetterDestroysThePreviousCounterCallbackAfterTheNewOneIsI
     EXPECT_EQ(newCalls, 1);
 }
 
+TEST_F(OptTarnTest, ACounterCallbackThatReplacesItselfLivesUntilItReturns) {
+    auto part = std::make_shared<int>(0);
+    const std::weak_ptr<int> watch = part;
+    bool livedToItsEnd = false;
+    OptTarn::SetCmonIncrementCounter(
+        [part = std::move(part), &watch, &livedToItsEnd](const std::string&, uint64) {
+            const std::weak_ptr<int>& own = watch;
+            bool& lives = livedToItsEnd;
+            OptTarn::SetCmonIncrementCounter([](const std::string&, uint64) {});
+            lives = !own.expired();
+        });
+
+    OptTarn::CountWithCmon("scopes");
+
+    EXPECT_TRUE(livedToItsEnd);
+    EXPECT_TRUE(watch.expired()) << "it is destroyed afterwards";
+}
+
 TEST_F(OptTarnTest, TheSetterDestroysThePreviousVersionCallbackAfterTheNewOneIsInPlace) {
     TString seen;
     AtDestruction previous([&seen] { seen = OptTarn::GetGetAppProductVersion()(true); });
@@ -501,6 +521,23 @@ TEST_F(OptTarnTest, ThePlatformCanAskWhetherTracingIsOn) {
 
     OptTarn::SetIsTarnEnabled(false);
     EXPECT_FALSE(::IsTarnEnabled());
+}
+
+TEST_F(OptTarnTest, SwitchingTracingOnAndOffLeavesThePlatformAlone) {
+    int asked = 0;
+    CorePlatformOptions::SetIsTarnEnabledFunction([&asked] {
+        ++asked;
+        return true;
+    });
+
+    OptTarn::SetIsTarnEnabled(true);
+    OptTarn::SetIsTarnEnabled(false);
+    const int askedMeanwhile = asked;
+    const bool answer = ::IsTarnEnabled();
+    CorePlatformOptions::SetIsTarnEnabledFunction(&ActivityScope::IsTarnEnabled);
+
+    EXPECT_EQ(askedMeanwhile, 0);
+    EXPECT_TRUE(answer) << "the platform's function was replaced";
 }
 
 TEST_F(OptTarnTest, OptionsMayBeReadAndSetWhileTheProcessEnds) {

@@ -1,5 +1,6 @@
 #include "ScopeStateDump.h"
 
+#include "AllocationCounter.h"
 #include "MonitorTest.h"
 #include "ScopeState.h"
 
@@ -208,6 +209,25 @@ TEST_F(ScopeStateDumpTest, WhileInfoIsDisabledNothingIsDumped) {
 
     EXPECT_THAT(Log().Events(), IsEmpty());
     EXPECT_THAT(LastEvent(), Ends("inner"));
+}
+
+TEST_F(ScopeStateDumpTest, WhileInfoIsDisabledNothingIsGatheredForADump) {
+    TLog::SetThreshold(TLog::Warn);
+    Open(7, "query");
+    for (const wchar_t* const list : {L"memoryAttrs", L"cpuAttrs"}) {
+        const Metrics::MetricsEvent figures = EventBuilder::ScopePairs(7, list, {{L"ai", 1000}});
+        const auto allocations = [&] {
+            const tarn::test::AllocationCounter counter;
+            Send(figures);
+            return counter.Allocations();
+        };
+
+        OptTarn::SetShouldLogResourceTracking(false);
+        const uint64 withoutDumps = allocations();
+        OptTarn::SetShouldLogResourceTracking(true);
+
+        EXPECT_EQ(allocations(), withoutDumps);
+    }
 }
 
 TEST_F(ScopeStateDumpTest, AnUnknownScopeIsNotDumped) {

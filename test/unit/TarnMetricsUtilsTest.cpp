@@ -40,6 +40,23 @@ std::string Seconds(uint64 nanoSeconds, bool highPrecision) {
     return TarnMetricsUtils::NanoSecondsToString(nanoSeconds, highPrecision).ToUtf8();
 }
 
+// ---- Kinds
+
+TEST(TarnMetricsUtilsTest, TheKindsOfValuesAndLiteralsHaveTheirNumbers) {
+    EXPECT_EQ(MetricsValue(7).type, 0U);
+    EXPECT_EQ(MetricsValue(true).type, 1U);
+    EXPECT_EQ(MetricsValue(1.5).type, 2U);
+    EXPECT_EQ(MetricsValue("narrow").type, 3U);
+    EXPECT_EQ(MetricsValue(u"wide").type, 4U);
+
+    EXPECT_EQ(static_cast<int>(TLog::LiteralType::String), 0);
+    EXPECT_EQ(static_cast<int>(TLog::LiteralType::Integer), 1);
+    EXPECT_EQ(static_cast<int>(TLog::LiteralType::Double), 2);
+    EXPECT_EQ(static_cast<int>(TLog::LiteralType::FixedDouble), 3);
+    EXPECT_EQ(static_cast<int>(TLog::LiteralType::Boolean), 4);
+    EXPECT_EQ(static_cast<int>(TLog::LiteralType::Null), 5);
+}
+
 // ---- ConvertMetricsValueToTString
 
 TEST(TarnMetricsUtilsTest, ConvertingTakesTheTextOfBothTextKinds) {

@@ -6,9 +6,12 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/THash32.h"
+#include "cvlsys/TReadWriteLock.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <limits>
 #include <string>
 #include <thread>
@@ -28,8 +31,37 @@ using testing::UnorderedElementsAre;
 
 using Names = TarnSettings::Names;
 
+// ---- The lock that guards names and mappings
+
+TReadWriteLock& LockOf(TarnSettings& settings);
+
+template <auto Lock>
+struct LockAccess {
+    friend TReadWriteLock& LockOf(TarnSettings& settings) { return settings.*Lock; }
+};
+
+// Names in an explicit instantiation are not checked for access.
+template struct LockAccess<&TarnSettings::m_lock>;
+
 class TarnSettingsTest : public TarnTest {
 protected:
+    /// Whether `work` comes to its end on another thread while this one holds `Guard`.
+    template <class Guard, class Work>
+    bool EndsWhileLocked(Work work) {
+        std::future<void> worker;
+        bool ended = false;
+        {
+            const Guard guard(LockOf(Settings()));
+            worker = std::async(std::launch::async, work);
+            ended = worker.wait_for(m_patience) == std::future_status::ready;
+        }
+        worker.wait();
+        return ended;
+    }
+
+    /// How long work that must end may take, or work that must wait is watched.
+    std::chrono::milliseconds m_patience{10000};
+
     TarnSettings& Settings() { return TarnSettings::GetInstance(); }
 
     std::pair<bool, TString> MappingOf(const char16_t* name) {
@@ -422,6 +454,55 @@ TEST_F(TarnSettingsTest, TheTableOfMappingsIsACopyThatHashesTheUtf16Bytes) {
 }
 
 // ---- Threads
+
+TEST_F(TarnSettingsTest, RanksAreSetAndAnsweredWhileTheSettingsAreLocked) {
+    EXPECT_TRUE(EndsWhileLocked<TReadWriteLock::WriteGuard>([this] {
+        Settings().SetRankOn(TraceRank{3});
+        EXPECT_TRUE(Settings().IsOff(TraceRank{4}));
+        EXPECT_TRUE(Settings().IsEitherOff(TraceRank{4}, "a"));
+        EXPECT_FALSE(Settings().IsOff(static_cast<const char*>(nullptr)));
+    }));
+}
+
+TEST_F(TarnSettingsTest, TheTableOfMappingsIsCopiedWhileTheSettingsAreLocked) {
+    EXPECT_TRUE(EndsWhileLocked<TReadWriteLock::WriteGuard>(
+        [this] { EXPECT_THAT(Settings().GetEventAttributeMappings(), SizeIs(7)); }));
+}
+
+TEST_F(TarnSettingsTest, ReadersDoNotWaitForReaders) {
+    Settings().SetOffs({"a"});
+
+    EXPECT_TRUE(EndsWhileLocked<TReadWriteLock::ReadGuard>([this] {
+        EXPECT_TRUE(Settings().IsOff("a"));
+        EXPECT_TRUE(Settings().IsEitherOff(TraceRank{0}, "a"));
+        EXPECT_THAT(Settings().GetCopyOfOffs(), UnorderedElementsAre("a"));
+        EXPECT_EQ(MappingOf(u"site"), std::make_pair(true, TString(u"site")));
+    }));
+}
+
+TEST_F(TarnSettingsTest, WritersWaitForReaders) {
+    m_patience = std::chrono::milliseconds(20);
+    using ReadGuard = TReadWriteLock::ReadGuard;
+
+    EXPECT_FALSE(EndsWhileLocked<ReadGuard>([this] { Settings().SetOffs({"a"}); }));
+    EXPECT_FALSE(EndsWhileLocked<ReadGuard>(
+        [this] { Settings().AddEventAttributeMapping(TString(u"name"), TString(u"site")); }));
+    EXPECT_FALSE(EndsWhileLocked<ReadGuard>(
+        [this] { Settings().RemoveEventAttributeMapping(TString(u"name")); }));
+    EXPECT_FALSE(
+        EndsWhileLocked<ReadGuard>([this] { Settings().SetEventAttributeMappingToDefaults(); }));
+}
+
+TEST_F(TarnSettingsTest, ReadersOfNamesAndMappingsWaitForWriters) {
+    m_patience = std::chrono::milliseconds(20);
+    using WriteGuard = TReadWriteLock::WriteGuard;
+
+    EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().IsOff("a"); }));
+    EXPECT_FALSE(
+        EndsWhileLocked<WriteGuard>([this] { Settings().IsEitherOff(TraceRank{0}, "a"); }));
+    EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().GetCopyOfOffs(); }));
+    EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { MappingOf(u"site"); }));
+}
 
 TEST_F(TarnSettingsTest, ReadersOnOtherThreadsSeeWholeSetsOnly) {
     constexpr int32 enough = 2000;

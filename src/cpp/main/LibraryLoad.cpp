@@ -1,5 +1,5 @@
-// What happens when the library is loaded: everything that is built on first use is built now, so
-// that no traced thread pays for it, and the platform learns how to ask whether tracing is on.
+// What happens when the library is loaded: what every scope needs is built now, so that
+// no traced thread pays for it, and the platform learns how to ask whether tracing is on.
 #include "ActivityTokenText.h"
 
 #include "tarn/ActivityScope.h"

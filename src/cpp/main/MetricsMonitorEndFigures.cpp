@@ -52,9 +52,14 @@ void FoldFromSameThread(ResourceFigure& parent,
     }
 }
 
+/// Asked before anything is made for a dump, its reason included.
+bool AreDumpsWanted() {
+    return OptTarn::GetShouldLogResourceTracking() && tarn::IsScopeStateDumpEnabled();
+}
+
 void DumpFolding(const MetricsMonitor::ScopeState& child,
                  const MetricsMonitor::ScopeState& parent) {
-    if (!OptTarn::GetShouldLogResourceTracking() || !tarn::IsScopeStateDumpEnabled()) {
+    if (!AreDumpsWanted()) {
         return;
     }
     const auto reason = [&child](const char16_t* format) {
@@ -170,7 +175,7 @@ void MetricsMonitor::OnMemoryCpuValuePairs(ScopeState& state,
                 break;
         }
     }
-    if (OptTarn::GetShouldLogResourceTracking()) {
+    if (AreDumpsWanted()) {
         tarn::WriteScopeStateDump(state,
                                   dumpType == DumpType::Memory ? u"Added memory from ActivityScope"
                                                                : u"Added cpu from ActivityScope",

@@ -3,9 +3,7 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlsys/IntegerTypes.h"
 
-#include <initializer_list>
 #include <unordered_map>
-#include <utility>
 
 namespace tarn {
 
@@ -56,7 +54,7 @@ enum class ContextAttributeName : int32 {
 template <class Code>
 class NameCodes {
 public:
-    NameCodes(std::initializer_list<std::pair<const TString, Code>> codes) : m_codes(codes) {}
+    void Add(const TString& name, Code code) { m_codes.emplace(name, code); }
 
     Code Find(const TString& name) const {
         const auto found = m_codes.find(name);

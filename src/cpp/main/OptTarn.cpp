@@ -5,10 +5,13 @@
 
 #include "cvlcoreplatform/ComputerName.h"
 
+#include <memory>
 #include <utility>
 
 namespace OptTarn {
 namespace {
+
+using CmonIncrementCounter = std::function<void(const std::string&, uint64)>;
 
 /// Texts and callbacks. They are built on first use, which the load of the library forces, and
 /// never destroyed: static destructors of the host may still trace.
@@ -19,8 +22,10 @@ struct Texts {
 
     std::function<TString(bool)> getAppProductVersion = [](bool) { return TString(); };
     std::function<void()> emitEnvironmentMetrics = [] {};
-    std::function<void(const std::string&, uint64)> cmonIncrementCounter = [](const std::string&,
-                                                                              uint64) {};
+
+    /// Shared, so that a callback that replaces itself lives until it returns.
+    std::shared_ptr<const CmonIncrementCounter> cmonIncrementCounter =
+        std::make_shared<const CmonIncrementCounter>([](const std::string&, uint64) {});
 
     std::string contextsCreatedName;
     std::string contextsClosedName;
@@ -131,16 +136,18 @@ std::function<void()> GetEmitEnvironmentMetrics() {
 }
 
 void SetCmonIncrementCounter(std::function<void(const std::string&, uint64)> cmonIncrementCounter) {
-    ReplaceCallback(GetTexts().cmonIncrementCounter, std::move(cmonIncrementCounter));
+    ReplaceCallback(GetTexts().cmonIncrementCounter,
+                    std::make_shared<const CmonIncrementCounter>(std::move(cmonIncrementCounter)));
 }
 
 std::function<void(const std::string&, uint64)> GetCmonIncrementCounter() {
-    return GetTexts().cmonIncrementCounter;
+    return *GetTexts().cmonIncrementCounter;
 }
 
 void CountWithCmon(const std::string& counterName) {
-    if (const auto& count = GetTexts().cmonIncrementCounter) {
-        count(counterName, 1);
+    const std::shared_ptr<const CmonIncrementCounter> count = GetTexts().cmonIncrementCounter;
+    if (*count) {
+        (*count)(counterName, 1);
     }
 }
 
