@@ -2,12 +2,27 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <new>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+// The sanitizers' allocators end the process when there is no memory, unless they are told to
+// return null as the system's does. They look these functions up by name.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
+    return "allocator_may_return_null=1";
+}
+
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
 using corvala::memory::MemoryCounter;
 using corvala::memory::MemoryScope;
@@ -93,6 +108,82 @@ TEST_F(CountedNewTest, AlignedFormsAreChargedAndAligned) {
     EXPECT_EQ(counter.Allocated(), counter.Deallocated());
 }
 
+TEST_F(CountedNewTest, EveryFormIsChargedAndAgreesWithEveryOtherFormOnTheSize) {
+    static constexpr std::size_t bytes = 100;
+    constexpr auto boundary = std::align_val_t{64};
+    const std::vector<std::function<void*()>> plain = {
+        [] { return ::operator new(bytes); },
+        [] { return ::operator new[](bytes); },
+        [] { return ::operator new(bytes, std::nothrow); },
+        [] { return ::operator new[](bytes, std::nothrow); }};
+    std::vector<std::function<void(void*)>> plainReleases = {
+        [](void* block) { ::operator delete(block); },
+        [](void* block) { ::operator delete[](block); },
+        [](void* block) { ::operator delete(block, std::nothrow); },
+        [](void* block) { ::operator delete[](block, std::nothrow); }};
+    const std::vector<std::function<void*()>> aligned = {
+        [] { return ::operator new(bytes, boundary); },
+        [] { return ::operator new[](bytes, boundary); },
+        [] { return ::operator new(bytes, boundary, std::nothrow); },
+        [] { return ::operator new[](bytes, boundary, std::nothrow); }};
+    std::vector<std::function<void(void*)>> alignedReleases = {
+        [](void* block) { ::operator delete(block, boundary); },
+        [](void* block) { ::operator delete[](block, boundary); },
+        [](void* block) { ::operator delete(block, boundary, std::nothrow); },
+        [](void* block) { ::operator delete[](block, boundary, std::nothrow); }};
+#ifdef __cpp_sized_deallocation
+    plainReleases.emplace_back([](void* block) { ::operator delete(block, bytes); });
+    plainReleases.emplace_back([](void* block) { ::operator delete[](block, bytes); });
+    alignedReleases.emplace_back([](void* block) { ::operator delete(block, bytes, boundary); });
+    alignedReleases.emplace_back([](void* block) { ::operator delete[](block, bytes, boundary); });
+#endif
+    const auto expectPairs = [this](const auto& allocations, const auto& releases) {
+        for (std::size_t i = 0; i < allocations.size(); ++i) {
+            for (std::size_t j = 0; j < releases.size(); ++j) {
+                void* block = nullptr;
+                const MemoryCounter made = Count([&] { block = allocations[i](); });
+                ASSERT_NE(block, nullptr);
+                std::memset(block, 1, bytes);
+                const MemoryCounter gone = Count([&] { releases[j](block); });
+
+                EXPECT_EQ(made.AllocatedCount(), 1U) << "form " << i;
+                EXPECT_GE(made.Allocated(), bytes) << "form " << i;
+                EXPECT_EQ(gone.DeallocatedCount(), 1U) << "release " << j;
+                EXPECT_EQ(gone.Deallocated(), made.Allocated()) << i << " and " << j;
+            }
+        }
+    };
+
+    expectPairs(plain, plainReleases);
+    expectPairs(aligned, alignedReleases);
+}
+
+TEST_F(CountedNewTest, AlignmentsBelowThoseOfPointersAreServed) {
+    const MemoryCounter counter = Count([] {
+        void* const block = Keep(::operator new (3, std::align_val_t{1}));
+        ::operator delete (block, std::align_val_t{1});
+    });
+
+    EXPECT_EQ(counter.AllocatedCount(), 1U);
+    EXPECT_EQ(counter.Allocated(), counter.Deallocated());
+}
+
+TEST_F(CountedNewTest, TheNewHandlerIsAskedUntilItGivesUp) {
+    static int asked = 0;
+    asked = 0;
+    const std::new_handler before = std::set_new_handler([] {
+        if (++asked == 3) {
+            std::set_new_handler(nullptr);
+        }
+    });
+    constexpr std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max() - 4096;
+
+    EXPECT_EQ(::operator new(tooMuch, std::nothrow), nullptr);
+
+    std::set_new_handler(before);
+    EXPECT_EQ(asked, 3);
+}
+
 TEST_F(CountedNewTest, ContainersAreChargedWithoutKnowingIt) {
     const MemoryCounter counter = Count([] {
         std::vector<std::unique_ptr<int>> numbers;
@@ -124,9 +215,9 @@ TEST_F(CountedNewTest, ABlockThatAnotherFrameAllocatedIsReleasedInThisOne) {
 
 TEST_F(CountedNewTest, MemoryThatIsNotThereRaisesBadAllocAndIsNotCharged) {
     bool raised = false;
-    const std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max() - 4096;
+    constexpr std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max() - 4096;
 
-    const MemoryCounter counter = Count([&raised, tooMuch] {
+    const MemoryCounter counter = Count([&raised] {
         try {
             ::operator delete(Keep(::operator new(tooMuch)));
         } catch (const std::bad_alloc&) {

@@ -1,0 +1,121 @@
+// What does it cost to link tarn::counted_new? A program of its own, for it replaces operator new
+// and delete; the ones of the C++ library are still there behind them, and both are measured in
+// one run.
+
+#include "cvlsys/MemoryTracking.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <new>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+namespace benchmarks {
+namespace {
+
+using corvala::memory::MemoryTrackingMode;
+
+struct Operators {
+    void* (*allocate)(std::size_t bytes);
+    void (*release)(void* block);
+};
+
+Operators Counted() {
+    return {static_cast<void* (*)(std::size_t)>(&::operator new),
+            static_cast<void (*)(void*)>(&::operator delete)};
+}
+
+/// Those that the program would have without the target.
+Operators Plain() {
+    return {reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "_Znwm")),
+            reinterpret_cast<void (*)(void*)>(dlsym(RTLD_NEXT, "_ZdlPv"))};
+}
+
+struct Variant {
+    const char* name;
+    bool isCounted;
+    MemoryTrackingMode mode;
+    bool hasFrame;  ///< a scope that measures is open
+};
+
+constexpr Variant variants[] = {
+    {"plain", false, corvala::memory::MemoryTrackingOff, false},
+    {"counted/off", true, corvala::memory::MemoryTrackingOff, false},
+    {"counted/allocations", true, corvala::memory::MemoryTrackingAllocations, true},
+    {"counted/all/noscope", true, corvala::memory::MemoryTrackingAll, false},
+    {"counted/all", true, corvala::memory::MemoryTrackingAll, true},
+};
+
+// Both sides are called alike, and instructions can be counted within this function.
+[[gnu::noinline]] void NewAndDelete(const Operators& operators, std::size_t bytes) {
+    void* const block = operators.allocate(bytes);
+    benchmark::DoNotOptimize(block);
+    operators.release(block);
+}
+
+std::uint64_t ExpectedAllocations(const Variant& variant, std::uint64_t calls) {
+    return variant.isCounted && variant.hasFrame ? calls : 0;
+}
+
+void Measure(benchmark::State& state, const Variant& variant) {
+    const Operators operators = variant.isCounted ? Counted() : Plain();
+    const auto bytes = static_cast<std::size_t>(state.range(0));
+    if (operators.allocate == nullptr || operators.release == nullptr ||
+        Plain().allocate == Counted().allocate) {
+        state.SkipWithError("there are no two pairs of operators to compare");
+        return;
+    }
+    corvala::memory::SetMemoryTrackingMode(variant.mode);
+    corvala::memory::ThreadMemoryCounters frame;
+    frame.parentThreadMemoryCounters =
+        corvala::memory::SwapPushMemoryCounters(variant.hasFrame ? &frame : nullptr);
+
+    for ([[maybe_unused]] auto iteration : state) {
+        NewAndDelete(operators, bytes);
+    }
+
+    corvala::memory::SwapPopMemoryCounters(frame.parentThreadMemoryCounters);
+    const std::uint64_t expected =
+        ExpectedAllocations(variant, static_cast<std::uint64_t>(state.iterations()));
+    if (frame.allocatedCount != expected || frame.allocated < expected * bytes ||
+        frame.deallocatedCount !=
+            (variant.mode == corvala::memory::MemoryTrackingAll ? expected : 0)) {
+        state.SkipWithError("what was counted is not what was done");
+    }
+}
+
+/// Fixed when instructions are counted from outside.
+std::int64_t IterationsFromEnvironment() {
+    const char* const text = std::getenv("TARN_BENCHMARK_ITERATIONS");
+    return text != nullptr ? std::strtoll(text, nullptr, 10) : 0;
+}
+
+void RegisterAll() {
+    const std::int64_t iterations = IterationsFromEnvironment();
+    for (const Variant& variant : variants) {
+        auto* const registered = benchmark::RegisterBenchmark(
+            (std::string("NewDelete/") + variant.name).c_str(),
+            [&variant](benchmark::State& state) { Measure(state, variant); });
+        registered->RangeMultiplier(4)->Range(16, 4096)->Threads(1)->Threads(2);
+        if (iterations > 0) {
+            registered->Iterations(iterations);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace benchmarks
+
+int main(int argc, char** argv) {
+    benchmarks::RegisterAll();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
