@@ -1,24 +1,24 @@
 #include "Bus.h"
 
 #include "Admission.h"
-#include "MetricsManagerAccess.h"
+#include "Consumers.h"
+#include "DeliveringThread.h"
+#include "EventQueues.h"
+#include "EventRecord.h"
+#include "LossReport.h"
+#include "PendingContexts.h"
 
-#include "cvlcoreplatform/TLogger.h"
+#include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Statistics.h"
 #include "cvlsys/host/MemoryCharging.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstddef>
-#include <exception>
-#include <list>
 #include <mutex>
 #include <new>
 #include <pthread.h>
-#include <string>
-#include <unordered_map>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -26,36 +26,23 @@ namespace Metrics::Bus {
 
 namespace {
 
-struct Consumer {
-    RefCntPtr<IMetricsListener> listener;
-    uint64 bits = 0;
-    bool everything = false;
-    bool isSubscribed = true;
-
-    bool Receives(const MetricsEvent& event) const noexcept {
-        return everything || (event.flags & bits) != 0 || IsContextEvent(event.type);
-    }
-
-    static bool IsContextEvent(MetricsEventType type) noexcept {
-        return type == MetricsEventType::CreateContext || type == MetricsEventType::OpenContext ||
-               type == MetricsEventType::CloseContext;
-    }
-};
-
-// A list, because entries are taken out without moving the others and without asking for memory.
-using Consumers = std::list<Consumer>;
+using std::chrono::milliseconds;
 
 /// What one thread's delivery gathers until it is over.
 struct Delivery {
     std::vector<MetricsEvent> waiting;  ///< emitted on this thread in the meantime, in order
-    Consumers retired;                  ///< unsubscribed in the meantime
+    Consumers::List retired;            ///< unsubscribed in the meantime
 };
 
 constinit Admission s_admission;
 
-constinit std::atomic<uint64> s_deliveredEvents{0};
-constinit std::atomic<uint64> s_consumerExceptions{0};
-constinit std::atomic<uint64> s_lostEvents{0};
+constinit std::atomic<bool> s_isAsynchronous{false};
+constinit std::atomic<bool> s_isRefusing{false};
+constinit std::atomic<bool> s_isGivenUp{false};
+constinit std::atomic<milliseconds> s_patience{milliseconds{5000}};
+
+constinit std::atomic<uint64> s_waits{0};
+constinit std::atomic<uint64> s_waitedNanos{0};
 
 // Set exactly while this thread holds the bus's mutex for a delivery.
 constinit thread_local Delivery* t_delivery = nullptr;
@@ -87,37 +74,13 @@ void Wait(Delivery& delivery, MetricsEvent&& event) {
     try {
         delivery.waiting.push_back(std::move(event));
     } catch (const std::bad_alloc&) {
-        s_lostEvents.fetch_add(1, std::memory_order_relaxed);
+        LossReport::CountLostEvent();
         throw;
     }
 }
 
-void ReportException(const char* what) noexcept {
-    s_consumerExceptions.fetch_add(1, std::memory_order_relaxed);
-    TLog::Logger& logger = TLog::Logger::Get();
-    if (!logger.IsEnabled(TLog::Warn)) {
-        return;
-    }
-    try {
-        const std::string text = std::string("A listener of the metrics bus threw: ") + what;
-        logger.LogMessage(TLog::Warn, TString(text));
-    } catch (const std::bad_alloc&) {
-        // It is counted all the same.
-    }
-}
-
-void Call(IMetricsListener& listener, const MetricsEvent& event) noexcept {
-    try {
-        listener.OnMetricsEvent(event);
-    } catch (const std::exception& exception) {
-        ReportException(exception.what());
-    } catch (...) {
-        ReportException("an object that is no std::exception");
-    }
-}
-
-/// The consumers and the lock under which they are read, changed and called. There is one, made at
-/// first use and never destroyed.
+/// The delivering role: the lock under which the consumers are read, changed and called and the
+/// queues are emptied. There is one, made at first use and never destroyed.
 class Dispatcher {
 public:
     static Dispatcher& Get() {
@@ -125,13 +88,15 @@ public:
         return dispatcher;
     }
 
+    Consumers& GetConsumers() noexcept { return m_consumers; }
+
     void Deliver(const MetricsEvent& event) noexcept;
+    void DeliverQueued() noexcept;
+    bool DeliverSome() noexcept;
 
     void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
     bool RemoveConsumer(const IMetricsListener& listener);
-
-    void KeepParent(uint64 contextId, uint64 parentId);
-    uint64 TakeParent(uint64 contextId) noexcept;
+    bool RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listener, milliseconds patience);
 
 private:
     Dispatcher();
@@ -142,34 +107,77 @@ private:
         return t_delivery == nullptr ? std::unique_lock(m_mutex) : std::unique_lock<std::mutex>();
     }
 
-    void DeliverToConsumers(const MetricsEvent& event, Delivery& delivery) noexcept;
-    void SetRetiredAside(Delivery& delivery) noexcept;
-    Consumers::iterator Find(const IMetricsListener& listener) noexcept;
-    void PublishAdmission() noexcept;
+    void LockForFork() noexcept;
+    void UnlockAfterFork() noexcept;
+    void StartAnewInChild() noexcept;
+
+    void DeliverQueued(Delivery& delivery) noexcept;
+    bool DeliverNext(Delivery& delivery) noexcept;
+    bool Read(EventRecord& record) noexcept;
+    void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;
 
     std::mutex m_mutex;
-    Consumers m_consumers;
-    bool m_someHaveRetired = false;
-    std::unordered_map<uint64, uint64> m_parents;
-    std::atomic<std::size_t> m_parentCount{0};
+    // How many other threads want the mutex: the delivering thread lets them go first.
+    std::atomic<uint32> m_othersWait{0};
+    Consumers m_consumers{s_admission};
+    MetricsEvent m_taken;
 };
 
-// A child that is forked while another thread delivers would find the mutex locked for ever. So the
-// forking thread takes it first, unless it is itself the one that delivers.
+/// Tells the delivering thread that somebody else wants the lock.
+class Claim {
+public:
+    explicit Claim(std::atomic<uint32>& claims) noexcept : m_claims(claims) {
+        m_claims.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    ~Claim() { m_claims.fetch_sub(1, std::memory_order_relaxed); }
+
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
+
+private:
+    std::atomic<uint32>& m_claims;
+};
+
+// A child that is forked while another thread delivers, queues its first event or starts the
+// delivering thread would find a mutex locked for ever and records half written. So the forking
+// thread takes all locks first, unless it is itself the one that delivers.
+//
+// The logger has registered handlers of its own when it was loaded, before these. So it is locked
+// after the bus, as in a delivery that logs.
 Dispatcher::Dispatcher() {
-    static constexpr auto lock = [] {
-        if (t_delivery == nullptr) {
-            Get().m_mutex.lock();
-        }
-    };
-    static constexpr auto unlock = [] {
-        if (t_delivery == nullptr) {
-            Get().m_mutex.unlock();
-        }
-    };
-    if (pthread_atfork(lock, unlock, unlock) != 0) {
+    const int result = pthread_atfork([] { Get().LockForFork(); },
+                                      [] { Get().UnlockAfterFork(); },
+                                      [] { Get().StartAnewInChild(); });
+    if (result != 0) {
         throw std::bad_alloc();
     }
+}
+
+void Dispatcher::LockForFork() noexcept {
+    if (t_delivery == nullptr) {
+        const Claim claim(m_othersWait);
+        m_mutex.lock();
+    }
+    DeliveringThread::LockForFork();
+    EventQueues::LockForFork();
+    PendingContexts::LockForFork();
+}
+
+void Dispatcher::UnlockAfterFork() noexcept {
+    PendingContexts::UnlockAfterFork();
+    EventQueues::UnlockAfterFork();
+    DeliveringThread::UnlockAfterFork();
+    if (t_delivery == nullptr) {
+        m_mutex.unlock();
+    }
+}
+
+void Dispatcher::StartAnewInChild() noexcept {
+    EventQueues::StartAnewInChild();
+    DeliveringThread::StartAnewInChild();
+    m_othersWait.store(0, std::memory_order_relaxed);
+    UnlockAfterFork();
 }
 
 void Dispatcher::Deliver(const MetricsEvent& event) noexcept {
@@ -177,124 +185,189 @@ void Dispatcher::Deliver(const MetricsEvent& event) noexcept {
     // anything, waiting for other threads included.
     Delivery delivery;
 
+    const Claim claim(m_othersWait);
     const std::lock_guard lock(m_mutex);
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
 
-    DeliverToConsumers(event, delivery);
+    DeliverQueued(delivery);
+    DeliverWithFollowers(event, delivery);
+}
+
+void Dispatcher::DeliverQueued() noexcept {
+    Delivery delivery;
+
+    const Claim claim(m_othersWait);
+    const std::lock_guard lock(m_mutex);
+    const CurrentDelivery current(delivery);
+    const corvala::memory::UnchargedAllocations uncharged;
+
+    DeliverQueued(delivery);
+}
+
+bool Dispatcher::DeliverSome() noexcept {
+    constexpr int atMost = 64;
+    Delivery delivery;
+
+    for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
+        std::this_thread::yield();
+    }
+    const std::lock_guard lock(m_mutex);
+    const CurrentDelivery current(delivery);
+    const corvala::memory::UnchargedAllocations uncharged;
+
+    int delivered = 0;
+    while (delivered < atMost && DeliverNext(delivery)) {
+        ++delivered;
+        EventQueues::WakeWriters();
+        if (m_othersWait.load(std::memory_order_relaxed) != 0) {
+            break;
+        }
+    }
+    return delivered != 0;
+}
+
+void Dispatcher::DeliverQueued(Delivery& delivery) noexcept {
+    const uint64 queued = EventQueues::GetQueuedCount();
+    while (EventQueues::GetTakenCount() < queued) {
+        if (!DeliverNext(delivery)) {
+            std::this_thread::yield();  // its thread is just about to show it
+        }
+    }
+    EventQueues::WakeWriters();
+}
+
+bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
+    EventRecord* const record = EventQueues::Next();
+    if (record == nullptr) {
+        return false;
+    }
+    const bool isRead = Read(*record);
+    EventQueues::Pop();
+    if (isRead) {
+        DeliverWithFollowers(m_taken, delivery);
+    }
+    return true;
+}
+
+// What was accepted is worth waiting a second for memory.
+bool Dispatcher::Read(EventRecord& record) noexcept {
+    constexpr int attempts = 1000;
+    constexpr milliseconds pause{1};
+    for (int left = attempts; left != 0; --left) {
+        try {
+            record.Read(m_taken);
+            return true;
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(pause);
+        }
+    }
+    record.Discard();
+    LossReport::CountLostEvent();
+    return false;
+}
+
+void Dispatcher::DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept {
+    m_consumers.Deliver(event, delivery.retired);
     while (!delivery.waiting.empty()) {
         // What is emitted from here on waits behind the whole batch.
         const std::vector<MetricsEvent> batch = std::exchange(delivery.waiting, {});
         for (const MetricsEvent& waiting : batch) {
-            DeliverToConsumers(waiting, delivery);
+            m_consumers.Deliver(waiting, delivery.retired);
         }
     }
-}
-
-void Dispatcher::DeliverToConsumers(const MetricsEvent& event, Delivery& delivery) noexcept {
-    // Listeners may subscribe and unsubscribe meanwhile: newcomers stand at the end and start with
-    // the next event, and nobody's entry goes away before the walk is over.
-    bool isDelivered = false;
-    auto consumer = m_consumers.begin();
-    for (std::size_t left = m_consumers.size(); left > 0; --left, ++consumer) {
-        if (consumer->isSubscribed && consumer->Receives(event)) {
-            isDelivered = true;
-            Call(*consumer->listener, event);
-        }
-    }
-    if (isDelivered) {
-        // Only the thread that holds the mutex writes it.
-        s_deliveredEvents.store(s_deliveredEvents.load(std::memory_order_relaxed) + 1,
-                                std::memory_order_relaxed);
-    }
-    if (m_someHaveRetired) {
-        SetRetiredAside(delivery);
-    }
-}
-
-void Dispatcher::SetRetiredAside(Delivery& delivery) noexcept {
-    for (auto consumer = m_consumers.begin(); consumer != m_consumers.end();) {
-        const auto next = std::next(consumer);
-        if (!consumer->isSubscribed) {
-            delivery.retired.splice(delivery.retired.end(), m_consumers, consumer);
-        }
-        consumer = next;
-    }
-    m_someHaveRetired = false;
 }
 
 void Dispatcher::AddConsumer(const RefCntPtr<IMetricsListener>& listener,
                              uint64 bits,
                              bool everything) {
-    Consumers newcomer;
-    newcomer.push_back({.listener = listener, .bits = bits, .everything = everything});
+    Consumers::List retired;  // outlives the lock, as in a delivery
 
+    const Claim claim(m_othersWait);
     const auto lock = Lock();
-    const auto known = Find(*listener);
-    if (known != m_consumers.end()) {
-        known->bits = bits;
-        known->everything = everything;
-    } else {
-        m_consumers.splice(m_consumers.end(), newcomer);
-        MetricsManagerAccess::ConsumerCount().fetch_add(1, std::memory_order_relaxed);
-    }
-    PublishAdmission();
+    m_consumers.Add(listener, bits, everything, retired);
 }
 
 bool Dispatcher::RemoveConsumer(const IMetricsListener& listener) {
-    Consumers retired;  // outlives the lock, as in a delivery
+    Consumers::List retired;
 
+    const Claim claim(m_othersWait);
     const auto lock = Lock();
-    const auto consumer = Find(listener);
-    if (consumer == m_consumers.end()) {
-        return false;
-    }
-    consumer->isSubscribed = false;
-    if (t_delivery == nullptr) {
-        retired.splice(retired.end(), m_consumers, consumer);
-    } else {
-        // This thread stands in the middle of the list, perhaps inside of this very listener.
-        m_someHaveRetired = true;
-    }
-    MetricsManagerAccess::ConsumerCount().fetch_sub(1, std::memory_order_relaxed);
-    PublishAdmission();
-    return true;
+    return m_consumers.Remove(listener, t_delivery != nullptr, retired);
 }
 
-Consumers::iterator Dispatcher::Find(const IMetricsListener& listener) noexcept {
-    return std::find_if(m_consumers.begin(), m_consumers.end(), [&](const Consumer& consumer) {
-        return consumer.isSubscribed && consumer.listener.Get() == &listener;
-    });
-}
+// The lock is not to be had while a consumer hangs. Then the removal is left to whoever delivers
+// next.
+bool Dispatcher::RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listener,
+                                      milliseconds patience) {
+    constexpr milliseconds pause{1};
+    const auto end = std::chrono::steady_clock::now() + patience;
+    Consumers::List retired;
 
-void Dispatcher::PublishAdmission() noexcept {
-    uint64 bits = 0;
-    bool everything = false;
-    for (const Consumer& consumer : m_consumers) {
-        if (consumer.isSubscribed) {
-            bits |= consumer.bits;
-            everything = everything || consumer.everything;
+    const Claim claim(m_othersWait);
+    std::unique_lock lock(m_mutex, std::try_to_lock);
+    while (!lock.owns_lock()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            m_consumers.RemoveLater(listener);
+            return true;
         }
+        std::this_thread::sleep_for(pause);
+        lock.try_lock();
     }
-    s_admission.Publish(bits, everything);
+    return m_consumers.Remove(*listener, false, retired);
 }
 
-void Dispatcher::KeepParent(uint64 contextId, uint64 parentId) {
-    const auto lock = Lock();
-    m_parents.emplace(contextId, parentId);
-    m_parentCount.store(m_parents.size(), std::memory_order_relaxed);
+bool IsAsynchronous() noexcept {
+    return s_isAsynchronous.load(std::memory_order_acquire);
 }
 
-uint64 Dispatcher::TakeParent(uint64 contextId) noexcept {
-    // Nearly every context is a root. Whoever passes a child's id to another thread also makes the
-    // count visible there.
-    if (m_parentCount.load(std::memory_order_relaxed) == 0) {
-        return 0;
+void CountWait(std::chrono::steady_clock::duration time) noexcept {
+    s_waits.fetch_add(1, std::memory_order_relaxed);
+    s_waitedNanos.fetch_add(static_cast<uint64>(std::chrono::nanoseconds(time).count()),
+                            std::memory_order_relaxed);
+}
+
+/// Sleeps until the event has found room. False if that is given up.
+bool WaitForRoom(MetricsEvent& event) {
+    const auto begin = std::chrono::steady_clock::now();
+    bool isQueued = false;
+    while (!isQueued && !s_isGivenUp.load(std::memory_order_acquire)) {
+        if (!DeliveringThread::Notice()) {
+            Dispatcher::Get().DeliverQueued();
+        }
+        EventQueues::WaitForRoom();
+        isQueued = EventQueues::Append(std::move(event)) == EventQueues::Outcome::Queued;
     }
-    const auto lock = Lock();
-    const auto kept = m_parents.extract(contextId);
-    m_parentCount.store(m_parents.size(), std::memory_order_relaxed);
-    return kept.empty() ? 0 : kept.mapped();
+    CountWait(std::chrono::steady_clock::now() - begin);
+    return isQueued;
+}
+
+void Queue(MetricsEvent&& event) {
+    try {
+        if (EventQueues::Append(std::move(event)) == EventQueues::Outcome::NoRoom &&
+            !WaitForRoom(event)) {
+            LossReport::CountLostEvent();
+            return;
+        }
+    } catch (const std::bad_alloc&) {
+        LossReport::CountLostEvent();
+        throw;
+    }
+    if (!DeliveringThread::Notice()) {
+        Dispatcher::Get().DeliverQueued();
+    }
+}
+
+/// Whether nothing is to be refused, or so many quarters of the thread's queue are free.
+bool HasFreeQuarters(unsigned quarters) noexcept {
+    return !s_isRefusing.load(std::memory_order_relaxed) || t_delivery != nullptr ||
+           EventQueues::HasFreeQuarters(quarters);
+}
+
+/// Delivers what is queued before the consumers change. False if a consumer hangs.
+bool FlushQueues() noexcept {
+    return EventQueues::GetQueuedCount() == EventQueues::GetTakenCount() ||
+           DeliveringThread::Flush(s_patience.load(std::memory_order_relaxed));
 }
 
 }  // namespace
@@ -307,6 +380,18 @@ bool AdmitsContextEvents() noexcept {
     return MetricsManager::GetInstance().GetConsumerCount() != 0;
 }
 
+bool HasRoomForScope() noexcept {
+    return HasFreeQuarters(2);
+}
+
+bool HasRoomForContext() noexcept {
+    return HasFreeQuarters(1);
+}
+
+void CountRefusedScope() noexcept {
+    LossReport::CountRefusedScope();
+}
+
 void Emit(MetricsEvent&& event) {
     const ClockReading now = ReadClock();
     event.time = now.time;
@@ -315,6 +400,10 @@ void Emit(MetricsEvent&& event) {
 
     if (t_delivery != nullptr) {
         Wait(*t_delivery, std::move(event));
+    } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
+        LossReport::CountLostEvent();
+    } else if (IsAsynchronous() && !DeliveringThread::IsCurrent()) {
+        Queue(std::move(event));
     } else {
         Dispatcher::Get().Deliver(event);
     }
@@ -329,19 +418,43 @@ void EmitFromDestructor(MetricsEvent&& event) noexcept {
 }
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything) {
+    if (!IsDelivering()) {
+        FlushQueues();
+    }
     Dispatcher::Get().AddConsumer(listener, bits, everything);
 }
 
-bool RemoveConsumer(const IMetricsListener& listener) {
-    return Dispatcher::Get().RemoveConsumer(listener);
+bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener) {
+    if (IsDelivering() || (!IsAsynchronous() && !s_isGivenUp.load(std::memory_order_relaxed))) {
+        return Dispatcher::Get().RemoveConsumer(*listener);
+    }
+    const milliseconds patience =
+        FlushQueues() ? s_patience.load(std::memory_order_relaxed) : milliseconds{0};
+    return Dispatcher::Get().RemoveConsumerWithin(listener, patience);
 }
 
-void KeepParent(uint64 contextId, uint64 parentId) {
-    Dispatcher::Get().KeepParent(contextId, parentId);
+bool DeliverSome() noexcept {
+    return Dispatcher::Get().DeliverSome();
 }
 
-uint64 TakeParent(uint64 contextId) noexcept {
-    return Dispatcher::Get().TakeParent(contextId);
+bool IsDelivering() noexcept {
+    return t_delivery != nullptr;
+}
+
+void SetGivenUp(bool givenUp) noexcept {
+    s_isGivenUp.store(givenUp, std::memory_order_release);
+}
+
+void SetAsynchronous(bool asynchronous) noexcept {
+    s_isAsynchronous.store(asynchronous, std::memory_order_release);
+}
+
+void SetRefusing(bool refusing) noexcept {
+    s_isRefusing.store(refusing, std::memory_order_relaxed);
+}
+
+void SetPatience(milliseconds patience) noexcept {
+    s_patience.store(patience, std::memory_order_relaxed);
 }
 
 }  // namespace Metrics::Bus
@@ -349,9 +462,14 @@ uint64 TakeParent(uint64 contextId) noexcept {
 namespace Metrics {
 
 BusStatistics GetBusStatistics() noexcept {
-    return {.deliveredEvents = Bus::s_deliveredEvents.load(std::memory_order_relaxed),
-            .consumerExceptions = Bus::s_consumerExceptions.load(std::memory_order_relaxed),
-            .lostEvents = Bus::s_lostEvents.load(std::memory_order_relaxed)};
+    const Consumers& consumers = Bus::Dispatcher::Get().GetConsumers();
+    return {.deliveredEvents = consumers.deliveredEvents.load(std::memory_order_relaxed),
+            .consumerExceptions = consumers.exceptions.load(std::memory_order_relaxed),
+            .lostEvents = LossReport::GetLostEvents(),
+            .refusedScopes = LossReport::GetRefusedScopes(),
+            .waits = Bus::s_waits.load(std::memory_order_relaxed),
+            .waitedNanoseconds = Bus::s_waitedNanos.load(std::memory_order_relaxed),
+            .highestQueueFill = EventQueues::GetHighestFill()};
 }
 
 }  // namespace Metrics

@@ -5,10 +5,15 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 
-/// The inside of the process's event bus: who is subscribed, and the one road by which events reach
-/// them. An event is delivered on the thread that emits it, before the emitting call returns; one
-/// that is emitted from within a delivery waits on its thread until the current event is through.
-/// Any thread may call anything here at any time, from within a delivery as well.
+#include <chrono>
+
+/// The inside of the process's event bus: the road of an event from the thread that emits it to the
+/// consumers. It is delivered at once, or queued for the delivering thread; one that is emitted
+/// from within a delivery waits on its thread until the current event is through. Any thread may
+/// call anything here at any time, from within a delivery as well.
+///
+/// Delivering is a role that one thread has at a time, the one that holds the bus's lock. Whoever
+/// takes it first delivers what is queued, so that nothing overtakes what was emitted earlier.
 namespace Metrics::Bus {
 
 /// Whether any consumer would receive an event with these flags that is no context event.
@@ -16,6 +21,14 @@ bool Admits(uint64 flags) noexcept;
 
 /// Whether any consumer would receive a context event: whether there is a consumer.
 bool AdmitsContextEvents() noexcept;
+
+/// Whether a new scope may be opened: always, unless scopes are to be refused for want of room.
+bool HasRoomForScope() noexcept;
+
+/// The same for a new context, which is refused later.
+bool HasRoomForContext() noexcept;
+
+void CountRefusedScope() noexcept;
 
 /// Stamps an event with the time and sends it on its way. Whoever calls it has asked for admission
 /// before, so that nothing is built in vain. Throws `std::bad_alloc` when the event has to wait and
@@ -26,12 +39,22 @@ void Emit(MetricsEvent&& event);
 void EmitFromDestructor(MetricsEvent&& event) noexcept;
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
-bool RemoveConsumer(const IMetricsListener& listener);
+bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);
 
-/// Keeps the parent of a context between the making of its id and of the context itself.
-void KeepParent(uint64 contextId, uint64 parentId);
+/// Delivers some of what is queued, for the delivering thread. Whether there was anything.
+bool DeliverSome() noexcept;
 
-/// The parent that was kept for a context, and forgets it; 0 when none was kept.
-uint64 TakeParent(uint64 contextId) noexcept;
+/// Whether the calling thread is inside of a delivery.
+bool IsDelivering() noexcept;
+
+/// Events that are emitted from now on are lost and counted, because a consumer hangs; or not any
+/// more.
+void SetGivenUp(bool givenUp) noexcept;
+
+void SetAsynchronous(bool asynchronous) noexcept;
+void SetRefusing(bool refusing) noexcept;
+
+/// How long a removal waits for a consumer that hangs, when delivery is asynchronous.
+void SetPatience(std::chrono::milliseconds patience) noexcept;
 
 }  // namespace Metrics::Bus

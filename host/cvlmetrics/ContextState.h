@@ -18,9 +18,15 @@ struct ContextState {
     const uint64 flags;
     const uint64 parentId;
 
-    // Neither orders other memory: the hand-over of a context between threads does that.
+    // None orders other memory: the hand-over of a context between threads does that.
     std::atomic<bool> ended{false};
     std::atomic<uint64> announcedThread{0};
+
+    // A context that found no room when it was made or opened is not known to any consumer; it is
+    // announced as soon as there is room, unless something that was said of it in the meantime is
+    // lost.
+    std::atomic<bool> isUnannounced{false};
+    std::atomic<bool> hasLostAttributes{false};
 };
 
 }  // namespace Metrics

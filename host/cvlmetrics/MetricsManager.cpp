@@ -1,6 +1,7 @@
 #include "cvlmetrics/MetricsManager.h"
 
 #include "Bus.h"
+#include "ContextAnnouncement.h"
 #include "MetricsManagerAccess.h"
 #include "ThreadContexts.h"
 
@@ -30,7 +31,7 @@ bool MetricsManager::AddConsumer(const RefCntPtr<IMetricsListener>& listener,
 }
 
 bool MetricsManager::RemoveConsumer(const RefCntPtr<IMetricsListener>& listener) {
-    return listener && Bus::RemoveConsumer(*listener);
+    return listener && Bus::RemoveConsumer(listener);
 }
 
 MetricsThreadContext& MetricsManager::GetThreadContext() noexcept {
@@ -53,6 +54,19 @@ bool TestBitsAndContext(uint64 bits) noexcept {
 
 namespace {
 
+// An attribute of a context that nobody knows of is lost with it.
+bool IsCurrentContextToldOf(uint64 bits) {
+    ContextState* const context = ThreadContexts::Current();
+    if (context == nullptr || !Bus::Admits(bits)) {
+        return false;
+    }
+    if (!ContextAnnouncement::IsKnown(*context)) {
+        context->hasLostAttributes.store(true, std::memory_order_relaxed);
+        return false;
+    }
+    return true;
+}
+
 MetricsEvent AttributeEvent(MetricsEventType type, MetricsValue&& name, uint64 bits) noexcept {
     MetricsEvent event;
     event.contextId = ThreadContexts::CurrentId();
@@ -65,7 +79,7 @@ MetricsEvent AttributeEvent(MetricsEventType type, MetricsValue&& name, uint64 b
 }  // namespace
 
 void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
-    if (!TestBitsAndContext(bits)) {
+    if (!IsCurrentContextToldOf(bits)) {
         return;
     }
     MetricsEvent event = AttributeEvent(MetricsEventType::Attribute, std::move(name), bits);
@@ -74,7 +88,7 @@ void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
 }
 
 void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
-    if (!TestBitsAndContext(bits)) {
+    if (!IsCurrentContextToldOf(bits)) {
         return;
     }
     MetricsEvent event = AttributeEvent(MetricsEventType::AttributePairs, std::move(name), bits);

@@ -1,6 +1,7 @@
 #include "cvlmetrics/Scope.h"
 
 #include "Bus.h"
+#include "ContextAnnouncement.h"
 #include "ThreadContexts.h"
 
 #include <atomic>
@@ -33,12 +34,17 @@ struct ScopeIdentity {
 
 Scope::Scope(uint64 flags) noexcept : m_flags(flags) {}
 
+// A scope that was refused has an id and was never open. It says nothing, but what was added to its
+// context for its sake is taken back.
 Scope::~Scope() {
-    if (!m_open || !Bus::Admits(m_flags)) {
+    const bool wasRefused = !m_open && m_id != 0;
+    if ((!m_open && !wasRefused) || !Bus::Admits(m_flags)) {
         return;
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
-    Bus::EmitFromDestructor(scope.Event(MetricsEventType::CloseScope, m_name));
+    if (m_open) {
+        Bus::EmitFromDestructor(scope.Event(MetricsEventType::CloseScope, m_name));
+    }
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
         MetricsEvent event = scope.Event(MetricsEventType::PostCloseScope, m_name);
         event.value = static_cast<uint32>(action);
@@ -54,20 +60,33 @@ void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
     if (m_open) {
         return;
     }
-    m_contextId = ThreadContexts::CurrentId();
-    if (m_contextId == 0) {
+    ContextState* const context = ThreadContexts::Current();
+    if (context == nullptr) {
         m_postCloseActions.clear();
         return;
     }
-    m_id = s_lastScopeId.fetch_add(1, std::memory_order_relaxed) + 1;
+    const bool isAdmitted = Bus::Admits(m_flags);
+    if (isAdmitted && !ContextAnnouncement::IsKnown(*context)) {
+        Bus::CountRefusedScope();
+        m_postCloseActions.clear();
+        return;
+    }
+    const uint64 id = s_lastScopeId.fetch_add(1, std::memory_order_relaxed) + 1;
+    m_contextId = context->id;
+    if (isAdmitted && !Bus::HasRoomForScope()) {
+        Bus::CountRefusedScope();
+        m_id = id;
+        return;
+    }
     m_name = std::move(name);
-    if (Bus::Admits(m_flags)) {
-        const ScopeIdentity scope{m_id, m_contextId, m_flags};
+    if (isAdmitted) {
+        const ScopeIdentity scope{id, m_contextId, m_flags};
         MetricsEvent event = scope.Event(MetricsEventType::OpenScope, m_name);
         event.pairs = std::move(pairs);
         Bus::Emit(std::move(event));
     }
     // Only now: a scope whose beginning was lost sends no end either.
+    m_id = id;
     m_open = true;
 }
 

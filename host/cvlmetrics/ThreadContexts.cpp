@@ -7,7 +7,7 @@ namespace Metrics::ThreadContexts {
 
 namespace {
 
-using Stack = std::vector<std::shared_ptr<const ContextState>>;
+using Stack = std::vector<std::shared_ptr<ContextState>>;
 
 // Trivially destructible, so that it can be asked for as long as the thread runs any code; the
 // stack itself goes when the thread's other thread-local objects go.
@@ -47,18 +47,23 @@ bool HasEnded(const ContextState& context) noexcept {
 
 }  // namespace
 
-uint64 CurrentId() noexcept {
+ContextState* Current() noexcept {
     Stack* const stack = t_thread.stack;
     if (stack == nullptr) {
-        return 0;
+        return nullptr;
     }
     while (!stack->empty() && HasEnded(*stack->back())) {
         stack->pop_back();
     }
-    return stack->empty() ? 0 : stack->back()->id;
+    return stack->empty() ? nullptr : stack->back().get();
 }
 
-void Push(std::shared_ptr<const ContextState> context) {
+uint64 CurrentId() noexcept {
+    const ContextState* const current = Current();
+    return current == nullptr ? 0 : current->id;
+}
+
+void Push(std::shared_ptr<ContextState> context) {
     Stack* const stack = StackForPushing();
     if (stack == nullptr) {
         return;

@@ -1,0 +1,164 @@
+#include "Consumers.h"
+
+#include "MetricsManagerAccess.h"
+
+#include "cvlcoreplatform/TLogger.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <exception>
+#include <iterator>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace Metrics {
+
+namespace {
+
+bool IsContextEvent(MetricsEventType type) noexcept {
+    return type == MetricsEventType::CreateContext || type == MetricsEventType::OpenContext ||
+           type == MetricsEventType::CloseContext;
+}
+
+}  // namespace
+
+bool Consumer::Receives(const MetricsEvent& event) const noexcept {
+    return everything || (event.flags & bits) != 0 || IsContextEvent(event.type);
+}
+
+void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
+    if (m_removalsWait.load(std::memory_order_acquire)) {
+        CarryOutRemovals(retired);
+    }
+    // Newcomers stand at the end, and nobody's entry goes away before the walk is over.
+    bool isDelivered = false;
+    auto consumer = m_list.begin();
+    for (std::size_t left = m_list.size(); left > 0; --left, ++consumer) {
+        if (consumer->isSubscribed && consumer->Receives(event)) {
+            isDelivered = true;
+            Call(*consumer->listener, event);
+        }
+    }
+    if (isDelivered) {
+        // Only who holds the lock writes it.
+        deliveredEvents.store(deliveredEvents.load(std::memory_order_relaxed) + 1,
+                              std::memory_order_relaxed);
+    }
+    if (m_someHaveRetired) {
+        SetRetiredAside(retired);
+    }
+}
+
+void Consumers::Call(IMetricsListener& listener, const MetricsEvent& event) noexcept {
+    try {
+        listener.OnMetricsEvent(event);
+    } catch (const std::exception& exception) {
+        ReportException(exception.what());
+    } catch (...) {
+        ReportException("an object that is no std::exception");
+    }
+}
+
+void Consumers::ReportException(const char* what) noexcept {
+    exceptions.fetch_add(1, std::memory_order_relaxed);
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (!logger.IsEnabled(TLog::Warn)) {
+        return;
+    }
+    try {
+        const std::string text = std::string("A listener of the metrics bus threw: ") + what;
+        logger.LogMessage(TLog::Warn, TString(text));
+    } catch (const std::bad_alloc&) {
+        // It is counted all the same.
+    }
+}
+
+void Consumers::Add(const RefCntPtr<IMetricsListener>& listener,
+                    uint64 bits,
+                    bool everything,
+                    List& retired) {
+    List newcomer;
+    newcomer.push_back({.listener = listener, .bits = bits, .everything = everything});
+
+    CarryOutRemovals(retired);
+    const auto known = Find(*listener);
+    if (known != m_list.end()) {
+        known->bits = bits;
+        known->everything = everything;
+    } else {
+        m_list.splice(m_list.end(), newcomer);
+        MetricsManagerAccess::ConsumerCount().fetch_add(1, std::memory_order_relaxed);
+    }
+    PublishAdmission();
+}
+
+bool Consumers::Remove(const IMetricsListener& listener,
+                       bool isDelivering,
+                       List& retired) noexcept {
+    const auto consumer = Find(listener);
+    if (consumer == m_list.end()) {
+        return false;
+    }
+    consumer->isSubscribed = false;
+    if (isDelivering) {
+        // This thread stands in the middle of the list, perhaps inside of this very listener.
+        m_someHaveRetired = true;
+    } else {
+        retired.splice(retired.end(), m_list, consumer);
+    }
+    MetricsManagerAccess::ConsumerCount().fetch_sub(1, std::memory_order_relaxed);
+    PublishAdmission();
+    return true;
+}
+
+void Consumers::RemoveLater(const RefCntPtr<IMetricsListener>& listener) {
+    List removal;
+    removal.push_back({.listener = listener});
+    const std::lock_guard lock(m_removalsMutex);
+    m_removals.splice(m_removals.end(), removal);
+    m_removalsWait.store(true, std::memory_order_release);
+}
+
+void Consumers::CarryOutRemovals(List& retired) noexcept {
+    if (!m_removalsWait.load(std::memory_order_acquire)) {
+        return;
+    }
+    const std::lock_guard lock(m_removalsMutex);
+    for (const Consumer& removal : m_removals) {
+        Remove(*removal.listener, false, retired);
+    }
+    retired.splice(retired.end(), m_removals);
+    m_removalsWait.store(false, std::memory_order_relaxed);
+}
+
+void Consumers::SetRetiredAside(List& retired) noexcept {
+    for (auto consumer = m_list.begin(); consumer != m_list.end();) {
+        const auto next = std::next(consumer);
+        if (!consumer->isSubscribed) {
+            retired.splice(retired.end(), m_list, consumer);
+        }
+        consumer = next;
+    }
+    m_someHaveRetired = false;
+}
+
+Consumers::List::iterator Consumers::Find(const IMetricsListener& listener) noexcept {
+    return std::find_if(m_list.begin(), m_list.end(), [&](const Consumer& consumer) {
+        return consumer.isSubscribed && consumer.listener.Get() == &listener;
+    });
+}
+
+void Consumers::PublishAdmission() noexcept {
+    uint64 bits = 0;
+    bool everything = false;
+    for (const Consumer& consumer : m_list) {
+        if (consumer.isSubscribed) {
+            bits |= consumer.bits;
+            everything = everything || consumer.everything;
+        }
+    }
+    m_admission.Publish(bits, everything);
+}
+
+}  // namespace Metrics

@@ -1,0 +1,94 @@
+#include "ContextAnnouncement.h"
+
+#include "Bus.h"
+
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/MetricsValue.h"
+#include "cvlsys/TSystem.h"
+
+#include <atomic>
+#include <utility>
+
+namespace Metrics::ContextAnnouncement {
+
+namespace {
+
+MetricsEvent ContextEvent(MetricsEventType type, uint64 id, uint64 parentId, uint64 flags) {
+    MetricsEvent event;
+    event.id = id;
+    event.contextId = parentId;
+    event.flags = flags;
+    event.type = type;
+    return event;
+}
+
+MetricsEvent ContextEvent(MetricsEventType type, const ContextState& context) {
+    return ContextEvent(type, context.id, context.parentId, context.flags);
+}
+
+const MetricsValue& ThreadAttributeName() {
+    static const MetricsValue& name = *new const MetricsValue(u"tid");
+    return name;
+}
+
+void EmitCreated(uint64 contextId, uint64 parentId) {
+    Bus::Emit(ContextEvent(MetricsEventType::CreateContext, contextId, parentId, 0));
+}
+
+}  // namespace
+
+bool SayCreated(uint64 contextId, uint64 parentId) {
+    if (!Bus::AdmitsContextEvents()) {
+        return true;
+    }
+    if (!Bus::HasRoomForContext()) {
+        return false;
+    }
+    EmitCreated(contextId, parentId);
+    return true;
+}
+
+void SayOpened(ContextState& context, uint64 threadId) {
+    if (Bus::AdmitsContextEvents()) {
+        Bus::Emit(ContextEvent(MetricsEventType::OpenContext, context));
+    }
+    SayThread(context, threadId);
+}
+
+// Consumers that want scopes of traced work only are to learn the thread as well, hence the flag.
+void SayThread(ContextState& context, uint64 threadId) {
+    if (!Bus::Admits(flagTracing)) {
+        return;
+    }
+    MetricsEvent event;
+    event.contextId = context.id;
+    event.flags = flagTracing;
+    event.name = ThreadAttributeName();
+    event.value = threadId;
+    event.type = MetricsEventType::Attribute;
+    Bus::Emit(std::move(event));
+    context.announcedThread.store(threadId, std::memory_order_relaxed);
+}
+
+void SayClosed(const ContextState& context) noexcept {
+    if (Bus::AdmitsContextEvents()) {
+        Bus::EmitFromDestructor(ContextEvent(MetricsEventType::CloseContext, context));
+    }
+}
+
+bool IsKnown(ContextState& context) {
+    if (!context.isUnannounced.load(std::memory_order_relaxed)) {
+        return true;
+    }
+    if (context.hasLostAttributes.load(std::memory_order_relaxed) || !Bus::HasRoomForContext()) {
+        return false;
+    }
+    if (Bus::AdmitsContextEvents()) {
+        EmitCreated(context.id, context.parentId);
+    }
+    SayOpened(context, TSystem::ThreadID());
+    context.isUnannounced.store(false, std::memory_order_relaxed);
+    return true;
+}
+
+}  // namespace Metrics::ContextAnnouncement

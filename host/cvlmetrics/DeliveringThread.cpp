@@ -1,0 +1,221 @@
+#include "DeliveringThread.h"
+
+#include "Bus.h"
+#include "EventQueues.h"
+#include "Futex.h"
+#include "LossReport.h"
+
+#include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <atomic>
+#include <mutex>
+#include <pthread.h>
+#include <signal.h>
+#include <system_error>
+#include <thread>
+
+namespace Metrics::DeliveringThread {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// After its work the thread looks again every millisecond for a while, which spares the emitting
+// threads the waking; then it sleeps until somebody wakes it.
+constexpr milliseconds napTime{1};
+constexpr int napsBeforeSleep = 50;
+constexpr std::chrono::seconds sleepTime{60};
+
+enum class State : uint32 { NotRunning, Awake, Napping, Asleep };
+
+constinit std::atomic<State> s_state{State::NotRunning};
+constinit std::atomic<bool> s_stops{false};
+
+// Words to sleep on: they change when there is a reason to wake up.
+constinit std::atomic<uint32> s_alarm{0};
+constinit std::atomic<uint32> s_progress{0};
+
+constinit std::atomic<uint64> s_flushesWanted{0};
+constinit std::atomic<uint64> s_flushesDone{0};
+
+constinit thread_local bool t_isCurrent = false;
+
+std::mutex& StartMutex() {
+    static std::mutex& mutex = *new std::mutex;
+    return mutex;
+}
+
+void Alarm() noexcept {
+    s_alarm.fetch_add(1, std::memory_order_seq_cst);
+    Futex::WakeAll(s_alarm);
+}
+
+void Progress() noexcept {
+    s_progress.fetch_add(1, std::memory_order_seq_cst);
+    Futex::WakeAll(s_progress);
+}
+
+// Each pair of stores and loads below is sequentially consistent: either the thread sees what was
+// just queued (its ticket is drawn before the state is read) and does not sleep, or who queued it
+// sees that it sleeps.
+bool HasWork() noexcept {
+    return EventQueues::GetQueuedCount() != EventQueues::GetTakenCount() ||
+           s_flushesWanted.load(std::memory_order_seq_cst) !=
+               s_flushesDone.load(std::memory_order_seq_cst) ||
+           s_stops.load(std::memory_order_seq_cst);
+}
+
+void Rest(State state, std::chrono::nanoseconds time) noexcept {
+    const uint32 alarm = s_alarm.load(std::memory_order_seq_cst);
+    s_state.store(state, std::memory_order_seq_cst);
+    if (!HasWork()) {
+        Futex::Wait(s_alarm, alarm, time);
+    }
+    s_state.store(State::Awake, std::memory_order_seq_cst);
+}
+
+void CarryOutFlush(uint64 flush) noexcept {
+    LossReport::Write();
+    TLog::FlushLog();
+    s_flushesDone.store(flush, std::memory_order_seq_cst);
+    Progress();
+}
+
+/// Delivers until so many events have been taken off the queues. Whether there was anything.
+bool DeliverUntil(uint64 queued) noexcept {
+    bool wasBusy = false;
+    while (EventQueues::GetTakenCount() < queued) {
+        if (Bus::DeliverSome()) {
+            wasBusy = true;
+        } else {
+            std::this_thread::yield();  // the next event's thread is just about to show it
+        }
+    }
+    return wasBusy;
+}
+
+void Run() noexcept {
+    t_isCurrent = true;
+    pthread_setname_np(pthread_self(), "tarn-delivery");
+    int naps = 0;
+    for (;;) {
+        const uint64 flush = s_flushesWanted.load(std::memory_order_seq_cst);
+        const uint64 queued = EventQueues::GetQueuedCount();
+        const bool wasBusy = DeliverUntil(queued);
+        LossReport::WriteIfDue();
+        if (flush != s_flushesDone.load(std::memory_order_relaxed)) {
+            CarryOutFlush(flush);
+        } else if (s_stops.load(std::memory_order_seq_cst)) {
+            break;
+        } else if (wasBusy) {
+            naps = 0;
+        } else if (naps < napsBeforeSleep) {
+            ++naps;
+            Rest(State::Napping, napTime);
+        } else {
+            Rest(State::Asleep, sleepTime);
+        }
+    }
+    s_state.store(State::NotRunning, std::memory_order_seq_cst);
+    Progress();
+}
+
+bool Start() noexcept {
+    const std::lock_guard lock(StartMutex());
+    if (s_state.load(std::memory_order_seq_cst) != State::NotRunning) {
+        return true;
+    }
+    s_stops.store(false, std::memory_order_seq_cst);
+    // The host's signals are for the host's threads.
+    sigset_t all;
+    sigset_t hosts;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &hosts);
+    s_state.store(State::Awake, std::memory_order_seq_cst);
+    try {
+        std::thread(Run).detach();
+    } catch (const std::system_error&) {
+        s_state.store(State::NotRunning, std::memory_order_seq_cst);
+    }
+    pthread_sigmask(SIG_SETMASK, &hosts, nullptr);
+    return s_state.load(std::memory_order_seq_cst) != State::NotRunning;
+}
+
+/// Waits until `isDone`, which becomes true together with progress. Whether it has come in time.
+template <class Condition>
+bool WaitUntil(const Condition& isDone, Clock::time_point end) noexcept {
+    for (;;) {
+        const uint32 progress = s_progress.load(std::memory_order_seq_cst);
+        if (isDone()) {
+            return true;
+        }
+        const auto left = end - Clock::now();
+        if (left <= Clock::duration::zero()) {
+            return false;
+        }
+        Futex::Wait(s_progress, progress, left);
+    }
+}
+
+}  // namespace
+
+bool Notice() noexcept {
+    State state = s_state.load(std::memory_order_seq_cst);
+    if (state == State::Awake) {
+        return true;
+    }
+    if (state == State::NotRunning) {
+        return Start();
+    }
+    if (state == State::Napping && EventQueues::HasFreeQuarters(2)) {
+        return true;
+    }
+    // Only the first one that sees it asleep pays for waking it.
+    if (s_state.compare_exchange_strong(state, State::Awake, std::memory_order_seq_cst)) {
+        Alarm();
+    }
+    return true;
+}
+
+bool Flush(milliseconds deadline) noexcept {
+    const Clock::time_point end = Clock::now() + deadline;
+    if (t_isCurrent || Bus::IsDelivering() || !Start()) {
+        return false;
+    }
+    const uint64 mine = s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1;
+    Alarm();
+    return WaitUntil([mine] { return s_flushesDone.load(std::memory_order_seq_cst) >= mine; }, end);
+}
+
+bool Stop(milliseconds deadline) noexcept {
+    const Clock::time_point end = Clock::now() + deadline;
+    if (t_isCurrent) {
+        return false;
+    }
+    s_stops.store(true, std::memory_order_seq_cst);
+    Alarm();
+    return WaitUntil([] { return s_state.load(std::memory_order_seq_cst) == State::NotRunning; },
+                     end);
+}
+
+bool IsCurrent() noexcept {
+    return t_isCurrent;
+}
+
+void LockForFork() noexcept {
+    StartMutex().lock();
+}
+
+void UnlockAfterFork() noexcept {
+    StartMutex().unlock();
+}
+
+void StartAnewInChild() noexcept {
+    s_state.store(t_isCurrent ? State::Awake : State::NotRunning, std::memory_order_seq_cst);
+    s_stops.store(false, std::memory_order_seq_cst);
+    s_flushesDone.store(s_flushesWanted.load(std::memory_order_relaxed), std::memory_order_seq_cst);
+}
+
+}  // namespace Metrics::DeliveringThread

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+
+/// The thread that delivers what is queued. It starts with the first event that needs it, also in a
+/// forked child, and sleeps while there is nothing to do. Any thread may call these functions.
+namespace Metrics::DeliveringThread {
+
+/// To be called after each event that was queued. Costs one load while the thread is awake. False
+/// if there is no such thread and none can be started: the caller has to deliver by itself then.
+bool Notice() noexcept;
+
+/// See `Metrics::Flush`.
+bool Flush(std::chrono::milliseconds deadline) noexcept;
+
+/// Ends the thread, after it has delivered what is queued. Whether it has ended in time.
+bool Stop(std::chrono::milliseconds deadline) noexcept;
+
+/// Whether the calling thread is the delivering one.
+bool IsCurrent() noexcept;
+
+// For a fork.
+
+void LockForFork() noexcept;
+void UnlockAfterFork() noexcept;
+void StartAnewInChild() noexcept;
+
+}  // namespace Metrics::DeliveringThread

@@ -1,0 +1,125 @@
+#include "EventQueue.h"
+
+#include "Futex.h"
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <new>
+#include <utility>
+
+namespace Metrics {
+
+namespace {
+
+constexpr std::size_t smallestCapacity = 4 * EventRecord::largest;
+constexpr std::align_val_t ringAlignment{64};
+
+std::byte* AllocateRing(std::size_t bytes) {
+    return static_cast<std::byte*>(operator new(bytes, ringAlignment));
+}
+
+}  // namespace
+
+void EventQueue::Free::operator()(std::byte* ring) const noexcept {
+    operator delete(ring, ringAlignment);
+}
+
+EventQueue::EventQueue(std::size_t bytes)
+    : m_capacity(std::bit_ceil(std::max(bytes, smallestCapacity))),
+      m_mask(m_capacity - 1),
+      m_ring(AllocateRing(m_capacity)) {}
+
+EventQueue::~EventQueue() {
+    while (EventRecord* const record = Peek()) {
+        record->Discard();
+        Pop();
+    }
+}
+
+EventRecord* EventQueue::Prepare(MetricsEvent&& event) {
+    const std::size_t bytes = EventRecord::BytesFor(event);
+    const uint64 begin = m_written.load(std::memory_order_relaxed);
+    // A record lies in one piece: what is left at the end of the ring may be too little for it.
+    const std::size_t atEnd = m_capacity - (begin & m_mask);
+    const std::size_t gap = atEnd < bytes ? atEnd : 0;
+
+    if (begin + gap + bytes - m_readAsKnown > m_capacity) {
+        m_readAsKnown = m_read.load(std::memory_order_acquire);
+        if (begin + gap + bytes - m_readAsKnown > m_capacity) {
+            return nullptr;
+        }
+    }
+    EventRecord& record = EventRecord::Write(At(begin + gap), bytes, std::move(event));
+    if (gap != 0) {
+        EventRecord::WriteGap(At(begin), gap);
+    }
+    m_prepared = begin + gap + bytes;
+    return &record;
+}
+
+void EventQueue::Publish() noexcept {
+    m_written.store(m_prepared, std::memory_order_release);
+}
+
+bool EventQueue::HasFreeQuarters(unsigned quarters) noexcept {
+    const uint64 inUseAtMost = m_capacity / 4 * (4 - quarters);
+    const uint64 written = m_written.load(std::memory_order_relaxed);
+    if (written - m_readAsKnown > inUseAtMost) {
+        m_readAsKnown = m_read.load(std::memory_order_acquire);
+    }
+    return written - m_readAsKnown <= inUseAtMost;
+}
+
+// The reader may look for waiting writers just before this one says that it waits. It looks again
+// after its next batch, and a writer that was missed all the same wakes up by itself.
+void EventQueue::WaitForRoom() noexcept {
+    constexpr std::chrono::milliseconds patience{20};
+    m_writerWaits.store(1, std::memory_order_seq_cst);
+    if (m_read.load(std::memory_order_seq_cst) == m_readAsKnown) {
+        Futex::Wait(m_writerWaits, 1, patience);
+    }
+    m_writerWaits.store(0, std::memory_order_relaxed);
+}
+
+EventRecord* EventQueue::Peek() noexcept {
+    uint64 read = m_read.load(std::memory_order_relaxed);
+    for (;;) {
+        if (read == m_writtenAsKnown) {
+            m_writtenAsKnown = m_written.load(std::memory_order_acquire);
+            if (read == m_writtenAsKnown) {
+                return nullptr;
+            }
+            const std::size_t fill = m_writtenAsKnown - read;
+            if (fill > m_highestFill.load(std::memory_order_relaxed)) {
+                m_highestFill.store(fill, std::memory_order_relaxed);
+            }
+        }
+        auto* const record = std::launder(reinterpret_cast<EventRecord*>(At(read)));
+        if (!record->IsGap()) {
+            return record;
+        }
+        read += record->GetBytes();
+        m_read.store(read, std::memory_order_release);
+    }
+}
+
+void EventQueue::Pop() noexcept {
+    const uint64 read = m_read.load(std::memory_order_relaxed);
+    const auto* const record = std::launder(reinterpret_cast<const EventRecord*>(At(read)));
+    m_read.store(read + record->GetBytes(), std::memory_order_release);
+}
+
+// A writer that waits is worth waking once it can go on for a while.
+void EventQueue::WakeWriter() noexcept {
+    if (m_writerWaits.load(std::memory_order_relaxed) == 0) {
+        return;
+    }
+    const uint64 read = m_read.load(std::memory_order_relaxed);
+    const bool isMostlyFree = m_written.load(std::memory_order_acquire) - read <= m_capacity / 2;
+    if (isMostlyFree && m_writerWaits.exchange(0, std::memory_order_acq_rel) != 0) {
+        Futex::WakeAll(m_writerWaits);
+    }
+}
+
+}  // namespace Metrics

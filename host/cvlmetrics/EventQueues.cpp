@@ -1,0 +1,306 @@
+#include "EventQueues.h"
+
+#include "cvlsys/host/MemoryCharging.h"
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+#include <vector>
+
+namespace Metrics::EventQueues {
+
+namespace {
+
+constexpr uint64 unknown = std::numeric_limits<uint64>::max();
+
+constinit std::atomic<std::size_t> s_capacity{std::size_t{256} << 10};
+
+// Each on a cache line of its own: every emitting thread writes the one, every delivery the other.
+alignas(64) constinit std::atomic<uint64> s_tickets{0};
+alignas(64) constinit std::atomic<uint64> s_taken{0};
+
+/// All queues there are. Made at first use, never destroyed.
+class Registry {
+public:
+    static Registry& Get() {
+        static Registry& registry = *new Registry;
+        return registry;
+    }
+
+    /// A queue for the calling thread, the queue of a thread that has ended if there is one.
+    EventQueue& Acquire();
+
+    // For the delivering role.
+    EventRecord* Next() noexcept;
+    void Pop() noexcept;
+    void WakeWriters() noexcept;
+
+    std::size_t GetHighestFill();
+
+    void Lock() { m_mutex.lock(); }
+
+    void Unlock() { m_mutex.unlock(); }
+
+    void StartAnewInChild() noexcept;
+
+private:
+    /// A queue and the ticket of its oldest event, as far as the reader has looked.
+    struct Source {
+        EventQueue* queue;
+        uint64 ticket;
+    };
+
+    EventRecord* FindNext() noexcept;
+    void LookForNewEvents() noexcept;
+    void TakeInNewQueues() noexcept;
+
+    std::mutex m_mutex;
+    std::vector<std::unique_ptr<EventQueue>> m_queues;
+    // What a fork has left in the child: other threads' queues, perhaps half written.
+    std::vector<std::unique_ptr<EventQueue>> m_abandoned;
+    std::atomic<std::size_t> m_queueCount{0};
+
+    // Of the delivering role.
+    std::vector<Source> m_sources;
+    Source* m_current = nullptr;
+};
+
+// Sources have room for all queues from the beginning, so that delivering asks for no memory.
+EventQueue& Registry::Acquire() {
+    const corvala::memory::UnchargedAllocations uncharged;
+    const std::lock_guard lock(m_mutex);
+    for (const auto& queue : m_queues) {
+        if (!queue->hasOwner.load(std::memory_order_acquire)) {
+            queue->hasOwner.store(true, std::memory_order_relaxed);
+            return *queue;
+        }
+    }
+    m_queues.push_back(std::make_unique<EventQueue>(s_capacity.load(std::memory_order_relaxed)));
+    m_queueCount.store(m_queues.size(), std::memory_order_release);
+    return *m_queues.back();
+}
+
+EventRecord* Registry::Next() noexcept {
+    if (EventRecord* const record = FindNext()) {
+        return record;
+    }
+    if (s_tickets.load(std::memory_order_acquire) == s_taken.load(std::memory_order_relaxed)) {
+        return nullptr;
+    }
+    LookForNewEvents();
+    return FindNext();
+}
+
+EventRecord* Registry::FindNext() noexcept {
+    const uint64 ticket = s_taken.load(std::memory_order_relaxed);
+    if (m_current == nullptr || m_current->ticket != ticket) {
+        const auto found =
+            std::find_if(m_sources.begin(), m_sources.end(), [ticket](const Source& source) {
+                return source.ticket == ticket;
+            });
+        m_current = found == m_sources.end() ? nullptr : &*found;
+    }
+    return m_current == nullptr ? nullptr : m_current->queue->Peek();
+}
+
+void Registry::LookForNewEvents() noexcept {
+    if (m_queueCount.load(std::memory_order_acquire) != m_sources.size()) {
+        TakeInNewQueues();
+    }
+    for (Source& source : m_sources) {
+        if (source.ticket == unknown) {
+            const EventRecord* const record = source.queue->Peek();
+            source.ticket = record == nullptr ? unknown : record->GetTicket();
+        }
+    }
+}
+
+void Registry::TakeInNewQueues() noexcept {
+    const std::lock_guard lock(m_mutex);
+    m_current = nullptr;
+    try {
+        m_sources.reserve(m_queues.size());
+    } catch (const std::bad_alloc&) {
+        return;  // the events stay where they are until there is memory again
+    }
+    for (std::size_t i = m_sources.size(); i < m_queues.size(); ++i) {
+        m_sources.push_back({.queue = m_queues[i].get(), .ticket = unknown});
+    }
+}
+
+void Registry::Pop() noexcept {
+    m_current->queue->Pop();
+    const EventRecord* const next = m_current->queue->Peek();
+    m_current->ticket = next == nullptr ? unknown : next->GetTicket();
+    s_taken.store(s_taken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
+void Registry::WakeWriters() noexcept {
+    for (const Source& source : m_sources) {
+        source.queue->WakeWriter();
+    }
+}
+
+std::size_t Registry::GetHighestFill() {
+    const std::lock_guard lock(m_mutex);
+    std::size_t highest = 0;
+    for (const auto& queue : m_queues) {
+        highest = std::max(highest, queue->GetHighestFill());
+    }
+    return highest;
+}
+
+void Registry::StartAnewInChild() noexcept {
+    m_sources.clear();
+    m_current = nullptr;
+    // Kept within reach: what they hold belongs to the parent's threads.
+    try {
+        m_abandoned.reserve(m_abandoned.size() + m_queues.size());
+        std::move(m_queues.begin(), m_queues.end(), std::back_inserter(m_abandoned));
+    } catch (const std::bad_alloc&) {
+        for (auto& queue : m_queues) {
+            static_cast<void>(queue.release());
+        }
+    }
+    m_queues.clear();
+    m_queueCount.store(0, std::memory_order_relaxed);
+}
+
+/// For what a thread emits after it has torn its own queue down. Threads take turns in writing it.
+struct LateQueue {
+    std::mutex mutex;
+    EventQueue* queue = nullptr;
+};
+
+LateQueue& GetLateQueue() {
+    static LateQueue& late = *new LateQueue;
+    return late;
+}
+
+// Trivially destructible, so that it can be asked for as long as the thread runs any code.
+struct ThreadSide {
+    EventQueue* queue = nullptr;
+    bool isTornDown = false;
+};
+
+constinit thread_local ThreadSide t_thread;
+
+class Ownership {
+public:
+    explicit Ownership(EventQueue& queue) noexcept { t_thread.queue = &queue; }
+
+    ~Ownership() {
+        if (t_thread.queue != nullptr) {
+            t_thread.queue->hasOwner.store(false, std::memory_order_release);
+        }
+        t_thread = {.queue = nullptr, .isTornDown = true};
+    }
+
+    Ownership(const Ownership&) = delete;
+    Ownership& operator=(const Ownership&) = delete;
+};
+
+/// The calling thread's own queue; null once the thread has torn it down.
+EventQueue* OwnQueue() {
+    if (t_thread.queue == nullptr && !t_thread.isTornDown) {
+        thread_local const Ownership ownership(Registry::Get().Acquire());
+        if (t_thread.queue == nullptr) {
+            t_thread.queue = &Registry::Get().Acquire();  // in a forked child the first one is gone
+        }
+    }
+    return t_thread.queue;
+}
+
+// The ticket stands between writing and showing, see the header.
+Outcome AppendTo(EventQueue& queue, MetricsEvent&& event) {
+    EventRecord* const record = queue.Prepare(std::move(event));
+    if (record == nullptr) {
+        return Outcome::NoRoom;
+    }
+    record->SetTicket(s_tickets.fetch_add(1, std::memory_order_seq_cst));
+    queue.Publish();
+    return Outcome::Queued;
+}
+
+/// Does something with the calling thread's queue, or with the one that threads share at their end.
+template <class Action>
+auto WithQueue(const Action& action) {
+    if (EventQueue* const own = OwnQueue()) {
+        return action(*own);
+    }
+    LateQueue& late = GetLateQueue();
+    const std::lock_guard lock(late.mutex);
+    if (late.queue == nullptr) {
+        late.queue = &Registry::Get().Acquire();
+    }
+    return action(*late.queue);
+}
+
+}  // namespace
+
+Outcome Append(MetricsEvent&& event) {
+    return WithQueue([&event](EventQueue& queue) { return AppendTo(queue, std::move(event)); });
+}
+
+void WaitForRoom() noexcept {
+    WithQueue([](EventQueue& queue) { queue.WaitForRoom(); });
+}
+
+bool HasFreeQuarters(unsigned quarters) noexcept {
+    try {
+        return WithQueue([quarters](EventQueue& queue) { return queue.HasFreeQuarters(quarters); });
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+EventRecord* Next() noexcept {
+    return Registry::Get().Next();
+}
+
+void Pop() noexcept {
+    Registry::Get().Pop();
+}
+
+void WakeWriters() noexcept {
+    Registry::Get().WakeWriters();
+}
+
+uint64 GetQueuedCount() noexcept {
+    return s_tickets.load(std::memory_order_seq_cst);
+}
+
+uint64 GetTakenCount() noexcept {
+    return s_taken.load(std::memory_order_seq_cst);
+}
+
+void SetCapacity(std::size_t bytes) noexcept {
+    s_capacity.store(bytes, std::memory_order_relaxed);
+}
+
+std::size_t GetHighestFill() noexcept {
+    return Registry::Get().GetHighestFill();
+}
+
+void LockForFork() noexcept {
+    GetLateQueue().mutex.lock();
+    Registry::Get().Lock();
+}
+
+void UnlockAfterFork() noexcept {
+    Registry::Get().Unlock();
+    GetLateQueue().mutex.unlock();
+}
+
+void StartAnewInChild() noexcept {
+    Registry::Get().StartAnewInChild();
+    GetLateQueue().queue = nullptr;
+    t_thread.queue = nullptr;
+    s_taken.store(s_tickets.load(std::memory_order_relaxed), std::memory_order_relaxed);
+}
+
+}  // namespace Metrics::EventQueues

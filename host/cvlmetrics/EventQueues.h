@@ -1,0 +1,68 @@
+#pragma once
+
+#include "EventQueue.h"
+
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+
+/// The queues of all threads, and the one order of what is in them.
+///
+/// Each event draws a ticket, a number that counts up through the process, after it was written and
+/// before it is shown to the reader; the reader takes the events in the order of their tickets and
+/// waits for one that is missing. So an event can overtake another one only if it draws its ticket
+/// earlier, and that cannot be if the other one was emitted before: whoever emits has drawn the
+/// ticket when the emitting call returns, and a counter hands out its numbers in an order that
+/// every hand-over between threads respects. Between drawing and showing there is nothing that
+/// waits, so a missing event is shown at once, unless its thread is just not running.
+namespace Metrics::EventQueues {
+
+enum class Outcome { Queued, NoRoom };
+
+// For the thread that emits.
+
+/// Appends an event to the calling thread's queue. Throws `std::bad_alloc`, with the event as it
+/// was, if that needs memory and there is none.
+Outcome Append(MetricsEvent&& event);
+
+/// Sleeps until there may be room in the calling thread's queue, for some milliseconds at most.
+void WaitForRoom() noexcept;
+
+/// Whether so many quarters of the calling thread's queue are free.
+bool HasFreeQuarters(unsigned quarters) noexcept;
+
+// For whoever holds the delivering role; one thread at a time.
+
+/// The next event of all; null when its thread has not shown it yet, or nothing is queued.
+EventRecord* Next() noexcept;
+
+/// Takes the event that `Next` gave off its queue.
+void Pop() noexcept;
+
+/// Wakes the threads that wait for room and have some.
+void WakeWriters() noexcept;
+
+// For every thread.
+
+/// How many events have been queued since the process started.
+uint64 GetQueuedCount() noexcept;
+
+/// How many of them have been taken off.
+uint64 GetTakenCount() noexcept;
+
+/// The room of a queue that is made from now on, in bytes.
+void SetCapacity(std::size_t bytes) noexcept;
+
+/// How much of a queue was in use at most, in bytes.
+std::size_t GetHighestFill() noexcept;
+
+// For a fork.
+
+void LockForFork() noexcept;
+void UnlockAfterFork() noexcept;
+
+/// The parent delivers what is queued; the child begins with nothing.
+void StartAnewInChild() noexcept;
+
+}  // namespace Metrics::EventQueues

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+
+namespace Metrics {
+
+/// An event as bytes in a queue: the texts are copied, so that what the emitting thread has
+/// allocated it also releases, and a queued event asks for no memory. An event that is very large
+/// or holds what no event should (values of unknown kinds) is moved to the heap instead and the
+/// record only points to it.
+///
+/// A record begins on a multiple of eight bytes and is a multiple of eight long. It is written by
+/// one thread and read once, by another.
+class EventRecord {
+public:
+    static constexpr std::size_t alignment = 8;
+    static constexpr std::size_t largest = 4096;
+
+    /// How much room the record of an event takes, never more than `largest`.
+    static std::size_t BytesFor(const MetricsEvent& event) noexcept;
+
+    /// Writes the record of an event to `place`, where `bytes` (what `BytesFor` has said) are free.
+    /// The event may be moved from. Throws `std::bad_alloc` if the heap is needed and full; nothing
+    /// has happened then.
+    static EventRecord& Write(std::byte* place, std::size_t bytes, MetricsEvent&& event);
+
+    /// Writes a record that stands for nothing, to fill the end of a ring.
+    static void WriteGap(std::byte* place, std::size_t bytes) noexcept;
+
+    /// Gives the event back and releases what the record holds; the record is not read again.
+    /// Throws `std::bad_alloc`, and can be read again then.
+    void Read(MetricsEvent& event);
+
+    /// Releases what the record holds, unread.
+    void Discard() noexcept;
+
+    std::size_t GetBytes() const noexcept { return m_bytes; }
+
+    bool IsGap() const noexcept { return m_form == Form::Gap; }
+
+    /// The event's place among the events of all threads.
+    uint64 GetTicket() const noexcept { return m_ticket; }
+
+    void SetTicket(uint64 ticket) noexcept { m_ticket = ticket; }
+
+private:
+    enum class Form : uint32 { Gap, Inline, Boxed };
+
+    struct Fixed;
+
+    EventRecord(std::size_t bytes, Form form) noexcept
+        : m_bytes(static_cast<uint32>(bytes)),
+          m_form(form) {}
+
+    std::byte* Content() noexcept { return reinterpret_cast<std::byte*>(this + 1); }
+
+    uint32 m_bytes;
+    Form m_form;
+    uint64 m_ticket = 0;
+};
+
+}  // namespace Metrics
