@@ -19,6 +19,12 @@ inline constexpr const char* prepare = "prepare";
 inline constexpr const char* execute = "execute";
 inline constexpr const char* fetch = "fetch";
 
+// A request of the service: the first one may go on where another process left off; the second one
+// is the work for it on the thread that serves it.
+inline constexpr const char* httpRequest = "http-request";
+inline constexpr const char* answer = "answer";
+inline constexpr const char* callPeer = "call-peer";
+
 }  // namespace packagesearch::activity
 
 namespace packagesearch::attribute {
@@ -36,5 +42,14 @@ inline constexpr const char* worker = "worker";
 inline constexpr const char* waitedMicroseconds = "waited-us";
 inline constexpr const char* cached = "cached";
 inline constexpr const char* rows = "rows";
+inline constexpr const char* slowStep = "slow-step";
+inline constexpr const char* milliseconds = "ms";
+inline constexpr const char* limitMilliseconds = "limit-ms";
+inline constexpr const char* reason = "reason";
+inline constexpr const char* message = "msg";
+inline constexpr const char* status = "status";
+inline constexpr const char* sqliteCode = "sqlite-code";
+inline constexpr const char* ignoredHeaders = "ignored-headers";
+inline constexpr const char* peer = "peer";
 
 }  // namespace packagesearch::attribute

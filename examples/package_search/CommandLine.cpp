@@ -31,7 +31,6 @@ std::string QueryHelp() {
         usage.resize(std::max<std::size_t>(usage.size() + 1, 16), ' ');
         help << "  " << usage << kind.help << "\n";
     }
-    help << "\nExit status: 0 success, 1 failure, 2 a command line that is not understood.";
     return help.str();
 }
 
@@ -40,38 +39,141 @@ std::string OneLine(std::string text) {
     return text;
 }
 
+void AddFile(CLI::App& command,
+             const std::string& name,
+             std::filesystem::path& file,
+             const std::string& help) {
+    CLI::Option* const option = command.add_option(name, file, help)->type_name("FILE");
+    if (!file.empty()) {
+        option->capture_default_str();
+    }
+}
+
+template <class Number>
+void AddNumber(CLI::App& command,
+               const std::string& name,
+               Number& number,
+               Number least,
+               Number most,
+               const std::string& help) {
+    command.add_option(name, number, help)
+        ->type_name("N")
+        ->check(CLI::Range(least, most))
+        ->capture_default_str();
+}
+
+void AddMilliseconds(CLI::App& command,
+                     const std::string& name,
+                     std::chrono::milliseconds& time,
+                     const std::string& help) {
+    constexpr std::int64_t anHour = 3'600'000;
+    command
+        .add_option_function<std::int64_t>(
+            name, [&time](std::int64_t value) { time = std::chrono::milliseconds(value); }, help)
+        ->type_name("N")
+        ->check(CLI::Range(std::int64_t{1}, anHour))
+        ->default_str(std::to_string(time.count()));
+}
+
+CLI::App& AddBatch(CLI::App& app, BatchOptions& options) {
+    CLI::App& command = *app.add_subcommand(
+        "batch",
+        "Load, answer a list of queries on the workers, and show the slowest one as the log tells "
+        "it");
+    AddFile(command, "--log", options.logFile, "Log file; lines are appended");
+    AddFile(command, "--status", options.statusFile, "Package database to load");
+    AddFile(command,
+            "--queries",
+            options.queryFile,
+            "File with one query a line; without it the program chooses some");
+    AddNumber<std::size_t>(
+        command, "--threads", options.threads, 1, 64, "Worker threads, and clients that ask them");
+    command.footer(QueryHelp());
+    return command;
+}
+
+CLI::App& AddServe(CLI::App& app, ServeOptions& options) {
+    CLI::App& command =
+        *app.add_subcommand("serve", "Load, and answer queries over HTTP until SIGTERM or SIGINT");
+    AddFile(command, "--log", options.logFile, "Log file; lines are appended");
+    AddFile(command, "--status", options.statusFile, "Package database to load");
+    AddFile(command,
+            "--database",
+            options.databaseFile,
+            "SQLite database to use, loaded first when it is not there; without it one in memory");
+    AddNumber(command, "--port", options.http.port, 0, 65535, "Port on 127.0.0.1; 0: a free one");
+    AddFile(command, "--port-file", options.portFile, "Gets the port once requests are served");
+    command
+        .add_option("--peer", options.peerUrl, "Another instance, asked for what needs a package")
+        ->type_name("URL");
+    command.add_option("--site", options.http.site, "Name of this instance in the log")
+        ->type_name("NAME")
+        ->capture_default_str();
+    AddNumber<std::size_t>(command, "--workers", options.workers, 1, 64, "Threads that query");
+    AddNumber<std::size_t>(
+        command, "--clients", options.http.clients, 1, 256, "Requests that are served at once");
+    AddMilliseconds(
+        command, "--deadline-ms", options.http.deadline, "Time after which a request is canceled");
+    AddMilliseconds(
+        command, "--slow-ms", options.http.slowAfter, "Time after which a step is noted as slow");
+    command.footer(
+        "Paths, all with ?deadline-ms=N:\n"
+        "  GET  /queries/KIND?argument=TEXT   one query, of the kinds that 'batch' knows\n"
+        "  POST /queries                      one query a line\n"
+        "  GET  /packages/NAME                a package, and from the peer what asks for it\n"
+        "  GET  /health                       that it is there\n"
+        "Headers X-User, X-Session and X-Request-Id say for whom a request is; the answer's\n"
+        "X-Trace-Id is what 'report --root' finds it by.");
+    return command;
+}
+
+CLI::App& AddReport(CLI::App& app, ReportOptions& options) {
+    CLI::App& command = *app.add_subcommand(
+        "report", "Show requests from the logs of one or several instances, with their figures");
+    command.add_option("LOG", options.logs, "Log files")->required()->type_name("FILE...");
+    CLI::Option* const root =
+        command.add_option("--root", options.root, "The request with this id")->type_name("ID");
+    CLI::Option* const failed =
+        command.add_flag("--failed", options.failed, "The requests that failed, a line for each")
+            ->excludes(root);
+    command.add_option("--slowest", options.slowest, "As many of those that took longest")
+        ->type_name("N")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{1000}))
+        ->capture_default_str()
+        ->excludes(root)
+        ->excludes(failed);
+    return command;
+}
+
 }  // namespace
 
 CommandLine ParseCommandLine(int argumentCount, const char* const* arguments) {
     CLI::App app(
-        "Loads the package database of a Debian system into an SQLite database, answers queries\n"
-        "about it on a pool of threads, and traces all of it into a log file; shows the slowest\n"
-        "query as the log tells it.",
+        "Answers questions about the packages of a Debian system from an SQLite database, on a\n"
+        "pool of threads, and traces all of it into a log file.",
         "package_search");
-    Options options;
-    app.add_option("--log", options.logFile, "Log file; lines are appended")
-        ->type_name("FILE")
-        ->capture_default_str();
-    app.add_option("--status", options.statusFile, "Package database to load")
-        ->type_name("FILE")
-        ->capture_default_str();
-    app.add_option("--queries",
-                   options.queryFile,
-                   "File with one query a line; without it the program chooses some")
-        ->type_name("FILE");
-    app.add_option("--threads", options.threads, "Worker threads, and clients that ask them")
-        ->type_name("N")
-        ->check(CLI::Range(std::size_t{1}, std::size_t{64}))
-        ->capture_default_str();
-    app.footer(QueryHelp());
+    BatchOptions batch;
+    ServeOptions serve;
+    ReportOptions report;
+    const CLI::App& batchCommand = AddBatch(app, batch);
+    const CLI::App& serveCommand = AddServe(app, serve);
+    AddReport(app, report);
+    app.require_subcommand(1);
+    app.footer("Exit status: 0 success, 1 failure, 2 a command line that is not understood.");
     try {
         app.parse(argumentCount, arguments);
     } catch (const CLI::CallForHelp&) {
-        return {std::nullopt, app.help(), false};
+        return Message{app.help(), false};
     } catch (const CLI::ParseError& problem) {
-        return {std::nullopt, OneLine(problem.what()) + " (--help shows what is understood)", true};
+        return Message{OneLine(problem.what()) + " (--help shows what is understood)", true};
     }
-    return {options, {}, false};
+    if (batchCommand.parsed()) {
+        return batch;
+    }
+    if (serveCommand.parsed()) {
+        return serve;
+    }
+    return report;
 }
 
 }  // namespace packagesearch

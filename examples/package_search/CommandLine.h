@@ -1,25 +1,46 @@
 #pragma once
 
+#include "HttpService.h"
+
 #include <cstddef>
 #include <filesystem>
-#include <optional>
 #include <string>
+#include <variant>
+#include <vector>
 
 namespace packagesearch {
 
-struct Options {
+struct BatchOptions {
     std::filesystem::path logFile = "package_search.log";
     std::filesystem::path statusFile = "/var/lib/dpkg/status";
     std::filesystem::path queryFile;  ///< empty: queries chosen by the program
     std::size_t threads = 2;          ///< workers, and as many clients that ask them
 };
 
-/// What the command line asks for.
-struct CommandLine {
-    std::optional<Options> options;  ///< what to run; none when there is only something to say
-    std::string message;             ///< the help; or why the command line is refused, one line
+struct ServeOptions {
+    std::filesystem::path logFile = "package_search.log";
+    std::filesystem::path statusFile = "/var/lib/dpkg/status";
+    std::filesystem::path databaseFile;  ///< empty: in memory
+    std::filesystem::path portFile;      ///< empty: none
+    std::string peerUrl;                 ///< empty: no peer
+    std::size_t workers = 2;
+    HttpOptions http;
+};
+
+struct ReportOptions {
+    std::vector<std::filesystem::path> logs;
+    std::string root;         ///< the request with this id; empty: not by id
+    bool failed = false;      ///< those that failed instead of those that took longest
+    std::size_t slowest = 1;  ///< how many of these
+};
+
+/// There is only something to say: the help, or why the command line is refused, in one line.
+struct Message {
+    std::string text;
     bool isError = false;
 };
+
+using CommandLine = std::variant<Message, BatchOptions, ServeOptions, ReportOptions>;
 
 /// Reads the command line. Touches no file.
 CommandLine ParseCommandLine(int argumentCount, const char* const* arguments);

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "LogFiles.h"
+#include "LoggedActivity.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <iosfwd>
 #include <map>
 #include <string>
 #include <string_view>
@@ -11,39 +13,7 @@
 
 namespace packagesearch {
 
-/// A place in a log that may go on in another file behind it: when a log is full its file is
-/// renamed ("a.log" to "a.1.log") and a new one begun.
-struct LogPosition {
-    std::filesystem::path path;  ///< the name of the current file
-    std::uint64_t device = 0;    ///< with `inode`: the file that was current at this place
-    std::uint64_t inode = 0;
-    std::uintmax_t offset = 0;
-
-    /// Throws `std::system_error` when there is no such file, `std::runtime_error` when it is none
-    /// that could be read again.
-    static LogPosition EndOf(const std::filesystem::path& path);
-};
-
-/// One activity as the log tells it: what its two lines say.
-struct LoggedActivity {
-    std::string id;
-    std::string sponsor;  ///< id of the activity that this one is part of; empty for a root
-    std::string name;
-    std::string begin;        ///< time of the begin line; sorts as text
-    std::string description;  ///< of the request; roots only
-    std::string request;
-    std::string user;
-    std::string site;
-    std::string session;
-    std::uint64_t threadId = 0;
-    double elapsed = 0;    ///< seconds
-    double exclusive = 0;  ///< seconds, without the activities that it waited for on its own thread
-    std::string result;    ///< "ok", or how it failed; empty while it has no end line
-    std::string attributes;             ///< "name=value" of both lines, with blanks between them
-    std::vector<std::size_t> children;  ///< places in the report's list, in the order they began
-};
-
-/// What one process wrote to a log since some place in it. Reading it takes no part in tracing.
+/// What one or several processes wrote to their logs. Reading it takes no part in tracing.
 /// A record: whoever has it may change it.
 struct LogReport {
     std::size_t beginLines = 0;
@@ -57,6 +27,11 @@ struct LogReport {
 
     /// The finished activity of this name that took longest, the first of equals; null without any.
     const LoggedActivity* Slowest(std::string_view name) const;
+
+    /// Hangs each activity under its sponsor. What goes on in another process does not know its
+    /// caller, only the root and how deep it lies: it hangs under the one activity at the depth
+    /// above that was calling a peer all the time, and under the root if there is not exactly one.
+    void LinkChildren();
 };
 
 /// Reads what `process` has written since `start`, and no lines of others. Throws
@@ -64,7 +39,7 @@ struct LogReport {
 /// renamed so often that `start` is gone.
 LogReport ReadLog(const LogPosition& start, std::uint32_t process);
 
-/// Prints an activity and all its parts as an indented tree with elapsed and exclusive times.
-void PrintTree(std::ostream& out, const LogReport& report, const LoggedActivity& root);
+/// Reads whole logs, of whatever processes. Throws `std::system_error`.
+LogReport ReadLogs(const std::vector<std::filesystem::path>& logs);
 
 }  // namespace packagesearch

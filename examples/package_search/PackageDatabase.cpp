@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <sqlite3.h>
 #include <utility>
 
@@ -17,6 +18,9 @@ namespace {
 // A transaction for each package would cost more than the inserting itself; one for the whole
 // file would show in the log as one long activity that says nothing about its course.
 constexpr std::size_t packagesPerBatch = 200;
+
+// A writer that is quick is waited for; whoever waits for a reader is not kept longer.
+constexpr std::chrono::milliseconds lockTimeout{50};
 
 // Connections of one process that open the same name share the database. Its memory goes with
 // the last of them, so nothing is left behind however the process ends.
@@ -60,6 +64,28 @@ PackageDatabase::PackageDatabase(WordSearch wordSearch)
     : m_wordSearch(wordSearch),
       m_name(NewDatabaseName()),
       m_connection(m_name, sqlite::OpenMode::Create) {}
+
+PackageDatabase::PackageDatabase(const std::filesystem::path& file)
+    : m_wordSearch(BestWordSearch()),
+      // Absolute, so that no name is taken for a URI.
+      m_name(std::filesystem::absolute(file).string()),
+      m_connection(m_name, sqlite::OpenMode::Create) {
+    m_connection.SetLockTimeout(lockTimeout);
+    if (IsFilled() && !HasTable("words")) {
+        m_wordSearch = WordSearch::Like;
+    }
+}
+
+bool PackageDatabase::IsFilled() const {
+    return HasTable("packages");
+}
+
+bool PackageDatabase::HasTable(std::string_view name) const {
+    sqlite::Statement find(m_connection,
+                           "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ?1");
+    find.Bind(1, name);
+    return find.Step();
+}
 
 void PackageDatabase::CreateTables() {
     m_connection.Execute(R"(
@@ -136,7 +162,9 @@ void PackageDatabase::BuildIndexes() {
 
 PackageReader::PackageReader(const PackageDatabase& database)
     : m_wordSearch(database.GetWordSearch()),
-      m_connection(database.GetName(), sqlite::OpenMode::ReadOnly) {}
+      m_connection(database.GetName(), sqlite::OpenMode::ReadOnly) {
+    m_connection.SetLockTimeout(lockTimeout);
+}
 
 sqlite::Statement& PackageReader::Prepare(const std::string& sql) {
     auto place = m_statements.find(sql);

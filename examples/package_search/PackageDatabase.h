@@ -21,12 +21,19 @@ enum class WordSearch {
 /// `FullText` where the SQLite of this machine has it.
 WordSearch BestWordSearch() noexcept;
 
-/// The packages in an SQLite database that lives in this process's memory, for as long as the
-/// object or a reader of it. One thread fills it, to begin with; after that any number of threads
-/// read it, each through a `PackageReader` of its own. Throws `sqlite::SqliteError`.
+/// The packages in an SQLite database: in a file, or in this process's memory for as long as the
+/// object or a reader of it lives. One thread fills it, to begin with; after that any number of
+/// threads read it, each through a `PackageReader` of its own. Throws `sqlite::SqliteError`.
 class PackageDatabase {
 public:
+    /// A new one in memory.
     explicit PackageDatabase(WordSearch wordSearch = BestWordSearch());
+
+    /// The one in a file, which is made when it is not there.
+    explicit PackageDatabase(const std::filesystem::path& file);
+
+    /// Whether there are tables in it. Throws when it is no database or cannot be read.
+    bool IsFilled() const;
 
     void CreateTables();
 
@@ -42,6 +49,8 @@ public:
     const std::string& GetName() const noexcept { return m_name; }
 
 private:
+    bool HasTable(std::string_view name) const;
+
     WordSearch m_wordSearch;
     std::string m_name;
     sqlite::Connection m_connection;
@@ -55,6 +64,10 @@ public:
 
     /// The statement for this text, prepared at the first call and kept; ready to be bound.
     sqlite::Statement& Prepare(const std::string& sql);
+
+    sqlite::DeadlineGuard GuardBy(const Deadline& deadline) const {
+        return sqlite::DeadlineGuard(m_connection, deadline);
+    }
 
     bool IsPrepared(const std::string& sql) const { return m_statements.count(sql) != 0; }
 

@@ -1,11 +1,12 @@
 #include "Queries.h"
 
 #include "ActivityNames.h"
+#include "QueryCatalogue.h"
+#include "SlowStep.h"
 
 #include "tarn/ActivityScope.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -18,133 +19,12 @@ namespace packagesearch {
 
 namespace {
 
-struct CatalogueEntry {
-    QueryKind kind{};
-    const char* sql = nullptr;
-};
-
-// "%WORDS%" stands for the common table expression `matches (id, score)` of the packages that
-// the words ?1 are found in. Dependents are followed over names, because that is what a
-// dependency holds; UNION drops what was met before, which ends cycles.
-constexpr std::array catalogue{
-    CatalogueEntry{{"search", ArgumentType::Words, "the 20 best matches for words"}, R"(
-            WITH %WORDS%
-            SELECT p.name, p.version, p.summary
-            FROM matches JOIN packages p USING (id)
-            ORDER BY score DESC, p.name LIMIT 20)"},
-    CatalogueEntry{{"rdepends", ArgumentType::Name, "the packages that ask for a package"}, R"(
-            SELECT DISTINCT p.name, d.kind
-            FROM dependencies d JOIN packages p ON p.id = d.package
-            WHERE d.target = ?1
-            ORDER BY p.name, d.kind)"},
-    CatalogueEntry{{"breaks",
-                    ArgumentType::Name,
-                    "what stops working without a package, and what without that"},
-                   R"(
-            WITH RECURSIVE broken (name) AS (
-                VALUES (?1)
-                UNION
-                SELECT p.name
-                FROM broken b JOIN dependencies d ON d.target = b.name AND d.kind <> 'recommends'
-                              JOIN packages p ON p.id = d.package)
-            SELECT p.name, p.section, p.installed_kib
-            FROM broken JOIN packages p USING (name)
-            WHERE p.name <> ?1
-            ORDER BY p.name)"},
-    CatalogueEntry{{"largest", ArgumentType::Number, "the largest packages"}, R"(
-            SELECT name, installed_kib, section
-            FROM packages
-            ORDER BY installed_kib DESC, name LIMIT ?1)"},
-    CatalogueEntry{{"section", ArgumentType::Name, "the packages of a section"}, R"(
-            SELECT name, version, installed_kib
-            FROM packages
-            WHERE section = ?1
-            ORDER BY name)"},
-    CatalogueEntry{{"sections", ArgumentType::None, "all sections with number and size"}, R"(
-            SELECT section, count(*) AS packages, sum(installed_kib) AS installed_kib
-            FROM packages
-            GROUP BY section
-            ORDER BY sum(installed_kib) DESC, section)"},
-    CatalogueEntry{{"impact",
-                    ArgumentType::Words,
-                    "the best 50 matches for words, by how much would break without them"},
-                   R"(
-            WITH RECURSIVE %WORDS%,
-            best (id, score) AS (
-                SELECT id, score FROM matches ORDER BY score DESC, id LIMIT 50),
-            broken (root, name) AS (
-                SELECT p.id, p.name FROM best JOIN packages p USING (id)
-                UNION
-                SELECT b.root, p.name
-                FROM broken b JOIN dependencies d ON d.target = b.name AND d.kind <> 'recommends'
-                              JOIN packages p ON p.id = d.package)
-            SELECT r.name, count(*) - 1 AS broken, sum(p.installed_kib) AS installed_kib
-            FROM broken b JOIN packages r ON r.id = b.root JOIN packages p ON p.name = b.name
-            GROUP BY b.root
-            ORDER BY broken DESC, r.name LIMIT 20)"},
-    CatalogueEntry{{"hubs", ArgumentType::Number, "the packages that most others rest on"}, R"(
-            WITH RECURSIVE wanted (target, direct) AS (
-                SELECT d.target, count(DISTINCT d.package) AS direct
-                FROM dependencies d JOIN packages p ON p.name = d.target
-                WHERE d.kind <> 'recommends'
-                GROUP BY d.target
-                ORDER BY direct DESC, d.target LIMIT 10 * ?1),
-            broken (root, name) AS (
-                SELECT target, target FROM wanted
-                UNION
-                SELECT b.root, p.name
-                FROM broken b JOIN dependencies d ON d.target = b.name AND d.kind <> 'recommends'
-                              JOIN packages p ON p.id = d.package)
-            SELECT w.target AS name, w.direct, count(*) - 1 AS broken
-            FROM broken b JOIN wanted w ON w.target = b.root
-            GROUP BY b.root
-            ORDER BY broken DESC, w.direct DESC, name LIMIT ?1)"},
-};
-
-constexpr auto kinds = [] {
-    std::array<QueryKind, catalogue.size()> result{};
-    for (std::size_t index = 0; index < catalogue.size(); ++index) {
-        result[index] = catalogue[index].kind;
-    }
-    return result;
-}();
-
-constexpr const char* matchesByFullText = R"(
-        matches (id, score) AS (
-            SELECT rowid, -bm25(words, 10.0, 4.0, 1.0) FROM words WHERE words MATCH ?1))";
-
-constexpr const char* matchesByLike = R"(
-        matches (id, score) AS (
-            SELECT id, 10 * (name LIKE ?1 ESCAPE '\') + 4 * (summary LIKE ?1 ESCAPE '\') +
-                       (description LIKE ?1 ESCAPE '\') AS hits
-            FROM packages WHERE hits > 0))";
-
-const CatalogueEntry* FindKind(std::string_view name) {
-    const auto found =
-        std::find_if(catalogue.begin(), catalogue.end(), [name](const CatalogueEntry& entry) {
-            return entry.kind.name == name;
-        });
-    return found == catalogue.end() ? nullptr : &*found;
-}
-
 const CatalogueEntry& KnownKind(const Query& query) {
     const CatalogueEntry* entry = FindKind(query.kind);
     if (entry == nullptr) {
         throw QueryError("there is no query '" + query.kind + "'");
     }
     return *entry;
-}
-
-std::string Sql(const CatalogueEntry& entry, WordSearch wordSearch) {
-    constexpr std::string_view placeholder = "%WORDS%";
-    std::string sql = entry.sql;
-    const std::size_t place = sql.find(placeholder);
-    if (place != std::string::npos) {
-        sql.replace(place,
-                    placeholder.size(),
-                    wordSearch == WordSearch::FullText ? matchesByFullText : matchesByLike);
-    }
-    return sql;
 }
 
 std::int64_t Number(const Query& query) {
@@ -239,6 +119,40 @@ private:
     sqlite::Statement& m_statement;
 };
 
+// The next row, if there is time.
+bool Step(sqlite::Statement& statement, tarn::ActivityScope& scope) {
+    try {
+        return statement.Step();
+    } catch (const DeadlineExceeded&) {
+        scope.Cancel({{attribute::reason, "deadline"}});
+        throw;
+    }
+}
+
+// Sorting, ranking and recursion are done by the time the first row is there.
+bool Execute(sqlite::Statement& statement, const WorkLimits& limits) {
+    tarn::ActivityScope scope(activity::execute);
+    const SlowStep slow(scope, activity::execute, limits);
+    return Step(statement, scope);
+}
+
+QueryResult Fetch(sqlite::Statement& statement, bool hasRow, const WorkLimits& limits) {
+    tarn::ActivityScope scope(activity::fetch);
+    const SlowStep slow(scope, activity::fetch, limits);
+    QueryResult result;
+    for (int column = 0; column < statement.ColumnCount(); ++column) {
+        result.columns.push_back(statement.ColumnName(column));
+    }
+    for (; hasRow; hasRow = Step(statement, scope)) {
+        std::vector<std::string>& row = result.rows.emplace_back();
+        for (int column = 0; column < statement.ColumnCount(); ++column) {
+            row.push_back(statement.Text(column));
+        }
+    }
+    scope.Add({{attribute::rows, result.rows.size()}});
+    return result;
+}
+
 std::vector<std::string> FirstColumn(PackageReader& reader, const std::string& sql) {
     sqlite::Statement& statement = reader.Prepare(sql);
     std::vector<std::string> values;
@@ -249,10 +163,6 @@ std::vector<std::string> FirstColumn(PackageReader& reader, const std::string& s
 }
 
 }  // namespace
-
-std::span<const QueryKind> QueryKinds() noexcept {
-    return kinds;
-}
 
 Query ParseQuery(std::string_view text) {
     std::string_view rest = text;
@@ -326,28 +236,12 @@ std::vector<Query> ChooseQueries(const PackageDatabase& database) {
     return queries;
 }
 
-QueryResult RunQuery(PackageReader& reader, const Query& query) {
+QueryResult RunQuery(PackageReader& reader, const Query& query, const WorkLimits& limits) {
     sqlite::Statement& statement = PrepareTraced(reader, query);
     const ResetAtEnd reset(statement);
-    bool hasRow = false;
-    {
-        // Sorting, ranking and recursion are done by the time the first row is there.
-        const tarn::ActivityScope scope(activity::execute);
-        hasRow = statement.Step();
-    }
-    QueryResult result;
-    for (int column = 0; column < statement.ColumnCount(); ++column) {
-        result.columns.push_back(statement.ColumnName(column));
-    }
-    tarn::ActivityScope scope(activity::fetch);
-    for (; hasRow; hasRow = statement.Step()) {
-        std::vector<std::string>& row = result.rows.emplace_back();
-        for (int column = 0; column < statement.ColumnCount(); ++column) {
-            row.push_back(statement.Text(column));
-        }
-    }
-    scope.Add({{attribute::rows, result.rows.size()}});
-    return result;
+    const sqlite::DeadlineGuard guard = reader.GuardBy(limits.deadline);
+    const bool hasRow = Execute(statement, limits);
+    return Fetch(statement, hasRow, limits);
 }
 
 }  // namespace packagesearch

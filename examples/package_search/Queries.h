@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Deadline.h"
 #include "PackageDatabase.h"
 
 #include <cstddef>
@@ -57,7 +58,8 @@ std::vector<Query> ReadQueryFile(const std::filesystem::path& path);
 std::vector<Query> ChooseQueries(const PackageDatabase& database);
 
 /// Answers the query; traced as "prepare", "execute" and "fetch" under the thread's current
-/// activity. Throws `QueryError` or `sqlite::SqliteError`.
-QueryResult RunQuery(PackageReader& reader, const Query& query);
+/// activity. Throws `QueryError`, `sqlite::SqliteError` or, once it takes too long,
+/// `DeadlineExceeded`; the step that it was in is canceled then.
+QueryResult RunQuery(PackageReader& reader, const Query& query, const WorkLimits& limits = {});
 
 }  // namespace packagesearch

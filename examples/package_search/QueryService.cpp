@@ -23,6 +23,12 @@ QueryService::QueryService(const PackageDatabase& database, std::size_t workers)
       }()),
       m_workers(workers) {}
 
+Pending<QueryResult> QueryService::Start(const Query& query, const WorkLimits& limits) {
+    return m_workers.Submit(activity::run, [this, query, limits](std::size_t worker) {
+        return RunQuery(m_readers[worker], query, limits);
+    });
+}
+
 QueryResult QueryService::Answer(RequestAttributes request, const Query& query) {
     request.description = query.Text();
     const RequestContext context(request);
@@ -31,10 +37,7 @@ QueryResult QueryService::Answer(RequestAttributes request, const Query& query) 
     // What turns up only while the request is being served is added to it then; the lines that
     // follow have it, those of the workers too.
     tarn::ContextAttributesUtils::Set({{ActivityTokens::viewAttr, query.kind}});
-    Pending<QueryResult> answer = m_workers.Submit(
-        activity::run,
-        [this, query](std::size_t worker) { return RunQuery(m_readers[worker], query); });
-    QueryResult result = answer.Get();
+    QueryResult result = Start(query).Get();
     scope.Add({{attribute::rows, result.rows.size()}});
     return result;
 }

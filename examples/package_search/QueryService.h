@@ -17,9 +17,14 @@ class QueryService {
 public:
     QueryService(const PackageDatabase& database, std::size_t workers);
 
-    /// Waits for the answer. Any thread may ask, except the service's own workers. The request's
-    /// description is the query's text. Throws what `RunQuery` throws; the log shows such a
-    /// request as terminated early.
+    /// Begins to work on a query, as a part of the caller's current activity. Any thread may ask,
+    /// except the service's own workers. The result's `GetBefore` should be told the same deadline.
+    /// It throws what `RunQuery` throws.
+    Pending<QueryResult> Start(const Query& query, const WorkLimits& limits = {});
+
+    /// A whole request with one query; waits for the answer. Any thread may ask, except the
+    /// service's own workers. The request's description is the query's text. Throws what `RunQuery`
+    /// throws; the log shows such a request as terminated early.
     QueryResult Answer(RequestAttributes request, const Query& query);
 
 private:

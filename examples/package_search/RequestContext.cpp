@@ -12,11 +12,6 @@ namespace packagesearch {
 
 namespace {
 
-std::string NewRequestId() {
-    static std::atomic<unsigned> count{0};
-    return std::to_string(TSystem::ProcessID()) + "-" + std::to_string(++count);
-}
-
 void Tell(const wchar_t* token, const std::string& value) {
     if (!value.empty()) {
         Metrics::AttributeImpl(token, value, Metrics::flagTracing);
@@ -25,10 +20,16 @@ void Tell(const wchar_t* token, const std::string& value) {
 
 }  // namespace
 
+std::string NewRequestId() {
+    static std::atomic<unsigned> count{0};
+    return std::to_string(TSystem::ProcessID()) + "-" + std::to_string(++count);
+}
+
 RequestContext::RequestContext(const RequestAttributes& attributes)
     : m_context(0, Metrics::Context::Create(true)) {
     m_context.OpenScope();
-    Tell(ActivityTokens::ridAttr, NewRequestId());
+    Tell(ActivityTokens::ridAttr,
+         attributes.requestId.empty() ? NewRequestId() : attributes.requestId);
     Tell(ActivityTokens::userAttr, attributes.user);
     Tell(ActivityTokens::siteAttr, attributes.site);
     Tell(ActivityTokens::sidAttr, attributes.sessionId);

@@ -12,7 +12,11 @@ struct RequestAttributes {
     std::string site;
     std::string sessionId;
     std::string description;
+    std::string requestId = {};  ///< empty: a new one
 };
+
+/// An id that no other request of this machine has.
+std::string NewRequestId();
 
 /// The metrics context of one request, current on the thread that made it for as long as it
 /// lives. Make it before the request's first activity and let it go after the last one; it has an

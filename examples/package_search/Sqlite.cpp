@@ -1,5 +1,7 @@
 #include "Sqlite.h"
 
+#include "SqliteMemory.h"
+
 #include <sqlite3.h>
 
 namespace packagesearch::sqlite {
@@ -14,6 +16,9 @@ namespace {
                       action + ": " + sqlite3_errmsg(connection));
 }
 
+// Often enough to end within a millisecond, and too seldom to be felt.
+constexpr int instructionsBetweenChecks = 1000;
+
 void Check(int result, sqlite3* connection, const char* action) {
     if (result != SQLITE_OK) {
         Fail(connection, action);
@@ -22,7 +27,14 @@ void Check(int result, sqlite3* connection, const char* action) {
 
 }  // namespace
 
+bool SqliteError::IsLocked() const noexcept {
+    constexpr int primaryCode = 0xFF;
+    const int code = m_code & primaryCode;
+    return code == SQLITE_BUSY || code == SQLITE_LOCKED;
+}
+
 Connection::Connection(const std::string& name, OpenMode mode) {
+    CountMemory();
     const int flags = (mode == OpenMode::ReadOnly ? SQLITE_OPEN_READONLY
                                                   : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) |
                       SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX;
@@ -37,6 +49,10 @@ void Connection::Execute(const char* sql) {
     Check(sqlite3_exec(m_handle.get(), sql, nullptr, nullptr, nullptr),
           m_handle.get(),
           "a statement failed");
+}
+
+void Connection::SetLockTimeout(std::chrono::milliseconds time) noexcept {
+    static_cast<void>(sqlite3_busy_timeout(m_handle.get(), static_cast<int>(time.count())));
 }
 
 void Connection::Closer::operator()(sqlite3* handle) const noexcept {
@@ -70,6 +86,9 @@ void Statement::Bind(int parameter, std::int64_t value) {
 
 bool Statement::Step() {
     const int result = sqlite3_step(m_handle.get());
+    if (result == SQLITE_INTERRUPT) {
+        throw DeadlineExceeded("in the database");
+    }
     if (result != SQLITE_ROW && result != SQLITE_DONE) {
         Fail(sqlite3_db_handle(m_handle.get()), "a query failed");
     }
@@ -105,6 +124,22 @@ std::int64_t Statement::Integer(int column) const noexcept {
 
 void Statement::Finalizer::operator()(sqlite3_stmt* handle) const noexcept {
     sqlite3_finalize(handle);
+}
+
+DeadlineGuard::DeadlineGuard(const Connection& connection, const Deadline& deadline)
+    : m_connection(connection),
+      m_deadline(deadline) {
+    if (!m_deadline.IsNever()) {
+        sqlite3_progress_handler(m_connection.Handle(), instructionsBetweenChecks, HasPassed, this);
+    }
+}
+
+DeadlineGuard::~DeadlineGuard() {
+    sqlite3_progress_handler(m_connection.Handle(), 0, nullptr, nullptr);
+}
+
+int DeadlineGuard::HasPassed(void* guard) {
+    return static_cast<const DeadlineGuard*>(guard)->m_deadline.HasPassed() ? 1 : 0;
 }
 
 Transaction::Transaction(Connection& connection) : m_connection(connection) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Deadline.h"
+
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -21,6 +24,9 @@ public:
     /// SQLite's extended result code.
     int Code() const noexcept { return m_code; }
 
+    /// Somebody else has the database for the moment.
+    bool IsLocked() const noexcept;
+
 private:
     int m_code;
 };
@@ -34,6 +40,9 @@ public:
 
     /// Runs statements that return no rows.
     void Execute(const char* sql);
+
+    /// How long a statement waits for somebody else's lock.
+    void SetLockTimeout(std::chrono::milliseconds time) noexcept;
 
     sqlite3* Handle() const noexcept { return m_handle.get(); }
 
@@ -55,7 +64,8 @@ public:
     void Bind(int parameter, std::string_view text);
     void Bind(int parameter, std::int64_t value);
 
-    /// To the next row; false when there is none left, and after an error, which throws.
+    /// To the next row; false when there is none left. Throws `DeadlineExceeded` when the
+    /// connection's `DeadlineGuard` ended it.
     bool Step();
 
     /// Back to the start, as after preparing; bound values stay.
@@ -74,6 +84,22 @@ private:
     };
 
     std::unique_ptr<sqlite3_stmt, Finalizer> m_handle;
+};
+
+/// Ends the statements of a connection once a deadline has passed, for as long as it lives. One at
+/// a time.
+class DeadlineGuard {
+public:
+    DeadlineGuard(const Connection& connection, const Deadline& deadline);
+    ~DeadlineGuard();
+    DeadlineGuard(const DeadlineGuard&) = delete;
+    DeadlineGuard& operator=(const DeadlineGuard&) = delete;
+
+private:
+    static int HasPassed(void* guard);
+
+    const Connection& m_connection;
+    Deadline m_deadline;
 };
 
 /// Takes back what was done since its construction, unless `Commit` was called.

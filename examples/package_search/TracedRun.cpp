@@ -4,6 +4,8 @@
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlsys/CpuTime.h"
+#include "cvlsys/MemoryTracking.h"
 
 #include <utility>
 
@@ -34,9 +36,16 @@ void TracedRun::SetOptions() {
     OptTarn::SetIsServer(true);
     OptTarn::SetServerEnvironment(TString(u"example"));
     OptTarn::SetCorvalaCounterScopesOpened(&m_scopesOpened);
+    // End lines tell what memory and processor time each activity took.
+    OptTarn::SetIsTarnPlatforms(true);
+    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
+    corvala::cputime::SetCpuTrackingEnabled(true);
 }
 
 void TracedRun::ResetOptions() noexcept {
+    corvala::cputime::SetCpuTrackingEnabled(false);
+    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingOff);
+    OptTarn::SetIsTarnPlatforms(false);
     OptTarn::SetCorvalaCounterScopesOpened(nullptr);
     OptTarn::SetServerEnvironment(TString());
     OptTarn::SetIsServer(false);

@@ -18,13 +18,18 @@ void HandedOverActivity::Run(const char* name,
     // Ends behind the scope below, also when the work throws.
     const std::unique_ptr<Metrics::Context> context = std::move(m_context);
     context->OpenScope();
-    const tarn::ActivityScope scope(
+    tarn::ActivityScope scope(
         name,
         tarn::CustomContext(Metrics::NameValueList()),
         tarn::Traits(),
         {{attribute::worker, worker}, {attribute::waitedMicroseconds, waited.count()}},
         tarn::ActivityContextInitializer{m_asking.GetContext(), false});
-    work();
+    try {
+        work();
+    } catch (const DeadlineExceeded&) {
+        scope.Cancel({{attribute::reason, "deadline"}});
+        throw;
+    }
 }
 
 WorkerPool::WorkerPool(std::size_t workers) {

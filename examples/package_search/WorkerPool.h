@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Deadline.h"
+
 #include "tarn/ThreadContextPropagator.h"
 
 #include "cvlmetrics/Context.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -34,7 +37,7 @@ public:
     HandedOverActivity();
 
     /// Calls `work` inside an activity of this name. When it returns, or throws, the activity and
-    /// its context have ended.
+    /// its context have ended. The activity is canceled when the work throws `DeadlineExceeded`.
     void Run(const char* name, std::size_t worker, const std::function<void()>& work);
 
 private:
@@ -43,11 +46,36 @@ private:
     std::chrono::steady_clock::time_point m_handedOver;
 };
 
+/// A handed-over activity that either a worker takes, to run it, or whoever asked for it, to give
+/// it up. Shared by the two.
+class Handover {
+public:
+    /// True for the first one who asks.
+    bool Take() noexcept { return !m_taken.exchange(true); }
+
+    /// For the one who took it: its activity, which is gone from here then.
+    HandedOverActivity Activity() { return std::move(m_activity); }
+
+private:
+    std::atomic<bool> m_taken{false};
+    HandedOverActivity m_activity;
+};
+
 /// What a worker will have brought about: a result, or an exception. Belongs to the thread that
-/// submitted the work.
+/// submitted the work. Work that nobody asked the result of is given up if it has not begun, and
+/// waited for if it has: it is part of an activity that must not end before it.
 template <class Result>
 class Pending {
 public:
+    Pending(Pending&&) noexcept = default;
+    Pending& operator=(Pending&&) = delete;
+
+    ~Pending() {
+        if (m_future.valid() && !GiveUp()) {
+            m_future.wait();
+        }
+    }
+
     /// Waits; returns the result or throws the exception. Once only.
     Result Get() {
         Outcome outcome = m_future.get();
@@ -55,6 +83,18 @@ public:
             std::rethrow_exception(std::move(outcome.error));
         }
         return std::move(outcome.result);
+    }
+
+    /// The same; but work that has not even begun at the deadline is given up, which throws
+    /// `DeadlineExceeded`. Work that has begun keeps to the deadline by itself.
+    Result GetBefore(const Deadline& deadline) {
+        const bool isLate = !deadline.IsNever() &&
+                            m_future.wait_until(deadline.When()) != std::future_status::ready;
+        if (isLate && GiveUp()) {
+            m_future = {};
+            throw DeadlineExceeded("before a worker was free");
+        }
+        return Get();
     }
 
 private:
@@ -68,9 +108,21 @@ private:
         std::exception_ptr error;
     };
 
-    explicit Pending(std::future<Outcome> future) : m_future(std::move(future)) {}
+    Pending(std::future<Outcome> future, std::shared_ptr<Handover> handover)
+        : m_future(std::move(future)),
+          m_handover(std::move(handover)) {}
+
+    // False when a worker was first.
+    bool GiveUp() {
+        if (!m_handover->Take()) {
+            return false;
+        }
+        const HandedOverActivity neverRun = m_handover->Activity();
+        return true;
+    }
 
     std::future<Outcome> m_future;
+    std::shared_ptr<Handover> m_handover;
 };
 
 /// A fixed number of threads that do what they are given, in the order in which it was given. Any
@@ -93,18 +145,21 @@ public:
         -> Pending<std::invoke_result_t<Work&, std::size_t>> {
         using Result = std::invoke_result_t<Work&, std::size_t>;
         using Outcome = typename Pending<Result>::Outcome;
+        auto handover = std::make_shared<Handover>();
         std::packaged_task<Outcome(std::size_t)> task(
-            [activityName, work = std::move(work), activity = HandedOverActivity()](
-                std::size_t worker) mutable {
+            [activityName, work = std::move(work), handover](std::size_t worker) mutable {
                 Outcome outcome;
-                try {
-                    activity.Run(activityName, worker, [&] { outcome.result = work(worker); });
-                } catch (...) {
-                    outcome.error = std::current_exception();
+                if (handover->Take()) {
+                    try {
+                        handover->Activity().Run(
+                            activityName, worker, [&] { outcome.result = work(worker); });
+                    } catch (...) {
+                        outcome.error = std::current_exception();
+                    }
                 }
                 return outcome;
             });
-        Pending<Result> pending(task.get_future());
+        Pending<Result> pending(task.get_future(), std::move(handover));
         Enqueue(Task(std::move(task)));
         return pending;
     }

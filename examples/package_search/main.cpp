@@ -1,10 +1,13 @@
+#include "BatchJob.h"
 #include "CommandLine.h"
-#include "Program.h"
+#include "ReportCommand.h"
+#include "ServeCommand.h"
 
 #include <algorithm>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <variant>
 
 namespace {
 
@@ -19,20 +22,30 @@ int Fail(int exitStatus, std::string problem) {
     return exitStatus;
 }
 
+void Run(const packagesearch::CommandLine& commandLine) {
+    if (const auto* batch = std::get_if<packagesearch::BatchOptions>(&commandLine)) {
+        packagesearch::RunBatchJob(*batch, std::cout);
+    } else if (const auto* serve = std::get_if<packagesearch::ServeOptions>(&commandLine)) {
+        packagesearch::RunService(*serve, std::cout);
+    } else if (const auto* report = std::get_if<packagesearch::ReportOptions>(&commandLine)) {
+        packagesearch::RunReport(*report, std::cout);
+    }
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
     try {
         const packagesearch::CommandLine commandLine =
             packagesearch::ParseCommandLine(argumentCount, arguments);
-        if (commandLine.isError) {
-            return Fail(usageError, commandLine.message);
-        }
-        if (!commandLine.options) {
-            std::cout << commandLine.message;
+        if (const auto* message = std::get_if<packagesearch::Message>(&commandLine)) {
+            if (message->isError) {
+                return Fail(usageError, message->text);
+            }
+            std::cout << message->text;
             return success;
         }
-        packagesearch::RunProgram(*commandLine.options, std::cout);
+        Run(commandLine);
         return std::cout.flush() ? success : Fail(failure, "the output cannot be written");
     } catch (const std::exception& problem) {
         return Fail(failure, problem.what());

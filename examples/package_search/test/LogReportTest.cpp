@@ -1,5 +1,7 @@
 #include "LogReport.h"
 
+#include "ActivityTree.h"
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>

@@ -1,6 +1,7 @@
-#include "Program.h"
+#include "BatchJob.h"
 
 #include "ActivityNames.h"
+#include "ActivityTree.h"
 #include "LogReport.h"
 #include "PackageDatabase.h"
 #include "Queries.h"
@@ -36,7 +37,7 @@ RequestAttributes ThisProgramsRequests(const std::string& description) {
     return {user, "packages", "main", description};
 }
 
-LoadSummary Load(const Options& options, PackageDatabase& database) {
+LoadSummary Load(const BatchOptions& options, PackageDatabase& database) {
     const RequestContext request(ThisProgramsRequests("load " + options.statusFile.string()));
     return LoadPackages(options.statusFile, database);
 }
@@ -82,7 +83,7 @@ void RequireAllAnswered(const std::vector<Answer>& answers) {
     }
 }
 
-std::vector<Answer> AnswerQueries(const Options& options,
+std::vector<Answer> AnswerQueries(const BatchOptions& options,
                                   const PackageDatabase& database,
                                   const std::vector<Query>& queries) {
     QueryService service(database, options.threads);
@@ -91,7 +92,7 @@ std::vector<Answer> AnswerQueries(const Options& options,
 
 // Everything that is traced. The queries are read first: a mistake in their file is not worth
 // a load.
-Traced RunTraced(const Options& options, std::ostream& out, std::vector<Answer>& answers) {
+Traced RunTraced(const BatchOptions& options, std::ostream& out, std::vector<Answer>& answers) {
     std::vector<Query> queries;
     if (!options.queryFile.empty()) {
         queries = ReadQueryFile(options.queryFile);
@@ -146,7 +147,7 @@ void RequireWholeLog(const Traced& traced, const LogReport& report) {
 
 }  // namespace
 
-void RunProgram(const Options& options, std::ostream& out) {
+void RunBatchJob(const BatchOptions& options, std::ostream& out) {
     std::vector<Answer> answers;
     const Traced traced = RunTraced(options, out, answers);
     const LogReport report = ReadLog(traced.logStart, TSystem::ProcessID());
