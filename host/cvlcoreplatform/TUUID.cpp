@@ -3,6 +3,7 @@
 #include "ThreadObject.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <pthread.h>
@@ -10,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid.hpp>
@@ -21,17 +23,24 @@ using SystemGenerator = boost::uuids::random_generator_pure;
 
 class Generator {
 public:
-    Generator() : m_makeId(m_engine) { Seed(); }
+    Generator() { Seed(); }
 
     ~Generator() = default;
     Generator(const Generator&) = delete;
     Generator& operator=(const Generator&) = delete;
 
-    boost::uuids::uuid Next() {
+    std::array<unsigned char, 16> Next() {
         if (m_stale) {
             Seed();
         }
-        return m_makeId();
+        const std::array<uint64, 2> bits{m_engine(), m_engine()};
+        std::array<unsigned char, 16> bytes{};
+        static_assert(sizeof bytes == sizeof bits);
+        std::memcpy(bytes.data(), bits.data(), sizeof bytes);
+        // Version 4, random, of the variant that RFC 4122 defines.
+        bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+        bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+        return bytes;
     }
 
     /// The next id begins a new sequence.
@@ -54,7 +63,6 @@ private:
     }
 
     Engine m_engine;
-    boost::uuids::basic_random_generator<Engine> m_makeId;
     bool m_stale = false;
 };
 
@@ -72,7 +80,21 @@ void ReseedInChild() {
 
 constexpr std::size_t digitsInId = 32;
 
-bool HasHyphenBefore(std::size_t byte) noexcept {
+// The two digits of every byte.
+using PairsOfDigits = std::array<std::array<char16_t, 2>, 256>;
+
+constexpr PairsOfDigits MakePairsOfDigits(std::u16string_view digits) noexcept {
+    PairsOfDigits pairs{};
+    for (std::size_t byte = 0; byte < pairs.size(); ++byte) {
+        pairs[byte] = {digits[byte / 16], digits[byte % 16]};
+    }
+    return pairs;
+}
+
+constexpr PairsOfDigits upperDigits = MakePairsOfDigits(u"0123456789ABCDEF");
+constexpr PairsOfDigits lowerDigits = MakePairsOfDigits(u"0123456789abcdef");
+
+constexpr bool HasHyphenBefore(std::size_t byte) noexcept {
     return byte == 4 || byte == 6 || byte == 8 || byte == 10;
 }
 
@@ -125,7 +147,10 @@ TUUID::TUUID(const TString& text) {
 
 TUUID TUUID::CreateUUID() {
     Generator* const generator = ThreadGenerator::Get();
-    const boost::uuids::uuid id = generator != nullptr ? generator->Next() : SystemGenerator()();
+    if (generator != nullptr) {
+        return TUUID(generator->Next());
+    }
+    const boost::uuids::uuid id = SystemGenerator()();
     TUUID result;
     std::copy(id.begin(), id.end(), result.m_bytes.begin());
     return result;
@@ -135,21 +160,23 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
     const bool upper = option == TUUIDFormatOption::UpperHyphenated;
     const bool braces = option == TUUIDFormatOption::Braces;
     const bool hyphens = option != TUUIDFormatOption::Digits;
-    const char16_t* const digits = upper ? u"0123456789ABCDEF" : u"0123456789abcdef";
-    std::array<char16_t, 38> text{};
+    const PairsOfDigits& digits = upper ? upperDigits : lowerDigits;
+    constexpr std::size_t hyphenCount = 4;
+    std::u16string text(digitsInId + (hyphens ? hyphenCount : 0) + (braces ? 2 : 0), u'-');
     char16_t* next = text.data();
     if (braces) {
         *next++ = u'{';
     }
     for (std::size_t byte = 0; byte < m_bytes.size(); ++byte) {
         if (hyphens && HasHyphenBefore(byte)) {
-            *next++ = u'-';
+            ++next;
         }
-        *next++ = digits[m_bytes[byte] >> 4];
-        *next++ = digits[m_bytes[byte] & 0xF];
+        const std::array<char16_t, 2>& pair = digits[m_bytes[byte]];
+        *next++ = pair[0];
+        *next++ = pair[1];
     }
     if (braces) {
         *next++ = u'}';
     }
-    return TString(std::u16string_view(text.data(), static_cast<std::size_t>(next - text.data())));
+    return TString(std::move(text));
 }

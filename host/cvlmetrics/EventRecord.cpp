@@ -1,5 +1,7 @@
 #include "EventRecord.h"
 
+#include "cvlsys/host/RecycledBlocks.h"
+
 #include <cstring>
 #include <memory>
 #include <new>
@@ -117,11 +119,11 @@ public:
         if (head.type == MetricsValue::MV_Utf16String) {
             const auto* const units = reinterpret_cast<const char16_t*>(m_place);
             value.utf16 =
-                std::make_shared<const std::u16string>(units, head.textBytes / sizeof(char16_t));
+                cvlsys::MakeRecycled<const std::u16string>(units, head.textBytes / sizeof(char16_t));
             m_place += Aligned(head.textBytes);
         } else if (head.type == MetricsValue::MV_Utf8String) {
             const auto* const units = reinterpret_cast<const char*>(m_place);
-            value.utf8 = std::make_shared<const std::string>(units, head.textBytes);
+            value.utf8 = cvlsys::MakeRecycled<const std::string>(units, head.textBytes);
             m_place += Aligned(head.textBytes);
         } else {
             value.integer = Read<int64>();

@@ -1,5 +1,7 @@
 #include "cvlmetrics/MetricsValue.h"
 
+#include "cvlsys/host/RecycledBlocks.h"
+
 namespace Metrics {
 
 namespace {
@@ -23,15 +25,15 @@ const Utf16Characters& CharactersOf(const TString& text) {
 
 MetricsValue::MetricsValue(const char* text)
     : type(MV_Utf8String),
-      utf8(std::make_shared<const std::string>(text != nullptr ? text : "")) {}
+      utf8(cvlsys::MakeRecycled<const std::string>(text != nullptr ? text : "")) {}
 
 MetricsValue::MetricsValue(const std::string& text)
     : type(MV_Utf8String),
-      utf8(std::make_shared<const std::string>(text)) {}
+      utf8(cvlsys::MakeRecycled<const std::string>(text)) {}
 
 MetricsValue::MetricsValue(std::string&& text)
     : type(MV_Utf8String),
-      utf8(std::make_shared<const std::string>(std::move(text))) {}
+      utf8(cvlsys::MakeRecycled<const std::string>(std::move(text))) {}
 
 MetricsValue::MetricsValue(const wchar_t* text) : MetricsValue(TString(text)) {}
 

@@ -2,6 +2,7 @@
 
 #include "Unicode.h"
 
+#include "cvlsys/host/RecycledBlocks.h"
 #include "cvlsys/host/Transcoding.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ TStringCore::Characters Share(std::u16string&& text) {
     if (text.empty()) {
         return nullptr;
     }
-    return std::make_shared<const std::u16string>(std::move(text));
+    return cvlsys::MakeRecycled<const std::u16string>(std::move(text));
 }
 
 // The characters with the Unicode property White_Space; all of them are single units.

@@ -205,7 +205,10 @@ void ActivityScope::BeginScope(const char* name,
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
         m_activityContext = DeriveActivityContext(initializer, m_traits.type);
         ThreadActivityRegistry::GetInstance().Push(m_activityContext);
-        AppendContextPairs(attributes, *m_activityContext);
+        // What nobody would receive is not built.
+        if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
+            AppendContextPairs(attributes, *m_activityContext);
+        }
         if (OptTarn::GetShouldLogForegroundActivity()) {
             ForegroundActivityLog::WriteContext(
                 u"Register", TString(name), m_activityContext.get());

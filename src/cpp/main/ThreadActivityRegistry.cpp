@@ -44,6 +44,14 @@ void ThreadActivityRegistry::ContextStack::Push(const std::shared_ptr<ActivityCo
     if (m_order.size() >= m_order.max_size()) {
         throw std::length_error("list too long");
     }
+    if (!m_spareOrderNode.empty() && !m_spareIndexNode.empty()) {
+        m_spareOrderNode.front() = context;
+        m_spareIndexNode.key() = context;
+        m_spareIndexNode.mapped() = m_spareOrderNode.begin();
+        m_order.splice(m_order.end(), m_spareOrderNode);
+        m_index.insert(std::move(m_spareIndexNode));
+        return;
+    }
     m_order.push_back(context);
     try {
         m_index.emplace(context, std::prev(m_order.end()));
@@ -55,10 +63,17 @@ void ThreadActivityRegistry::ContextStack::Push(const std::shared_ptr<ActivityCo
 
 void ThreadActivityRegistry::ContextStack::Remove(const std::shared_ptr<ActivityContext>& context) {
     const auto known = m_index.find(context);
-    if (known != m_index.end()) {
-        m_order.erase(known->second);
-        m_index.erase(known);
+    if (known == m_index.end()) {
+        return;
     }
+    // What is taken out is let go at the very end: a context may be the last one to hold whatever
+    // its destructor touches.
+    const std::shared_ptr<ActivityContext> kept = known->first;
+    m_spareOrderNode.clear();
+    m_spareOrderNode.splice(m_spareOrderNode.end(), m_order, known->second);
+    m_spareOrderNode.front() = nullptr;
+    m_spareIndexNode = m_index.extract(known);
+    m_spareIndexNode.key() = nullptr;
 }
 
 ThreadActivityRegistry& ThreadActivityRegistry::GetInstance() {

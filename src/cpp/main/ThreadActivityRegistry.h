@@ -31,9 +31,16 @@ public:
     private:
         using Order = std::list<std::shared_ptr<ActivityContext>>;
 
+        using Index = std::unordered_map<std::shared_ptr<ActivityContext>, Order::iterator>;
+
         // Both hold the contexts alive; the back of the order is the top.
-        std::unordered_map<std::shared_ptr<ActivityContext>, Order::iterator> m_index;
+        Index m_index;
         Order m_order;
+
+        // The nodes of the last context that left, for the next one that comes: most scopes are
+        // alone on their level and would otherwise allocate both anew.
+        Index::node_type m_spareIndexNode;
+        Order m_spareOrderNode;
     };
 
     static ThreadActivityRegistry& GetInstance();

@@ -1,0 +1,161 @@
+// One mode of tracing, run under callgrind: between warm-up and tear-down it collects what a number
+// of scopes with three attributes takes. Outside of callgrind it only runs.
+//
+// Usage: tarn_instructions <mode> <scopes> [log file]
+
+#include "tarn/ActivityScope.h"
+#include "tarn/MetricsMonitor.h"
+#include "tarn/MonitorUUIDGenerator.h"
+#include "tarn/OptTarn.h"
+#include "tarn/TarnSettings.h"
+
+#include "cvlcoreplatform/host/JsonLines.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlmetrics/Context.h"
+#include "cvlmetrics/host/Delivery.h"
+#include "cvlsys/CpuTime.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <valgrind/callgrind.h>
+
+namespace {
+
+constexpr std::chrono::seconds patience{300};
+constexpr int warmUp = 2000;
+
+struct Mode {
+    bool isOff = false;
+    bool hasMonitor = true;
+    bool hasSink = true;
+    bool isAsynchronous = false;
+    bool tracksCpu = false;
+};
+
+const std::map<std::string, Mode>& Modes() {
+    static const std::map<std::string, Mode> modes{
+        {"off", {.isOff = true, .hasMonitor = false}},
+        {"nobody-listens", {.hasMonitor = false}},
+        {"asynchronous", {.isAsynchronous = true}},
+        {"asynchronous-cpu", {.isAsynchronous = true, .tracksCpu = true}},
+        {"synchronous", {}},
+        {"synchronous-cpu", {.tracksCpu = true}},
+        {"null-sink", {.hasSink = false}}};
+    return modes;
+}
+
+class NullSink : public IMetricsMonitorSink {
+public:
+    void Log(const TLog::Event& event) override { m_names += event.GetName().IsEmpty() ? 0U : 1U; }
+
+private:
+    std::size_t m_names = 0;
+};
+
+void Trace(int scopes) {
+    for (int i = 0; i < scopes; ++i) {
+        const tarn::ActivityScope scope(
+            "measured", {{"table", "packages"}, {"order", "by name"}, {"client", "browser"}});
+    }
+}
+
+void SwitchThousandNamesOff(bool andMeasured) {
+    tarn::TarnSettings::Names names;
+    for (int i = 0; i < 1000; ++i) {
+        names.insert("some-other-name-" + std::to_string(i));
+    }
+    if (andMeasured) {
+        names.insert("measured");
+    }
+    tarn::TarnSettings::GetInstance().SetOffs(names);
+}
+
+uint64 LinesSoFar() {
+    return TLog::GetLogStatistics().lines;
+}
+
+// Collection is switched for this thread, so that only its share is counted; instrumentation for
+// the whole process.
+void CollectOfThisThread(int scopes) {
+    CALLGRIND_START_INSTRUMENTATION;
+    CALLGRIND_TOGGLE_COLLECT;
+    Trace(scopes);
+    CALLGRIND_TOGGLE_COLLECT;
+    CALLGRIND_STOP_INSTRUMENTATION;
+    Metrics::Flush(patience);
+}
+
+void CollectOfAllThreads(int scopes) {
+    CALLGRIND_START_INSTRUMENTATION;
+    Trace(scopes);
+    Metrics::Flush(patience);
+    CALLGRIND_STOP_INSTRUMENTATION;
+}
+
+void Run(const Mode& mode, int scopes, const std::string& logFile) {
+    // Logging is off until names are set: setting them is logged.
+    TLog::ReplaceBackEnd(nullptr);
+    OptTarn::SetIsTarnEnabled(true);
+    OptTarn::SetIsForegroundThreadContextEnabled(true);
+    OptTarn::SetIsServer(true);
+    corvala::cputime::SetCpuTrackingEnabled(mode.tracksCpu);
+    SwitchThousandNamesOff(mode.isOff);
+    TLog::ReplaceBackEnd(TLog::MakeJsonFileBackEnd(logFile, {.maxBytes = 0}));
+
+    // Room for a whole run, so that the emitting thread does not wait.
+    Metrics::SetDelivery({.mode = mode.isAsynchronous ? Metrics::DeliveryMode::Asynchronous
+                                                      : Metrics::DeliveryMode::Synchronous,
+                          .queueBytes = std::size_t{64} << 20});
+    RefCntPtr<MetricsMonitor> monitor;
+    if (mode.hasMonitor) {
+        monitor = new MetricsMonitor(Metrics::Context::Create(true));
+        if (!mode.hasSink) {
+            monitor->EnableTest(new NullSink, new MonitorUUIDGenerator);
+        }
+        monitor->Register(true);
+    }
+    {
+        Metrics::Context context(0, Metrics::Context::Create(true));
+        context.OpenScope();
+        const tarn::ActivityScope parent("parent");
+        Trace(warmUp);
+        Metrics::Flush(patience);
+        const uint64 before = LinesSoFar();
+
+        if (std::getenv("TARN_INSTRUCTIONS_OF_ALL_THREADS") != nullptr) {
+            CollectOfAllThreads(scopes);
+        } else {
+            CollectOfThisThread(scopes);
+        }
+
+        const uint64 expected =
+            mode.hasMonitor && mode.hasSink ? 2 * static_cast<uint64>(scopes) : 0;
+        if (LinesSoFar() - before != expected) {
+            throw std::runtime_error("expected " + std::to_string(expected) + " lines, found " +
+                                     std::to_string(LinesSoFar() - before));
+        }
+    }
+    if (monitor) {
+        monitor->Unregister();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc < 3) {
+            throw std::invalid_argument("usage: tarn_instructions <mode> <scopes> [log file]");
+        }
+        Run(Modes().at(argv[1]), std::stoi(argv[2]), argc > 3 ? argv[3] : "/dev/null");
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tarn_instructions: %s\n", error.what());
+        return EXIT_FAILURE;
+    }
+}

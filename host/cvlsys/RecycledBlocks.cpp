@@ -1,0 +1,122 @@
+#include "cvlsys/host/RecycledBlocks.h"
+
+#include "ThreadNumber.h"
+
+#include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/MemoryCharging.h"
+
+namespace cvlsys {
+
+namespace {
+
+// A sanitizer is to see each object come and go.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool isRecycling = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+constexpr bool isRecycling = false;
+#else
+constexpr bool isRecycling = true;
+#endif
+#else
+constexpr bool isRecycling = true;
+#endif
+
+// What a thread keeps at most: enough for the attributes of a few scopes.
+constexpr uint32 mostBlocks = 64;
+
+// A block that waits for its next use begins with the address of the next one.
+struct FreeBlock {
+    FreeBlock* next;
+};
+
+struct FreeBlocks {
+    FreeBlock* first = nullptr;
+    uint32 count = 0;
+};
+
+// Trivially destructible, so that it can be asked for as long as the thread runs any code.
+struct ThreadBlocks {
+    FreeBlocks small;
+    FreeBlocks large;
+    bool isOwned = false;
+    bool isTornDown = false;
+};
+
+CVLSYS_FAST_THREAD_LOCAL ThreadBlocks t_blocks;
+
+void* Allocate(std::size_t bytes) {
+    const corvala::memory::UnchargedAllocations uncharged;
+    return operator new(bytes);
+}
+
+void Free(void* block) noexcept {
+    const corvala::memory::UnchargedAllocations uncharged;
+    operator delete(block);
+}
+
+void FreeAll(FreeBlocks& blocks) noexcept {
+    while (FreeBlock* const block = blocks.first) {
+        blocks.first = block->next;
+        Free(block);
+    }
+    blocks.count = 0;
+}
+
+// Gives the kept blocks back when the thread ends.
+struct Owner {
+    Owner() noexcept { t_blocks.isOwned = true; }
+
+    ~Owner() {
+        t_blocks.isTornDown = true;
+        FreeAll(t_blocks.small);
+        FreeAll(t_blocks.large);
+    }
+
+    Owner(const Owner&) = delete;
+    Owner& operator=(const Owner&) = delete;
+};
+
+void* Take(FreeBlocks& blocks, std::size_t bytes) {
+    FreeBlock* const block = blocks.first;
+    if (block == nullptr) {
+        return Allocate(bytes);
+    }
+    blocks.first = block->next;
+    --blocks.count;
+    return block;
+}
+
+void Release(FreeBlocks& blocks, void* memory) noexcept {
+    if (!isRecycling || blocks.count == mostBlocks || t_blocks.isTornDown) {
+        Free(memory);
+        return;
+    }
+    if (!t_blocks.isOwned) {
+        thread_local const Owner owner;
+        static_cast<void>(owner);
+    }
+    blocks.first = new (memory) FreeBlock{blocks.first};
+    ++blocks.count;
+}
+
+}  // namespace
+
+void* TakeSmallBlock() {
+    return Take(t_blocks.small, smallBlock);
+}
+
+void* TakeLargeBlock() {
+    return Take(t_blocks.large, largeBlock);
+}
+
+void ReleaseSmallBlock(void* block) noexcept {
+    Release(t_blocks.small, block);
+}
+
+void ReleaseLargeBlock(void* block) noexcept {
+    Release(t_blocks.large, block);
+}
+
+}  // namespace cvlsys
