@@ -4,6 +4,7 @@
 
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlsys/TSystem.h"
+#include "cvlsys/host/RecycledBlocks.h"
 
 #include <optional>
 #include <string_view>
@@ -34,16 +35,16 @@ ActivityInfo::ActivityInfo(EventTimePoint time,
                            std::shared_ptr<Value> environment,
                            std::shared_ptr<Value> activity,
                            std::shared_ptr<Object> attributes)
-    : m_fields(std::make_shared<const Fields>(Fields{time,
-                                                     processId,
-                                                     threadId,
-                                                     std::move(sessionId),
-                                                     std::move(requestId),
-                                                     std::move(user),
-                                                     std::move(site),
-                                                     std::move(environment),
-                                                     std::move(activity),
-                                                     std::move(attributes)})) {}
+    : m_fields(cvlsys::MakeRecycled<const Fields>(Fields{time,
+                                                         processId,
+                                                         threadId,
+                                                         std::move(sessionId),
+                                                         std::move(requestId),
+                                                         std::move(user),
+                                                         std::move(site),
+                                                         std::move(environment),
+                                                         std::move(activity),
+                                                         std::move(attributes)})) {}
 
 EventTimePoint ActivityInfo::GetTime() const noexcept {
     return m_fields->time;
@@ -86,7 +87,7 @@ const std::shared_ptr<Object>& ActivityInfo::GetAttributes() const noexcept {
 }
 
 ActivityInfo ActivityInfoFactory::CreateActivityInfo(int64 time, const TString& requestId) {
-    const TString none(u"-");
+    static const TString& none = *new const TString(u"-");
     return ActivityInfo(EventTimePoint(std::chrono::microseconds(time)),
                         TSystem::ProcessID(),
                         TSystem::ThreadID(),
@@ -106,11 +107,11 @@ struct Event::Fields {
 };
 
 Event::Event(TString name, std::shared_ptr<Object> body)
-    : m_fields(
-          std::make_shared<const Fields>(Fields{std::move(name), std::move(body), std::nullopt})) {}
+    : m_fields(cvlsys::MakeRecycled<const Fields>(
+          Fields{std::move(name), std::move(body), std::nullopt})) {}
 
 Event::Event(TString name, std::shared_ptr<Object> body, ActivityInfo information)
-    : m_fields(std::make_shared<const Fields>(
+    : m_fields(cvlsys::MakeRecycled<const Fields>(
           Fields{std::move(name), std::move(body), std::move(information)})) {}
 
 const TString& Event::GetName() const noexcept {

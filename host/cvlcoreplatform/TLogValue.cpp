@@ -1,5 +1,7 @@
 #include "cvlcoreplatform/TLogValue.h"
 
+#include "cvlsys/host/RecycledBlocks.h"
+
 #include <utility>
 
 namespace TLog {
@@ -16,25 +18,26 @@ Literal::Literal(Key, LiteralType type, int64 integer, double real, TString text
 Literal::~Literal() = default;
 
 std::shared_ptr<Literal> Literal::String(TString text) {
-    return std::make_shared<Literal>(Key(), LiteralType::String, 0, 0.0, std::move(text));
+    return cvlsys::MakeRecycled<Literal>(Key(), LiteralType::String, 0, 0.0, std::move(text));
 }
 
 std::shared_ptr<Literal> Literal::Int(int64 value) {
-    return std::make_shared<Literal>(Key(), LiteralType::Integer, value, 0.0, TString());
+    return cvlsys::MakeRecycled<Literal>(Key(), LiteralType::Integer, value, 0.0, TString());
 }
 
 std::shared_ptr<Literal> Literal::Bool(bool value) {
-    return std::make_shared<Literal>(Key(), LiteralType::Boolean, value ? 1 : 0, 0.0, TString());
+    return cvlsys::MakeRecycled<Literal>(
+        Key(), LiteralType::Boolean, value ? 1 : 0, 0.0, TString());
 }
 
 std::shared_ptr<Literal> Literal::Double(double value, int notation) {
     const LiteralType type = notation == 1 ? LiteralType::FixedDouble : LiteralType::Double;
-    return std::make_shared<Literal>(Key(), type, 0, value, TString());
+    return cvlsys::MakeRecycled<Literal>(Key(), type, 0, value, TString());
 }
 
 const std::shared_ptr<Literal>& Literal::Null() {
     static const std::shared_ptr<Literal>& null = *new std::shared_ptr<Literal>(
-        std::make_shared<Literal>(Key(), LiteralType::Null, 0, 0.0, TString()));
+        cvlsys::MakeRecycled<Literal>(Key(), LiteralType::Null, 0, 0.0, TString()));
     return null;
 }
 
@@ -45,7 +48,7 @@ Object::Object(Key, NameTable fields) noexcept
 Object::~Object() = default;
 
 std::shared_ptr<Object> Object::Make(NameTable fields) {
-    return std::make_shared<Object>(Key(), std::move(fields));
+    return cvlsys::MakeRecycled<Object>(Key(), std::move(fields));
 }
 
 Array::Array(Key, std::vector<std::shared_ptr<Value>> items) noexcept
@@ -55,7 +58,7 @@ Array::Array(Key, std::vector<std::shared_ptr<Value>> items) noexcept
 Array::~Array() = default;
 
 std::shared_ptr<Array> Array::Make(std::vector<std::shared_ptr<Value>> items) {
-    return std::make_shared<Array>(Key(), std::move(items));
+    return cvlsys::MakeRecycled<Array>(Key(), std::move(items));
 }
 
 }  // namespace TLog

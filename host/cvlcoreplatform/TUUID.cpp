@@ -167,14 +167,22 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
     if (braces) {
         *next++ = u'{';
     }
-    for (std::size_t byte = 0; byte < m_bytes.size(); ++byte) {
-        if (hyphens && HasHyphenBefore(byte)) {
-            ++next;
+    const std::size_t hyphen = hyphens ? 1 : 0;
+    const auto write = [&](std::size_t first, std::size_t end) {
+        for (std::size_t byte = first; byte < end; ++byte) {
+            std::memcpy(next, digits[m_bytes[byte]].data(), sizeof digits[0]);
+            next += 2;
         }
-        const std::array<char16_t, 2>& pair = digits[m_bytes[byte]];
-        *next++ = pair[0];
-        *next++ = pair[1];
-    }
+    };
+    write(0, 4);
+    next += hyphen;
+    write(4, 6);
+    next += hyphen;
+    write(6, 8);
+    next += hyphen;
+    write(8, 10);
+    next += hyphen;
+    write(10, 16);
     if (braces) {
         *next++ = u'}';
     }

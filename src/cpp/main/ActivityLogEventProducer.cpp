@@ -57,6 +57,34 @@ std::shared_ptr<Literal> ToLiteralOrZero(const MetricsValue& value) {
     return value.type <= MetricsValue::MV_Utf16String ? ToLiteral(value) : Literal::Int(0);
 }
 
+/// What is the same in many events is made once.
+const std::shared_ptr<Literal>& DefaultLiteral() {
+    static const NeverDestroyed<std::shared_ptr<Literal>> literal(
+        Literal::String(TarnMetricsUtils::DefaultStringAttributeValue()));
+    return literal.Get();
+}
+
+const std::shared_ptr<Literal>& PhaseLiteral(ActivityPhase phase) {
+    static const NeverDestroyed<std::shared_ptr<Literal>> begin(
+        Literal::String(Tokens().beginPhase));
+    static const NeverDestroyed<std::shared_ptr<Literal>> end(Literal::String(Tokens().endPhase));
+    switch (phase) {
+        case ActivityPhase::Begin:
+            return begin.Get();
+        case ActivityPhase::End:
+            return end.Get();
+        case ActivityPhase::None:
+            break;
+    }
+    return DefaultLiteral();
+}
+
+std::shared_ptr<TLog::Object> MakeObject(NameTable fields) {
+    static const NeverDestroyed<std::shared_ptr<TLog::Object>> empty(
+        TLog::Object::Make(NameTable()));
+    return fields.empty() ? empty.Get() : TLog::Object::Make(std::move(fields));
+}
+
 /// A text that the request may carry, else "-".
 TString TextAttribute(const AttributeTable& attributes, const TString& name) {
     const auto found = attributes.find(name);
@@ -88,7 +116,7 @@ uint32 ProcessIdOf(const AttributeTable& attributes) {
 /// The request that the scope is known to serve, else the one that its context names, else a
 /// fresh one.
 TString RequestTextOf(const ActivityEventInput& input) {
-    const TString none = TarnMetricsUtils::DefaultStringAttributeValue();
+    const TString& none = DefaultLiteral()->GetString();
     TString request = input.scope.requestText;
     if (request == none) {
         request = TextAttribute(input.attributes, Tokens().ridAttr);
@@ -121,9 +149,9 @@ TLog::ActivityInfo MakeActivityInfo(const ActivityEventInput& input,
                               std::move(request),
                               std::move(user),
                               std::move(site),
-                              TLog::Object::Make(std::move(environment)),
-                              TLog::Object::Make(std::move(activity)),
-                              TLog::Object::Make(std::move(attributes)));
+                              MakeObject(std::move(environment)),
+                              MakeObject(std::move(activity)),
+                              MakeObject(std::move(attributes)));
 }
 
 void AddForegroundIds(NameTable& activity, const ActivityEventInput& input) {
@@ -206,7 +234,7 @@ TLog::Event ActivityLogEventProducer::Produce(const ActivityEventInput& input) c
     }
     TLog::ActivityInfo information =
         MakeActivityInfo(input, std::move(environment), std::move(activity), std::move(attributes));
-    return TLog::Event(m_eventName, TLog::Object::Make(std::move(body)), std::move(information));
+    return TLog::Event(m_eventName, MakeObject(std::move(body)), std::move(information));
 }
 
 void ActivityLogEventProducer::AddRequestDescription(NameTable& activity,
@@ -237,7 +265,7 @@ void ActivityLogEventProducer::AddIdentity(NameTable& activity,
     }
     SetText(activity, tokens.nameAttr, input.scope.name);
     Set(activity, tokens.depthAttr, Literal::Int(input.scope.traceDepth));
-    SetText(activity, tokens.phaseAttr, m_config.PhaseToString());
+    Set(activity, tokens.phaseAttr, PhaseLiteral(m_config.GetPhase()));
 }
 
 void ActivityLogEventProducer::AddRequestContextAttributes(NameTable& attributes,
@@ -249,8 +277,12 @@ void ActivityLogEventProducer::AddRequestContextAttributes(NameTable& attributes
             }
         }
     }
-    for (const TString& name : {Tokens().workbookAttr, Tokens().viewAttr}) {
-        SetText(attributes, name, TextAttribute(input.attributes, name));
+    for (const TString* const name : {&Tokens().workbookAttr, &Tokens().viewAttr}) {
+        if (input.attributes.find(*name) == input.attributes.end()) {
+            Set(attributes, *name, DefaultLiteral());
+        } else {
+            SetText(attributes, *name, TextAttribute(input.attributes, *name));
+        }
     }
 }
 
@@ -266,7 +298,7 @@ void ActivityLogEventProducer::AddOutcome(NameTable& activity,
     for (const auto& [name, text] : scope.resultPairs) {
         SetText(resultValues, name, text);
     }
-    Set(activity, tokens.resultValueAttr, TLog::Object::Make(std::move(resultValues)));
+    Set(activity, tokens.resultValueAttr, MakeObject(std::move(resultValues)));
 
     if (scope.sponseeErrors > 0) {
         Set(activity, tokens.resultCountSponseeErrors, Literal::Int(scope.sponseeErrors));

@@ -17,9 +17,20 @@ TString FromUtf8UpToNul(const MetricsValue& value) {
     return value.utf8 ? TString(value.utf8->c_str()) : TString();
 }
 
+/// Whether any of these units occurs. Nearly all texts have none: each unit is looked at once, and
+/// nothing is decided before the end.
+template <char16_t... units>
+bool HasAnyOf(std::u16string_view text) noexcept {
+    bool found = false;
+    for (const char16_t unit : text) {
+        found = (found | ... | (unit == units));
+    }
+    return found;
+}
+
 /// Shares the value's characters unless a NUL ends the text early.
 TString FromUtf16UpToNul(const MetricsValue& value) {
-    if (value.utf16 && value.utf16->find(u'\0') != std::u16string::npos) {
+    if (value.utf16 && HasAnyOf<u'\0'>(*value.utf16)) {
         return TString(value.utf16->c_str());
     }
     return TString(value.utf16);
@@ -41,10 +52,9 @@ TString ApplyQuotingRule(const TString& text) {
     if (!view.empty() && view.front() == u'\'') {
         std::u16string bare(view);
         std::erase(bare, u'\'');
-        return bare.find_first_of(u"\"\n") == std::u16string::npos ? TString(std::move(bare))
-                                                                   : Quoted(bare);
+        return HasAnyOf<u'"', u'\n'>(bare) ? Quoted(bare) : TString(std::move(bare));
     }
-    return view.find_first_of(u"\"\n") == std::u16string_view::npos ? text : Quoted(view);
+    return HasAnyOf<u'"', u'\n'>(view) ? Quoted(view) : text;
 }
 
 }  // namespace
