@@ -14,6 +14,10 @@
 #include <cstring>
 #include <new>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace cvlcoreplatform {
 
 namespace {
@@ -52,27 +56,64 @@ uint64 FirstUnits(std::u16string_view text) noexcept {
     return units;
 }
 
-// Bits are collected without a branch, in blocks of a size that the compiler turns into vector
-// instructions.
-bool IsPlain(std::u16string_view text) noexcept {
-    constexpr std::size_t block = 8;
-    const auto isSpecial = [](char16_t unit) {
-        const auto distance = static_cast<std::uint16_t>(unit - u' ');
-        return static_cast<unsigned>(distance > u'~' - u' ') | static_cast<unsigned>(unit == u'"') |
-               static_cast<unsigned>(unit == u'\\');
-    };
-    const char16_t* next = text.data();
-    const char16_t* const end = next + text.size();
-    for (; static_cast<std::size_t>(end - next) >= block; next += block) {
-        unsigned special = 0;
-        for (std::size_t i = 0; i < block; ++i) {
-            special |= isSpecial(next[i]);
+// Whether a unit stands in JSON as it is.
+constexpr bool IsPlain(char16_t unit) noexcept {
+    return unit >= u' ' && unit <= u'~' && unit != u'"' && unit != u'\\';
+}
+
+#ifdef __SSE2__
+
+// Eight units at once: checked, and narrowed to bytes. False if one of them is not plain.
+bool CopyEightPlain(const char16_t* from, char* to) noexcept {
+    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    // Compared as signed numbers, what is above 0x7FFF counts as too small.
+    const __m128i outside = _mm_or_si128(_mm_cmplt_epi16(units, _mm_set1_epi16(u' ')),
+                                         _mm_cmpgt_epi16(units, _mm_set1_epi16(u'~')));
+    const __m128i escaped = _mm_or_si128(_mm_cmpeq_epi16(units, _mm_set1_epi16(u'"')),
+                                         _mm_cmpeq_epi16(units, _mm_set1_epi16(u'\\')));
+    if (_mm_movemask_epi8(_mm_or_si128(outside, escaped)) != 0) {
+        return false;
+    }
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(units, units));
+    return true;
+}
+
+#else
+
+bool CopyEightPlain(const char16_t* from, char* to) noexcept {
+    for (std::size_t i = 0; i < 8; ++i) {
+        if (!IsPlain(from[i])) {
+            return false;
         }
-        if (special != 0) {
+        to[i] = static_cast<char>(from[i]);
+    }
+    return true;
+}
+
+#endif
+
+/// Copies a text of plain units. False if there is another one; part of the text may be copied
+/// then.
+bool CopyPlain(std::u16string_view text, char* to) noexcept {
+    constexpr std::size_t block = 8;
+    const char16_t* from = text.data();
+    std::size_t left = text.size();
+    if (left < block) {
+        for (; left != 0; --left) {
+            if (!IsPlain(*from)) {
+                return false;
+            }
+            *to++ = static_cast<char>(*from++);
+        }
+        return true;
+    }
+    for (; left >= block; left -= block, from += block, to += block) {
+        if (!CopyEightPlain(from, to)) {
             return false;
         }
     }
-    return std::none_of(next, end, isSpecial);
+    // The last block overlaps what is done already.
+    return left == 0 || CopyEightPlain(from + left - block, to + left - block);
 }
 
 }  // namespace
@@ -95,27 +136,47 @@ void LineAllocator::Free(void* block) noexcept {
 }
 
 bool LineWriter::WritePlain(std::u16string_view text) {
-    if (!IsPlain(text)) {
+    // Into room that counts only once the text is known to be plain.
+    char* const quoted = os_->Push(text.size() + mostAround);
+    char* next = quoted;
+    next += SeparatorBefore(next);
+    *next++ = '"';
+    if (!CopyPlain(text, next)) {
+        os_->Pop(text.size() + mostAround);
         return false;
     }
-    std::transform(text.begin(), text.end(), BeginPlain(text.size()), [](char16_t unit) {
-        return static_cast<char>(unit);
-    });
+    next += text.size();
+    *next++ = '"';
+    os_->Pop(text.size() + mostAround - static_cast<std::size_t>(next - quoted));
+    CountValue();
     return true;
 }
 
 void LineWriter::WritePlain(std::string_view text) {
-    std::copy(text.begin(), text.end(), BeginPlain(text.size()));
+    char* const quoted = os_->Push(text.size() + mostAround);
+    char* next = quoted;
+    next += SeparatorBefore(next);
+    *next++ = '"';
+    std::memcpy(next, text.data(), text.size());
+    next += text.size();
+    *next++ = '"';
+    os_->Pop(text.size() + mostAround - static_cast<std::size_t>(next - quoted));
+    CountValue();
 }
 
-// Writes the quotation marks and returns where the text goes between them.
-char* LineWriter::BeginPlain(std::size_t length) {
-    Prefix(rapidjson::kStringType);
-    char* const quoted = os_->Push(length + 2);
-    quoted[0] = '"';
-    quoted[length + 1] = '"';
-    EndValue(true);
-    return quoted + 1;
+// What parts the next text from what stands before it, as RapidJSON's own `Prefix` writes it. Texts
+// are values in arrays, and names and values in objects by turns.
+std::size_t LineWriter::SeparatorBefore(char* to) noexcept {
+    const Level* const level = level_stack_.template Top<Level>();
+    if (level->valueCount == 0) {
+        return 0;
+    }
+    *to = level->inArray || level->valueCount % 2 == 0 ? ',' : ':';
+    return 1;
+}
+
+void LineWriter::CountValue() noexcept {
+    ++level_stack_.template Top<Level>()->valueCount;
 }
 
 std::string_view JsonLine::Format(TLog::Severity severity,

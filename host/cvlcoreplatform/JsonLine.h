@@ -35,6 +35,8 @@ class LineWriter
 public:
     using Writer::Writer;
 
+    // Texts stand in an object or an array always, a line being an object.
+
     /// Writes `text` if all its characters are ASCII and none needs an escape; else does nothing.
     bool WritePlain(std::u16string_view text);
 
@@ -42,7 +44,11 @@ public:
     void WritePlain(std::string_view text);
 
 private:
-    char* BeginPlain(std::size_t length);
+    // Two quotation marks and a separator.
+    static constexpr std::size_t mostAround = 3;
+
+    std::size_t SeparatorBefore(char* to) noexcept;
+    void CountValue() noexcept;
 };
 
 /// Makes JSON lines. Its buffers live on between lines, so that an ordinary line allocates
