@@ -33,6 +33,9 @@ public:
 
     int Get() const noexcept { return m_descriptor; }
 
+    /// Gives it up without closing it.
+    void Release() noexcept { m_descriptor = -1; }
+
 private:
     int m_descriptor = -1;
 };

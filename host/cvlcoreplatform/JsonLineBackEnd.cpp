@@ -3,6 +3,7 @@
 #include "JsonLine.h"
 #include "LogCounters.h"
 #include "RotatingFileSink.h"
+#include "StreamSink.h"
 #include "ThreadObject.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -10,8 +11,8 @@
 #include <chrono>
 #include <exception>
 #include <spdlog/formatter.h>
-#include <spdlog/sinks/stdout_sinks.h>
 #include <stdexcept>
+#include <unistd.h>
 #include <utility>
 
 namespace cvlcoreplatform {
@@ -51,9 +52,12 @@ spdlog::level::level_enum LevelOf(TLog::Severity severity) noexcept {
 
 }  // namespace
 
-JsonLineBackEnd::JsonLineBackEnd(std::shared_ptr<spdlog::sinks::sink> sink, std::string name)
+JsonLineBackEnd::JsonLineBackEnd(std::shared_ptr<spdlog::sinks::sink> sink,
+                                 std::string name,
+                                 std::shared_ptr<Losses> losses)
     : m_sink(std::move(sink)),
-      m_name(std::move(name)) {
+      m_name(std::move(name)),
+      m_losses(std::move(losses)) {
     if (m_sink == nullptr) {
         throw std::invalid_argument("a log back end needs a sink");
     }
@@ -70,6 +74,12 @@ void JsonLineBackEnd::WriteMessage(TLog::Severity severity, const TString& text)
 
 void JsonLineBackEnd::Flush() {
     m_sink->flush();
+    try {
+        MentionLosses(std::chrono::system_clock::now());
+    } catch (const std::exception&) {
+        // Nothing is lost by it: the next line tries again.
+        return;
+    }
 }
 
 template <class Content>
@@ -86,29 +96,85 @@ void JsonLineBackEnd::FormatAndWrite(TLog::Severity severity, const Content& con
     }
 }
 
+// Where lines are missing, this is said first. A sink that does not even take that is not tried
+// with the line.
 void JsonLineBackEnd::WriteLine(TLog::Severity severity,
                                 std::string_view line,
                                 std::chrono::system_clock::time_point now) {
     try {
-        m_sink->log(spdlog::details::log_msg(now,
-                                             spdlog::source_loc(),
-                                             spdlog::string_view_t(),
-                                             LevelOf(severity),
-                                             spdlog::string_view_t(line.data(), line.size())));
+        MentionLosses(now);
+        HandOver(severity, line, now);
     } catch (const std::exception& error) {
         CountAndReport(error.what());
+    }
+}
+
+void JsonLineBackEnd::MentionLosses(std::chrono::system_clock::time_point now) {
+    constexpr TLog::Severity severity = TLog::Warn;
+    if (m_losses->IsEmpty() || !m_sink->should_log(LevelOf(severity)) ||
+        !TLog::Logger::Get().IsEnabled(severity)) {
         return;
     }
+    const uint64 lines = m_losses->Take();
+    if (lines == 0) {
+        return;
+    }
+    try {
+        // The thread's own formatter holds the line that comes next.
+        JsonLine formatter;
+        HandOver(severity,
+                 formatter.Format(severity,
+                                  TString("Missing in this log: lines that could not be written: " +
+                                          std::to_string(lines)),
+                                  std::chrono::floor<TLog::EventTimePoint::duration>(now)),
+                 now);
+    } catch (...) {
+        m_losses->Add(lines);
+        throw;
+    }
+}
+
+void JsonLineBackEnd::HandOver(TLog::Severity severity,
+                               std::string_view line,
+                               std::chrono::system_clock::time_point now) {
+    m_sink->log(spdlog::details::log_msg(now,
+                                         spdlog::source_loc(),
+                                         spdlog::string_view_t(),
+                                         LevelOf(severity),
+                                         spdlog::string_view_t(line.data(), line.size())));
     Count(logCounters.lines);
     Count(logCounters.bytes, line.size() + 1);
 }
 
 void JsonLineBackEnd::CountAndReport(std::string_view reason) noexcept {
     Count(logCounters.writeErrors);
+    m_losses->Add(1);
     m_reporter.Report(ErrorReporter::Clock::now(),
                       "cannot write to " + m_name,
                       reason,
                       logCounters.writeErrors.load(std::memory_order_relaxed));
+}
+
+JsonFileBackEnd::JsonFileBackEnd(const std::string& path, TLog::LogFileLimits limits)
+    : JsonFileBackEnd(path, limits, std::make_shared<Losses>()) {}
+
+JsonFileBackEnd::JsonFileBackEnd(const std::string& path,
+                                 TLog::LogFileLimits limits,
+                                 const std::shared_ptr<Losses>& losses)
+    : JsonFileBackEnd(std::make_shared<RotatingFileSink>(path, limits, losses), path, losses) {}
+
+JsonFileBackEnd::JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
+                                 const std::string& path,
+                                 const std::shared_ptr<Losses>& losses)
+    : JsonLineBackEnd(file, path, losses),
+      m_file(std::move(file)) {}
+
+bool JsonFileBackEnd::Rotate() {
+    return m_file->Rotate();
+}
+
+bool JsonFileBackEnd::Reopen() {
+    return m_file->Reopen();
 }
 
 }  // namespace cvlcoreplatform
@@ -124,11 +190,17 @@ std::string FormatJsonLine(Severity severity, const TString& message, EventTimeP
 }
 
 std::shared_ptr<LogBackEnd> MakeJsonFileBackEnd(const std::string& path, LogFileLimits limits) {
-    return MakeJsonBackEnd(std::make_shared<cvlcoreplatform::RotatingFileSink>(path, limits), path);
+    return std::make_shared<cvlcoreplatform::JsonFileBackEnd>(path, limits);
 }
 
 std::shared_ptr<LogBackEnd> MakeJsonStderrBackEnd() {
-    return MakeJsonBackEnd(std::make_shared<spdlog::sinks::stderr_sink_mt>(), "standard error");
+    return MakeJsonBackEnd(std::make_shared<cvlcoreplatform::StreamSink>(STDERR_FILENO),
+                           "standard error");
+}
+
+std::shared_ptr<LogBackEnd> MakeJsonStdoutBackEnd() {
+    return MakeJsonBackEnd(std::make_shared<cvlcoreplatform::StreamSink>(STDOUT_FILENO),
+                           "standard output");
 }
 
 std::shared_ptr<LogBackEnd> MakeJsonBackEnd(std::shared_ptr<spdlog::sinks::sink> sink,

@@ -11,6 +11,8 @@ struct LogCounters {
     std::atomic<uint64> lines{0};
     std::atomic<uint64> bytes{0};
     std::atomic<uint64> writeErrors{0};
+    std::atomic<uint64> rotations{0};
+    std::atomic<uint64> reopenings{0};
     std::atomic<uint64> rotationErrors{0};
     std::atomic<uint64> backEndExceptions{0};
     std::atomic<uint64> nestedCalls{0};

@@ -19,6 +19,8 @@ LogStatistics GetLogStatistics() noexcept {
     statistics.lines = read(counters.lines);
     statistics.bytes = read(counters.bytes);
     statistics.writeErrors = read(counters.writeErrors);
+    statistics.rotations = read(counters.rotations);
+    statistics.reopenings = read(counters.reopenings);
     statistics.rotationErrors = read(counters.rotationErrors);
     statistics.backEndExceptions = read(counters.backEndExceptions);
     statistics.nestedCalls = read(counters.nestedCalls);

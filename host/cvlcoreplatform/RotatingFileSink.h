@@ -2,54 +2,102 @@
 
 #include "ErrorReporter.h"
 #include "FileDescriptor.h"
+#include "LineOutput.h"
+#include "Losses.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlsys/IntegerTypes.h"
 
+#include <chrono>
 #include <cstddef>
+#include <memory>
 #include <mutex>
 #include <spdlog/sinks/base_sink.h>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 
 namespace cvlcoreplatform {
 
-/// Appends lines to a file and begins a new one when it is full. Any number of threads may use it.
+/// Appends lines to a file, and begins a new one when it is full or when that is asked for. Any
+/// number of threads may use it.
 ///
 /// A line is in the file as a whole or not at all: what a failed write left behind is cut off
 /// again. Nothing that was written before is ever touched; a full file is renamed, and only the
 /// oldest of `maxFiles` is replaced. When renaming fails, lines go on into the same file. Files
 /// that are no regular files (pipes, devices) are only written to.
+///
+/// Once a second the sink makes sure that it still writes to the file that is at its path, and
+/// opens that one if not. Lines that have gone into a file that was removed meanwhile are lost, and
+/// counted.
 class RotatingFileSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
     /// Throws `std::system_error` when the file cannot be opened.
-    RotatingFileSink(std::string path, TLog::LogFileLimits limits);
+    RotatingFileSink(std::string path,
+                     TLog::LogFileLimits limits,
+                     std::shared_ptr<Losses> losses = nullptr);
+
+    /// Renames the file as if it were full, and begins a new one; an empty file stays. False if
+    /// that failed, or if it is no regular file. What failed is tried again a second later.
+    bool Rotate();
+
+    /// Opens what is at the path. False if that failed; it is tried again then as well.
+    bool Reopen();
 
 private:
+    using Clock = spdlog::log_clock;
+    using Action = void (RotatingFileSink::*)();
+
     /// The message is the line; no formatter has a say. Throws `std::system_error` when the line
     /// could not be written, and is in the file's state before the line then.
     void sink_it_(const spdlog::details::log_msg& msg) override;
 
-    /// Lines are written at once.
-    void flush_() override {}
+    /// Lines are written at once. Only what has been asked for is still to do.
+    void flush_() override;
 
-    void Append(std::string_view line);
+    int Append(std::string_view line) noexcept;
     void CutBack(std::size_t written) noexcept;
+
+    void LookAfterFile(Clock::time_point now);
+    void PartFromParent();
+    void TakeRequests() noexcept;
+    void CarryOutRequests();
+    void LookForFile(Clock::time_point now);
     void RotateIfFull(std::size_t lineBytes);
-    void Rotate();
+    bool Try(Action action);
+
+    void BeginNewFile();
+    void OpenPath();
+    void CountLinesOfRemovedFile(uint64 lines) noexcept;
+
+    bool IsOurs(const struct stat& status) const noexcept;
     bool IsStillAtItsPath() const noexcept;
+    bool IsEmptyAtItsPath() const noexcept;
     void MoveAway() const;
     void Adopt(FileDescriptor file);
     std::string PathOfFullFile(std::size_t number) const;
 
     const std::string m_path;
     const TLog::LogFileLimits m_limits;
+    const std::shared_ptr<Losses> m_losses;
     ErrorReporter m_rotationReporter;
-    ErrorReporter::Clock::time_point m_nextRotation{};
+    ErrorReporter m_removalReporter;
+    ErrorReporter::Clock::time_point m_nextAttempt{};
+    Clock::time_point m_lastLook{};
+    uint32 m_owner;
+
+    uint32 m_rotationsSeen;
+    uint32 m_reopeningsSeen;
+    bool m_isToRotate = false;
+    bool m_isToReopen = false;
+
     FileDescriptor m_file;
     // Figures of the current file. The size may lag behind when other processes append as well.
+    dev_t m_device = 0;
+    ino_t m_inode = 0;
+    OutputKind m_kind = OutputKind::Stream;
     uint64 m_size = 0;
-    bool m_isRegular = false;
+    uint64 m_linesSinceLook = 0;
     // The file does not end with a line end, and what comes next must not become part of it.
     bool m_endsInsideLine = false;
 };

@@ -1,5 +1,6 @@
 #include "cvlcoreplatform/TLogger.h"
 
+#include "FileRequests.h"
 #include "LogCounters.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -116,6 +117,14 @@ LogBackEnd::~LogBackEnd() = default;
 
 void LogBackEnd::Flush() {}
 
+bool LogBackEnd::Rotate() {
+    return false;
+}
+
+bool LogBackEnd::Reopen() {
+    return false;
+}
+
 Logger& Logger::Get() noexcept {
     // Without members and without a destructor that does anything: it is always there.
     static constinit Logger logger;
@@ -170,6 +179,26 @@ std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) 
 
 void FlushLog() noexcept {
     WithBackEnd([](LogBackEnd& backEnd) { backEnd.Flush(); });
+}
+
+bool RotateLog() noexcept {
+    bool isDone = false;
+    WithBackEnd([&](LogBackEnd& backEnd) { isDone = backEnd.Rotate(); });
+    return isDone;
+}
+
+bool ReopenLog() noexcept {
+    bool isDone = false;
+    WithBackEnd([&](LogBackEnd& backEnd) { isDone = backEnd.Reopen(); });
+    return isDone;
+}
+
+void RequestLogRotation() noexcept {
+    cvlcoreplatform::fileRequests.rotations.fetch_add(1, std::memory_order_release);
+}
+
+void RequestLogReopening() noexcept {
+    cvlcoreplatform::fileRequests.reopenings.fetch_add(1, std::memory_order_release);
 }
 
 }  // namespace TLog

@@ -146,6 +146,12 @@ private:
 // The logger has registered handlers of its own when it was loaded, before these. So it is locked
 // after the bus, as in a delivery that logs.
 Dispatcher::Dispatcher() {
+    // Locks are made at first use; a fork is no time to find that there is no memory for them.
+    EventQueues::Initialize();
+    DeliveringThread::LockForFork();
+    DeliveringThread::UnlockAfterFork();
+    PendingContexts::LockForFork();
+    PendingContexts::UnlockAfterFork();
     const int result = pthread_atfork([] { Get().LockForFork(); },
                                       [] { Get().UnlockAfterFork(); },
                                       [] { Get().StartAnewInChild(); });
@@ -156,6 +162,9 @@ Dispatcher::Dispatcher() {
 
 void Dispatcher::LockForFork() noexcept {
     if (t_delivery == nullptr) {
+        // The child forgets what is queued, and its consumers are to know the contexts and scopes
+        // that are open on the thread that forks.
+        DeliverQueued();
         const Claim claim(m_othersWait);
         m_mutex.lock();
     }
@@ -229,6 +238,9 @@ bool Dispatcher::DeliverSome() noexcept {
 
 void Dispatcher::DeliverQueued(Delivery& delivery) noexcept {
     const uint64 queued = EventQueues::GetQueuedCount();
+    if (EventQueues::GetTakenCount() >= queued) {
+        return;
+    }
     while (EventQueues::GetTakenCount() < queued) {
         if (!DeliverNext(delivery)) {
             std::this_thread::yield();  // its thread is just about to show it
@@ -350,8 +362,9 @@ void Queue(MetricsEvent&& event) {
             return;
         }
     } catch (const std::bad_alloc&) {
-        LossReport::CountLostEvent();
-        throw;
+        // The event is as it was. To deliver it at once, behind what is queued, needs no memory.
+        Dispatcher::Get().Deliver(event);
+        return;
     }
     if (!DeliveringThread::Notice()) {
         Dispatcher::Get().DeliverQueued();

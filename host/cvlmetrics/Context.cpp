@@ -8,6 +8,7 @@
 #include "cvlsys/TSystem.h"
 
 #include <atomic>
+#include <new>
 
 namespace Metrics {
 
@@ -24,11 +25,14 @@ constinit std::atomic<uint64> s_lastContextId{0};
 
 uint64 Context::Create(bool isRoot) {
     const uint64 id = s_lastContextId.fetch_add(1, std::memory_order_relaxed) + 1;
-    const uint64 parentId = isRoot ? 0 : ThreadContexts::CurrentId();
+    ContextState* const parent = isRoot ? nullptr : ThreadContexts::Current();
+    const uint64 parentId = parent != nullptr ? parent->id : 0;
     if (parentId != 0) {
         PendingContexts::Keep(id, {.parentId = parentId});
     }
-    if (!ContextAnnouncement::SayCreated(id, parentId)) {
+    // A child of a context that nobody knows of would make its parent known for ever.
+    const bool canBeSaid = parent == nullptr || ContextAnnouncement::IsKnown(*parent);
+    if (!canBeSaid || !ContextAnnouncement::SayCreated(id, parentId)) {
         PendingContexts::Take(id);
         PendingContexts::Keep(id, {.parentId = parentId, .isUnannounced = true});
     }
@@ -37,7 +41,15 @@ uint64 Context::Create(bool isRoot) {
 
 Context::Context(uint64 flags, uint64 id) {
     const PendingContexts::Facts facts = PendingContexts::Take(id);
-    m_state = std::make_shared<State>(id, flags, facts.parentId);
+    try {
+        m_state = std::make_shared<State>(id, flags, facts.parentId);
+    } catch (const std::bad_alloc&) {
+        // It was announced, and there will be no object to end it.
+        if (!facts.isUnannounced) {
+            ContextAnnouncement::SayClosed(State(id, flags, facts.parentId));
+        }
+        throw;
+    }
     m_state->isUnannounced.store(facts.isUnannounced, std::memory_order_relaxed);
 }
 

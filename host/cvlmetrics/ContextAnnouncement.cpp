@@ -7,6 +7,7 @@
 #include "cvlsys/TSystem.h"
 
 #include <atomic>
+#include <pthread.h>
 #include <utility>
 
 namespace Metrics::ContextAnnouncement {
@@ -29,6 +30,23 @@ MetricsEvent ContextEvent(MetricsEventType type, const ContextState& context) {
 const MetricsValue& ThreadAttributeName() {
     static const MetricsValue& name = *new const MetricsValue(u"tid");
     return name;
+}
+
+constinit std::atomic<bool> s_isForkedChild{false};
+
+// When the library is loaded, as the thread's id is made right again.
+[[maybe_unused]] const int forkHandlerRegistered = pthread_atfork(
+    nullptr, nullptr, [] { s_isForkedChild.store(true, std::memory_order_relaxed); });
+
+// The contexts that are current on the thread that forked were announced with the parent's thread.
+void CorrectThreadInForkedChild(ContextState& context) {
+    if (!s_isForkedChild.load(std::memory_order_relaxed)) {
+        return;
+    }
+    const uint64 announced = context.announcedThread.load(std::memory_order_relaxed);
+    if (announced != 0 && announced != TSystem::ThreadID()) {
+        SayThread(context, TSystem::ThreadID());
+    }
 }
 
 void EmitCreated(uint64 contextId, uint64 parentId) {
@@ -78,9 +96,13 @@ void SayClosed(const ContextState& context) noexcept {
 
 bool IsKnown(ContextState& context) {
     if (!context.isUnannounced.load(std::memory_order_relaxed)) {
+        CorrectThreadInForkedChild(context);
         return true;
     }
-    if (context.hasLostAttributes.load(std::memory_order_relaxed) || !Bus::HasRoomForContext()) {
+    // A child's parent may have ended meanwhile, or changed: what the child inherits from it would
+    // be wrong, so a child stays unknown.
+    if (context.parentId != 0 || context.hasLostAttributes.load(std::memory_order_relaxed) ||
+        !Bus::HasRoomForContext()) {
         return false;
     }
     if (Bus::AdmitsContextEvents()) {

@@ -9,10 +9,10 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
+#include <exception>
 #include <mutex>
 #include <pthread.h>
 #include <signal.h>
-#include <system_error>
 #include <thread>
 
 namespace Metrics::DeliveringThread {
@@ -136,7 +136,7 @@ bool Start() noexcept {
     s_state.store(State::Awake, std::memory_order_seq_cst);
     try {
         std::thread(Run).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {  // no thread to be had, or no memory for one
         s_state.store(State::NotRunning, std::memory_order_seq_cst);
     }
     pthread_sigmask(SIG_SETMASK, &hosts, nullptr);

@@ -278,6 +278,11 @@ uint64 GetTakenCount() noexcept {
     return s_taken.load(std::memory_order_seq_cst);
 }
 
+void Initialize() {
+    Registry::Get();
+    GetLateQueue();
+}
+
 void SetCapacity(std::size_t bytes) noexcept {
     s_capacity.store(bytes, std::memory_order_relaxed);
 }

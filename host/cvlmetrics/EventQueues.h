@@ -57,6 +57,10 @@ void SetCapacity(std::size_t bytes) noexcept;
 /// How much of a queue was in use at most, in bytes.
 std::size_t GetHighestFill() noexcept;
 
+/// Makes what deliveries and forks need, so that they need no memory for it. Throws
+/// `std::bad_alloc`.
+void Initialize();
+
 // For a fork.
 
 void LockForFork() noexcept;

@@ -6,7 +6,8 @@
 //       -Isrc/cpp/declarations -Ihost/cvlsys/include -Ihost/cvlcoreplatform/include \
 //       -Ihost/cvlcoreplatform \
 //       docs/decisions/measurements/LogFiles.cpp \
-//       host/cvlcoreplatform/{RotatingFileSink,ErrorReporter,LogStatistics}.cpp \
+//       host/cvlcoreplatform/{ErrorReporter,LineOutput,LogStatistics}.cpp \
+//       host/cvlcoreplatform/{PipeSignal,RotatingFileSink}.cpp host/cvlsys/TSystem.cpp \
 //       -lspdlog -lfmt -lbenchmark -o /tmp/log-files && /tmp/log-files
 #include "RotatingFileSink.h"
 

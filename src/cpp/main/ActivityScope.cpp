@@ -14,6 +14,8 @@
 #include "cvlsys/TSystem.h"
 
 #include <exception>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace tarn {
@@ -38,6 +40,11 @@ void Attempt(Step&& step) noexcept {
     } catch (...) {  // NOLINT(bugprone-empty-catch): the host goes on without this record
     }
 }
+
+/// For storage in which nothing was built.
+struct FreeStorage {
+    void operator()(void* storage) const noexcept { ::operator delete(storage); }
+};
 
 void AppendContextPairs(Metrics::NameValueList& attributes, const ActivityContext& context) {
     const TokenStrings& tokens = Tokens();
@@ -165,9 +172,12 @@ ActivityScope::CreateMetricsContextIfOneDoesNotAlreadyExist() {
     if (Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId() != 0) {
         return nullptr;
     }
+    // The storage first: a context that was announced must get its object, which ends it.
+    std::unique_ptr<void, FreeStorage> storage(::operator new(sizeof(Metrics::Context)));
     const uint64 contextId = Metrics::Context::Create(true);
     std::unique_ptr<Metrics::Context, Metrics::Context_deleter> context(
-        new Metrics::Context(0, contextId));
+        new (storage.get()) Metrics::Context(0, contextId));
+    static_cast<void>(storage.release());
     context->OpenScope();
     return context;
 }

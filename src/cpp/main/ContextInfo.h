@@ -35,6 +35,9 @@ struct MetricsMonitor::ContextInfo {
     /// Shared with the parent; whoever appends takes a copy first.
     std::shared_ptr<Layers> layers;
 
+    /// Layers on top of these that could not be made. Each still has its removal to come.
+    uint64 missingLayers = 0;
+
     ScopeState baseState;  ///< what the first scope inherits
     bool isOpen = false;
 };

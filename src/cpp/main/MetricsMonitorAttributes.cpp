@@ -1,11 +1,13 @@
 // Attributes: which record each one belongs to.
 #include "ActivityTokenText.h"
+#include "ContextInfo.h"
 #include "MonitorRecords.h"
 
 #include "tarn/MetricsMonitor.h"
 #include "tarn/TarnMetricsUtils.h"
 #include "tarn/TarnSettings.h"
 
+#include <cstddef>
 #include <memory>
 #include <utility>
 
@@ -16,6 +18,10 @@ namespace {
 
 TString ToText(const MetricsValue& value) {
     return TarnMetricsUtils::MetricsValueToString(value);
+}
+
+std::size_t CountLayers(const MetricsMonitor::ContextInfo& context) {
+    return context.layers != nullptr ? context.layers->size() : 0;
 }
 
 /// Query plans carry their query elsewhere; here it would be said twice.
@@ -136,15 +142,23 @@ void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
     if (context == nullptr) {
         return;
     }
-    switch (m_records->names.lists.Find(ToText(event.name))) {
-        case tarn::ListName::RequestContextAttributes:
-            return AddAttributesToRequestContext(*context, event.pairs);
-        case tarn::ListName::MappableContextAttributes:
-            return HandleMappableContextAttributes(*context, event.pairs);
-        case tarn::ListName::ContextAttributes:
-            return AddContextAttributeLayer(*context, event.pairs);
-        default:
-            return;
+    const tarn::ListName list = m_records->names.lists.Find(ToText(event.name));
+    if (list == tarn::ListName::RequestContextAttributes) {
+        return AddAttributesToRequestContext(*context, event.pairs);
+    }
+    const std::size_t layersBefore = CountLayers(*context);
+    try {
+        if (list == tarn::ListName::MappableContextAttributes) {
+            HandleMappableContextAttributes(*context, event.pairs);
+        } else if (list == tarn::ListName::ContextAttributes) {
+            AddContextAttributeLayer(*context, event.pairs);
+        }
+    } catch (...) {
+        // The removal that is to come must not take another scope's layer.
+        if (CountLayers(*context) == layersBefore) {
+            ++context->missingLayers;
+        }
+        throw;
     }
 }
 
@@ -178,8 +192,10 @@ void MetricsMonitor::AddContextAttributeLayer(ContextInfo& context,
     // Whoever shares the list so far does not see the new layer.
     auto layers = context.layers != nullptr ? std::make_shared<ContextInfo::Layers>(*context.layers)
                                             : std::make_shared<ContextInfo::Layers>();
+    layers->resize(layers->size() + context.missingLayers);
     layers->push_back(std::move(layer));
     context.layers = std::move(layers);
+    context.missingLayers = 0;
 }
 
 void MetricsMonitor::AddContextAttributesToScope(ScopeState& state,

@@ -13,22 +13,33 @@ using Metrics::MetricsEvent;
 using Metrics::MetricsValue;
 
 void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
-    ContextInfo& child = m_records->contexts[event.id];
+    const auto [created, isNew] = m_records->contexts.try_emplace(event.id);
+    ContextInfo& child = created->second;
     OptTarn::IncrementCorvalaCounterContextsCreated();
-    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsCreatedConst());
-    child.parentId = event.contextId;
-    if (event.contextId == 0) {
-        return;
-    }
-    // A child may be announced before its parent: the parent is known from then on.
-    const ContextInfo& parent = m_records->contexts[event.contextId];
-    child.baseState = InnermostState(parent);
-    if (!parent.openTracingScopes.empty()) {
-        child.openTracingScopes.push_back(parent.openTracingScopes.back());
-    }
-    child.request = parent.request;
-    if (child.layers == nullptr) {
-        child.layers = parent.layers;
+    try {
+        OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsCreatedConst());
+        if (event.contextId == 0) {
+            child.parentId = 0;
+            return;
+        }
+        // A child may be announced before its parent: the parent is known from then on.
+        const ContextInfo& parent = m_records->contexts[event.contextId];
+        ScopeState baseState = InnermostState(parent);
+        if (!parent.openTracingScopes.empty()) {
+            child.openTracingScopes.push_back(parent.openTracingScopes.back());
+        }
+        child.parentId = event.contextId;
+        child.baseState = std::move(baseState);
+        child.request = parent.request;
+        if (child.layers == nullptr) {
+            child.layers = parent.layers;
+        }
+    } catch (...) {
+        // Rather unknown than half known: its scopes would stand in the log without their sponsor.
+        if (isNew) {
+            OnCloseContext(event);
+        }
+        throw;
     }
 }
 
@@ -95,12 +106,12 @@ void MetricsMonitor::AddAttributesToRequestContext(ContextInfo& context,
     }
 }
 
+// The list stays as it is until the scope is open: an opening that fails loses nothing.
 void MetricsMonitor::AddPendingContextAttributesToContext(ScopeState& /*scope*/,
                                                           ContextInfo& context,
                                                           uint64 /*scopeId*/) {
-    if (context.request != nullptr && !context.pendingAttributes.empty()) {
+    if (context.request != nullptr) {
         AddAttributesToRequestContext(context, context.pendingAttributes);
-        context.pendingAttributes.clear();
     }
 }
 

@@ -1,6 +1,8 @@
 // Scopes: which are tracked, what they inherit, and when they are logged.
+#include "ContextInfo.h"
 #include "MonitorRecords.h"
 #include "OptTarnInternal.h"
+#include "RequestContextAttributes.h"
 
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
@@ -41,6 +43,79 @@ void PopBack(std::deque<uint64>& ids) {
     }
 }
 
+/// What the opening of a scope has changed so far. If the opening fails on its way, all of that is
+/// taken back, as if the scope had closed at once.
+class Opening {
+public:
+    explicit Opening(MetricsMonitor::ContextInfo& context) noexcept : m_context(context) {}
+
+    ~Opening() {
+        if (!m_isDone) {
+            TakeBack();
+        }
+    }
+
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+
+    void Count() {
+        OptTarn::IncrementCorvalaCounterScopesOpened();
+        m_isCounted = true;
+        OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopeOpenedConst());
+    }
+
+    void Push(uint64 scopeId, bool tracing) {
+        m_context.openScopes.push_back(scopeId);
+        m_isPushed = true;
+        if (tracing) {
+            m_context.openTracingScopes.push_back(scopeId);
+            m_isPushedAsTracing = true;
+        }
+    }
+
+    /// From here on the scope is open.
+    void Finish() noexcept { m_isDone = true; }
+
+private:
+    void TakeBack() noexcept {
+        if (m_isPushedAsTracing) {
+            m_context.openTracingScopes.pop_back();
+        }
+        if (m_isPushed) {
+            m_context.openScopes.pop_back();
+        }
+        if (m_isCounted) {
+            CountClosed();
+        }
+    }
+
+    static void CountClosed() noexcept {
+        OptTarn::IncrementCorvalaCounterScopesClosed();
+        try {
+            OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopedClosedConst());
+        } catch (...) {  // NOLINT(bugprone-empty-catch): what has stopped the opening is under way
+        }
+    }
+
+    MetricsMonitor::ContextInfo& m_context;
+    bool m_isCounted = false;
+    bool m_isPushed = false;
+    bool m_isPushedAsTracing = false;
+    bool m_isDone = false;
+};
+
+void WarnOfClosingOutOfSync(uint64 scopeId, const TString& name) {
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (logger.IsEnabled(TLog::Warn)) {
+        logger.LogMessage(TLog::Warn,
+                          TFormatString(u"MetricsMonitor tried to close open scope %1, %2 out of "
+                                        u"sync with context's open scopes.")
+                              .Arg(scopeId)
+                              .Arg(name)
+                              .ToString());
+    }
+}
+
 /// Depths come from outside; one more than the largest wraps.
 int32 OneDeeper(int32 depth) {
     return static_cast<int32>(static_cast<uint32>(depth) + 1);
@@ -66,20 +141,24 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
     state.contextId = event.contextId;
     state.tracing = tracing;
 
-    OptTarn::IncrementCorvalaCounterScopesOpened();
-    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopeOpenedConst());
+    Opening opening(context);
+    opening.Count();
     const bool startsRequest = request || (tracing && context.openTracingScopes.empty());
     if (startsRequest) {
+        // It stays when the opening fails, as it would when the scope closed at once.
         context.request = std::make_shared<tarn::RequestContextAttributes>();
     }
     if (tracing) {
         FillTracingState(state, event, context, request, startsRequest);
     }
+    opening.Push(event.id, tracing);
     ScopeState& stored =
         m_records->scopes.insert_or_assign(event.id, std::move(state)).first->second;
-    context.openScopes.push_back(event.id);
+    opening.Finish();
     if (tracing) {
-        context.openTracingScopes.push_back(event.id);
+        if (context.request != nullptr) {
+            context.pendingAttributes.clear();
+        }
         LogBegin(stored);
     }
 }
@@ -136,44 +215,35 @@ std::pair<bool, bool> MetricsMonitor::ShouldCloseScope(uint64 contextId, uint64 
     if (ScopeIsOpenTopMostInContext(contextId, scopeId)) {
         return {true, false};
     }
-    if (!ScopeIsOpen(scopeId)) {
-        return {false, false};
-    }
-    TLog::Logger& logger = TLog::Logger::Get();
-    if (logger.IsEnabled(TLog::Warn)) {
-        logger.LogMessage(TLog::Warn,
-                          TFormatString(u"MetricsMonitor tried to close open scope %1, %2 out of "
-                                        u"sync with context's open scopes.")
-                              .Arg(scopeId)
-                              .Arg(m_records->FindScope(scopeId)->name)
-                              .ToString());
-    }
-    return {false, true};
+    return {false, ScopeIsOpen(scopeId)};
 }
 
 void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
     const auto [close, drop] = ShouldCloseScope(event.contextId, event.id);
     if (drop) {
         // The context's stacks keep the id: what was opened above it is still nested.
-        m_records->scopes.erase(event.id);
+        const Finally forgetRecord([this, &event] { m_records->scopes.erase(event.id); });
+        WarnOfClosingOutOfSync(event.id, m_records->FindScope(event.id)->name);
         return;
     }
     if (!close) {
         return;
     }
     ScopeState* const state = m_records->FindScope(event.id);
-    // The record of an id that was dropped out of order cannot say what the scope was.
-    const bool tracing = state != nullptr
-                             ? state->tracing
-                             : (event.flags & Metrics::flagTracing) != 0 || IsRequestScope(event);
-    const Finally forgetScope([this, &event, tracing] {
+    ContextInfo& context = *m_records->FindContext(event.contextId);
+    // What the stacks say holds as long as nothing else does.
+    bool tracing =
+        !context.openTracingScopes.empty() && context.openTracingScopes.back() == event.id;
+    const Finally forgetScope([this, &event, &context, &tracing] {
         m_records->scopes.erase(event.id);
-        ContextInfo& context = *m_records->FindContext(event.contextId);
         PopBack(context.openScopes);
         if (tracing) {
             PopBack(context.openTracingScopes);
         }
     });
+    // The record of an id that was dropped out of order cannot say what the scope was.
+    tracing = state != nullptr ? state->tracing
+                               : (event.flags & Metrics::flagTracing) != 0 || IsRequestScope(event);
     OptTarn::IncrementCorvalaCounterScopesClosed();
     OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopedClosedConst());
     if (tracing && state != nullptr) {
@@ -200,7 +270,12 @@ void MetricsMonitor::OnPostCloseScope(const MetricsEvent& event) {
     constexpr auto popLayer =
         static_cast<uint32>(Metrics::MetricsCloseScopeActions::PopRequestContextAttributes);
     const auto action = static_cast<uint32>(static_cast<uint64>(event.value.integer));
-    if (action == popLayer && context->layers != nullptr && !context->layers->empty()) {
+    if (action != popLayer) {
+        return;
+    }
+    if (context->missingLayers > 0) {
+        --context->missingLayers;
+    } else if (context->layers != nullptr && !context->layers->empty()) {
         context->layers->pop_back();
     }
 }

@@ -41,14 +41,21 @@ struct LogFileLimits {
 
 /// JSON lines to a file, which is appended to if it exists. Lines are written at once, each whole
 /// or not at all. A full disk loses lines, counts them and says so on the standard error stream
-/// once a minute; nothing reaches whoever logs. Throws `std::system_error`, whose text names the
-/// path and the reason, when the file cannot be opened, and `std::invalid_argument` when no full
-/// file is to be kept.
+/// once a minute; nothing reaches whoever logs. When lines can be written again, a message of
+/// severity `Warn` before the first of them says how many are missing. Once a second it is made
+/// sure that the file is still at its path; if it was moved, removed or replaced, the path is
+/// opened again, `limits` or not. Throws `std::system_error`, whose text names the path and the
+/// reason, when the file cannot be opened, and `std::invalid_argument` when no full file is to be
+/// kept.
 CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonFileBackEnd(const std::string& path,
                                                                     LogFileLimits limits = {});
 
-/// JSON lines to the standard error stream.
+/// JSON lines to the standard error stream, or the standard output stream. They go directly to its
+/// descriptor, past what the host keeps in buffers of its own (`fflush`). A pipe without a reader
+/// loses lines as a full disk does; the signal that goes with it does not reach the host, and its
+/// handling stays as it is.
 CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonStderrBackEnd();
+CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonStdoutBackEnd();
 
 /// JSON lines to any sink of spdlog, whose formatter is replaced. The sink must take lines from
 /// several threads at once (the "_mt" kinds do). Lines that it throws for are lost, counted and

@@ -23,6 +23,11 @@ public:
 
     /// Hands on what is still buffered. Does nothing unless overridden.
     virtual void Flush();
+
+    /// Begins a new file, or opens the one at its path again. False if that failed, and if there is
+    /// no file, as is taken for granted unless they are overridden.
+    virtual bool Rotate();
+    virtual bool Reopen();
 };
 
 }  // namespace TLog

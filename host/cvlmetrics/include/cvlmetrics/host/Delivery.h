@@ -27,8 +27,10 @@ enum class WhenQueueIsFull {
 
     /// A scope that is to be opened while half of the queue is in use is not opened: it stays
     /// silent to its end and is counted. Whole scopes are missing then, never one end of them. So
-    /// are metrics contexts that are made while three quarters are in use, with all their scopes
-    /// until there is room again. What belongs to scopes that are open finds room in the other
+    /// are metrics contexts that are made while three quarters are in use: a root with all its
+    /// scopes
+    /// until there is room again, a child context with all its scopes to its end. What belongs to
+    /// scopes that are open finds room in the other
     /// half; should that be full as well, it waits.
     Refuse,
 };

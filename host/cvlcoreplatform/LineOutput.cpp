@@ -1,0 +1,76 @@
+#include "LineOutput.h"
+
+#include "PipeSignal.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <poll.h>
+#include <sys/uio.h>
+
+namespace cvlcoreplatform {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+bool WaitForRoom(int descriptor, milliseconds patience) noexcept {
+    pollfd waiting{descriptor, POLLOUT, 0};
+    return poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
+}
+
+LineResult Write(int descriptor,
+                 std::string_view line,
+                 bool startsNewLine,
+                 milliseconds patience) noexcept {
+    const std::size_t lead = startsNewLine ? 1 : 0;
+    const std::size_t total = lead + line.size() + 1;
+    std::size_t written = 0;
+    while (written < total) {
+        // The parts are written from memory that is not ours to change, hence the casts.
+        char lineEnd = '\n';
+        std::array<iovec, 3> parts{iovec{&lineEnd, lead},
+                                   iovec{const_cast<char*>(line.data()), line.size()},
+                                   iovec{&lineEnd, 1}};
+        std::size_t skip = written;
+        for (iovec& part : parts) {
+            const std::size_t done = std::min(skip, part.iov_len);
+            part.iov_base = static_cast<char*>(part.iov_base) + done;
+            part.iov_len -= done;
+            skip -= done;
+        }
+        const ssize_t taken = writev(descriptor, parts.data(), parts.size());
+        if (taken > 0) {
+            written += static_cast<std::size_t>(taken);
+        } else if (taken == 0) {
+            return {written, ENOSPC};
+        } else if (errno == EAGAIN) {
+            if (!WaitForRoom(descriptor, patience)) {
+                return {written, EAGAIN};
+            }
+        } else if (errno != EINTR) {
+            return {written, errno};
+        }
+    }
+    return {written, 0};
+}
+
+}  // namespace
+
+LineResult WriteLine(int descriptor,
+                     OutputKind kind,
+                     std::string_view line,
+                     bool startsNewLine,
+                     milliseconds patience) noexcept {
+    if (kind == OutputKind::File) {
+        return Write(descriptor, line, startsNewLine, patience);
+    }
+    const PipeSignalGuard guard;
+    const LineResult result = Write(descriptor, line, startsNewLine, patience);
+    if (result.error == EPIPE) {
+        guard.TakeBack();
+    }
+    return result;
+}
+
+}  // namespace cvlcoreplatform

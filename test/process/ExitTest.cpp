@@ -1,0 +1,164 @@
+#include "ProcessTest.h"
+
+#include <csignal>
+#include <sys/wait.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace ProcessTest {
+namespace {
+
+using testing::ElementsAre;
+using testing::Ge;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// The ends that a process can come to, and what is in its log then.
+class ExitTest : public ProcessTest {
+protected:
+    // Everything that a thread is done with is in the log, once and in order. What it was at when
+    // the process ended may be there as well.
+    void ExpectAllOfThread(const ProcessLog& log, std::int64_t pid, std::size_t thread) const {
+        const auto numbers = log.NumbersOf(pid, static_cast<std::int64_t>(thread));
+        EXPECT_EQ(numbers, NumbersUpTo(numbers.size())) << "thread " << thread;
+        EXPECT_GE(numbers.size(), Ended(thread)) << "thread " << thread;
+    }
+
+    static std::int64_t OnlyPid(const ProcessLog& log) {
+        const auto ids = log.ProcessIds();
+        EXPECT_THAT(ids, SizeIs(1));
+        return ids.empty() ? 0 : *ids.begin();
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Delivering, ExitTest, testing::Values("sync", "async"), DeliveryName);
+
+TEST_P(ExitTest, EverythingIsInTheLogAfterAReturnFromMain) {
+    Run("return-from-main", 3);
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), IsEmpty());
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 0), NumbersUpTo(200));
+    EXPECT_EQ(log.CountBegun("part"), 200u);
+}
+
+TEST_P(ExitTest, ScopesThatExitDoesNotUnwindBeginAndDoNotEnd) {
+    Run("exit-inside-scopes", 3);
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), ElementsAre("open", "open"));
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 0), NumbersUpTo(200));
+}
+
+TEST_P(ExitTest, AnotherThreadMayEndTheProcess) {
+    Run("exit-from-a-thread", 3);
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), ElementsAre("open"));
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 1), NumbersUpTo(200));
+}
+
+TEST_P(ExitTest, EverythingIsInTheLogAfterAQuickExit) {
+    Run("quick-exit", 3);
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), ElementsAre("open"));
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 0), NumbersUpTo(200));
+}
+
+TEST_P(ExitTest, StaticDestructorsMayEndScopesAndTraceOnThreads) {
+    Run("static-destructors", 3);
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), IsEmpty());
+    EXPECT_EQ(log.CountBegun("held-early"), 1u);
+    EXPECT_EQ(log.CountBegun("held-late"), 1u);
+    const std::int64_t pid = OnlyPid(log);
+    EXPECT_EQ(log.NumbersOf(pid, 0), NumbersUpTo(200));
+    EXPECT_THAT(log.NumbersOf(pid, 1), SizeIs(20)) << "ten of each object";
+    EXPECT_EQ(Ended(1), 20u);
+}
+
+TEST_P(ExitTest, ThreadLocalDestructorsMayTrace) {
+    Run("thread-local-destructors", 3);
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), IsEmpty());
+    const std::int64_t pid = OnlyPid(log);
+    for (const std::int64_t thread : {1, 3}) {
+        const auto numbers = log.NumbersOf(pid, thread);
+        ASSERT_THAT(numbers, SizeIs(210));
+        EXPECT_EQ(std::vector(numbers.begin(), numbers.begin() + 200), NumbersUpTo(200));
+        EXPECT_EQ(std::vector(numbers.begin() + 200, numbers.end()), NumbersUpTo(10));
+    }
+    // Where what scopes need has gone before, they stay closed.
+    EXPECT_THAT(log.NumbersOf(pid, 2), SizeIs(Ge(200u)));
+    EXPECT_EQ(Ended(2), 210u);
+}
+
+TEST_P(ExitTest, WhatThreadsAreDoneWithIsInTheLogThoughTheyRunOn) {
+    constexpr int rounds = 3;
+    for (int round = 0; round < rounds; ++round) {
+        Run("threads-still-running", 3, {.count = 500});
+
+        const ProcessLog log = Log();
+        ExpectSoundLogUpToTheLastLine(log);
+        const std::int64_t pid = OnlyPid(log);
+        for (std::size_t thread = 0; thread < 4; ++thread) {
+            ExpectAllOfThread(log, pid, thread);
+        }
+        EXPECT_LE(log.Unended().size(), 8u) << "two scopes for each thread";
+    }
+}
+
+TEST_P(ExitTest, FullFilesAreBegunOnTheWay) {
+    Run("threads-still-running", 3, {.count = 1000, .limitBytes = 50'000});
+
+    const ProcessLog log = Log();
+    ExpectSoundLogUpToTheLastLine(log);
+    const std::int64_t pid = OnlyPid(log);
+    for (std::size_t thread = 0; thread < 4; ++thread) {
+        ExpectAllOfThread(log, pid, thread);
+    }
+}
+
+TEST_P(ExitTest, AnUncaughtExceptionLeavesWholeLines) {
+    Start("uncaught-exception", {.isExpectedToComplain = true});
+    const int status = Wait();
+
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGABRT);
+    const ProcessLog log = Log();
+    ExpectSoundLogUpToTheLastLine(log);
+    if (!IsAsynchronous()) {
+        EXPECT_EQ(log.NumbersOf(OnlyPid(log), 0), NumbersUpTo(200));
+    }
+}
+
+// With synchronous delivery who traces is stuck in the log, and who does not is free to end.
+TEST_P(ExitTest, ALogThatHangsDoesNotKeepTheProcessFromEnding) {
+    Run("hanging-log", 3, {.linesUntilHang = 100, .exitDeadline = std::chrono::milliseconds(300)});
+
+    EXPECT_LT(TimeOfLastRun(), std::chrono::seconds(30));
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_EQ(log.Lines().size() + log.Messages().size(), 100u);
+}
+
+TEST_P(ExitTest, TheDeadlineIsGivenToALogThatIsOnlySlow) {
+    Run("return-from-main", 3, {.count = 100, .pausePerLine = std::chrono::microseconds(2000)});
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 0), NumbersUpTo(100));
+}
+
+}  // namespace
+}  // namespace ProcessTest

@@ -1,0 +1,191 @@
+#include "Subject.h"
+
+#include "tarn/ActivityScope.h"
+#include "tarn/TracingSession.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace ProcessTest {
+
+namespace {
+
+using tarn::ActivityScope;
+
+[[noreturn]] void WaitForEver() {
+    for (;;) {
+        pause();
+    }
+}
+
+int ReturnFromMain() {
+    const tarn::TracingSession session;
+    Work(0, GetSubject().count);
+    return 3;
+}
+
+int ExitInsideScopes() {
+    TraceForEver();
+    const ActivityScope outer("open");
+    const ActivityScope inner("open");
+    Work(0, GetSubject().count);
+    std::exit(3);
+}
+
+int ExitFromAThread() {
+    TraceForEver();
+    const ActivityScope scope("open");
+    std::thread([] {
+        Work(1, GetSubject().count);
+        std::exit(3);
+    }).detach();
+    WaitForEver();
+}
+
+int QuickExit() {
+    TraceForEver();
+    const ActivityScope scope("open");
+    Work(0, GetSubject().count);
+    std::quick_exit(3);
+}
+
+/// Holds a scope that it ends when it is destroyed itself, and traces more then.
+struct TracingAtItsEnd {
+    TracingAtItsEnd() = default;
+
+    explicit TracingAtItsEnd(const char* newName) : name(newName) {}
+
+    void Open() { scope.emplace(name); }
+
+    ~TracingAtItsEnd() {
+        if (!scope.has_value()) {
+            return;
+        }
+        { const ActivityScope onThisThread("late"); }
+        std::thread([] { Work(1, 10); }).join();
+        scope.reset();
+    }
+
+    TracingAtItsEnd(const TracingAtItsEnd&) = delete;
+    TracingAtItsEnd& operator=(const TracingAtItsEnd&) = delete;
+
+    const char* name = "";
+    std::optional<ActivityScope> scope;
+};
+
+// Made before the delivery is chosen, hence destroyed after the last flush.
+TracingAtItsEnd s_early("held-early");
+
+int StaticDestructors() {
+    TraceForEver();
+    static TracingAtItsEnd late("held-late");
+    s_early.Open();
+    late.Open();
+    Work(0, GetSubject().count);
+    return 3;
+}
+
+/// Traces in its destructor.
+struct TracingAtThreadEnd {
+    explicit TracingAtThreadEnd(std::size_t number) : thread(number) {}
+
+    ~TracingAtThreadEnd() { Work(thread, 10); }
+
+    TracingAtThreadEnd(const TracingAtThreadEnd&) = delete;
+    TracingAtThreadEnd& operator=(const TracingAtThreadEnd&) = delete;
+
+    std::size_t thread;
+};
+
+// An object of the thread that is made after the first scope is destroyed before what the scopes
+// need; one that is made before it, after that.
+int ThreadLocalDestructors() {
+    TraceForEver();
+    std::vector<std::thread> threads;
+    threads.emplace_back([] {
+        Work(1, GetSubject().count);
+        thread_local const TracingAtThreadEnd after(1);
+        static_cast<void>(&after);
+    });
+    threads.emplace_back([] {
+        thread_local const TracingAtThreadEnd before(2);
+        static_cast<void>(&before);
+        Work(2, GetSubject().count);
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    Work(3, GetSubject().count);
+    thread_local const TracingAtThreadEnd ofMain(3);
+    static_cast<void>(&ofMain);
+    return 3;
+}
+
+void StartThreadsThatWorkForEver(std::size_t first, std::size_t count) {
+    constexpr std::size_t endless = ~std::size_t{0};
+    for (std::size_t thread = first; thread < first + count; ++thread) {
+        std::thread([thread] { Work(thread, endless); }).detach();
+    }
+}
+
+int ThreadsStillRunning() {
+    constexpr std::size_t threadCount = 4;
+    TraceForEver();
+    StartThreadsThatWorkForEver(0, threadCount);
+    while (GetSubject().progress->EndedInAll() < GetSubject().count) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return 3;
+}
+
+// The log hangs at some point of this.
+int HangingLog() {
+    TraceForEver();
+    std::thread([] { Work(1, GetSubject().count); }).detach();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return 3;
+}
+
+int UncaughtException() {
+    TraceForEver();
+    const ActivityScope scope("open");
+    Work(0, GetSubject().count);
+    std::thread([] {
+        const ActivityScope inner("failing");
+        throw std::runtime_error("nobody catches this");
+    }).join();
+    return 3;
+}
+
+int UntilKilled() {
+    constexpr std::size_t threadCount = 3;
+    TraceForEver();
+    StartThreadsThatWorkForEver(0, threadCount);
+    WaitForEver();
+}
+
+}  // namespace
+
+const std::map<std::string, Scenario>& ExitScenarios() {
+    static const auto& scenarios =
+        *new std::map<std::string, Scenario>{{"return-from-main", ReturnFromMain},
+                                             {"exit-inside-scopes", ExitInsideScopes},
+                                             {"exit-from-a-thread", ExitFromAThread},
+                                             {"quick-exit", QuickExit},
+                                             {"static-destructors", StaticDestructors},
+                                             {"thread-local-destructors", ThreadLocalDestructors},
+                                             {"threads-still-running", ThreadsStillRunning},
+                                             {"hanging-log", HangingLog},
+                                             {"uncaught-exception", UncaughtException},
+                                             {"until-killed", UntilKilled}};
+    return scenarios;
+}
+
+}  // namespace ProcessTest
