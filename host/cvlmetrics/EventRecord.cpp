@@ -118,8 +118,8 @@ public:
         value.type = head.type;
         if (head.type == MetricsValue::MV_Utf16String) {
             const auto* const units = reinterpret_cast<const char16_t*>(m_place);
-            value.utf16 =
-                cvlsys::MakeRecycled<const std::u16string>(units, head.textBytes / sizeof(char16_t));
+            value.utf16 = cvlsys::MakeRecycled<const std::u16string>(
+                units, head.textBytes / sizeof(char16_t));
             m_place += Aligned(head.textBytes);
         } else if (head.type == MetricsValue::MV_Utf8String) {
             const auto* const units = reinterpret_cast<const char*>(m_place);
