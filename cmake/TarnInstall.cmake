@@ -17,12 +17,15 @@ if(TARN_HOST STREQUAL "embedded")
         list(APPEND tarn_installed_headers host/${library}/include/)
         string(APPEND tarn_link_flags " -l${library}")
     endforeach()
+    # Objects, which a program links by the name tarn::counted_new.
+    list(APPEND tarn_installed_targets counted_new)
 endif()
 
 install(
     TARGETS ${tarn_installed_targets}
     EXPORT tarn-targets
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    OBJECTS DESTINATION "${CMAKE_INSTALL_LIBDIR}/tarn")
 install(
     DIRECTORY ${tarn_installed_headers}
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"

@@ -16,6 +16,10 @@ Run("the consumer of the CMake package failed" "${SCRATCH_DIR}/consumer/consumer
 if(NOT RUN_OUTPUT MATCHES "traced 1 scope")
     message(FATAL_ERROR "the consumer of the CMake package says: ${RUN_OUTPUT}")
 endif()
+Run("the consumer that counts its allocations failed" "${SCRATCH_DIR}/consumer/counted_consumer")
+if(NOT RUN_OUTPUT MATCHES "counted 1 allocation")
+    message(FATAL_ERROR "the consumer that counts its allocations says: ${RUN_OUTPUT}")
+endif()
 
 # By pkg-config, which the compiler gets as it is.
 set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBRARY_DIR}/pkgconfig")

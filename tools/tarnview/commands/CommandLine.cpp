@@ -1,0 +1,79 @@
+#include "commands/CommandLine.h"
+
+#include "commands/CommonOptions.h"
+#include "output/OutputFile.h"
+
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <system_error>
+
+namespace tarnview {
+
+namespace {
+
+constexpr const char* description =
+    R"(Shows what happened, from the logs of one or several processes. Full log files of the same set
+(a.1.log, a.2.log ... of a.log) are read along.)";
+
+constexpr const char* footer = R"(From a log to an answer:
+  tarnview top server.log                    where the time goes
+  tarnview tree --slowest 1 server.log       what the slowest request did
+  tarnview tree --failed --last 3 server.log what went wrong
+  tarnview open --follow server.log          what is running now
+  tarnview show 766D8930 server.log          all about one activity
+  tarnview report -o report.html server.log  a page for a browser
+  tarnview export --to chrome server.log -o trace.json
+                                             a timeline for a trace viewer
+  tarnview check server.log                  whether the log can be trusted
+
+'tarnview COMMAND --help' has the options of a command, and examples.
+
+Exit status: 0 success, 1 'check' found the log not whole or 'show' nothing, 2 a command line that
+is not understood, 3 a file that cannot be read or written. What is wrong with a log is named on
+the standard error stream and does not change the exit status of the other commands.)";
+
+int RunCommand(const CommonOptions& common, const Command& command) {
+    try {
+        OutputFile output(common.output);
+        Context context{output.Stream(),
+                        std::cerr,
+                        FindTerminal(common.colour, common.hasProgress, !common.output.empty())};
+        const int status = command(context);
+        output.Commit();
+        return status;
+    } catch (const std::system_error& error) {
+        std::cerr << "tarnview: " << error.what() << '\n';
+    } catch (const std::exception& error) {
+        std::cerr << "tarnview: " << error.what() << '\n';
+    }
+    return exitInputOutput;
+}
+
+}  // namespace
+
+int Run(int argumentCount, char** arguments) {
+    // Whoever reads the output may have enough of it before its end.
+    std::signal(SIGPIPE, SIG_IGN);
+    CommonOptions common;
+    Command command;
+    CLI::App program(description, "tarnview");
+    program.require_subcommand(1);
+    program.footer(footer);
+    program.set_version_flag("--version", TARNVIEW_VERSION);
+    AddTop(program, common, command);
+    AddTree(program, common, command);
+    AddOpen(program, common, command);
+    AddShow(program, common, command);
+    AddCheck(program, common, command);
+    AddReport(program, common, command);
+    AddExport(program, common, command);
+    try {
+        program.parse(argumentCount, arguments);
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? exitSuccess : exitCommandLine;
+    }
+    return RunCommand(common, command);
+}
+
+}  // namespace tarnview

@@ -1,0 +1,121 @@
+#include "commands/CommonOptions.h"
+
+#include "read/InputFiles.h"
+#include "read/Timestamp.h"
+
+#include <map>
+#include <unistd.h>
+
+namespace tarnview {
+
+namespace {
+
+template <class Value, class Parse>
+void AddParsed(CLI::App& command,
+               const std::string& name,
+               std::optional<Value>& value,
+               const Parse& parse,
+               const std::string& type,
+               const std::string& help) {
+    command
+        .add_option_function<std::string>(
+            name,
+            [&value, parse, name, type](const std::string& text) {
+                value = parse(text);
+                if (!value) {
+                    throw CLI::ValidationError(name, "'" + text + "' is no " + type);
+                }
+            },
+            help)
+        ->type_name(type);
+}
+
+}  // namespace
+
+void AddCommonOptions(CLI::App& command, CommonOptions& options) {
+    static const std::map<std::string, ColourChoice> choices{{"auto", ColourChoice::Automatic},
+                                                             {"always", ColourChoice::Always},
+                                                             {"never", ColourChoice::Never}};
+    command
+        .add_option_function<std::string>(
+            "--color",
+            [&options](const std::string& choice) { options.colour = choices.at(choice); },
+            "Colours: auto (on a terminal, unless NO_COLOR is set), always or never")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+    command.add_flag_callback(
+        "--no-progress",
+        [&options] { options.hasProgress = false; },
+        "No progress bar, not even on a terminal");
+    command
+        .add_option("-o,--output",
+                    options.output,
+                    "Write to this file instead of standard output; it is replaced only when all "
+                    "has been written")
+        ->type_name("FILE");
+}
+
+void AddInputOptions(CLI::App& command, InputOptions& options) {
+    options.files.clear();
+    command
+        .add_option("log",
+                    options.files,
+                    "Log files; '-' is standard input, which is the default "
+                    "if it is no terminal")
+        ->type_name("LOG");
+    command.add_flag_callback(
+        "--no-rotated",
+        [&options] { options.addsRotated = false; },
+        "Read the named files only, not the full ones beside them (a.1.log, a.2.log ... of a.log)");
+    command.parse_complete_callback([&options] {
+        if (options.files.empty() && isatty(STDIN_FILENO) != 0) {
+            throw CLI::RequiredError("LOG");
+        }
+        if (options.files.empty()) {
+            options.files.emplace_back(standardInput);
+        }
+    });
+}
+
+void AddFilterOptions(CLI::App& command, Filter& filter) {
+    const auto addPatterns = [&](const char* name,
+                                 std::vector<std::string>& patterns,
+                                 const char* type,
+                                 const char* help) {
+        command.add_option(name, patterns, help)
+            ->type_name(type)
+            ->group("Filters")
+            ->allow_extra_args(false);
+    };
+    addPatterns("--root", filter.roots, "ID", "Root activity, or the beginning of its id");
+    addPatterns("--name", filter.names, "PATTERN", "Name, as 'load' or 'load*'");
+    addPatterns("--user", filter.users, "PATTERN", "User");
+    addPatterns("--site", filter.sites, "PATTERN", "Site");
+    addPatterns("--result", filter.results, "PATTERN", "Result, as 'exception'");
+    command.add_flag("--failed", filter.isFailed, "Any result but 'ok'")->group("Filters");
+    AddParsed(command,
+              "--slower-than",
+              filter.slowerThan,
+              ParseDuration,
+              "DURATION",
+              "Longer than this, as '250ms' or '1.5s'");
+    command.get_option("--slower-than")->group("Filters");
+    AddParsed(
+        command,
+        "--since",
+        filter.since,
+        [](const std::string& text) { return ParseLooseTimestamp(text); },
+        "TIME",
+        "Still running at this time or later, as 2026-11-21T06:02:25 (UTC)");
+    command.get_option("--since")->group("Filters");
+    AddParsed(
+        command,
+        "--before",
+        filter.before,
+        [](const std::string& text) { return ParseLooseTimestamp(text); },
+        "TIME",
+        "Begun before this time");
+    command.get_option("--before")->group("Filters");
+}
+
+}  // namespace tarnview

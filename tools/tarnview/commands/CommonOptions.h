@@ -1,0 +1,36 @@
+#pragma once
+
+#include "commands/Context.h"
+#include "model/Filter.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tarnview {
+
+/// Options that all commands have.
+struct CommonOptions {
+    ColourChoice colour = ColourChoice::Automatic;
+    bool hasProgress = true;
+    std::string output;  ///< a file; empty: the standard output stream
+};
+
+/// Runs the command that was chosen; set when the command line has been read.
+using Command = std::function<int(Context&)>;
+
+void AddCommonOptions(CLI::App& command, CommonOptions& options);
+void AddInputOptions(CLI::App& command, InputOptions& options);
+void AddFilterOptions(CLI::App& command, Filter& filter);
+
+// Each adds one command to the program.
+void AddTop(CLI::App& program, CommonOptions& common, Command& chosen);
+void AddTree(CLI::App& program, CommonOptions& common, Command& chosen);
+void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen);
+void AddShow(CLI::App& program, CommonOptions& common, Command& chosen);
+void AddCheck(CLI::App& program, CommonOptions& common, Command& chosen);
+void AddReport(CLI::App& program, CommonOptions& common, Command& chosen);
+void AddExport(CLI::App& program, CommonOptions& common, Command& chosen);
+
+}  // namespace tarnview

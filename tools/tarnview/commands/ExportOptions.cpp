@@ -1,0 +1,83 @@
+#include "commands/CommonOptions.h"
+#include "commands/ExportCommand.h"
+
+#include <map>
+#include <memory>
+
+namespace tarnview {
+
+namespace {
+
+constexpr const char* examples = R"(A tree is exported if one of its activities fits all filters.
+
+Examples:
+  tarnview export --to chrome -o trace.json server.log
+  tarnview export --to speedscope --slowest 50 -o profile.json server.log
+  tarnview export --to folded --weight memory server.log > stacks
+  tarnview export --to otlp --service shop server.log > spans.jsonl)";
+
+template <class Value>
+void AddChoice(CLI::App& command,
+               const std::string& name,
+               Value& value,
+               const std::map<std::string, Value>& choices,
+               const std::string& type,
+               const std::string& help) {
+    std::vector<std::string> names;
+    for (const auto& [choice, meaning] : choices) {
+        names.push_back(choice);
+    }
+    command
+        .add_option_function<std::string>(
+            name, [&value, choices](const std::string& text) { value = choices.at(text); }, help)
+        ->type_name(type)
+        ->check(CLI::IsMember(names));
+}
+
+}  // namespace
+
+void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
+    const auto options = std::make_shared<ExportOptions>();
+    CLI::App& command =
+        *program.add_subcommand("export", "Activities for trace viewers and flame graphs");
+    AddInputOptions(command, options->input);
+    AddChoice<ExportFormat>(command,
+                            "--to",
+                            options->format,
+                            {{"chrome", ExportFormat::Chrome},
+                             {"speedscope", ExportFormat::Speedscope},
+                             {"otlp", ExportFormat::Otlp},
+                             {"folded", ExportFormat::Folded}},
+                            "FORMAT",
+                            "chrome (trace-event JSON), speedscope, otlp (JSON lines) or folded "
+                            "(stacks)");
+    command.get_option("--to")->required();
+    AddChoice<FoldedWeight>(command,
+                            "--weight",
+                            options->weight,
+                            {{"time", FoldedWeight::Time},
+                             {"cpu", FoldedWeight::Cpu},
+                             {"memory", FoldedWeight::Memory}},
+                            "WEIGHT",
+                            "Of folded stacks: time (the default), cpu or memory, exclusive");
+    command.add_option("--service", options->service, "Of otlp: service.name, else the site")
+        ->type_name("NAME");
+    command
+        .add_option_function<std::size_t>(
+            "--slowest",
+            [options](std::size_t count) {
+                options->order = TreeOrder::Slowest;
+                options->count = count;
+            },
+            "The N trees whose roots took longest")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000));
+    AddFilterOptions(command, options->filter);
+    AddCommonOptions(command, common);
+    command.footer(examples);
+    command.callback([options, &chosen] {
+        chosen = [options](Context& context) { return RunExport(*options, context); };
+    });
+}
+
+}  // namespace tarnview

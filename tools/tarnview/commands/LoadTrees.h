@@ -1,0 +1,32 @@
+#pragma once
+
+#include "commands/Input.h"
+#include "model/ActivityForest.h"
+#include "model/TreeSelection.h"
+
+#include <functional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace tarnview {
+
+/// Joins the activities of one pass over the input; `onActivity` receives the ended ones as they
+/// end, then those that never did. The first pass reports what is wrong.
+void ReadActivities(Input& input,
+                    const ParserOptions& parsing,
+                    const std::function<void(Activity&&)>& onActivity);
+
+/// All activities, or those of the trees with these roots, linked.
+ActivityForest LoadAll(Input& input);
+ActivityForest LoadTrees(Input& input, const std::vector<std::string>& roots);
+
+/// The trees that a selection chooses, in two passes; in one if it chooses all. `roots` receives
+/// their order, empty if all are chosen as they began.
+ActivityForest LoadSelected(Input& input,
+                            const Filter& filter,
+                            TreeOrder order,
+                            std::size_t count,
+                            std::vector<std::string>& roots);
+
+}  // namespace tarnview

@@ -1,0 +1,44 @@
+#include "commands/CommonOptions.h"
+#include "commands/ReportCommand.h"
+
+#include <memory>
+
+namespace tarnview {
+
+namespace {
+
+constexpr const char* examples =
+    R"(The page needs nothing but a browser. Of a large log, choose what to show.
+
+Examples:
+  tarnview report -o report.html front.log back.log
+  tarnview report --slowest 200 -o report.html server.log
+  tarnview report --failed -o failures.html server.log)";
+
+}  // namespace
+
+void AddReport(CLI::App& program, CommonOptions& common, Command& chosen) {
+    const auto options = std::make_shared<ReportOptions>();
+    CLI::App& command = *program.add_subcommand(
+        "report", "A page for a browser: timeline, flame chart, table by name, failures");
+    AddInputOptions(command, options->input);
+    command
+        .add_option_function<std::size_t>(
+            "--slowest",
+            [options](std::size_t count) {
+                options->order = TreeOrder::Slowest;
+                options->count = count;
+            },
+            "The N trees whose roots took longest")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000));
+    AddFilterOptions(command, options->filter);
+    AddCommonOptions(command, common);
+    command.get_option("--output")->required();
+    command.footer(examples);
+    command.callback([options, &chosen] {
+        chosen = [options](Context& context) { return RunReport(*options, context); };
+    });
+}
+
+}  // namespace tarnview

@@ -1,0 +1,235 @@
+#include "commands/ShowCommand.h"
+
+#include "commands/LoadTrees.h"
+#include "output/TreePrinter.h"
+#include "output/Units.h"
+
+#include <cmath>
+#include <map>
+#include <ostream>
+#include <simdjson.h>
+
+namespace tarnview {
+
+namespace {
+
+using Index = ActivityForest::Index;
+
+std::string Upper(std::string text) {
+    for (char& letter : text) {
+        letter = letter >= 'a' && letter <= 'f' ? static_cast<char>(letter - 'a' + 'A') : letter;
+    }
+    return text;
+}
+
+// Ids are written in capital letters; people may type small ones.
+bool BeginsWith(std::string_view text, const std::string& beginning) {
+    return text.substr(0, beginning.size()) == beginning ||
+           text.substr(0, beginning.size()) == Upper(beginning);
+}
+
+class Sheet {
+public:
+    Sheet(const ActivityForest& forest, Context& context) : m_forest(forest), m_context(context) {}
+
+    void Print(Index index) {
+        const Activity& activity = m_forest[index];
+        m_context.out << m_context.terminal.Paint(OnOneLine(activity.name), Colour::Bold) << '\n';
+        PrintIdentity(activity);
+        PrintTimes(activity);
+        PrintResult(activity);
+        PrintFigures(activity.figures);
+        PrintTable("environment", activity.environment);
+        PrintTable("attributes", activity.attributes);
+        PrintTable("body at begin", activity.beginBody);
+        PrintTable("body at end", activity.endBody);
+        PrintSupplements(activity.endBody);
+        PrintSponsors(index);
+        PrintChildren(index);
+    }
+
+private:
+    void PrintField(const std::string& name, const std::string& value) {
+        if (!value.empty()) {
+            m_context.out << "  " << FitLeft(name, 16) << OnOneLine(value) << '\n';
+        }
+    }
+
+    void PrintIdentity(const Activity& activity) {
+        PrintField("id", activity.id);
+        PrintField("root", activity.root);
+        PrintField("depth", std::to_string(activity.depth));
+        PrintField("process", std::to_string(activity.process));
+        const std::string begin = std::to_string(activity.beginThread);
+        const std::string end = std::to_string(activity.endThread);
+        PrintField("thread", begin == end ? begin : begin + ", ended on " + end);
+        PrintField("session", activity.session);
+        PrintField("request", activity.request);
+        PrintField("user", activity.user);
+        PrintField("site", activity.site);
+        PrintField("req-desc", activity.description);
+    }
+
+    void PrintTimes(const Activity& activity) {
+        const auto at = [](const Place& place) {
+            return "  (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
+        };
+        PrintField("begin",
+                   activity.hasBegin
+                       ? FormatTimestamp(activity.begin) + at(activity.beginPlace)
+                       : "not in the log; by its end " + FormatTimestamp(activity.begin));
+        PrintField("end",
+                   activity.hasEnd ? FormatTimestamp(activity.end) + at(activity.endPlace)
+                                   : "never ended");
+        if (activity.hasEnd) {
+            PrintField("elapsed", FormatDuration(static_cast<double>(activity.Duration()) / 1e6));
+            PrintField("exclusive", std::to_string(std::llround(activity.exclusive * 1e3)) + " ms");
+        }
+    }
+
+    void PrintResult(const Activity& activity) {
+        if (!activity.hasEnd) {
+            return;
+        }
+        const std::string outcome = OutcomeOf(activity);
+        const bool isOk = activity.result == "ok";
+        m_context.out << "  " << FitLeft("result", 16)
+                      << (isOk ? "ok" : m_context.terminal.Paint(OnOneLine(outcome), Colour::Red))
+                      << '\n';
+        if (activity.failedChildren != 0) {
+            PrintField("failed below", std::to_string(activity.failedChildren));
+        }
+        if (activity.terminatedChildren != 0) {
+            PrintField("stopped below", std::to_string(activity.terminatedChildren));
+        }
+    }
+
+    void PrintFigures(const Figures& figures) {
+        if (!figures.isPresent) {
+            return;
+        }
+        const auto calls = [](double count) {
+            return " in " + std::to_string(std::llround(count)) + " calls";
+        };
+        const auto pair = [](const std::string& inclusive, const std::string& exclusive) {
+            return inclusive + ", exclusive " + exclusive;
+        };
+        PrintField("allocated",
+                   pair(FormatBytes(figures.ai) + calls(figures.ani),
+                        FormatBytes(figures.ae) + calls(figures.ane)));
+        PrintField("released",
+                   pair(FormatBytes(figures.di) + calls(figures.dni),
+                        FormatBytes(figures.de) + calls(figures.dne)));
+        PrintField("most in use", FormatBytes(figures.apeak));
+        PrintField("cpu in kernel",
+                   pair(FormatDuration(figures.ki / 1e6), FormatDuration(figures.ke / 1e6)));
+        PrintField("cpu in program",
+                   pair(FormatDuration(figures.ui / 1e6), FormatDuration(figures.ue / 1e6)));
+        PrintField("threads", std::to_string(std::llround(figures.threads)));
+    }
+
+    void PrintTable(const char* title, const std::string& table) {
+        simdjson::dom::object members;
+        if (table.empty() || m_parser.parse(table).get(members) != simdjson::SUCCESS) {
+            return;
+        }
+        bool hasTitle = false;
+        for (const auto member : members) {
+            if (member.key == "logs") {
+                continue;  // the supplements, which have a place of their own
+            }
+            if (!hasTitle) {
+                m_context.out << title << '\n';
+                hasTitle = true;
+            }
+            PrintField(std::string(member.key) + " ",
+                       member.value.is_string() ? std::string(std::string_view(member.value))
+                                                : simdjson::minify(member.value));
+        }
+    }
+
+    void PrintSupplements(const std::string& body) {
+        simdjson::dom::array logs;
+        if (body.empty() || m_parser.parse(body)["logs"].get(logs) != simdjson::SUCCESS) {
+            return;
+        }
+        m_context.out << "supplements\n";
+        for (const simdjson::dom::element supplement : logs) {
+            m_context.out << "  " << OnOneLine(PairsOf(simdjson::minify(supplement))) << '\n';
+        }
+    }
+
+    void PrintSponsors(Index index) {
+        std::vector<Index> chain;
+        for (Index next = m_forest.ParentOf(index); next != ActivityForest::none;
+             next = m_forest.ParentOf(next)) {
+            chain.push_back(next);
+        }
+        PrintList("sponsors, the nearest first", chain);
+    }
+
+    void PrintChildren(Index index) { PrintList("children", m_forest.ChildrenOf(index)); }
+
+    void PrintList(const char* title, const std::vector<Index>& activities) {
+        if (activities.empty()) {
+            return;
+        }
+        m_context.out << title << '\n';
+        for (const Index index : activities) {
+            const Activity& activity = m_forest[index];
+            const std::string outcome = OutcomeOf(activity);
+            const std::string duration =
+                activity.hasEnd ? FormatDuration(static_cast<double>(activity.Duration()) / 1e6)
+                                : "?";
+            m_context.out << "  " << activity.id << FitRight(duration, 13) << "  "
+                          << OnOneLine(activity.name)
+                          << (outcome.empty() ? "" : "  " + OnOneLine(outcome)) << '\n';
+        }
+    }
+
+    const ActivityForest& m_forest;
+    Context& m_context;
+    simdjson::dom::parser m_parser;
+};
+
+}  // namespace
+
+int RunShow(const ShowOptions& options, Context& context) {
+    Input input(options.input, context);
+    input.Scanner().AllowSecondPass();
+    std::map<std::string, std::string> roots;  // by id
+    ReadActivities(input, {}, [&](Activity&& activity) {
+        if (BeginsWith(activity.id, options.id)) {
+            roots.emplace(activity.id, activity.root);
+        }
+    });
+    if (roots.size() != 1) {
+        constexpr std::size_t mostShown = 10;
+        context.err << "tarnview: "
+                    << (roots.empty() ? "no activity has" : "several activities have")
+                    << " an id that begins with '" << OnOneLine(options.id) << "'\n";
+        std::size_t shown = 0;
+        for (const auto& [id, root] : roots) {
+            if (++shown > mostShown) {
+                context.err << "  and " << roots.size() - mostShown << " more\n";
+                break;
+            }
+            context.err << "  " << OnOneLine(id) << '\n';
+        }
+        return exitFound;
+    }
+    const ActivityForest forest = LoadTrees(input, {roots.begin()->second});
+    Sheet sheet(forest, context);
+    const char* separator = "";
+    for (Index index = 0; index < forest.Size(); ++index) {
+        if (forest[index].id == roots.begin()->first) {
+            context.out << separator;
+            sheet.Print(index);
+            separator = "\n";
+        }
+    }
+    input.Finish();
+    return exitSuccess;
+}
+
+}  // namespace tarnview

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "commands/Context.h"
+
+#include <string>
+
+namespace tarnview {
+
+struct ShowOptions {
+    InputOptions input;
+    std::string id;  ///< or its beginning
+};
+
+/// Prints all that is known about one activity; exitFound if the log has none or several whose ids
+/// begin so. Throws `std::system_error` if a file cannot be read.
+int RunShow(const ShowOptions& options, Context& context);
+
+}  // namespace tarnview

@@ -1,0 +1,169 @@
+#include "commands/TopCommand.h"
+
+#include "commands/Input.h"
+#include "commands/TopColumns.h"
+#include "model/TopStatistics.h"
+#include "output/Units.h"
+
+#include <algorithm>
+#include <ostream>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+namespace tarnview {
+
+namespace {
+
+using Rows = std::vector<TopRow>;
+using Columns = std::vector<TopColumn>;
+using Headings = std::vector<std::string>;
+
+// Numbers from the largest down, keys from A to Z; equal ones by key, so that the order is fixed.
+void Sort(Rows& rows, const Headings& groups, const TopOptions& options) {
+    const auto group = std::find(groups.begin(), groups.end(), options.sortBy);
+    const TopColumn* const column = FindTopColumn(options.sortBy);
+    const bool isByGroup = column == nullptr;
+    const auto key = static_cast<std::size_t>(group - groups.begin());
+    const auto isBefore = [&](const TopRow& a, const TopRow& b) {
+        if (isByGroup) {
+            return a.key[key] != b.key[key] ? a.key[key] < b.key[key] : a.key < b.key;
+        }
+        const double first = column->value(a);
+        const double second = column->value(b);
+        return first != second ? first > second : a.key < b.key;
+    };
+    std::sort(rows.begin(), rows.end(), [&](const TopRow& a, const TopRow& b) {
+        return options.isReversed ? isBefore(b, a) : isBefore(a, b);
+    });
+}
+
+void PrintTable(std::ostream& out,
+                const Rows& rows,
+                const Headings& groups,
+                const Columns& columns,
+                const Terminal& terminal) {
+    constexpr std::size_t widestKey = 48;
+    std::vector<std::size_t> keyWidths;
+    for (std::size_t index = 0; index < groups.size(); ++index) {
+        std::size_t width = TextWidth(groups[index]);
+        for (const TopRow& row : rows) {
+            width = std::max(width, TextWidth(row.key[index]));
+        }
+        keyWidths.push_back(std::min(width, widestKey));
+    }
+    std::string heading;
+    for (std::size_t index = 0; index < groups.size(); ++index) {
+        heading += FitLeft(groups[index], keyWidths[index]) + " ";
+    }
+    for (const TopColumn& column : columns) {
+        heading += FitRight(column.name, column.width) + " ";
+    }
+    heading.pop_back();
+    out << terminal.Paint(heading, Colour::Bold) << '\n';
+    for (const TopRow& row : rows) {
+        std::string line;
+        for (std::size_t index = 0; index < groups.size(); ++index) {
+            line += FitLeft(OnOneLine(row.key[index]), keyWidths[index]) + " ";
+        }
+        for (const TopColumn& column : columns) {
+            const std::string text = FitRight(column.format(column.value(row)), column.width);
+            const bool isBad = column.isBad && column.value(row) != 0;
+            line += (isBad ? terminal.Paint(text, Colour::Red) : text) + " ";
+        }
+        line.pop_back();
+        out << line << '\n';
+    }
+}
+
+std::string CsvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "\"";
+    for (const char character : text) {
+        quoted.append(character == '"' ? 2 : 1, character);
+    }
+    return quoted + "\"";
+}
+
+void PrintCsv(std::ostream& out, const Rows& rows, const Headings& groups, const Columns& columns) {
+    for (const std::string& group : groups) {
+        out << CsvField(group) << ',';
+    }
+    for (const TopColumn& column : columns) {
+        out << column.field << (&column == &columns.back() ? "\n" : ",");
+    }
+    for (const TopRow& row : rows) {
+        for (const std::string& key : row.key) {
+            out << CsvField(key) << ',';
+        }
+        for (const TopColumn& column : columns) {
+            out << column.raw(column.value(row)) << (&column == &columns.back() ? "\n" : ",");
+        }
+    }
+}
+
+void PrintJson(std::ostream& out,
+               const Rows& rows,
+               const Headings& groups,
+               const Columns& columns) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+    writer.SetIndent(' ', 2);
+    writer.StartArray();
+    for (const TopRow& row : rows) {
+        writer.StartObject();
+        for (std::size_t index = 0; index < groups.size(); ++index) {
+            writer.Key(groups[index]);
+            writer.String(row.key[index]);
+        }
+        for (const TopColumn& column : columns) {
+            const std::string number = column.raw(column.value(row));
+            writer.Key(column.field.data(), static_cast<unsigned>(column.field.size()));
+            writer.RawValue(number.data(), number.size(), rapidjson::kNumberType);
+        }
+        writer.EndObject();
+    }
+    writer.EndArray();
+    out << buffer.GetString() << '\n';
+}
+
+}  // namespace
+
+std::vector<std::string> TopColumnNames() {
+    std::vector<std::string> names;
+    for (const TopColumn& column : TopColumns(true)) {
+        names.emplace_back(column.name);
+    }
+    return names;
+}
+
+int RunTop(const TopOptions& options, Context& context) {
+    TopStatistics statistics(Grouping::FromNames(options.groupBy).value(), options.filter);
+    Input input(options.input, context);
+    ParserOptions parsing;
+    parsing.wantsTables = statistics.GroupedBy().NeedsTables();
+    input.Scanner().Scan(parsing,
+                         [&](const LogLine& line, const Place&) { statistics.Take(line); });
+    Rows rows = statistics.TakeRows();
+    Sort(rows, options.groupBy, options);
+    if (options.limit != 0 && rows.size() > options.limit) {
+        rows.resize(options.limit);
+    }
+    const Columns columns = TopColumns(statistics.CountsBegins());
+    switch (options.format) {
+        case TopFormat::Table:
+            PrintTable(context.out, rows, options.groupBy, columns, context.terminal);
+            break;
+        case TopFormat::Csv:
+            PrintCsv(context.out, rows, options.groupBy, columns);
+            break;
+        case TopFormat::Json:
+            PrintJson(context.out, rows, options.groupBy, columns);
+            break;
+    }
+    input.Finish();
+    return exitSuccess;
+}
+
+}  // namespace tarnview

@@ -1,0 +1,71 @@
+#include "commands/CommonOptions.h"
+#include "commands/TopCommand.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+
+namespace tarnview {
+
+namespace {
+
+constexpr const char* examples = R"(Examples:
+  tarnview top server.log
+  tarnview top --by user,name --sort p99 --limit 10 server.log
+  tarnview top --by attributes.tenant --csv server.log > tenants.csv
+  tarnview top --failed --by name,result --json front.log back.log
+  zcat old.log.gz | tarnview top -)";
+
+void Check(const TopOptions& options) {
+    if (!Grouping::FromNames(options.groupBy)) {
+        throw CLI::ValidationError("--by", "known are " + Grouping::KnownNames());
+    }
+    std::vector<std::string> names = TopColumnNames();
+    names.insert(names.end(), options.groupBy.begin(), options.groupBy.end());
+    if (std::find(names.begin(), names.end(), options.sortBy) == names.end()) {
+        std::string known;
+        for (const std::string& name : names) {
+            known += (known.empty() ? "" : ", ") + name;
+        }
+        throw CLI::ValidationError("--sort", "'" + options.sortBy + "' is none of " + known);
+    }
+}
+
+}  // namespace
+
+void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
+    const auto options = std::make_shared<TopOptions>();
+    CLI::App& command =
+        *program.add_subcommand("top", "Figures of all activities of each name, or other group");
+    AddInputOptions(command, options->input);
+    command
+        .add_option("--by",
+                    options->groupBy,
+                    "Group by these fields, joined by commas: " + Grouping::KnownNames())
+        ->type_name("FIELDS")
+        ->delimiter(',')
+        ->default_str("name")
+        ->allow_extra_args(false);
+    command.add_option("--sort", options->sortBy, "Sort by this column")
+        ->type_name("COLUMN")
+        ->capture_default_str();
+    command.add_flag("--reverse", options->isReversed, "The smallest first");
+    command.add_option("--limit", options->limit, "As many rows at most")->type_name("N");
+    auto* const csv = command.add_flag_callback(
+        "--csv",
+        [options] { options->format = TopFormat::Csv; },
+        "As CSV: seconds, microseconds and bytes as plain numbers");
+    command
+        .add_flag_callback(
+            "--json", [options] { options->format = TopFormat::Json; }, "As a JSON array")
+        ->excludes(csv);
+    AddFilterOptions(command, options->filter);
+    AddCommonOptions(command, common);
+    command.footer(examples);
+    command.callback([options, &chosen] {
+        Check(*options);
+        chosen = [options](Context& context) { return RunTop(*options, context); };
+    });
+}
+
+}  // namespace tarnview

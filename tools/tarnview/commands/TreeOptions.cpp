@@ -1,0 +1,55 @@
+#include "commands/CommonOptions.h"
+#include "commands/TreeCommand.h"
+
+#include <memory>
+
+namespace tarnview {
+
+namespace {
+
+constexpr int mostTrees = 1'000'000;
+
+constexpr const char* examples = R"(A tree is shown if one of its activities fits all filters.
+
+Examples:
+  tarnview tree --slowest 3 server.log
+  tarnview tree --failed --last 5 --attributes server.log
+  tarnview tree --root 766D8930 front.log back.log
+  tarnview tree --name 'load*' --slower-than 250ms --since 2026-11-21T06:00 server.log)";
+
+}  // namespace
+
+void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
+    const auto options = std::make_shared<TreeOptions>();
+    CLI::App& command = *program.add_subcommand(
+        "tree", "Activities as trees, across threads and processes, with figures and failures");
+    AddInputOptions(command, options->input);
+    auto* const slowest = command.add_option_function<std::size_t>(
+        "--slowest",
+        [options](std::size_t count) {
+            options->order = TreeOrder::Slowest;
+            options->count = count;
+        },
+        "The N trees whose roots took longest, the slowest first");
+    slowest->type_name("N")->check(CLI::Range(1, mostTrees));
+    auto* const last = command.add_option_function<std::size_t>(
+        "--last",
+        [options](std::size_t count) {
+            options->order = TreeOrder::Last;
+            options->count = count;
+        },
+        "The N trees that began last");
+    last->type_name("N")->check(CLI::Range(1, mostTrees))->excludes(slowest);
+    command.add_option("--depth", options->depth, "As many levels at most")->type_name("N");
+    command.add_flag("-a,--attributes",
+                     options->showsAttributes,
+                     "Below each activity its attributes and supplements");
+    AddFilterOptions(command, options->filter);
+    AddCommonOptions(command, common);
+    command.footer(examples);
+    command.callback([options, &chosen] {
+        chosen = [options](Context& context) { return RunTree(*options, context); };
+    });
+}
+
+}  // namespace tarnview

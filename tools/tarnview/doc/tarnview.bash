@@ -1,0 +1,52 @@
+# Completion of tarnview for bash.
+
+_tarnview() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local commands="top tree open show check report export"
+    local common="--help --output --color --no-progress --no-rotated"
+    local filters="--root --name --user --site --result --failed --slower-than --since --before"
+    local fields="name user site req-desc session request result root pid tid depth"
+    local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"
+    local kinds="unreadable long cut duplicate wrong no-begin repeated cycle clock lost figures"
+    kinds+=" never-ended"
+    COMPREPLY=()
+
+    if [ "$COMP_CWORD" -eq 1 ]; then
+        mapfile -t COMPREPLY < <(compgen -W "$commands --help --version" -- "$current")
+        return
+    fi
+    local words=
+    case $previous in
+        --to) words="chrome speedscope otlp folded" ;;
+        --weight) words="time cpu memory" ;;
+        --color) words="auto always never" ;;
+        --by) words=$fields ;;
+        --sort) words="$columns $fields" ;;
+        --ignore) words=$kinds ;;
+        --root | --name | --user | --site | --result | --slower-than | --since | --before | \
+            --limit | --slowest | --last | --depth | --stuck | --interval | --updates | --service)
+            return
+            ;;
+    esac
+    if [ -n "$words" ]; then
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+        return
+    fi
+    if [[ $current == -* && $previous != --output && $previous != -o ]]; then
+        case ${COMP_WORDS[1]} in
+            top) words="$common $filters --by --sort --reverse --limit --csv --json" ;;
+            tree) words="$common $filters --slowest --last --depth --attributes" ;;
+            open) words="$common --stuck --now --follow --interval --updates" ;;
+            show) words=$common ;;
+            check) words="$common --ignore --quiet" ;;
+            report) words="$common $filters --slowest" ;;
+            export) words="$common $filters --to --weight --service --slowest" ;;
+        esac
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+        return
+    fi
+    mapfile -t COMPREPLY < <(compgen -f -- "$current")
+    compopt -o filenames 2>/dev/null
+}
+
+complete -F _tarnview tarnview

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "model/ActivityForest.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+namespace tarnview {
+
+/// The JSON of trace viewers: times in microseconds from the earliest begin on; what nests on its
+/// thread as complete events, what does not as asynchronous ones; an arrow where work was handed
+/// to another thread or process.
+void ExportChrome(const ActivityForest& forest, std::ostream& out);
+
+/// Flame graphs for speedscope: for each thread a profile of begins and ends in nanoseconds, and
+/// for each process one of the bytes that each stack allocated.
+void ExportSpeedscope(const ActivityForest& forest, std::ostream& out);
+
+/// OpenTelemetry's JSON, one export request a line, of a few hundred spans of one process each.
+/// `service` names all processes; if it is empty, each has the name of its site. Returns how many
+/// activities were left out because they never ended.
+std::uint64_t ExportOtlp(const ActivityForest& forest,
+                         const std::string& service,
+                         std::ostream& out);
+
+enum class FoldedWeight { Time, Cpu, Memory };
+
+/// A line for each stack of names: "serve;query;read 1234". The weight is the exclusive one, in
+/// microseconds or bytes; stacks without any are left out.
+void ExportFolded(const ActivityForest& forest, FoldedWeight weight, std::ostream& out);
+
+}  // namespace tarnview

@@ -1,0 +1,58 @@
+#include "export/Exports.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <ostream>
+
+namespace tarnview {
+
+namespace {
+
+using Index = ActivityForest::Index;
+
+// The form parts names by semicolons and lines by line ends.
+std::string FrameOf(std::string name) {
+    for (char& letter : name) {
+        if (letter == ';' || static_cast<unsigned char>(letter) < 0x20) {
+            letter = '_';
+        }
+    }
+    return name;
+}
+
+long long WeightOf(const Activity& activity, FoldedWeight weight) {
+    switch (weight) {
+        case FoldedWeight::Time:
+            return std::llround(activity.exclusive * 1e6);
+        case FoldedWeight::Cpu:
+            return std::llround(activity.figures.CpuExclusive());
+        case FoldedWeight::Memory:
+            return std::llround(activity.figures.ae);
+    }
+    return 0;
+}
+
+}  // namespace
+
+void ExportFolded(const ActivityForest& forest, FoldedWeight weight, std::ostream& out) {
+    std::map<std::string, long long> stacks;
+    for (const Index top : forest.Tops()) {
+        std::vector<std::size_t> lengths;  // of the path down to each level
+        std::string path;
+        for (const auto& [index, level] : forest.PreOrder(top)) {
+            path.resize(level == 0 ? 0 : lengths[level - 1]);
+            path += (level == 0 ? "" : ";") + FrameOf(forest[index].name);
+            lengths.resize(level);
+            lengths.push_back(path.size());
+            stacks[path] += WeightOf(forest[index], weight);
+        }
+    }
+    for (const auto& [path, sum] : stacks) {
+        if (sum > 0) {
+            out << path << ' ' << sum << '\n';
+        }
+    }
+}
+
+}  // namespace tarnview

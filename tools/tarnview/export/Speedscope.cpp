@@ -1,0 +1,175 @@
+#include "export/Exports.h"
+#include "export/Json.h"
+#include "export/ThreadLanes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace tarnview {
+
+namespace {
+
+using Index = ActivityForest::Index;
+
+constexpr long long nanosecondsPerMicrosecond = 1000;
+
+class SpeedscopeWriter {
+public:
+    SpeedscopeWriter(const ActivityForest& forest, std::ostream& out)
+        : m_forest(forest),
+          m_json(out) {
+        for (Index index = 0; index < forest.Size(); ++index) {
+            const std::string& name = forest[index].name;
+            if (m_frames.emplace(name, m_names.size()).second) {
+                m_names.push_back(name);
+            }
+            const TimeSpan span = SpanOf(forest, index);
+            m_base = index == 0 ? span.begin : std::min(m_base, span.begin);
+            m_end = std::max(m_end, span.end);
+        }
+    }
+
+    void Write() {
+        m_json.BeginObject();
+        m_json.Member("$schema", "https://www.speedscope.app/file-format-schema.json");
+        m_json.Member("exporter", "tarnview");
+        m_json.Member("name", "activities");
+        m_json.Key("shared");
+        m_json.BeginObject();
+        m_json.Key("frames");
+        m_json.BeginArray();
+        for (const std::string& name : m_names) {
+            m_json.BeginObject();
+            m_json.Member("name", name);
+            m_json.EndObject();
+        }
+        m_json.EndArray();
+        m_json.EndObject();
+        m_json.Key("profiles");
+        m_json.BeginArray();
+        for (const ThreadLane& lane : MakeThreadLanes(m_forest)) {
+            WriteLane(lane);
+        }
+        WriteMemory();
+        m_json.EndArray();
+        m_json.EndObject();
+    }
+
+private:
+    static std::string NameOf(const ThreadLane& lane) {
+        return "process " + std::to_string(lane.process) + " thread " +
+               std::to_string(lane.thread) +
+               (lane.number == 0 ? "" : " overlapping " + std::to_string(lane.number));
+    }
+
+    long long Nanoseconds(Microseconds time) const {
+        return (time - m_base) * nanosecondsPerMicrosecond;
+    }
+
+    void WriteHeader(std::string_view type, std::string_view name, std::string_view unit) {
+        m_json.Member("type", type);
+        m_json.Member("name", name);
+        m_json.Member("unit", unit);
+    }
+
+    void WriteEvent(std::string_view type, Index index, Microseconds time) {
+        m_json.BeginObject();
+        m_json.Member("type", type);
+        m_json.Member("frame", static_cast<long long>(m_frames.at(m_forest[index].name)));
+        m_json.Member("at", Nanoseconds(time));
+        m_json.EndObject();
+    }
+
+    void WriteLane(const ThreadLane& lane) {
+        m_json.BeginObject();
+        WriteHeader("evented", NameOf(lane), "nanoseconds");
+        m_json.Member("startValue", 0LL);
+        m_json.Member("endValue", Nanoseconds(m_end));
+        m_json.Key("events");
+        m_json.BeginArray();
+        std::vector<Index> open;
+        const auto closeUntil = [&](Microseconds time) {
+            while (!open.empty() && SpanOf(m_forest, open.back()).end <= time) {
+                WriteEvent("C", open.back(), SpanOf(m_forest, open.back()).end);
+                open.pop_back();
+            }
+        };
+        for (const Index index : lane.activities) {
+            const TimeSpan span = SpanOf(m_forest, index);
+            closeUntil(span.begin);
+            WriteEvent("O", index, span.begin);
+            open.push_back(index);
+        }
+        closeUntil(m_end);
+        m_json.EndArray();
+        m_json.EndObject();
+    }
+
+    // The frames from the top of the tree down, within the process.
+    std::vector<std::size_t> StackOf(Index index) const {
+        std::vector<std::size_t> stack;
+        for (Index next = index;
+             next != ActivityForest::none && m_forest[next].process == m_forest[index].process;
+             next = m_forest.ParentOf(next)) {
+            stack.push_back(m_frames.at(m_forest[next].name));
+        }
+        std::reverse(stack.begin(), stack.end());
+        return stack;
+    }
+
+    void WriteMemory() {
+        std::map<std::int64_t, std::map<std::vector<std::size_t>, long long>> processes;
+        for (Index index = 0; index < m_forest.Size(); ++index) {
+            const long long bytes = std::llround(m_forest[index].figures.ae);
+            if (bytes > 0) {
+                processes[m_forest[index].process][StackOf(index)] += bytes;
+            }
+        }
+        for (const auto& [process, stacks] : processes) {
+            m_json.BeginObject();
+            WriteHeader(
+                "sampled", "process " + std::to_string(process) + " memory allocated", "bytes");
+            long long total = 0;
+            m_json.Key("samples");
+            m_json.BeginArray();
+            for (const auto& [stack, bytes] : stacks) {
+                m_json.BeginArray();
+                for (const std::size_t frame : stack) {
+                    m_json.Number(static_cast<long long>(frame));
+                }
+                m_json.EndArray();
+                total += bytes;
+            }
+            m_json.EndArray();
+            m_json.Key("weights");
+            m_json.BeginArray();
+            for (const auto& [stack, bytes] : stacks) {
+                m_json.Number(bytes);
+            }
+            m_json.EndArray();
+            m_json.Member("startValue", 0LL);
+            m_json.Member("endValue", total);
+            m_json.EndObject();
+        }
+    }
+
+    const ActivityForest& m_forest;
+    Json m_json;
+    std::unordered_map<std::string, std::size_t> m_frames;
+    std::vector<std::string> m_names;
+    Microseconds m_base = 0;
+    Microseconds m_end = 0;
+};
+
+}  // namespace
+
+void ExportSpeedscope(const ActivityForest& forest, std::ostream& out) {
+    SpeedscopeWriter(forest, out).Write();
+    out << '\n';
+}
+
+}  // namespace tarnview

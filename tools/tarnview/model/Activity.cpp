@@ -1,0 +1,74 @@
+#include "model/Activity.h"
+
+#include <cmath>
+
+namespace tarnview {
+
+namespace {
+
+constexpr double microsecondsPerSecond = 1e6;
+
+void ReadIdentity(const LogLine& line, Activity& activity) {
+    activity.id = line.id;
+    activity.name = line.name;
+    activity.sponsor = line.sponsor;
+    activity.root = line.root;
+    activity.depth = line.depth;
+    activity.process = line.process;
+}
+
+// Both lines say for whom the work is done, and the later one may know more.
+void ReadOwner(const LogLine& line, Activity& activity) {
+    activity.session = line.session;
+    activity.user = line.user;
+    activity.site = line.site;
+    activity.request = line.request;
+    if (!line.description.empty()) {
+        activity.description = line.description;
+    }
+    activity.attributes = line.attributes;
+}
+
+}  // namespace
+
+Microseconds Activity::Duration() const {
+    constexpr Microseconds tolerance = 2'000;
+    const auto logged = std::llround(elapsed * microsecondsPerSecond);
+    const Microseconds measured = end - begin;
+    const bool agrees = measured >= logged && measured < logged + tolerance;
+    return hasBegin && hasEnd && agrees ? measured : logged;
+}
+
+void ReadBegin(const LogLine& line, const Place& place, Activity& activity) {
+    ReadIdentity(line, activity);
+    ReadOwner(line, activity);
+    activity.hasBegin = true;
+    activity.beginThread = activity.endThread = line.thread;
+    activity.begin = activity.end = line.time;
+    activity.beginPlace = place;
+    activity.beginBody = line.body;
+}
+
+void ReadEnd(const LogLine& line, const Place& place, Activity& activity) {
+    ReadOwner(line, activity);
+    activity.elapsed = line.elapsed;
+    activity.end = line.time;
+    if (!activity.hasBegin) {
+        ReadIdentity(line, activity);
+        activity.beginThread = line.thread;
+        activity.begin = line.time - std::llround(line.elapsed * microsecondsPerSecond);
+    }
+    activity.hasEnd = true;
+    activity.endThread = line.thread != 0 ? line.thread : activity.beginThread;
+    activity.endPlace = place;
+    activity.exclusive = line.exclusive;
+    activity.result = line.result;
+    activity.failedChildren = line.failedChildren;
+    activity.terminatedChildren = line.terminatedChildren;
+    activity.figures = line.figures;
+    activity.environment = line.environment;
+    activity.resultDetails = line.resultDetails;
+    activity.endBody = line.body;
+}
+
+}  // namespace tarnview

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "read/LogLine.h"
+#include "read/Problems.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tarnview {
+
+/// One activity: its begin and its end line together. A value.
+struct Activity {
+    std::string id;
+    std::string name;
+    std::string sponsor;  ///< empty at the top of a tree
+    std::string root;     ///< at the top of a tree the id
+    std::int64_t depth = 0;
+    std::int64_t process = 0;
+    std::int64_t beginThread = 0;
+    std::int64_t endThread = 0;
+    std::string session;
+    std::string request;
+    std::string user;
+    std::string site;
+    std::string description;
+
+    bool hasBegin = false;
+    bool hasEnd = false;
+    Microseconds begin = 0;  ///< without a begin line: computed from the end line
+    Microseconds end = 0;    ///< without an end line: `begin`
+    Place beginPlace;
+    Place endPlace;
+
+    double elapsed = 0;    ///< seconds, as the log says
+    double exclusive = 0;  ///< seconds, as the log says
+    std::string result;    ///< empty if it has not ended
+    std::int64_t failedChildren = 0;
+    std::int64_t terminatedChildren = 0;
+    Figures figures;
+
+    // JSON texts, only if the parser was asked for tables.
+    std::string environment;
+    std::string resultDetails;
+    std::string attributes;
+    std::string beginBody;
+    std::string endBody;
+
+    bool IsFailure() const { return hasEnd && result != "ok" && result != "early-termination"; }
+
+    bool IsEarlyTermination() const { return hasEnd && result == "early-termination"; }
+
+    /// From begin to end: by the times of the two lines, which are finer than `elapsed`, if they
+    /// agree with it; else `elapsed`. Clocks that are set make them disagree.
+    Microseconds Duration() const;
+};
+
+/// Takes from a begin line all that it says, or from an end line what the begin line did not say.
+void ReadBegin(const LogLine& line, const Place& place, Activity& activity);
+void ReadEnd(const LogLine& line, const Place& place, Activity& activity);
+
+}  // namespace tarnview

@@ -1,0 +1,56 @@
+#include "model/DurationHistogram.h"
+
+#include <bit>
+#include <cmath>
+#include <cstddef>
+
+namespace tarnview {
+
+namespace {
+
+// Of each value the highest 11 bits count; so values of 11 bits and less have a class each.
+constexpr unsigned keptBits = 11;
+constexpr std::uint64_t classesPerPower = std::uint64_t{1} << (keptBits - 1);
+
+std::size_t ClassOf(std::uint64_t value) {
+    const auto bits = static_cast<unsigned>(std::bit_width(value));
+    if (bits <= keptBits) {
+        return value;
+    }
+    const unsigned dropped = bits - keptBits;
+    return dropped * classesPerPower + (value >> dropped);
+}
+
+std::uint64_t LowerEdge(std::size_t index) {
+    if (index < 2 * classesPerPower) {
+        return index;
+    }
+    const std::size_t dropped = index / classesPerPower - 1;
+    return (index - dropped * classesPerPower) << dropped;
+}
+
+}  // namespace
+
+void DurationHistogram::Add(std::uint64_t milliseconds) {
+    constexpr std::uint64_t aCentury = 3'155'760'000'000;
+    const std::size_t index = ClassOf(milliseconds < aCentury ? milliseconds : aCentury);
+    if (index >= m_counts.size()) {
+        m_counts.resize(index + 1);
+    }
+    ++m_counts[index];
+    ++m_count;
+}
+
+std::uint64_t DurationHistogram::Quantile(double share) const {
+    const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(m_count)));
+    std::uint64_t seen = 0;
+    for (std::size_t index = 0; index < m_counts.size(); ++index) {
+        seen += m_counts[index];
+        if (seen != 0 && seen >= wanted) {
+            return LowerEdge(index);
+        }
+    }
+    return 0;
+}
+
+}  // namespace tarnview

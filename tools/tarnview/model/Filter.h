@@ -1,0 +1,39 @@
+#pragma once
+
+#include "model/Activity.h"
+#include "read/LogLine.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnview {
+
+/// Which activities are wanted. An empty one wants all. Patterns are those of the shell ("load*");
+/// of several for the same field one must fit, and all fields must fit.
+struct Filter {
+    std::vector<std::string> roots{};  ///< beginnings of ids of roots
+    std::vector<std::string> names{};
+    std::vector<std::string> users{};
+    std::vector<std::string> sites{};
+    std::vector<std::string> results{};
+    bool isFailed = false;                 ///< anything but "ok"
+    std::optional<double> slowerThan{};    ///< seconds
+    std::optional<Microseconds> since{};   ///< still running at this time or later
+    std::optional<Microseconds> before{};  ///< begun earlier than this
+
+    bool IsEmpty() const;
+
+    /// Whether an activity that has not ended can pass.
+    bool WantsOpen() const { return !isFailed && results.empty() && !slowerThan; }
+
+    bool Passes(const Activity& activity) const;
+
+    /// For an end line alone: its begin is computed from what it says.
+    bool Passes(const LogLine& endLine) const;
+};
+
+/// "250ms", "1.5s", "2m", "1h", or seconds without a unit. Nothing if it is none of these.
+std::optional<double> ParseDuration(const std::string& text);
+
+}  // namespace tarnview

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "model/Activity.h"
+#include "model/Filter.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+namespace tarnview {
+
+enum class TreeOrder { AsBegun, Slowest, Last };
+
+/// Chooses trees in a first pass over the log, so that a second one holds nothing else. Knows of
+/// each tree its root's id and a few numbers. Used by one thread.
+class TreeSelection {
+public:
+    /// `count` trees at most; 0: all. Wanted are trees in which at least one activity passes.
+    TreeSelection(Filter filter, TreeOrder order, std::size_t count);
+
+    void Take(const Activity& activity);
+
+    /// Ids of the roots of the chosen trees, in their order.
+    std::vector<std::string> Chosen() const;
+
+private:
+    struct Tree {
+        Microseconds begin = 0;
+        Microseconds duration = -1;  // of the root, or of the longest activity while it is not seen
+        bool hasRoot = false;
+        bool isOpen = false;
+        bool isWanted = false;
+    };
+
+    using Trees = std::unordered_map<std::string, Tree>;
+
+    Microseconds DurationOf(const Tree& tree) const;
+
+    Filter m_filter;
+    TreeOrder m_order;
+    std::size_t m_count;
+    Trees m_trees;
+    Microseconds m_lastTime = 0;
+};
+
+}  // namespace tarnview

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "model/ActivityForest.h"
+#include "output/Terminal.h"
+
+#include <cstddef>
+#include <iosfwd>
+#include <string>
+
+namespace tarnview {
+
+/// Prints a tree of activities, a line for each, with figures, a bar that shows which part of the
+/// whole time each took, and what failed.
+class TreePrinter {
+public:
+    struct Options {
+        std::size_t depth = 0;  ///< levels; 0: all
+        bool showsAttributes = false;
+    };
+
+    TreePrinter(std::ostream& out, const Terminal& terminal, Options options);
+
+    /// The activity at `top`, all below it, and before it what it is about.
+    void Print(const ActivityForest& forest, ActivityForest::Index top);
+
+private:
+    struct Span {
+        Microseconds begin = 0;
+        Microseconds length = 0;
+    };
+
+    void PrintTitle(const Activity& activity);
+    void PrintHeading(std::size_t nameWidth);
+    void PrintRow(const ActivityForest& forest,
+                  const ActivityForest::Step& step,
+                  const Span& whole,
+                  std::size_t nameWidth);
+    void PrintDetails(const Activity& activity, std::size_t indent);
+    static std::string Bar(const Span& whole, const Span& part);
+
+    std::ostream& m_out;
+    Terminal m_terminal;
+    Options m_options;
+};
+
+/// What there is to say about a result: "" for "ok", "never ended", "exception: type=..., msg=...".
+std::string OutcomeOf(const Activity& activity);
+
+/// The members of a JSON table as "name=value", parted by blanks; those that say nothing are left
+/// out. A table that is broken reads "(unreadable)".
+std::string PairsOf(const std::string& table);
+
+}  // namespace tarnview

@@ -1,0 +1,103 @@
+#include "output/Units.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace tarnview {
+
+namespace {
+
+// Three digits that count.
+std::string ThreeDigits(double number, const char* unit) {
+    char text[48];
+    const double size = std::fabs(number);
+    const int decimals = size < 9.995 ? 2 : size < 99.95 ? 1 : 0;
+    std::snprintf(text, sizeof(text), "%.*f %s", decimals, number, unit);
+    return text;
+}
+
+std::string WholeUnits(long long larger,
+                       const char* largeUnit,
+                       long long smaller,
+                       const char* unit) {
+    return std::to_string(larger) + " " + largeUnit + " " + std::to_string(smaller) + " " + unit;
+}
+
+bool IsContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+}  // namespace
+
+std::string FormatDuration(double seconds) {
+    const double size = std::fabs(seconds);
+    if (size < 0.0009995) {
+        return std::to_string(std::llround(seconds * 1e6)) + " us";
+    }
+    if (size < 0.9995) {
+        return ThreeDigits(seconds * 1e3, "ms");
+    }
+    if (size < 119.5) {
+        return ThreeDigits(seconds, "s");
+    }
+    const long long whole = std::llround(seconds);
+    if (size < 7200) {
+        return WholeUnits(whole / 60, "min", std::llabs(whole % 60), "s");
+    }
+    return WholeUnits(whole / 3600, "h", std::llabs(whole / 60 % 60), "min");
+}
+
+std::string FormatBytes(double bytes) {
+    constexpr const char* units[] = {"kB", "MB", "GB", "TB", "PB"};
+    if (std::fabs(bytes) < 999.5) {
+        return std::to_string(std::llround(bytes)) + " B";
+    }
+    std::size_t unit = 0;
+    bytes /= 1000;
+    while (std::fabs(bytes) >= 999.5 && unit + 1 < std::size(units)) {
+        bytes /= 1000;
+        ++unit;
+    }
+    return ThreeDigits(bytes, units[unit]);
+}
+
+std::size_t TextWidth(std::string_view text) {
+    std::size_t width = 0;
+    for (const char byte : text) {
+        width += IsContinuation(byte) ? 0U : 1U;
+    }
+    return width;
+}
+
+std::string FitLeft(std::string_view text, std::size_t width) {
+    const std::size_t own = TextWidth(text);
+    std::string result(text);
+    if (own > width) {
+        std::size_t kept = 0;
+        std::size_t bytes = 0;
+        while (bytes < text.size() && (kept + 1 < width || IsContinuation(text[bytes]))) {
+            kept += IsContinuation(text[bytes]) ? 0U : 1U;
+            ++bytes;
+        }
+        result.resize(bytes);
+        return result + (width == 0 ? "" : "~");
+    }
+    return result.append(width - own, ' ');
+}
+
+std::string FitRight(std::string_view text, std::size_t width) {
+    const std::size_t own = TextWidth(text);
+    return own >= width ? FitLeft(text, width) : std::string(width - own, ' ').append(text);
+}
+
+std::string OnOneLine(std::string_view text) {
+    std::string result(text);
+    for (char& byte : result) {
+        if (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F) {
+            byte = '?';
+        }
+    }
+    return result;
+}
+
+}  // namespace tarnview

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "read/LogLine.h"
+
+#include <cstdint>
+#include <simdjson.h>
+#include <string>
+#include <string_view>
+
+namespace tarnview {
+
+/// What of a line is read beyond what all commands need.
+struct ParserOptions {
+    bool wantsTables = false;  ///< environment, resultDetails, attributes and body
+    bool isStrict = false;     ///< the whole line must be valid, also what is not read
+};
+
+/// Reads lines of the log. Used by one thread.
+///
+/// One pass over the fields in the order in which they stand; what is not known is skipped. A field
+/// that stands twice has its first value.
+class LineParser {
+public:
+    enum class Result {
+        Good,
+        Flawed,      ///< readable, but with a field that stands twice or is of a wrong kind
+        Unreadable,  ///< no JSON object, more than one, or none of a log
+    };
+
+    explicit LineParser(ParserOptions options = {}) : m_options(options) {}
+
+    /// At least `simdjson::SIMDJSON_PADDING` bytes behind `text` must be readable. What is wrong
+    /// with a line that is not good is in Detail().
+    Result Parse(std::string_view text, LogLine& line);
+
+    const std::string& Detail() const { return m_detail; }
+
+    bool HasDuplicate() const { return m_hasDuplicate; }
+
+private:
+    using Value = simdjson::ondemand::value;
+    using Object = simdjson::ondemand::object;
+
+    Result Fail(std::string_view detail);
+    void NoteDuplicate(std::string_view name);
+    void NoteWrongKind(std::string_view name);
+    bool IsValid(std::string_view text);
+
+    // Each reads one field, or the fields of one table; false if the line is broken.
+    template <class Field>
+    bool ReadField(const Field& field, Value& value, LogLine& line);
+    bool ReadActivity(Value& value, LogLine& line);
+    bool ReadResources(Value& value, Figures& figures);
+    bool ReadGroup(Value& value, Figures& figures);
+    bool ReadTime(Value& value, LogLine& line);
+    bool ReadPhase(Value& value, LogLine& line);
+    bool ReadText(std::string_view key, Value& value, std::string_view& text);
+    bool ReadTable(std::string_view key, Value& value, std::string_view& table);
+    template <class Number>
+    bool ReadNumber(std::string_view key, Value& value, Number& number);
+
+    // Calls `read` with each field that is known, a member of `known`, and its value.
+    template <class Field, std::size_t N, class Read>
+    bool ForEachField(Object& object, const Field (&known)[N], const Read& read);
+
+    ParserOptions m_options;
+    simdjson::ondemand::parser m_parser;
+    simdjson::dom::parser m_strictParser;
+    std::string m_detail;
+    bool m_hasDuplicate = false;
+    bool m_hasWrongKind = false;
+    bool m_hasActivity = false;
+};
+
+}  // namespace tarnview

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "read/InputFiles.h"
+#include "read/LineParser.h"
+#include "read/LineReader.h"
+#include "read/LogLine.h"
+#include "read/Problems.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace tarnview {
+
+class Progress;
+
+/// Reads the lines of many files, in the order of the files. What is wrong with single lines, and
+/// clocks that go back, is reported in the first pass only. Used by one thread.
+class LogScanner {
+public:
+    using OnLine = std::function<void(const LogLine&, const Place&)>;
+
+    /// All of these must live as long as the scanner.
+    LogScanner(std::vector<std::string> files, Problems& problems, Progress& progress);
+
+    /// To be called before the first pass if there is to be a second: what cannot be read again, as
+    /// a pipe, is copied to a temporary file then.
+    void AllowSecondPass() { m_isReadTwice = true; }
+
+    /// Throws `std::system_error` naming the file if one cannot be read.
+    void Scan(const ParserOptions& options, const OnLine& onLine);
+
+    const std::vector<std::string>& Files() const { return m_files; }
+
+    std::uint64_t Lines() const { return m_lines; }
+
+    std::uint64_t Bytes() const { return m_bytes; }
+
+private:
+    void ScanFile(const std::string& file, LineParser& parser, const OnLine& onLine);
+    InputFile Open(const std::string& file);
+    InputFile CopyOf(const InputFile& input);
+
+    std::vector<std::string> m_files;
+    std::map<std::string, InputFile> m_copies;
+    Problems& m_problems;
+    Progress& m_progress;
+    bool m_isReadTwice = false;
+    bool m_isFirstPass = true;
+    std::uint64_t m_lines = 0;
+    std::uint64_t m_bytes = 0;
+};
+
+/// Turns raw lines into log lines, and reports what is wrong with them and with the order of their
+/// times. One for each file, for clocks are compared within a file only.
+class LineExaminer {
+public:
+    /// Without `problems` nothing is reported.
+    LineExaminer(LineParser& parser, Problems* problems) : m_parser(parser), m_problems(problems) {}
+
+    /// Null if the line cannot be used. Valid until the next call.
+    const LogLine* Examine(std::string_view text, const Place& place);
+
+private:
+    void Report(ProblemKind kind, const Place& place, std::string_view detail);
+    void CheckClock(const Place& place);
+
+    LineParser& m_parser;
+    Problems* m_problems;
+    LogLine m_line;
+    Microseconds m_lastTime = 0;
+};
+
+}  // namespace tarnview

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string_view>
+
+namespace tarnview {
+
+/// The page without data, and the program within it; made by the build from page.html,
+/// and from timeline.js and charts.js in this order.
+extern const std::string_view pageText;
+extern const std::string_view pageScript;
+
+}  // namespace tarnview

@@ -1,0 +1,166 @@
+#include "report/ReportPage.h"
+
+#include "export/Json.h"
+#include "export/ThreadLanes.h"
+#include "output/TreePrinter.h"
+#include "report/PageText.h"
+
+#include <algorithm>
+#include <cmath>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace tarnview {
+
+namespace {
+
+using Index = ActivityForest::Index;
+
+class ReportData {
+public:
+    explicit ReportData(const ActivityForest& forest) : m_forest(forest) {
+        m_lanes.resize(forest.Size());
+        m_levels.resize(forest.Size());
+        for (Index index = 0; index < forest.Size(); ++index) {
+            const Microseconds begin = forest[index].begin;
+            m_base = index == 0 ? begin : std::min(m_base, begin);
+        }
+    }
+
+    void Write(std::ostream& out) {
+        Json json(out);
+        json.BeginObject();
+        json.Member("base", FormatTimestamp(m_base));
+        json.Key("lanes");
+        json.BeginArray();
+        const std::vector<ThreadLane> lanes = MakeThreadLanes(m_forest);
+        for (std::size_t number = 0; number < lanes.size(); ++number) {
+            json.Text(NameOf(lanes[number]));
+            Nest(lanes[number], number);
+        }
+        json.EndArray();
+        json.Key("activities");
+        json.BeginArray();
+        for (Index index = 0; index < m_forest.Size(); ++index) {
+            WriteActivity(json, index);
+        }
+        json.EndArray();
+        json.Key("texts");
+        json.BeginArray();
+        for (const std::string& text : m_texts) {
+            json.Text(text);
+        }
+        json.EndArray();
+        json.EndObject();
+    }
+
+private:
+    std::string NameOf(const ThreadLane& lane) const {
+        const std::string& site = m_forest[lane.activities.front()].site;
+        return (site.empty() || site == "-" ? "" : site + " ") + std::to_string(lane.process) +
+               ":" + std::to_string(lane.thread) +
+               (lane.number == 0 ? "" : " overlap " + std::to_string(lane.number));
+    }
+
+    // How many of its lane each activity lies within.
+    void Nest(const ThreadLane& lane, std::size_t number) {
+        std::vector<Microseconds> ends;
+        for (const Index index : lane.activities) {
+            const TimeSpan span = SpanOf(m_forest, index);
+            while (!ends.empty() && ends.back() <= span.begin) {
+                ends.pop_back();
+            }
+            m_lanes[index] = number;
+            m_levels[index] = ends.size();
+            if (span.end > span.begin) {
+                ends.push_back(span.end);
+            }
+        }
+    }
+
+    // Most texts stand in many activities, so they are kept once.
+    long long TextNumber(const std::string& text) {
+        const auto [place, isNew] = m_numbers.emplace(text, m_texts.size());
+        if (isNew) {
+            m_texts.push_back(text);
+        }
+        return static_cast<long long>(place->second);
+    }
+
+    void WriteActivity(Json& json, Index index) {
+        const Activity& activity = m_forest[index];
+        const Index parent = m_forest.ParentOf(index);
+        const TimeSpan span = SpanOf(m_forest, index);
+        json.BeginArray();
+        json.Text(activity.id);
+        json.Number(TextNumber(activity.name));
+        json.Number(parent == ActivityForest::none ? -1LL : static_cast<long long>(parent));
+        json.Number(static_cast<long long>(m_lanes[index]));
+        json.Number(static_cast<long long>(m_levels[index]));
+        json.Number(static_cast<long long>(span.begin - m_base));
+        json.Number(static_cast<long long>(span.end - span.begin));
+        json.Number(std::llround(activity.exclusive * 1e6));
+        json.Number(std::llround(activity.figures.CpuExclusive()));
+        json.Number(std::llround(activity.figures.ae));
+        json.Number(TextNumber(activity.hasEnd ? activity.result : "never ended"));
+        json.Number(TextNumber(PairsOf(activity.resultDetails)));
+        WriteMore(json, activity);
+        json.Boolean(!activity.hasEnd || activity.result != "ok");
+        json.EndArray();
+    }
+
+    void WriteMore(Json& json, const Activity& activity) {
+        json.BeginObject();
+        const auto add = [&](std::string_view name, const std::string& text) {
+            if (!text.empty() && text != "-") {
+                json.Member(name, TextNumber(text));
+            }
+        };
+        add("user", activity.user);
+        add("request", activity.request);
+        add("about", activity.description);
+        add("attributes", PairsOf(activity.attributes));
+        add("given at begin", PairsOf(activity.beginBody));
+        add("added", PairsOf(activity.endBody));
+        json.EndObject();
+    }
+
+    const ActivityForest& m_forest;
+    Microseconds m_base = 0;
+    std::vector<std::size_t> m_lanes;
+    std::vector<std::size_t> m_levels;
+    std::vector<std::string> m_texts;
+    std::unordered_map<std::string, std::size_t> m_numbers;
+};
+
+// Within a page no text may look like the end of the element that it stands in. Outside of its
+// texts JSON has no such character.
+void WriteWithoutMarkup(const std::string& json, std::ostream& out) {
+    for (const char character : json) {
+        if (character == '<') {
+            out << "\\u003c";
+        } else {
+            out << character;
+        }
+    }
+}
+
+}  // namespace
+
+void WriteReportPage(const ActivityForest& forest, std::ostream& out) {
+    constexpr std::string_view dataMark = "@DATA@";
+    constexpr std::string_view scriptMark = "@SCRIPT@";
+    const std::size_t data = pageText.find(dataMark);
+    const std::size_t script = pageText.find(scriptMark);
+    std::ostringstream json;
+    ReportData(forest).Write(json);
+    out << pageText.substr(0, data);
+    WriteWithoutMarkup(json.str(), out);
+    out << pageText.substr(data + dataMark.size(), script - data - dataMark.size()) << pageScript
+        << pageText.substr(script + scriptMark.size());
+}
+
+}  // namespace tarnview

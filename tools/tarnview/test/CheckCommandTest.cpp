@@ -1,0 +1,200 @@
+#include "commands/CheckCommand.h"
+
+#include "LogFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace tarnview {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class CheckCommandTest : public LogFixture {
+protected:
+    int Check(std::vector<std::string> files, std::vector<ProblemKind> ignored = {}) {
+        return RunCheck({{std::move(files)}, std::move(ignored)}, Streams());
+    }
+
+    // An outer activity with 10 ms and 130 bytes, and an inner one with 4 ms and 30 bytes.
+    std::string Nested(const char* outerResources, int outerExclusive) {
+        return Write("nested.log",
+                     {{.name = "outer", .id = "A"},
+                      {.name = "inner", .id = "B", .sponsor = "A", .root = "A", .depth = 1},
+                      {.phase = "end",
+                       .name = "inner",
+                       .id = "B",
+                       .sponsor = "A",
+                       .root = "A",
+                       .depth = 1,
+                       .elapsed = 4,
+                       .exclusive = 4,
+                       .resources = R"({"alloc":{"ae":30.0,"ai":30.0,"ane":1,"ani":1}})"},
+                      {.phase = "end",
+                       .name = "outer",
+                       .id = "A",
+                       .elapsed = 10,
+                       .exclusive = outerExclusive,
+                       .resources = outerResources}});
+    }
+};
+
+constexpr const char* soundResources = R"({"alloc":{"ae":100.0,"ai":130.0,"ane":2,"ani":3}})";
+
+TEST_F(CheckCommandTest, AWholeLogIsWhole) {
+    EXPECT_EQ(Check(SampleLogs(), {ProblemKind::NeverEnded}), exitSuccess);
+
+    EXPECT_EQ(Output(),
+              "16 lines, 7 activities, 1 failed, 1 never ended, 1 messages\nthe log is whole\n");
+    EXPECT_THAT(Errors(), IsEmpty());
+}
+
+TEST_F(CheckCommandTest, WhatNeverEndedIsNamed) {
+    EXPECT_EQ(Check(SampleLogs()), exitFound);
+
+    EXPECT_THAT(Output(), HasSubstr("1 activity that never ended (never-ended)\n"));
+    EXPECT_THAT(Errors(), HasSubstr("shop.log:12: activity that never ended: sweep"));
+}
+
+TEST_F(CheckCommandTest, FiguresThatAddUpAreNotNamed) {
+    EXPECT_EQ(Check({Nested(soundResources, 6)}), exitSuccess) << Errors();
+}
+
+TEST_F(CheckCommandTest, MemoryThatDoesNotAddUpIsNamed) {
+    EXPECT_EQ(Check({Nested(R"({"alloc":{"ae":100.0,"ai":131.0,"ane":2,"ani":3}})", 6)}),
+              exitFound);
+
+    EXPECT_THAT(Errors(),
+                HasSubstr("nested.log:4: activity whose figures do not add up: outer A, "
+                          "ai is 131 and not ae 100 and the children's 30"));
+}
+
+TEST_F(CheckCommandTest, TimesThatDoNotAddUpAreNamed) {
+    EXPECT_EQ(Check({Nested(soundResources, 7)}), exitFound);
+
+    EXPECT_THAT(Errors(), HasSubstr("exclusive is 7 ms and not 10 ms less the 4 ms of children"));
+}
+
+TEST_F(CheckCommandTest, TimeOnAnotherThreadIsNobodysShare) {
+    const std::string log =
+        Write("a.log",
+              {{.name = "outer", .id = "A"},
+               {.name = "inner", .id = "B", .sponsor = "A", .root = "A", .thread = 2, .depth = 1},
+               {.phase = "end",
+                .name = "inner",
+                .id = "B",
+                .sponsor = "A",
+                .root = "A",
+                .thread = 2,
+                .depth = 1,
+                .elapsed = 4,
+                .exclusive = 4},
+               {.phase = "end", .name = "outer", .id = "A", .elapsed = 10, .exclusive = 10}});
+
+    EXPECT_EQ(Check({log}), exitSuccess) << Errors();
+}
+
+TEST_F(CheckCommandTest, WorkThatOutlivesItsSponsorCountsForTheNextOneThatIsOpen) {
+    const char* const inner = R"({"alloc":{"ae":40.0,"ai":40.0,"ane":1,"ani":1}})";
+    const char* const middle = R"({"alloc":{"ae":0.0,"ai":0.0,"ane":0,"ani":0}})";
+    const char* const outer = R"({"alloc":{"ae":0.0,"ai":40.0,"ane":0,"ani":1}})";
+    const std::string log =
+        Write("a.log",
+              {{.name = "serve", .id = "A"},
+               {.name = "query", .id = "B", .sponsor = "A", .root = "A", .depth = 1},
+               {.name = "cleanup", .id = "C", .sponsor = "B", .root = "A", .thread = 2, .depth = 2},
+               {.phase = "end",
+                .name = "query",
+                .id = "B",
+                .sponsor = "A",
+                .root = "A",
+                .depth = 1,
+                .resources = middle},
+               {.phase = "end",
+                .name = "cleanup",
+                .id = "C",
+                .sponsor = "B",
+                .root = "A",
+                .thread = 2,
+                .depth = 2,
+                .resources = inner},
+               {.phase = "end", .name = "serve", .id = "A", .resources = outer}});
+
+    EXPECT_EQ(Check({log}), exitSuccess) << Errors();
+}
+
+TEST_F(CheckCommandTest, AnIdThatIsUsedAgainIsNamed) {
+    const std::string log =
+        Write("a.log",
+              {{.id = "B", .sponsor = "A", .root = "A", .depth = 1},
+               {.phase = "end", .id = "B", .sponsor = "A", .root = "A", .depth = 1},
+               {.id = "B", .sponsor = "A", .root = "A", .depth = 1},
+               {.phase = "end", .id = "B", .sponsor = "A", .root = "A", .depth = 1}});
+
+    EXPECT_EQ(Check({log}), exitFound);
+
+    EXPECT_THAT(Errors(), HasSubstr("a.log:3: id that repeats: B has been used before"));
+}
+
+TEST_F(CheckCommandTest, AnEndWithoutABeginIsNamed) {
+    EXPECT_EQ(Check({Write("a.log", {{.phase = "end", .id = "A"}})}), exitFound);
+
+    EXPECT_THAT(Errors(), HasSubstr("a.log:1: end without a begin: load A"));
+}
+
+TEST_F(CheckCommandTest, AClockThatWentBackIsNamed) {
+    const std::string log =
+        Write("a.log", {{.id = "A", .milliseconds = 5000}, {.phase = "end", .id = "A"}});
+
+    EXPECT_EQ(Check({log}), exitFound);
+
+    EXPECT_THAT(Errors(),
+                HasSubstr("a.log:2: clock that went back: from 2026-03-01T10:00:05.000000Z to "
+                          "2026-03-01T10:00:00.000000Z"));
+}
+
+TEST_F(CheckCommandTest, LinesThatAreALittleOutOfOrderAreNoClockThatWentBack) {
+    const std::string log =
+        Write("a.log", {{.id = "A", .milliseconds = 900}, {.phase = "end", .id = "A"}});
+
+    EXPECT_EQ(Check({log}), exitSuccess) << Errors();
+}
+
+TEST_F(CheckCommandTest, AReportOfLostLinesMakesTheLogNotWhole) {
+    const std::string log = Write(
+        "a.log",
+        R"({"time":"2026-03-01T10:00:00Z","severity":"warn","message":"Missing in this log: 3","pid":1,"tid":1})"
+        "\n");
+
+    EXPECT_EQ(Check({log}), exitFound);
+
+    EXPECT_THAT(Errors(), HasSubstr("a.log:1: report of lost lines: Missing in this log: 3"));
+}
+
+TEST_F(CheckCommandTest, DuplicateAndWrongFieldsAreNamed) {
+    const std::string log = Write(
+        "a.log", "{\"message\":\"a\",\"message\":\"b\"}\n{\"message\":\"a\",\"pid\":\"x\"}\n");
+
+    EXPECT_EQ(Check({log}), exitFound);
+
+    EXPECT_THAT(Errors(), HasSubstr("a.log:1: field that stands twice: message"));
+    EXPECT_THAT(Errors(), HasSubstr("a.log:2: field that is missing or of a wrong kind: pid"));
+}
+
+TEST_F(CheckCommandTest, ALineOfSixteenMebibytesIsALine) {
+    const std::string log =
+        Write("a.log",
+              {{.id = "A", .body = "{\"x\":\"" + std::string(std::size_t{16} << 20, 'y') + "\"}"},
+               {.phase = "end", .id = "A"}});
+
+    EXPECT_EQ(Check({log}), exitSuccess) << Errors();
+}
+
+TEST_F(CheckCommandTest, WhatIsIgnoredIsNoFault) {
+    const std::string log = Write("a.log", "broken\n");
+
+    EXPECT_EQ(Check({log}, {ProblemKind::UnreadableLine}), exitSuccess);
+}
+
+}  // namespace
+}  // namespace tarnview

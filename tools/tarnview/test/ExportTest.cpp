@@ -1,0 +1,230 @@
+#include "LogFixture.h"
+#include "commands/ExportCommand.h"
+#include "export/Exports.h"
+#include "export/ThreadLanes.h"
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+namespace tarnview {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class ExportTest : public LogFixture {
+protected:
+    std::string Export(ExportFormat format, std::vector<std::string> files = SampleLogs()) {
+        ExportOptions options;
+        options.input.files = std::move(files);
+        options.format = format;
+        EXPECT_EQ(RunExport(options, Streams()), exitSuccess);
+        return Output();
+    }
+
+    // Two on one thread that overlap without one holding the other.
+    std::string Crossing() {
+        return Write(
+            "cross.log",
+            {{.name = "one", .id = "A"},
+             {.name = "two", .id = "B", .milliseconds = 5},
+             {.phase = "end", .name = "one", .id = "A", .milliseconds = 10, .elapsed = 10},
+             {.phase = "end", .name = "two", .id = "B", .milliseconds = 20, .elapsed = 15}});
+    }
+
+    static const json& Find(const json& list, const std::string& key, const std::string& value) {
+        for (const json& item : list) {
+            if (item[key] == value) {
+                return item;
+            }
+        }
+        ADD_FAILURE() << "there is no " << value;
+        static const json nothing;
+        return nothing;
+    }
+};
+
+TEST_F(ExportTest, ChromeHasTimesFromTheFirstBeginOn) {
+    const json trace = json::parse(Export(ExportFormat::Chrome));
+
+    EXPECT_FALSE(trace.contains("displayTimeUnit"));
+    const json& lookup = Find(trace["traceEvents"], "name", "lookup");
+    EXPECT_EQ(lookup["ph"], "X");
+    EXPECT_EQ(lookup["ts"], 55'000);
+    EXPECT_EQ(lookup["dur"], 20'000);
+    EXPECT_EQ(lookup["pid"], 200);
+    EXPECT_EQ(lookup["tid"], 9);
+    EXPECT_EQ(lookup["cat"], "failed");
+    EXPECT_EQ(lookup["args"]["result"], "exception");
+    EXPECT_EQ(lookup["args"]["allocated-bytes"], 70);
+}
+
+TEST_F(ExportTest, ChromeShowsHandOversAsArrows) {
+    const json events = json::parse(Export(ExportFormat::Chrome))["traceEvents"];
+
+    std::multiset<std::string> arrows;
+    for (const json& event : events) {
+        if (event["ph"] == "s" || event["ph"] == "f") {
+            arrows.insert(event["ph"].get<std::string>() + " " + event["id"].dump() + " " +
+                          event["pid"].dump() + ":" + event["tid"].dump() + " " +
+                          event["ts"].dump());
+        }
+    }
+
+    EXPECT_THAT(
+        arrows,
+        ElementsAre("f 1 100:2 20000", "f 2 200:9 50000", "s 1 100:1 20000", "s 2 100:1 50000"));
+}
+
+TEST_F(ExportTest, ChromeShowsWhatDoesNotNestAsAsynchronous) {
+    const json events = json::parse(Export(ExportFormat::Chrome, {Crossing()}))["traceEvents"];
+
+    EXPECT_EQ(Find(events, "name", "one")["ph"], "X");
+    EXPECT_EQ(Find(events, "name", "two")["ph"], "b");
+    EXPECT_EQ(Find(events, "ph", "e")["ts"], 20'000);
+    EXPECT_EQ(Find(events, "ph", "e")["id"], "B");
+}
+
+// Plays the events back: each end closes what was opened last, at no earlier time.
+TEST_F(ExportTest, SpeedscopeProfilesAreBalancedAndHaveTheTotals) {
+    const json file = json::parse(Export(ExportFormat::Speedscope));
+    const json& frames = file["shared"]["frames"];
+    std::map<std::string, long long> totals;
+    std::size_t evented = 0;
+
+    for (const json& profile : file["profiles"]) {
+        if (profile["type"] != "evented") {
+            continue;
+        }
+        ++evented;
+        EXPECT_EQ(profile["unit"], "nanoseconds");
+        std::vector<std::pair<std::size_t, long long>> open;
+        long long last = profile["startValue"];
+        for (const json& event : profile["events"]) {
+            const long long at = event["at"];
+            ASSERT_GE(at, last);
+            last = at;
+            if (event["type"] == "O") {
+                open.emplace_back(event["frame"], at);
+            } else {
+                ASSERT_FALSE(open.empty());
+                ASSERT_EQ(open.back().first, event["frame"].get<std::size_t>());
+                totals[frames[open.back().first]["name"]] += at - open.back().second;
+                open.pop_back();
+            }
+        }
+        EXPECT_THAT(open, IsEmpty());
+        EXPECT_LE(last, profile["endValue"].get<long long>());
+    }
+
+    EXPECT_EQ(evented, 3U);
+    EXPECT_THAT(totals,
+                ElementsAre(std::pair("ask", 50'000'000),
+                            std::pair("audit", 40'000'000),
+                            std::pair("lookup", 20'000'000),
+                            std::pair("order", 100'000'000),
+                            std::pair("price", 20'000'000),
+                            std::pair("refund", 5'000'000),
+                            std::pair("stock", 30'000'000),
+                            std::pair("sweep", 0)));
+}
+
+TEST_F(ExportTest, SpeedscopeHasTheBytesThatEachStackAllocated) {
+    const json file = json::parse(Export(ExportFormat::Speedscope));
+    const json& profile = Find(file["profiles"], "name", "process 100 memory allocated");
+
+    long long total = 0;
+    for (const json& weight : profile["weights"]) {
+        total += weight.get<long long>();
+    }
+
+    EXPECT_EQ(profile["type"], "sampled");
+    EXPECT_EQ(profile["unit"], "bytes");
+    EXPECT_EQ(profile["samples"].size(), profile["weights"].size());
+    EXPECT_EQ(total, 1950);
+    EXPECT_EQ(profile["endValue"], total);
+}
+
+TEST_F(ExportTest, SpeedscopePutsWhatOverlapsIntoAProfileOfItsOwn) {
+    const json file = json::parse(Export(ExportFormat::Speedscope, {Crossing()}));
+
+    EXPECT_THAT(file["profiles"], SizeIs(2));
+    EXPECT_EQ(file["profiles"][1]["name"], "process 1 thread 1 overlapping 1");
+}
+
+TEST_F(ExportTest, OtlpHasALineForEachProcess) {
+    std::istringstream text(Export(ExportFormat::Otlp));
+    std::vector<json> requests;
+    for (std::string line; std::getline(text, line);) {
+        requests.push_back(json::parse(line));
+    }
+
+    ASSERT_THAT(requests, SizeIs(2));
+    const json& resource = requests[0]["resourceSpans"][0]["resource"]["attributes"];
+    EXPECT_EQ(Find(resource, "key", "service.name")["value"]["stringValue"], "shop");
+    EXPECT_EQ(Find(resource, "key", "host.name")["value"]["stringValue"], "vega");
+    EXPECT_EQ(Find(resource, "key", "process.pid")["value"]["intValue"], "100");
+    const json& spans = requests[1]["resourceSpans"][0]["scopeSpans"][0]["spans"];
+    const json& stock = Find(spans, "name", "stock");
+    EXPECT_EQ(stock["traceId"], "00000000000040008000000000000001");
+    EXPECT_EQ(stock["spanId"], "8000000000000005");
+    EXPECT_EQ(stock["parentSpanId"], "8000000000000003");
+    EXPECT_EQ(stock["startTimeUnixNano"], "1772359200050000000");
+    EXPECT_EQ(stock["endTimeUnixNano"], "1772359200080000000");
+    EXPECT_EQ(stock["status"]["code"], 1);
+    const json& lookup = Find(spans, "name", "lookup");
+    EXPECT_EQ(lookup["status"]["code"], 2);
+    EXPECT_EQ(lookup["status"]["message"], "no such item");
+    EXPECT_THAT(Errors(), HasSubstr("left out because they never ended: 1"));
+}
+
+TEST_F(ExportTest, OtlpHasSupplementsAsEventsAndNoKeyTwice) {
+    const json request = json::parse(Export(
+        ExportFormat::Otlp,
+        {Write(
+            "a.log",
+            {{.id = "A", .body = R"({"n":1,"only":true})"},
+             {.phase = "end",
+              .id = "A",
+              .body = R"({"n":2.5,"logs":[{"begin":"2026-03-01T10:00:00+00:00","k":"v"}]})"}})}));
+    const json& span = request["resourceSpans"][0]["scopeSpans"][0]["spans"][0];
+
+    EXPECT_EQ(span["events"][0]["timeUnixNano"], "1772359200000000000");
+    EXPECT_EQ(span["events"][0]["attributes"][0]["value"]["stringValue"], "v");
+    EXPECT_EQ(Find(span["attributes"], "key", "body.n")["value"]["doubleValue"], 2.5);
+    EXPECT_EQ(Find(span["attributes"], "key", "body.only")["value"]["boolValue"], true);
+    std::set<std::string> keys;
+    for (const json& attribute : span["attributes"]) {
+        EXPECT_TRUE(keys.insert(attribute["key"]).second) << attribute["key"];
+    }
+}
+
+TEST_F(ExportTest, FoldedStacksHaveTheExclusiveTimes) {
+    EXPECT_EQ(Export(ExportFormat::Folded),
+              "order 30000\n"
+              "order;ask 50000\n"
+              "order;ask;stock 10000\n"
+              "order;ask;stock;lookup 20000\n"
+              "order;audit 40000\n"
+              "order;price 20000\n"
+              "refund 5000\n");
+}
+
+TEST_F(ExportTest, ASemicolonInANameDoesNotPartTheStack) {
+    EXPECT_EQ(Export(ExportFormat::Folded,
+                     {Write("a.log",
+                            {{.name = "a;b", .id = "A"},
+                             {.phase = "end", .name = "a;b", .id = "A", .exclusive = 1}})}),
+              "a_b 1000\n");
+}
+
+}  // namespace
+}  // namespace tarnview

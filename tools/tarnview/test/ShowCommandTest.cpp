@@ -1,0 +1,75 @@
+#include "commands/ShowCommand.h"
+
+#include "LogFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace tarnview {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+
+class ShowCommandTest : public LogFixture {
+protected:
+    int Show(const std::string& id) { return RunShow({{SampleLogs()}, id}, Streams()); }
+};
+
+constexpr const char* idStart = "00000000-0000-4000-8000-00000000000";
+
+TEST_F(ShowCommandTest, AllThatIsKnownIsShown) {
+    ASSERT_EQ(Show(std::string(idStart) + "2"), exitSuccess);
+
+    for (const char* const line :
+         {"price\n",
+          "  depth           1\n",
+          "  process         100\n",
+          "  user            ada\n",
+          "shop.log:3)\n",
+          "shop.log:5)\n",
+          "  elapsed         20.0 ms\n",
+          "  result          ok\n",
+          "  allocated       200 B in 1 calls, exclusive 200 B in 1 calls\n",
+          "  cpu in program  2.00 ms, exclusive 2.00 ms\n",
+          "body at begin\n  items           3\n",
+          "supplements\n  begin=2026-03-01T10:00:00.020000+00:00 "
+          "currency=EUR rate=1.5\n",
+          "sponsors, the nearest first\n"}) {
+        EXPECT_THAT(Output(), HasSubstr(line));
+    }
+    EXPECT_THAT(Output(), Not(HasSubstr("body at end")));
+}
+
+TEST_F(ShowCommandTest, ChildrenAndSponsorsMayBeInAnotherProcess) {
+    ASSERT_EQ(Show(std::string(idStart) + "5"), exitSuccess);
+
+    EXPECT_THAT(Output(), HasSubstr("3      50.0 ms  ask\n"));
+    EXPECT_THAT(Output(), HasSubstr("1       100 ms  order\n"));
+    EXPECT_THAT(Output(),
+                HasSubstr("6      20.0 ms  lookup  exception: msg=no such item type=NotFound\n"));
+}
+
+TEST_F(ShowCommandTest, ABeginningThatSeveralIdsHaveIsNotEnough) {
+    EXPECT_EQ(Show("0000"), exitFound);
+
+    EXPECT_THAT(Output(), IsEmpty());
+    EXPECT_THAT(Errors(), HasSubstr("several activities have an id that begins with '0000'"));
+}
+
+TEST_F(ShowCommandTest, AnIdThatIsNotThereIsSaidSo) {
+    EXPECT_EQ(Show("FFFF"), exitFound);
+
+    EXPECT_THAT(Errors(), HasSubstr("no activity has an id that begins with 'FFFF'"));
+}
+
+TEST_F(ShowCommandTest, SmallLettersFindAnIdInCapitals) {
+    const std::string log = Write("a.log", {{.name = "load", .id = "ABCD"}});
+
+    EXPECT_EQ(RunShow({{{log}}, "abc"}, Streams()), exitSuccess);
+    EXPECT_THAT(Output(), HasSubstr("  end             never ended\n"));
+}
+
+}  // namespace
+}  // namespace tarnview

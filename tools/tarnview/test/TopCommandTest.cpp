@@ -1,0 +1,239 @@
+#include "commands/TopCommand.h"
+
+#include "LogFixture.h"
+
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include <gmock/gmock.h>
+
+namespace tarnview {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class TopCommandTest : public LogFixture {
+protected:
+    std::string Top(TopOptions options) {
+        EXPECT_EQ(RunTop(options, Streams()), exitSuccess);
+        return Output();
+    }
+
+    static TopOptions Sample() {
+        TopOptions options;
+        options.input.files = SampleLogs();
+        return options;
+    }
+};
+
+TEST_F(TopCommandTest, TheTableHasARowForEachNameTheCostliestFirst) {
+    EXPECT_EQ(
+        Top(Sample()),
+        R"(name      count  failed  early   open        total     mean      p50      p90      p99      max    exclusive          cpu   memory
+order         1       0      0      0       100 ms   100 ms   100 ms   100 ms   100 ms   100 ms      30.0 ms      3.00 ms  1.00 kB
+ask           1       0      0      0      50.0 ms  50.0 ms  50.0 ms  50.0 ms  50.0 ms  50.0 ms      50.0 ms      1.00 ms    300 B
+audit         1       0      0      0      40.0 ms  40.0 ms  40.0 ms  40.0 ms  40.0 ms  40.0 ms      40.0 ms      8.00 ms    400 B
+stock         1       0      0      0      30.0 ms  30.0 ms  30.0 ms  30.0 ms  30.0 ms  30.0 ms      10.0 ms       200 us     30 B
+lookup        1       1      0      0      20.0 ms  20.0 ms  20.0 ms  20.0 ms  20.0 ms  20.0 ms      20.0 ms       500 us     70 B
+price         1       0      0      0      20.0 ms  20.0 ms  20.0 ms  20.0 ms  20.0 ms  20.0 ms      20.0 ms      2.00 ms    200 B
+refund        1       0      1      0      5.00 ms  5.00 ms  5.00 ms  5.00 ms  5.00 ms  5.00 ms      5.00 ms        10 us     50 B
+sweep         0       0      0      1            0        0        0        0        0        0            0            0        0
+)");
+    EXPECT_THAT(Errors(), IsEmpty());
+}
+
+TEST_F(TopCommandTest, CsvQuotesWhatNeedsIt) {
+    TopOptions options = Sample();
+    options.groupBy = {"user", "site"};
+    options.format = TopFormat::Csv;
+
+    EXPECT_EQ(Top(options),
+              "user,site,count,failed,early_terminations,total_seconds,mean_seconds,p50_seconds,"
+              "p90_seconds,p99_seconds,max_seconds,exclusive_seconds,cpu_exclusive_microseconds,"
+              "memory_exclusive_bytes\n"
+              "ada,shop,4,0,0,0.210,0.052500,0.040,0.100,0.100,0.100,0.140,14000,1900\n"
+              "ada,stock,2,1,0,0.050,0.025,0.020,0.030,0.030,0.030,0.030,700,100\n"
+              "\"bob, \"\"b\"\"\",shop,1,0,1,0.005,0.005,0.005,0.005,0.005,0.005,0.005,10,50\n");
+}
+
+// The sums are taken once more, line by line, by another JSON reader.
+TEST_F(TopCommandTest, JsonHasTheSumsThatTheLinesHave) {
+    struct Sums {
+        int count = 0;
+        double total = 0;
+        double exclusive = 0;
+        double cpu = 0;
+        double memory = 0;
+        double maximum = 0;
+    };
+
+    std::map<std::string, Sums> expected;
+    for (const std::string& path : SampleLogs()) {
+        std::ifstream file(path);
+        for (std::string text; std::getline(file, text);) {
+            const json line = json::parse(text);
+            if (!line.contains("activity") || line["activity"]["type"] != "end") {
+                continue;
+            }
+            const json& activity = line["activity"];
+            const json& resources = activity["res"];
+            Sums& sums = expected[activity["name"]];
+            ++sums.count;
+            sums.total += activity["elapsed"].get<double>();
+            sums.maximum = std::max(sums.maximum, activity["elapsed"].get<double>());
+            sums.exclusive += activity["exclusive"].get<double>();
+            sums.cpu +=
+                resources["kcpu"]["ke"].get<double>() + resources["ucpu"]["ue"].get<double>();
+            sums.memory += resources["alloc"]["ae"].get<double>();
+        }
+    }
+    TopOptions options = Sample();
+    options.format = TopFormat::Json;
+    options.filter.before = INT64_MAX;  // leaves out what never ended
+
+    const json rows = json::parse(Top(options));
+
+    ASSERT_EQ(rows.size(), expected.size());
+    for (const json& row : rows) {
+        const Sums& sums = expected.at(row["name"]);
+        EXPECT_EQ(row["count"], sums.count);
+        EXPECT_NEAR(row["total_seconds"], sums.total, 1e-9);
+        EXPECT_NEAR(row["max_seconds"], sums.maximum, 1e-9);
+        EXPECT_NEAR(row["exclusive_seconds"], sums.exclusive, 1e-9);
+        EXPECT_EQ(row["cpu_exclusive_microseconds"], sums.cpu);
+        EXPECT_EQ(row["memory_exclusive_bytes"], sums.memory);
+    }
+}
+
+TEST_F(TopCommandTest, RowsAreSortedByAnyColumnAndCut) {
+    TopOptions options = Sample();
+    options.format = TopFormat::Json;
+    options.sortBy = "memory";
+    options.limit = 2;
+
+    const json rows = json::parse(Top(options));
+
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0]["name"], "order");
+    EXPECT_EQ(rows[1]["name"], "audit");
+}
+
+TEST_F(TopCommandTest, KeysAreSortedFromAToZOrReversed) {
+    TopOptions options = Sample();
+    options.format = TopFormat::Json;
+    options.sortBy = "name";
+    options.isReversed = true;
+    options.limit = 2;
+
+    const json rows = json::parse(Top(options));
+
+    EXPECT_EQ(rows[0]["name"], "sweep");
+    EXPECT_EQ(rows[1]["name"], "stock");
+}
+
+TEST_F(TopCommandTest, AttributesMakeGroups) {
+    TopOptions options = Sample();
+    options.format = TopFormat::Json;
+    options.groupBy = {"attributes.tenant"};
+
+    const json rows = json::parse(Top(options));
+
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0]["attributes.tenant"], "-");
+    EXPECT_EQ(rows[1]["attributes.tenant"], "blue");
+    EXPECT_EQ(rows[1]["count"], 1);
+}
+
+TEST_F(TopCommandTest, FiltersLeaveOutActivitiesAndWhatNeverEnded) {
+    TopOptions options = Sample();
+    options.format = TopFormat::Csv;
+    options.filter.isFailed = true;
+
+    const std::string table = Top(options);
+
+    EXPECT_THAT(table, HasSubstr("\nlookup,1,1,0,"));
+    EXPECT_THAT(table, HasSubstr("\nrefund,1,0,1,"));
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 3);
+}
+
+TEST_F(TopCommandTest, QuantilesAreOfTheEndsOfOneName) {
+    std::string text;
+    for (int elapsed = 1; elapsed <= 100; ++elapsed) {
+        text +=
+            LineText{.phase = "end", .id = std::to_string(elapsed), .elapsed = elapsed}.ToString() +
+            "\n";
+    }
+    TopOptions options;
+    options.input.files = {Write("a.log", text)};
+    options.format = TopFormat::Json;
+
+    const json row = json::parse(Top(options))[0];
+
+    EXPECT_EQ(row["p50_seconds"], 0.05);
+    EXPECT_EQ(row["p90_seconds"], 0.09);
+    EXPECT_EQ(row["p99_seconds"], 0.099);
+    EXPECT_EQ(row["max_seconds"], 0.1);
+    EXPECT_EQ(row["mean_seconds"], 0.0505);
+}
+
+TEST_F(TopCommandTest, ARotatedSetIsOneLog) {
+    Write("a.2.log", {{.id = "A"}});
+    Write("a.1.log", {{.phase = "end", .id = "A"}, {.id = "B"}});
+    TopOptions options;
+    options.input.files = {Write("a.log", {{.phase = "end", .id = "B"}, {.id = "C"}})};
+    options.format = TopFormat::Json;
+
+    const json row = json::parse(Top(options))[0];
+
+    EXPECT_EQ(row["count"], 2);
+    EXPECT_EQ(row["open"], 1);
+}
+
+TEST_F(TopCommandTest, BrokenLinesAreNamedAndTheRestCounts) {
+    const std::string good = LineText{.phase = "end", .elapsed = 3}.ToString();
+    TopOptions options;
+    options.input.files = {Write("a.log",
+                                 good + "\ngarbage \x1B[31m\n" + good.substr(0, 50) + good + "\n" +
+                                     std::string(100, '\0') + "\n" + good + "\n" + good)};
+    options.format = TopFormat::Json;
+
+    const json row = json::parse(Top(options))[0];
+
+    EXPECT_EQ(row["count"], 3);
+    EXPECT_THAT(Errors(), HasSubstr("a.log:2: line that does not parse"));
+    EXPECT_THAT(Errors(), HasSubstr("a.log:3: line that does not parse"));
+    EXPECT_THAT(Errors(), HasSubstr("a.log:4: line that does not parse"));
+    EXPECT_THAT(Errors(), HasSubstr("a.log:6: line without an end"));
+    EXPECT_EQ(Errors().find('\x1B'), std::string::npos);
+}
+
+TEST_F(TopCommandTest, OnlyTheFirstOfManyProblemsAreNamed) {
+    std::string text;
+    for (int count = 0; count < 1000; ++count) {
+        text += "broken\n";
+    }
+    TopOptions options;
+    options.input.files = {Write("a.log", text)};
+
+    Top(options);
+
+    EXPECT_THAT(Errors(), HasSubstr("in all 1000 lines that do not parse"));
+    const std::string errors = Errors();
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 6);
+}
+
+TEST_F(TopCommandTest, AFileThatCannotBeReadIsAnError) {
+    TopOptions options;
+    options.input.files = {PathOf("none.log")};
+
+    EXPECT_THROW(RunTop(options, Streams()), std::system_error);
+}
+
+}  // namespace
+}  // namespace tarnview

@@ -1,0 +1,44 @@
+#include "output/Units.h"
+
+#include <gtest/gtest.h>
+
+namespace tarnview {
+namespace {
+
+TEST(UnitsTest, DurationsHaveTheUnitThatFits) {
+    EXPECT_EQ(FormatDuration(0), "0 us");
+    EXPECT_EQ(FormatDuration(0.00085), "850 us");
+    EXPECT_EQ(FormatDuration(0.0009996), "1.00 ms");
+    EXPECT_EQ(FormatDuration(0.0123), "12.3 ms");
+    EXPECT_EQ(FormatDuration(0.9994), "999 ms");
+    EXPECT_EQ(FormatDuration(0.9996), "1.00 s");
+    EXPECT_EQ(FormatDuration(12.34), "12.3 s");
+    EXPECT_EQ(FormatDuration(-0.003), "-3.00 ms");
+    EXPECT_EQ(FormatDuration(200), "3 min 20 s");
+    EXPECT_EQ(FormatDuration(7500), "2 h 5 min");
+}
+
+TEST(UnitsTest, BytesHaveTheUnitThatFits) {
+    EXPECT_EQ(FormatBytes(0), "0 B");
+    EXPECT_EQ(FormatBytes(999), "999 B");
+    EXPECT_EQ(FormatBytes(1000), "1.00 kB");
+    EXPECT_EQ(FormatBytes(-12'345), "-12.3 kB");
+    EXPECT_EQ(FormatBytes(999'600), "1.00 MB");
+    EXPECT_EQ(FormatBytes(4.2e9), "4.20 GB");
+}
+
+TEST(UnitsTest, TextIsFilledUpOrCutByCharacters) {
+    EXPECT_EQ(FitLeft("größer", 8), "größer  ");
+    EXPECT_EQ(FitRight("größer", 8), "  größer");
+    EXPECT_EQ(FitLeft("größer", 4), "grö~");
+    EXPECT_EQ(FitRight("größer", 4), "grö~");
+    EXPECT_EQ(FitLeft("größer", 6), "größer");
+    EXPECT_EQ(FitLeft("größer", 0), "");
+}
+
+TEST(UnitsTest, ControlCharactersDoNotReachATerminal) {
+    EXPECT_EQ(OnOneLine("a\x1B[31m\nb\x7F"), "a?[31m?b?");
+}
+
+}  // namespace
+}  // namespace tarnview
