@@ -323,13 +323,11 @@ TEST_F(AllocationFaultTest, AFirstScopeOfAThreadThatFindsNoMemoryLeavesNoContext
     EXPECT_GE(number, 3U);
 }
 
-TEST_F(AllocationFaultTest, AScopeThatEndsOnANewThreadWithoutMemoryIsWholeAllTheSame) {
-    Start(DeliveryMode::Asynchronous);
-    constexpr int count = 20;
+/// Scopes that are opened on one thread each and closed on another one that has no memory for its
+/// first allocation. How many of these threads asked for some.
+int CloseOnNewThreadsWithoutMemory(int count) {
     std::latch all(count);
     std::atomic<int> failures{0};
-
-    // All at once, so that not all of them take over queues that other threads have left.
     OnThreadsAtOnce(count, [&](int) {
         auto context = std::make_unique<Metrics::Context>(0, Metrics::Context::Create(true));
         context->OpenScope();
@@ -345,11 +343,26 @@ TEST_F(AllocationFaultTest, AScopeThatEndsOnANewThreadWithoutMemoryIsWholeAllThe
             all.arrive_and_wait();
         }).join();
     });
+    return failures;
+}
+
+TEST_F(AllocationFaultTest, AScopeThatEndsOnANewThreadWithoutMemoryIsWholeAllTheSame) {
+    Start(DeliveryMode::Asynchronous);
+
+    // Threads take over queues that others have left, of earlier tests too: more threads at once
+    // until there are not enough of these for all.
+    constexpr int step = 20;
+    int scopes = 0;
+    int failures = 0;
+    for (int count = step; failures == 0 && count <= 50 * step; count += step) {
+        failures = CloseOnNewThreadsWithoutMemory(count);
+        scopes += count;
+    }
     Deliver();
 
     EXPECT_GT(failures, 0);
-    EXPECT_EQ(Lines("load").begins, count);
-    EXPECT_EQ(Lines("load").ends, count);
+    EXPECT_EQ(Lines("load").begins, scopes);
+    EXPECT_EQ(Lines("load").ends, scopes);
     ExpectNothingOpen();
 }
 

@@ -1,16 +1,15 @@
 #pragma once
 
+#include "TemporaryFolder.h"
+
 #include "cvlcoreplatform/TLog.h"
 #include "cvlcoreplatform/host/LogBackEnd.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <mutex>
 #include <sstream>
-#include <stdexcept>
-#include <stdlib.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -74,32 +73,7 @@ private:
     std::shared_ptr<TLog::LogBackEnd> m_backEndBefore;
 };
 
-/// An empty folder for the time of a test.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string path = (std::filesystem::temp_directory_path() / "log-test-XXXXXX").string();
-        if (mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("cannot make a temporary folder");
-        }
-        m_path = path;
-    }
-
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    std::string PathOf(const std::string& name) const { return (m_path / name).string(); }
-
-    const std::filesystem::path& Path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
+using tarn::test::TemporaryFolder;
 
 inline std::string ContentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);

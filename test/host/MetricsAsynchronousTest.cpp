@@ -1,4 +1,5 @@
 #include "MetricsTestSupport.h"
+#include "Sanitizers.h"
 
 #include "cvlcoreplatform/host/LogBackEnd.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
@@ -783,19 +784,6 @@ TEST_F(MetricsAsynchronousTest, WhatAThreadEmitsAtItsVeryEndArrives) {
     EXPECT_THAT(m_listener->Descriptions(), Contains("close query"));
 }
 
-// Thread sanitizer ends a forked child that starts a thread.
-#ifdef __SANITIZE_THREAD__
-constexpr bool canChildrenStartThreads = false;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr bool canChildrenStartThreads = false;
-#else
-constexpr bool canChildrenStartThreads = true;
-#endif
-#else
-constexpr bool canChildrenStartThreads = true;
-#endif
-
 class MetricsAsynchronousForkTest : public MetricsAsynchronousTest {
 protected:
     template <class Body>
@@ -811,8 +799,8 @@ protected:
 };
 
 TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDeliversItsOwn) {
-    if (!canChildrenStartThreads) {
-        GTEST_SKIP() << "not with thread sanitizer";
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> opened{0};
@@ -838,8 +826,8 @@ TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDelivers
 }
 
 TEST_F(MetricsAsynchronousForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
-    if (!canChildrenStartThreads) {
-        GTEST_SKIP() << "not with thread sanitizer";
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};

@@ -1,7 +1,10 @@
+#include "TemporaryFolder.h"
+
 #include "cvlsys/TStringCore.h"
 
 #include <clocale>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <string>
 
@@ -106,22 +109,37 @@ TEST(SysTStringNumbersTest, WhatIsNotFiniteIsNamed) {
     EXPECT_EQ(TStringCore::number(std::nan("")), TStringCore(u"nan"));
 }
 
+/// The process in a locale with a decimal comma, which is made for the purpose.
+class CommaLocale {
+public:
+    CommaLocale() : m_before(std::setlocale(LC_ALL, nullptr)) {
+        const std::string name = "de_DE.UTF-8";
+        const std::string command =
+            "localedef -i de_DE -f UTF-8 '" + m_folder.PathOf(name) + "' >/dev/null 2>&1";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        ::setenv("LOCPATH", m_folder.Path().c_str(), 1);
+        EXPECT_NE(std::setlocale(LC_ALL, name.c_str()), nullptr);
+        EXPECT_STREQ(std::localeconv()->decimal_point, ",");
+    }
+
+    ~CommaLocale() {
+        ::unsetenv("LOCPATH");
+        std::setlocale(LC_ALL, m_before.c_str());
+    }
+
+    CommaLocale(const CommaLocale&) = delete;
+    CommaLocale& operator=(const CommaLocale&) = delete;
+
+private:
+    const tarn::test::TemporaryFolder m_folder;
+    const std::string m_before;
+};
+
 TEST(SysTStringNumbersTest, TheLocaleHasNoSay) {
-    const std::string before = std::setlocale(LC_ALL, nullptr);
-    bool isCommaLocale = false;
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8"}) {
-        isCommaLocale = isCommaLocale || std::setlocale(LC_ALL, name) != nullptr;
-    }
+    const CommaLocale locale;
 
-    const TStringCore real = TStringCore::number(1234.5, 'f', 1);
-    const TStringCore whole = TStringCore::number(1234567);
-    std::setlocale(LC_ALL, before.c_str());
-
-    if (!isCommaLocale) {
-        GTEST_SKIP() << "no locale with a decimal comma is installed";
-    }
-    EXPECT_EQ(real, TStringCore(u"1234.5"));
-    EXPECT_EQ(whole, TStringCore(u"1234567"));
+    EXPECT_EQ(TStringCore::number(1234.5, 'f', 1), TStringCore(u"1234.5"));
+    EXPECT_EQ(TStringCore::number(1234567), TStringCore(u"1234567"));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "ProcessTest.h"
+#include "Sanitizers.h"
 
 #include <algorithm>
 #include <set>
@@ -19,8 +20,8 @@ constexpr std::int64_t childsThread = 8;
 class ForkTest : public ProcessTest {
 protected:
     void SetUp() override {
-        if (IsAsynchronous() && !CanChildrenStartThreads()) {
-            GTEST_SKIP() << "not with thread sanitizer";
+        if (IsAsynchronous() && tarn::test::hasThreadSanitizer) {
+            GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
         }
     }
 
@@ -99,7 +100,7 @@ TEST_P(ForkTest, AChildMayForkInItsTurn) {
 
 TEST_P(ForkTest, ManyForksWhileOtherThreadsTraceNeitherHangNorLose) {
     // With thread sanitizer a fork takes long.
-    const std::size_t forks = CanChildrenStartThreads() ? 100 : 15;
+    const std::size_t forks = tarn::test::hasThreadSanitizer ? 15 : 100;
     Start("fork-while-others-work", {.count = forks, .limitBytes = 2'000'000});
     const pid_t parent = Pid();
     ASSERT_EQ(Wait(), 0);

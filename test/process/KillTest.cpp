@@ -75,11 +75,13 @@ TEST_P(KillTest, EveryLineButTheLastIsWholeWhileFilesAreRotated) {
     KillFiftyTimes({.limitBytes = 20'000});
 }
 
-// What a thread was done with is in the file: the kernel has it.
-TEST_P(KillTest, WithSynchronousDeliveryNothingThatEndedIsMissing) {
-    if (IsAsynchronous()) {
-        GTEST_SKIP() << "what is queued goes with the process";
-    }
+class SynchronousKillTest : public KillTest {};
+
+INSTANTIATE_TEST_SUITE_P(Delivering, SynchronousKillTest, testing::Values("sync"), DeliveryName);
+
+// What a thread was done with is in the file: the kernel has it. What is queued goes with the
+// process.
+TEST_P(SynchronousKillTest, NothingThatEndedIsMissing) {
     KillAt(std::chrono::milliseconds(20), {});
 
     const ProcessLog log = Log();

@@ -6,9 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <spawn.h>
-#include <stdexcept>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -24,17 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::minutes patience{2};
 
-std::string MakeFolder() {
-    std::string path = (std::filesystem::temp_directory_path() / "process-test-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr) {
-        throw std::runtime_error("cannot make a temporary folder");
-    }
-    return path;
-}
-
 }  // namespace
-
-ProcessTest::ProcessTest() : m_folder(MakeFolder()) {}
 
 ProcessTest::~ProcessTest() {
     if (m_pid > 0) {
@@ -42,15 +30,13 @@ ProcessTest::~ProcessTest() {
         waitpid(m_pid, nullptr, 0);
     }
     if (HasFailure()) {
-        std::fprintf(stderr, "what the process left behind stays in %s\n", m_folder.c_str());
-        return;
+        std::fprintf(stderr, "what the process left behind stays in %s\n", m_folder.Path().c_str());
+        m_folder.Keep();
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(m_folder, ignored);
 }
 
 void ProcessTest::Start(const std::string& scenario, const SubjectOptions& options) {
-    m_log = m_folder + "/log" + std::to_string(++m_logs) + ".jsonl";
+    m_log = m_folder.PathOf("log" + std::to_string(++m_logs) + ".jsonl");
     std::vector<std::string> texts{TARN_PROCESS_SUBJECT,
                                    scenario,
                                    m_log,
@@ -69,8 +55,11 @@ void ProcessTest::Start(const std::string& scenario, const SubjectOptions& optio
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     if (options.isExpectedToComplain) {
-        posix_spawn_file_actions_addopen(
-            &actions, STDERR_FILENO, (m_folder + "/complaints").c_str(), O_WRONLY | O_CREAT, 0600);
+        posix_spawn_file_actions_addopen(&actions,
+                                         STDERR_FILENO,
+                                         m_folder.PathOf("complaints").c_str(),
+                                         O_WRONLY | O_CREAT,
+                                         0600);
     }
     m_begin = Clock::now();
     const int error =
@@ -125,20 +114,6 @@ void ProcessTest::ExpectSoundLogUpToTheLastLine(const ProcessLog& log) const {
 
 std::string DeliveryName(const testing::TestParamInfo<const char*>& info) {
     return std::string(info.param) == "async" ? "Asynchronously" : "Synchronously";
-}
-
-bool CanChildrenStartThreads() {
-#ifdef __SANITIZE_THREAD__
-    return false;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-    return false;
-#else
-    return true;
-#endif
-#else
-    return true;
-#endif
 }
 
 }  // namespace ProcessTest

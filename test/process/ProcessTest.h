@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ProcessLog.h"
+#include "TemporaryFolder.h"
 
 #include <chrono>
 #include <cstddef>
@@ -27,7 +28,6 @@ struct SubjectOptions {
 /// parameter is the way of delivery.
 class ProcessTest : public testing::TestWithParam<const char*> {
 protected:
-    ProcessTest();
     ~ProcessTest() override;
 
     bool IsAsynchronous() const { return std::string(GetParam()) == "async"; }
@@ -64,7 +64,7 @@ protected:
     void ExpectSoundLogUpToTheLastLine(const ProcessLog& log) const;
 
 private:
-    std::string m_folder;
+    tarn::test::TemporaryFolder m_folder;
     std::string m_log;
     pid_t m_pid = -1;
     int m_logs = 0;
@@ -74,8 +74,5 @@ private:
 
 /// For the names of tests.
 std::string DeliveryName(const testing::TestParamInfo<const char*>& info);
-
-/// Thread sanitizer cannot follow threads that are started in a forked child.
-bool CanChildrenStartThreads();
 
 }  // namespace ProcessTest
