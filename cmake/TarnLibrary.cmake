@@ -13,16 +13,19 @@ function(tarn_configure_target target)
                    POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
-# Thread-local state at a fixed place in each thread's block, which saves a call for each access. The
-# few hundred bytes fit into what the C library reserves for libraries that are loaded late.
-function(tarn_use_static_thread_locals target)
-    target_compile_options(${target} PRIVATE -ftls-model=initial-exec)
+# Code of a shared library. Thread-local state stands at a fixed place in each thread's block, which
+# saves a call for each access; the few hundred bytes fit into what the C library reserves for
+# libraries that are loaded late. Calls within the library are direct, as nobody is to replace its
+# functions one by one, and calls of other libraries take no detour.
+function(tarn_compile_for_shared_library target)
+    target_compile_options(${target} PRIVATE -ftls-model=initial-exec -fno-semantic-interposition
+                                             -fno-plt)
 endfunction()
 
 # Settings of the four shared libraries. They are never unloaded (-z nodelete), because scopes and
 # thread-local state may outlive any dlclose(); and they are complete in themselves.
 function(tarn_configure_shared_library target)
-    tarn_use_static_thread_locals(${target})
+    tarn_compile_for_shared_library(${target})
     tarn_configure_target(${target})
     target_compile_features(${target} INTERFACE cxx_std_17)
     target_link_options(${target} PRIVATE LINKER:--no-undefined LINKER:-z,nodelete)

@@ -37,7 +37,7 @@ uint64 NextId() {
     return ++last;
 }
 
-void Emit(MetricsEvent event) {
+void Deliver(MetricsEvent event) {
     using namespace std::chrono;
     event.time = steady_clock::now().time_since_epoch() / nanoseconds(1);
     const auto wall = duration_cast<microseconds>(system_clock::now().time_since_epoch());
@@ -135,7 +135,7 @@ void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits)
     MetricsEvent event = MakeEvent(MetricsEventType::AttributePairs, 0, CurrentContext(), bits);
     event.name = std::move(name);
     event.pairs = std::move(pairs);
-    Emit(std::move(event));
+    Deliver(std::move(event));
 }
 
 struct Context::State {
@@ -145,7 +145,7 @@ struct Context::State {
 
 uint64 Context::Create(bool isRoot) {
     const uint64 id = NextId();
-    Emit(MakeEvent(MetricsEventType::CreateContext, id, isRoot ? 0 : CurrentContext(), 0));
+    Deliver(MakeEvent(MetricsEventType::CreateContext, id, isRoot ? 0 : CurrentContext(), 0));
     return id;
 }
 
@@ -153,11 +153,11 @@ Context::Context(uint64 flags, uint64 id) : m_state(std::make_shared<State>(Stat
 
 Context::~Context() {
     DetachFromThread();
-    Emit(MakeEvent(MetricsEventType::CloseContext, m_state->id, 0, m_state->flags));
+    Deliver(MakeEvent(MetricsEventType::CloseContext, m_state->id, 0, m_state->flags));
 }
 
 void Context::OpenScope() {
-    Emit(MakeEvent(MetricsEventType::OpenContext, m_state->id, 0, m_state->flags));
+    Deliver(MakeEvent(MetricsEventType::OpenContext, m_state->id, 0, m_state->flags));
     AttachToThread();
 }
 
@@ -169,7 +169,7 @@ void Context::AttachToThread() {
         MakeEvent(MetricsEventType::Attribute, 0, m_state->id, m_state->flags | flagTracing);
     event.name = MetricsValue(u"tid");
     event.value = MetricsValue(TSystem::ThreadID());
-    Emit(std::move(event));
+    Deliver(std::move(event));
 }
 
 void Context::DetachFromThread() {
@@ -181,19 +181,14 @@ void Context_deleter::operator()(Context* context) const noexcept {
     delete context;
 }
 
-Scope::Scope(uint64 flags) noexcept : m_flags(flags) {}
-
-Scope::~Scope() {
-    if (!m_open) {
-        return;
-    }
+void Scope::Close() noexcept {
     MetricsEvent event = MakeEvent(MetricsEventType::CloseScope, m_id, m_contextId, m_flags);
     event.name = m_name;
-    Emit(event);
+    Deliver(event);
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
         event.type = MetricsEventType::PostCloseScope;
         event.value = MetricsValue(static_cast<uint32>(action));
-        Emit(event);
+        Deliver(event);
     }
 }
 
@@ -209,14 +204,14 @@ void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
     MetricsEvent event = MakeEvent(MetricsEventType::OpenScope, m_id, m_contextId, m_flags);
     event.name = m_name;
     event.pairs = std::move(pairs);
-    Emit(std::move(event));
+    Deliver(std::move(event));
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {
     MetricsEvent event = MakeEvent(type, m_id, m_contextId, m_flags);
     event.name = name;
     event.value = std::move(value);
-    Emit(std::move(event));
+    Deliver(std::move(event));
 }
 
 void Scope::MultiEmitImpl(MetricsEventType type,
@@ -225,7 +220,19 @@ void Scope::MultiEmitImpl(MetricsEventType type,
     MetricsEvent event = MakeEvent(type, m_id, m_contextId, m_flags);
     event.name = name;
     event.pairs = std::move(pairs);
-    Emit(std::move(event));
+    Deliver(std::move(event));
+}
+
+void Scope::Open(const ValueView& name, PairSpan pairs) {
+    OpenImpl(name.ToValue(), pairs.ToList());
+}
+
+void Scope::Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const {
+    EmitImpl(type, name.ToValue(), value.ToValue());
+}
+
+void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const {
+    MultiEmitImpl(type, name.ToValue(), pairs.ToList());
 }
 
 void Scope::SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions) {

@@ -82,44 +82,63 @@ namespace TLog {
 
 Value::~Value() = default;
 
-Literal::Literal(Key, LiteralType type, int64 integer, double real, TString text) noexcept
+Literal::Literal(Key, LiteralContent content) noexcept
     : Value(ValueKind::Literal),
-      m_text(std::move(text)),
-      m_integer(integer),
-      m_double(real),
-      m_type(type) {}
+      m_content(std::move(content)) {}
 
 Literal::~Literal() = default;
 
+std::shared_ptr<Literal> Literal::Make(LiteralContent content) {
+    return std::make_shared<Literal>(Key{}, std::move(content));
+}
+
 std::shared_ptr<Literal> Literal::String(TString text) {
-    return std::make_shared<Literal>(Key{}, LiteralType::String, 0, 0.0, std::move(text));
+    return Make(LiteralContent::String(std::move(text)));
 }
 
 std::shared_ptr<Literal> Literal::Int(int64 value) {
-    return std::make_shared<Literal>(Key{}, LiteralType::Integer, value, 0.0, TString());
+    return Make(LiteralContent::Int(value));
 }
 
 std::shared_ptr<Literal> Literal::Bool(bool value) {
-    return std::make_shared<Literal>(Key{}, LiteralType::Boolean, value ? 1 : 0, 0.0, TString());
+    return Make(LiteralContent::Bool(value));
 }
 
-std::shared_ptr<Literal> Literal::Double(double value, int /*notation*/) {
-    return std::make_shared<Literal>(Key{}, LiteralType::Double, 0, value, TString());
+std::shared_ptr<Literal> Literal::Double(double value, int notation) {
+    return Make(LiteralContent::Double(value, notation));
 }
 
 const std::shared_ptr<Literal>& Literal::Null() {
-    static const auto null = std::make_shared<Literal>(Key{}, LiteralType::Null, 0, 0.0, TString());
+    static const auto null = Make(LiteralContent());
     return null;
 }
 
-Object::Object(Key, NameTable fields) noexcept
+Object::Object(Key, NameTable fields)
     : Value(ValueKind::Object),
-      m_fields(std::move(fields)) {}
+      m_isList(false),
+      m_table(new NameTable(std::move(fields))) {}
 
-Object::~Object() = default;
+Object::~Object() {
+    delete m_table.load();
+}
 
 std::shared_ptr<Object> Object::Make(NameTable fields) {
     return std::make_shared<Object>(Key{}, std::move(fields));
+}
+
+// This host has nothing to win by keeping the list.
+std::shared_ptr<Object> Object::MakeOfList(FieldList fields) {
+    NameTable table;
+    for (Field& field : fields) {
+        auto value = field.shared != nullptr ? std::move(field.shared)
+                                             : Literal::Make(std::move(field.literal));
+        table.insert_or_assign(std::move(field.name), std::move(value));
+    }
+    return Make(std::move(table));
+}
+
+const NameTable& Object::GetFields() const {
+    return *m_table.load();
 }
 
 Array::Array(Key, std::vector<std::shared_ptr<Value>> items) noexcept

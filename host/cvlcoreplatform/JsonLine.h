@@ -1,6 +1,8 @@
 #pragma once
 
-#include "RapidJson.h"
+#include "LineText.h"
+#include "ObjectShapes.h"
+#include "TimeText.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
 #include "cvlcoreplatform/TLogValue.h"
@@ -8,48 +10,12 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlsys/IntegerTypes.h"
 
+#include <chrono>
 #include <cstddef>
-#include <string>
 #include <string_view>
 #include <vector>
 
 namespace cvlcoreplatform {
-
-/// Throws when there is no memory, which RapidJSON's own allocator does not notice.
-class LineAllocator {
-public:
-    // Named by RapidJSON.
-    static constexpr bool kNeedFree = true;  // NOLINT(readability-identifier-naming)
-
-    void* Malloc(std::size_t bytes);
-    void* Realloc(void* block, std::size_t oldBytes, std::size_t newBytes);
-    static void Free(void* block) noexcept;
-};
-
-using LineBuffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, LineAllocator>;
-
-/// RapidJSON's writer with a short cut for texts that stand in JSON as they are. Nearly all names,
-/// ids and values are such.
-class LineWriter
-    : public rapidjson::Writer<LineBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>, LineAllocator> {
-public:
-    using Writer::Writer;
-
-    // Texts stand in an object or an array always, a line being an object.
-
-    /// Writes `text` if all its characters are ASCII and none needs an escape; else does nothing.
-    bool WritePlain(std::u16string_view text);
-
-    /// `text` is known to be plain.
-    void WritePlain(std::string_view text);
-
-private:
-    // Two quotation marks and a separator.
-    static constexpr std::size_t mostAround = 3;
-
-    std::size_t SeparatorBefore(char* to) noexcept;
-    void CountValue() noexcept;
-};
 
 /// Makes JSON lines. Its buffers live on between lines, so that an ordinary line allocates
 /// nothing. One thread at a time.
@@ -70,31 +36,33 @@ public:
                             TLog::EventTimePoint now);
 
 private:
-    // A field of a table, with what decides on its place.
+    // A field of an object, with what decides on its place.
     struct Field {
         uint64 firstUnits;
         const TString* name;
-        const TLog::Value* value;
+        const TLog::Value* value;  // null if the literal counts
+        const TLog::LiteralContent* literal;
     };
 
-    void Begin();
+    void Begin(TLog::EventTimePoint time, TLog::Severity severity);
     std::string_view End();
     void WriteTime(TLog::EventTimePoint time);
     void WriteProcessAndThread(uint32 processId, uint64 threadId);
-    void WriteName(std::string_view name);
-    void WriteText(std::string_view name, const TString& text);
-    void WriteText(const TString& text);
     void WriteOptional(std::string_view name, const TLog::Value* value);
     void WriteValue(const TLog::Value& value, int depth);
-    void WriteLiteral(const TLog::Literal& literal);
-    void WriteTable(const TLog::NameTable& table, int depth);
-    void WriteNumber(double value, bool fixed);
+    void WriteLiteral(const TLog::LiteralContent& literal);
+    void WriteObject(const TLog::Object& object, int depth);
+    void WriteArray(const TLog::Array& array, int depth);
+    void WriteShaped(const TLog::FieldList& fields, const ObjectShape& shape, int depth);
+    void WriteFieldValue(const TLog::Value* value, const TLog::LiteralContent* literal, int depth);
+    void CollectFields(const TLog::Object& object);
 
-    LineBuffer m_out;
-    LineWriter m_writer{m_out};
-    std::string m_utf8;
-    std::size_t m_lastLength = 0;
-    // The fields of all tables that are open, those of the innermost last.
+    LineText m_line;
+    ObjectShapes m_shapes;
+    // The second of the last time that was written, and its text up to the point.
+    std::chrono::sys_seconds m_second = std::chrono::sys_seconds::min();
+    TimeText m_secondText;
+    // The fields of all objects that are open, those of the innermost last.
     std::vector<Field> m_fields;
 };
 

@@ -13,6 +13,10 @@
 #include <string_view>
 #include <utility>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid.hpp>
 
@@ -80,19 +84,50 @@ void ReseedInChild() {
 
 constexpr std::size_t digitsInId = 32;
 
-// The two digits of every byte.
-using PairsOfDigits = std::array<std::array<char16_t, 2>, 256>;
+using Digits = std::array<char16_t, digitsInId>;
 
-constexpr PairsOfDigits MakePairsOfDigits(std::u16string_view digits) noexcept {
-    PairsOfDigits pairs{};
-    for (std::size_t byte = 0; byte < pairs.size(); ++byte) {
-        pairs[byte] = {digits[byte / 16], digits[byte % 16]};
-    }
-    return pairs;
+#ifdef __SSE2__
+
+// All digits at once: a byte each first, then widened.
+Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept {
+    const __m128i all = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes.data()));
+    const __m128i low = _mm_set1_epi8(0x0F);
+    const __m128i first = _mm_and_si128(_mm_srli_epi16(all, 4), low);
+    const __m128i second = _mm_and_si128(all, low);
+    const __m128i nine = _mm_set1_epi8(9);
+    const __m128i zero = _mm_set1_epi8('0');
+    // How much farther than the digit 9 the letter A is.
+    const __m128i letters = _mm_set1_epi8(static_cast<char>((upper ? 'A' : 'a') - '9' - 1));
+    const auto digits = [&](__m128i values) {
+        const __m128i gap = _mm_and_si128(_mm_cmpgt_epi8(values, nine), letters);
+        return _mm_add_epi8(_mm_add_epi8(values, zero), gap);
+    };
+    const __m128i front = digits(_mm_unpacklo_epi8(first, second));
+    const __m128i back = digits(_mm_unpackhi_epi8(first, second));
+    const __m128i none = _mm_setzero_si128();
+    const __m128i units[4] = {_mm_unpacklo_epi8(front, none),
+                              _mm_unpackhi_epi8(front, none),
+                              _mm_unpacklo_epi8(back, none),
+                              _mm_unpackhi_epi8(back, none)};
+    Digits result;
+    static_assert(sizeof result == sizeof units);
+    std::memcpy(result.data(), units, sizeof result);
+    return result;
 }
 
-constexpr PairsOfDigits upperDigits = MakePairsOfDigits(u"0123456789ABCDEF");
-constexpr PairsOfDigits lowerDigits = MakePairsOfDigits(u"0123456789abcdef");
+#else
+
+Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept {
+    const char16_t* const digits = upper ? u"0123456789ABCDEF" : u"0123456789abcdef";
+    Digits result{};
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        result[2 * i] = digits[bytes[i] / 16];
+        result[2 * i + 1] = digits[bytes[i] % 16];
+    }
+    return result;
+}
+
+#endif
 
 constexpr bool HasHyphenBefore(std::size_t byte) noexcept {
     return byte == 4 || byte == 6 || byte == 8 || byte == 10;
@@ -157,34 +192,24 @@ TUUID TUUID::CreateUUID() {
 }
 
 TString TUUID::ToString(TUUIDFormatOption option) const {
-    const bool upper = option == TUUIDFormatOption::UpperHyphenated;
-    const bool braces = option == TUUIDFormatOption::Braces;
-    const bool hyphens = option != TUUIDFormatOption::Digits;
-    const PairsOfDigits& digits = upper ? upperDigits : lowerDigits;
-    constexpr std::size_t hyphenCount = 4;
-    std::u16string text(digitsInId + (hyphens ? hyphenCount : 0) + (braces ? 2 : 0), u'-');
-    char16_t* next = text.data();
-    if (braces) {
-        *next++ = u'{';
+    const Digits digits = DigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
+    if (option == TUUIDFormatOption::Digits) {
+        return TString(std::u16string_view(digits.data(), digits.size()));
     }
-    const std::size_t hyphen = hyphens ? 1 : 0;
-    const auto write = [&](std::size_t first, std::size_t end) {
-        for (std::size_t byte = first; byte < end; ++byte) {
-            std::memcpy(next, digits[m_bytes[byte]].data(), sizeof digits[0]);
-            next += 2;
-        }
-    };
-    write(0, 4);
-    next += hyphen;
-    write(4, 6);
-    next += hyphen;
-    write(6, 8);
-    next += hyphen;
-    write(8, 10);
-    next += hyphen;
-    write(10, 16);
-    if (braces) {
-        *next++ = u'}';
-    }
-    return TString(std::move(text));
+    // The digits stand in groups of 8, 4, 4, 4 and 12.
+    constexpr std::size_t unit = sizeof(char16_t);
+    std::array<char16_t, 38> text;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    text[0] = u'{';
+    std::memcpy(&text[1], &digits[0], 8 * unit);
+    text[9] = u'-';
+    std::memcpy(&text[10], &digits[8], 4 * unit);
+    text[14] = u'-';
+    std::memcpy(&text[15], &digits[12], 4 * unit);
+    text[19] = u'-';
+    std::memcpy(&text[20], &digits[16], 4 * unit);
+    text[24] = u'-';
+    std::memcpy(&text[25], &digits[20], 12 * unit);
+    text[37] = u'}';
+    const std::u16string_view braced(text.data(), text.size());
+    return TString(option == TUUIDFormatOption::Braces ? braced : braced.substr(1, 36));
 }

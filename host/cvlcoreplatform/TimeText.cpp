@@ -1,5 +1,6 @@
 #include "TimeText.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
@@ -13,7 +14,7 @@ using std::chrono::minutes;
 using std::chrono::seconds;
 using std::chrono::sys_time;
 
-void AppendDateAndTime(TimeText& text, sys_time<microseconds> time) noexcept {
+void AppendDateAndTime(TimeText& text, sys_time<seconds> time) noexcept {
     // The library's calendar, because the C functions take a lock that all threads share.
     const auto day = std::chrono::floor<std::chrono::days>(time);
     const std::chrono::year_month_day date(day);
@@ -33,8 +34,13 @@ void AppendDateAndTime(TimeText& text, sys_time<microseconds> time) noexcept {
     text.AppendNumber(static_cast<unsigned>(clock.minutes().count()), 2);
     text.Append(':');
     text.AppendNumber(static_cast<unsigned>(clock.seconds().count()), 2);
+}
+
+void AppendDateAndTime(TimeText& text, sys_time<microseconds> time) noexcept {
+    const auto second = std::chrono::floor<seconds>(time);
+    AppendDateAndTime(text, second);
     text.Append('.');
-    text.AppendNumber(static_cast<unsigned>(clock.subseconds().count()), 6);
+    text.AppendNumber(static_cast<unsigned>((time - second).count()), 6);
 }
 
 // Whole minutes, as the form has no place for more: old local mean times have seconds.
@@ -50,21 +56,20 @@ minutes OffsetFromUtc(sys_time<microseconds> time) noexcept {
 }  // namespace
 
 void TimeText::AppendNumber(unsigned value, unsigned width) noexcept {
-    constexpr unsigned mostDigits = 10;
-    std::array<char, mostDigits> digits{};
-    unsigned count = 0;
-    for (; value != 0 || count < width; value /= 10) {
-        digits[count++] = static_cast<char>('0' + value % 10);
+    unsigned digits = 1;
+    for (unsigned rest = value / 10; rest != 0; rest /= 10) {
+        ++digits;
     }
-    while (count != 0) {
-        Append(digits[--count]);
+    digits = std::max(digits, width);
+    for (unsigned i = digits; i != 0; --i, value /= 10) {
+        m_characters[m_length + i - 1] = static_cast<char>('0' + value % 10);
     }
+    m_length += digits;
 }
 
-TimeText FormatUtc(TLog::EventTimePoint time) noexcept {
+TimeText FormatUtcUpToSecond(std::chrono::sys_seconds time) noexcept {
     TimeText text;
-    AppendDateAndTime(text, std::chrono::floor<microseconds>(time));
-    text.Append('Z');
+    AppendDateAndTime(text, time);
     return text;
 }
 

@@ -3,6 +3,7 @@
 #include "cvlcoreplatform/TLogEvent.h"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <string_view>
 
@@ -23,8 +24,8 @@ private:
     std::size_t m_length = 0;
 };
 
-/// "2026-02-01T12:00:00.250000Z"
-TimeText FormatUtc(TLog::EventTimePoint time) noexcept;
+/// "2026-02-01T12:00:00"
+TimeText FormatUtcUpToSecond(std::chrono::sys_seconds time) noexcept;
 
 /// "2026-02-01T13:00:00.250000+01:00", in the time zone of the process.
 TimeText FormatLocal(TLog::EventTimePoint time) noexcept;

@@ -70,12 +70,25 @@ private:
     int m_cancelState = PTHREAD_CANCEL_ENABLE;
 };
 
-void Wait(Delivery& delivery, MetricsEvent&& event) {
+void Wait(Delivery& delivery, const EventView& event) {
     try {
-        delivery.waiting.push_back(std::move(event));
+        MetricsEvent waiting;
+        event.CopyTo(waiting);
+        delivery.waiting.push_back(std::move(waiting));
     } catch (const std::bad_alloc&) {
         LossReport::CountLostEvent();
         throw;
+    }
+}
+
+/// Lets go of what an event holds, and keeps the memory of a list of ordinary length.
+void LetGo(MetricsEvent& event) noexcept {
+    constexpr std::size_t most = 64;
+    event.name = MetricsValue();
+    event.value = MetricsValue();
+    event.pairs.clear();
+    if (event.pairs.capacity() > most) {
+        event.pairs = {};
     }
 }
 
@@ -90,7 +103,7 @@ public:
 
     Consumers& GetConsumers() noexcept { return m_consumers; }
 
-    void Deliver(const MetricsEvent& event) noexcept;
+    void Deliver(const EventView& event);
     void DeliverQueued() noexcept;
     bool DeliverSome() noexcept;
 
@@ -189,7 +202,7 @@ void Dispatcher::StartAnewInChild() noexcept {
     UnlockAfterFork();
 }
 
-void Dispatcher::Deliver(const MetricsEvent& event) noexcept {
+void Dispatcher::Deliver(const EventView& event) {
     // Outlives the lock: the destructor of a listener that goes with its last reference here may do
     // anything, waiting for other threads included.
     Delivery delivery;
@@ -200,7 +213,9 @@ void Dispatcher::Deliver(const MetricsEvent& event) noexcept {
     const corvala::memory::UnchargedAllocations uncharged;
 
     DeliverQueued(delivery);
-    DeliverWithFollowers(event, delivery);
+    event.CopyTo(m_taken);
+    DeliverWithFollowers(m_taken, delivery);
+    LetGo(m_taken);
 }
 
 void Dispatcher::DeliverQueued() noexcept {
@@ -258,6 +273,7 @@ bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
     EventQueues::Pop();
     if (isRead) {
         DeliverWithFollowers(m_taken, delivery);
+        LetGo(m_taken);
     }
     return true;
 }
@@ -340,7 +356,7 @@ void CountWait(std::chrono::steady_clock::duration time) noexcept {
 }
 
 /// Sleeps until the event has found room. False if that is given up.
-bool WaitForRoom(MetricsEvent& event) {
+bool WaitForRoom(const EventView& event) {
     const auto begin = std::chrono::steady_clock::now();
     bool isQueued = false;
     while (!isQueued && !s_isGivenUp.load(std::memory_order_acquire)) {
@@ -348,25 +364,29 @@ bool WaitForRoom(MetricsEvent& event) {
             Dispatcher::Get().DeliverQueued();
         }
         EventQueues::WaitForRoom();
-        isQueued = EventQueues::Append(std::move(event)) == EventQueues::Outcome::Queued;
+        isQueued = EventQueues::Append(event) == EventQueues::Outcome::Queued;
     }
     CountWait(std::chrono::steady_clock::now() - begin);
     return isQueued;
 }
 
-void Queue(MetricsEvent&& event) {
+/// Whether the event has found a queue. If not, there is no memory for one.
+bool TryToQueue(const EventView& event) {
     try {
-        if (EventQueues::Append(std::move(event)) == EventQueues::Outcome::NoRoom &&
-            !WaitForRoom(event)) {
+        if (EventQueues::Append(event) == EventQueues::Outcome::NoRoom && !WaitForRoom(event)) {
             LossReport::CountLostEvent();
-            return;
         }
+        return true;
     } catch (const std::bad_alloc&) {
-        // The event is as it was. To deliver it at once, behind what is queued, needs no memory.
-        Dispatcher::Get().Deliver(event);
-        return;
+        return false;
     }
-    if (!DeliveringThread::Notice()) {
+}
+
+void Queue(const EventView& event) {
+    if (!TryToQueue(event)) {
+        // To deliver it at once, behind what is queued, needs less memory.
+        Dispatcher::Get().Deliver(event);
+    } else if (!DeliveringThread::Notice()) {
         Dispatcher::Get().DeliverQueued();
     }
 }
@@ -405,26 +425,26 @@ void CountRefusedScope() noexcept {
     LossReport::CountRefusedScope();
 }
 
-void Emit(MetricsEvent&& event) {
+void Emit(EventView& event) {
     const ClockReading now = ReadClock();
     event.time = now.time;
     event.wallSeconds = now.wallSeconds;
     event.wallMicros = now.wallMicros;
 
     if (t_delivery != nullptr) {
-        Wait(*t_delivery, std::move(event));
+        Wait(*t_delivery, event);
     } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
         LossReport::CountLostEvent();
     } else if (IsAsynchronous() && !DeliveringThread::IsCurrent()) {
-        Queue(std::move(event));
+        Queue(event);
     } else {
         Dispatcher::Get().Deliver(event);
     }
 }
 
-void EmitFromDestructor(MetricsEvent&& event) noexcept {
+void EmitFromDestructor(EventView& event) noexcept {
     try {
-        Emit(std::move(event));
+        Emit(event);
     } catch (const std::bad_alloc&) {
         // It is counted; a destructor has nobody to tell.
     }

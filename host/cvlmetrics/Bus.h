@@ -1,7 +1,8 @@
 #pragma once
 
+#include "EventView.h"
+
 #include "cvlmetrics/IMetricsListener.h"
-#include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 
@@ -31,12 +32,12 @@ bool HasRoomForContext() noexcept;
 void CountRefusedScope() noexcept;
 
 /// Stamps an event with the time and sends it on its way. Whoever calls it has asked for admission
-/// before, so that nothing is built in vain. Throws `std::bad_alloc` when the event has to wait and
-/// there is no memory for that; the event is lost then, and counted.
-void Emit(MetricsEvent&& event);
+/// before, so that nothing is built in vain. Throws `std::bad_alloc` when there is no memory for
+/// what has to be made of the event; it is lost then.
+void Emit(EventView& event);
 
 /// For destructors: as `Emit`, but a lost event is counted only.
-void EmitFromDestructor(MetricsEvent&& event) noexcept;
+void EmitFromDestructor(EventView& event) noexcept;
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
 bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);

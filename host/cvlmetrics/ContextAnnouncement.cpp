@@ -1,6 +1,7 @@
 #include "ContextAnnouncement.h"
 
 #include "Bus.h"
+#include "EventView.h"
 
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsValue.h"
@@ -14,8 +15,8 @@ namespace Metrics::ContextAnnouncement {
 
 namespace {
 
-MetricsEvent ContextEvent(MetricsEventType type, uint64 id, uint64 parentId, uint64 flags) {
-    MetricsEvent event;
+EventView ContextEvent(MetricsEventType type, uint64 id, uint64 parentId, uint64 flags) {
+    EventView event;
     event.id = id;
     event.contextId = parentId;
     event.flags = flags;
@@ -23,7 +24,7 @@ MetricsEvent ContextEvent(MetricsEventType type, uint64 id, uint64 parentId, uin
     return event;
 }
 
-MetricsEvent ContextEvent(MetricsEventType type, const ContextState& context) {
+EventView ContextEvent(MetricsEventType type, const ContextState& context) {
     return ContextEvent(type, context.id, context.parentId, context.flags);
 }
 
@@ -50,7 +51,8 @@ void CorrectThreadInForkedChild(ContextState& context) {
 }
 
 void EmitCreated(uint64 contextId, uint64 parentId) {
-    Bus::Emit(ContextEvent(MetricsEventType::CreateContext, contextId, parentId, 0));
+    EventView event = ContextEvent(MetricsEventType::CreateContext, contextId, parentId, 0);
+    Bus::Emit(event);
 }
 
 }  // namespace
@@ -68,7 +70,8 @@ bool SayCreated(uint64 contextId, uint64 parentId) {
 
 void SayOpened(ContextState& context, uint64 threadId) {
     if (Bus::AdmitsContextEvents()) {
-        Bus::Emit(ContextEvent(MetricsEventType::OpenContext, context));
+        EventView event = ContextEvent(MetricsEventType::OpenContext, context);
+        Bus::Emit(event);
     }
     SayThread(context, threadId);
 }
@@ -78,19 +81,20 @@ void SayThread(ContextState& context, uint64 threadId) {
     if (!Bus::Admits(flagTracing)) {
         return;
     }
-    MetricsEvent event;
+    EventView event;
     event.contextId = context.id;
     event.flags = flagTracing;
     event.name = ThreadAttributeName();
     event.value = threadId;
     event.type = MetricsEventType::Attribute;
-    Bus::Emit(std::move(event));
+    Bus::Emit(event);
     context.announcedThread.store(threadId, std::memory_order_relaxed);
 }
 
 void SayClosed(const ContextState& context) noexcept {
     if (Bus::AdmitsContextEvents()) {
-        Bus::EmitFromDestructor(ContextEvent(MetricsEventType::CloseContext, context));
+        EventView event = ContextEvent(MetricsEventType::CloseContext, context);
+        Bus::EmitFromDestructor(event);
     }
 }
 

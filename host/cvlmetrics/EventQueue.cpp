@@ -37,20 +37,30 @@ EventQueue::~EventQueue() {
     }
 }
 
-EventRecord* EventQueue::Prepare(MetricsEvent&& event) {
-    const std::size_t bytes = EventRecord::BytesFor(event);
-    const uint64 begin = m_written.load(std::memory_order_relaxed);
-    // A record lies in one piece: what is left at the end of the ring may be too little for it.
-    const std::size_t atEnd = m_capacity - (begin & m_mask);
-    const std::size_t gap = atEnd < bytes ? atEnd : 0;
-
-    if (begin + gap + bytes - m_readAsKnown > m_capacity) {
+bool EventQueue::HasRoom(uint64 begin, std::size_t bytes) noexcept {
+    if (begin + bytes - m_readAsKnown > m_capacity) {
         m_readAsKnown = m_read.load(std::memory_order_acquire);
-        if (begin + gap + bytes - m_readAsKnown > m_capacity) {
-            return nullptr;
-        }
     }
-    EventRecord& record = EventRecord::Write(At(begin + gap), bytes, std::move(event));
+    return begin + bytes - m_readAsKnown <= m_capacity;
+}
+
+EventRecord* EventQueue::Prepare(const EventView& event) {
+    const uint64 begin = m_written.load(std::memory_order_relaxed);
+    const std::size_t atEnd = m_capacity - (begin & m_mask);
+    // Where the largest record would find room, an event need not be measured before it is written.
+    if (atEnd >= EventRecord::largest && HasRoom(begin, EventRecord::largest)) {
+        EventRecord& record = EventRecord::Write(At(begin), EventRecord::largest, event);
+        m_prepared = begin + record.GetBytes();
+        return &record;
+    }
+
+    const std::size_t bytes = EventRecord::BytesFor(event);
+    // A record lies in one piece: what is left at the end of the ring may be too little for it.
+    const std::size_t gap = atEnd < bytes ? atEnd : 0;
+    if (!HasRoom(begin, gap + bytes)) {
+        return nullptr;
+    }
+    EventRecord& record = EventRecord::Write(At(begin + gap), bytes, event);
     if (gap != 0) {
         EventRecord::WriteGap(At(begin), gap);
     }

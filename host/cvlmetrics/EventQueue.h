@@ -1,8 +1,8 @@
 #pragma once
 
 #include "EventRecord.h"
+#include "EventView.h"
 
-#include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
@@ -28,9 +28,9 @@ public:
 
     // For the thread that writes.
 
-    /// Writes an event where the reader does not see it yet; null when there is no room for it now,
-    /// and the event is as it was then. Throws `std::bad_alloc`, with the event as it was.
-    EventRecord* Prepare(MetricsEvent&& event);
+    /// Writes an event where the reader does not see it yet; null when there is no room for it now.
+    /// Throws `std::bad_alloc`.
+    EventRecord* Prepare(const EventView& event);
 
     /// Shows the reader the record that was prepared last.
     void Publish() noexcept;
@@ -66,6 +66,8 @@ public:
     std::atomic<bool> hasOwner{true};
 
 private:
+    bool HasRoom(uint64 begin, std::size_t bytes) noexcept;
+
     std::byte* At(uint64 position) const noexcept { return m_ring.get() + (position & m_mask); }
 
     struct Free {

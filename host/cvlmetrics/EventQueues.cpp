@@ -216,8 +216,8 @@ EventQueue* OwnQueue() {
 }
 
 // The ticket stands between writing and showing, see the header.
-Outcome AppendTo(EventQueue& queue, MetricsEvent&& event) {
-    EventRecord* const record = queue.Prepare(std::move(event));
+Outcome AppendTo(EventQueue& queue, const EventView& event) {
+    EventRecord* const record = queue.Prepare(event);
     if (record == nullptr) {
         return Outcome::NoRoom;
     }
@@ -242,8 +242,8 @@ auto WithQueue(const Action& action) {
 
 }  // namespace
 
-Outcome Append(MetricsEvent&& event) {
-    return WithQueue([&event](EventQueue& queue) { return AppendTo(queue, std::move(event)); });
+Outcome Append(const EventView& event) {
+    return WithQueue([&event](EventQueue& queue) { return AppendTo(queue, event); });
 }
 
 void WaitForRoom() noexcept {

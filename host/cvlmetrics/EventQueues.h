@@ -1,8 +1,8 @@
 #pragma once
 
 #include "EventQueue.h"
+#include "EventView.h"
 
-#include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <cstddef>
@@ -22,9 +22,9 @@ enum class Outcome { Queued, NoRoom };
 
 // For the thread that emits.
 
-/// Appends an event to the calling thread's queue. Throws `std::bad_alloc`, with the event as it
-/// was, if that needs memory and there is none.
-Outcome Append(MetricsEvent&& event);
+/// Appends an event to the calling thread's queue. Throws `std::bad_alloc` if that needs memory and
+/// there is none.
+Outcome Append(const EventView& event);
 
 /// Sleeps until there may be room in the calling thread's queue, for some milliseconds at most.
 void WaitForRoom() noexcept;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "EventView.h"
+
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 
@@ -8,9 +10,9 @@
 namespace Metrics {
 
 /// An event as bytes in a queue: the texts are copied, so that what the emitting thread has
-/// allocated it also releases, and a queued event asks for no memory. An event that is very large
-/// or holds what no event should (values of unknown kinds) is moved to the heap instead and the
-/// record only points to it.
+/// allocated it also releases, and a queued event asks for no memory. Of a text that lives as long
+/// as the process the address is enough. An event that is very large or holds what no event should
+/// (values of unknown kinds) stands on the heap instead and the record only points to it.
 ///
 /// A record begins on a multiple of eight bytes and is a multiple of eight long. It is written by
 /// one thread and read once, by another.
@@ -19,13 +21,14 @@ public:
     static constexpr std::size_t alignment = 8;
     static constexpr std::size_t largest = 4096;
 
-    /// How much room the record of an event takes, never more than `largest`.
-    static std::size_t BytesFor(const MetricsEvent& event) noexcept;
+    /// How much room the record of an event takes, never more than `largest`. Throws
+    /// `std::bad_alloc`.
+    static std::size_t BytesFor(const EventView& event);
 
-    /// Writes the record of an event to `place`, where `bytes` (what `BytesFor` has said) are free.
-    /// The event may be moved from. Throws `std::bad_alloc` if the heap is needed and full; nothing
-    /// has happened then.
-    static EventRecord& Write(std::byte* place, std::size_t bytes, MetricsEvent&& event);
+    /// Writes the record of an event to `place`, where `room` bytes are free: what `BytesFor` says,
+    /// or `largest`. Throws `std::bad_alloc` if the heap is needed and full; nothing has happened
+    /// then.
+    static EventRecord& Write(std::byte* place, std::size_t room, const EventView& event);
 
     /// Writes a record that stands for nothing, to fill the end of a ring.
     static void WriteGap(std::byte* place, std::size_t bytes) noexcept;
@@ -54,6 +57,8 @@ private:
     EventRecord(std::size_t bytes, Form form) noexcept
         : m_bytes(static_cast<uint32>(bytes)),
           m_form(form) {}
+
+    static EventRecord& WriteBoxed(std::byte* place, const EventView& event);
 
     std::byte* Content() noexcept { return reinterpret_cast<std::byte*>(this + 1); }
 

@@ -2,6 +2,7 @@
 
 #include "Bus.h"
 #include "ContextAnnouncement.h"
+#include "EventView.h"
 #include "MetricsManagerAccess.h"
 #include "ThreadContexts.h"
 
@@ -67,11 +68,11 @@ bool IsCurrentContextToldOf(uint64 bits) {
     return true;
 }
 
-MetricsEvent AttributeEvent(MetricsEventType type, MetricsValue&& name, uint64 bits) noexcept {
-    MetricsEvent event;
+EventView AttributeEvent(MetricsEventType type, const MetricsValue& name, uint64 bits) noexcept {
+    EventView event;
     event.contextId = ThreadContexts::CurrentId();
     event.flags = bits;
-    event.name = std::move(name);
+    event.name = name;
     event.type = type;
     return event;
 }
@@ -82,18 +83,20 @@ void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
     if (!IsCurrentContextToldOf(bits)) {
         return;
     }
-    MetricsEvent event = AttributeEvent(MetricsEventType::Attribute, std::move(name), bits);
-    event.value = std::move(value);
-    Bus::Emit(std::move(event));
+    EventView event = AttributeEvent(MetricsEventType::Attribute, name, bits);
+    event.value = value;
+    Bus::Emit(event);
 }
 
 void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
     if (!IsCurrentContextToldOf(bits)) {
         return;
     }
-    MetricsEvent event = AttributeEvent(MetricsEventType::AttributePairs, std::move(name), bits);
-    event.pairs = std::move(pairs);
-    Bus::Emit(std::move(event));
+    const NameValueList taken = std::move(pairs);
+    const PairViews views(taken);
+    EventView event = AttributeEvent(MetricsEventType::AttributePairs, name, bits);
+    event.pairs = views.Span();
+    Bus::Emit(event);
 }
 
 }  // namespace Metrics

@@ -2,6 +2,7 @@
 
 #include "Bus.h"
 #include "ContextAnnouncement.h"
+#include "EventView.h"
 #include "ThreadContexts.h"
 
 #include <atomic>
@@ -19,8 +20,8 @@ struct ScopeIdentity {
     uint64 contextId;
     uint64 flags;
 
-    MetricsEvent Event(MetricsEventType type, const MetricsValue& name) const noexcept {
-        MetricsEvent event;
+    EventView Event(MetricsEventType type, const ValueView& name) const noexcept {
+        EventView event;
         event.id = id;
         event.contextId = contextId;
         event.flags = flags;
@@ -32,31 +33,34 @@ struct ScopeIdentity {
 
 }  // namespace
 
-Scope::Scope(uint64 flags) noexcept : m_flags(flags) {}
-
 // A scope that was refused has an id and was never open. It says nothing, but what was added to its
 // context for its sake is taken back.
-Scope::~Scope() {
-    const bool wasRefused = !m_open && m_id != 0;
-    if ((!m_open && !wasRefused) || !Bus::Admits(m_flags)) {
+void Scope::Close() noexcept {
+    if (!Bus::Admits(m_flags)) {
         return;
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
     if (m_open) {
-        Bus::EmitFromDestructor(scope.Event(MetricsEventType::CloseScope, m_name));
+        EventView event = scope.Event(MetricsEventType::CloseScope, m_name);
+        Bus::EmitFromDestructor(event);
     }
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
-        MetricsEvent event = scope.Event(MetricsEventType::PostCloseScope, m_name);
+        EventView event = scope.Event(MetricsEventType::PostCloseScope, m_name);
         event.value = static_cast<uint32>(action);
-        Bus::EmitFromDestructor(std::move(event));
+        Bus::EmitFromDestructor(event);
     }
 }
 
 void Scope::OpenImpl(MetricsValue&& name) {
-    OpenImpl(std::move(name), {});
+    Open(name, {});
 }
 
 void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
+    const NameValueList taken = std::move(pairs);
+    Open(name, PairViews(taken).Span());
+}
+
+void Scope::Open(const ValueView& name, PairSpan pairs) {
     if (m_open) {
         return;
     }
@@ -78,12 +82,12 @@ void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
         m_id = id;
         return;
     }
-    m_name = std::move(name);
+    Assign(m_name, name);
     if (isAdmitted) {
         const ScopeIdentity scope{id, m_contextId, m_flags};
-        MetricsEvent event = scope.Event(MetricsEventType::OpenScope, m_name);
-        event.pairs = std::move(pairs);
-        Bus::Emit(std::move(event));
+        EventView event = scope.Event(MetricsEventType::OpenScope, m_name);
+        event.pairs = pairs;
+        Bus::Emit(event);
     }
     // Only now: a scope whose beginning was lost sends no end either.
     m_id = id;
@@ -91,25 +95,34 @@ void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {
+    Emit(type, name, value);
+}
+
+void Scope::Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const {
     if (!m_open || !Bus::Admits(m_flags)) {
         return;
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
-    MetricsEvent event = scope.Event(type, name);
-    event.value = std::move(value);
-    Bus::Emit(std::move(event));
+    EventView event = scope.Event(type, name);
+    event.value = value;
+    Bus::Emit(event);
 }
 
 void Scope::MultiEmitImpl(MetricsEventType type,
                           const MetricsValue& name,
                           NameValueList&& pairs) const {
+    const NameValueList taken = std::move(pairs);
+    MultiEmit(type, name, PairViews(taken).Span());
+}
+
+void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const {
     if (!m_open || !Bus::Admits(m_flags)) {
         return;
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
-    MetricsEvent event = scope.Event(type, name);
-    event.pairs = std::move(pairs);
-    Bus::Emit(std::move(event));
+    EventView event = scope.Event(type, name);
+    event.pairs = pairs;
+    Bus::Emit(event);
 }
 
 void Scope::SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions) {

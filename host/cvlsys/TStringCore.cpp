@@ -42,7 +42,8 @@ TStringCore::TStringCore(const char16_t* text)
 TStringCore::TStringCore(const wchar_t* text)
     : m_characters(text != nullptr ? Share(cvlsys::Utf16FromWide(text)) : nullptr) {}
 
-TStringCore::TStringCore(std::u16string_view text) : m_characters(Share(std::u16string(text))) {}
+TStringCore::TStringCore(std::u16string_view text)
+    : m_characters(text.empty() ? nullptr : cvlsys::MakeRecycled<const std::u16string>(text)) {}
 
 TStringCore::TStringCore(std::u16string&& text) : m_characters(Share(std::move(text))) {}
 

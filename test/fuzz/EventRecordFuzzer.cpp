@@ -50,13 +50,24 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     while (!input.IsAtEnd()) {
         MetricsEvent event = input.Event();
         Lengthen(event, input.Below(64) == 1 ? 40 : 0);
-        const std::size_t bytes = EventRecord::BytesFor(event);
+        const Metrics::PairViews pairs(event.pairs);
+        const Metrics::EventView view{.id = event.id,
+                                      .contextId = event.contextId,
+                                      .flags = event.flags,
+                                      .time = event.time,
+                                      .wallSeconds = event.wallSeconds,
+                                      .wallMicros = event.wallMicros,
+                                      .type = event.type,
+                                      .name = event.name,
+                                      .value = event.value,
+                                      .pairs = pairs.Span()};
+        const std::size_t bytes = EventRecord::BytesFor(view);
         fuzz::Require(bytes <= EventRecord::largest, "a record is never larger than the largest");
         fuzz::Require(bytes % EventRecord::alignment == 0, "records stand one behind the other");
 
         // Exactly as much as was asked for, so that a sanitizer sees the byte too many.
         const std::unique_ptr<std::byte[]> place(new std::byte[bytes]);
-        EventRecord& record = EventRecord::Write(place.get(), bytes, MetricsEvent(event));
+        EventRecord& record = EventRecord::Write(place.get(), bytes, view);
         record.SetTicket(42);
         fuzz::Require(record.GetBytes() == bytes && !record.IsGap() && record.GetTicket() == 42,
                       "a record knows its length and place");

@@ -1,6 +1,7 @@
 #include "ActivityLogEventProducer.h"
 
 #include "ActivityTokenText.h"
+#include "FlatTable.h"
 #include "LogicAssert.h"
 #include "NeverDestroyed.h"
 #include "OptTarnInternal.h"
@@ -12,6 +13,7 @@
 #include "cvlsys/TSystem.h"
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -20,82 +22,89 @@ namespace tarn {
 namespace {
 
 using Metrics::MetricsValue;
+using TLog::FieldList;
 using TLog::Literal;
-using TLog::NameTable;
+using TLog::LiteralContent;
 using AttributeTable = RequestContextAttributes::Table;
 
 constexpr const char* sourceFile = "src/cpp/main/ActivityLogEventProducer";
 
-void Set(NameTable& table, const TString& name, std::shared_ptr<TLog::Value> value) {
-    table.insert_or_assign(name, std::move(value));
+// Of an end event without resource figures and sponsees' failures.
+constexpr std::size_t mostActivityFields = 12;
+
+// The names of a list's fields differ: what is added below is either a token of its own, or comes
+// out of a table.
+
+void Add(FieldList& fields, const TString& name, LiteralContent literal) {
+    fields.emplace_back(name, std::move(literal));
 }
 
-void SetText(NameTable& table, const TString& name, TString text) {
-    Set(table, name, Literal::String(std::move(text)));
+void AddShared(FieldList& fields, const TString& name, std::shared_ptr<TLog::Value> value) {
+    fields.emplace_back(name, std::move(value));
+}
+
+void AddText(FieldList& fields, const TString& name, TString text) {
+    Add(fields, name, LiteralContent::String(std::move(text)));
+}
+
+void AddAll(FieldList& fields, const FlatTable<LiteralContent>& table) {
+    fields.reserve(fields.size() + table.Size());
+    for (const auto& [name, literal] : table) {
+        Add(fields, name, literal);
+    }
 }
 
 TString IdText(const TUUID& id) {
     return id.ToString(TUUIDFormatOption::UpperHyphenated);
 }
 
-std::shared_ptr<Literal> ToLiteral(const MetricsValue& value) {
+LiteralContent ToLiteral(const MetricsValue& value) {
     switch (value.type) {
         case MetricsValue::MV_Int64:
-            return Literal::Int(value.integer);
+            return LiteralContent::Int(value.integer);
         case MetricsValue::MV_Bool:
-            return Literal::Bool(value.boolean);
+            return LiteralContent::Bool(value.boolean);
         case MetricsValue::MV_Double:
-            return Literal::Double(value.real, 0);
+            return LiteralContent::Double(value.real, 0);
         default:
             // Raises for a kind that is no text either.
-            return Literal::String(TarnMetricsUtils::ConvertMetricsValueToTString(value));
+            return LiteralContent::String(TarnMetricsUtils::ConvertMetricsValueToTString(value));
     }
 }
 
 /// As above, but a kind that nobody knows becomes 0: what a scope says of itself costs no event.
-std::shared_ptr<Literal> ToLiteralOrZero(const MetricsValue& value) {
-    return value.type <= MetricsValue::MV_Utf16String ? ToLiteral(value) : Literal::Int(0);
+LiteralContent ToLiteralOrZero(const MetricsValue& value) {
+    return value.type <= MetricsValue::MV_Utf16String ? ToLiteral(value) : LiteralContent::Int(0);
 }
 
-/// What is the same in many events is made once.
-const std::shared_ptr<Literal>& DefaultLiteral() {
-    static const NeverDestroyed<std::shared_ptr<Literal>> literal(
-        Literal::String(TarnMetricsUtils::DefaultStringAttributeValue()));
-    return literal.Get();
-}
-
-const std::shared_ptr<Literal>& PhaseLiteral(ActivityPhase phase) {
-    static const NeverDestroyed<std::shared_ptr<Literal>> begin(
-        Literal::String(Tokens().beginPhase));
-    static const NeverDestroyed<std::shared_ptr<Literal>> end(Literal::String(Tokens().endPhase));
+const TString& WordOf(ActivityPhase phase) {
     switch (phase) {
         case ActivityPhase::Begin:
-            return begin.Get();
+            return Tokens().beginPhase;
         case ActivityPhase::End:
-            return end.Get();
+            return Tokens().endPhase;
         case ActivityPhase::None:
             break;
     }
-    return DefaultLiteral();
+    return NoText();
 }
 
-std::shared_ptr<TLog::Object> MakeObject(NameTable fields) {
+std::shared_ptr<TLog::Object> MakeObject(FieldList fields) {
     static const NeverDestroyed<std::shared_ptr<TLog::Object>> empty(
-        TLog::Object::Make(NameTable()));
-    return fields.empty() ? empty.Get() : TLog::Object::Make(std::move(fields));
+        TLog::Object::MakeOfList(FieldList()));
+    return fields.empty() ? empty.Get() : TLog::Object::MakeOfList(std::move(fields));
 }
 
 /// A text that the request may carry, else "-".
 TString TextAttribute(const AttributeTable& attributes, const TString& name) {
-    const auto found = attributes.find(name);
-    if (found == attributes.end()) {
-        return TarnMetricsUtils::DefaultStringAttributeValue();
+    const MetricsValue* const value = attributes.Find(name);
+    if (value == nullptr) {
+        return NoText();
     }
-    const uint32 type = found->second.type;
-    if (type != MetricsValue::MV_Utf8String && type != MetricsValue::MV_Utf16String) {
+    if (value->type != MetricsValue::MV_Utf8String && value->type != MetricsValue::MV_Utf16String) {
         RaiseLogicAssert(sourceFile, 110, "Unexpected MetricsValue type", 0x710908B6);
     }
-    return TarnMetricsUtils::ConvertMetricsValueToTString(found->second);
+    return TarnMetricsUtils::ConvertMetricsValueToTString(*value);
 }
 
 TLog::EventTimePoint ToTimePoint(uint64 microseconds) {
@@ -105,18 +114,16 @@ TLog::EventTimePoint ToTimePoint(uint64 microseconds) {
 }
 
 uint32 ProcessIdOf(const AttributeTable& attributes) {
-    const auto found = attributes.find(Tokens().pidAttr);
-    if (found == attributes.end()) {
-        return TSystem::ProcessID();
-    }
-    return static_cast<uint32>(
-        static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(found->second)));
+    const MetricsValue* const value = attributes.Find(Tokens().pidAttr);
+    return value == nullptr ? TSystem::ProcessID()
+                            : static_cast<uint32>(
+                                  static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(*value)));
 }
 
 /// The request that the scope is known to serve, else the one that its context names, else a
 /// fresh one.
 TString RequestTextOf(const ActivityEventInput& input) {
-    const TString& none = DefaultLiteral()->GetString();
+    const TString& none = NoText();
     TString request = input.scope.requestText;
     if (request == none) {
         request = TextAttribute(input.attributes, Tokens().ridAttr);
@@ -133,9 +140,9 @@ TString SiteOf(const AttributeTable& attributes) {
 }
 
 TLog::ActivityInfo MakeActivityInfo(const ActivityEventInput& input,
-                                    NameTable environment,
-                                    NameTable activity,
-                                    NameTable attributes) {
+                                    FieldList environment,
+                                    FieldList activity,
+                                    FieldList attributes) {
     // Read one after the other: the first one that is no text is the one that is complained of.
     const uint32 processId = ProcessIdOf(input.attributes);
     TString session = TextAttribute(input.attributes, Tokens().sidAttr);
@@ -154,42 +161,44 @@ TLog::ActivityInfo MakeActivityInfo(const ActivityEventInput& input,
                               MakeObject(std::move(attributes)));
 }
 
-void AddForegroundIds(NameTable& activity, const ActivityEventInput& input) {
+void AddForegroundIds(FieldList& activity, const ActivityEventInput& input) {
     const TokenStrings& tokens = Tokens();
     const MetricsMonitor::ScopeState& scope = input.scope;
     if (scope.traceDepth <= 0) {
-        SetText(activity, tokens.idAttr, scope.rootIdText);
+        AddText(activity, tokens.idAttr, scope.rootIdText);
         return;
     }
-    SetText(activity, tokens.idAttr, scope.ownIdText);
-    SetText(activity, tokens.rootAttr, scope.rootIdText);
-    SetText(
+    AddText(activity, tokens.idAttr, scope.ownIdText);
+    AddText(activity, tokens.rootAttr, scope.rootIdText);
+    AddText(
         activity, tokens.sponsorAttr, scope.traceDepth == 1 ? scope.rootIdText : input.sponsorText);
 }
 
-void AddMonitorIds(NameTable& activity, const ActivityEventInput& input) {
+void AddMonitorIds(FieldList& activity, const ActivityEventInput& input) {
     const TokenStrings& tokens = Tokens();
     const TUUID& own = input.scope.activityId;
-    SetText(activity, tokens.idAttr, IdText(own));
+    AddText(activity, tokens.idAttr, IdText(own));
     if (input.sponsorActivityId != own) {
-        SetText(activity, tokens.sponsorAttr, IdText(input.sponsorActivityId));
+        AddText(activity, tokens.sponsorAttr, IdText(input.sponsorActivityId));
     }
     if (input.requestActivityId != own) {
-        SetText(activity, tokens.rootAttr, IdText(input.requestActivityId));
+        AddText(activity, tokens.rootAttr, IdText(input.requestActivityId));
     }
 }
 
 std::shared_ptr<TLog::Object> MakeSupplement(
     const MetricsMonitor::ScopeState::Supplement& supplement) {
-    NameTable fields;
+    FlatTable<LiteralContent> table;
     for (const auto& [name, value] : supplement.pairs) {
-        Set(fields, TarnMetricsUtils::MetricsValueToString(name), ToLiteralOrZero(value));
+        table.Set(TarnMetricsUtils::MetricsValueToString(name), ToLiteralOrZero(value));
     }
-    SetText(
-        fields,
+    table.Set(
         Tokens().beginAttr,
-        TLog::EventTimestamp(ToTimePoint(supplement.timeInMicroseconds)).GetFormattedLocalValue());
-    return TLog::Object::Make(std::move(fields));
+        LiteralContent::String(TLog::EventTimestamp(ToTimePoint(supplement.timeInMicroseconds))
+                                   .GetFormattedLocalValue()));
+    FieldList fields;
+    AddAll(fields, table);
+    return TLog::Object::MakeOfList(std::move(fields));
 }
 
 }  // namespace
@@ -197,6 +206,15 @@ std::shared_ptr<TLog::Object> MakeSupplement(
 ActivityLogEventProducer::ActivityLogEventProducer(ActivityPhase phase,
                                                    const TString& scopeName,
                                                    bool describesRequest)
+    : ActivityLogEventProducer(phase,
+                               scopeName,
+                               describesRequest,
+                               ActivityConfig(phase, scopeName).GetUniqueActivityName()) {}
+
+ActivityLogEventProducer::ActivityLogEventProducer(ActivityPhase phase,
+                                                   const TString& scopeName,
+                                                   bool describesRequest,
+                                                   TString eventName)
     : m_config(phase, scopeName),
       m_hasRequestDescription(describesRequest),
       m_hasHostAndEnvironment(phase == ActivityPhase::End && describesRequest),
@@ -204,13 +222,14 @@ ActivityLogEventProducer::ActivityLogEventProducer(ActivityPhase phase,
       m_hasOutcome(phase == ActivityPhase::End),
       m_hasScopeAttributes(phase == ActivityPhase::Begin || phase == ActivityPhase::End),
       m_hasRequestContextAttributes(m_hasScopeAttributes),
-      m_eventName(m_config.GetUniqueActivityName()) {}
+      m_eventName(std::move(eventName)) {}
 
 TLog::Event ActivityLogEventProducer::Produce(const ActivityEventInput& input) const {
-    NameTable environment;
-    NameTable activity;
-    NameTable attributes;
-    NameTable body;
+    FieldList environment;
+    FieldList activity;
+    FieldList attributes;
+    FieldList body;
+    activity.reserve(mostActivityFields);
     if (m_hasRequestDescription) {
         AddRequestDescription(activity, input);
     }
@@ -237,25 +256,24 @@ TLog::Event ActivityLogEventProducer::Produce(const ActivityEventInput& input) c
     return TLog::Event(m_eventName, MakeObject(std::move(body)), std::move(information));
 }
 
-void ActivityLogEventProducer::AddRequestDescription(NameTable& activity,
+void ActivityLogEventProducer::AddRequestDescription(FieldList& activity,
                                                      const ActivityEventInput& input) const {
-    SetText(activity,
+    AddText(activity,
             Tokens().requestDescription,
             TextAttribute(input.attributes, Tokens().requestDescription));
 }
 
-void ActivityLogEventProducer::AddHostAndEnvironment(NameTable& environment) const {
+void ActivityLogEventProducer::AddHostAndEnvironment(FieldList& environment) const {
     const TString& environmentName = OptTarn::ServerEnvironment();
     if (!environmentName.IsEmpty()) {
-        SetText(environment, Tokens().environmentAttr, environmentName);
+        AddText(environment, Tokens().environmentAttr, environmentName);
     }
     // The host's name does not change while the process lives.
-    static const NeverDestroyed<std::shared_ptr<Literal>> host(
-        Literal::String(OptTarn::HostName()));
-    Set(environment, Tokens().hostAttr, host.Get());
+    static const NeverDestroyed<TString> host(OptTarn::HostName());
+    AddText(environment, Tokens().hostAttr, host.Get());
 }
 
-void ActivityLogEventProducer::AddIdentity(NameTable& activity,
+void ActivityLogEventProducer::AddIdentity(FieldList& activity,
                                            const ActivityEventInput& input) const {
     const TokenStrings& tokens = Tokens();
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
@@ -263,67 +281,81 @@ void ActivityLogEventProducer::AddIdentity(NameTable& activity,
     } else {
         AddMonitorIds(activity, input);
     }
-    SetText(activity, tokens.nameAttr, input.scope.name);
-    Set(activity, tokens.depthAttr, Literal::Int(input.scope.traceDepth));
-    Set(activity, tokens.phaseAttr, PhaseLiteral(m_config.GetPhase()));
+    AddText(activity, tokens.nameAttr, input.scope.name);
+    Add(activity, tokens.depthAttr, LiteralContent::Int(input.scope.traceDepth));
+    AddText(activity, tokens.phaseAttr, WordOf(m_config.GetPhase()));
 }
 
-void ActivityLogEventProducer::AddRequestContextAttributes(NameTable& attributes,
+void ActivityLogEventProducer::AddRequestContextAttributes(FieldList& attributes,
                                                            const ActivityEventInput& input) const {
-    if (input.layers != nullptr) {
-        for (const auto& layer : *input.layers) {
-            for (const auto& [name, value] : layer) {
-                Set(attributes, name, ToLiteral(value));
-            }
+    const TString& workbook = Tokens().workbookAttr;
+    const TString& view = Tokens().viewAttr;
+    if (input.layers == nullptr || input.layers->empty()) {
+        attributes.reserve(2);
+        AddText(attributes, workbook, TextAttribute(input.attributes, workbook));
+        AddText(attributes, view, TextAttribute(input.attributes, view));
+        return;
+    }
+    FlatTable<LiteralContent> table;
+    for (const auto& layer : *input.layers) {
+        for (const auto& [name, value] : layer) {
+            table.Set(name, ToLiteral(value));
         }
     }
-    for (const TString* const name : {&Tokens().workbookAttr, &Tokens().viewAttr}) {
-        if (input.attributes.find(*name) == input.attributes.end()) {
-            Set(attributes, *name, DefaultLiteral());
-        } else {
-            SetText(attributes, *name, TextAttribute(input.attributes, *name));
-        }
+    for (const TString* const name : {&workbook, &view}) {
+        table.Set(*name, LiteralContent::String(TextAttribute(input.attributes, *name)));
     }
+    AddAll(attributes, table);
 }
 
-void ActivityLogEventProducer::AddOutcome(NameTable& activity,
+void ActivityLogEventProducer::AddOutcome(FieldList& activity,
                                           const ActivityEventInput& input) const {
     const TokenStrings& tokens = Tokens();
     const MetricsMonitor::ScopeState& scope = input.scope;
-    Set(activity, tokens.elapsedAttr, Literal::Double(scope.elapsed, 0));
-    Set(activity, tokens.exclusiveTimeAttr, Literal::Double(scope.exclusive, 0));
-    SetText(activity, tokens.resultKeyAttr, scope.result);
+    Add(activity, tokens.elapsedAttr, LiteralContent::Double(scope.elapsed, 0));
+    Add(activity, tokens.exclusiveTimeAttr, LiteralContent::Double(scope.exclusive, 0));
+    AddText(activity, tokens.resultKeyAttr, scope.result);
 
-    NameTable resultValues;
+    FlatTable<LiteralContent> resultValues;
     for (const auto& [name, text] : scope.resultPairs) {
-        SetText(resultValues, name, text);
+        resultValues.Set(name, LiteralContent::String(text));
     }
-    Set(activity, tokens.resultValueAttr, MakeObject(std::move(resultValues)));
+    FieldList resultFields;
+    AddAll(resultFields, resultValues);
+    AddShared(activity, tokens.resultValueAttr, MakeObject(std::move(resultFields)));
 
     if (scope.sponseeErrors > 0) {
-        Set(activity, tokens.resultCountSponseeErrors, Literal::Int(scope.sponseeErrors));
+        Add(activity, tokens.resultCountSponseeErrors, LiteralContent::Int(scope.sponseeErrors));
     }
     if (scope.sponseeEarlyTerminations > 0) {
-        Set(activity,
+        Add(activity,
             tokens.resultCountSponseeEarlyTerms,
-            Literal::Int(scope.sponseeEarlyTerminations));
+            LiteralContent::Int(scope.sponseeEarlyTerminations));
     }
     if (OptTarn::GetIsTarnPlatforms()) {
-        Set(activity, tokens.resourceSubGroupName, MakeResourceObject(scope));
+        AddShared(activity, tokens.resourceSubGroupName, MakeResourceObject(scope));
     }
 }
 
-void ActivityLogEventProducer::AddScopeAttributes(NameTable& body,
+void ActivityLogEventProducer::AddScopeAttributes(FieldList& body,
                                                   const ActivityEventInput& input) const {
+    // What the library says itself counts more than an attribute of the same name.
+    const bool saysServiceDepth = OptTarn::GetIsForegroundThreadContextEnabled();
+    const bool saysSupplements = m_hasLogSupplements && !input.scope.supplements.empty();
+    body.reserve(input.scope.attributes.Size() + 2);
     for (const auto& [name, value] : input.scope.attributes) {
-        Set(body, name, ToLiteralOrZero(value));
+        if ((saysServiceDepth && name == Tokens().serviceDepthAttr) ||
+            (saysSupplements && name == Tokens().logSupplementsAttr)) {
+            continue;
+        }
+        Add(body, name, ToLiteralOrZero(value));
     }
-    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
-        Set(body, Tokens().serviceDepthAttr, Literal::Int(input.scope.serviceDepth));
+    if (saysServiceDepth) {
+        Add(body, Tokens().serviceDepthAttr, LiteralContent::Int(input.scope.serviceDepth));
     }
 }
 
-void ActivityLogEventProducer::AddLogSupplements(NameTable& body,
+void ActivityLogEventProducer::AddLogSupplements(FieldList& body,
                                                  const ActivityEventInput& input) const {
     if (input.scope.supplements.empty()) {
         return;
@@ -333,7 +365,7 @@ void ActivityLogEventProducer::AddLogSupplements(NameTable& body,
     for (const auto& supplement : input.scope.supplements) {
         logs.push_back(MakeSupplement(supplement));
     }
-    Set(body, Tokens().logSupplementsAttr, TLog::Array::Make(std::move(logs)));
+    AddShared(body, Tokens().logSupplementsAttr, TLog::Array::Make(std::move(logs)));
 }
 
 }  // namespace tarn

@@ -15,18 +15,24 @@ class ActivityLogEventProducer {
 public:
     ActivityLogEventProducer(ActivityPhase phase, const TString& scopeName, bool describesRequest);
 
+    /// `eventName` is what the phase and the scope's name make.
+    ActivityLogEventProducer(ActivityPhase phase,
+                             const TString& scopeName,
+                             bool describesRequest,
+                             TString eventName);
+
     /// Raises `LogicException` when an attribute that must be text is none.
     TLog::Event Produce(const ActivityEventInput& input) const;
 
 private:
-    void AddRequestDescription(TLog::NameTable& activity, const ActivityEventInput& input) const;
-    void AddHostAndEnvironment(TLog::NameTable& environment) const;
-    void AddIdentity(TLog::NameTable& activity, const ActivityEventInput& input) const;
-    void AddRequestContextAttributes(TLog::NameTable& attributes,
+    void AddRequestDescription(TLog::FieldList& activity, const ActivityEventInput& input) const;
+    void AddHostAndEnvironment(TLog::FieldList& environment) const;
+    void AddIdentity(TLog::FieldList& activity, const ActivityEventInput& input) const;
+    void AddRequestContextAttributes(TLog::FieldList& attributes,
                                      const ActivityEventInput& input) const;
-    void AddOutcome(TLog::NameTable& activity, const ActivityEventInput& input) const;
-    void AddScopeAttributes(TLog::NameTable& body, const ActivityEventInput& input) const;
-    void AddLogSupplements(TLog::NameTable& body, const ActivityEventInput& input) const;
+    void AddOutcome(TLog::FieldList& activity, const ActivityEventInput& input) const;
+    void AddScopeAttributes(TLog::FieldList& body, const ActivityEventInput& input) const;
+    void AddLogSupplements(TLog::FieldList& body, const ActivityEventInput& input) const;
 
     ActivityConfig m_config;
     bool m_hasRequestDescription;

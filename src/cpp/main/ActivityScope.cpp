@@ -4,6 +4,7 @@
 #include "ActivityContextDerivation.h"
 #include "ActivityTokenText.h"
 #include "ForegroundActivityLog.h"
+#include "PairBuffer.h"
 #include "ThreadActivityRegistry.h"
 
 #include "tarn/OptTarn.h"
@@ -20,8 +21,6 @@
 
 namespace tarn {
 namespace {
-
-using Metrics::MetricsValue;
 
 /// A null name would be the host's slip, and no reason to take it down.
 const char* NameOrEmpty(const char* name) {
@@ -46,20 +45,12 @@ struct FreeStorage {
     void operator()(void* storage) const noexcept { ::operator delete(storage); }
 };
 
-void AppendContextPairs(Metrics::NameValueList& attributes, const ActivityContext& context) {
-    const TokenStrings& tokens = Tokens();
-    attributes.reserve(attributes.size() + 6);
-    attributes.emplace_back(tokens.traceDepthAttr, context.GetTraceDepth());
-    attributes.emplace_back(tokens.serviceDepthAttr, context.GetServiceDepth());
-    attributes.emplace_back(tokens.foregroundRootAttr, context.GetRootId());
-    attributes.emplace_back(tokens.activityIdAttr, context.GetActivityId());
-    attributes.emplace_back(tokens.sponsorActivityIdAttr, context.GetSponsorId());
-    attributes.emplace_back(tokens.ridAttr, context.GetRequestId());
-}
-
 }  // namespace
 
 ActivityScope::ActivityScope(const char* name) : ActivityScope(name, Traits()) {}
+
+ActivityScope::ActivityScope(const char* name, Attributes attributes)
+    : ActivityScope(name, Traits(), attributes) {}
 
 ActivityScope::ActivityScope(const char* name, Metrics::NameValueList&& attributes)
     : ActivityScope(name, Traits(), std::move(attributes)) {}
@@ -81,7 +72,18 @@ ActivityScope::ActivityScope(const char* name, Traits traits)
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name));
+        BeginScope(NameOrEmpty(name), {});
+        InitializeResourceTracking();
+    }
+}
+
+ActivityScope::ActivityScope(const char* name, Traits traits, Attributes attributes)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    if (TurnOn(name)) {
+        BeginScope(NameOrEmpty(name), attributes);
         InitializeResourceTracking();
     }
 }
@@ -91,9 +93,9 @@ ActivityScope::ActivityScope(const char* name, Traits traits, Metrics::NameValue
       m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
-    Metrics::NameValueList pairs = std::move(attributes);
+    const Metrics::NameValueList pairs = std::move(attributes);
     if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name), std::move(pairs));
+        BeginScope(NameOrEmpty(name), PairBuffer(pairs).Span());
         InitializeResourceTracking();
     }
 }
@@ -106,7 +108,7 @@ ActivityScope::ActivityScope(const char* name, CustomContext&& context, Traits t
     Metrics::NameValueList contextPairs = std::move(context.attributes);
     if (TurnOn(name)) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name));
+        BeginScope(NameOrEmpty(name), {});
         InitializeResourceTracking();
     }
 }
@@ -120,10 +122,10 @@ ActivityScope::ActivityScope(const char* name,
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     Metrics::NameValueList contextPairs = std::move(context.attributes);
-    Metrics::NameValueList pairs = std::move(attributes);
+    const Metrics::NameValueList pairs = std::move(attributes);
     if (TurnOn(name)) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name), std::move(pairs));
+        BeginScope(NameOrEmpty(name), PairBuffer(pairs).Span());
         InitializeResourceTracking();
     }
 }
@@ -138,10 +140,10 @@ ActivityScope::ActivityScope(const char* name,
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     Metrics::NameValueList contextPairs = std::move(context.attributes);
-    Metrics::NameValueList pairs = std::move(attributes);
+    const Metrics::NameValueList pairs = std::move(attributes);
     if (TurnOn(name)) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name), std::move(pairs), initializer);
+        BeginScope(NameOrEmpty(name), PairBuffer(pairs).Span(), initializer);
         InitializeResourceTracking();
     }
 }
@@ -182,55 +184,61 @@ ActivityScope::CreateMetricsContextIfOneDoesNotAlreadyExist() {
     return context;
 }
 
-void ActivityScope::BeginScope(const char* name) {
+void ActivityScope::BeginScope(const char* name, Metrics::PairSpan attributes) {
     if (m_off) {
         return;
     }
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
-        BeginScope(name, Metrics::NameValueList());
-    } else if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
-        m_scope.OpenImpl(MetricsValue(name));
-    }
-}
-
-void ActivityScope::BeginScope(const char* name, Metrics::NameValueList&& attributes) {
-    if (m_off) {
-        return;
-    }
-    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
-        BeginScope(name,
-                   std::move(attributes),
-                   {ThreadActivityRegistry::GetInstance().GetCurrentContext(), false});
+        BeginScope(
+            name, attributes, {ThreadActivityRegistry::GetInstance().GetCurrentContext(), false});
     } else {
-        OpenMetricsScope(name, std::move(attributes));
+        OpenMetricsScope(name, attributes);
     }
 }
 
 void ActivityScope::BeginScope(const char* name,
-                               Metrics::NameValueList&& attributes,
+                               Metrics::PairSpan attributes,
                                const ActivityContextInitializer& initializer) {
     if (m_off) {
         return;
     }
-    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
-        m_activityContext = DeriveActivityContext(initializer, m_traits.type);
-        ThreadActivityRegistry::GetInstance().Push(m_activityContext);
-        // What nobody would receive is not built.
-        if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
-            AppendContextPairs(attributes, *m_activityContext);
-        }
-        if (OptTarn::GetShouldLogForegroundActivity()) {
-            ForegroundActivityLog::WriteContext(
-                u"Register", TString(name), m_activityContext.get());
-        }
+    if (!OptTarn::GetIsForegroundThreadContextEnabled()) {
+        OpenMetricsScope(name, attributes);
+        return;
     }
-    OpenMetricsScope(name, std::move(attributes));
+    m_activityContext = DeriveActivityContext(initializer, m_traits.type);
+    ThreadActivityRegistry::GetInstance().Push(m_activityContext);
+    if (OptTarn::GetShouldLogForegroundActivity()) {
+        ForegroundActivityLog::WriteContext(u"Register", TString(name), m_activityContext.get());
+    }
+    // What nobody would receive is not built.
+    if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
+        OpenMetricsScopeWithContext(name, attributes, *m_activityContext);
+    }
 }
 
-void ActivityScope::OpenMetricsScope(const char* name, Metrics::NameValueList&& attributes) {
+void ActivityScope::OpenMetricsScope(const char* name, Metrics::PairSpan attributes) {
     if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
-        m_scope.OpenImpl(MetricsValue(name), std::move(attributes));
+        m_scope.Open(name, attributes);
     }
+}
+
+void ActivityScope::OpenMetricsScopeWithContext(const char* name,
+                                                Metrics::PairSpan attributes,
+                                                const ActivityContext& context) {
+    const TokenStrings& tokens = Tokens();
+    const TString rootId = context.GetRootId();
+    const TString activityId = context.GetActivityId();
+    const TString sponsorId = context.GetSponsorId();
+    const TString requestId = context.GetRequestId();
+    PairBuffer pairs(attributes, 6);
+    pairs.Add({tokens.traceDepthAttr, context.GetTraceDepth()});
+    pairs.Add({tokens.serviceDepthAttr, context.GetServiceDepth()});
+    pairs.Add({tokens.foregroundRootAttr, rootId});
+    pairs.Add({tokens.activityIdAttr, activityId});
+    pairs.Add({tokens.sponsorActivityIdAttr, sponsorId});
+    pairs.Add({tokens.ridAttr, requestId});
+    m_scope.Open(name, pairs.Span());
 }
 
 void ActivityScope::LeaveActivityContext() {
@@ -248,9 +256,7 @@ void ActivityScope::LeaveActivityContext() {
 
 void ActivityScope::EmitThreadId() {
     if (m_scope.IsOpen()) {
-        m_scope.EmitImpl(Metrics::MetricsEventType::NameValue,
-                         MetricsValue(Tokens().tidAttr),
-                         MetricsValue(TSystem::ThreadID()));
+        m_scope.Emit(Metrics::MetricsEventType::NameValue, Tokens().tidAttr, TSystem::ThreadID());
     }
 }
 

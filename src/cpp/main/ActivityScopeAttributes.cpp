@@ -1,11 +1,13 @@
 // What a scope says while it is open, and how it says that it failed.
 #include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
+#include "PairBuffer.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/ContextAttributesUtils.h"
 
 #include <exception>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -16,9 +18,18 @@ namespace {
 using Metrics::MetricsEventType;
 using Metrics::MetricsValue;
 
+/// A value with a text that lives as long as the process.
+MetricsValue MakeImmortal(const std::string& text) {
+    MetricsValue value;
+    value.type = MetricsValue::MV_Utf8String;
+    value.utf8 = {std::shared_ptr<const std::string>(), &text};
+    return value;
+}
+
 /// The name of attribute lists and supplements travels as narrow text, unlike all other names.
 const MetricsValue& NarrowActivityAttributesName() {
-    static const NeverDestroyed<MetricsValue> name(Tokens().activityAttributes.ToUtf8());
+    static const NeverDestroyed<std::string> text(Tokens().activityAttributes.ToUtf8());
+    static const NeverDestroyed<MetricsValue> name(MakeImmortal(text.Get()));
     return name.Get();
 }
 
@@ -37,12 +48,22 @@ constinit const wchar_t* const ActivityScope::messageAttrToken = ActivityTokenTe
 constinit const wchar_t* const ActivityScope::resultKeyAttrToken = ActivityTokenText::resultKeyAttr;
 constinit const wchar_t* const ActivityScope::typeAttrToken = ActivityTokenText::typeAttr;
 
+void ActivityScope::Add(Attributes attributes) {
+    AddToScope(attributes);
+}
+
 void ActivityScope::Add(Metrics::NameValueList&& attributes) {
-    AddToScope(std::move(attributes));
+    const Metrics::NameValueList pairs = std::move(attributes);
+    AddToScope(PairBuffer(pairs).Span());
+}
+
+void ActivityScope::Log(Attributes attributes) {
+    AddLogToScope(attributes);
 }
 
 void ActivityScope::Log(Metrics::NameValueList&& attributes) {
-    AddLogToScope(std::move(attributes));
+    const Metrics::NameValueList pairs = std::move(attributes);
+    AddLogToScope(PairBuffer(pairs).Span());
 }
 
 void ActivityScope::Cancel(Metrics::NameValueList&& attributes) {
@@ -63,19 +84,17 @@ void ActivityScope::AddContext(CustomContext&& context) {
     }
 }
 
-void ActivityScope::AddToScope(Metrics::NameValueList&& attributes) {
-    Metrics::NameValueList pairs = std::move(attributes);
+void ActivityScope::AddToScope(Metrics::PairSpan attributes) {
     if (!m_off && m_scope.IsOpen()) {
-        m_scope.MultiEmitImpl(
-            MetricsEventType::NameValuePairs, NarrowActivityAttributesName(), std::move(pairs));
+        m_scope.MultiEmit(
+            MetricsEventType::NameValuePairs, NarrowActivityAttributesName(), attributes);
     }
 }
 
-void ActivityScope::AddLogToScope(Metrics::NameValueList&& attributes) {
-    Metrics::NameValueList pairs = std::move(attributes);
+void ActivityScope::AddLogToScope(Metrics::PairSpan attributes) {
     if (!m_off && m_scope.IsOpen()) {
-        m_scope.MultiEmitImpl(
-            MetricsEventType::SupplementalPairs, NarrowActivityAttributesName(), std::move(pairs));
+        m_scope.MultiEmit(
+            MetricsEventType::SupplementalPairs, NarrowActivityAttributesName(), attributes);
     }
 }
 

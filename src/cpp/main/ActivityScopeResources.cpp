@@ -4,9 +4,6 @@
 
 #include "tarn/ActivityScope.h"
 
-#include <memory>
-#include <utility>
-
 namespace tarn {
 namespace {
 
@@ -18,21 +15,20 @@ void ActivityScope::InitializeResourceTracking() {
     if (m_off || !m_trackResources) {
         return;
     }
-    if (m_memoryScope != nullptr) {
+    if (m_memoryScope.IsMade()) {
         RaiseLogicAssert(sourceFile, 484, "!m_memoryScope", 0x592EEA0E);
     }
-    m_cpuScope = std::make_unique<corvala::cputime::ThreadTimeScope>(m_cpuTime);
-    m_memoryScope = std::make_unique<corvala::memory::MemoryScope>(&m_memoryCounter);
+    m_cpuScope.Make(m_cpuTime);
+    m_memoryScope.Make(&m_memoryCounter);
 }
 
 void ActivityScope::ReleaseResources() {
-    if (!m_trackResources && (m_memoryScope != nullptr || m_cpuScope != nullptr)) {
+    if (!m_trackResources && (m_memoryScope.IsMade() || m_cpuScope.IsMade())) {
         RaiseLogicAssert(
             sourceFile, 249, "m_trackResources || (!m_memoryScope && !m_cpuScope)", 0xDDDE9A38);
     }
-    // Not by `reset`, which lets nothing out: the caller wants to know which rule was broken.
-    delete m_memoryScope.release();
-    m_cpuScope.reset();
+    m_memoryScope.End();
+    m_cpuScope.End();
 }
 
 void ActivityScope::EmitResourceStats() {
@@ -50,27 +46,26 @@ void ActivityScope::EmitResourceStats() {
         allocated = m_memoryCounter.Allocated();
         allocatedCount = m_memoryCounter.AllocatedCount();
     }
-    Metrics::NameValueList memory;
-    memory.reserve(5);
+    constexpr auto list = Metrics::MetricsEventType::NameValuePairs;
     if (mode == corvala::memory::MemoryTrackingAll) {
-        memory.emplace_back(tokens.deallocatedInclusiveAttr, m_memoryCounter.Deallocated());
-        memory.emplace_back(tokens.deallocatedCountInclusiveAttr,
-                            m_memoryCounter.DeallocatedCount());
-        memory.emplace_back(tokens.allocatedPeakAttr, m_memoryCounter.AllocatedPeakUsed());
+        m_scope.MultiEmit(
+            list,
+            tokens.memoryAttrsName,
+            {{tokens.deallocatedInclusiveAttr, m_memoryCounter.Deallocated()},
+             {tokens.deallocatedCountInclusiveAttr, m_memoryCounter.DeallocatedCount()},
+             {tokens.allocatedPeakAttr, m_memoryCounter.AllocatedPeakUsed()},
+             {tokens.allocatedInclusiveAttr, allocated},
+             {tokens.allocatedCountInclusiveAttr, allocatedCount}});
+    } else {
+        m_scope.MultiEmit(list,
+                          tokens.memoryAttrsName,
+                          {{tokens.allocatedInclusiveAttr, allocated},
+                           {tokens.allocatedCountInclusiveAttr, allocatedCount}});
     }
-    memory.emplace_back(tokens.allocatedInclusiveAttr, allocated);
-    memory.emplace_back(tokens.allocatedCountInclusiveAttr, allocatedCount);
-    m_scope.MultiEmitImpl(Metrics::MetricsEventType::NameValuePairs,
-                          Metrics::MetricsValue(tokens.memoryAttrsName),
-                          std::move(memory));
-
-    Metrics::NameValueList cpu;
-    cpu.reserve(2);
-    cpu.emplace_back(tokens.cpuTimeKernelInclusiveAttr, m_cpuTime.kernel);
-    cpu.emplace_back(tokens.cpuTimeUserInclusiveAttr, m_cpuTime.user);
-    m_scope.MultiEmitImpl(Metrics::MetricsEventType::NameValuePairs,
-                          Metrics::MetricsValue(tokens.cpuAttrsName),
-                          std::move(cpu));
+    m_scope.MultiEmit(list,
+                      tokens.cpuAttrsName,
+                      {{tokens.cpuTimeKernelInclusiveAttr, m_cpuTime.kernel},
+                       {tokens.cpuTimeUserInclusiveAttr, m_cpuTime.user}});
 }
 
 }  // namespace tarn

@@ -4,6 +4,8 @@
 
 #include "cvlcoreplatform/TString.h"
 
+#include <string>
+
 /// The characters of the tokens. Whatever points at a token is initialised from these arrays, so
 /// that all its pointers are equal and none depends on the order of initialisation.
 namespace ActivityTokenText {
@@ -16,14 +18,30 @@ TARN_ACTIVITY_TOKENS(TARN_TOKEN_CHARACTERS)
 
 namespace tarn {
 
-/// The tokens as strings, made once; copies share the characters.
+/// A string that refers to characters which live as long as the process and which it does not own:
+/// copying it counts nothing.
+TString ReferTo(const std::u16string& immortal);
+
+/// The tokens' characters, side by side.
+struct TokenCharacters {
+#define TARN_TOKEN_UTF16(token, text) const std::u16string token{u"" text};
+    TARN_ACTIVITY_TOKENS(TARN_TOKEN_UTF16)
+#undef TARN_TOKEN_UTF16
+};
+
+const TokenCharacters& GetTokenCharacters();
+
+/// The tokens as strings, made once.
 struct TokenStrings {
-#define TARN_TOKEN_STRING(token, text) const TString token{ActivityTokenText::token};
+#define TARN_TOKEN_STRING(token, text) const TString token = ReferTo(GetTokenCharacters().token);
     TARN_ACTIVITY_TOKENS(TARN_TOKEN_STRING)
 #undef TARN_TOKEN_STRING
 };
 
 /// Lives as long as the process; usable from any static initialiser.
 const TokenStrings& Tokens();
+
+/// "-", which stands for a text that is missing.
+const TString& NoText();
 
 }  // namespace tarn

@@ -127,11 +127,11 @@ bool MetricsMonitor::IsEnabledForTest() const noexcept {
 }
 
 uint64 MetricsMonitor::GetNumberOpenContexts() const noexcept {
-    return m_records->contexts.size();
+    return m_records->contexts.Size();
 }
 
 uint64 MetricsMonitor::GetNumberOpenScopes() const noexcept {
-    return m_records->scopes.size();
+    return m_records->scopes.Size();
 }
 
 uint64 MetricsMonitor::GetNumberOpenScopesForContext(const uint64& contextId) const {

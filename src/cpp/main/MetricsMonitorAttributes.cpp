@@ -26,20 +26,20 @@ std::size_t CountLayers(const MetricsMonitor::ContextInfo& context) {
 
 /// Query plans carry their query elsewhere; here it would be said twice.
 bool IsQueryOfPlan(const TString& scopeName, const TString& attributeName) {
-    return (attributeName == u"query" || attributeName == u"abstract-query") &&
-           scopeName.startsWith(u"qp", TString::CaseSensitivity::Sensitive);
+    return (attributeName.View() == u"query" || attributeName.View() == u"abstract-query") &&
+           scopeName.View().substr(0, 2) == u"qp";
 }
 
 }  // namespace
 
 void MetricsMonitor::AddAttributeToActivity(ScopeState& state,
                                             uint64 scopeId,
-                                            const TString& name,
+                                            const tarn::MonitorName& name,
                                             const MetricsValue& value) {
-    switch (m_records->names.activityAttributes.Find(name)) {
+    switch (name.activityAttribute) {
         case tarn::ActivityAttributeName::ThreadId:
             state.threadId = static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(value));
-            state.threadIds.insert(state.threadId);
+            state.threadIds.Insert(state.threadId);
             return;
         case tarn::ActivityAttributeName::CommandName:
             return OnCommandName(state, scopeId, value);
@@ -47,19 +47,21 @@ void MetricsMonitor::AddAttributeToActivity(ScopeState& state,
         case tarn::ActivityAttributeName::Unknown:
             break;
     }
-    if (!IsQueryOfPlan(state.name, name)) {
-        state.attributes.insert_or_assign(name, value);
+    if (!IsQueryOfPlan(state.name, name.text)) {
+        state.attributes.Set(name.text, value);
     }
 }
 
 void MetricsMonitor::OnCommandName(ScopeState& state, uint64 scopeId, const MetricsValue& value) {
-    AddAttributeToActivity(state, scopeId, tarn::Tokens().nameAttr, value);
+    AddAttributeToActivity(
+        state, scopeId, m_records->names.Read(MetricsValue(tarn::Tokens().nameAttr)), value);
 }
 
 void MetricsMonitor::RouteOpeningPairs(ScopeState& state, const Metrics::NameValueList& pairs) {
     const tarn::TokenStrings& tokens = tarn::Tokens();
     for (const auto& [nameValue, value] : pairs) {
-        const TString name = ToText(nameValue);
+        const tarn::MonitorName& known = m_records->names.Read(nameValue);
+        const TString& name = known.text;
         if (name == tokens.traceDepthAttr) {
             state.traceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
         } else if (name == tokens.serviceDepthAttr) {
@@ -74,14 +76,14 @@ void MetricsMonitor::RouteOpeningPairs(ScopeState& state, const Metrics::NameVal
                 state.requestText = std::move(requestText);
             }
         } else if (name != tokens.sponsorActivityIdAttr) {
-            AddAttributeToActivity(state, state.scopeId, name, value);
+            AddAttributeToActivity(state, state.scopeId, known, value);
         }
     }
 }
 
 void MetricsMonitor::OnNameValue(const MetricsEvent& event) {
     if (ScopeState* const state = m_records->FindScope(event.id)) {
-        AddAttributeToActivity(*state, event.id, ToText(event.name), event.value);
+        AddAttributeToActivity(*state, event.id, m_records->names.Read(event.name), event.value);
     }
 }
 
@@ -90,7 +92,7 @@ void MetricsMonitor::OnNameValuePairs(const MetricsEvent& event) {
     if (state == nullptr) {
         return;
     }
-    switch (m_records->names.lists.Find(ToText(event.name))) {
+    switch (m_records->names.Read(event.name).list) {
         case tarn::ListName::CpuAttributes:
             return OnMemoryCpuValuePairs(*state, event.pairs, ScopeState::DumpType::Cpu);
         case tarn::ListName::MemoryAttributes:
@@ -99,19 +101,18 @@ void MetricsMonitor::OnNameValuePairs(const MetricsEvent& event) {
             return OnResultAttrs(*state, event.pairs);
         default:
             for (const auto& [name, value] : event.pairs) {
-                AddAttributeToActivity(*state, event.id, ToText(name), value);
+                AddAttributeToActivity(*state, event.id, m_records->names.Read(name), value);
             }
     }
 }
 
 void MetricsMonitor::OnResultAttrs(ScopeState& state, const Metrics::NameValueList& pairs) {
     for (const auto& [nameValue, value] : pairs) {
-        TString name = ToText(nameValue);
-        if (m_records->names.activityAttributes.Find(name) ==
-            tarn::ActivityAttributeName::ResultKey) {
+        const tarn::MonitorName& name = m_records->names.Read(nameValue);
+        if (name.activityAttribute == tarn::ActivityAttributeName::ResultKey) {
             state.result = ToText(value);
         } else {
-            state.resultPairs.emplace_back(std::move(name), ToText(value));
+            state.resultPairs.emplace_back(name.text, ToText(value));
         }
     }
 }
@@ -127,7 +128,7 @@ void MetricsMonitor::OnAttribute(const MetricsEvent& event) {
     if (context == nullptr) {
         return;
     }
-    switch (m_records->names.contextAttributes.Find(ToText(event.name))) {
+    switch (m_records->names.Read(event.name).contextAttribute) {
         case tarn::ContextAttributeName::ContextId:
         case tarn::ContextAttributeName::ThreadId:
             context->ownAttributes.emplace_back(event.name, event.value);
@@ -142,7 +143,7 @@ void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
     if (context == nullptr) {
         return;
     }
-    const tarn::ListName list = m_records->names.lists.Find(ToText(event.name));
+    const tarn::ListName list = m_records->names.Read(event.name).list;
     if (list == tarn::ListName::RequestContextAttributes) {
         return AddAttributesToRequestContext(*context, event.pairs);
     }
@@ -202,10 +203,9 @@ void MetricsMonitor::AddContextAttributesToScope(ScopeState& state,
                                                  ContextInfo& context,
                                                  uint64 /*scopeId*/) {
     for (const auto& [name, value] : context.ownAttributes) {
-        if (m_records->names.contextAttributes.Find(ToText(name)) ==
-            tarn::ContextAttributeName::ThreadId) {
+        if (m_records->names.Read(name).contextAttribute == tarn::ContextAttributeName::ThreadId) {
             state.threadId = static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(value));
-            state.threadIds.insert(state.threadId);
+            state.threadIds.Insert(state.threadId);
         }
     }
 }
@@ -223,10 +223,9 @@ void MetricsMonitor::AddSpecificContextAttributesToParent(ScopeState& state) {
     if (parent.request == context->request) {
         return;
     }
-    for (const TString& name : {tarn::Tokens().viewAttr, tarn::Tokens().workbookAttr}) {
-        const auto found = context->request->attributes.find(name);
-        if (found != context->request->attributes.end()) {
-            parent.request->attributes.insert_or_assign(name, found->second);
+    for (const TString* const name : {&tarn::Tokens().viewAttr, &tarn::Tokens().workbookAttr}) {
+        if (const MetricsValue* const value = context->request->attributes.Find(*name)) {
+            parent.request->attributes.Set(*name, *value);
         }
     }
 }

@@ -13,8 +13,8 @@ using Metrics::MetricsEvent;
 using Metrics::MetricsValue;
 
 void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
-    const auto [created, isNew] = m_records->contexts.try_emplace(event.id);
-    ContextInfo& child = created->second;
+    const auto [created, isNew] = m_records->contexts.FindOrMake(event.id);
+    ContextInfo& child = *created;
     OptTarn::IncrementCorvalaCounterContextsCreated();
     try {
         OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsCreatedConst());
@@ -23,7 +23,7 @@ void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
             return;
         }
         // A child may be announced before its parent: the parent is known from then on.
-        const ContextInfo& parent = m_records->contexts[event.contextId];
+        const ContextInfo& parent = *m_records->contexts.FindOrMake(event.contextId).first;
         ScopeState baseState = InnermostState(parent);
         if (!parent.openTracingScopes.empty()) {
             child.openTracingScopes.push_back(parent.openTracingScopes.back());
@@ -50,7 +50,7 @@ void MetricsMonitor::OnOpenContext(const MetricsEvent& event) {
 }
 
 void MetricsMonitor::OnCloseContext(const MetricsEvent& event) {
-    if (m_records->contexts.erase(event.id) == 0) {
+    if (m_records->contexts.TakeOut(event.id).empty()) {
         return;
     }
     OptTarn::IncrementCorvalaCounterContextsClosed();
@@ -81,8 +81,7 @@ bool MetricsMonitor::IsRequestScope(const MetricsEvent& event) const {
         (event.flags & Metrics::flagTracing) != 0) {
         return false;
     }
-    return m_records->names.lists.Find(TarnMetricsUtils::MetricsValueToString(event.name)) ==
-           tarn::ListName::Request;
+    return m_records->names.Read(event.name).list == tarn::ListName::Request;
 }
 
 void MetricsMonitor::AddAttributesToRequestContext(ContextInfo& context,
@@ -92,17 +91,16 @@ void MetricsMonitor::AddAttributesToRequestContext(ContextInfo& context,
     }
     auto& attributes = context.request->attributes;
     for (const auto& [nameValue, value] : pairs) {
-        const TString name = TarnMetricsUtils::MetricsValueToString(nameValue);
-        if (m_records->names.contextAttributes.Find(name) ==
-            tarn::ContextAttributeName::RequestDescription) {
-            const auto current = attributes.find(name);
-            if (current != attributes.end() &&
-                !IsReplaceableRequestDescription(
-                    TarnMetricsUtils::MetricsValueToString(current->second), value)) {
+        const tarn::MonitorName& name = m_records->names.Read(nameValue);
+        if (name.contextAttribute == tarn::ContextAttributeName::RequestDescription) {
+            const MetricsValue* const current = attributes.Find(name.text);
+            if (current != nullptr &&
+                !IsReplaceableRequestDescription(TarnMetricsUtils::MetricsValueToString(*current),
+                                                 value)) {
                 continue;
             }
         }
-        attributes.insert_or_assign(name, value);
+        attributes.Set(name.text, value);
     }
 }
 

@@ -102,14 +102,13 @@ void MetricsMonitor::AddEndActivitySpecificNameValues(ScopeState& state,
                                                       uint64 /*scopeId*/,
                                                       const MetricsTimeInfo& end) {
     state.elapsed = SecondsBetween(state.openTime.time, end.time);
-    state.threadIds.insert(state.threadId);
+    state.threadIds.Insert(state.threadId);
     if (ScopeState* const parent = m_records->FindScope(FindOpenSponsor(state, true))) {
         if (parent != &state) {
-            parent->threadIds.insert(state.threadIds.begin(), state.threadIds.end());
+            parent->threadIds.Insert(state.threadIds);
         }
         FoldIntoParent(state, *parent);
-        const TString childResult = state.result;
-        PassResultOn(childResult, *parent);
+        PassResultOn(TString(state.result), *parent);
     }
     state.exclusive = state.elapsed - state.childrenTime;
 }
@@ -149,7 +148,7 @@ void MetricsMonitor::OnMemoryCpuValuePairs(ScopeState& state,
                                    0x6D0B23C8);
         }
         const int64 amount = TarnMetricsUtils::MetricsValueToInt(value);
-        switch (m_records->names.figures.Find(TarnMetricsUtils::MetricsValueToString(name))) {
+        switch (m_records->names.Read(name).figure) {
             case tarn::FigureName::Allocated:
                 figures.allocatedBytes.AddMeasured(amount);
                 break;

@@ -55,5 +55,7 @@ TLog::Event MetricsMonitor::CreateLogEvent(const ScopeStateWithEventTimeInfo& sc
     }
 
     const bool describesRequest = state.traceDepth == 0;
-    return tarn::ActivityLogEventProducer(phase, state.name, describesRequest).Produce(input);
+    return tarn::ActivityLogEventProducer(
+               phase, state.name, describesRequest, m_records->names.EventName(phase, state.name))
+        .Produce(input);
 }

@@ -135,9 +135,11 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
         return;
     }
     ContextInfo& context = *m_records->FindContext(event.contextId);
-    ScopeState state = ScopeState::InheritingFrom(InnermostState(context));
+    auto record = m_records->scopes.TakeSpare();
+    ScopeState& state = record.mapped();
+    state.BeginIn(InnermostState(context));
     state.scopeId = event.id;
-    state.name = TarnMetricsUtils::MetricsValueToString(event.name);
+    state.name = m_records->names.Read(event.name).text;
     state.contextId = event.contextId;
     state.tracing = tracing;
 
@@ -152,8 +154,7 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
         FillTracingState(state, event, context, request, startsRequest);
     }
     opening.Push(event.id, tracing);
-    ScopeState& stored =
-        m_records->scopes.insert_or_assign(event.id, std::move(state)).first->second;
+    ScopeState& stored = m_records->scopes.Put(event.id, std::move(record));
     opening.Finish();
     if (tracing) {
         if (context.request != nullptr) {
@@ -173,8 +174,7 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
         RouteOpeningPairs(state, event.pairs);
     } else {
         for (const auto& [name, value] : event.pairs) {
-            AddAttributeToActivity(
-                state, event.id, TarnMetricsUtils::MetricsValueToString(name), value);
+            AddAttributeToActivity(state, event.id, m_records->names.Read(name), value);
         }
     }
     state.activityId = m_records->uuidGenerator->CreateUUID();
@@ -184,13 +184,13 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
     AddPendingContextAttributesToContext(state, context, event.id);
     if (startsRequest) {
         state.requestActivityId = state.activityId;
-        state.sponsorChain.push_back(event.id);
+        state.sponsorChain.Push(event.id);
         if (!foreground) {
             state.traceDepth = 0;
             state.serviceDepth = 0;
         }
     } else {
-        state.sponsorChain.push_back(context.openTracingScopes.back());
+        state.sponsorChain.Push(context.openTracingScopes.back());
         if (!foreground && IsLogged(state.transparent)) {
             state.traceDepth = OneDeeper(state.traceDepth);
             state.serviceDepth = OneDeeper(state.serviceDepth);
@@ -204,7 +204,7 @@ void MetricsMonitor::LogBegin(ScopeState& state) {
         return;
     }
     // What the begin event has said the end event does not repeat.
-    const Finally emptyAttributes([&state] { state.attributes.clear(); });
+    const Finally emptyAttributes([&state] { state.attributes.Clear(); });
     m_records->sink->Log(CreateBeginLogEvent({state, state.openTime}));
 }
 
@@ -222,7 +222,7 @@ void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
     const auto [close, drop] = ShouldCloseScope(event.contextId, event.id);
     if (drop) {
         // The context's stacks keep the id: what was opened above it is still nested.
-        const Finally forgetRecord([this, &event] { m_records->scopes.erase(event.id); });
+        const Finally forgetRecord([this, &event] { m_records->ForgetScope(event.id); });
         WarnOfClosingOutOfSync(event.id, m_records->FindScope(event.id)->name);
         return;
     }
@@ -235,7 +235,7 @@ void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
     bool tracing =
         !context.openTracingScopes.empty() && context.openTracingScopes.back() == event.id;
     const Finally forgetScope([this, &event, &context, &tracing] {
-        m_records->scopes.erase(event.id);
+        m_records->ForgetScope(event.id);
         PopBack(context.openScopes);
         if (tracing) {
             PopBack(context.openTracingScopes);
@@ -291,10 +291,10 @@ bool MetricsMonitor::ScopeIsOpenTopMostInContext(uint64 contextId, uint64 scopeI
 }
 
 uint64 MetricsMonitor::FindOpenSponsor(const ScopeState& state, bool anySponsor) const {
-    for (auto id = state.sponsorChain.rbegin(); id != state.sponsorChain.rend(); ++id) {
-        const ScopeState* const sponsor = m_records->FindScope(*id);
+    for (const uint64 id : state.sponsorChain) {
+        const ScopeState* const sponsor = m_records->FindScope(id);
         if (sponsor != nullptr && (anySponsor || !sponsor->transparent)) {
-            return *id;
+            return id;
         }
     }
     TLog::Logger& logger = TLog::Logger::Get();

@@ -1,8 +1,34 @@
 #include "MonitorNames.h"
 
 #include "ActivityTokenText.h"
+#include "TextHash.h"
+
+#include "tarn/ActivityConfig.h"
+#include "tarn/TarnMetricsUtils.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
 
 namespace tarn {
+namespace {
+
+using Metrics::MetricsValue;
+
+// Texts on the heap lie at least so far apart.
+constexpr std::size_t cacheLine = 64;
+
+std::size_t SlotOf(std::string_view bytes, std::size_t slots) noexcept {
+    return static_cast<std::size_t>(HashText(bytes) >> 40) % slots;
+}
+
+/// The tokens stand side by side: each gets a slot of its own.
+std::size_t SlotOf(const void* text, std::size_t textBytes, std::size_t slots) noexcept {
+    return reinterpret_cast<std::uintptr_t>(text) / textBytes % slots;
+}
+
+}  // namespace
 
 MonitorNames::MonitorNames() {
     const auto& tokens = Tokens();
@@ -37,6 +63,76 @@ MonitorNames::MonitorNames() {
     contextAttributes.Add(tokens.userAttr, ContextAttributeName::User);
     contextAttributes.Add(tokens.workbookAttr, ContextAttributeName::Workbook);
     contextAttributes.Add(tokens.viewAttr, ContextAttributeName::View);
+}
+
+MonitorName MonitorNames::Describe(const MetricsValue& name) const {
+    MonitorName described;
+    described.text = TarnMetricsUtils::MetricsValueToString(name);
+    described.list = lists.Find(described.text);
+    described.activityAttribute = activityAttributes.Find(described.text);
+    described.figure = figures.Find(described.text);
+    described.contextAttribute = contextAttributes.Find(described.text);
+    return described;
+}
+
+const MonitorName& MonitorNames::Read(const MetricsValue& name) {
+    if (name.type == MetricsValue::MV_Utf16String && name.utf16 != nullptr) {
+        if (name.utf16.use_count() == 0) {
+            return ReadImmortal(name, name.utf16.get());
+        }
+        return ReadRecent(name,
+                          {reinterpret_cast<const char*>(name.utf16->data()),
+                           name.utf16->size() * sizeof(char16_t)});
+    }
+    if (name.type == MetricsValue::MV_Utf8String && name.utf8 != nullptr) {
+        if (name.utf8.use_count() == 0) {
+            return ReadImmortal(name, name.utf8.get());
+        }
+        return ReadRecent(name, *name.utf8);
+    }
+    m_other = Describe(name);
+    return m_other;
+}
+
+const MonitorName& MonitorNames::ReadImmortal(const MetricsValue& name, const void* text) {
+    Immortal& slot = m_immortal[SlotOf(text, sizeof(std::u16string), slots)];
+    if (slot.text != text) {
+        slot.name = Describe(name);
+        slot.text = text;
+    }
+    return slot.name;
+}
+
+const MonitorName& MonitorNames::ReadRecent(const MetricsValue& name, std::string_view bytes) {
+    if (bytes.size() > longestKey) {
+        m_other = Describe(name);
+        return m_other;
+    }
+    Recent& slot = m_recent[SlotOf(bytes, slots)];
+    if (slot.type != name.type || bytes != std::string_view(slot.bytes.data(), slot.length)) {
+        slot.name = Describe(name);
+        slot.type = name.type;
+        slot.length = static_cast<uint32>(bytes.size());
+        std::copy(bytes.begin(), bytes.end(), slot.bytes.begin());
+    }
+    return slot.name;
+}
+
+TString MonitorNames::EventName(ActivityPhase phase, const TString& scopeName) {
+    const bool isKnownPhase = phase == ActivityPhase::Begin || phase == ActivityPhase::End;
+    if (!isKnownPhase || scopeName.SharedCharacters() == nullptr) {
+        return ActivityConfig(phase, scopeName).GetUniqueActivityName();
+    }
+    const void* const characters = scopeName.SharedCharacters().get();
+    Events& slot = m_events[SlotOf(characters, cacheLine, slots)];
+    if (slot.scopeName.SharedCharacters() != scopeName.SharedCharacters()) {
+        std::array<TString, 2> names{
+            ActivityConfig(ActivityPhase::Begin, scopeName).GetUniqueActivityName(),
+            ActivityConfig(ActivityPhase::End, scopeName).GetUniqueActivityName()};
+        slot.names = std::move(names);
+        slot.scopeName = scopeName;
+    }
+    return slot.names[phase == ActivityPhase::Begin ? 0 : 1];
 }
 
 }  // namespace tarn

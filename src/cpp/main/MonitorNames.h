@@ -1,9 +1,16 @@
 #pragma once
 
+#include "tarn/ActivitySchema.h"
+
 #include "cvlcoreplatform/TString.h"
+#include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
 
-#include <unordered_map>
+#include <array>
+#include <cstddef>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tarn {
 
@@ -54,25 +61,79 @@ enum class ContextAttributeName : int32 {
 template <class Code>
 class NameCodes {
 public:
-    void Add(const TString& name, Code code) { m_codes.emplace(name, code); }
+    void Add(const TString& name, Code code) { m_codes.emplace_back(name, code); }
 
     Code Find(const TString& name) const {
-        const auto found = m_codes.find(name);
-        return found == m_codes.end() ? Code::Unknown : found->second;
+        for (const auto& [known, code] : m_codes) {
+            if (known == name) {
+                return code;
+            }
+        }
+        return Code::Unknown;
     }
 
 private:
-    std::unordered_map<TString, Code> m_codes;
+    std::vector<std::pair<TString, Code>> m_codes;
 };
 
-/// The names that the monitor treats specially.
-struct MonitorNames {
+/// A name as the monitor works with it: its text, and what it means in each place.
+struct MonitorName {
+    TString text;
+    ListName list = ListName::Unknown;
+    ActivityAttributeName activityAttribute = ActivityAttributeName::Unknown;
+    FigureName figure = FigureName::Unknown;
+    ContextAttributeName contextAttribute = ContextAttributeName::Unknown;
+};
+
+/// The names that the monitor treats specially, and the names that it has read lately: the same few
+/// come again with every scope. One thread at a time.
+class MonitorNames {
+public:
     MonitorNames();
+
+    /// The name that an event gives. Valid until the next call.
+    const MonitorName& Read(const Metrics::MetricsValue& name);
+
+    /// "begin-" or "end-" and the name.
+    TString EventName(ActivityPhase phase, const TString& scopeName);
 
     NameCodes<ListName> lists;
     NameCodes<ActivityAttributeName> activityAttributes;
     NameCodes<FigureName> figures;
     NameCodes<ContextAttributeName> contextAttributes;
+
+private:
+    static constexpr std::size_t slots = 128;
+    static constexpr std::size_t longestKey = 40;
+
+    // A text that lives as long as the process is known by its address.
+    struct Immortal {
+        const void* text = nullptr;
+        MonitorName name;
+    };
+
+    // Any other one by its bytes.
+    struct Recent {
+        uint32 type = 0;
+        uint32 length = 0;
+        std::array<char, longestKey> bytes{};
+        MonitorName name;
+    };
+
+    // The two events of a scope name, known by its shared characters.
+    struct Events {
+        TString scopeName;
+        std::array<TString, 2> names;
+    };
+
+    MonitorName Describe(const Metrics::MetricsValue& name) const;
+    const MonitorName& ReadImmortal(const Metrics::MetricsValue& name, const void* text);
+    const MonitorName& ReadRecent(const Metrics::MetricsValue& name, std::string_view bytes);
+
+    std::array<Immortal, slots> m_immortal;
+    std::array<Recent, slots> m_recent;
+    std::array<Events, slots> m_events;
+    MonitorName m_other;
 };
 
 }  // namespace tarn

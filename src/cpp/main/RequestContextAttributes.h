@@ -1,9 +1,8 @@
 #pragma once
 
-#include "cvlcoreplatform/TString.h"
-#include "cvlmetrics/MetricsValue.h"
+#include "FlatTable.h"
 
-#include <unordered_map>
+#include "cvlmetrics/MetricsValue.h"
 
 namespace tarn {
 
@@ -11,7 +10,7 @@ namespace tarn {
 /// are counted.
 class RequestContextAttributes {
 public:
-    using Table = std::unordered_map<TString, Metrics::MetricsValue>;
+    using Table = FlatTable<Metrics::MetricsValue>;
 
     RequestContextAttributes();
     ~RequestContextAttributes();

@@ -10,27 +10,31 @@
 namespace tarn {
 namespace {
 
-using TLog::Literal;
-using TLog::NameTable;
+using TLog::FieldList;
+using TLog::LiteralContent;
 
 /// Adds one object under the sub-group's name, if its figures are tracked.
-using ResourceWriter = void (*)(NameTable& resources,
+using ResourceWriter = void (*)(FieldList& resources,
                                 const TString& subGroup,
                                 const ResourceFigures& figures);
 
-void SetBytes(NameTable& table, const TString& name, int64 bytes) {
-    table.insert_or_assign(name, Literal::Double(static_cast<double>(bytes), 0));
+void SetBytes(FieldList& table, const TString& name, int64 bytes) {
+    table.emplace_back(name, LiteralContent::Double(static_cast<double>(bytes), 0));
 }
 
-void SetNumber(NameTable& table, const TString& name, int64 number) {
-    table.insert_or_assign(name, Literal::Int(number));
+void SetNumber(FieldList& table, const TString& name, int64 number) {
+    table.emplace_back(name, LiteralContent::Int(number));
 }
 
-void WriteAllocations(NameTable& resources,
+void AddSubGroup(FieldList& resources, const TString& subGroup, FieldList table) {
+    resources.emplace_back(subGroup, TLog::Object::MakeOfList(std::move(table)));
+}
+
+void WriteAllocations(FieldList& resources,
                       const TString& subGroup,
                       const ResourceFigures& figures) {
     const TokenStrings& tokens = Tokens();
-    NameTable table;
+    FieldList table;
     SetBytes(table, tokens.allocatedExclusiveAttr, figures.allocatedBytes.exclusive);
     SetNumber(table, tokens.allocatedCountExclusiveAttr, figures.allocationCount.exclusive);
     SetBytes(table, tokens.allocatedInclusiveAttr, figures.allocatedBytes.Inclusive());
@@ -38,25 +42,25 @@ void WriteAllocations(NameTable& resources,
     if (GetLoggedMemoryTrackingMode() == corvala::memory::MemoryTrackingAll) {
         SetBytes(table, tokens.allocatedPeakAttr, figures.allocatedPeak);
     }
-    resources.insert_or_assign(subGroup, TLog::Object::Make(std::move(table)));
+    AddSubGroup(resources, subGroup, std::move(table));
 }
 
-void WriteDeallocations(NameTable& resources,
+void WriteDeallocations(FieldList& resources,
                         const TString& subGroup,
                         const ResourceFigures& figures) {
     if (GetLoggedMemoryTrackingMode() != corvala::memory::MemoryTrackingAll) {
         return;
     }
     const TokenStrings& tokens = Tokens();
-    NameTable table;
+    FieldList table;
     SetBytes(table, tokens.deallocatedExclusiveAttr, figures.deallocatedBytes.exclusive);
     SetNumber(table, tokens.deallocatedCountExclusiveAttr, figures.deallocationCount.exclusive);
     SetBytes(table, tokens.deallocatedInclusiveAttr, figures.deallocatedBytes.Inclusive());
     SetNumber(table, tokens.deallocatedCountInclusiveAttr, figures.deallocationCount.Inclusive());
-    resources.insert_or_assign(subGroup, TLog::Object::Make(std::move(table)));
+    AddSubGroup(resources, subGroup, std::move(table));
 }
 
-void WriteProcessorTime(NameTable& resources,
+void WriteProcessorTime(FieldList& resources,
                         const TString& subGroup,
                         const TString& inclusiveName,
                         const TString& exclusiveName,
@@ -64,13 +68,13 @@ void WriteProcessorTime(NameTable& resources,
     if (!IsCpuTimeLogged()) {
         return;
     }
-    NameTable table;
+    FieldList table;
     SetNumber(table, inclusiveName, figure.Inclusive());
     SetNumber(table, exclusiveName, figure.exclusive);
-    resources.insert_or_assign(subGroup, TLog::Object::Make(std::move(table)));
+    AddSubGroup(resources, subGroup, std::move(table));
 }
 
-void WriteKernelTime(NameTable& resources,
+void WriteKernelTime(FieldList& resources,
                      const TString& subGroup,
                      const ResourceFigures& figures) {
     WriteProcessorTime(resources,
@@ -80,7 +84,7 @@ void WriteKernelTime(NameTable& resources,
                        figures.kernelTime);
 }
 
-void WriteUserTime(NameTable& resources, const TString& subGroup, const ResourceFigures& figures) {
+void WriteUserTime(FieldList& resources, const TString& subGroup, const ResourceFigures& figures) {
     WriteProcessorTime(resources,
                        subGroup,
                        Tokens().cpuTimeUserInclusiveAttr,
@@ -101,14 +105,14 @@ const std::unordered_map<TString, ResourceWriter>& ResourceWriters() {
 }  // namespace
 
 std::shared_ptr<TLog::Object> MakeResourceObject(const MetricsMonitor::ScopeState& scope) {
-    NameTable resources;
+    FieldList resources;
     for (const auto& [subGroup, write] : ResourceWriters()) {
         write(resources, subGroup, scope.resources);
     }
     if (IsCpuTimeLogged()) {
-        SetNumber(resources, Tokens().numberOfThreads, static_cast<int64>(scope.threadIds.size()));
+        SetNumber(resources, Tokens().numberOfThreads, static_cast<int64>(scope.threadIds.Size()));
     }
-    return TLog::Object::Make(std::move(resources));
+    return TLog::Object::MakeOfList(std::move(resources));
 }
 
 }  // namespace tarn

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "ActivityTokenText.h"
+#include "FlatTable.h"
 #include "ResourceFigures.h"
+#include "SponsorChain.h"
+#include "ThreadIds.h"
 
 #include "tarn/MetricsMonitor.h"
-#include "tarn/TarnMetricsUtils.h"
 
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/TUUID.h"
@@ -12,8 +14,6 @@
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
 
-#include <set>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -45,37 +45,31 @@ struct MetricsMonitor::MetricsTimeInfo {
 /// inherits from.
 struct MetricsMonitor::ScopeState {
     using DumpType = tarn::ScopeStateDumpType;
-    using Attributes = std::unordered_map<TString, Metrics::MetricsValue>;
+    using Attributes = tarn::FlatTable<Metrics::MetricsValue>;
 
     struct Supplement {
         uint64 timeInMicroseconds = 0;
         Metrics::NameValueList pairs;
     };
 
-    /// What a scope takes from the scope that it opens in. Figures, result and threads are its
-    /// own from the start.
-    static ScopeState InheritingFrom(const ScopeState& parent) {
-        ScopeState state;
-        state.requestText = parent.requestText;
-        state.threadId = parent.threadId;
-        state.requestActivityId = parent.requestActivityId;
-        state.sponsorChain = parent.sponsorChain;
-        state.traceDepth = parent.traceDepth;
-        state.serviceDepth = parent.serviceDepth;
-        return state;
-    }
+    /// Begins anew as the state of a scope that opens where `parent` is the innermost one. Figures,
+    /// result and threads are its own from the start. Memory that the state had is used again.
+    void BeginIn(const ScopeState& parent);
+
+    /// Lets go of what the scope has gathered, and of more memory than an ordinary scope needs.
+    void LetGo() noexcept;
 
     // Identity.
-    TString requestText = TarnMetricsUtils::DefaultStringAttributeValue();
-    TString ownIdText = TarnMetricsUtils::DefaultStringAttributeValue();
-    TString rootIdText = TarnMetricsUtils::DefaultStringAttributeValue();
+    TString requestText = tarn::NoText();
+    TString ownIdText = tarn::NoText();
+    TString rootIdText = tarn::NoText();
     uint64 scopeId = 0;
     TString name;
     TUUID activityId;
     uint64 contextId = 0;
     uint64 threadId = 0;
     TUUID requestActivityId;
-    std::vector<uint64> sponsorChain;  ///< the nearest sponsor stands last
+    tarn::SponsorChain sponsorChain;
     int32 traceDepth = 0;
     int32 serviceDepth = 0;
 
@@ -96,12 +90,51 @@ struct MetricsMonitor::ScopeState {
     int64 sponseeEarlyTerminations = 0;
 
     // Figures.
-    std::set<uint64> threadIds;
+    tarn::ThreadIds threadIds;
     double elapsed = 0;       ///< seconds
     double childrenTime = 0;  ///< seconds of children on the same thread
     double exclusive = 0;     ///< seconds
     tarn::ResourceFigures resources;
 };
+
+inline void MetricsMonitor::ScopeState::BeginIn(const ScopeState& parent) {
+    const TString& none = tarn::NoText();
+    requestText = parent.requestText;
+    ownIdText = none;
+    rootIdText = none;
+    scopeId = 0;
+    name = TString();
+    activityId = TUUID();
+    contextId = 0;
+    threadId = parent.threadId;
+    requestActivityId = parent.requestActivityId;
+    sponsorChain = parent.sponsorChain;
+    traceDepth = parent.traceDepth;
+    serviceDepth = parent.serviceDepth;
+    tracing = false;
+    transparent = false;
+    untrackedOrRequest = false;
+    openTime = {};
+    attributes.Clear();
+    supplements.clear();
+    result = tarn::Tokens().resultOk;
+    resultPairs.clear();
+    sponseeErrors = 0;
+    sponseeEarlyTerminations = 0;
+    threadIds.Clear();
+    elapsed = 0;
+    childrenTime = 0;
+    exclusive = 0;
+    resources = {};
+}
+
+inline void MetricsMonitor::ScopeState::LetGo() noexcept {
+    attributes.Release();
+    supplements = {};
+    resultPairs = {};
+    threadIds.Release();
+    sponsorChain = {};
+}
 
 /// A scope and the time of the event that is logged about it. Building the event may give the
 /// scope the request text of its sponsor.

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <memory>
 #include <utility>
+#include <vector>
 
 namespace tarn {
 namespace {
@@ -61,8 +62,9 @@ void PutScopeAttributes(NameTable& table, const MetricsMonitor::ScopeState& stat
 
 void PutSponsors(NameTable& table, const MetricsMonitor::ScopeState& state) {
     NameTable sponsors;
-    for (std::size_t index = 0; index < state.sponsorChain.size(); ++index) {
-        PutInt(sponsors, TString::number(index), static_cast<int64>(state.sponsorChain[index]));
+    const std::vector<uint64> sponsorIds = state.sponsorChain.GetIds();
+    for (std::size_t index = 0; index < sponsorIds.size(); ++index) {
+        PutInt(sponsors, TString::number(index), static_cast<int64>(sponsorIds[index]));
     }
     Put(table, u"sponsors", TLog::Object::Make(std::move(sponsors)));
 }

@@ -1,7 +1,7 @@
 #include "tarn/TarnMetricsUtils.h"
 
+#include "ActivityTokenText.h"
 #include "LogicAssert.h"
-#include "NeverDestroyed.h"
 
 #include <cstddef>
 #include <string>
@@ -71,8 +71,7 @@ TString TarnMetricsUtils::ConvertMetricsValueToTString(const MetricsValue& value
 }
 
 TString TarnMetricsUtils::DefaultStringAttributeValue() {
-    static const tarn::NeverDestroyed<TString> placeholder(u"-");
-    return placeholder.Get();
+    return tarn::NoText();
 }
 
 int64 TarnMetricsUtils::MetricsValueToInt(const MetricsValue& value) {

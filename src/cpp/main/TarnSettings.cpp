@@ -2,6 +2,7 @@
 
 #include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
+#include "TextHash.h"
 
 #include "cvlcoreplatform/TLog.h"
 
@@ -51,6 +52,10 @@ void LogOffs(const TarnSettings::Names& offs) {
 }
 
 }  // namespace
+
+std::size_t TarnSettings::NameHash::operator()(std::string_view name) const noexcept {
+    return static_cast<std::size_t>(HashText(name));
+}
 
 TarnSettings& TarnSettings::GetInstance() {
     static TarnSettings* const instance = new TarnSettings();

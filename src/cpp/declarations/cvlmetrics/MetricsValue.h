@@ -32,6 +32,8 @@ struct CVLMETRICS_API MetricsValue {
         double real;
     };
 
+    // A pointer that owns nothing (`use_count()` 0) points to a text that lives as long as the
+    // process.
     std::shared_ptr<const std::string> utf8;      ///< set for `MV_Utf8String` only
     std::shared_ptr<const std::u16string> utf16;  ///< set for `MV_Utf16String` only
 

@@ -2,6 +2,7 @@
 
 #include "cvlmetrics/Export.h"
 #include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/ValueView.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <list>
@@ -12,10 +13,14 @@ namespace Metrics {
 /// What is emitted while it is not open goes nowhere.
 class CVLMETRICS_API Scope {
 public:
-    explicit Scope(uint64 flags) noexcept;
+    explicit Scope(uint64 flags) noexcept : m_flags(flags) {}
 
     /// Closes the scope if it is open, then sends its post-close actions.
-    ~Scope();
+    ~Scope() {
+        if (m_id != 0) {
+            Close();
+        }
+    }
 
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
@@ -33,6 +38,12 @@ public:
                        const MetricsValue& name,
                        NameValueList&& pairs) const;
 
+    // The same with values that are lent for the call, which spares what nobody receives.
+
+    void Open(const ValueView& name, PairSpan pairs);
+    void Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const;
+    void MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const;
+
     /// Replaces the actions to send after the close. Dropped when the scope is not open then.
     void SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions);
 
@@ -41,6 +52,9 @@ public:
     uint64 GetFlags() const noexcept { return m_flags; }
 
 private:
+    // Called once, of a scope that was given an id.
+    void Close() noexcept;
+
     // Stands first: the scope-live flag is the leading byte.
     bool m_open = false;
     uint64 m_flags;

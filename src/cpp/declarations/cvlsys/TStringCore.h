@@ -5,6 +5,7 @@
 #include "cvlsys/THash32.h"
 
 #include <cstddef>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -41,7 +42,8 @@ public:
     explicit TStringCore(const char* utf8);
     explicit TStringCore(const std::string& utf8);
 
-    /// Shares characters that somebody else made; null gives the empty string.
+    /// Shares characters that somebody else made; null gives the empty string. A pointer that owns
+    /// nothing (`use_count()` 0) must point to characters that live as long as the process.
     explicit TStringCore(Characters characters) noexcept;
 
     static TStringCore FromUtf8(std::string_view utf8);
@@ -101,7 +103,9 @@ public:
     friend TStringCore operator+(const TStringCore& a, const TStringCore& b) { return Join(a, b); }
 
     friend bool operator==(const TStringCore& a, const TStringCore& b) noexcept {
-        return a.m_characters == b.m_characters || a.View() == b.View();
+        return a.m_characters == b.m_characters ||
+               (a.Length() == b.Length() &&
+                std::memcmp(a.Data(), b.Data(), a.Length() * sizeof(char16_t)) == 0);
     }
 
     friend bool operator!=(const TStringCore& a, const TStringCore& b) noexcept {

@@ -3,16 +3,19 @@
 #include "tarn/ActivityContext.h"
 #include "tarn/CustomContext.h"
 #include "tarn/Export.h"
+#include "tarn/InPlace.h"
 #include "tarn/Traits.h"
 
 #include "cvlmetrics/Context.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlmetrics/Scope.h"
+#include "cvlmetrics/ValueView.h"
 #include "cvlsys/CpuTime.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/MemoryTracking.h"
 
+#include <initializer_list>
 #include <list>
 #include <memory>
 
@@ -28,16 +31,22 @@ namespace tarn {
 /// at construction; a scope that is off does nothing for its whole life.
 ///
 /// A scope belongs to the thread that built it, and scopes end in the reverse order of their
-/// beginnings. Only the constructors throw (`std::bad_alloc`), and what the attribute operations
-/// throw when memory runs out.
+/// beginnings. When memory runs out, the constructors, `AttachToThread` and the operations that
+/// take attributes throw `std::bad_alloc`.
 ///
 /// Names are UTF-8; they and the attribute lists are used during the call only. A list that is
-/// given away is empty afterwards.
+/// given away is empty afterwards. Attributes in braces, as above, are only lent: nothing is made
+/// of them where nobody wants them.
 class TARN_EXPORT ActivityScope {
 public:
+    /// Attributes in braces.
+    using Attributes = std::initializer_list<Metrics::PairView>;
+
     explicit ActivityScope(const char* name);
+    ActivityScope(const char* name, Attributes attributes);
     ActivityScope(const char* name, Metrics::NameValueList&& attributes);
     ActivityScope(const char* name, Traits traits);
+    ActivityScope(const char* name, Traits traits, Attributes attributes);
     ActivityScope(const char* name, Traits traits, Metrics::NameValueList&& attributes);
     ActivityScope(const char* name, CustomContext&& context);
     ActivityScope(const char* name, CustomContext&& context, Metrics::NameValueList&& attributes);
@@ -63,9 +72,11 @@ public:
     ~ActivityScope() noexcept;
 
     /// Adds attributes, which stand in the end event.
+    void Add(Attributes attributes);
     void Add(Metrics::NameValueList&& attributes);
 
     /// Adds a log supplement: attributes with the time of the call.
+    void Log(Attributes attributes);
     void Log(Metrics::NameValueList&& attributes);
 
     /// Marks the work as canceled, with more pairs that say why. The last report counts.
@@ -114,18 +125,20 @@ private:
     bool TurnOn(const char* name);
 
     void BeginScope(const char* name,
-                    Metrics::NameValueList&& attributes,
+                    Metrics::PairSpan attributes,
                     const ActivityContextInitializer& initializer);
-    void BeginScope(const char* name, Metrics::NameValueList&& attributes);
-    void BeginScope(const char* name);
-    void OpenMetricsScope(const char* name, Metrics::NameValueList&& attributes);
+    void BeginScope(const char* name, Metrics::PairSpan attributes);
+    void OpenMetricsScope(const char* name, Metrics::PairSpan attributes);
+    void OpenMetricsScopeWithContext(const char* name,
+                                     Metrics::PairSpan attributes,
+                                     const ActivityContext& context);
     void LeaveActivityContext();
     void ReportEarlyTermination();
     void ReleaseResources();
     void EmitThreadId();
 
-    void AddToScope(Metrics::NameValueList&& attributes);
-    void AddLogToScope(Metrics::NameValueList&& attributes);
+    void AddToScope(Metrics::PairSpan attributes);
+    void AddLogToScope(Metrics::PairSpan attributes);
     void AddResultToScope(Metrics::NameValueList&& attributes);
     void SetCustomContext(Metrics::NameValueList&& attributes);
 
@@ -139,10 +152,10 @@ private:
     std::unique_ptr<Metrics::Context, Metrics::Context_deleter> m_metricsContext;
     Metrics::Scope m_scope;
     corvala::memory::MemoryCounter m_memoryCounter;
-    std::unique_ptr<corvala::memory::MemoryScope> m_memoryScope;
+    InPlace<corvala::memory::MemoryScope> m_memoryScope;
     std::shared_ptr<ActivityContext> m_activityContext;
     corvala::cputime::ThreadTimeValue m_cpuTime;
-    std::unique_ptr<corvala::cputime::ThreadTimeScope> m_cpuScope;
+    InPlace<corvala::cputime::ThreadTimeScope> m_cpuScope;
     bool m_off = false;
     bool m_trackResources;
     Status m_status = Status::None;

@@ -17,7 +17,8 @@
 
 namespace tarn {
 enum class ScopeStateDumpType : int32;
-}
+struct MonitorName;
+}  // namespace tarn
 
 /// Turns the stream of metrics events into activity log events: it rebuilds contexts and the tree
 /// of open scopes, and hands a begin and an end event for each traced scope to its sink. A
@@ -122,7 +123,7 @@ private:
     static void AddContextAttributeLayer(ContextInfo& context, const Metrics::NameValueList& pairs);
     void AddAttributeToActivity(ScopeState& state,
                                 uint64 scopeId,
-                                const TString& name,
+                                const tarn::MonitorName& name,
                                 const Metrics::MetricsValue& value);
     void OnCommandName(ScopeState& state, uint64 scopeId, const Metrics::MetricsValue& value);
     void OnResultAttrs(ScopeState& state, const Metrics::NameValueList& pairs);

@@ -4,11 +4,11 @@
 #include "tarn/Traits.h"
 
 #include "cvlcoreplatform/TString.h"
+#include "cvlsys/IntegerTypes.h"
 #include "cvlsys/TReadWriteLock.h"
 
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -76,9 +76,7 @@ private:
     struct NameHash {
         using is_transparent = void;
 
-        std::size_t operator()(std::string_view name) const noexcept {
-            return std::hash<std::string_view>()(name);
-        }
+        std::size_t operator()(std::string_view name) const noexcept;
     };
 
     struct NameEqual {

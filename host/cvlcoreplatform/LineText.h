@@ -1,0 +1,94 @@
+#pragma once
+
+#include "RapidJson.h"
+
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace cvlcoreplatform {
+
+/// Throws when there is no memory, which RapidJSON's own allocator does not notice.
+class LineAllocator {
+public:
+    // Named by RapidJSON.
+    static constexpr bool kNeedFree = true;  // NOLINT(readability-identifier-naming)
+
+    void* Malloc(std::size_t bytes);
+    void* Realloc(void* block, std::size_t oldBytes, std::size_t newBytes);
+    static void Free(void* block) noexcept;
+};
+
+/// The characters of a line, and how values are written in JSON. Texts that stand in JSON as they
+/// are, as nearly all names, ids and values do, are copied at once; all others RapidJSON escapes.
+/// Memory that an ordinary line needs is kept for the next one. Throws `std::bad_alloc`, with part
+/// of a value written perhaps.
+class LineText {
+public:
+    LineText() = default;
+    LineText(const LineText&) = delete;
+    LineText& operator=(const LineText&) = delete;
+    ~LineText() = default;
+
+    std::string_view View() const noexcept { return {m_characters.get(), m_length}; }
+
+    void Clear() noexcept { m_length = 0; }
+
+    /// Gives the memory back.
+    void Release() noexcept;
+
+    /// As they are.
+    void Append(std::string_view characters) {
+        char* const to = Room(characters.size());
+        std::memcpy(to, characters.data(), characters.size());
+        m_length += characters.size();
+    }
+
+    void Append(char character) {
+        *Room(1) = character;
+        ++m_length;
+    }
+
+    /// In quotation marks. A lone surrogate becomes U+FFFD.
+    void AppendText(std::u16string_view text);
+
+    void AppendNumber(int64 value);
+    void AppendNumber(uint64 value);
+
+    /// The shortest digits that read back as the same value, always recognisable as a real number;
+    /// null for what is no finite number.
+    void AppendReal(double value, bool fixed);
+
+private:
+    using Buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, LineAllocator>;
+    using Writer = rapidjson::Writer<Buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, LineAllocator>;
+
+    // For texts that need escapes, or are not ASCII.
+    struct Escaper {
+        std::string utf8;
+        Buffer escaped;
+        Writer writer{escaped};
+    };
+
+    // Where the next characters go; there is place for `bytes` of them.
+    char* Room(std::size_t bytes) {
+        if (m_capacity - m_length < bytes) {
+            Grow(bytes);
+        }
+        return m_characters.get() + m_length;
+    }
+
+    void Grow(std::size_t bytes);
+    void AppendEscaped(std::u16string_view text);
+
+    std::unique_ptr<char[]> m_characters;
+    std::size_t m_length = 0;
+    std::size_t m_capacity = 0;
+    std::unique_ptr<Escaper> m_escaper;
+};
+
+}  // namespace cvlcoreplatform

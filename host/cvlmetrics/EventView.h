@@ -1,0 +1,45 @@
+#pragma once
+
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/ValueView.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <vector>
+
+namespace Metrics {
+
+/// An event on its way through the bus, as long as all that it holds is lent: it becomes a record
+/// in a queue, or the event that the consumers receive. The members are those of `MetricsEvent`.
+struct EventView {
+    uint64 id = 0;
+    uint64 contextId = 0;
+    uint64 flags = 0;
+    int64 time = 0;
+    uint64 wallSeconds = 0;
+    uint32 wallMicros = 0;
+    MetricsEventType type = MetricsEventType{0};
+    ValueView name = 0;
+    ValueView value = 0;
+    PairSpan pairs;
+
+    /// Makes the event of it. Memory that the event had for pairs is used again. Throws
+    /// `std::bad_alloc`.
+    void CopyTo(MetricsEvent& event) const;
+};
+
+/// As `ValueView::ToValue`, into a value that is there, with memory from the calling thread's
+/// blocks. Throws `std::bad_alloc`; the value is some value then.
+void Assign(MetricsValue& to, const ValueView& view);
+
+/// Views of a list's pairs.
+class PairViews {
+public:
+    explicit PairViews(const NameValueList& list) : m_views(list.begin(), list.end()) {}
+
+    PairSpan Span() const noexcept { return {m_views.data(), m_views.size()}; }
+
+private:
+    std::vector<PairView> m_views;
+};
+
+}  // namespace Metrics

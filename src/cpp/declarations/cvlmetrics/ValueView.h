@@ -1,0 +1,169 @@
+#pragma once
+
+#include "cvlcoreplatform/TString.h"
+#include "cvlmetrics/MetricsValue.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace Metrics {
+
+/// A value that is lent for the time of a call: texts stay where they are, and nothing is made of
+/// them unless somebody wants the event. It is built from whatever a `MetricsValue` is built from,
+/// and means the same. Like a `std::string_view` it must not outlive what it is made of.
+class ValueView {
+public:
+    enum class Kind : uint32 { Int64, Bool, Double, Utf8, Utf16, Wide, Shared, Value };
+
+    // Values stand for themselves in attribute lists, hence the implicit constructors below. Only
+    // bool itself makes a bool: no pointer turns into one.
+    // NOLINTBEGIN(google-explicit-constructor)
+
+    template <class T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
+    ValueView(T value) noexcept : m_kind(Kind::Bool),
+                                  m_integer(value ? 1 : 0) {}
+
+    template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>, int> = 0>
+    ValueView(T value) noexcept : m_integer(static_cast<int64>(value)) {}
+
+    template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
+    ValueView(T value) noexcept : m_kind(Kind::Double),
+                                  m_real(static_cast<double>(value)) {}
+
+    /// UTF-8; a null pointer gives the empty text.
+    ValueView(const char* text) noexcept
+        : m_kind(Kind::Utf8),
+          m_size(text != nullptr ? std::strlen(text) : 0),
+          m_utf8(text != nullptr ? text : "") {}
+
+    ValueView(const std::string& text) noexcept
+        : m_kind(Kind::Utf8),
+          m_size(text.size()),
+          m_utf8(text.data()) {}
+
+    /// UTF-16; a null pointer gives the empty text.
+    ValueView(const char16_t* text) noexcept
+        : m_kind(Kind::Utf16),
+          m_size(text != nullptr ? std::char_traits<char16_t>::length(text) : 0),
+          m_utf16(text != nullptr ? text : u"") {}
+
+    /// Wide text in the platform's encoding.
+    ValueView(const wchar_t* text) noexcept : m_kind(Kind::Wide), m_wide(text) {}
+
+    ValueView(const TString& text) noexcept
+        : m_kind(Kind::Shared),
+          m_shared(&text.SharedCharacters()) {}
+
+    ValueView(const MetricsValue& value) noexcept : m_kind(Kind::Value), m_value(&value) {}
+
+    // NOLINTEND(google-explicit-constructor)
+
+    Kind GetKind() const noexcept { return m_kind; }
+
+    /// Of `Int64` and `Bool`.
+    int64 GetInteger() const noexcept { return m_integer; }
+
+    double GetReal() const noexcept { return m_real; }
+
+    std::string_view GetUtf8() const noexcept { return {m_utf8, m_size}; }
+
+    std::u16string_view GetUtf16() const noexcept { return {m_utf16, m_size}; }
+
+    const wchar_t* GetWide() const noexcept { return m_wide; }
+
+    /// Null for the empty text.
+    const TString::Characters& GetShared() const noexcept { return *m_shared; }
+
+    const MetricsValue& GetValue() const noexcept { return *m_value; }
+
+    /// A value that owns what it holds. Throws `std::bad_alloc`.
+    MetricsValue ToValue() const {
+        switch (m_kind) {
+            case Kind::Int64:
+                return m_integer;
+            case Kind::Bool:
+                return m_integer != 0;
+            case Kind::Double:
+                return m_real;
+            case Kind::Utf8:
+                return std::string(GetUtf8());
+            case Kind::Utf16:
+                return TString(GetUtf16());
+            case Kind::Wide:
+                return m_wide;
+            case Kind::Shared:
+                return TString(*m_shared);
+            case Kind::Value:
+                break;
+        }
+        return *m_value;
+    }
+
+private:
+    Kind m_kind = Kind::Int64;
+    std::size_t m_size = 0;
+
+    union {
+        int64 m_integer;
+        double m_real;
+        const char* m_utf8;
+        const char16_t* m_utf16;
+        const wchar_t* m_wide;
+        const TString::Characters* m_shared;
+        const MetricsValue* m_value;
+    };
+};
+
+/// A name and a value, lent.
+struct PairView {
+    ValueView name;
+    ValueView value;
+
+    PairView(ValueView pairName, ValueView pairValue) noexcept : name(pairName), value(pairValue) {}
+
+    PairView(const NameValuePair& pair) noexcept  // NOLINT(google-explicit-constructor)
+        : name(pair.first),
+          value(pair.second) {}
+};
+
+/// Pairs in a row, lent.
+class PairSpan {
+public:
+    PairSpan() noexcept = default;
+
+    PairSpan(const PairView* first, std::size_t size) noexcept : m_first(first), m_size(size) {}
+
+    PairSpan(std::initializer_list<PairView> pairs) noexcept  // NOLINT(google-explicit-constructor)
+        : PairSpan(pairs.begin(), pairs.size()) {}
+
+    std::size_t Size() const noexcept { return m_size; }
+
+    // NOLINTBEGIN(readability-identifier-naming): named by the language
+
+    const PairView* begin() const noexcept { return m_first; }
+
+    const PairView* end() const noexcept { return m_first + m_size; }
+
+    // NOLINTEND(readability-identifier-naming)
+
+    /// Pairs that own what they hold. Throws `std::bad_alloc`.
+    NameValueList ToList() const {
+        NameValueList list;
+        list.reserve(m_size);
+        for (const PairView& pair : *this) {
+            list.emplace_back(pair.name.ToValue(), pair.value.ToValue());
+        }
+        return list;
+    }
+
+private:
+    const PairView* m_first = nullptr;
+    std::size_t m_size = 0;
+};
+
+}  // namespace Metrics

@@ -1,0 +1,113 @@
+#pragma once
+
+#include "cvlcoreplatform/TString.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <initializer_list>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace tarn {
+
+/// Values by name, in the order in which the names came first. Made for the handful of attributes
+/// that a scope has, which are found fastest by looking at all; when there are many, an index is
+/// built.
+template <class Value>
+class FlatTable {
+public:
+    struct Entry {
+        TString name;
+        Value value;
+    };
+
+    using const_iterator = typename std::vector<Entry>::const_iterator;
+
+    FlatTable() noexcept = default;
+
+    FlatTable(std::initializer_list<Entry> entries) {
+        for (const Entry& entry : entries) {
+            Set(entry.name, entry.value);
+        }
+    }
+
+    /// The value of the name becomes `value`, whether there was one or not.
+    void Set(const TString& name, Value value) {
+        if (Value* const known = Find(name)) {
+            *known = std::move(value);
+            return;
+        }
+        m_entries.push_back({name, std::move(value)});
+        if (m_entries.size() > mostUnindexed) {
+            AddToIndex();
+        }
+    }
+
+    /// Null for a name that has no value.
+    const Value* Find(const TString& name) const {
+        if (m_entries.size() > mostUnindexed) {
+            const auto known = m_index.find(name);
+            return known == m_index.end() ? nullptr : &m_entries[known->second].value;
+        }
+        const auto known = std::find_if(m_entries.begin(),
+                                        m_entries.end(),
+                                        [&name](const Entry& entry) { return entry.name == name; });
+        return known == m_entries.end() ? nullptr : &known->value;
+    }
+
+    Value* Find(const TString& name) { return const_cast<Value*>(std::as_const(*this).Find(name)); }
+
+    /// Keeps the memory for the next values.
+    void Clear() noexcept {
+        m_entries.clear();
+        if (!m_index.empty()) {
+            m_index.clear();
+        }
+    }
+
+    /// Forgets the values, and keeps no more memory than for a handful of them.
+    void Release() noexcept {
+        Clear();
+        if (m_entries.capacity() > mostUnindexed) {
+            m_entries = {};
+            m_index = {};
+        }
+    }
+
+    bool IsEmpty() const noexcept { return m_entries.empty(); }
+
+    std::size_t Size() const noexcept { return m_entries.size(); }
+
+    // NOLINTBEGIN(readability-identifier-naming): named by the language
+
+    const_iterator begin() const noexcept { return m_entries.begin(); }
+
+    const_iterator end() const noexcept { return m_entries.end(); }
+
+    // NOLINTEND(readability-identifier-naming)
+
+private:
+    static constexpr std::size_t mostUnindexed = 16;
+
+    // The index holds all entries once there are too many to look at.
+    void AddToIndex() {
+        try {
+            for (std::size_t i = m_index.size(); i < m_entries.size(); ++i) {
+                m_index.emplace(m_entries[i].name, i);
+            }
+        } catch (...) {
+            m_index.erase(m_entries.back().name);
+            m_entries.pop_back();
+            if (m_entries.size() <= mostUnindexed) {
+                m_index.clear();
+            }
+            throw;
+        }
+    }
+
+    std::vector<Entry> m_entries;
+    std::unordered_map<TString, std::size_t> m_index;
+};
+
+}  // namespace tarn
