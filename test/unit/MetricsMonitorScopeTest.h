@@ -1,0 +1,48 @@
+#pragma once
+
+#include "MonitorTest.h"
+
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <string>
+#include <vector>
+
+namespace tarn::test {
+
+/// Scopes of each kind, in the root context and in others.
+class MetricsMonitorScopeTest : public MonitorTest {
+protected:
+    void OpenIn(uint64 contextId,
+                uint64 id,
+                const std::string& name,
+                const Metrics::NameValueList& pairs = {}) {
+        Send(EventBuilder::OpenScope(id, name).In(contextId).With(pairs));
+    }
+
+    void CloseIn(uint64 contextId, uint64 id) { Send(EventBuilder::CloseScope(id).In(contextId)); }
+
+    void OpenTransparent(uint64 id, const std::string& name) {
+        Send(EventBuilder::OpenScope(id, name).In(rootContext).Transparent());
+    }
+
+    void OpenHosts(uint64 id, const std::string& name) {
+        Send(EventBuilder::OpenScope(id, name).In(rootContext).FromHost());
+    }
+
+    void CloseHosts(uint64 id, const std::string& name) {
+        Send(EventBuilder::CloseScope(id, name).In(rootContext).FromHost());
+    }
+
+    std::vector<std::string> MessagesAt(TLog::Severity severity) {
+        std::vector<std::string> texts;
+        for (const auto& [messageSeverity, text] : Log().Messages()) {
+            if (messageSeverity == severity) {
+                texts.push_back(text);
+            }
+        }
+        return texts;
+    }
+};
+
+}  // namespace tarn::test
