@@ -25,11 +25,22 @@ void MonitorTest::Send(const Metrics::MetricsEvent& event) {
 }
 
 void MonitorTest::Open(uint64 id, const std::string& name, const Metrics::NameValueList& pairs) {
-    Send(EventBuilder::OpenScope(id, name).In(rootContext).With(pairs));
+    OpenIn(rootContext, id, name, pairs);
 }
 
 void MonitorTest::Close(uint64 id) {
-    Send(EventBuilder::CloseScope(id).In(rootContext));
+    CloseIn(rootContext, id);
+}
+
+void MonitorTest::OpenIn(uint64 contextId,
+                         uint64 id,
+                         const std::string& name,
+                         const Metrics::NameValueList& pairs) {
+    Send(EventBuilder::OpenScope(id, name).In(contextId).With(pairs));
+}
+
+void MonitorTest::CloseIn(uint64 contextId, uint64 id) {
+    Send(EventBuilder::CloseScope(id).In(contextId));
 }
 
 void MonitorTest::OpenContext(uint64 id, uint64 parent) {

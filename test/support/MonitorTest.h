@@ -34,6 +34,13 @@ protected:
     void Open(uint64 id, const std::string& name, const Metrics::NameValueList& pairs = {});
     void Close(uint64 id);
 
+    /// The same in another context.
+    void OpenIn(uint64 contextId,
+                uint64 id,
+                const std::string& name,
+                const Metrics::NameValueList& pairs = {});
+    void CloseIn(uint64 contextId, uint64 id);
+
     /// A context that is created and opened.
     void OpenContext(uint64 id, uint64 parent = 0);
 

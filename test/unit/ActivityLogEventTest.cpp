@@ -1,15 +1,10 @@
-#include "ActivityEventInput.h"
-#include "ActivityLogEventProducer.h"
-#include "MonitorTest.h"
+#include "ActivityLogEventTest.h"
 
 #include "tarn/OptTarn.h"
 
 #include "cvlsys/TSystem.h"
 
 #include <chrono>
-#include <cstddef>
-#include <cstdlib>
-#include <ctime>
 #include <limits>
 #include <optional>
 #include <ratio>
@@ -24,6 +19,7 @@
 
 namespace {
 
+using tarn::test::ActivityLogEventTest;
 using tarn::test::Begins;
 using tarn::test::Ends;
 using tarn::test::EventBuilder;
@@ -44,25 +40,11 @@ using tarn::test::HasSession;
 using tarn::test::HasSite;
 using tarn::test::HasThreadId;
 using tarn::test::HasUser;
-using tarn::test::IsLogicError;
 using tarn::test::KnownIds;
 using tarn::test::LacksActivityField;
 using tarn::test::LogValue;
 using tarn::test::Table;
 using testing::AllOf;
-using testing::IsEmpty;
-using testing::Throws;
-
-class ActivityLogEventTest : public tarn::test::MonitorTest {
-protected:
-    void AddToRequest(const Metrics::NameValueList& pairs) {
-        Send(EventBuilder::ContextPairs(rootContext, "reqCtxAttrs", pairs));
-    }
-
-    void AddLayer(const Metrics::NameValueList& pairs) {
-        Send(EventBuilder::ContextPairs(rootContext, "ctx", pairs));
-    }
-};
 
 // ---- Which fields an event has.
 
@@ -450,275 +432,6 @@ TEST_F(ActivityLogEventTest, TextsThatAreRequiredEndAtTheirFirstNulAndAreNotQuot
     EXPECT_THAT(LastEvent(), AllOf(HasUser("a"), HasSession("'s'"), HasAttribute("wb", "a \"b\"")));
 }
 
-// ---- Texts of the wrong kind.
-
-class RequiredTextTest : public ActivityLogEventTest {
-protected:
-    void SetUp() override {
-        ActivityLogEventTest::SetUp();
-        OptTarn::SetIsServer(true);
-    }
-
-    static auto RaisesUnexpectedType() {
-        return Throws<LogicException>(IsLogicError("src/cpp/main/ActivityLogEventProducer",
-                                                   110,
-                                                   "Unexpected MetricsValue type",
-                                                   0x710908B6));
-    }
-};
-
-TEST_F(RequiredTextTest, AnAttributeThatMustBeTextIsALogicErrorOtherwise) {
-    Metrics::MetricsValue unknown("text");
-    unknown.type = 5;
-    for (const char* const name : {"req-desc", "wb", "vw", "site", "rid", "user", "sid"}) {
-        for (const Metrics::MetricsValue& value : {Metrics::MetricsValue(5),
-                                                   Metrics::MetricsValue(true),
-                                                   Metrics::MetricsValue(1.5),
-                                                   unknown}) {
-            Open(7, "query");
-            AddToRequest({{name, value}});
-
-            EXPECT_THAT(([&] { Close(7); }), RaisesUnexpectedType()) << name;
-
-            EXPECT_THAT(LastEvent(), Begins("query")) << "no event is logged";
-        }
-    }
-}
-
-TEST_F(RequiredTextTest, AtTheBeginningTooAndNothingIsLogged) {
-    Send(EventBuilder::ContextValue(rootContext, "sid", 5));
-
-    EXPECT_THAT(([&] { Open(7, "query"); }), RaisesUnexpectedType());
-
-    EXPECT_THAT(*events, IsEmpty());
-}
-
-TEST_F(RequiredTextTest, ADescriptionIsReadAtDepthZeroOnly) {
-    Open(7, "outer");
-    Open(8, "inner");
-    AddToRequest({{"req-desc", 5}});
-
-    EXPECT_NO_THROW(Close(8));
-    EXPECT_THAT(([&] { Close(7); }), RaisesUnexpectedType());
-}
-
-TEST_F(RequiredTextTest, ASiteIsReadByServersOnly) {
-    OptTarn::SetIsServer(false);
-    Open(7, "query");
-    AddToRequest({{"site", 5}});
-
-    EXPECT_NO_THROW(Close(7));
-}
-
-TEST_F(RequiredTextTest, ARequestIdIsReadOnlyWhereTheScopeHasNone) {
-    EnableForegroundContexts();
-    Open(7, "query", ForegroundPairs{.request = "REQ"});
-    AddToRequest({{"rid", 5}});
-
-    EXPECT_NO_THROW(Close(7));
-
-    EXPECT_THAT(LastEvent(), HasRequest("REQ"));
-}
-
-TEST_F(RequiredTextTest, LayersHoldAnyKind) {
-    AddLayer({{"user", 5}, {"wb", 5}, {"rid", 5}});
-
-    EXPECT_NO_THROW(Open(7, "query"));
-
-    EXPECT_THAT(LastEvent(),
-                AllOf(HasAttribute("user", 5), HasAttribute("rid", 5), HasAttribute("wb", "-")));
-}
-
-TEST_F(RequiredTextTest, AnAttributeOfALayerOfAnUnknownKindIsALogicError) {
-    Metrics::MetricsValue unknown("text");
-    unknown.type = 5;
-    AddLayer({{"tenant", unknown}});
-
-    EXPECT_THAT(
-        ([&] { Open(7, "query"); }),
-        Throws<LogicException>(IsLogicError(
-            "src/cpp/main/TarnMetricsUtils", 47, "Unexpected MetricsValue type", 0xFCE7C547)));
-
-    EXPECT_THAT(*events, IsEmpty());
-}
-
-// ---- Log supplements.
-
-/// Times are written as local times, so the test fixes the zone.
-class SupplementTest : public ActivityLogEventTest {
-protected:
-    void SetUp() override {
-        ActivityLogEventTest::SetUp();
-        const char* const zone = std::getenv("TZ");
-        m_zone = zone == nullptr ? std::nullopt : std::optional<std::string>(zone);
-        setenv("TZ", "UTC", 1);
-        tzset();
-    }
-
-    void TearDown() override {
-        if (m_zone) {
-            setenv("TZ", m_zone->c_str(), 1);
-        } else {
-            unsetenv("TZ");
-        }
-        tzset();
-        ActivityLogEventTest::TearDown();
-    }
-
-private:
-    std::optional<std::string> m_zone;
-};
-
-TEST_F(SupplementTest, EachSupplementIsAnObjectWithItsTimeInTheOrderOfArrival) {
-    Open(7, "query");
-    Send(EventBuilder::Supplement(7, {{"step", 5}, {L"text", "a \"b\""}})
-             .Wall(1'700'000'000, 250'000));
-    Send(EventBuilder::Supplement(7, {{"step", true}, {"'step'", 1.5}}).Wall(1'700'000'001, 0));
-    Send(EventBuilder::Supplement(7, {}).Wall(1'700'000'000, 7));
-
-    Close(7);
-
-    EXPECT_THAT(
-        LastEvent(),
-        HasBodyField(
-            "logs",
-            LogValue::Array(
-                {LogValue::Object({{"step", 5},
-                                   {"text", "a \"b\""},
-                                   {"begin", "2023-11-14T22:13:20.250000+00:00"}}),
-                 LogValue::Object({{"step", 1.5}, {"begin", "2023-11-14T22:13:21.000000+00:00"}}),
-                 LogValue::Object({{"begin", "2023-11-14T22:13:20.000007+00:00"}})})));
-}
-
-TEST_F(SupplementTest, NamesInASupplementAreReadWithTheQuotingRule) {
-    Open(7, "query");
-    Send(EventBuilder::Supplement(7, {{"a\"b", 1}, {5, 2}}));
-
-    Close(7);
-
-    EXPECT_THAT(
-        LastEvent(),
-        HasBodyField(
-            "logs",
-            LogValue::Array({LogValue::Object(
-                {{"\"a\"\"b\"", 1}, {"5", 2}, {"begin", "1970-01-01T00:00:00.000000+00:00"}})})));
-}
-
-TEST_F(SupplementTest, TheTimeReplacesAPairOfItsName) {
-    Open(7, "query");
-    Send(EventBuilder::Supplement(7, {{"begin", "mine"}}));
-
-    Close(7);
-
-    EXPECT_THAT(
-        LastEvent(),
-        HasBodyField(
-            "logs",
-            LogValue::Array({LogValue::Object({{"begin", "1970-01-01T00:00:00.000000+00:00"}})})));
-}
-
-TEST_F(SupplementTest, SupplementsStandInTheEndEventOnly) {
-    Open(7, "outer");
-    Send(EventBuilder::Supplement(7, {{"step", 1}}));
-    Open(8, "inner");
-    Close(8);
-
-    EXPECT_THAT(LastEvent(), HasExactlyBodyFields({}));
-    Close(7);
-    EXPECT_THAT(LastEvent(), HasExactlyBodyFields({"logs"}));
-}
-
-// ---- Resources.
-
-class ResourceGroupTest : public ActivityLogEventTest {
-protected:
-    /// The field "res" of a scope's end, without the figures: the names of each group.
-    std::string GroupsOfAnEnd() {
-        Open(7, "query");
-        Close(7);
-        const auto resources = Field(LastEvent(), Table::Activity, "res");
-        return resources ? WithoutFigures(resources->Text()) : "none";
-    }
-
-private:
-    static std::string WithoutFigures(const std::string& text) {
-        std::string names;
-        for (std::size_t at = 0; at < text.size();) {
-            const std::size_t end = text.find_first_not_of("-.0123456789", at + 2);
-            if (text.compare(at, 2, ": ") == 0 && end != at + 2) {
-                at = end;
-            } else {
-                names += text[at++];
-            }
-        }
-        return names;
-    }
-};
-
-TEST_F(ResourceGroupTest, OnlyHostsOfThePlatformGetThem) {
-    OptTarn::SetIsUnitTest(true);
-    EXPECT_EQ(GroupsOfAnEnd(), "none");
-
-    OptTarn::SetIsTarnPlatforms(true);
-    EXPECT_NE(GroupsOfAnEnd(), "none");
-}
-
-TEST_F(ResourceGroupTest, WithoutMemoryTrackingThereAreAllocationsAndProcessorTimes) {
-    ReportResources(corvala::memory::MemoryTrackingOff);
-
-    EXPECT_EQ(GroupsOfAnEnd(),
-              R"({"alloc": {"ae", "ai", "ane", "ani"}, "kcpu": {"ke", "ki"}, "ntid", )"
-              R"("ucpu": {"ue", "ui"}})");
-}
-
-TEST_F(ResourceGroupTest, TrackingAllocationsAddsNothingToThat) {
-    ReportResources(corvala::memory::MemoryTrackingAllocations);
-
-    EXPECT_EQ(GroupsOfAnEnd(),
-              R"({"alloc": {"ae", "ai", "ane", "ani"}, "kcpu": {"ke", "ki"}, "ntid", )"
-              R"("ucpu": {"ue", "ui"}})");
-}
-
-TEST_F(ResourceGroupTest, TrackingAllMemoryAddsThePeakAndTheReleases) {
-    ReportResources(corvala::memory::MemoryTrackingAll);
-
-    EXPECT_EQ(GroupsOfAnEnd(),
-              R"({"alloc": {"ae", "ai", "ane", "ani", "apeak"}, )"
-              R"("free": {"de", "di", "dne", "dni"}, "kcpu": {"ke", "ki"}, "ntid", )"
-              R"("ucpu": {"ue", "ui"}})");
-}
-
-TEST_F(ResourceGroupTest, AnUnknownMemoryModeIsLikeNone) {
-    ReportResources(static_cast<corvala::memory::MemoryTrackingMode>(3));
-
-    EXPECT_EQ(GroupsOfAnEnd(),
-              R"({"alloc": {"ae", "ai", "ane", "ani"}, "kcpu": {"ke", "ki"}, "ntid", )"
-              R"("ucpu": {"ue", "ui"}})");
-}
-
-TEST_F(ResourceGroupTest, BytesAreDoublesAndCountsAndTimesAreIntegers) {
-    ReportResources(corvala::memory::MemoryTrackingAll);
-    Open(7, "query");
-    Send(EventBuilder::ScopePairs(
-        7, "memoryAttrs", {{"ai", 10}, {"ani", 1}, {"apeak", 7}, {"di", 4}, {"dni", 2}}));
-    Send(EventBuilder::ScopePairs(7, "cpuAttrs", {{"ki", 5}, {"ui", 6}}));
-
-    Close(7);
-
-    EXPECT_THAT(
-        LastEvent(),
-        HasActivityField(
-            "res",
-            LogValue::Object(
-                {{"alloc",
-                  LogValue::Object(
-                      {{"ae", 10.0}, {"ane", 1}, {"ai", 10.0}, {"ani", 1}, {"apeak", 7.0}})},
-                 {"free", LogValue::Object({{"de", 4.0}, {"dne", 2}, {"di", 4.0}, {"dni", 2}})},
-                 {"kcpu", LogValue::Object({{"ki", 5}, {"ke", 5}})},
-                 {"ucpu", LogValue::Object({{"ui", 6}, {"ue", 6}})},
-                 {"ntid", 1}})));
-}
-
 // ---- The event's information.
 
 static_assert(
@@ -880,66 +593,6 @@ TEST_F(ActivityLogEventTest, EventsGivenToTheSinkStayAsTheyAre) {
     Close(7);
 
     EXPECT_THAT(beginning, AllOf(HasBodyField("rows", 12), HasExactlyAttributes({"vw", "wb"})));
-}
-
-// ---- Phases. The monitor asks for the first two only; an event of any other says less.
-
-class PhaseTest : public tarn::test::TarnTest {
-protected:
-    static TLog::Event Produce(int phase, bool describesRequest) {
-        MetricsMonitor::ScopeState scope;
-        scope.name = TString(u"query");
-        scope.attributes = {{TString(u"rows"), 12}};
-        scope.supplements.push_back({0, {{"step", 1}}});
-        const tarn::RequestContextAttributes::Table none;
-        const tarn::ActivityEventInput input{scope, TString(), TUUID(), TUUID(), nullptr, none, 0};
-        return tarn::ActivityLogEventProducer(
-                   static_cast<ActivityPhase>(phase), scope.name, describesRequest)
-            .Produce(input);
-    }
-
-    static testing::Matcher<const TLog::Event&> HasTables(
-        const std::vector<std::string>& activity,
-        const std::vector<std::string>& environment,
-        const std::vector<std::string>& attributes,
-        const std::vector<std::string>& body) {
-        return AllOf(HasExactlyActivityFields(activity),
-                     HasExactlyEnvironmentFields(environment),
-                     HasExactlyAttributes(attributes),
-                     HasExactlyBodyFields(body));
-    }
-};
-
-TEST_F(PhaseTest, ABeginning) {
-    EXPECT_THAT(Produce(0, false),
-                HasTables({"depth", "id", "name", "type"}, {}, {"vw", "wb"}, {"rows"}));
-    EXPECT_THAT(Produce(0, true),
-                HasTables({"depth", "id", "name", "req-desc", "type"}, {}, {"vw", "wb"}, {"rows"}));
-}
-
-TEST_F(PhaseTest, AnEnd) {
-    EXPECT_THAT(Produce(1, false),
-                HasTables({"depth", "elapsed", "exclusive", "id", "name", "rk", "rv", "type"},
-                          {},
-                          {"vw", "wb"},
-                          {"logs", "rows"}));
-    EXPECT_THAT(
-        Produce(1, true),
-        HasTables({"depth", "elapsed", "exclusive", "id", "name", "req-desc", "rk", "rv", "type"},
-                  {"host"},
-                  {"vw", "wb"},
-                  {"logs", "rows"}));
-}
-
-TEST_F(PhaseTest, AnythingElseHasItsIdentityAlone) {
-    for (const int phase : {2, 7, -1}) {
-        EXPECT_THAT(Produce(phase, false),
-                    AllOf(HasTables({"depth", "id", "name", "type"}, {}, {}, {}),
-                          HasActivityField("type", "-")));
-        EXPECT_THAT(Produce(phase, true),
-                    HasTables({"depth", "id", "name", "req-desc", "type"}, {}, {}, {}));
-        EXPECT_EQ(Produce(phase, false).GetName(), TString(u"query"));
-    }
 }
 
 }  // namespace

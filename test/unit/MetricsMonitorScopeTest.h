@@ -13,15 +13,6 @@ namespace tarn::test {
 /// Scopes of each kind, in the root context and in others.
 class MetricsMonitorScopeTest : public MonitorTest {
 protected:
-    void OpenIn(uint64 contextId,
-                uint64 id,
-                const std::string& name,
-                const Metrics::NameValueList& pairs = {}) {
-        Send(EventBuilder::OpenScope(id, name).In(contextId).With(pairs));
-    }
-
-    void CloseIn(uint64 contextId, uint64 id) { Send(EventBuilder::CloseScope(id).In(contextId)); }
-
     void OpenTransparent(uint64 id, const std::string& name) {
         Send(EventBuilder::OpenScope(id, name).In(rootContext).Transparent());
     }

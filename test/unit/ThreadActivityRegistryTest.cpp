@@ -1,6 +1,7 @@
 #include "ThreadActivityRegistry.h"
 
 #include "AllocationCounter.h"
+#include "AtThreadExit.h"
 #include "TarnTest.h"
 
 #include "tarn/ActivityContext.h"
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <new>
 #include <random>
@@ -251,17 +251,7 @@ TEST_F(ThreadActivityRegistryTest, StacksOfThreadsThatRunAtOnceAreIndependent) {
 
 // ---- Late in a thread's life
 
-// Its destructor runs while the thread is being torn down. Made before the stack, it goes after it.
-struct AtThreadExit {
-    std::function<void()> action;
-
-    ~AtThreadExit() {
-        if (action) {
-            action();
-        }
-    }
-};
-
+// Made before the stack, it goes after it.
 thread_local AtThreadExit s_atThreadExit;
 
 TEST_F(ThreadActivityRegistryTest, OnAThreadWhoseStackIsGoneNothingIsCurrentAndNothingIsKept) {

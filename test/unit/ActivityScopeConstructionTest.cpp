@@ -1,0 +1,332 @@
+#include "ActivityScopeLifecycleTest.h"
+#include "MetricsText.h"
+
+#include "tarn/ActivityScope.h"
+#include "tarn/OptTarn.h"
+#include "tarn/TarnSettings.h"
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tarn::test {
+namespace {
+
+using Metrics::MetricsEvent;
+using Metrics::MetricsEventType;
+using Metrics::NameValueList;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+// ---- Names
+
+TEST_F(ActivityScopeLifecycleTest, TheNameMayBeEmpty) {
+    { const ActivityScope scope("", TraceType::Untracked); }
+
+    EXPECT_THAT(m_events->Texts(),
+                ElementsAre("OpenScope \"\" {}", ThreadIdEvent(), "CloseScope \"\""));
+}
+
+TEST_F(ActivityScopeLifecycleTest, TheNameIsUtf8AndPassedOnAsItIs) {
+    const char* const name =
+        "gr\xC3\xB6\xC3\x9F"
+        "e \xF0\x9F\x8C\xB2";
+    { const ActivityScope scope(name); }
+
+    const MetricsEvent event = m_events->First(MetricsEventType::OpenScope);
+    ASSERT_EQ(event.name.type, Metrics::MetricsValue::MV_Utf8String);
+    EXPECT_EQ(*event.name.utf8, name);
+}
+
+TEST_F(ActivityScopeLifecycleTest, TheNameIsReadDuringTheConstructionOnly) {
+    char name[] = "load";
+    {
+        const ActivityScope scope(name, TraceType::Untracked);
+        std::memcpy(name, "gone", sizeof(name));
+    }
+
+    EXPECT_THAT(m_events->Texts(),
+                ElementsAre("OpenScope \"load\" {}", ThreadIdEvent(), "CloseScope \"load\""));
+}
+
+TEST_F(ActivityScopeLifecycleTest, ALongNameIsNotCut) {
+    const std::string name(5000, 'x');
+    { const ActivityScope scope(name.c_str()); }
+
+    EXPECT_EQ(*m_events->First(MetricsEventType::OpenScope).name.utf8, name);
+}
+
+TEST_F(ActivityScopeLifecycleTest, ANullNameIsHarmlessWhenTheRankIsOff) {
+    {
+        const ActivityScope scope(nullptr, rankThatIsOff);
+        const ActivityScope another(nullptr, rankThatIsOff, {{"a", 1}});
+    }
+
+    EXPECT_THAT(m_events->Texts(), IsEmpty());
+}
+
+TEST_F(ActivityScopeLifecycleTest, ANullNameIsTheEmptyName) {
+    {
+        const ActivityScope scope(nullptr, TraceType::Untracked);
+        const ActivityScope another(nullptr, Traits(TraceType::Untracked), {{"a", 1}});
+    }
+    EXPECT_THAT(m_events->Texts(),
+                AllOf(Contains("OpenScope \"\" {}"), Contains("OpenScope \"\" {\"a\"=1}")));
+    EXPECT_EQ(m_events->Count(MetricsEventType::CloseScope), 2U);
+
+    m_events->Clear();
+    TarnSettings::GetInstance().SetOffs({""});
+    { const ActivityScope scope(nullptr); }
+    EXPECT_THAT(m_events->Texts(), IsEmpty());
+}
+
+// ---- The nine ways to begin
+
+TEST_F(ActivityScopeLifecycleTest, EveryConstructorPassesOnWhatItIsGiven) {
+    const Traits traits(TraceType::Untracked, TraceRank{-2}, 0x100);
+    const auto custom = [] { return CustomContext(NameValueList{{"c", 1}}); };
+    const auto list = [] { return NameValueList{{"a", 1}}; };
+
+    struct Form {
+        const char* name;
+        std::function<void()> run;
+        bool hasCustomContext;
+        bool hasList;
+        bool hasTraits;
+    };
+
+    const Form forms[] = {
+        {"name", [&] { const ActivityScope scope("s"); }, false, false, false},
+        {"name, list", [&] { const ActivityScope scope("s", list()); }, false, true, false},
+        {"name, traits", [&] { const ActivityScope scope("s", traits); }, false, false, true},
+        {"name, traits, list",
+         [&] { const ActivityScope scope("s", traits, list()); },
+         false,
+         true,
+         true},
+        {"name, context", [&] { const ActivityScope scope("s", custom()); }, true, false, false},
+        {"name, context, list",
+         [&] { const ActivityScope scope("s", custom(), list()); },
+         true,
+         true,
+         false},
+        {"name, context, traits",
+         [&] { const ActivityScope scope("s", custom(), traits); },
+         true,
+         false,
+         true},
+        {"name, context, traits, list",
+         [&] { const ActivityScope scope("s", custom(), traits, list()); },
+         true,
+         true,
+         true},
+        {"name, context, traits, list, initializer",
+         [&] {
+             const ActivityScope scope("s", custom(), traits, list(), ActivityContextInitializer{});
+         },
+         true,
+         true,
+         true},
+    };
+
+    for (const Form& form : forms) {
+        SCOPED_TRACE(form.name);
+        m_events->Clear();
+
+        form.run();
+
+        std::vector<std::string> expected;
+        if (form.hasCustomContext) {
+            expected.emplace_back("AttributePairs L\"mctx\" {\"c\"=1}");
+        }
+        expected.emplace_back(form.hasList ? "OpenScope \"s\" {\"a\"=1}" : "OpenScope \"s\" {}");
+        expected.push_back(ThreadIdEvent());
+        if (!form.hasTraits) {
+            expected.emplace_back(zeroMemory);
+            expected.emplace_back(zeroCpu);
+        }
+        expected.emplace_back("CloseScope \"s\"");
+        if (form.hasCustomContext) {
+            expected.emplace_back("PostCloseScope \"s\" action 0");
+        }
+        EXPECT_THAT(m_events->Texts(), ElementsAreArray(expected));
+        EXPECT_EQ(m_events->First(MetricsEventType::OpenScope).flags,
+                  form.hasTraits ? 0x0060000000000100U : 0x0020000000000000U);
+    }
+}
+
+TEST_F(ActivityScopeLifecycleTest, EveryConstructorTellsTheIdentityWhileForegroundContextsAreOn) {
+    SwitchForegroundContextsOn();
+    const auto custom = [] { return CustomContext(NameValueList{}); };
+    const auto list = [] { return NameValueList{{"a", 1}}; };
+    const auto openingOf = [this](const ActivityScope& scope, const char* attributes) {
+        EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)),
+                  "OpenScope \"s\" {" + std::string(attributes) +
+                      ContextPairs(*scope.GetActivityContext()) + "}");
+        EXPECT_EQ(Registry().GetCurrentContext(), scope.GetActivityContext());
+        m_events->Clear();
+    };
+
+    openingOf(ActivityScope("s"), "");
+    m_events->Clear();
+    openingOf(ActivityScope("s", list()), "\"a\"=1, ");
+    m_events->Clear();
+    openingOf(ActivityScope("s", Traits()), "");
+    m_events->Clear();
+    openingOf(ActivityScope("s", Traits(), list()), "\"a\"=1, ");
+    m_events->Clear();
+    openingOf(ActivityScope("s", custom()), "");
+    m_events->Clear();
+    openingOf(ActivityScope("s", custom(), list()), "\"a\"=1, ");
+    m_events->Clear();
+    openingOf(ActivityScope("s", custom(), Traits()), "");
+    m_events->Clear();
+    openingOf(ActivityScope("s", custom(), Traits(), list()), "\"a\"=1, ");
+    m_events->Clear();
+    openingOf(ActivityScope("s", custom(), Traits(), list(), ActivityContextInitializer{}),
+              "\"a\"=1, ");
+}
+
+TEST_F(ActivityScopeLifecycleTest, ABracedListAfterTheNameIsAListOfAttributes) {
+    {
+        const ActivityScope one("one", {{"a", 1}});
+        const ActivityScope two("two", {{"a", 1}, {"b", u"x"}});
+        const ActivityScope texts("texts", {{"a", "b"}});
+        const ActivityScope numbers("numbers", {{1, 2}, {3, 4}});
+    }
+
+    EXPECT_THAT(m_events->Texts(),
+                AllOf(Contains("OpenScope \"one\" {\"a\"=1}"),
+                      Contains("OpenScope \"two\" {\"a\"=1, \"b\"=L\"x\"}"),
+                      Contains("OpenScope \"texts\" {\"a\"=\"b\"}"),
+                      Contains("OpenScope \"numbers\" {1=2, 3=4}"),
+                      Not(Contains(HasSubstr("mctx")))));
+}
+
+TEST_F(ActivityScopeLifecycleTest, ATypeARankOrFlagsMayStandForTraits) {
+    {
+        const ActivityScope type("s", TraceType::Untracked);
+        const ActivityScope rank("s", TraceRank{-7});
+        const ActivityScope flags("s", uint64{0x100});
+
+        EXPECT_EQ(type.GetTraits().type, TraceType::Untracked);
+        EXPECT_EQ(rank.GetTraits().rank, TraceRank{-7});
+        EXPECT_EQ(flags.GetTraits().flags, 0x100U);
+    }
+}
+
+TEST_F(ActivityScopeLifecycleTest, AScopeIsNeitherCopiedNorMoved) {
+    EXPECT_FALSE(std::is_copy_constructible_v<ActivityScope>);
+    EXPECT_FALSE(std::is_move_constructible_v<ActivityScope>);
+    EXPECT_FALSE(std::is_copy_assignable_v<ActivityScope>);
+    EXPECT_FALSE(std::is_move_assignable_v<ActivityScope>);
+    EXPECT_TRUE(std::is_nothrow_destructible_v<ActivityScope>);
+    EXPECT_FALSE(std::is_default_constructible_v<ActivityScope>);
+}
+
+TEST_F(ActivityScopeLifecycleTest, TheListsOfTheConstructorsAreEmptyAfterwards) {
+    const auto expectConsumed = [](const char* name, Traits traits) {
+        NameValueList alone{{"a", 1}};
+        NameValueList withTraits{{"a", 1}};
+        NameValueList withContext{{"a", 1}};
+        NameValueList withInitializer{{"a", 1}};
+
+        const ActivityScope first(name, traits, std::move(withTraits));
+        const ActivityScope second(
+            name, CustomContext(NameValueList{}), traits, std::move(withContext));
+        const ActivityScope third(name,
+                                  CustomContext(NameValueList{}),
+                                  traits,
+                                  std::move(withInitializer),
+                                  ActivityContextInitializer{});
+        const ActivityScope fourth(name, std::move(alone));
+
+        EXPECT_THAT(alone, IsEmpty());            // NOLINT(bugprone-use-after-move)
+        EXPECT_THAT(withTraits, IsEmpty());       // NOLINT(bugprone-use-after-move)
+        EXPECT_THAT(withContext, IsEmpty());      // NOLINT(bugprone-use-after-move)
+        EXPECT_THAT(withInitializer, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    };
+    TarnSettings::GetInstance().SetOffs({"off"});
+
+    for (const bool foreground : {false, true}) {
+        SCOPED_TRACE(foreground ? "foreground contexts on" : "foreground contexts off");
+        OptTarn::SetIsForegroundThreadContextEnabled(foreground);
+        {
+            SCOPED_TRACE("on");
+            expectConsumed("on", Traits());
+        }
+        {
+            SCOPED_TRACE("off by name");
+            expectConsumed("off", Traits());
+        }
+        {
+            SCOPED_TRACE("off by rank");
+            expectConsumed("on", Traits(rankThatIsOff));
+        }
+        StopListening(m_events);
+        {
+            SCOPED_TRACE("nobody listens");
+            expectConsumed("on", Traits());
+        }
+        m_events = Listen();
+    }
+}
+
+// ---- Custom contexts
+
+TEST_F(ActivityScopeLifecycleTest, AnEmptyCustomContextSendsNothingAndLeavesNothingToUndo) {
+    { const ActivityScope scope("load", CustomContext(NameValueList{}), TraceType::Untracked); }
+
+    EXPECT_THAT(m_events->Texts(),
+                ElementsAre("OpenScope \"load\" {}", ThreadIdEvent(), "CloseScope \"load\""));
+}
+
+TEST_F(ActivityScopeLifecycleTest, ACustomContextLeavesItsSourceEmpty) {
+    CustomContext custom(NameValueList{{"c", 1}});
+
+    const ActivityScope scope("load", std::move(custom));
+
+    EXPECT_THAT(custom.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
+}
+
+TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffLeavesTheSourceOfItsCustomContextEmptyToo) {
+    CustomContext alone(NameValueList{{"c", 1}});
+    CustomContext withList(NameValueList{{"c", 1}});
+    CustomContext withInitializer(NameValueList{{"c", 1}});
+
+    const ActivityScope first("load", std::move(alone), rankThatIsOff);
+    const ActivityScope second("load", std::move(withList), rankThatIsOff, {{"a", 1}});
+    const ActivityScope third("load",
+                              std::move(withInitializer),
+                              rankThatIsOff,
+                              {{"a", 1}},
+                              ActivityContextInitializer{});
+
+    EXPECT_THAT(alone.attributes, IsEmpty());            // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(withList.attributes, IsEmpty());         // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(withInitializer.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(m_events->Texts(), IsEmpty());
+}
+
+TEST_F(ActivityScopeLifecycleTest, ACustomContextIsSentWithTheTracingBitAlone) {
+    const ActivityScope scope(
+        "load", CustomContext(NameValueList{{"c", 1}}), Traits(TraceType::Untracked, 0x100));
+
+    const MetricsEvent event = m_events->First(MetricsEventType::AttributePairs);
+    EXPECT_EQ(event.flags, 0x0020000000000000U);
+    EXPECT_EQ(event.contextId, m_context.GetId());
+}
+
+}  // namespace
+}  // namespace tarn::test
