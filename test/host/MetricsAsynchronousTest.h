@@ -1,0 +1,91 @@
+#pragma once
+
+#include "MetricsTestSupport.h"
+
+#include "cvlmetrics/host/Delivery.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace MetricsTest {
+
+/// Longer than anything here takes, on the busiest machine.
+inline constexpr std::chrono::milliseconds patience{20'000};
+
+/// Long enough to see that somebody waits.
+inline constexpr std::chrono::milliseconds moment{30};
+
+inline constexpr std::size_t smallQueue = std::size_t{16} << 10;
+
+/// A door that a consumer can be made to stand before.
+class Gate {
+public:
+    void Close() {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = false;
+    }
+
+    void Open() {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = true;
+        m_changed.notify_all();
+    }
+
+    void Pass() {
+        std::unique_lock lock(m_mutex);
+        m_someoneWaits = !m_isOpen;
+        m_changed.notify_all();
+        m_changed.wait(lock, [this] { return m_isOpen; });
+    }
+
+    void AwaitSomeoneBefore() {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_someoneWaits; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_isOpen = true;
+    bool m_someoneWaits = false;
+};
+
+/// Asynchronous delivery for the time of a test.
+class MetricsAsynchronousTest : public MetricsBusTest {
+protected:
+    MetricsAsynchronousTest() { Choose(Metrics::WhenQueueIsFull::Wait); }
+
+    ~MetricsAsynchronousTest() override {
+        EXPECT_TRUE(Metrics::Shutdown(patience));
+        Metrics::SetDelivery({});
+    }
+
+    static void Choose(Metrics::WhenQueueIsFull whenFull,
+                       std::chrono::milliseconds exitDeadline = std::chrono::milliseconds{5000}) {
+        Metrics::SetDelivery({.mode = Metrics::DeliveryMode::Asynchronous,
+                              .whenFull = whenFull,
+                              .queueBytes = smallQueue,
+                              .exitDeadline = exitDeadline});
+    }
+
+    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(patience)); }
+
+    /// Runs it on a thread of its own, with a queue of its own.
+    static void OnAnotherThread(const std::function<void()>& body) { std::thread(body).join(); }
+
+    /// Makes the consumer stand before the gate with the next event, and an event get there.
+    void HoldConsumer() {
+        m_gate.Close();
+        m_listener->reaction = [this](const Metrics::MetricsEvent&) { m_gate.Pass(); };
+        OnAnotherThread([] { const CurrentContext context; });
+        m_gate.AwaitSomeoneBefore();
+    }
+
+    Gate m_gate;
+};
+
+}  // namespace MetricsTest

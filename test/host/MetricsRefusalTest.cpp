@@ -1,0 +1,238 @@
+#include "MetricsAsynchronousTest.h"
+
+#include "cvlcoreplatform/host/LogBackEnd.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlmetrics/host/Statistics.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using Metrics::flagTracing;
+using Metrics::MetricsEvent;
+using Metrics::MetricsEventType;
+using Metrics::Scope;
+using Metrics::WhenQueueIsFull;
+using MetricsTest::CurrentContext;
+using MetricsTest::MetricsAsynchronousTest;
+using MetricsTest::Subscription;
+using MetricsTest::Work;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class MetricsRefusalTest : public MetricsAsynchronousTest {
+protected:
+    MetricsRefusalTest() { Choose(WhenQueueIsFull::Refuse); }
+
+    /// How often an event of a kind arrived.
+    std::ptrdiff_t Count(MetricsEventType type) const {
+        return std::count_if(m_listener->events.begin(),
+                             m_listener->events.end(),
+                             [type](const MetricsEvent& event) { return event.type == type; });
+    }
+};
+
+TEST_F(MetricsRefusalTest, WholeScopesAreMissingAndEachIsCounted) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const uint64 refusedBefore = Metrics::GetBusStatistics().refusedScopes;
+    HoldConsumer();
+    constexpr int scopes = 2000;
+    OnAnotherThread([] {
+        const CurrentContext context;
+        for (int i = 0; i < scopes; ++i) {
+            Scope scope(flagTracing);
+            scope.OpenImpl("query");
+            scope.EmitImpl(MetricsEventType::NameValue, "rows", i);
+        }
+    });
+    m_gate.Open();
+    FlushAll();
+
+    const auto refused =
+        static_cast<std::ptrdiff_t>(Metrics::GetBusStatistics().refusedScopes - refusedBefore);
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(Count(MetricsEventType::OpenScope), scopes - refused);
+    EXPECT_EQ(Count(MetricsEventType::CloseScope), scopes - refused);
+    EXPECT_EQ(Count(MetricsEventType::NameValue), scopes - refused);
+}
+
+TEST_F(MetricsRefusalTest, AScopeThatIsOpenFindsRoomForItsEnd) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const uint64 waitsBefore = Metrics::GetBusStatistics().waits;
+    HoldConsumer();
+    OnAnotherThread([] {
+        const CurrentContext context;
+        std::list<Scope> scopes;
+        while (scopes.empty() || scopes.back().IsOpen()) {
+            scopes.emplace_back(flagTracing).OpenImpl("query");
+        }
+        while (!scopes.empty()) {
+            scopes.pop_back();
+        }
+    });
+    const uint64 waitsAfter = Metrics::GetBusStatistics().waits;
+    m_gate.Open();
+    FlushAll();
+
+    EXPECT_EQ(waitsAfter, waitsBefore);
+    EXPECT_GT(Count(MetricsEventType::OpenScope), 10);
+    EXPECT_EQ(Count(MetricsEventType::OpenScope), Count(MetricsEventType::CloseScope));
+}
+
+TEST_F(MetricsRefusalTest, WhatARefusedScopeHasAddedToItsContextIsTakenBack) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    HoldConsumer();
+    OnAnotherThread([] {
+        const CurrentContext context;
+        while (true) {
+            Scope filler(flagTracing);
+            filler.OpenImpl("filler");
+            if (!filler.IsOpen()) {
+                break;
+            }
+        }
+        Scope scope(flagTracing);
+        Metrics::MultiAttributeImpl("layer", {{"user", "ann"}}, flagTracing);
+        scope.OpenImpl("refused");
+        EXPECT_FALSE(scope.IsOpen());
+        scope.SetPostScopeCloseEvents(
+            {Metrics::MetricsCloseScopeActions::PopRequestContextAttributes});
+    });
+    m_gate.Open();
+    FlushAll();
+
+    EXPECT_EQ(Count(MetricsEventType::AttributePairs), 1);
+    EXPECT_EQ(Count(MetricsEventType::PostCloseScope), 1);
+    EXPECT_THAT(m_listener->Descriptions(), testing::Not(Contains("open refused")));
+}
+
+TEST_F(MetricsRefusalTest, ThreadsThatMakeContextsDoNotWaitEither) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const uint64 waitsBefore = Metrics::GetBusStatistics().waits;
+    HoldConsumer();
+    OnAnotherThread([] {
+        for (int i = 0; i < 2000; ++i) {
+            const CurrentContext context;
+            Work("query");
+        }
+    });
+    const uint64 waitsAfter = Metrics::GetBusStatistics().waits;
+    m_gate.Open();
+    FlushAll();
+
+    EXPECT_EQ(waitsAfter, waitsBefore);
+    EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::CloseContext));
+    EXPECT_EQ(Count(MetricsEventType::OpenContext), Count(MetricsEventType::CloseContext));
+    EXPECT_EQ(Count(MetricsEventType::OpenScope), Count(MetricsEventType::CloseScope));
+}
+
+TEST_F(MetricsRefusalTest, AContextThatFoundNoRoomIsAnnouncedWithTheFirstScopeThatDoes) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    HoldConsumer();
+    uint64 lateId = 0;
+    OnAnotherThread([&] {
+        std::list<CurrentContext> fillers;
+        std::optional<CurrentContext> late;
+        for (int i = 0; i < 500; ++i) {
+            fillers.emplace_back();
+        }
+        late.emplace();
+        lateId = late->Id();
+        Work("too early");
+        m_gate.Open();
+        FlushAll();
+        Work("query");
+    });
+    FlushAll();
+
+    EXPECT_THAT(m_listener->DescriptionsOf(lateId),
+                ElementsAre("create context",
+                            "open context",
+                            HasSubstr("attribute tid="),
+                            "open query",
+                            "close query",
+                            "close context"));
+    EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::OpenContext));
+}
+
+TEST_F(MetricsRefusalTest, AContextThatHasLostAttributesStaysUnknownWithItsScopes) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    HoldConsumer();
+    uint64 lateId = 0;
+    OnAnotherThread([&] {
+        std::list<CurrentContext> fillers;
+        for (int i = 0; i < 500; ++i) {
+            fillers.emplace_back();
+        }
+        const CurrentContext late;
+        lateId = late.Id();
+        Metrics::AttributeImpl("user", "ann", flagTracing);
+        m_gate.Open();
+        FlushAll();
+        Work("query");
+    });
+    FlushAll();
+
+    EXPECT_THAT(m_listener->DescriptionsOf(lateId), IsEmpty());
+    EXPECT_EQ(Count(MetricsEventType::OpenContext), Count(MetricsEventType::CloseContext));
+}
+
+/// Keeps what is logged.
+class KeepingBackEnd : public TLog::LogBackEnd {
+public:
+    void Write(TLog::Severity, const TLog::Event&) override {}
+
+    void WriteMessage(TLog::Severity, const TString& text) override {
+        const std::lock_guard lock(m_mutex);
+        m_messages.push_back(text.ToUtf8());
+    }
+
+    void Flush() override { ++flushes; }
+
+    std::vector<std::string> Messages() {
+        const std::lock_guard lock(m_mutex);
+        return m_messages;
+    }
+
+    std::atomic<int> flushes{0};
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::string> m_messages;
+};
+
+TEST_F(MetricsRefusalTest, TheLogSaysWhatIsMissingInIt) {
+    const auto backEnd = std::make_shared<KeepingBackEnd>();
+    const auto former = TLog::ReplaceBackEnd(backEnd);
+    {
+        const Subscription subscription(*m_listener, flagTracing, false);
+        HoldConsumer();
+        OnAnotherThread([] {
+            const CurrentContext context;
+            for (int i = 0; i < 2000; ++i) {
+                Work("query");
+            }
+        });
+        m_gate.Open();
+        FlushAll();
+    }
+    TLog::ReplaceBackEnd(former);
+
+    EXPECT_THAT(backEnd->Messages(), Contains(HasSubstr("scopes refused for want of room")));
+    EXPECT_GT(backEnd->flushes, 0);
+}
+
+}  // namespace
