@@ -178,18 +178,22 @@ TEST_F(MetricsAsynchronousTest, AThreadWhoseQueueIsFullWaitsAndLosesNothing) {
     const Subscription subscription(*m_listener, flagTracing, false);
     const uint64 waitsBefore = Metrics::GetBusStatistics().waits;
     const uint64 waitedBefore = Metrics::GetBusStatistics().waitedNanoseconds;
-    HoldConsumer();
-    constexpr int scopes = 500;
-    std::thread emitter([] {
+    const auto hasWaited = [waitsBefore] {
+        return Metrics::GetBusStatistics().waits > waitsBefore;
+    };
+    // Slower than any emitter, until one had to wait for it.
+    m_listener->reaction = [hasWaited](const MetricsEvent&) {
+        if (!hasWaited()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+    };
+    int scopes = 0;
+    OnAnotherThread([&] {
         const CurrentContext context;
-        for (int i = 0; i < scopes; ++i) {
+        for (; scopes < 500 || (!hasWaited() && scopes < 100'000); ++scopes) {
             Work("query");
         }
     });
-
-    std::this_thread::sleep_for(moment);
-    m_gate.Open();
-    emitter.join();
     FlushAll();
 
     const std::vector<std::string> all = m_listener->Descriptions();

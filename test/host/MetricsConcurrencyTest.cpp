@@ -82,6 +82,7 @@ class WatchfulListener : public Metrics::IMetricsListener {
 public:
     void OnMetricsEvent(const MetricsEvent&) override {
         ++m_calls;
+        m_wasCalled.store(true);
         if (m_mustBeQuiet.load()) {
             m_wasCalledAfterwards.store(true);
         }
@@ -100,8 +101,12 @@ public:
     /// Unsynchronised on purpose, as a monitor's state is.
     int Calls() const { return m_calls; }
 
+    /// May be asked at any time.
+    bool WasCalled() const { return m_wasCalled.load(); }
+
 private:
     int m_calls = 0;
+    std::atomic<bool> m_wasCalled{false};
     std::atomic<bool> m_inside{false};
     std::atomic<bool> m_mustBeQuiet{false};
     std::atomic<bool> m_wasCalledAfterwards{false};
@@ -286,7 +291,10 @@ TEST_F(MetricsConcurrencyTest, ConsumersMayComeAndGoWhileEventsFlow) {
             m_bus.AddConsumer(passing, 0x1, false);
             m_bus.RemoveConsumer(passing);
         });
-        std::this_thread::sleep_for(100ms);
+        // On a busy machine the emitters may not have had a turn by then.
+        do {
+            std::this_thread::sleep_for(100ms);
+        } while (!steady->WasCalled());
     }
 
     EXPECT_FALSE(steady->HasOverlapped());
@@ -297,8 +305,10 @@ TEST_F(MetricsConcurrencyTest, ConsumersMayComeAndGoWhileEventsFlow) {
 TEST_F(MetricsConcurrencyTest, TestBitsNeverRefusesWhatIsWantedBeforeAndAfterAChange) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> refusals{0};
+    std::atomic<int> rounds{0};
     {
         const Busy readers(1, [&] {
+            rounds.fetch_add(1, std::memory_order_relaxed);
             for (int repeat = 0; repeat < 100; ++repeat) {
                 if (!Metrics::TestBits(flagTracing)) {
                     refusals.fetch_add(1, std::memory_order_relaxed);
@@ -306,7 +316,7 @@ TEST_F(MetricsConcurrencyTest, TestBitsNeverRefusesWhatIsWantedBeforeAndAfterACh
             }
         });
         const auto end = std::chrono::steady_clock::now() + 200ms;
-        while (std::chrono::steady_clock::now() < end) {
+        while (std::chrono::steady_clock::now() < end || rounds.load() < 10) {
             m_bus.AddConsumer(m_listener, 0, true);
             m_bus.AddConsumer(m_listener, flagTracing, false);
         }

@@ -175,7 +175,7 @@ TEST_F(PeerTest, APeerThatIsTooSlowIsA504) {
     const std::shared_future<void> ended = end.get_future().share();
     const FakePeer peer([ended](const httplib::Request&, httplib::Response&) { ended.wait(); });
 
-    EXPECT_EQ(AskWithPeer(peer.Url(), "?deadline-ms=100"), "504 peer-timeout");
+    EXPECT_EQ(AskWithPeer(peer.Url(), "?deadline-ms=500"), "504 peer-timeout");
 
     end.set_value();
     EXPECT_EQ(FailedRequest().result, "peer-timeout");
@@ -191,7 +191,7 @@ TEST_F(PeerTest, APeerThatSendsALittleNowAndThenIsA504) {
             });
     });
 
-    EXPECT_EQ(AskWithPeer(peer.Url(), "?deadline-ms=100"), "504 peer-timeout");
+    EXPECT_EQ(AskWithPeer(peer.Url(), "?deadline-ms=500"), "504 peer-timeout");
 
     isOver = true;
     EXPECT_EQ(FailedRequest().result, "peer-timeout");

@@ -71,16 +71,21 @@ TEST_F(WorkerPoolTest, WhatNobodyAskedTheResultOfHasEndedBeforeItsActivity) {
     WorkerPool pool(1);
     bool isDone = false;
     std::promise<void> begun;
+    std::promise<void> mayEnd;
     {
         const tarn::ActivityScope scope("asking");
         const Pending<int> work = pool.Submit("work", [&](std::size_t) {
             begun.set_value();
+            mayEnd.get_future().wait();
             std::this_thread::sleep_for(std::chrono::milliseconds(30));
             isDone = true;
             return 1;
         });
-        const Pending<int> waiting = pool.Submit("waiting", [](std::size_t) { return 2; });
-        begun.get_future().wait();
+        {
+            const Pending<int> waiting = pool.Submit("waiting", [](std::size_t) { return 2; });
+            begun.get_future().wait();
+        }
+        mayEnd.set_value();
     }
 
     EXPECT_TRUE(isDone);
