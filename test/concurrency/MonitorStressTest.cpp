@@ -3,6 +3,7 @@
 #include "KnownIds.h"
 #include "Matchers.h"
 #include "TarnTest.h"
+#include "TaskQueue.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/MetricsMonitor.h"
@@ -14,15 +15,10 @@
 #include "cvlsys/TSystem.h"
 
 #include <atomic>
-#include <condition_variable>
-#include <deque>
-#include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -33,43 +29,6 @@ namespace {
 using tarn::ActivityScope;
 using tarn::CustomContext;
 using tarn::Traits;
-
-/// Work that one thread hands over and another one does.
-class TaskQueue {
-public:
-    void Push(std::packaged_task<void()> task) {
-        const std::lock_guard lock(m_mutex);
-        m_tasks.push_back(std::move(task));
-        m_changed.notify_one();
-    }
-
-    void Close() {
-        const std::lock_guard lock(m_mutex);
-        m_isClosed = true;
-        m_changed.notify_all();
-    }
-
-    /// Until the queue is closed and empty.
-    void WorkOff() {
-        for (std::unique_lock lock(m_mutex);;) {
-            m_changed.wait(lock, [this] { return m_isClosed || !m_tasks.empty(); });
-            if (m_tasks.empty()) {
-                return;
-            }
-            std::packaged_task<void()> task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-            lock.unlock();
-            task();
-            lock.lock();
-        }
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<std::packaged_task<void()>> m_tasks;
-    bool m_isClosed = false;
-};
 
 /// Threads that open nested scopes, half of them handing the innermost work over to others. Every
 /// scope has a name of its own and says in its attributes under which scope and on which thread it
@@ -126,11 +85,7 @@ private:
     void HandOver(const std::string& parent) {
         const tarn::ThreadContextPropagator propagator;
         const uint64 context = Metrics::Context::Create(false);
-        std::packaged_task<void()> task(
-            [context, propagator, parent] { Work(context, propagator, parent); });
-        std::future<void> done = task.get_future();
-        m_tasks.Push(std::move(task));
-        done.get();
+        m_tasks.Do([&] { Work(context, propagator, parent); });
     }
 
     static void Work(uint64 childContext,
@@ -149,7 +104,7 @@ private:
         inner.Add({{"done", true}});
     }
 
-    TaskQueue m_tasks;
+    stress::TaskQueue m_tasks;
 };
 
 /// What the log says about one scope.

@@ -1,9 +1,8 @@
+#include "AllocationCounter.h"
 #include "MetricsTestSupport.h"
 
 #include "cvlmetrics/host/Statistics.h"
 
-#include <cstdlib>
-#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
@@ -11,78 +10,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-// A program of its own, because it replaces the global allocation functions: they count, and they
-// fail when a test says so.
-
-namespace {
-
-constexpr int never = std::numeric_limits<int>::max();
-
-thread_local int t_allocations = 0;
-thread_local int t_allocationsUntilFailure = never;
-
-void* Allocate(std::size_t bytes) {
-    ++t_allocations;
-    if (t_allocationsUntilFailure != never && t_allocationsUntilFailure-- <= 0) {
-        return nullptr;
-    }
-    return std::malloc(bytes);
-}
-
-void* AllocateOrThrow(std::size_t bytes) {
-    if (void* const block = Allocate(bytes)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-
-// Kept out of line: where both ends are inlined, the compiler sees free release what new returned.
-[[gnu::noinline]] void Release(void* block) noexcept {
-    std::free(block);
-}
-
-}  // namespace
-
-void* operator new(std::size_t bytes) {
-    return AllocateOrThrow(bytes);
-}
-
-void* operator new[](std::size_t bytes) {
-    return AllocateOrThrow(bytes);
-}
-
-void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
-    return Allocate(bytes);
-}
-
-void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
-    return Allocate(bytes);
-}
-
-void operator delete(void* block) noexcept {
-    Release(block);
-}
-
-void operator delete[](void* block) noexcept {
-    Release(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept {
-    Release(block);
-}
-
-void operator delete[](void* block, std::size_t) noexcept {
-    Release(block);
-}
-
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-    Release(block);
-}
-
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-    Release(block);
-}
 
 namespace {
 
@@ -96,18 +23,9 @@ using MetricsTest::CurrentContext;
 using MetricsTest::CurrentContextId;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
+using tarn::test::AllocationCounter;
+using tarn::test::MemoryThatRunsOut;
 using testing::ElementsAre;
-
-/// The calling thread's allocations fail from the `allocation`-th on, counted from 0.
-class FailingAllocations {
-public:
-    explicit FailingAllocations(int allocation) { t_allocationsUntilFailure = allocation; }
-
-    ~FailingAllocations() { t_allocationsUntilFailure = never; }
-
-    FailingAllocations(const FailingAllocations&) = delete;
-    FailingAllocations& operator=(const FailingAllocations&) = delete;
-};
 
 /// Is called and keeps nothing.
 class NullListener : public Metrics::IMetricsListener {
@@ -122,10 +40,10 @@ protected:
     MetricsValue m_name{"a name that is too long for any small buffer"};
 
     template <class Action>
-    static int AllocationsOf(Action action) {
-        const int before = t_allocations;
+    static uint64 AllocationsOf(Action action) {
+        const AllocationCounter counter;
         action();
-        return t_allocations - before;
+        return counter.Allocations();
     }
 
     void OpenEmitAndClose() const {
@@ -136,7 +54,7 @@ protected:
 };
 
 TEST_F(MetricsAllocationTest, TheProgramCountsAllocations) {
-    EXPECT_EQ(AllocationsOf([] { ::operator delete(::operator new(1)); }), 1);
+    EXPECT_EQ(AllocationsOf([] { ::operator delete(::operator new(1)); }), 1U);
 }
 
 TEST_F(MetricsAllocationTest, DeliveringAllocatesNothing) {
@@ -145,7 +63,7 @@ TEST_F(MetricsAllocationTest, DeliveringAllocatesNothing) {
     const CurrentContext context;
     listener->calls = 0;
 
-    EXPECT_EQ(AllocationsOf([this] { OpenEmitAndClose(); }), 0);
+    EXPECT_EQ(AllocationsOf([this] { OpenEmitAndClose(); }), 0U);
 
     EXPECT_EQ(listener->calls, 3);
 }
@@ -153,19 +71,19 @@ TEST_F(MetricsAllocationTest, DeliveringAllocatesNothing) {
 TEST_F(MetricsAllocationTest, NothingIsAllocatedWhenNobodyListens) {
     const CurrentContext context;
 
-    EXPECT_EQ(AllocationsOf([this] { OpenEmitAndClose(); }), 0);
+    EXPECT_EQ(AllocationsOf([this] { OpenEmitAndClose(); }), 0U);
 }
 
 TEST_F(MetricsAllocationTest, AttachingAContextAgainAndAgainTakesNoMoreRoom) {
     CurrentContext context;
 
-    const int allocations = AllocationsOf([&] {
+    const uint64 allocations = AllocationsOf([&] {
         for (int repeat = 0; repeat < 1000; ++repeat) {
             context.Get().AttachToThread();
         }
     });
 
-    EXPECT_EQ(allocations, 0);
+    EXPECT_EQ(allocations, 0U);
 }
 
 TEST_F(MetricsAllocationTest, ContextsThatEndElsewhereTakeNoRoomOnAThreadThatNeverLooks) {
@@ -174,9 +92,9 @@ TEST_F(MetricsAllocationTest, ContextsThatEndElsewhereTakeNoRoomOnAThreadThatNev
         std::thread([&] { context.reset(); }).join();
     };
     endOneElsewhere();
-    const int allocationsOfOne = AllocationsOf(endOneElsewhere);
+    const uint64 allocationsOfOne = AllocationsOf(endOneElsewhere);
 
-    const int allocations = AllocationsOf([&] {
+    const uint64 allocations = AllocationsOf([&] {
         for (int repeat = 0; repeat < 100; ++repeat) {
             endOneElsewhere();
         }
@@ -194,7 +112,7 @@ TEST_F(MetricsAllocationTest, AnEventThatFindsNoMemoryToWaitInIsLostAndCounted) 
     m_listener->reaction = [&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             Scope inner(flagTracing);
-            const FailingAllocations failing(0);
+            const MemoryThatRunsOut memory(0);
             try {
                 inner.OpenImpl(MetricsValue(m_name));
             } catch (const std::bad_alloc&) {
@@ -224,7 +142,7 @@ TEST_F(MetricsAllocationTest, ADestructorThatFindsNoMemoryCountsAndGoesOn) {
     m_listener->events.clear();
     m_listener->reaction = [&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
-            const FailingAllocations failing(0);
+            const MemoryThatRunsOut memory(0);
             scope.reset();
             other.reset();
         }
@@ -243,11 +161,11 @@ TEST_F(MetricsAllocationTest, WhereverOpeningAContextRunsOutOfMemoryItsEndIsClea
 
     bool succeeded = false;
     int failures = 0;
-    for (int allocation = 0; !succeeded; ++allocation) {
-        ASSERT_LT(allocation, 100);
+    for (uint64 allocation = 0; !succeeded; ++allocation) {
+        ASSERT_LT(allocation, 100U);
         try {
             std::optional<Context> context;
-            const FailingAllocations failing(allocation);
+            const MemoryThatRunsOut memory(allocation);
             context.emplace(0, Context::Create(true));
             context->OpenScope();
             succeeded = CurrentContextId() == context->GetId();
@@ -262,7 +180,7 @@ TEST_F(MetricsAllocationTest, WhereverOpeningAContextRunsOutOfMemoryItsEndIsClea
 
 TEST_F(MetricsAllocationTest, AddingAConsumerWithoutMemoryChangesNothing) {
     {
-        const FailingAllocations failing(0);
+        const MemoryThatRunsOut memory(0);
         EXPECT_THROW(m_bus.AddConsumer(m_listener, flagTracing, true), std::bad_alloc);
     }
 
@@ -273,7 +191,7 @@ TEST_F(MetricsAllocationTest, AddingAConsumerWithoutMemoryChangesNothing) {
 
 TEST_F(MetricsAllocationTest, RemovingAConsumerNeedsNoMemory) {
     m_bus.AddConsumer(m_listener, flagTracing, true);
-    const FailingAllocations failing(0);
+    const MemoryThatRunsOut memory(0);
 
     EXPECT_TRUE(m_bus.RemoveConsumer(m_listener));
 }

@@ -18,6 +18,7 @@ struct ThreadAllocations {
     std::size_t failedBytes;
     int pauses;
     bool armed;
+    bool failsOn;
     bool failed;
     bool charging;
 };
@@ -31,7 +32,11 @@ bool FailsNow(std::size_t bytes) noexcept {
     if (s_thread.untilFailure-- > 0) {
         return false;
     }
-    s_thread.armed = false;
+    if (s_thread.failsOn) {
+        s_thread.untilFailure = 0;
+    } else {
+        s_thread.armed = false;
+    }
     s_thread.failed = true;
     s_thread.failedBytes = bytes;
     return true;
@@ -112,6 +117,17 @@ bool FailingAllocation::HasFailed() const noexcept {
 
 std::size_t FailingAllocation::FailedBytes() const noexcept {
     return s_thread.failed ? s_thread.failedBytes : 0;
+}
+
+MemoryThatRunsOut::MemoryThatRunsOut(uint64 allocationsLeft) noexcept {
+    s_thread.untilFailure = allocationsLeft;
+    s_thread.failsOn = true;
+    s_thread.armed = true;
+}
+
+MemoryThatRunsOut::~MemoryThatRunsOut() {
+    s_thread.armed = false;
+    s_thread.failsOn = false;
 }
 
 UnfailingAllocations::UnfailingAllocations() noexcept {

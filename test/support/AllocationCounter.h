@@ -43,8 +43,19 @@ public:
     std::size_t FailedBytes() const noexcept;
 };
 
-/// While one exists, the thread's allocations are neither counted for `FailingAllocation` nor
-/// fail: for what the test itself allocates in between. They nest.
+/// While one exists, the thread's allocations fail from one on: as when there is no memory left.
+/// Not together with `FailingAllocation`.
+class MemoryThatRunsOut {
+public:
+    /// With 0 the very next allocation fails already.
+    explicit MemoryThatRunsOut(uint64 allocationsLeft) noexcept;
+    ~MemoryThatRunsOut();
+    MemoryThatRunsOut(const MemoryThatRunsOut&) = delete;
+    MemoryThatRunsOut& operator=(const MemoryThatRunsOut&) = delete;
+};
+
+/// While one exists, the thread's allocations are neither counted for the two above nor fail: for
+/// what the test itself allocates in between. They nest.
 class UnfailingAllocations {
 public:
     UnfailingAllocations() noexcept;

@@ -279,6 +279,19 @@ TEST_F(TestFixtureTest, OneChosenAllocationFails) {
     EXPECT_EQ(succeeded, 2);
 }
 
+TEST_F(TestFixtureTest, MemoryCanRunOut) {
+    {
+        const MemoryThatRunsOut memory(1);
+
+        ::operator delete(::operator new(100));
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(::operator new(100, std::nothrow), nullptr);
+        }
+    }
+
+    ::operator delete(::operator new(100));
+}
+
 TEST_F(TestFixtureTest, ATestsOwnAllocationsCanBeExcepted) {
     const FailingAllocation failing(0);
     {
