@@ -1,3 +1,4 @@
+#include "Environment.h"
 #include "HostCounters.h"
 #include "LineChecker.h"
 #include "ScopeWorkload.h"
@@ -13,7 +14,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <random>
@@ -42,9 +42,8 @@ struct Setting {
 constexpr uint64 settings = 11;
 
 uint64 ScopesOfOneSetting() {
-    const char* const text = std::getenv("TARN_STRESS_SCOPES");
-    const uint64 all = text != nullptr ? std::strtoull(text, nullptr, 10) : 2'000'000;
-    return all / settings + 1;
+    return tarn::test::NumberFromEnvironment("TARN_STRESS_SCOPES").value_or(2'000'000) / settings +
+           1;
 }
 
 class ScopeStressTest : public tarn::test::TarnTest, public testing::WithParamInterface<Setting> {

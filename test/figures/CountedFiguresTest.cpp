@@ -1,8 +1,8 @@
 #include "Addition.h"
+#include "Environment.h"
 #include "FiguresTest.h"
 #include "Script.h"
 
-#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -15,16 +15,13 @@
 namespace figures {
 namespace {
 
+using tarn::test::NumberFromEnvironment;
+
 class CountedFiguresTest : public FiguresTest {};
 
-uint64 NumberFromEnvironment(const char* name, uint64 otherwise) {
-    const char* const text = std::getenv(name);
-    return text == nullptr || *text == '\0' ? otherwise : std::strtoull(text, nullptr, 0);
-}
-
 TEST_F(CountedFiguresTest, WithNewAndDeleteCountedAllTreesOfAnOrderlyProgramAddUp) {
-    const uint64 seed = NumberFromEnvironment("TARN_FIGURES_SEED", 20261121);
-    const uint64 scripts = NumberFromEnvironment("TARN_FIGURES_SCRIPTS", 1000);
+    const uint64 seed = NumberFromEnvironment("TARN_FIGURES_SEED").value_or(20261121);
+    const uint64 scripts = NumberFromEnvironment("TARN_FIGURES_SCRIPTS").value_or(1000);
     Sightings seen;
     uint64 withMoreThanTheBlocks = 0;
 

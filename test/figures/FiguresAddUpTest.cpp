@@ -1,4 +1,5 @@
 #include "Addition.h"
+#include "Environment.h"
 #include "FakeTime.h"
 #include "FiguresTest.h"
 #include "LoggedScopes.h"
@@ -12,7 +13,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -29,16 +29,10 @@
 namespace figures {
 namespace {
 
+using tarn::test::NumberFromEnvironment;
+
 constexpr uint64 defaultSeed = 20261121;
 constexpr uint64 defaultScripts = 1500;
-
-std::optional<uint64> NumberFromEnvironment(const char* name) {
-    const char* const text = std::getenv(name);
-    if (text == nullptr || *text == '\0') {
-        return std::nullopt;
-    }
-    return std::strtoull(text, nullptr, 0);
-}
 
 class FiguresAddUpTest : public FiguresTest {
 protected:

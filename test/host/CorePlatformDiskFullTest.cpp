@@ -1,5 +1,6 @@
 #include "CorePlatformLogFileTestSupport.h"
 #include "SysChildProcess.h"
+#include "Threads.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -154,17 +155,11 @@ TEST_F(CorePlatformDiskFullTest, ManyThreadsOnAFullDiskLeaveWholeLinesOnly) {
     WithSmallDisk([&] {
         LogTest::SilenceStandardError();
         LogTo(m_log);
-        std::vector<std::thread> threads;
-        for (int thread = 0; thread < threadCount; ++thread) {
-            threads.emplace_back([thread] {
-                for (int n = 0; n < each; ++n) {
-                    LogMessage(std::to_string(thread) + "/" + std::to_string(n));
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        tarn::test::OnThreadsAtOnce(threadCount, [](int thread) {
+            for (int n = 0; n < each; ++n) {
+                LogMessage(std::to_string(thread) + "/" + std::to_string(n));
+            }
+        });
         const std::size_t lines = LinesIn(ContentOf(m_log)).size();
         return KeepLog() && lines == Increase(&LogStatistics::lines) &&
                Increase(&LogStatistics::writeErrors) != 0;

@@ -1,5 +1,6 @@
 #include "CorePlatformLogFileTestSupport.h"
 #include "SysChildProcess.h"
+#include "Threads.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
 
@@ -275,18 +276,11 @@ TEST_F(CorePlatformLogFileTest, LinesOfManyThreadsAreWholeAndNoneIsLostOverManyF
     constexpr int threadCount = 4;
     constexpr int each = 1000;
     LogTo(m_path, LogFileLimits{20'000, 1000});
-    std::vector<std::thread> threads;
-
-    for (int thread = 0; thread < threadCount; ++thread) {
-        threads.emplace_back([thread] {
-            for (int n = 0; n < each; ++n) {
-                LogMessage(std::to_string(thread) + "/" + std::to_string(n));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    tarn::test::OnThreadsAtOnce(threadCount, [](int thread) {
+        for (int n = 0; n < each; ++n) {
+            LogMessage(std::to_string(thread) + "/" + std::to_string(n));
+        }
+    });
 
     std::set<std::string> all;
     std::size_t count = 0;

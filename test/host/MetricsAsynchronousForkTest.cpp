@@ -1,5 +1,6 @@
 #include "MetricsAsynchronousTest.h"
 #include "Sanitizers.h"
+#include "SysChildProcess.h"
 
 #include <atomic>
 #include <chrono>
@@ -13,6 +14,7 @@
 
 namespace {
 
+using HostTest::SucceedsInChild;
 using Metrics::flagTracing;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
@@ -24,19 +26,7 @@ using MetricsTest::Work;
 using std::chrono::milliseconds;
 using testing::Contains;
 
-class MetricsAsynchronousForkTest : public MetricsAsynchronousTest {
-protected:
-    template <class Body>
-    static bool SucceedsInChild(const Body& body) {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(20);
-            _exit(body() ? 0 : 1);
-        }
-        int status = 0;
-        return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
-};
+class MetricsAsynchronousForkTest : public MetricsAsynchronousTest {};
 
 TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDeliversItsOwn) {
     if (tarn::test::hasThreadSanitizer) {

@@ -34,6 +34,7 @@ using MetricsTest::patience;
 using MetricsTest::smallQueue;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::OnAnotherThread;
 using testing::Contains;
 using testing::ElementsAre;
 

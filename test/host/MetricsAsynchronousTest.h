@@ -1,15 +1,14 @@
 #pragma once
 
 #include "MetricsTestSupport.h"
+#include "Threads.h"
 
 #include "cvlmetrics/host/Delivery.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <functional>
 #include <mutex>
-#include <thread>
 
 namespace MetricsTest {
 
@@ -74,14 +73,11 @@ protected:
 
     static void FlushAll() { ASSERT_TRUE(Metrics::Flush(patience)); }
 
-    /// Runs it on a thread of its own, with a queue of its own.
-    static void OnAnotherThread(const std::function<void()>& body) { std::thread(body).join(); }
-
     /// Makes the consumer stand before the gate with the next event, and an event get there.
     void HoldConsumer() {
         m_gate.Close();
         m_listener->reaction = [this](const Metrics::MetricsEvent&) { m_gate.Pass(); };
-        OnAnotherThread([] { const CurrentContext context; });
+        tarn::test::OnAnotherThread([] { const CurrentContext context; });
         m_gate.AwaitSomeoneBefore();
     }
 

@@ -1,9 +1,10 @@
+#include "AtThreadExit.h"
 #include "MetricsTestSupport.h"
+#include "SysChildProcess.h"
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <pthread.h>
 #include <sys/wait.h>
@@ -15,6 +16,7 @@
 
 namespace {
 
+using HostTest::SucceedsInChild;
 using Metrics::flagTracing;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
@@ -36,25 +38,8 @@ public:
     int closed = 0;
 };
 
-/// Waits for a child and says whether it ended by itself with status 0.
-bool EndsWell(pid_t child) {
-    int status = 0;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 class MetricsForkTest : public MetricsTest::MetricsBusTest {
 protected:
-    // A hung child is killed by its alarm and counts as a failure.
-    template <class Body>
-    static pid_t Fork(Body body) {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(20);
-            _exit(body() ? 0 : 1);
-        }
-        return child;
-    }
-
     const Metrics::MetricsValue m_name{"query"};
 
     void EmitOneScope() const {
@@ -80,12 +65,12 @@ TEST_F(MetricsForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
 
     int failures = 0;
     for (int round = 0; round < 50; ++round) {
-        const pid_t child = Fork([&] {
+        const bool isWell = SucceedsInChild([&] {
             const int before = listener->opened;
             EmitOneScope();
             return listener->opened == before + 1;
         });
-        failures += EndsWell(child) ? 0 : 1;
+        failures += isWell ? 0 : 1;
     }
 
     isOver.store(true);
@@ -113,7 +98,9 @@ TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
         _exit(m_listener->events.size() == 4 ? 0 : 1);
     }
 
-    EXPECT_TRUE(EndsWell(child));
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(m_listener->events.size(), 4U);
 }
 
@@ -177,18 +164,8 @@ TEST_F(MetricsExitDeathTest, AListenerThatIsStillSubscribedAtExitIsHarmless) {
 
 class MetricsThreadTeardownTest : public MetricsTest::MetricsBusTest {};
 
-struct ObservingItsThreadsTeardown {
-    ~ObservingItsThreadsTeardown() {
-        if (action) {
-            action();
-        }
-    }
-
-    std::function<void()> action;
-};
-
 // Made before the thread's first context, it is destroyed after the thread's stack of contexts.
-thread_local ObservingItsThreadsTeardown t_observer;
+thread_local tarn::test::AtThreadExit t_observer;
 
 TEST_F(MetricsThreadTeardownTest, NoContextIsCurrentAndNoneBecomesItAnyMore) {
     uint64 left = 1;

@@ -28,6 +28,7 @@ using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::OnAnotherThread;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// What the tests of the two lower host libraries have in common.
+/// What the tests of the host libraries have in common.
 namespace HostTest {
 
 /// Runs `body` in a forked child and says whether it returned true there. A child that hangs is

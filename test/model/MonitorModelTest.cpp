@@ -1,9 +1,9 @@
 #include "Duel.h"
+#include "Environment.h"
 #include "MonitorRun.h"
 #include "StreamGenerator.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -17,16 +17,10 @@
 namespace model {
 namespace {
 
+using tarn::test::NumberFromEnvironment;
+
 constexpr uint64 defaultSeed = 20260201;
 constexpr uint64 defaultEvents = 120000;
-
-std::optional<uint64> NumberFromEnvironment(const char* name) {
-    const char* text = std::getenv(name);
-    if (!text || *text == '\0') {
-        return std::nullopt;
-    }
-    return std::strtoull(text, nullptr, 0);
-}
 
 class MonitorModelTest : public testing::Test {
 protected:

@@ -1,9 +1,9 @@
+#include "Environment.h"
 #include "ProcessTest.h"
 
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <string>
@@ -24,9 +24,8 @@ class KillTest : public ProcessTest {
 protected:
     // The same moments again with TARN_KILL_SEED.
     static unsigned Seed() {
-        const char* const text = std::getenv("TARN_KILL_SEED");
-        return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10))
-                               : std::random_device()();
+        const auto given = tarn::test::NumberFromEnvironment("TARN_KILL_SEED");
+        return given ? static_cast<unsigned>(*given) : std::random_device()();
     }
 
     void KillAt(std::chrono::microseconds moment, const SubjectOptions& options) {

@@ -63,6 +63,8 @@ private:
     void Pass() {
         const std::lock_guard lock(m_mutex);
         if (m_linesLeft == 0) {
+            GetSubject().isLogStuck = true;
+            GetSubject().isLogStuck.notify_all();
             for (;;) {
                 pause();
             }

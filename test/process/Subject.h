@@ -2,6 +2,7 @@
 
 #include "Progress.h"
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -15,6 +16,7 @@ namespace ProcessTest {
 struct Subject {
     Progress* progress = nullptr;
     std::size_t count = 0;  ///< the scenario's number, whatever it counts
+    std::atomic<bool> isLogStuck{false};
 };
 
 Subject& GetSubject();

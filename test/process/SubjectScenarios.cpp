@@ -149,7 +149,7 @@ int ThreadsStillRunning() {
 int HangingLog() {
     TraceForEver();
     std::thread([] { Work(1, GetSubject().count); }).detach();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    GetSubject().isLogStuck.wait(false);
     return 3;
 }
 

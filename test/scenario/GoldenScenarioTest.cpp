@@ -104,29 +104,6 @@ public:
     uint64 WorkersThread() const { return m_workersThread; }
 
 private:
-    /// Returns the id of the second thread.
-    static uint64 RunImport(IMetricsMonitorSink* sink) {
-        const uint64 root = Metrics::Context::Create(true);
-        const RefCntPtr<MetricsMonitor> monitor(new MetricsMonitor(root));
-        monitor->EnableTest(sink, new tarn::test::KnownIds);
-        monitor->OverrideMemoryTrackingModeForTest(corvala::memory::MemoryTrackingAll);
-        monitor->Register(true);
-        TLog::SetThreshold(TLog::Info);
-
-        Import import;
-        {
-            Metrics::Context context(0, root);
-            context.OpenScope();
-            import.Run();
-        }
-
-        monitor->OverrideMemoryTrackingModeForTest(corvala::memory::MemoryTrackingOff);
-        monitor->Unregister();
-        EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
-        EXPECT_EQ(monitor->GetNumberOpenContexts(), 0U);
-        return import.WorkersThread();
-    }
-
     static void Parse() {
         ActivityScope parse("parse");
         Pass(2'500);

@@ -1,3 +1,4 @@
+#include "Environment.h"
 #include "LineChecker.h"
 #include "ScopeWorkload.h"
 #include "TarnTest.h"
@@ -12,7 +13,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -44,11 +44,11 @@ protected:
     static constexpr int threads = 8;
 
     void Soak(DeliveryMode mode, WhenQueueIsFull whenFull) {
-        const char* const text = std::getenv("TARN_SOAK_SCOPES");
-        if (text == nullptr) {
+        const auto wanted = tarn::test::NumberFromEnvironment("TARN_SOAK_SCOPES");
+        if (!wanted) {
             GTEST_SKIP() << "set TARN_SOAK_SCOPES to the number of scopes, or use preset nightly";
         }
-        const uint64 scopes = std::strtoull(text, nullptr, 10);
+        const uint64 scopes = *wanted;
         ASSERT_GE(scopes, 2 * round);
         OptTarn::SetIsTarnEnabled(true);
         Metrics::SetDelivery({.mode = mode, .whenFull = whenFull});

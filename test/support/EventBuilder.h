@@ -56,7 +56,9 @@ public:
     EventBuilder& AtMilliseconds(int64 milliseconds);
     EventBuilder& Wall(uint64 seconds, uint32 micros);
 
-    operator const Metrics::MetricsEvent&() const { return m_event; }  // NOLINT
+    // A builder stands where an event is wanted.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    operator const Metrics::MetricsEvent&() const { return m_event; }
 
 private:
     EventBuilder(Metrics::MetricsEventType type, uint64 id, uint64 contextId, uint64 flags);

@@ -67,7 +67,9 @@ struct ForegroundPairs {
     std::string sponsor = "SPONSOR";
     std::string request = "-";
 
-    operator Metrics::NameValueList() const;  // NOLINT(google-explicit-constructor)
+    // They stand where a list of pairs is wanted.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    operator Metrics::NameValueList() const;
 };
 
 }  // namespace tarn::test

@@ -2,15 +2,13 @@
 
 #include "CapturingLog.h"
 #include "RecordingListener.h"
+#include "Threads.h"
 
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 
-#include <atomic>
 #include <memory>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -40,31 +38,5 @@ private:
     std::shared_ptr<CapturingLog> m_log;
     std::vector<RefCntPtr<RecordingListener>> m_listeners;
 };
-
-/// Runs `work` on a thread of its own and waits for the thread's end.
-template <class Work>
-void OnAnotherThread(Work&& work) {
-    std::thread(std::forward<Work>(work)).join();
-}
-
-/// Runs `work(0)` to `work(count - 1)` on threads of their own, which begin together, and waits for
-/// the end of all.
-template <class Work>
-void OnThreadsAtOnce(int count, const Work& work) {
-    std::atomic<int> missing{count};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back([&missing, &work, i] {
-            --missing;
-            while (missing > 0) {
-                std::this_thread::yield();
-            }
-            work(i);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
 
 }  // namespace tarn::test

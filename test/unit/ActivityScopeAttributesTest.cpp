@@ -268,6 +268,7 @@ TEST_F(ActivityScopeAttributesTest, EveryListIsEmptyAfterwardsWhetherTheScopeIsO
         AddResult(*scope, std::move(result));
         scope->AddContext(std::move(context));
 
+        // Their emptiness after the move is what is promised.
         EXPECT_THAT(added, IsEmpty());               // NOLINT(bugprone-use-after-move)
         EXPECT_THAT(logged, IsEmpty());              // NOLINT(bugprone-use-after-move)
         EXPECT_THAT(reasons, IsEmpty());             // NOLINT(bugprone-use-after-move)
@@ -426,7 +427,9 @@ TEST_F(ActivityScopeAttributesTest, AnOperationThatFindsNoMemoryRaisesAndKeepsTh
             raised += threw ? 1 : 0;
             const bool lost = Metrics::GetBusStatistics().lostEvents > lostBefore;
             EXPECT_EQ(failed, threw || lost) << "allocation " << number;
-            EXPECT_THAT(list, IsEmpty()) << "allocation " << number;  // NOLINT
+            // Its emptiness after the move is what is promised.
+            // NOLINTNEXTLINE(bugprone-use-after-move)
+            EXPECT_THAT(list, IsEmpty()) << "allocation " << number;
             if (!failed) {
                 break;
             }

@@ -252,6 +252,7 @@ TEST_F(ActivityScopeLifecycleTest, TheListsOfTheConstructorsAreEmptyAfterwards) 
                                   ActivityContextInitializer{});
         const ActivityScope fourth(name, std::move(alone));
 
+        // Their emptiness after the move is what is promised.
         EXPECT_THAT(alone, IsEmpty());            // NOLINT(bugprone-use-after-move)
         EXPECT_THAT(withTraits, IsEmpty());       // NOLINT(bugprone-use-after-move)
         EXPECT_THAT(withContext, IsEmpty());      // NOLINT(bugprone-use-after-move)
@@ -297,6 +298,7 @@ TEST_F(ActivityScopeLifecycleTest, ACustomContextLeavesItsSourceEmpty) {
 
     const ActivityScope scope("load", std::move(custom));
 
+    // Its emptiness after the move is what is promised.
     EXPECT_THAT(custom.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
 }
 
@@ -313,6 +315,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffLeavesTheSourceOfItsCustomCont
                               {{"a", 1}},
                               ActivityContextInitializer{});
 
+    // Their emptiness after the move is what is promised.
     EXPECT_THAT(alone.attributes, IsEmpty());            // NOLINT(bugprone-use-after-move)
     EXPECT_THAT(withList.attributes, IsEmpty());         // NOLINT(bugprone-use-after-move)
     EXPECT_THAT(withInitializer.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)

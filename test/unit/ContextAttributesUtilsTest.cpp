@@ -91,6 +91,7 @@ TEST_F(ContextAttributesUtilsTest, TheListIsEmptyAfterwards) {
     ContextAttributesUtils::Set(std::move(forRequest));
     ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
 
+    // Their emptiness after the move is what is promised.
     EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
     EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
 }
@@ -110,6 +111,7 @@ TEST_F(ContextAttributesUtilsTest, WithoutAContextOnTheThreadNothingIsSentAndThe
         ContextAttributesUtils::Set(std::move(forRequest));
         ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
 
+        // Their emptiness after the move is what is promised.
         EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
         EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
         EXPECT_EQ(Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId(),
@@ -127,6 +129,7 @@ TEST_F(ContextAttributesUtilsTest, WithoutAListenerNothingIsSentAndTheListIsCons
     ContextAttributesUtils::Set(std::move(forRequest));
     ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
 
+    // Their emptiness after the move is what is promised.
     EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
     EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
     EXPECT_THAT(m_events->Texts(), IsEmpty());
