@@ -76,10 +76,11 @@ TEST_P(MisbehaviourTest, ASinkThatSleepsHoldsUpTheHostOnlyIfItAsksForThat) {
     std::atomic<int> lines{0};
     std::promise<void> hostIsDone;
     const std::shared_future<void> wakesUp = hostIsDone.get_future().share();
+    const auto wakesUpAnyway = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     Start(GetParam(), [&](const TLog::Event&) {
         if (IsAsynchronous()) {
             // A host that waits for this sink finds it asleep for long.
-            wakesUp.wait_for(std::chrono::seconds(20));
+            wakesUp.wait_until(wakesUpAnyway);
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(3));
         }

@@ -122,6 +122,7 @@ TEST_P(ExitTest, FullFilesAreBegunOnTheWay) {
     Run("threads-still-running", 3, {.count = 1000, .limitBytes = 50'000});
 
     const ProcessLog log = Log();
+    EXPECT_GT(log.FullFiles(), 10u);
     ExpectSoundLogUpToTheLastLine(log);
     const std::int64_t pid = OnlyPid(log);
     for (std::size_t thread = 0; thread < 4; ++thread) {

@@ -51,6 +51,7 @@ protected:
         std::mt19937 random(seed);
         std::uniform_int_distribution<int> moments(0, 20'000);
         std::size_t lines = 0;
+        std::size_t fullFiles = 0;
 
         constexpr int kills = 50;
         for (int kill = 0; kill < kills && !HasFailure(); ++kill) {
@@ -59,8 +60,10 @@ protected:
             const ProcessLog log = Log();
             ExpectSoundLogUpToTheLastLine(log);
             lines += log.Lines().size();
+            fullFiles += log.FullFiles();
         }
         EXPECT_GT(lines, 8u * kills) << "they were killed before they had begun";
+        EXPECT_EQ(fullFiles != 0, options.limitBytes != 0);
     }
 };
 

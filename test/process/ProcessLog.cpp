@@ -46,6 +46,7 @@ std::int64_t NumberAt(const nlohmann::json& body, const char* name) {
 ProcessLog::ProcessLog(const std::string& path) {
     for (const std::string& full : FullFilesOf(path)) {
         ReadFile(full);
+        ++m_fullFiles;
     }
     ReadFile(path);
 }

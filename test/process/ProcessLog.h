@@ -40,6 +40,9 @@ public:
 
     const std::vector<std::string>& Messages() const { return m_messages; }
 
+    /// How many files are full.
+    std::size_t FullFiles() const { return m_fullFiles; }
+
     std::set<std::int64_t> ProcessIds() const;
 
     /// What is wrong with the order of events: scopes that begin or end twice, and ends without a
@@ -62,6 +65,7 @@ private:
     std::vector<LogLine> m_lines;
     std::map<std::string, std::pair<std::int64_t, std::int64_t>> m_numbers;
     std::vector<std::string> m_messages;
+    std::size_t m_fullFiles = 0;
     bool m_endsInsideLine = false;
 };
 

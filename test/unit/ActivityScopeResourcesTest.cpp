@@ -448,14 +448,17 @@ TEST_F(ActivityScopeResourcesTest, WithoutTrackingProcessorTimesAreZero) {
 TEST_F(ActivityScopeResourcesTest, NamesOfFiguresAreWideAndValuesAreIntegers) {
     { const ActivityScope scope("work"); }
 
+    int figures = 0;
     for (const MetricsEvent& event : m_events->Events()) {
         if (event.type == MetricsEventType::NameValuePairs) {
             for (const auto& [name, value] : event.pairs) {
                 EXPECT_EQ(name.type, Metrics::MetricsValue::MV_Utf16String);
                 EXPECT_EQ(value.type, Metrics::MetricsValue::MV_Int64);
+                ++figures;
             }
         }
     }
+    EXPECT_EQ(figures, 4) << "bytes and number of allocations, both processor times";
 }
 
 // ---- Misuse

@@ -24,6 +24,7 @@ TEST_F(MetricsMonitorScopeTest, ARootIsItsOwnSponsorAndSaysNothingOfIt) {
     Open(7, "query");
     Close(7);
 
+    ASSERT_EQ(events->size(), 2U);
     for (const TLog::Event& event : *events) {
         EXPECT_THAT(event, AllOf(LacksActivityField("sponsor"), LacksActivityField("root")));
     }
