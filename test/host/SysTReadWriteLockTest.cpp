@@ -2,9 +2,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <fstream>
+#include <functional>
 #include <future>
+#include <iterator>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -17,9 +22,45 @@ using namespace std::chrono_literals;
 constexpr auto moment = 50ms;
 constexpr auto patience = 20s;
 
-bool IsDone(const std::future<void>& work, std::chrono::milliseconds within) {
-    return work.wait_for(within) == std::future_status::ready;
-}
+/// Work on a thread of its own.
+class Worker {
+public:
+    explicit Worker(const std::function<void()>& work)
+        : m_done(std::async(std::launch::async, [this, work] {
+              m_thread = gettid();
+              work();
+          })) {}
+
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    bool IsDone(std::chrono::milliseconds within) const {
+        return m_done.wait_for(within) == std::future_status::ready;
+    }
+
+    /// Until the thread sleeps, which it does nowhere but in the lock. False if it is done instead.
+    bool ComesToWait() const {
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (!IsDone(0ms) && std::chrono::steady_clock::now() < deadline) {
+            if (Sleeps()) {
+                return true;
+            }
+            std::this_thread::yield();
+        }
+        return false;
+    }
+
+private:
+    bool Sleeps() const {
+        std::ifstream file("/proc/self/task/" + std::to_string(m_thread.load()) + "/stat");
+        const std::string stat((std::istreambuf_iterator<char>(file)), {});
+        const std::size_t endOfName = stat.rfind(')');
+        return endOfName != std::string::npos && stat.compare(endOfName, 3, ") S") == 0;
+    }
+
+    std::atomic<pid_t> m_thread{-1};
+    std::future<void> m_done;
+};
 
 TEST(SysTReadWriteLockTest, ManyReadersAreInsideAtTheSameTime) {
     TReadWriteLock lock(0);
@@ -49,28 +90,25 @@ TEST(SysTReadWriteLockTest, AWriterWaitsForTheReadersInside) {
     TReadWriteLock lock(0);
     lock.LockRead();
 
-    const auto writer =
-        std::async(std::launch::async, [&] { const TReadWriteLock::WriteGuard guard(lock); });
-    EXPECT_FALSE(IsDone(writer, moment));
+    const Worker writer([&] { const TReadWriteLock::WriteGuard guard(lock); });
+    EXPECT_FALSE(writer.IsDone(moment));
     lock.UnlockRead();
 
-    EXPECT_TRUE(IsDone(writer, patience));
+    EXPECT_TRUE(writer.IsDone(patience));
 }
 
 TEST(SysTReadWriteLockTest, ReadersAndWritersWaitForTheWriterInside) {
     TReadWriteLock lock(0);
     lock.LockWrite();
 
-    const auto reader =
-        std::async(std::launch::async, [&] { const TReadWriteLock::ReadGuard guard(lock); });
-    const auto writer =
-        std::async(std::launch::async, [&] { const TReadWriteLock::WriteGuard guard(lock); });
-    EXPECT_FALSE(IsDone(reader, moment));
-    EXPECT_FALSE(IsDone(writer, moment));
+    const Worker reader([&] { const TReadWriteLock::ReadGuard guard(lock); });
+    const Worker writer([&] { const TReadWriteLock::WriteGuard guard(lock); });
+    EXPECT_FALSE(reader.IsDone(moment));
+    EXPECT_FALSE(writer.IsDone(moment));
     lock.UnlockWrite();
 
-    EXPECT_TRUE(IsDone(reader, patience));
-    EXPECT_TRUE(IsDone(writer, patience));
+    EXPECT_TRUE(reader.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(patience));
 }
 
 TEST(SysTReadWriteLockTest, AWaitingWriterKeepsNewReadersOutAndGoesFirst) {
@@ -78,20 +116,20 @@ TEST(SysTReadWriteLockTest, AWaitingWriterKeepsNewReadersOutAndGoesFirst) {
     std::string order;
     lock.LockRead();
 
-    const auto writer = std::async(std::launch::async, [&] {
+    const Worker writer([&] {
         const TReadWriteLock::WriteGuard guard(lock);
         order += "writer ";
     });
-    EXPECT_FALSE(IsDone(writer, moment));
-    const auto lateReader = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(writer.ComesToWait());
+    const Worker lateReader([&] {
         const TReadWriteLock::ReadGuard guard(lock);
         order += "reader ";
     });
-    EXPECT_FALSE(IsDone(lateReader, moment)) << "the late reader got in before the writer";
+    EXPECT_TRUE(lateReader.ComesToWait()) << "the late reader got in before the writer";
     lock.UnlockRead();
 
-    EXPECT_TRUE(IsDone(writer, patience));
-    EXPECT_TRUE(IsDone(lateReader, patience));
+    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(lateReader.IsDone(patience));
     EXPECT_EQ(order, "writer reader ");
 }
 
@@ -100,20 +138,20 @@ TEST(SysTReadWriteLockTest, ASecondWaitingWriterGoesBeforeTheReadersToo) {
     std::string order;
     lock.LockWrite();
 
-    const auto writer = std::async(std::launch::async, [&] {
+    const Worker writer([&] {
         const TReadWriteLock::WriteGuard guard(lock);
         order += "writer ";
     });
-    EXPECT_FALSE(IsDone(writer, moment));
-    const auto reader = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(writer.ComesToWait());
+    const Worker reader([&] {
         const TReadWriteLock::ReadGuard guard(lock);
         order += "reader ";
     });
-    EXPECT_FALSE(IsDone(reader, moment));
+    EXPECT_TRUE(reader.ComesToWait());
     lock.UnlockWrite();
 
-    EXPECT_TRUE(IsDone(writer, patience));
-    EXPECT_TRUE(IsDone(reader, patience));
+    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(reader.IsDone(patience));
     EXPECT_EQ(order, "writer reader ");
 }
 
