@@ -1,13 +1,12 @@
 #include "tarn/ContextAttributesUtils.h"
 
 #include "MetricsText.h"
-#include "TarnTest.h"
+#include "ScopeTest.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/OptTarn.h"
 
 #include "cvlmetrics/Context.h"
-#include "cvlmetrics/MetricsManager.h"
 
 #include <string>
 #include <type_traits>
@@ -24,23 +23,26 @@ using Metrics::NameValueList;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A thread with a metrics context, and a listener that saw nothing yet.
-class ContextAttributesUtilsTest : public TarnTest {
-protected:
-    ContextAttributesUtilsTest() {
-        m_context.OpenScope();
-        m_events->Clear();
-    }
-
-    Metrics::Context m_context{0, Metrics::Context::Create(true)};
-    RefCntPtr<RecordingListener> m_events = Listen();
-};
+class ContextAttributesUtilsTest : public ScopeTest {};
 
 NameValueList Pairs() {
     return {{"first", 1}, {u"second", u"two"}, {"first", true}};
 }
 
 constexpr const char* pairsAsText = "{\"first\"=1, L\"second\"=L\"two\", \"first\"=true}";
+
+/// Sends a list of either kind.
+void ExpectListsToBeConsumed() {
+    NameValueList forRequest = Pairs();
+    NameValueList forContext = Pairs();
+
+    ContextAttributesUtils::Set(std::move(forRequest));
+    ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
+
+    // Their emptiness after the move is what is promised.
+    EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
+}
 
 TEST_F(ContextAttributesUtilsTest, SetSendsAttributesOfTheRequest) {
     ContextAttributesUtils::Set(Pairs());
@@ -85,15 +87,7 @@ TEST_F(ContextAttributesUtilsTest, AScopesFlagsDoNotMatter) {
 }
 
 TEST_F(ContextAttributesUtilsTest, TheListIsEmptyAfterwards) {
-    NameValueList forRequest = Pairs();
-    NameValueList forContext = Pairs();
-
-    ContextAttributesUtils::Set(std::move(forRequest));
-    ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
-
-    // Their emptiness after the move is what is promised.
-    EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
-    EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    ExpectListsToBeConsumed();
 }
 
 TEST_F(ContextAttributesUtilsTest, AnEmptyListSendsNothing) {
@@ -105,17 +99,8 @@ TEST_F(ContextAttributesUtilsTest, AnEmptyListSendsNothing) {
 
 TEST_F(ContextAttributesUtilsTest, WithoutAContextOnTheThreadNothingIsSentAndTheListIsConsumed) {
     OnAnotherThread([] {
-        NameValueList forRequest = Pairs();
-        NameValueList forContext = Pairs();
-
-        ContextAttributesUtils::Set(std::move(forRequest));
-        ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
-
-        // Their emptiness after the move is what is promised.
-        EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
-        EXPECT_EQ(Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId(),
-                  0U);
+        ExpectListsToBeConsumed();
+        EXPECT_EQ(CurrentMetricsContext(), 0U);
     });
 
     EXPECT_THAT(m_events->Texts(), IsEmpty()) << "no context is made for the attributes";
@@ -123,15 +108,7 @@ TEST_F(ContextAttributesUtilsTest, WithoutAContextOnTheThreadNothingIsSentAndThe
 
 TEST_F(ContextAttributesUtilsTest, WithoutAListenerNothingIsSentAndTheListIsConsumed) {
     StopListening(m_events);
-    NameValueList forRequest = Pairs();
-    NameValueList forContext = Pairs();
-
-    ContextAttributesUtils::Set(std::move(forRequest));
-    ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
-
-    // Their emptiness after the move is what is promised.
-    EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
-    EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    ExpectListsToBeConsumed();
     EXPECT_THAT(m_events->Texts(), IsEmpty());
 }
 
