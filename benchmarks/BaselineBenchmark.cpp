@@ -83,7 +83,7 @@ void BaselineGetrusage(benchmark::State& state) {
 // Also shows that the allocations of the other benchmarks are counted right.
 void BaselineNewDelete(benchmark::State& state) {
     constexpr std::size_t bytes = 64;
-    const std::uint64_t allocationsBefore = AllocationsOfThisThread();
+    const Allocations before = AllocationsOfThisThread();
 
     for ([[maybe_unused]] auto iteration : state) {
         void* const block = ::operator new(bytes);
@@ -91,8 +91,9 @@ void BaselineNewDelete(benchmark::State& state) {
         ::operator delete(block);
     }
 
-    if (AllocationsOfThisThread() - allocationsBefore !=
-        static_cast<std::uint64_t>(state.iterations())) {
+    const Allocations counted = AllocationsOfThisThread() - before;
+    const auto calls = static_cast<std::uint64_t>(state.iterations());
+    if (counted.calls != calls || counted.bytes != bytes * calls) {
         state.SkipWithError("allocations were not counted");
     }
 }

@@ -8,20 +8,16 @@
 namespace benchmarks {
 namespace {
 
-void ScopeToFile(benchmark::State& state) {
-    MeasureReceivedScope(state);
+void Start(const benchmark::State& state) {
+    TracingUnderTest::Start(
+        state, {.receiver = Receiver::File, .tracksCpu = state.range(cpuArgument) != 0});
 }
 
-BENCHMARK(ScopeToFile)
-    ->Setup(TracingUnderTest::Start<Receiver::File>)
-    ->Teardown(TracingUnderTest::Stop)
-    ->ArgName("depth")
-    ->Arg(1)
-    ->Arg(8)
-    ->Arg(64)
-    ->Threads(1)
-    ->Threads(2)
-    ->UseRealTime();
+void ScopeToFile(benchmark::State& state) {
+    MeasureReceivedScope(state, state.range(depthArgument));
+}
+
+BENCHMARK(ScopeToFile)->Setup(Start)->Apply(WithDepthsThreadsAndCpu);
 
 }  // namespace
 }  // namespace benchmarks

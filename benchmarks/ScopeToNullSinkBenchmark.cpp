@@ -9,20 +9,16 @@
 namespace benchmarks {
 namespace {
 
-void ScopeToNullSink(benchmark::State& state) {
-    MeasureReceivedScope(state);
+void Start(const benchmark::State& state) {
+    TracingUnderTest::Start(
+        state, {.receiver = Receiver::NullSink, .tracksCpu = state.range(cpuArgument) != 0});
 }
 
-BENCHMARK(ScopeToNullSink)
-    ->Setup(TracingUnderTest::Start<Receiver::NullSink>)
-    ->Teardown(TracingUnderTest::Stop)
-    ->ArgName("depth")
-    ->Arg(1)
-    ->Arg(8)
-    ->Arg(64)
-    ->Threads(1)
-    ->Threads(2)
-    ->UseRealTime();
+void ScopeToNullSink(benchmark::State& state) {
+    MeasureReceivedScope(state, state.range(depthArgument));
+}
+
+BENCHMARK(ScopeToNullSink)->Setup(Start)->Apply(WithDepthsThreadsAndCpu);
 
 }  // namespace
 }  // namespace benchmarks

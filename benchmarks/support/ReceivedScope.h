@@ -1,11 +1,7 @@
 #pragma once
 
-#include "support/AllocationCounter.h"
+#include "support/Measure.h"
 #include "support/TracingUnderTest.h"
-
-#include "tarn/ActivityScope.h"
-
-#include "cvlsys/IntegerTypes.h"
 
 #include <string>
 
@@ -13,36 +9,99 @@
 
 namespace benchmarks {
 
-/// Measures a scope with three short text attributes that somebody receives, inside `depth` open
-/// parents (the first argument), on every thread of the benchmark. The benchmark fails unless each
-/// scope brought exactly its two events, and the attributes are in them.
-inline void MeasureReceivedScope(benchmark::State& state) {
-    TracingUnderTest& tracing = TracingUnderTest::Get();
-    const OpenParents parents(state.range(0));
-    tracing.Rendezvous();
-    // The loop below begins and ends for all threads together, and nobody traces around it until
-    // the second rendezvous: what the first thread counts belongs to the loop.
-    const uint64 eventsBefore = state.thread_index() == 0 ? tracing.Events() : 0;
-    const uint64 allocationsBefore = AllocationsOfThisThread();
+/// The arguments of the benchmarks of one mode: how deep the measured scope is nested, and whether
+/// CPU tracking is on.
+inline constexpr int depthArgument = 0;
+inline constexpr int cpuArgument = 1;
 
-    for ([[maybe_unused]] auto iteration : state) {
-        const tarn::ActivityScope scope("measured", ThreeAttributes());
-    }
+inline void WithDepthsThreadsAndCpu(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Teardown(TracingUnderTest::Stop)
+        ->ArgNames({"depth", "cpu"})
+        ->ArgsProduct({{1, 8, 64}, {0, 1}})
+        ->Threads(1)
+        ->Threads(2)
+        ->Threads(4)
+        ->UseManualTime();
+}
 
-    ReportAllocations(state, allocationsBefore);
-    state.SetItemsProcessed(state.iterations());
-    if (state.thread_index() == 0) {
-        const auto scopes =
-            static_cast<uint64>(state.iterations()) * static_cast<uint64>(state.threads());
-        Expect(state, "log events", 2 * scopes, tracing.Events() - eventsBefore);
-        const std::string line = tracing.LineOfProbe("measured", ThreeAttributes());
-        ExpectPart(state, line, "\"depth\":" + std::to_string(state.range(0)));
-        for (const char* attribute :
-             {R"("table":"packages")", R"("order":"by name")", R"("client":"browser")"}) {
-            ExpectPart(state, line, attribute);
+/// What has come to the receiver when a benchmark begins. All threads make one together, with their
+/// parents open, and check it together at the end.
+class ReceivedSoFar {
+public:
+    explicit ReceivedSoFar(benchmark::State& state) : m_state(state) {
+        TracingUnderTest& tracing = TracingUnderTest::Get();
+        tracing.Rendezvous().arrive_and_wait();
+        if (IsFirst()) {
+            tracing.Deliver();
+            m_events = tracing.Events();
+            m_bytes = tracing.FileBytes();
+            m_opened = tracing.ScopesOpened();
         }
+        tracing.Rendezvous().arrive_and_wait();
     }
-    tracing.Rendezvous();
+
+    ReceivedSoFar(const ReceivedSoFar&) = delete;
+    ReceivedSoFar& operator=(const ReceivedSoFar&) = delete;
+
+    /// Fails the benchmark unless each of `scopes` on every thread brought its begin and its end
+    /// event, with the attributes in them.
+    void ExpectScopes(std::uint64_t scopes, int64 depth) {
+        Together([&](TracingUnderTest& tracing, uint64 threads) {
+            Expect(m_state, "log events", 2 * scopes * threads, tracing.Events() - m_events);
+            Expect(m_state, "scopes opened", scopes * threads, tracing.ScopesOpened() - m_opened);
+            ReportForAll(m_state,
+                         "file_bytes",
+                         static_cast<double>(tracing.FileBytes() - m_bytes) /
+                             static_cast<double>(scopes * threads));
+            const std::string line = tracing.LinesOfProbe(measuredName).begin;
+            ExpectPart(m_state, line, "\"depth\":" + std::to_string(depth));
+            for (const char* attribute :
+                 {R"("table":"packages")", R"("order":"by name")", R"("client":"browser")"}) {
+                ExpectPart(m_state, line, attribute);
+            }
+        });
+    }
+
+    /// Fails the benchmark if anything came, and unless another name is received.
+    void ExpectNothing() {
+        Together([&](TracingUnderTest& tracing, uint64 /*threads*/) {
+            Expect(m_state, "log events", 0, tracing.Events() - m_events);
+            Expect(m_state, "scopes opened", 0, tracing.ScopesOpened() - m_opened);
+            ExpectPart(m_state, tracing.LinesOfProbe("probe").begin, "begin-probe");
+        });
+    }
+
+private:
+    bool IsFirst() const noexcept { return m_state.thread_index() == 0; }
+
+    template <class Check>
+    void Together(Check check) {
+        TracingUnderTest& tracing = TracingUnderTest::Get();
+        tracing.Rendezvous().arrive_and_wait();
+        if (IsFirst()) {
+            tracing.Deliver();
+            check(tracing, static_cast<uint64>(m_state.threads()));
+        }
+        tracing.Rendezvous().arrive_and_wait();
+    }
+
+    benchmark::State& m_state;
+    uint64 m_events = 0;
+    uint64 m_bytes = 0;
+    uint64 m_opened = 0;
+};
+
+/// Measures a scope that somebody receives synchronously, inside `depth` open parents on every
+/// thread.
+inline void MeasureReceivedScope(benchmark::State& state, int64 depth) {
+    TracingUnderTest& tracing = TracingUnderTest::Get();
+    const OpenParents parents(depth);
+    ReceivedSoFar received(state);
+
+    const std::uint64_t scopes =
+        MeasureDirect(state, scopesInBurst, TraceMeasuredScope, [&] { tracing.Deliver(); });
+
+    received.ExpectScopes(scopes, depth);
 }
 
 }  // namespace benchmarks

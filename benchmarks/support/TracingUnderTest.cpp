@@ -1,87 +1,95 @@
 #include "support/TracingUnderTest.h"
 
-#include "support/AllocationCounter.h"
-
+#include "tarn/IMetricsMonitorSink.h"
 #include "tarn/MonitorUUIDGenerator.h"
 #include "tarn/OptTarn.h"
+#include "tarn/TarnSettings.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
-#include "cvlsys/TSystem.h"
+#include "cvlmetrics/host/Delivery.h"
+#include "cvlsys/CpuTime.h"
+#include "cvlsys/MemoryTracking.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <optional>
 #include <utility>
-#include <vector>
 
 namespace benchmarks {
 
 namespace {
 
-// Room that the file system has never touched is several times slower to write to than room
-// that a deleted file has left behind; without this the cases that come last would look slow.
-// TARN_BENCHMARK_WARM_MIB in the environment overrides how much is written.
-void WarmFileSystem(const std::filesystem::path& folder) {
-    uint64 mebibytes = 2048;
-    if (const char* text = std::getenv("TARN_BENCHMARK_WARM_MIB")) {
-        std::from_chars(text, text + std::strlen(text), mebibytes);
+constexpr std::chrono::minutes patience{5};
+
+// Holds two bursts of scopes of all kinds, so that nobody waits for room within the measured time.
+constexpr std::size_t queueBytes = std::size_t{4} << 20;
+
+std::string BeginEventName(const std::string& name) {
+    return "begin-" + name;
+}
+
+std::string EndEventName(const std::string& name) {
+    return "end-" + name;
+}
+
+std::string EventField(const std::string& name) {
+    return "\"event\":\"" + name + "\"";
+}
+
+tarn::TarnSettings::Names NamesThatAreOff(const Setup& setup) {
+    tarn::TarnSettings::Names names;
+    for (int64 number = 0; number < setup.namesOff; ++number) {
+        names.insert("other-activity-" + std::to_string(number));
     }
-    const std::filesystem::path path =
-        folder / ("tarn_benchmark_warm_" + std::to_string(TSystem::ProcessID()));
-    const std::vector<char> block(std::size_t{1024} * 1024, 'x');
-    {
-        std::ofstream file(path, std::ios::binary);
-        for (uint64 written = 0; written < mebibytes && file; ++written) {
-            file.write(block.data(), static_cast<std::streamsize>(block.size()));
+    if (setup.isMeasuredOff) {
+        names.insert(measuredName);
+    }
+    return names;
+}
+
+template <class T>
+void EndInReverse(std::deque<T>& items) {
+    while (!items.empty()) {
+        items.pop_back();
+    }
+}
+
+// What a scope has used is charged to all that are open below it on its thread, so a thread has
+// not too many of them.
+int64 ThreadsFor(int64 scopes, int64 contexts) {
+    constexpr int64 openOnThread = 2000;
+    return (scopes + contexts + openOnThread - 1) / openOnThread;
+}
+
+int64 Share(int64 all, int64 part, int64 parts) {
+    return all * (part + 1) / parts - all * part / parts;
+}
+
+/// A few scopes in a root context of their own.
+class Request {
+public:
+    explicit Request(int64 scopes) : m_context(0, Metrics::Context::Create(true)) {
+        m_context.OpenScope();
+        for (int64 i = 0; i < scopes; ++i) {
+            m_scopes.emplace_back(measuredName, ThreeAttributes());
         }
     }
-    std::filesystem::remove(path);
-}
 
-std::filesystem::path NewLogFile() {
-    const std::filesystem::path folder = std::filesystem::temp_directory_path();
-    static const bool isWarm = [&] {
-        WarmFileSystem(folder);
-        return true;
-    }();
-    static_cast<void>(isWarm);
-    return folder / ("tarn_benchmark_" + std::to_string(TSystem::ProcessID()) + ".log");
-}
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
 
-uint64 CountLines(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::vector<char> block(std::size_t{1024} * 1024);
-    std::ptrdiff_t lines = 0;
-    while (file) {
-        file.read(block.data(), static_cast<std::streamsize>(block.size()));
-        lines += std::count(block.data(), block.data() + file.gcount(), '\n');
-    }
-    return static_cast<uint64>(lines);
-}
+    ~Request() { EndInReverse(m_scopes); }
 
-std::string LastLineWith(const std::filesystem::path& path, const std::string& part) {
-    // The probe's lines are the last ones but those of whatever else ends meanwhile.
-    constexpr std::streamoff tail = std::streamoff{64} * 1024;
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    file.seekg(std::max<std::streamoff>(0, static_cast<std::streamoff>(file.tellg()) - tail));
-    std::string found;
-    for (std::string line; std::getline(file, line);) {
-        if (line.find(part) != std::string::npos) {
-            found = line;
-        }
-    }
-    return found;
-}
-
-std::string BeginEventName(const char* name) {
-    return std::string("begin-") + name;
-}
+private:
+    Metrics::Context m_context;
+    std::deque<tarn::ActivityScope> m_scopes;
+};
 
 }  // namespace
 
@@ -90,61 +98,121 @@ class TracingUnderTest::NullSink : public IMetricsMonitorSink {
 public:
     void Log(const TLog::Event& event) override {
         ++m_events;
-        if (m_isProbing && event.GetName() == m_wanted) {
-            m_probed = event;
+        if (m_isProbing) {
+            Keep(event);
         }
     }
 
     uint64 Events() const noexcept { return m_events; }
 
-    void Probe(const char* name) {
-        m_wanted = TString(BeginEventName(name));
+    void BeginProbe(const std::string& name) {
+        m_beginName = TString(BeginEventName(name));
+        m_endName = TString(EndEventName(name));
         m_isProbing = true;
     }
 
-    std::string ProbedLine() {
+    ScopeLines EndProbe() {
         m_isProbing = false;
-        return m_probed ? TLog::FormatJsonLine(TLog::Info, *m_probed, TLog::EventTimePoint())
-                        : std::string();
+        return std::move(m_lines);
     }
 
 private:
+    void Keep(const TLog::Event& event) {
+        const std::string line = TLog::FormatJsonLine(TLog::Info, event, TLog::EventTimePoint());
+        if (event.GetName() == m_beginName) {
+            m_lines.begin = line;
+        } else if (event.GetName() == m_endName) {
+            m_lines.end = line;
+        }
+    }
+
     uint64 m_events = 0;
     bool m_isProbing = false;
-    TString m_wanted;
-    std::optional<TLog::Event> m_probed;
+    TString m_beginName;
+    TString m_endName;
+    ScopeLines m_lines;
+};
+
+/// Stands before the file: closed, it lets nothing through.
+class TracingUnderTest::Gate : public TLog::LogBackEnd {
+public:
+    explicit Gate(std::shared_ptr<TLog::LogBackEnd> behind) : m_behind(std::move(behind)) {}
+
+    void Write(TLog::Severity severity, const TLog::Event& event) override {
+        m_isClosed.wait(true, std::memory_order_acquire);
+        m_behind->Write(severity, event);
+    }
+
+    void WriteMessage(TLog::Severity severity, const TString& text) override {
+        m_behind->WriteMessage(severity, text);
+    }
+
+    void Flush() override { m_behind->Flush(); }
+
+    void Close() noexcept { m_isClosed.store(true, std::memory_order_release); }
+
+    void Open() noexcept {
+        m_isClosed.store(false, std::memory_order_release);
+        m_isClosed.notify_all();
+    }
+
+private:
+    std::shared_ptr<TLog::LogBackEnd> m_behind;
+    std::atomic<bool> m_isClosed{false};
 };
 
 std::unique_ptr<TracingUnderTest> TracingUnderTest::s_current;
 
-void TracingUnderTest::Start(Receiver receiver, int threads) {
-    s_current.reset(new TracingUnderTest(receiver, threads));
+void TracingUnderTest::Start(const benchmark::State& state, const Setup& setup) {
+    s_current = std::make_unique<TracingUnderTest>(setup, state.threads());
 }
 
 void TracingUnderTest::Stop(const benchmark::State& /*state*/) {
     s_current.reset();
 }
 
-TracingUnderTest::TracingUnderTest(Receiver receiver, int threads)
-    : m_receiver(receiver),
+TracingUnderTest::TracingUnderTest(const Setup& setup, int threads)
+    : m_setup(setup),
       m_rendezvous(threads) {
-    std::shared_ptr<TLog::LogBackEnd> backEnd;
-    if (receiver == Receiver::File) {
-        m_logFile = NewLogFile();
-        TLog::LogFileLimits limits;
-        limits.maxBytes = 0;
-        backEnd = TLog::MakeJsonFileBackEnd(m_logFile.string(), limits);
-    }
-    m_formerBackEnd = TLog::ReplaceBackEnd(std::move(backEnd));
+    // Switching names off is logged; that line would not be a scope's.
+    m_formerBackEnd = TLog::ReplaceBackEnd(nullptr);
+    tarn::TarnSettings::GetInstance().SetOffs(NamesThatAreOff(setup));
+    SetUpLog();
     OptTarn::SetIsTarnEnabled(true);
     OptTarn::SetIsForegroundThreadContextEnabled(true);
     OptTarn::SetIsServer(true);
     OptTarn::SetCorvalaCounterScopesOpened(&m_scopesOpened);
-    if (receiver == Receiver::Nobody) {
+    corvala::cputime::SetCpuTrackingEnabled(setup.tracksCpu);
+    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAllocations);
+    Metrics::SetDelivery({.mode = setup.isAsynchronous ? Metrics::DeliveryMode::Asynchronous
+                                                       : Metrics::DeliveryMode::Synchronous,
+                          .queueBytes = queueBytes});
+    SetUpMonitor();
+    m_elsewhere.emplace(setup.otherOpenScopes, setup.otherContexts);
+}
+
+void TracingUnderTest::SetUpLog() {
+    if (m_setup.receiver != Receiver::File) {
+        return;
+    }
+    m_logFile.emplace();
+    TLog::LogFileLimits limits;
+    limits.maxBytes = 0;
+    std::shared_ptr<TLog::LogBackEnd> backEnd =
+        TLog::MakeJsonFileBackEnd(m_logFile->Path().string(), limits);
+    if (m_setup.canHoldDelivery) {
+        m_gate = std::make_shared<Gate>(std::move(backEnd));
+        backEnd = m_gate;
+    }
+    TLog::ReplaceBackEnd(std::move(backEnd));
+}
+
+void TracingUnderTest::SetUpMonitor() {
+    if (m_setup.receiver == Receiver::Nobody) {
         return;
     }
     m_monitor = new MetricsMonitor(Metrics::Context::Create(true));
-    if (receiver == Receiver::NullSink) {
+    if (m_setup.receiver == Receiver::NullSink) {
         m_nullSink = new NullSink();
         m_monitor->EnableTest(m_nullSink, new MonitorUUIDGenerator());
     }
@@ -152,42 +220,105 @@ TracingUnderTest::TracingUnderTest(Receiver receiver, int threads)
 }
 
 TracingUnderTest::~TracingUnderTest() {
+    m_elsewhere.reset();
+    Deliver();
     if (m_monitor) {
         m_monitor->Unregister();
     }
+    Metrics::Shutdown(patience);
+    Metrics::SetDelivery({});
+    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingOff);
+    corvala::cputime::SetCpuTrackingEnabled(false);
     OptTarn::SetCorvalaCounterScopesOpened(nullptr);
     OptTarn::SetIsServer(false);
     OptTarn::SetIsForegroundThreadContextEnabled(false);
     OptTarn::SetIsTarnEnabled(false);
+    TLog::ReplaceBackEnd(nullptr);
+    tarn::TarnSettings::GetInstance().SetOffs({});
     TLog::ReplaceBackEnd(std::move(m_formerBackEnd));
-    if (!m_logFile.empty()) {
-        std::filesystem::remove(m_logFile);
+}
+
+void TracingUnderTest::Deliver() {
+    ReleaseDelivery();
+    if (!m_setup.isAsynchronous) {
+        TLog::FlushLog();
+    } else if (!Metrics::Flush(patience)) {
+        std::fputs("events were not delivered in time\n", stderr);
+        std::abort();
     }
 }
 
 uint64 TracingUnderTest::Events() const {
-    switch (m_receiver) {
-        case Receiver::Nobody:
-            return 0;
-        case Receiver::NullSink:
-            return m_nullSink->Events();
-        case Receiver::File:
-            TLog::FlushLog();
-            return CountLines(m_logFile);
+    if (m_nullSink != nullptr) {
+        return m_nullSink->Events();
     }
-    return 0;
+    return m_logFile ? m_logFile->Lines() : 0;
 }
 
-std::string TracingUnderTest::LineOfProbe(const char* name, Metrics::NameValueList&& attributes) {
+uint64 TracingUnderTest::FileBytes() const {
+    return m_logFile ? m_logFile->Bytes() : 0;
+}
+
+ScopeLines TracingUnderTest::LinesOfProbe(const char* name) {
     if (m_nullSink != nullptr) {
-        m_nullSink->Probe(name);
+        m_nullSink->BeginProbe(name);
     }
-    { const tarn::ActivityScope probe(name, std::move(attributes)); }
+    { const tarn::ActivityScope probe(name, ThreeAttributes()); }
+    Deliver();
     if (m_nullSink != nullptr) {
-        return m_nullSink->ProbedLine();
+        return m_nullSink->EndProbe();
     }
-    TLog::FlushLog();
-    return LastLineWith(m_logFile, "\"event\":\"" + BeginEventName(name) + "\"");
+    if (!m_logFile) {
+        return {};
+    }
+    return {m_logFile->LastLineWith(EventField(BeginEventName(name))),
+            m_logFile->LastLineWith(EventField(EndEventName(name)))};
+}
+
+void TracingUnderTest::HoldDelivery() noexcept {
+    if (m_gate) {
+        m_gate->Close();
+    }
+}
+
+void TracingUnderTest::ReleaseDelivery() noexcept {
+    if (m_gate) {
+        m_gate->Open();
+    }
+}
+
+OpenElsewhere::OpenElsewhere(int64 scopes, int64 contexts)
+    : m_isComplete(ThreadsFor(scopes, contexts)) {
+    const int64 threads = ThreadsFor(scopes, contexts);
+    for (int64 i = 0; i < threads; ++i) {
+        m_threads.emplace_back([this,
+                                mine = Share(scopes, i, threads),
+                                theirs = Share(contexts, i, threads)] { Run(mine, theirs); });
+    }
+    m_isComplete.wait();
+}
+
+OpenElsewhere::~OpenElsewhere() {
+    m_mayGo.count_down();
+    for (std::thread& thread : m_threads) {
+        thread.join();
+    }
+}
+
+void OpenElsewhere::Run(int64 scopes, int64 contexts) {
+    constexpr int64 scopesInRequest = 10;
+    std::deque<Metrics::Context> empty;
+    for (int64 i = 0; i < contexts; ++i) {
+        empty.emplace_back(0, Metrics::Context::Create(true)).OpenScope();
+    }
+    std::deque<Request> requests;
+    for (int64 left = scopes; left > 0; left -= scopesInRequest) {
+        requests.emplace_back(std::min(left, scopesInRequest));
+    }
+    m_isComplete.count_down();
+    m_mayGo.wait();
+    EndInReverse(requests);
+    EndInReverse(empty);
 }
 
 OpenParents::OpenParents(int64 depth) : m_context(0, Metrics::Context::Create(true)) {
@@ -198,30 +329,7 @@ OpenParents::OpenParents(int64 depth) : m_context(0, Metrics::Context::Create(tr
 }
 
 OpenParents::~OpenParents() {
-    while (!m_scopes.empty()) {
-        m_scopes.pop_back();
-    }
-}
-
-void ReportAllocations(benchmark::State& state, uint64 allocationsBefore) {
-    const uint64 allocations = AllocationsOfThisThread() - allocationsBefore;
-    state.counters["allocs/scope"] = benchmark::Counter(
-        static_cast<double>(allocations) / static_cast<double>(state.iterations()),
-        benchmark::Counter::kAvgThreads);
-}
-
-void Expect(benchmark::State& state, const char* what, uint64 expected, uint64 found) {
-    if (found != expected) {
-        state.SkipWithError((std::string(what) + ": " + std::to_string(found) + " instead of " +
-                             std::to_string(expected))
-                                .c_str());
-    }
-}
-
-void ExpectPart(benchmark::State& state, const std::string& line, const std::string& part) {
-    if (line.find(part) == std::string::npos) {
-        state.SkipWithError(("no " + part + " in: " + line).c_str());
-    }
+    EndInReverse(m_scopes);
 }
 
 }  // namespace benchmarks

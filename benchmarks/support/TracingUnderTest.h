@@ -1,9 +1,11 @@
 #pragma once
 
+#include "support/Measure.h"
+#include "support/OutputFile.h"
+
 #include "tarn/ActivityScope.h"
 #include "tarn/MetricsMonitor.h"
 
-#include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/host/LogBackEnd.h"
 #include "cvlmetrics/Context.h"
 #include "cvlsys/IntegerTypes.h"
@@ -12,9 +14,12 @@
 #include <atomic>
 #include <barrier>
 #include <deque>
-#include <filesystem>
+#include <latch>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -27,56 +32,114 @@ enum class Receiver {
     File,      ///< a monitor builds them, and each becomes a line in a log file
 };
 
-/// Tracing with foreground thread contexts, set up for one run of a benchmark on all its threads.
-/// There is one at a time: `Start` and `Stop` are what a benchmark names as set-up and tear-down.
+/// How tracing is set up. Foreground thread contexts are on and allocations are tracked in all of
+/// them.
+struct Setup {
+    Receiver receiver = Receiver::Nobody;
+    bool isAsynchronous = false;
+    bool tracksCpu = false;
+    int64 namesOff = 0;          ///< other names that are switched off
+    bool isMeasuredOff = false;  ///< so is the name of the scopes that are measured
+    bool canHoldDelivery = false;
+    int64 otherOpenScopes = 0;  ///< on threads that do nothing meanwhile
+    int64 otherContexts = 0;    ///< root contexts that are open there
+};
+
+/// The scope that all benchmarks measure: three short texts, as a host would give them.
+inline constexpr const char* measuredName = "measured";
+
+inline Metrics::NameValueList ThreeAttributes() {
+    return {{"table", "packages"}, {"order", "by name"}, {"client", "browser"}};
+}
+
+inline void TraceMeasuredScope() {
+    const tarn::ActivityScope scope(measuredName, ThreeAttributes());
+}
+
+/// The two lines of one scope.
+struct ScopeLines {
+    std::string begin;
+    std::string end;
+};
+
+/// Open scopes, a few in each of many root contexts, as the requests of a busy process would have
+/// them, and root contexts without scopes. They are spread over threads that wait; opening and
+/// closing them is the constructor's and the destructor's work.
+class OpenElsewhere {
+public:
+    OpenElsewhere(int64 scopes, int64 contexts);
+    ~OpenElsewhere();
+    OpenElsewhere(const OpenElsewhere&) = delete;
+    OpenElsewhere& operator=(const OpenElsewhere&) = delete;
+
+private:
+    void Run(int64 scopes, int64 contexts);
+
+    std::latch m_isComplete;
+    std::latch m_mayGo{1};
+    std::vector<std::thread> m_threads;
+};
+
+/// Tracing as a benchmark needs it, for one run on all its threads. There is one at a time: a
+/// benchmark starts it in its set-up, and names `Stop` as its tear-down.
 class TracingUnderTest {
 public:
-    template <Receiver receiver>
-    static void Start(const benchmark::State& state) {
-        Start(receiver, state.threads());
-    }
-
+    static void Start(const benchmark::State& state, const Setup& setup);
     static void Stop(const benchmark::State& state);
 
     /// The one that runs.
     static TracingUnderTest& Get() { return *s_current; }
 
+    TracingUnderTest(const Setup& setup, int threads);
     TracingUnderTest(const TracingUnderTest&) = delete;
     TracingUnderTest& operator=(const TracingUnderTest&) = delete;
     ~TracingUnderTest();
 
+    /// Waits until what was emitted before has come to the end of the road. Fails the process if
+    /// that takes minutes.
+    void Deliver();
+
     /// Log events that have come to the end of the road: into the sink, or into the file as whole
-    /// lines. Call it while no thread traces.
+    /// lines. Call it after `Deliver`, while no thread traces.
     uint64 Events() const;
+
+    /// Bytes in the file; 0 without one.
+    uint64 FileBytes() const;
 
     /// Scopes that the monitor has seen open.
     uint64 ScopesOpened() const noexcept {
         return static_cast<uint64>(m_scopesOpened.load(std::memory_order_relaxed));
     }
 
-    /// Traces one more activity of this name and returns the log line of its begin event; empty
+    /// Traces one more scope, with the three attributes, and returns its log lines; empty texts
     /// when none came. Call it on one thread, while no other traces.
-    std::string LineOfProbe(const char* name, Metrics::NameValueList&& attributes);
+    ScopeLines LinesOfProbe(const char* name);
 
-    /// Waits until all threads of the benchmark are here.
-    void Rendezvous() { m_rendezvous.arrive_and_wait(); }
+    /// Makes the delivering thread wait at the next event until `ReleaseDelivery`, so that it takes
+    /// no processor away from those that emit. What is emitted meanwhile must fit into the queues.
+    void HoldDelivery() noexcept;
+    void ReleaseDelivery() noexcept;
+
+    std::barrier<>& Rendezvous() noexcept { return m_rendezvous; }
 
 private:
     class NullSink;
+    class Gate;
 
-    TracingUnderTest(Receiver receiver, int threads);
-
-    static void Start(Receiver receiver, int threads);
+    void SetUpLog();
+    void SetUpMonitor();
 
     static std::unique_ptr<TracingUnderTest> s_current;
 
-    Receiver m_receiver;
+    Setup m_setup;
     std::barrier<> m_rendezvous;
-    std::filesystem::path m_logFile;
+    std::optional<OutputFile> m_logFile;
     std::shared_ptr<TLog::LogBackEnd> m_formerBackEnd;
+    std::shared_ptr<Gate> m_gate;
     std::atomic<int64> m_scopesOpened{0};
     RefCntPtr<MetricsMonitor> m_monitor;
     NullSink* m_nullSink = nullptr;  // the monitor owns it
+    std::optional<OpenElsewhere> m_elsewhere;
 };
 
 /// What a benchmark's thread traces in: a metrics context of its own, and `depth` open scopes in
@@ -92,20 +155,5 @@ private:
     Metrics::Context m_context;
     std::deque<tarn::ActivityScope> m_scopes;
 };
-
-/// Puts the calling thread's allocations for each iteration since `allocationsBefore` into the
-/// benchmark's results.
-void ReportAllocations(benchmark::State& state, uint64 allocationsBefore);
-
-/// Makes the benchmark fail, with what was expected and what was found, unless they are equal.
-void Expect(benchmark::State& state, const char* what, uint64 expected, uint64 found);
-
-/// Makes the benchmark fail unless `line` holds `part`.
-void ExpectPart(benchmark::State& state, const std::string& line, const std::string& part);
-
-/// Three short texts, as a host would give them to a scope.
-inline Metrics::NameValueList ThreeAttributes() {
-    return {{"table", "packages"}, {"order", "by name"}, {"client", "browser"}};
-}
 
 }  // namespace benchmarks

@@ -1,0 +1,58 @@
+// What does LTTng-UST take for two binary records for each scope, with one random id? A program of
+// its own, for the library starts threads in whatever links it. The session is somebody else's:
+// scripts/bench sets one up and counts what has come into it.
+
+#define LTTNG_UST_TRACEPOINT_CREATE_PROBES
+#define LTTNG_UST_TRACEPOINT_DEFINE
+#include "peers/LttngTracepoints.h"
+#include "peers/RandomId.h"
+#include "support/Measure.h"
+
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+#include <benchmark/benchmark.h>
+
+namespace benchmarks {
+namespace {
+
+// Bursts end with a pause, in which the session's daemon empties the buffers.
+constexpr std::chrono::milliseconds pauseForDaemon{2};
+
+void LttngScope(benchmark::State& state) {
+    if (!lttng_ust_tracepoint_enabled(tarn_benchmark, scope_begin) ||
+        !lttng_ust_tracepoint_enabled(tarn_benchmark, scope_end)) {
+        state.SkipWithError("no session records the events tarn_benchmark:*");
+        return;
+    }
+    RandomIds ids;
+
+    EmittingMeter meter;
+    for ([[maybe_unused]] auto iteration : state) {
+        meter.Begin();
+        for (std::int64_t i = 0; i < scopesInBurst; ++i) {
+            const RandomId id = ids.Next();
+            lttng_ust_tracepoint(tarn_benchmark,
+                                 scope_begin,
+                                 id.high,
+                                 id.low,
+                                 "measured",
+                                 "packages",
+                                 "by name",
+                                 "browser");
+            lttng_ust_tracepoint(tarn_benchmark, scope_end, id.high, id.low, "measured");
+        }
+        meter.End(scopesInBurst);
+        state.SetIterationTime(meter.LastSeconds());
+        std::this_thread::sleep_for(pauseForDaemon);
+    }
+
+    meter.Report(state);
+}
+
+// A fixed number, so that the script knows how many records it must find.
+BENCHMARK(LttngScope)->Iterations(100)->Threads(1)->Threads(2)->UseManualTime();
+
+}  // namespace
+}  // namespace benchmarks
