@@ -1,15 +1,15 @@
-// What does it cost to link tarn::counted_new? A program of its own, for it replaces operator new
-// and delete; the ones of the C++ library are still there behind them, and both are measured in
-// one run.
+// What does it cost to count allocations: with TMalloc and TFree, and with the operators new and
+// delete of tarn::counted_new? A program of its own, for that replaces the operators; the ones of
+// the C++ library are still there behind them, and all are measured in one run.
 
 #include "cvlsys/MemoryTracking.h"
+#include "cvlsys/TAllocate.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <new>
-#include <string>
 
 #include <benchmark/benchmark.h>
 
@@ -18,42 +18,75 @@ namespace {
 
 using corvala::memory::MemoryTrackingMode;
 
-struct Operators {
+struct Functions {
     void* (*allocate)(std::size_t bytes);
     void (*release)(void* block);
 };
 
-Operators Counted() {
+Functions MallocAndFree() {
+    return {&std::malloc, &std::free};
+}
+
+Functions CountedMallocAndFree() {
+    return {&TMalloc, &TFree};
+}
+
+Functions CountedNewAndDelete() {
     return {static_cast<void* (*)(std::size_t)>(&::operator new),
             static_cast<void (*)(void*)>(&::operator delete)};
 }
 
 /// Those that the program would have without the target.
-Operators Plain() {
+Functions NewAndDelete() {
     return {reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "_Znwm")),
             reinterpret_cast<void (*)(void*)>(dlsym(RTLD_NEXT, "_ZdlPv"))};
 }
 
 struct Variant {
     const char* name;
+    Functions (*functions)();
     bool isCounted;
     MemoryTrackingMode mode;
     bool hasFrame;  ///< a scope that measures is open
 };
 
 constexpr Variant variants[] = {
-    {"plain", false, corvala::memory::MemoryTrackingOff, false},
-    {"counted/off", true, corvala::memory::MemoryTrackingOff, false},
-    {"counted/allocations", true, corvala::memory::MemoryTrackingAllocations, true},
-    {"counted/all/noscope", true, corvala::memory::MemoryTrackingAll, false},
-    {"counted/all", true, corvala::memory::MemoryTrackingAll, true},
+    {"MallocFree/plain", MallocAndFree, false, corvala::memory::MemoryTrackingOff, false},
+    {"MallocFree/counted/off",
+     CountedMallocAndFree,
+     true,
+     corvala::memory::MemoryTrackingOff,
+     false},
+    {"MallocFree/counted/allocations",
+     CountedMallocAndFree,
+     true,
+     corvala::memory::MemoryTrackingAllocations,
+     true},
+    {"MallocFree/counted/all",
+     CountedMallocAndFree,
+     true,
+     corvala::memory::MemoryTrackingAll,
+     true},
+    {"NewDelete/plain", NewAndDelete, false, corvala::memory::MemoryTrackingOff, false},
+    {"NewDelete/counted/off", CountedNewAndDelete, true, corvala::memory::MemoryTrackingOff, false},
+    {"NewDelete/counted/allocations",
+     CountedNewAndDelete,
+     true,
+     corvala::memory::MemoryTrackingAllocations,
+     true},
+    {"NewDelete/counted/all/noscope",
+     CountedNewAndDelete,
+     true,
+     corvala::memory::MemoryTrackingAll,
+     false},
+    {"NewDelete/counted/all", CountedNewAndDelete, true, corvala::memory::MemoryTrackingAll, true},
 };
 
-// Both sides are called alike, and instructions can be counted within this function.
-[[gnu::noinline]] void NewAndDelete(const Operators& operators, std::size_t bytes) {
-    void* const block = operators.allocate(bytes);
+// All are called alike, and instructions can be counted within this function.
+[[gnu::noinline]] void AllocateAndRelease(const Functions& functions, std::size_t bytes) {
+    void* const block = functions.allocate(bytes);
     benchmark::DoNotOptimize(block);
-    operators.release(block);
+    functions.release(block);
 }
 
 std::uint64_t ExpectedAllocations(const Variant& variant, std::uint64_t calls) {
@@ -61,10 +94,10 @@ std::uint64_t ExpectedAllocations(const Variant& variant, std::uint64_t calls) {
 }
 
 void Measure(benchmark::State& state, const Variant& variant) {
-    const Operators operators = variant.isCounted ? Counted() : Plain();
+    const Functions functions = variant.functions();
     const auto bytes = static_cast<std::size_t>(state.range(0));
-    if (operators.allocate == nullptr || operators.release == nullptr ||
-        Plain().allocate == Counted().allocate) {
+    if (functions.allocate == nullptr || functions.release == nullptr ||
+        NewAndDelete().allocate == CountedNewAndDelete().allocate) {
         state.SkipWithError("there are no two pairs of operators to compare");
         return;
     }
@@ -74,7 +107,7 @@ void Measure(benchmark::State& state, const Variant& variant) {
         corvala::memory::SwapPushMemoryCounters(variant.hasFrame ? &frame : nullptr);
 
     for ([[maybe_unused]] auto iteration : state) {
-        NewAndDelete(operators, bytes);
+        AllocateAndRelease(functions, bytes);
     }
 
     corvala::memory::SwapPopMemoryCounters(frame.parentThreadMemoryCounters);
@@ -97,8 +130,7 @@ void RegisterAll() {
     const std::int64_t iterations = IterationsFromEnvironment();
     for (const Variant& variant : variants) {
         auto* const registered = benchmark::RegisterBenchmark(
-            (std::string("NewDelete/") + variant.name).c_str(),
-            [&variant](benchmark::State& state) { Measure(state, variant); });
+            variant.name, [&variant](benchmark::State& state) { Measure(state, variant); });
         registered->RangeMultiplier(4)->Range(16, 4096)->Threads(1)->Threads(2);
         if (iterations > 0) {
             registered->Iterations(iterations);

@@ -32,7 +32,8 @@ void WithNumbers(benchmark::internal::Benchmark* benchmark) {
 
 void Unheard(benchmark::State& state) {
     const OpenParents parents(depth);
-    MeasureDirect(state, cheapScopesInBurst, TraceMeasuredScope, [] {});
+    MeasureDirect(
+        state, TracingUnderTest::Get().Threads(), cheapScopesInBurst, TraceMeasuredScope, [] {});
     Expect(state, "scopes opened in a monitor", 0, TracingUnderTest::Get().ScopesOpened());
 }
 
@@ -43,7 +44,8 @@ void Received(benchmark::State& state) {
 void Off(benchmark::State& state) {
     const OpenParents parents(depth);
     ReceivedSoFar received(state);
-    MeasureDirect(state, cheapScopesInBurst, TraceMeasuredScope, [] {});
+    MeasureDirect(
+        state, TracingUnderTest::Get().Threads(), cheapScopesInBurst, TraceMeasuredScope, [] {});
     received.ExpectNothing();
 }
 

@@ -14,14 +14,12 @@
 namespace benchmarks {
 namespace {
 
-constexpr int64 openScopes = 100000;
-
 std::size_t BytesInUse() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
 }
 
-void MeasureOpenScopes(benchmark::State& state, uint64 expectedInMonitor) {
+void MeasureOpenScopes(benchmark::State& state, int64 openScopes, uint64 expectedInMonitor) {
     // Caches of the threads and what is made once are there before it counts.
     { const OpenParents parents(1); }
     const uint64 openedBefore = TracingUnderTest::Get().ScopesOpened();
@@ -42,11 +40,11 @@ void MeasureOpenScopes(benchmark::State& state, uint64 expectedInMonitor) {
 }
 
 void MemoryOfOpenScopesNobodyListens(benchmark::State& state) {
-    MeasureOpenScopes(state, 0);
+    MeasureOpenScopes(state, state.range(0), 0);
 }
 
 void MemoryOfOpenScopesInMonitor(benchmark::State& state) {
-    MeasureOpenScopes(state, openScopes);
+    MeasureOpenScopes(state, state.range(0), static_cast<uint64>(state.range(0)));
 }
 
 void StartUnheard(const benchmark::State& state) {
@@ -60,10 +58,16 @@ void StartReceived(const benchmark::State& state) {
 BENCHMARK(MemoryOfOpenScopesNobodyListens)
     ->Setup(StartUnheard)
     ->Teardown(TracingUnderTest::Stop)
+    ->ArgName("scopes")
+    ->Arg(1000)
+    ->Arg(100000)
     ->Iterations(1);
 BENCHMARK(MemoryOfOpenScopesInMonitor)
     ->Setup(StartReceived)
     ->Teardown(TracingUnderTest::Stop)
+    ->ArgName("scopes")
+    ->Arg(1000)
+    ->Arg(100000)
     ->Iterations(1);
 
 }  // namespace

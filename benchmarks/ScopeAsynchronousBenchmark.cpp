@@ -36,7 +36,7 @@ void MeasureAsynchronousScope(benchmark::State& state, Prepare prepare) {
     ReceivedSoFar received(state);
 
     const std::uint64_t scopes = MeasureHandedOver(
-        state, tracing.Rendezvous(), scopesInBurst, prepare, TraceMeasuredScope, [&] {
+        state, tracing.Threads(), scopesInBurst, prepare, TraceMeasuredScope, [&] {
             tracing.Deliver();
         });
 

@@ -27,6 +27,7 @@ void ScopeNobodyListens(benchmark::State& state) {
 
     const std::uint64_t scopes = MeasureDirect(
         state,
+        TracingUnderTest::Get().Threads(),
         cheapScopesInBurst,
         [&] {
             const tarn::ActivityScope scope(measuredName, ThreeAttributes());

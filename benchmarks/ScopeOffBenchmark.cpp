@@ -22,7 +22,8 @@ void ScopeOff(benchmark::State& state) {
     const OpenParents parents(state.range(depthArgument));
     ReceivedSoFar received(state);
 
-    MeasureDirect(state, cheapScopesInBurst, TraceMeasuredScope, [] {});
+    MeasureDirect(
+        state, TracingUnderTest::Get().Threads(), cheapScopesInBurst, TraceMeasuredScope, [] {});
 
     received.ExpectNothing();
 }

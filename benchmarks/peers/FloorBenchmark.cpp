@@ -9,7 +9,6 @@
 
 #include <array>
 #include <atomic>
-#include <barrier>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -184,7 +183,7 @@ class Floor {
 public:
     explicit Floor(int threads)
         : m_lines(MakeReadyLines("\n")),
-          m_rendezvous(threads),
+          m_threads(threads),
           m_rings(static_cast<std::size_t>(threads)) {}
 
     ~Floor() {
@@ -207,7 +206,7 @@ public:
         return m_rings[static_cast<std::size_t>(state.thread_index())];
     }
 
-    std::barrier<>& Rendezvous() noexcept { return m_rendezvous; }
+    EmittingThreads& Threads() noexcept { return m_threads; }
 
     /// Returns when all frames so far are in the file.
     void Deliver() {
@@ -218,7 +217,7 @@ public:
     }
 
     void ExpectScopes(benchmark::State& state, std::uint64_t scopes) {
-        m_rendezvous.arrive_and_wait();
+        m_threads.Meet();
         if (state.thread_index() == 0) {
             const std::uint64_t all = scopes * static_cast<std::uint64_t>(state.threads());
             Expect(state, "lines", 2 * all, m_file.Lines());
@@ -227,7 +226,7 @@ public:
                          "file_bytes",
                          static_cast<double>(m_file.Bytes()) / static_cast<double>(all));
         }
-        m_rendezvous.arrive_and_wait();
+        m_threads.Meet();
     }
 
 private:
@@ -267,7 +266,7 @@ private:
 
     ReadyLines m_lines;
     OutputFile m_file;
-    std::barrier<> m_rendezvous;
+    EmittingThreads m_threads;
     std::vector<Ring> m_rings;
 
     std::mutex m_mutex;
@@ -304,6 +303,7 @@ void FloorNobodyListens(benchmark::State& state) {
 
     MeasureDirect(
         state,
+        g_floor->Threads(),
         cheapScopesInBurst,
         [&] {
             Frame& frame = open.Open();
@@ -324,6 +324,7 @@ void FloorSynchronous(benchmark::State& state) {
 
     const std::uint64_t scopes = MeasureDirect(
         state,
+        g_floor->Threads(),
         scopesInBurst,
         [&] {
             Frame& frame = open.Open();
@@ -343,7 +344,7 @@ void FloorAsynchronous(benchmark::State& state) {
 
     const std::uint64_t scopes = MeasureHandedOver(
         state,
-        g_floor->Rendezvous(),
+        g_floor->Threads(),
         scopesInBurst,
         [] {},
         [&] {

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <thread>
 
 #include <benchmark/benchmark.h>
@@ -20,6 +21,12 @@ namespace {
 // Bursts end with a pause, in which the session's daemon empties the buffers.
 constexpr std::chrono::milliseconds pauseForDaemon{2};
 
+std::optional<EmittingThreads> g_threads;
+
+void Start(const benchmark::State& state) {
+    g_threads.emplace(state.threads());
+}
+
 void LttngScope(benchmark::State& state) {
     if (!lttng_ust_tracepoint_enabled(tarn_benchmark, scope_begin) ||
         !lttng_ust_tracepoint_enabled(tarn_benchmark, scope_end)) {
@@ -28,10 +35,12 @@ void LttngScope(benchmark::State& state) {
     }
     RandomIds ids;
 
-    EmittingMeter meter;
-    for ([[maybe_unused]] auto iteration : state) {
-        meter.Begin();
-        for (std::int64_t i = 0; i < scopesInBurst; ++i) {
+    MeasureHandedOver(
+        state,
+        *g_threads,
+        scopesInBurst,
+        [] {},
+        [&] {
             const RandomId id = ids.Next();
             lttng_ust_tracepoint(tarn_benchmark,
                                  scope_begin,
@@ -42,17 +51,12 @@ void LttngScope(benchmark::State& state) {
                                  "by name",
                                  "browser");
             lttng_ust_tracepoint(tarn_benchmark, scope_end, id.high, id.low, "measured");
-        }
-        meter.End(scopesInBurst);
-        state.SetIterationTime(meter.LastSeconds());
-        std::this_thread::sleep_for(pauseForDaemon);
-    }
-
-    meter.Report(state);
+        },
+        [] { std::this_thread::sleep_for(pauseForDaemon); });
 }
 
 // A fixed number, so that the script knows how many records it must find.
-BENCHMARK(LttngScope)->Iterations(100)->Threads(1)->Threads(2)->UseManualTime();
+BENCHMARK(LttngScope)->Setup(Start)->Iterations(100)->Threads(1)->Threads(2)->UseManualTime();
 
 }  // namespace
 }  // namespace benchmarks

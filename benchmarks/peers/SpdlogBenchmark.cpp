@@ -6,7 +6,7 @@
 #include "support/Measure.h"
 #include "support/OutputFile.h"
 
-#include <barrier>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -50,7 +50,7 @@ class Peer {
 public:
     Peer(bool isAsynchronous, int threads)
         : m_lines(MakeReadyLines("")),
-          m_rendezvous(threads),
+          m_threads(threads),
           m_signal(std::make_shared<FlushSignal>()) {
         const spdlog::sinks_init_list sinks{
             std::make_shared<spdlog::sinks::basic_file_sink_mt>(m_file.Path().string()), m_signal};
@@ -69,7 +69,7 @@ public:
 
     spdlog::logger& Logger() noexcept { return *m_logger; }
 
-    std::barrier<>& Rendezvous() noexcept { return m_rendezvous; }
+    EmittingThreads& Threads() noexcept { return m_threads; }
 
     /// Returns when all lines so far are handed to the system. One thread calls it.
     void Deliver() {
@@ -78,7 +78,7 @@ public:
     }
 
     void ExpectScopes(benchmark::State& state, std::uint64_t scopes) {
-        m_rendezvous.arrive_and_wait();
+        m_threads.Meet();
         if (state.thread_index() == 0) {
             Deliver();
             const std::uint64_t all = scopes * static_cast<std::uint64_t>(state.threads());
@@ -88,12 +88,12 @@ public:
                          "file_bytes",
                          static_cast<double>(m_file.Bytes()) / static_cast<double>(all));
         }
-        m_rendezvous.arrive_and_wait();
+        m_threads.Meet();
     }
 
 private:
     ReadyLines m_lines;
-    std::barrier<> m_rendezvous;
+    EmittingThreads m_threads;
     OutputFile m_file;
     std::shared_ptr<FlushSignal> m_signal;
     std::shared_ptr<spdlog::details::thread_pool> m_pool;
@@ -142,7 +142,11 @@ void SpdlogSynchronous(benchmark::State& state) {
     Writer write(*g_peer);
 
     const std::uint64_t scopes = MeasureDirect(
-        state, scopesInBurst, [&] { write(); }, [] { g_peer->Logger().flush(); });
+        state,
+        g_peer->Threads(),
+        scopesInBurst,
+        [&] { write(); },
+        [] { g_peer->Logger().flush(); });
 
     g_peer->ExpectScopes(state, scopes);
 }
@@ -152,7 +156,7 @@ void SpdlogAsynchronous(benchmark::State& state) {
 
     const std::uint64_t scopes = MeasureHandedOver(
         state,
-        g_peer->Rendezvous(),
+        g_peer->Threads(),
         scopesInBurst,
         [] {},
         [&] { write(); },

@@ -1,6 +1,9 @@
 #include "support/Measure.h"
 
+#include <algorithm>
 #include <ctime>
+#include <limits>
+#include <thread>
 
 namespace benchmarks {
 
@@ -22,17 +25,48 @@ double Each(std::int64_t sum, std::uint64_t scopes) {
 
 }  // namespace
 
+EmittingThreads::EmittingThreads(int threads)
+    : m_meeting(threads),
+      m_spans(static_cast<std::size_t>(threads)) {}
+
+void EmittingThreads::StartTogether() noexcept {
+    Meet();
+    const std::size_t threads = m_spans.size();
+    // Each round adds as many as there are threads.
+    const std::size_t round = m_started.fetch_add(1) / threads;
+    while (m_started.load() < (round + 1) * threads) {
+        // There may be more threads than processors.
+        std::this_thread::yield();
+    }
+}
+
+void EmittingThreads::SetSpan(int thread, const Span& span) noexcept {
+    m_spans[static_cast<std::size_t>(thread)].span = span;
+}
+
+std::int64_t EmittingThreads::WholeSpan() const noexcept {
+    Span whole{std::numeric_limits<std::int64_t>::max(), 0};
+    for (const OwnSpan& own : m_spans) {
+        whole.begin = std::min(whole.begin, own.span.begin);
+        whole.end = std::max(whole.end, own.span.end);
+    }
+    return whole.end - whole.begin;
+}
+
 // The clock that takes longest to read is read outermost at the beginning and the end: the others
 // do not count it.
 void EmittingMeter::Begin() noexcept {
     m_allocationsAtBegin = AllocationsOfThisThread();
     m_cpuAtBegin = Nanoseconds(CLOCK_THREAD_CPUTIME_ID);
-    m_wallAtBegin = Nanoseconds(CLOCK_MONOTONIC);
+    m_last.begin = Nanoseconds(CLOCK_MONOTONIC);
+    if (m_scopes == 0) {
+        m_firstBegin = m_last.begin;
+    }
 }
 
 void EmittingMeter::End(std::int64_t scopes) noexcept {
-    m_lastWall = Nanoseconds(CLOCK_MONOTONIC) - m_wallAtBegin;
-    m_wall += m_lastWall;
+    m_last.end = Nanoseconds(CLOCK_MONOTONIC);
+    m_wall += m_last.end - m_last.begin;
     m_cpu += Nanoseconds(CLOCK_THREAD_CPUTIME_ID) - m_cpuAtBegin;
     m_allocations += AllocationsOfThisThread() - m_allocationsAtBegin;
     m_scopes += static_cast<std::uint64_t>(scopes);
@@ -46,8 +80,6 @@ void EmittingMeter::Report(benchmark::State& state) const {
     state.counters["wall_ns"] = mean(Each(m_wall, m_scopes));
     state.counters["allocs"] = mean(Each(m_allocations.calls, m_scopes));
     state.counters["alloc_bytes"] = mean(Each(m_allocations.bytes, m_scopes));
-    state.counters["scopes_per_s"] =
-        m_wall == 0 ? 0 : static_cast<double>(m_scopes) * 1e9 / static_cast<double>(m_wall);
 }
 
 void ProcessMeter::Begin() noexcept {
@@ -64,6 +96,13 @@ void ProcessMeter::Report(benchmark::State& state, std::uint64_t scopes) const {
     ReportForAll(state, "process_ns", Each(m_cpu, scopes));
     ReportForAll(state, "process_allocs", Each(m_allocations.calls, scopes));
     ReportForAll(state, "process_alloc_bytes", Each(m_allocations.bytes, scopes));
+}
+
+void ReportThroughput(benchmark::State& state, std::uint64_t scopes, std::int64_t nanoseconds) {
+    const double all = static_cast<double>(scopes) * state.threads();
+    ReportForAll(state,
+                 "scopes_per_s",
+                 all * 1e9 / static_cast<double>(std::max<std::int64_t>(nanoseconds, 1)));
 }
 
 // Counters of the threads are summed up; the others have none of this name.

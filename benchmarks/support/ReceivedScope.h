@@ -30,14 +30,14 @@ class ReceivedSoFar {
 public:
     explicit ReceivedSoFar(benchmark::State& state) : m_state(state) {
         TracingUnderTest& tracing = TracingUnderTest::Get();
-        tracing.Rendezvous().arrive_and_wait();
+        tracing.Threads().Meet();
         if (IsFirst()) {
             tracing.Deliver();
             m_events = tracing.Events();
             m_bytes = tracing.FileBytes();
             m_opened = tracing.ScopesOpened();
         }
-        tracing.Rendezvous().arrive_and_wait();
+        tracing.Threads().Meet();
     }
 
     ReceivedSoFar(const ReceivedSoFar&) = delete;
@@ -77,12 +77,12 @@ private:
     template <class Check>
     void Together(Check check) {
         TracingUnderTest& tracing = TracingUnderTest::Get();
-        tracing.Rendezvous().arrive_and_wait();
+        tracing.Threads().Meet();
         if (IsFirst()) {
             tracing.Deliver();
             check(tracing, static_cast<uint64>(m_state.threads()));
         }
-        tracing.Rendezvous().arrive_and_wait();
+        tracing.Threads().Meet();
     }
 
     benchmark::State& m_state;
@@ -98,8 +98,8 @@ inline void MeasureReceivedScope(benchmark::State& state, int64 depth) {
     const OpenParents parents(depth);
     ReceivedSoFar received(state);
 
-    const std::uint64_t scopes =
-        MeasureDirect(state, scopesInBurst, TraceMeasuredScope, [&] { tracing.Deliver(); });
+    const std::uint64_t scopes = MeasureDirect(
+        state, tracing.Threads(), scopesInBurst, TraceMeasuredScope, [&] { tracing.Deliver(); });
 
     received.ExpectScopes(scopes, depth);
 }

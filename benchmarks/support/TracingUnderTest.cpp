@@ -173,7 +173,7 @@ void TracingUnderTest::Stop(const benchmark::State& /*state*/) {
 
 TracingUnderTest::TracingUnderTest(const Setup& setup, int threads)
     : m_setup(setup),
-      m_rendezvous(threads) {
+      m_threads(threads) {
     // Switching names off is logged; that line would not be a scope's.
     m_formerBackEnd = TLog::ReplaceBackEnd(nullptr);
     tarn::TarnSettings::GetInstance().SetOffs(NamesThatAreOff(setup));

@@ -12,7 +12,6 @@
 #include "cvlsys/RefCntObject.h"
 
 #include <atomic>
-#include <barrier>
 #include <deque>
 #include <latch>
 #include <memory>
@@ -120,7 +119,7 @@ public:
     void HoldDelivery() noexcept;
     void ReleaseDelivery() noexcept;
 
-    std::barrier<>& Rendezvous() noexcept { return m_rendezvous; }
+    EmittingThreads& Threads() noexcept { return m_threads; }
 
 private:
     class NullSink;
@@ -132,7 +131,7 @@ private:
     static std::unique_ptr<TracingUnderTest> s_current;
 
     Setup m_setup;
-    std::barrier<> m_rendezvous;
+    EmittingThreads m_threads;
     std::optional<OutputFile> m_logFile;
     std::shared_ptr<TLog::LogBackEnd> m_formerBackEnd;
     std::shared_ptr<Gate> m_gate;
