@@ -41,6 +41,14 @@ void Received(benchmark::State& state) {
     MeasureReceivedScope(state, depth);
 }
 
+void ReceivedAmongScopes(benchmark::State& state) {
+    Expect(state,
+           "other scopes that are open",
+           static_cast<std::uint64_t>(Others(state)),
+           TracingUnderTest::Get().ScopesOpened());
+    Received(state);
+}
+
 void Off(benchmark::State& state) {
     const OpenParents parents(depth);
     ReceivedSoFar received(state);
@@ -80,7 +88,7 @@ BENCHMARK(Unheard)
     ->Name("AmongOpenScopes/NobodyListens")
     ->Setup(StartUnheardAmongScopes)
     ->Apply(WithNumbers);
-BENCHMARK(Received)
+BENCHMARK(ReceivedAmongScopes)
     ->Name("AmongOpenScopes/ToNullSink")
     ->Setup(StartReceivedAmongScopes)
     ->Apply(WithNumbers);
