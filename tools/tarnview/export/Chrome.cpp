@@ -26,15 +26,17 @@ public:
         m_json.BeginObject();
         m_json.Key("traceEvents");
         m_json.BeginArray();
-        for (const ThreadLane& lane : MakeThreadLanes(m_forest)) {
+        const std::vector<ThreadLane> lanes = MakeThreadLanes(m_forest);
+        NoteComplete(lanes);
+        for (const ThreadLane& lane : lanes) {
             WriteNames(lane);
-            for (const Index index : lane.activities) {
+            for (std::size_t place = 0; place < lane.activities.size(); ++place) {
                 if (lane.number == 0) {
-                    WriteComplete(index);
+                    WriteComplete(lane.activities[place]);
+                    WriteHandOvers(lane, place);
                 } else {
-                    WriteAsynchronous(index);
+                    WriteAsynchronous(lane.activities[place]);
                 }
-                WriteHandOver(index);
             }
         }
         m_json.EndArray();
@@ -97,33 +99,62 @@ private:
         m_json.EndObject();
     }
 
-    // An arrow from the sponsor, which has to be running, to work on another thread.
-    void WriteHandOver(Index index) {
+    void NoteComplete(const std::vector<ThreadLane>& lanes) {
+        m_isComplete.resize(m_forest.Size());
+        for (const ThreadLane& lane : lanes) {
+            for (const Index index : lane.activities) {
+                m_isComplete[index] = lane.number == 0;
+            }
+        }
+    }
+
+    // An arrow from a sponsor, which has to be running, to work on another thread.
+    bool IsHandedOver(Index index) const {
         const Index parent = m_forest.ParentOf(index);
-        if (parent == ActivityForest::none) {
-            return;
+        if (parent == ActivityForest::none || !m_isComplete[parent] || !m_isComplete[index]) {
+            return false;
         }
         const Activity& from = m_forest[parent];
         const Activity& to = m_forest[index];
         const TimeSpan span = SpanOf(m_forest, parent);
         const bool isSameThread = from.process == to.process && from.beginThread == to.beginThread;
-        if (isSameThread || span.begin > to.begin || span.end < to.begin) {
-            return;
-        }
-        ++m_handOvers;
-        WriteFlow("s", from, to.begin);
-        WriteFlow("f", to, to.begin);
+        return !isSameThread && span.begin <= to.begin && to.begin <= span.end;
     }
 
-    void WriteFlow(std::string_view phase, const Activity& activity, Microseconds time) {
+    // Readers tie the ends of an arrow to what was begun last on the thread, whether or not that
+    // has ended. So an arrow leaves its sponsor before anything else begins there; and before it
+    // arrives, for they take events of the same time as they stand in the file.
+    void WriteHandOvers(const ThreadLane& lane, std::size_t place) {
+        const Index index = lane.activities[place];
+        const TimeSpan span = SpanOf(m_forest, index);
+        auto latest = static_cast<double>(span.end);
+        if (place + 1 < lane.activities.size()) {
+            const Index next = lane.activities[place + 1];
+            latest = std::min(latest, static_cast<double>(m_forest[next].begin) - 0.5);
+        }
+        for (const Index child : m_forest.ChildrenOf(index)) {
+            if (IsHandedOver(child)) {
+                const double arrival = static_cast<double>(m_forest[child].begin) - 0.5;
+                const double time =
+                    std::max(std::min(arrival, latest), static_cast<double>(span.begin));
+                WriteFlow("s", child, m_forest[index], time);
+            }
+        }
+        if (IsHandedOver(index)) {
+            WriteFlow("f", index, m_forest[index], static_cast<double>(span.begin));
+        }
+    }
+
+    void WriteFlow(std::string_view phase, Index child, const Activity& activity, double time) {
         m_json.BeginObject();
         m_json.Member("ph", phase);
         m_json.Member("name", "hand-over");
         m_json.Member("cat", "hand-over");
-        m_json.Member("id", m_handOvers);
+        m_json.Member("id", static_cast<long long>(child) + 1);
         m_json.Member("pid", activity.process);
         m_json.Member("tid", activity.beginThread);
-        m_json.Member("ts", time - m_base);
+        m_json.Key("ts");
+        m_json.Number(time - static_cast<double>(m_base));
         if (phase == "f") {
             m_json.Member("bp", "e");
         }
@@ -164,7 +195,7 @@ private:
     const ActivityForest& m_forest;
     Json m_json;
     Microseconds m_base = 0;
-    long long m_handOvers = 0;
+    std::vector<bool> m_isComplete;  // by index; the others are asynchronous
     std::set<std::int64_t> m_processes;
 };
 

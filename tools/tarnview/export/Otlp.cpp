@@ -133,10 +133,7 @@ private:
         m_json.BeginArray();
         WriteAttributes(activity);
         m_json.EndArray();
-        m_json.Key("events");
-        m_json.BeginArray();
         WriteSupplements(activity);
-        m_json.EndArray();
         WriteStatus(activity);
         m_json.EndObject();
     }
@@ -190,6 +187,8 @@ private:
             parser.parse(activity.endBody)["logs"].get(logs) != simdjson::SUCCESS) {
             return;
         }
+        m_json.Key("events");
+        m_json.BeginArray();
         for (const element supplement : logs) {
             simdjson::dom::object members;
             std::string_view time;
@@ -211,6 +210,7 @@ private:
             m_json.EndArray();
             m_json.EndObject();
         }
+        m_json.EndArray();
     }
 
     // 1: good, 2: failed; what ended early is neither.

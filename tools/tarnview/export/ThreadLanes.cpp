@@ -44,7 +44,9 @@ std::vector<Index> InOrder(const ActivityForest& forest) {
 TimeSpan SpanOf(const ActivityForest& forest, Index index) {
     const Activity& activity = forest[index];
     if (!activity.hasEnd) {
-        return {activity.begin, std::max(activity.begin, forest.LastTime())};
+        // Not only up to the last line: what began with that would lie beside its sponsor, for
+        // viewers close what ends before they open what begins.
+        return {activity.begin, std::max(activity.begin, forest.LastTime()) + 1};
     }
     return {activity.begin, activity.begin + std::max<Microseconds>(activity.Duration(), 0)};
 }

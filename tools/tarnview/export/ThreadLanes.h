@@ -8,7 +8,7 @@
 namespace tarnview {
 
 /// The times of an activity as all exports use them: never negative, and one that never ended goes
-/// on until the log ends.
+/// on for a microsecond longer than the log.
 struct TimeSpan {
     Microseconds begin = 0;
     Microseconds end = 0;

@@ -15,6 +15,7 @@ void ActivityForest::Link(Problems& problems) {
     for (Index index = 0; index < m_nodes.size(); ++index) {
         m_byId[m_nodes[index].activity.id].push_back(index);
         m_byRoot[m_nodes[index].activity.root].push_back(index);
+        m_bySponsor[m_nodes[index].activity.sponsor].push_back(index);
     }
     for (Index index = 0; index < m_nodes.size(); ++index) {
         m_nodes[index].parent = FindParent(index);
@@ -29,6 +30,7 @@ void ActivityForest::Link(Problems& problems) {
     for (Node& node : m_nodes) {
         std::sort(node.children.begin(), node.children.end(), isBefore);
     }
+    m_byId = m_byRoot = m_bySponsor = {};
 }
 
 // Many begin in the same microsecond; in one file the line decides then.
@@ -72,20 +74,23 @@ ActivityForest::Index ActivityForest::FindSponsor(Index index) const {
 ActivityForest::Index ActivityForest::FindAdopter(Index index) const {
     const Activity& activity = m_nodes[index].activity;
     const auto found = m_byRoot.find(activity.root);
+    // What waits for an answer does nothing else meanwhile, and goes on until it has come. The same
+    // request is a better sign than that, and the time of the begin the last one.
+    const auto likeness = [&](Index candidate) {
+        const Activity& other = m_nodes[candidate].activity;
+        return std::tuple(other.request == activity.request,
+                          !HasChildBetween(candidate, activity.begin, activity.end),
+                          !other.hasEnd || other.end >= activity.end,
+                          other.begin);
+    };
     Index best = none;
     for (const Index candidate : found->second) {
         const Activity& other = m_nodes[candidate].activity;
         const bool isElsewhere =
             other.process != activity.process || other.beginThread != activity.beginThread;
-        if (candidate == index || !isElsewhere || other.depth + 1 != activity.depth ||
-            !RanAt(candidate, activity.begin)) {
-            continue;
-        }
-        // The same request is a better sign than the time.
-        const auto order = [&](const Activity& it) {
-            return std::tuple(it.request == activity.request, it.begin);
-        };
-        if (best == none || order(m_nodes[best].activity) < order(other)) {
+        const bool fits = candidate != index && isElsewhere && other.depth + 1 == activity.depth &&
+                          RanAt(candidate, activity.begin);
+        if (fits && (best == none || likeness(best) < likeness(candidate))) {
             best = candidate;
         }
     }
@@ -94,6 +99,19 @@ ActivityForest::Index ActivityForest::FindAdopter(Index index) const {
         best = root == m_byId.end() ? none : root->second.front();
     }
     return best;
+}
+
+// On its own thread.
+bool ActivityForest::HasChildBetween(Index index, Microseconds begin, Microseconds end) const {
+    const Activity& activity = m_nodes[index].activity;
+    const auto found = m_bySponsor.find(activity.id);
+    return found != m_bySponsor.end() &&
+           std::any_of(found->second.begin(), found->second.end(), [&](Index child) {
+               const Activity& other = m_nodes[child].activity;
+               return child != index && other.process == activity.process &&
+                      other.beginThread == activity.beginThread && other.begin <= end &&
+                      (!other.hasEnd || other.end >= begin);
+           });
 }
 
 bool ActivityForest::RanAt(Index index, Microseconds time) const {

@@ -29,8 +29,9 @@ public:
     /// Finds the parent of each activity:
     /// - the activity that it names as its sponsor;
     /// - for one that names itself, as work does that came from another process or without its
-    ///   metrics context: the innermost activity one level higher in the tree of the same root that
-    ///   ran when it began, else the root;
+    ///   metrics context: an activity of the same root one level higher that ran when it began,
+    ///   else the root. Of several preferably one of the same request, one that did nothing else
+    ///   on its thread, one that did not end earlier, and then the latest;
     /// - none, if that is not in the log.
     /// Sponsors that go in a circle are reported, and the earliest of them has no parent.
     void Link(Problems& problems);
@@ -62,14 +63,18 @@ private:
     Index FindParent(Index index) const;
     Index FindSponsor(Index index) const;
     Index FindAdopter(Index index) const;
+    bool HasChildBetween(Index index, Microseconds begin, Microseconds end) const;
     bool RanAt(Index index, Microseconds time) const;
     void CutCircles(Problems& problems);
     bool BeganBefore(Index a, Index b) const;
 
     std::vector<Node> m_nodes;
     std::vector<Index> m_tops;
-    std::unordered_map<std::string_view, std::vector<Index>> m_byId;
-    std::unordered_map<std::string_view, std::vector<Index>> m_byRoot;
+    // Needed to link, and empty afterwards.
+    using IndicesByText = std::unordered_map<std::string_view, std::vector<Index>>;
+    IndicesByText m_byId;
+    IndicesByText m_byRoot;
+    IndicesByText m_bySponsor;
     Microseconds m_lastTime = 0;
 };
 

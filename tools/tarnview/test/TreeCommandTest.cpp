@@ -137,6 +137,49 @@ TEST_F(TreeCommandTest, WithoutItsSponsorAnActivityIsATopAndSaysSo) {
     EXPECT_THAT(tree, HasSubstr("\npart "));
 }
 
+// Two run one level above it at that time: the one that waits is its caller, not the later one that
+// is busy with something of its own.
+TEST_F(TreeCommandTest, WorkOfAnotherProcessLiesBelowWhatDoesNothingElse) {
+    TreeOptions options;
+    options.input.files = {
+        Write("front.log",
+              {{.name = "serve", .id = "R"},
+               {.name = "call", .id = "C", .sponsor = "R", .root = "R", .depth = 1},
+               {.name = "run",
+                .id = "W",
+                .sponsor = "R",
+                .root = "R",
+                .milliseconds = 1,
+                .thread = 2,
+                .depth = 1},
+               {.name = "fetch",
+                .id = "F",
+                .sponsor = "W",
+                .root = "R",
+                .milliseconds = 3,
+                .thread = 2,
+                .depth = 2}}),
+        Write("back.log",
+              {{.name = "answer",
+                .id = "B",
+                .sponsor = "B",
+                .root = "R",
+                .milliseconds = 2,
+                .process = 9,
+                .depth = 2},
+               {.phase = "end",
+                .name = "answer",
+                .id = "B",
+                .sponsor = "B",
+                .root = "R",
+                .milliseconds = 4,
+                .process = 9,
+                .depth = 2,
+                .elapsed = 2}})};
+
+    EXPECT_THAT(Rows(options), ElementsAre("serve", "  call", "    answer", "  run", "    fetch"));
+}
+
 TEST_F(TreeCommandTest, SponsorsInACircleAreReportedAndShownOnce) {
     TreeOptions options;
     options.input.files = {Write(

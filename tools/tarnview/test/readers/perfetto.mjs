@@ -1,0 +1,95 @@
+// The export for trace viewers, loaded into Perfetto's trace processor: SQL over what it has
+// understood gives the activities of the log, with their times, threads, nesting and arguments.
+import assert from "node:assert/strict";
+import { readFileSync } from "node:fs";
+import { join } from "node:path";
+import { readLogs } from "./log.mjs";
+import { logs, run, scratch, topRows } from "./setup.mjs";
+import { TraceProcessor } from "./trace-processor.mjs";
+
+const { activities, first } = readLogs(logs);
+const trace = join(scratch(), "trace.json");
+run("export", "--to", "chrome", "-o", trace, ...logs);
+const processor = await TraceProcessor.create();
+processor.load(readFileSync(trace));
+
+const complaints = processor.query(`
+  select name, value from stats
+  where (severity in ('error', 'data_loss') or name like 'flow%') and value != 0`);
+assert.deepEqual(complaints, []);
+
+const slices = processor.query(`
+  select slice.id as number, slice.parent_id as parent, slice.name as name, slice.ts as ts,
+         slice.dur as dur, slice.depth as depth, slice.category as category,
+         thread.tid as tid, process.pid as pid, process.name as process,
+         extract_arg(slice.arg_set_id, 'args.id') as id,
+         extract_arg(slice.arg_set_id, 'args.sponsor') as sponsor,
+         extract_arg(slice.arg_set_id, 'args.user') as user,
+         extract_arg(slice.arg_set_id, 'args.result') as result,
+         extract_arg(slice.arg_set_id, 'args.elapsed-ms') as elapsed,
+         extract_arg(slice.arg_set_id, 'args.exclusive-ms') as exclusive,
+         extract_arg(slice.arg_set_id, 'args.allocated-exclusive-bytes') as memory
+  from slice join thread_track on slice.track_id = thread_track.id
+             join thread using (utid) join process using (upid)`);
+assert.equal(slices.length, activities.length);
+
+// One by one. Times are nanoseconds from a beginning of the processor's own.
+const start = Math.min(...slices.map(it => it.ts));
+const bySlice = new Map(slices.map(it => [it.number, it]));
+const byId = new Map(slices.map(it => [it.id, it]));
+for (const activity of activities) {
+  const slice = byId.get(activity.id);
+  const what = `${activity.name} ${activity.id}`;
+  assert.ok(slice, `${what} is missing`);
+  assert.equal(slice.name, activity.name, what);
+  assert.equal((slice.ts - start) / 1000, activity.begin - first, what);
+  assert.equal(slice.dur / 1000, activity.duration, what);
+  assert.deepEqual([slice.pid, slice.tid], [activity.pid, activity.tid], what);
+  assert.equal(slice.process, `${activity.site} ${activity.pid}`, what);
+  assert.equal(slice.sponsor, activity.sponsor ?? null, what);
+  assert.equal(slice.user, activity.user === "-" ? null : activity.user, what);
+  assert.equal(slice.result, activity.result ?? "never ended", what);
+  const isFailed = !["ok", "early-termination", undefined].includes(activity.result);
+  assert.equal(slice.category, isFailed ? "failed" : "activity", what);
+  if (activity.end !== null) {
+    assert.equal(slice.elapsed, activity.elapsed / 1000, what);
+    assert.equal(slice.exclusive, activity.exclusive / 1000, what);
+    assert.equal(slice.memory, activity.res.alloc.ae, what);
+  }
+  // What ran on its sponsor's thread lies within it, unless it begins when that ends.
+  const { parent } = activity;
+  if (parent && !activity.isHandedOver && activity.begin < parent.lastKnown) {
+    assert.equal(bySlice.get(slice.parent)?.id, parent.id, `${what} lies elsewhere`);
+  } else {
+    assert.equal(slice.depth, 0, `${what} lies within something`);
+  }
+}
+
+// Arrows go from a sponsor to what it gave to another thread, and from what called the other
+// instance to what it did there; that names no sponsor, only the root.
+const arrows = new Set(processor.query("select slice_out, slice_in from flow").map(
+  ({ slice_out, slice_in }) => `${bySlice.get(slice_out)?.id} ${bySlice.get(slice_in)?.id}`));
+const handedOver = activities.filter(
+  it => it.isHandedOver && it.parent.begin <= it.begin && it.parent.lastKnown >= it.begin);
+for (const { id, parent } of handedOver) {
+  assert.ok(arrows.delete(`${parent.id} ${id}`), `there is no arrow to ${id}`);
+}
+const adopted = activities.filter(it => it.sponsor === it.id && it.root !== it.id);
+assert.equal(arrows.size, adopted.length);
+for (const arrow of arrows) {
+  const [from, to] = arrow.split(" ").map(id => byId.get(id));
+  assert.deepEqual([from.process.split(" ")[0], from.name, to.process.split(" ")[0], to.name],
+                   ["front", "call-peer", "back", "http-request"]);
+}
+
+// Sums, by SQL and by tarnview.
+const top = topRows();
+for (const { name, number, total } of processor.query(
+  "select name, count(*) as number, sum(dur) as total from slice group by name")) {
+  const row = top.get(name);
+  assert.equal(number, row.count + row.open, name);
+  if (row.open) continue;
+  assert.ok(total / 1e9 >= row.total_seconds && total / 1e9 < row.total_seconds + 0.002 * number,
+            `${name}: ${total} ns, top ${row.total_seconds} s`);
+}
+console.log(`${slices.length} slices, ${handedOver.length} handed over, ${adopted.length} adopted`);

@@ -1,0 +1,115 @@
+// The export for speedscope, opened in speedscope itself: the totals and self times that its page
+// shows are those of the log and of tarnview's own table.
+import assert from "node:assert/strict";
+import { join } from "node:path";
+import { Browser, findBrowser } from "./browser.mjs";
+import { serve } from "./files.mjs";
+import { ownTime, readLogs, sums } from "./log.mjs";
+import { logs, packageFolder, run, scratch, skip, topRows } from "./setup.mjs";
+
+const page = join(packageFolder("speedscope"), "dist", "release");
+if (!findBrowser()) skip("there is no Chromium");
+const { activities } = readLogs(logs);
+
+/** "1.23ms (45%)" as [value in nanoseconds or bytes, half of its last digit]. */
+function amount(text) {
+  const [, number, unit] = text.match(/^(?:([\d.]+) ?(ns|µs|ms|s|B|KB|MB|GB))/)?.slice(0) ?? [];
+  const factor = { ns: 1, µs: 1e3, ms: 1e6, s: 1e9, B: 1, KB: 1024, MB: 1024 ** 2,
+                   GB: 1024 ** 3 }[unit];
+  assert.ok(factor, `the page shows '${text}'`);
+  return [number * factor, 0.0051 * factor];
+}
+
+function assertShown(text, expected, what) {
+  const [value, slack] = amount(text);
+  assert.ok(Math.abs(value - expected) <= slack, `${what}: the page shows ${text}, not ${expected}`);
+  return [value, slack];
+}
+
+const profile = join(scratch(), "profile.json");
+run("export", "--to", "speedscope", "-o", profile, ...logs);
+const server = await serve(page, { "profile.json": profile });
+const browser = await Browser.open();
+await browser.load(`${server.url}index.html#profileURL=${encodeURIComponent(server.url)}profile.json`);
+await browser.until("document.body.innerText.includes('Sandwich')");
+await browser.press("3");
+
+// Each profile's table: [total, self, name] a row.
+const readTable = `(() => {
+  const heading = [...document.querySelectorAll("table")].find(
+    it => it.innerText.includes("Symbol Name"));
+  return [...heading?.parentElement.querySelectorAll("tr") ?? []]
+    .map(row => [...row.querySelectorAll("td")].map(it => it.innerText.trim()))
+    .filter(cells => cells.length === 3); })()`;
+const readTitle = "document.body.innerText.match(/^(.*) \\((\\d+)\\/(\\d+)\\)$/m)?.slice(1)";
+const profiles = new Map();
+let [, , count] = await browser.until(readTitle);
+for (let number = 1; number <= Number(count); ++number) {
+  const [title] = await browser.until(`(${readTitle})?.[1] === "${number}" && ${readTitle}`);
+  // The table is drawn with the title or right after it.
+  await browser.evaluate(`new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)))`);
+  const rows = await browser.until(`(rows => rows.length && rows)(${readTable})`);
+  profiles.set(title, rows);
+  await browser.press("n");
+}
+assert.deepEqual(browser.errors, []);
+await browser.close();
+await server.close();
+
+// Thread by thread against the log.
+const threads = new Map();
+for (const activity of activities) {
+  const key = `process ${activity.pid} thread ${activity.tid}`;
+  threads.set(key, [...(threads.get(key) ?? []), activity]);
+}
+const processes = new Set(activities.map(it => it.pid));
+assert.deepEqual([...profiles.keys()].sort(),
+                 [...threads.keys(), ...[...processes].map(it => `process ${it} memory allocated`)].sort());
+const shown = new Map();  // by name: sums of what the page shows
+for (const [title, its] of threads) {
+  const totals = sums(its, it => it.name, it => it.duration * 1000);
+  const own = sums(its, it => it.name, it => ownTime(it, its) * 1000);
+  assert.deepEqual(profiles.get(title).map(row => row[2]).sort(), [...totals.keys()].sort(), title);
+  for (const [total, self, name] of profiles.get(title)) {
+    const sum = shown.get(name) ?? { total: 0, self: 0, slack: 0 };
+    const [totalShown, slack] = assertShown(total, totals.get(name), `total of ${name} in ${title}`);
+    const [selfShown] = assertShown(self, own.get(name), `self time of ${name} in ${title}`);
+    shown.set(name, { total: sum.total + totalShown, self: sum.self + selfShown,
+                      slack: sum.slack + slack });
+  }
+}
+
+// And together against tarnview's table, in which times are cut to milliseconds.
+const top = topRows();
+let compared = 0;
+for (const [name, { total, self, slack }] of shown) {
+  const row = top.get(name);
+  const number = activities.filter(it => it.name === name).length;
+  const children = activities.filter(it => it.parent?.name === name).length;
+  if (row.open) continue;  // these have no total in the table
+  ++compared;
+  const totalSeconds = total / 1e9, selfSeconds = self / 1e9, room = slack / 1e9;
+  assert.ok(totalSeconds >= row.total_seconds - room &&
+            totalSeconds <= row.total_seconds + 0.002 * number + room,
+            `${name}: speedscope ${totalSeconds} s, top ${row.total_seconds} s`);
+  assert.ok(Math.abs(selfSeconds - row.exclusive_seconds) <= 0.002 * (number + children) + room,
+            `${name}: speedscope ${selfSeconds} s itself, top ${row.exclusive_seconds} s`);
+}
+assert.ok(compared >= 5, "too few names to compare");
+
+// Memory: bytes that each name allocated itself.
+const memory = new Map();
+for (const [title, rows] of profiles) {
+  for (const [, self, name] of title.includes("memory") ? rows : []) {
+    const [value, slack] = amount(self);
+    const sum = memory.get(name) ?? [0, 0];
+    memory.set(name, [sum[0] + value, sum[1] + slack]);
+  }
+}
+for (const [name, row] of top) {
+  const [value, slack] = memory.get(name) ?? [0, 0];
+  assert.ok(Math.abs(value - row.memory_exclusive_bytes) <= slack,
+            `${name}: speedscope ${value} bytes, top ${row.memory_exclusive_bytes}`);
+}
+console.log(`${profiles.size} profiles, ${shown.size} names, ${compared} compared with top, ` +
+            `${activities.length} activities`);
