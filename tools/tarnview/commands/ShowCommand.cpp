@@ -36,7 +36,7 @@ public:
         const Activity& activity = m_forest[index];
         m_context.out << m_context.terminal.Paint(OnOneLine(activity.name), Colour::Bold) << '\n';
         PrintIdentity(activity);
-        PrintTimes(activity);
+        PrintTimes(index);
         PrintResult(activity);
         PrintFigures(activity.figures);
         PrintTable("environment", activity.environment);
@@ -70,7 +70,8 @@ private:
         PrintField("req-desc", activity.description);
     }
 
-    void PrintTimes(const Activity& activity) {
+    void PrintTimes(Index index) {
+        const Activity& activity = m_forest[index];
         const auto at = [](const Place& place) {
             return "  (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
         };
@@ -83,7 +84,8 @@ private:
                                    : "never ended");
         if (activity.hasEnd) {
             PrintField("elapsed", FormatDuration(static_cast<double>(activity.Duration()) / 1e6));
-            PrintField("exclusive", std::to_string(std::llround(activity.exclusive * 1e3)) + " ms");
+            PrintField("exclusive",
+                       FormatDuration(static_cast<double>(m_forest.ExclusiveTime(index)) / 1e6));
         }
     }
 
@@ -109,7 +111,7 @@ private:
             return;
         }
         const auto calls = [](double count) {
-            return " in " + std::to_string(std::llround(count)) + " calls";
+            return " in " + std::to_string(std::llround(count)) + (count == 1 ? " call" : " calls");
         };
         const auto pair = [](const std::string& inclusive, const std::string& exclusive) {
             return inclusive + ", exclusive " + exclusive;

@@ -21,14 +21,14 @@ std::string FrameOf(std::string name) {
     return name;
 }
 
-long long WeightOf(const Activity& activity, FoldedWeight weight) {
+long long WeightOf(const ActivityForest& forest, Index index, FoldedWeight weight) {
     switch (weight) {
         case FoldedWeight::Time:
-            return std::llround(activity.exclusive * 1e6);
+            return forest.ExclusiveTime(index);
         case FoldedWeight::Cpu:
-            return std::llround(activity.figures.CpuExclusive());
+            return std::llround(forest[index].figures.CpuExclusive());
         case FoldedWeight::Memory:
-            return std::llround(activity.figures.ae);
+            return std::llround(forest[index].figures.ae);
     }
     return 0;
 }
@@ -45,7 +45,7 @@ void ExportFolded(const ActivityForest& forest, FoldedWeight weight, std::ostrea
             path += (level == 0 ? "" : ";") + FrameOf(forest[index].name);
             lengths.resize(level);
             lengths.push_back(path.size());
-            stacks[path] += WeightOf(forest[index], weight);
+            stacks[path] += WeightOf(forest, index, weight);
         }
     }
     for (const auto& [path, sum] : stacks) {

@@ -29,31 +29,14 @@ bool SaysSomething(std::string_view name, const element& value) {
     return name != "sDepth" && name != "logs" && TextOf(value) != "-";
 }
 
-std::vector<std::string> SupplementsOf(const std::string& body) {
-    std::vector<std::string> supplements;
-    simdjson::dom::parser parser;
-    simdjson::dom::array logs;
-    if (parser.parse(body)["logs"].get(logs) == simdjson::SUCCESS) {
-        for (const element supplement : logs) {
-            supplements.push_back(PairsOf(simdjson::minify(supplement)));
-        }
-    }
-    return supplements;
-}
-
 std::string DurationText(const Activity& activity) {
     return activity.hasEnd ? FormatDuration(static_cast<double>(activity.Duration()) / 1e6) : "?";
 }
 
-// Exclusive times have no finer form than milliseconds.
-std::string ExclusiveText(const Activity& activity) {
-    if (!activity.hasEnd) {
-        return "?";
-    }
-    const double seconds = activity.exclusive;
-    return seconds > -0.9995 && seconds < 0.9995
-               ? std::to_string(std::llround(seconds * 1e3)) + " ms"
-               : FormatDuration(seconds);
+std::string ExclusiveText(const ActivityForest& forest, ActivityForest::Index index) {
+    return forest[index].hasEnd
+               ? FormatDuration(static_cast<double>(forest.ExclusiveTime(index)) / 1e6)
+               : "?";
 }
 
 std::string FigureText(const Activity& activity, const std::string& text) {
@@ -83,6 +66,18 @@ std::string PairsOf(const std::string& table) {
         }
     }
     return pairs;
+}
+
+std::vector<std::string> SupplementsOf(const std::string& body) {
+    std::vector<std::string> supplements;
+    simdjson::dom::parser parser;
+    simdjson::dom::array logs;
+    if (parser.parse(body)["logs"].get(logs) == simdjson::SUCCESS) {
+        for (const element supplement : logs) {
+            supplements.push_back(PairsOf(simdjson::minify(supplement)));
+        }
+    }
+    return supplements;
 }
 
 std::string OutcomeOf(const Activity& activity) {
@@ -162,7 +157,7 @@ void TreePrinter::PrintRow(const ActivityForest& forest,
     const std::size_t indent = std::min(2 * step.level, deepestIndent);
     const std::string figures[] = {
         DurationText(activity),
-        ExclusiveText(activity),
+        ExclusiveText(forest, step.index),
         FigureText(activity, FormatDuration(activity.figures.CpuInclusive() / 1e6)),
         FigureText(activity, FormatBytes(activity.figures.ai)),
     };

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 namespace tarnview {
 
@@ -49,5 +50,8 @@ std::string OutcomeOf(const Activity& activity);
 /// The members of a JSON table as "name=value", parted by blanks; those that say nothing are left
 /// out. A table that is broken reads "(unreadable)".
 std::string PairsOf(const std::string& table);
+
+/// The pairs of each log supplement in the JSON table of an end line's attributes.
+std::vector<std::string> SupplementsOf(const std::string& body);
 
 }  // namespace tarnview

@@ -102,14 +102,24 @@ private:
         json.Number(static_cast<long long>(m_levels[index]));
         json.Number(static_cast<long long>(span.begin - m_base));
         json.Number(static_cast<long long>(span.end - span.begin));
-        json.Number(std::llround(activity.exclusive * 1e6));
+        json.Number(static_cast<long long>(m_forest.ExclusiveTime(index)));
         json.Number(std::llround(activity.figures.CpuExclusive()));
         json.Number(std::llround(activity.figures.ae));
         json.Number(TextNumber(activity.hasEnd ? activity.result : "never ended"));
         json.Number(TextNumber(PairsOf(activity.resultDetails)));
         WriteMore(json, activity);
-        json.Boolean(!activity.hasEnd || activity.result != "ok");
+        json.Number(StateOf(activity));
+        json.Number(std::llround(activity.figures.CpuInclusive()));
+        json.Number(std::llround(activity.figures.ai));
         json.EndArray();
+    }
+
+    // 0: good, 1: failed, 2: terminated early, 3: never ended.
+    static long long StateOf(const Activity& activity) {
+        if (!activity.hasEnd) {
+            return 3;
+        }
+        return activity.IsEarlyTermination() ? 2 : activity.IsFailure() ? 1 : 0;
     }
 
     void WriteMore(Json& json, const Activity& activity) {
@@ -119,12 +129,19 @@ private:
                 json.Member(name, TextNumber(text));
             }
         };
-        add("user", activity.user);
-        add("request", activity.request);
         add("about", activity.description);
+        add("user", activity.user);
+        add("site", activity.site);
+        add("session", activity.session);
+        add("request", activity.request);
         add("attributes", PairsOf(activity.attributes));
         add("given at begin", PairsOf(activity.beginBody));
         add("added", PairsOf(activity.endBody));
+        std::string supplements;
+        for (const std::string& supplement : SupplementsOf(activity.endBody)) {
+            supplements.append(supplements.empty() ? "" : "\n").append(supplement);
+        }
+        add("supplements", supplements);
         json.EndObject();
     }
 

@@ -1,78 +1,22 @@
-"use strict";
-// The data: texts are numbers of entries in `texts`; times are microseconds from `base` on.
-const data = JSON.parse(document.getElementById("data").textContent);
-const rows = data.activities.map((r, index) => ({
-  index, id: r[0], name: data.texts[r[1]], parent: r[2], lane: r[3], level: r[4], begin: r[5],
-  length: r[6], exclusive: r[7], cpu: r[8], memory: r[9], result: data.texts[r[10]],
-  detail: data.texts[r[11]], more: r[12], failed: r[13], children: []}));
-for (const row of rows) if (row.parent >= 0) rows[row.parent].children.push(row.index);
-const end = rows.reduce((last, row) => Math.max(last, row.begin + row.length), 1);
-const element = id => document.getElementById(id);
-const dark = matchMedia("(prefers-color-scheme: dark)");
-
-function duration(us) {
-  if (Math.abs(us) < 1e3) return Math.round(us) + " us";
-  if (Math.abs(us) < 1e6) return (us / 1e3).toPrecision(3) + " ms";
-  return (us / 1e6).toPrecision(4) + " s";
-}
-function bytes(count) {
-  const units = ["B", "kB", "MB", "GB", "TB"];
-  let unit = 0;
-  while (Math.abs(count) >= 1000 && unit < 4) { count /= 1000; ++unit; }
-  return (unit ? count.toPrecision(3) : count) + " " + units[unit];
-}
-const hues = new Map();
-function colour(name, failed) {
-  if (failed) return dark.matches ? "#b3403a" : "#e57368";
-  if (!hues.has(name)) {
-    let hash = 7;
-    for (const letter of name) hash = (hash * 31 + letter.codePointAt(0)) >>> 0;
-    hues.set(name, 40 + hash % 290);
-  }
-  return `hsl(${hues.get(name)} ${dark.matches ? "45% 36%" : "60% 74%"})`;
-}
-const ink = () => getComputedStyle(document.body).color;
-
-function prepare(canvas, height) {
-  const scale = devicePixelRatio || 1, width = canvas.clientWidth;
-  canvas.style.height = height + "px";
-  canvas.width = width * scale; canvas.height = height * scale;
-  const context = canvas.getContext("2d");
-  context.scale(scale, scale);
-  context.font = "11px system-ui, sans-serif";
-  context.textBaseline = "middle";
-  return {context, width};
-}
-function box(context, x, y, width, height, text, fill, isMarked) {
-  context.fillStyle = fill;
-  context.fillRect(x, y, Math.max(width, 0.7), height - 1);
-  if (isMarked) {
-    context.strokeStyle = ink(); context.lineWidth = 2;
-    context.strokeRect(x + 1, y + 1, Math.max(width - 2, 1), height - 3);
-  }
-  if (width > 24) {
-    context.fillStyle = ink();
-    const room = Math.floor((width - 4) / 6);
-    context.fillText(text.length > room ? text.slice(0, room - 1) + "\u2026" : text, x + 3, y + height / 2);
-  }
-}
-
-// Timeline: a band for each lane, as high as its activities are nested.
-const labelWidth = 150, rowHeight = 16, axisHeight = 20;
+// Timeline: a band for each lane, as high as its activities are nested. The canvas is as large as
+// what can be seen of it, however many lanes there are.
+const labelWidth = 150, rowHeight = 16, axisHeight = 20, laneGap = 6;
 const lanes = data.lanes.map((name, index) => ({name, rows: [], depth: 1, top: 0, index}));
 for (const row of rows) {
   lanes[row.lane].rows.push(row);
   lanes[row.lane].depth = Math.max(lanes[row.lane].depth, row.level + 1);
 }
-let height = axisHeight;
+let fullHeight = axisHeight;
 for (const lane of lanes) {
   lane.rows.sort((a, b) => a.begin - b.begin || a.level - b.level);
   let latest = -1;  // so that what ended before the view can be passed over
   lane.ends = lane.rows.map(row => latest = Math.max(latest, row.begin + row.length));
-  lane.top = height;
-  height += lane.depth * rowHeight + 6;
+  lane.top = fullHeight;
+  fullHeight += lane.depth * rowHeight + laneGap;
 }
-const canvas = element("timeline");
+const canvas = element("timeline"), scroller = element("lanes");
+element("strip").style.height = fullHeight + "px";
+scroller.style.height = Math.min(fullHeight + 2, 420) + "px";
 let view = {from: 0, to: end}, chosen = -1, found = new Set(), foundList = [], at = -1;
 
 function firstVisible(lane) {
@@ -83,41 +27,83 @@ function firstVisible(lane) {
   }
   return low;
 }
-function drawTimeline() {
-  const {context, width} = prepare(canvas, height);
-  const scale = (width - labelWidth) / (view.to - view.from);
-  context.clearRect(0, 0, width, height);
-  context.fillStyle = ink();
-  const ticks = Math.max(2, Math.floor((width - labelWidth) / 120));
-  for (let tick = 0; tick < ticks; ++tick) {
-    const time = view.from + (view.to - view.from) * tick / ticks;
-    context.fillText(duration(time), labelWidth + (width - labelWidth) * tick / ticks, axisHeight / 2);
-  }
-  let drawn = 0;
-  for (const lane of lanes) {
-    context.fillStyle = ink();
-    context.fillText(lane.name, 4, lane.top + rowHeight / 2, labelWidth - 8);
-    context.save();
-    context.beginPath();
-    context.rect(labelWidth, lane.top, width - labelWidth, lane.depth * rowHeight);
-    context.clip();
-    const last = [];  // of each level the pixel that is drawn already
-    for (let index = firstVisible(lane); index < lane.rows.length; ++index) {
-      const row = lane.rows[index];
-      if (row.begin > view.to) break;
-      const x = labelWidth + (row.begin - view.from) * scale, wide = row.length * scale;
-      const isSpecial = row.failed || row.index === chosen || found.has(row.index);
-      if (!isSpecial && x + wide < (last[row.level] ?? -1e9)) continue;
-      last[row.level] = x + Math.max(wide, 0.7);
-      box(context, x, lane.top + row.level * rowHeight, wide, rowHeight, row.name,
-          colour(row.name, row.failed), row.index === chosen || found.has(row.index));
-      ++drawn;
+
+// Ticks at round times, a hundred pixels apart or more.
+function drawAxis(context, width, height) {
+  const span = view.to - view.from, room = width - labelWidth;
+  const rough = Math.max(span * 100 / room, 1), power = 10 ** Math.floor(Math.log10(rough));
+  const step = [1, 2, 5, 10].find(it => it * power >= rough) * power;
+  const [unit, name] = view.to >= 1e6 ? [1e6, "s"] : view.to >= 1e3 ? [1e3, "ms"] : [1, "us"];
+  const digits = Math.max(0, Math.round(Math.log10(unit) - Math.floor(Math.log10(step))));
+  for (let time = Math.ceil(view.from / step) * step; time <= view.to; time += step) {
+    const x = labelWidth + (time - view.from) / span * room;
+    context.fillStyle = style("--line");
+    context.fillRect(Math.round(x), axisHeight - 4, 1, height);
+    context.fillStyle = style("--faint");
+    if (x + 50 < width) {
+      context.fillText(`${(time / unit).toFixed(time ? digits : 0)} ${name}`, x + 3, axisHeight / 2);
     }
-    context.restore();
   }
+}
+
+function drawLane(context, lane, top, width, scale, ink, mark) {
+  const seen = [];  // of each level the pixel up to which it is drawn already
+  const marked = [];
+  let drawn = 0;
+  for (let index = firstVisible(lane); index < lane.rows.length; ++index) {
+    const row = lane.rows[index];
+    if (row.begin > view.to) break;
+    const x = labelWidth + (row.begin - view.from) * scale, wide = row.length * scale;
+    const isMarked = row.index === chosen || found.has(row.index);
+    // Where many share a pixel the first is drawn, and each that failed.
+    if (!isMarked && row.state !== 1 && x + wide < (seen[row.level] ?? -1e9)) continue;
+    seen[row.level] = x + Math.max(wide, 1);
+    const left = Math.max(x, labelWidth), right = Math.min(x + wide, width);
+    const y = top + row.level * rowHeight;
+    box(context, left, y, right - left, rowHeight, row.name,
+        colour(row.name, row.state, wide < 4), row.state === 1 ? "#fff" : ink);
+    if (isMarked) marked.push([row.index === chosen ? ink : mark, left, y, right - left]);
+    ++drawn;
+  }
+  for (const [stroke, x, y, wide] of marked) {
+    context.strokeStyle = stroke;
+    context.lineWidth = 2;
+    context.strokeRect(x + 1, y + 1, Math.max(wide - 2, 1), rowHeight - 3);
+  }
+  return drawn;
+}
+
+function drawTimeline() {
+  const width = scroller.clientWidth, height = scroller.clientHeight, scroll = scroller.scrollTop;
+  const context = prepare(canvas, width, height);
+  const scale = (width - labelWidth) / (view.to - view.from);
+  const ink = style("--text"), mark = style("--mark"), line = style("--line");
+  drawAxis(context, width, height);
+  context.save();
+  context.beginPath();
+  context.rect(0, axisHeight, width, height - axisHeight);
+  context.clip();
+  let drawn = 0, process = null;
+  for (const lane of lanes) {
+    const top = lane.top - scroll;
+    const its = lane.name.slice(0, lane.name.indexOf(":"));
+    const isNewProcess = process !== null && its !== process;
+    process = its;
+    if (top > height || top + lane.depth * rowHeight < axisHeight) continue;
+    if (isNewProcess) {
+      context.fillStyle = line;
+      context.fillRect(0, top - laneGap / 2, width, 1);
+    }
+    context.fillStyle = ink;
+    context.fillText(lane.name, 4, top + rowHeight / 2, labelWidth - 8);
+    drawn += drawLane(context, lane, top, width, scale, ink, mark);
+  }
+  context.restore();
   canvas.dataset.drawn = drawn;
+  canvas.dataset.from = view.from;
   canvas.dataset.span = view.to - view.from;
 }
+
 function clampView() {
   const span = Math.min(Math.max(view.to - view.from, 5), end);
   view.from = Math.min(Math.max(view.from, 0), end - span);
@@ -134,31 +120,24 @@ function move(share) {
   view = {from: view.from + step, to: view.to + step};
   clampView();
 }
+function showAll() { view = {from: 0, to: end}; clampView(); }
+
+/** Brings an activity into view, with some time around it. */
 function reveal(row) {
   const span = Math.max(row.length * 1.6, 20);
   view = {from: row.begin - (span - row.length) / 2, to: row.begin - (span - row.length) / 2 + span};
+  const top = lanes[row.lane].top + row.level * rowHeight;
+  if (top - scroller.scrollTop < axisHeight || top + rowHeight > scroller.scrollTop + scroller.clientHeight) {
+    scroller.scrollTop = top - scroller.clientHeight / 3;
+  }
   clampView();
-  element("lanes").scrollTop = lanes[row.lane].top - 60;
-}
-function choose(index, isRevealed) {
-  chosen = index;
-  const row = rows[index], chain = [];
-  for (let next = row.parent; next >= 0; next = rows[next].parent) chain.push(rows[next].name);
-  const lines = [
-    ["name", row.name], ["id", row.id], ["result", row.result + (row.detail ? ": " + row.detail : "")],
-    ["begin", duration(row.begin) + " after the first"], ["elapsed", duration(row.length)],
-    ["exclusive", duration(row.exclusive)], ["cpu, exclusive", duration(row.cpu)],
-    ["memory, exclusive", bytes(row.memory)], ["where", lanes[row.lane].name],
-    ["within", chain.join(" < ") || "-"], ["children", row.children.length],
-    ...Object.entries(row.more).map(([name, text]) => [name, data.texts[text]])];
-  element("details").textContent = lines.map(([name, text]) => name.padEnd(20) + text).join("\n");
-  if (isRevealed) reveal(row); else drawTimeline();
 }
 function rowAt(x, y) {
-  const lane = lanes.find(it => y >= it.top && y < it.top + it.depth * rowHeight);
-  if (!lane || x < labelWidth) return -1;
-  const level = Math.floor((y - lane.top) / rowHeight);
-  const span = view.to - view.from, width = canvas.clientWidth - labelWidth;
+  const inside = y + scroller.scrollTop;
+  const lane = lanes.find(it => inside >= it.top && inside < it.top + it.depth * rowHeight);
+  if (!lane || x < labelWidth || y < axisHeight) return -1;
+  const level = Math.floor((inside - lane.top) / rowHeight);
+  const span = view.to - view.from, width = scroller.clientWidth - labelWidth;
   const time = view.from + (x - labelWidth) / width * span, slack = 2 * span / width;
   let best = -1, distance = Infinity;
   for (let index = firstVisible(lane); index < lane.rows.length; ++index) {
@@ -169,23 +148,40 @@ function rowAt(x, y) {
   }
   return best;
 }
-let drag = null;
+
+scroller.addEventListener("scroll", drawTimeline);
+new ResizeObserver(drawTimeline).observe(scroller);
 canvas.addEventListener("wheel", event => {
-  if (!event.ctrlKey && event.shiftKey) return;
+  const sideways = event.shiftKey ? event.deltaY || event.deltaX : event.deltaX;
+  if (event.ctrlKey) {
+    zoom(event.deltaY > 0 ? 1.25 : 0.8,
+         Math.max(0, (event.offsetX - labelWidth) / (scroller.clientWidth - labelWidth)));
+  } else if (Math.abs(sideways) > 0 && (event.shiftKey || Math.abs(event.deltaX) > Math.abs(event.deltaY))) {
+    move(sideways / 800);
+  } else {
+    return;  // the lanes scroll, or the page
+  }
   event.preventDefault();
-  zoom(event.deltaY > 0 ? 1.25 : 0.8,
-       Math.max(0, (event.offsetX - labelWidth) / (canvas.clientWidth - labelWidth)));
 }, {passive: false});
+
+let drag = null;
 canvas.addEventListener("pointerdown", event => {
-  drag = {x: event.offsetX, from: view.from, moved: false};
+  drag = {x: event.offsetX, y: event.clientY, from: view.from, scroll: scroller.scrollTop, moved: false};
   canvas.setPointerCapture(event.pointerId);
 });
 canvas.addEventListener("pointermove", event => {
-  if (!drag || Math.abs(event.offsetX - drag.x) < 3 && !drag.moved) return;
+  if (!drag) {
+    const hit = rowAt(event.offsetX, event.offsetY);
+    canvas.title = hit < 0 ? "" : `${rows[hit].name}: ${duration(rows[hit].length)}` +
+      (rows[hit].state ? `, ${rows[hit].result}` : "");
+    return;
+  }
+  if (Math.abs(event.offsetX - drag.x) + Math.abs(event.clientY - drag.y) < 4 && !drag.moved) return;
   drag.moved = true;
   const span = view.to - view.from;
-  const from = drag.from - (event.offsetX - drag.x) / (canvas.clientWidth - labelWidth) * span;
+  const from = drag.from - (event.offsetX - drag.x) / (scroller.clientWidth - labelWidth) * span;
   view = {from, to: from + span};
+  scroller.scrollTop = drag.scroll - (event.clientY - drag.y);
   clampView();
 });
 canvas.addEventListener("pointerup", event => {
@@ -193,47 +189,7 @@ canvas.addEventListener("pointerup", event => {
   drag = null;
   if (hit >= 0) choose(hit, false);
 });
-// From the chosen one: up and down the tree, and to what came before and after it.
-function step(key) {
-  if (chosen < 0) return choose(0, true);
-  const row = rows[chosen];
-  const siblings = row.parent >= 0 ? rows[row.parent].children
-                                   : rows.filter(it => it.parent < 0).map(it => it.index);
-  const place = siblings.indexOf(chosen);
-  const next = {p: row.parent, c: row.children[0], k: siblings[place - 1], j: siblings[place + 1]}[key];
-  if (next >= 0) choose(next, true);
-}
-document.addEventListener("keydown", event => {
-  if (event.target.matches("input, select") || event.ctrlKey || event.metaKey || event.altKey) return;
-  const actions = {"+": () => zoom(0.6), "=": () => zoom(0.6), "-": () => zoom(1.6),
-    "0": () => { view = {from: 0, to: end}; clampView(); }, n: () => nextHit(),
-    "/": () => element("search").focus(), ArrowLeft: () => move(-0.2), ArrowRight: () => move(0.2)};
-  for (const key of "pckj") actions[key] = () => step(key);
-  if (actions[event.key]) { event.preventDefault(); actions[event.key](); }
+canvas.addEventListener("dblclick", event => {
+  const hit = rowAt(event.offsetX, event.offsetY);
+  if (hit >= 0) choose(hit, true);
 });
-canvas.addEventListener("keydown", event => { if (event.key === "Enter") step("c"); });
-element("in").onclick = () => zoom(0.6);
-element("out").onclick = () => zoom(1.6);
-element("all").onclick = () => { view = {from: 0, to: end}; clampView(); };
-
-function find() {
-  const text = element("search").value.toLowerCase();
-  foundList = text ? rows.filter(row => row.name.toLowerCase().includes(text) ||
-                                        row.id.toLowerCase().startsWith(text)).map(row => row.index) : [];
-  found = new Set(foundList);
-  at = -1;
-  element("hits").textContent = text ? foundList.length + " found" : "";
-  drawTimeline();
-}
-function nextHit() {
-  if (!foundList.length) return;
-  at = (at + 1) % foundList.length;
-  element("hits").textContent = `${at + 1} of ${foundList.length}`;
-  choose(foundList[at], true);
-}
-element("search").addEventListener("input", find);
-element("search").addEventListener("keydown", event => {
-  if (event.key === "Enter") nextHit();
-  if (event.key === "Escape") canvas.focus();
-});
-element("next").onclick = nextHit;

@@ -230,7 +230,12 @@ TEST_F(ExportTest, ASemicolonInANameDoesNotPartTheStack) {
     EXPECT_EQ(Export(ExportFormat::Folded,
                      {Write("a.log",
                             {{.name = "a;b", .id = "A"},
-                             {.phase = "end", .name = "a;b", .id = "A", .exclusive = 1}})}),
+                             {.phase = "end",
+                              .name = "a;b",
+                              .id = "A",
+                              .milliseconds = 1,
+                              .elapsed = 1,
+                              .exclusive = 1}})}),
               "a_b 1000\n");
 }
 

@@ -47,7 +47,9 @@ TEST_F(ReportTest, ThePageHoldsEveryActivityOnce) {
         EXPECT_EQ(row[8], 500);
         EXPECT_EQ(row[9], 70);
         EXPECT_EQ(data["texts"][row[10].get<std::size_t>()], "exception");
-        EXPECT_EQ(row[13], true);
+        EXPECT_EQ(row[13], 1) << "failed";
+        EXPECT_EQ(row[14], 500);
+        EXPECT_EQ(row[15], 70);
     }
     EXPECT_TRUE(isFound);
 }

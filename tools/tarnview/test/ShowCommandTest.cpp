@@ -22,21 +22,20 @@ constexpr const char* idStart = "00000000-0000-4000-8000-00000000000";
 TEST_F(ShowCommandTest, AllThatIsKnownIsShown) {
     ASSERT_EQ(Show(std::string(idStart) + "2"), exitSuccess);
 
-    for (const char* const line :
-         {"price\n",
-          "  depth           1\n",
-          "  process         100\n",
-          "  user            ada\n",
-          "shop.log:3)\n",
-          "shop.log:5)\n",
-          "  elapsed         20.0 ms\n",
-          "  result          ok\n",
-          "  allocated       200 B in 1 calls, exclusive 200 B in 1 calls\n",
-          "  cpu in program  2.00 ms, exclusive 2.00 ms\n",
-          "body at begin\n  items           3\n",
-          "supplements\n  begin=2026-03-01T10:00:00.020000+00:00 "
-          "currency=EUR rate=1.5\n",
-          "sponsors, the nearest first\n"}) {
+    for (const char* const line : {"price\n",
+                                   "  depth           1\n",
+                                   "  process         100\n",
+                                   "  user            ada\n",
+                                   "shop.log:3)\n",
+                                   "shop.log:5)\n",
+                                   "  elapsed         20.0 ms\n",
+                                   "  result          ok\n",
+                                   "  allocated       200 B in 1 call, exclusive 200 B in 1 call\n",
+                                   "  cpu in program  2.00 ms, exclusive 2.00 ms\n",
+                                   "body at begin\n  items           3\n",
+                                   "supplements\n  begin=2026-03-01T10:00:00.020000+00:00 "
+                                   "currency=EUR rate=1.5\n",
+                                   "sponsors, the nearest first\n"}) {
         EXPECT_THAT(Output(), HasSubstr(line));
     }
     EXPECT_THAT(Output(), Not(HasSubstr("body at end")));

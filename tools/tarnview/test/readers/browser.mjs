@@ -143,8 +143,9 @@ export class Browser {
     await move("mouseReleased", to);
   }
 
-  async wheel(x, y, deltaY) {
-    await this.send("Input.dispatchMouseEvent", { type: "mouseWheel", x, y, deltaX: 0, deltaY });
+  async wheel(x, y, deltaY, { ctrl = false } = {}) {
+    await this.send("Input.dispatchMouseEvent",
+                    { type: "mouseWheel", x, y, deltaX: 0, deltaY, modifiers: ctrl ? 2 : 0 });
   }
 
   /** The middle of an element, as coordinates for click(). */

@@ -1,0 +1,145 @@
+// The report page of the sample in a browser, light and dark, used with keys and the mouse as a
+// reader would; what it shows is compared with the log.
+import assert from "node:assert/strict";
+import { join } from "node:path";
+import { pathToFileURL } from "node:url";
+import { Browser, findBrowser } from "./browser.mjs";
+import { ownTime, readLogs, sums } from "./log.mjs";
+import { logs, run, scratch, skip } from "./setup.mjs";
+
+if (!findBrowser()) skip("there is no Chromium");
+const page = join(scratch(), "report.html");
+run("report", "-o", page, ...logs);
+const { activities } = readLogs(logs);
+const ended = activities.filter(it => it.end !== null);
+const browser = await Browser.open();
+const shown = name => browser.evaluate(`Number(document.getElementById("timeline").dataset.${name})`);
+const text = selector => browser.evaluate(`document.querySelector(${JSON.stringify(selector)}).innerText`);
+const detail = async name => browser.evaluate(`[...document.querySelectorAll("#details dt")]
+  .find(it => it.innerText === ${JSON.stringify(name)})?.nextSibling.innerText`);
+
+async function usesKeys() {
+  assert.ok(await shown("drawn") > 20);
+  const whole = await shown("span");
+  await browser.press("+");
+  assert.ok(await shown("span") < whole);
+  const from = await shown("from");
+  assert.ok(Math.abs(from + await shown("span") / 2 - whole / 2) < 1, "the middle has moved");
+  await browser.press("ArrowRight");
+  assert.ok(await shown("from") > from);
+  await browser.press("-");
+  await browser.press("0");
+  assert.deepEqual([await shown("from"), await shown("span")], [0, whole]);
+
+  await browser.press("/");
+  await browser.type("call-p");
+  const calls = ended.filter(it => it.name === "call-peer").sort((a, b) => a.begin - b.begin);
+  assert.equal(await text("#hits"), `${calls.length} found`);
+  await browser.press("Enter");
+  assert.equal(await text("#hits"), `1 of ${calls.length}`);
+  assert.equal(await detail("id"), calls[0].id);
+  await browser.press("Escape");
+  await browser.press("p");
+  assert.equal(await detail("id"), calls[0].sponsor);
+  await browser.press("c");
+  await browser.press("j");
+  const siblings = activities.filter(it => it.sponsor === calls[0].sponsor)
+    .sort((a, b) => a.begin - b.begin);
+  assert.equal(await detail("id"), siblings[1].id);
+  await browser.press("k");
+  assert.equal(await detail("id"), siblings[0].id);
+}
+
+async function usesTheMouse() {
+  await browser.press("0");
+  const { id, name } = ended.filter(it => it.name === "load").at(-1);
+  const [x, y] = await browser.evaluate(`(() => {
+    const row = rows.find(it => it.id === "${id}"), place = canvas.getBoundingClientRect();
+    scroller.scrollIntoView({block: "start"});
+    scroller.scrollTop = lanes[row.lane].top - 40;
+    const box = canvas.getBoundingClientRect(), scale = (box.width - labelWidth) / end;
+    return [box.x + labelWidth + (row.begin + row.length / 2) * scale,
+            box.y + lanes[row.lane].top - scroller.scrollTop + row.level * rowHeight + 8]; })()`);
+  await browser.click(x, y);
+  assert.deepEqual([await detail("name"), await detail("id")], [name, id]);
+  const span = await shown("span");
+  await browser.wheel(x, y, -300, { ctrl: true });
+  await browser.until(`Number(canvas.dataset.span) < ${span}`);
+  const from = await shown("from");
+  await browser.drag(x, x - 200, y);
+  assert.ok(await shown("from") > from);
+  await browser.press("0");
+}
+
+async function showsDetails() {
+  const noted = ended.find(it => it.endBody.logs && it.name === "execute");
+  await browser.evaluate(`search(${JSON.stringify(noted.id)})`);
+  assert.equal(await detail("name"), noted.name);
+  assert.equal((await detail("supplements")).split("\n").length, noted.endBody.logs.length);
+  assert.ok((await detail("supplements")).includes(`slow-step=${noted.endBody.logs[0]["slow-step"]}`));
+  assert.equal(await detail("user"), noted.user === "-" ? undefined : noted.user);
+  const odd = ended.find(it => it.user.includes("Größte"));
+  await browser.evaluate(`search(${JSON.stringify(odd.id)})`);
+  assert.equal(await detail("user"), odd.user);
+}
+
+async function showsTables() {
+  const failed = ended.filter(it => !["ok", "early-termination"].includes(it.result));
+  const early = ended.filter(it => it.result === "early-termination");
+  assert.match(await text("#summary"), new RegExp(
+    `^${activities.length} activities .* ${failed.length} failed, ${early.length} terminated early, ` +
+    `${activities.length - ended.length} never ended`));
+  const table = () => browser.evaluate(
+    `[...document.querySelectorAll("#top tbody tr")].map(row => [...row.cells].map(it => it.innerText))`);
+  const counts = sums(ended, it => it.name, () => 1);
+  const failures = sums(failed, it => it.name, () => 1);
+  for (const [name, count, bad, , open] of await table()) {
+    assert.deepEqual([count, bad, open].map(Number),
+                     [counts.get(name) ?? 0, failures.get(name) ?? 0,
+                      activities.filter(it => it.name === name && it.end === null).length], name);
+  }
+  assert.equal((await table()).length, new Set(activities.map(it => it.name)).size);
+  const memory = sums(ended, it => it.name, it => it.res.alloc.ae);
+  await browser.click(...await browser.middleOf("#top th:last-child button"));
+  assert.equal((await table())[0][0], [...memory].sort((a, b) => b[1] - a[1])[0][0]);
+  assert.equal(await browser.evaluate(`document.querySelector("#top th[aria-sort]").innerText`), "memory");
+
+  const list = await browser.evaluate(`document.querySelectorAll("#failures tbody tr").length`);
+  assert.equal(list, failed.length + early.length + activities.length - ended.length);
+  await browser.evaluate(`document.querySelector("#failures tbody tr").focus()`);
+  await browser.press("Enter");
+  const first = activities.filter(it => it.result !== "ok").sort((a, b) => a.begin - b.begin)[0];
+  assert.equal(await detail("id"), first.id);
+}
+
+async function showsTheFlameChart() {
+  const amount = async () => (await text("#flameInfo")).match(/^all: ([\d.]+) (\w+)/).slice(1);
+  const own = ended.reduce((sum, it) => sum + ownTime(it, ended), 0);
+  const [time, unit] = await amount();
+  assert.equal(unit, "s");
+  assert.ok(Math.abs(time - own / 1e6) <= 0.001 * time + 0.001, `${time} s, not ${own} us`);
+  await browser.evaluate(`element("weight").value = "memory"; element("weight").onchange()`);
+  const bytes = ended.reduce((sum, it) => sum + it.res.alloc.ae, 0);
+  assert.deepEqual(await amount(), [(bytes / 1e6).toPrecision(3), "MB"]);
+  await browser.evaluate(`element("flame").focus()`);
+  await browser.press("Enter");
+  assert.match(await text("#flameInfo"), /^all > [a-z-]+: /);
+  await browser.press("Backspace");
+  assert.match(await text("#flameInfo"), /^all: /);
+}
+
+for (const scheme of ["light", "dark"]) {
+  await browser.load(pathToFileURL(page).href, scheme);
+  await usesKeys();
+  await usesTheMouse();
+  await showsDetails();
+  await showsTables();
+  await showsTheFlameChart();
+  const colour = await browser.evaluate("getComputedStyle(document.body).backgroundColor");
+  const brightness = Math.max(...colour.match(/\d+/g).map(Number));
+  assert.ok(scheme === "light" ? brightness > 200 : brightness < 80, `${scheme}: ${colour}`);
+  assert.equal(await browser.evaluate("performance.getEntriesByType('resource').length"), 0);
+}
+assert.deepEqual(browser.errors, []);
+await browser.close();
+console.log(`${activities.length} activities, light and dark`);
