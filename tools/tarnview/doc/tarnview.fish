@@ -1,0 +1,68 @@
+# Completion of tarnview for fish.
+
+set -l commands top tree open show check report export
+set -l fields name user site req-desc session request result root pid tid depth
+
+complete -c tarnview -n "not __fish_seen_subcommand_from $commands" -f
+complete -c tarnview -n __fish_use_subcommand -l version -d 'Print the version'
+complete -c tarnview -n __fish_use_subcommand -a top -d 'Figures of all activities of each name'
+complete -c tarnview -n __fish_use_subcommand -a tree -d 'Activities as trees'
+complete -c tarnview -n __fish_use_subcommand -a open -d 'What is running'
+complete -c tarnview -n __fish_use_subcommand -a show -d 'All about one activity'
+complete -c tarnview -n __fish_use_subcommand -a check -d 'Whether a log is whole'
+complete -c tarnview -n __fish_use_subcommand -a report -d 'A page for a browser'
+complete -c tarnview -n __fish_use_subcommand -a export -d 'For trace viewers and flame graphs'
+complete -c tarnview -s h -l help -d 'Print help'
+
+# Options of all commands.
+set -l any "__fish_seen_subcommand_from $commands"
+complete -c tarnview -n $any -l color -x -a 'auto always never' -d 'When there are colours'
+complete -c tarnview -n $any -l no-progress -d 'No progress bar'
+complete -c tarnview -n $any -l no-rotated -d 'Read the named files only'
+complete -c tarnview -n $any -s o -l output -r -F -d 'Write to this file'
+
+# Filters.
+set -l filtered '__fish_seen_subcommand_from top tree report export'
+complete -c tarnview -n $filtered -l root -x -d 'Root activity, or the beginning of its id'
+complete -c tarnview -n $filtered -l name -x -d 'Name, as load*'
+complete -c tarnview -n $filtered -l user -x -d 'User'
+complete -c tarnview -n $filtered -l site -x -d 'Site'
+complete -c tarnview -n $filtered -l result -x -d 'Result'
+complete -c tarnview -n $filtered -l failed -d 'Any result but ok'
+complete -c tarnview -n $filtered -l slower-than -x -d 'Longer than this, as 250ms'
+complete -c tarnview -n $filtered -l since -x -d 'Still running at this time or later'
+complete -c tarnview -n $filtered -l before -x -d 'Begun before this time'
+
+set -l top '__fish_seen_subcommand_from top'
+complete -c tarnview -n $top -l by -x -a "$fields" -d 'Group by these fields'
+complete -c tarnview -n $top -l sort -x -d 'Sort by this column' \
+    -a 'name count failed early open total mean p50 p90 p99 max exclusive cpu memory'
+complete -c tarnview -n $top -l reverse -d 'The smallest first'
+complete -c tarnview -n $top -l limit -x -d 'As many rows at most'
+complete -c tarnview -n $top -l csv -d 'As CSV'
+complete -c tarnview -n $top -l json -d 'As a JSON array'
+
+set -l trees '__fish_seen_subcommand_from tree report export'
+complete -c tarnview -n $trees -l slowest -x -d 'The trees whose roots took longest'
+
+set -l tree '__fish_seen_subcommand_from tree'
+complete -c tarnview -n $tree -l last -x -d 'The trees that began last'
+complete -c tarnview -n $tree -l depth -x -d 'As many levels at most'
+complete -c tarnview -n $tree -s a -l attributes -d 'Attributes and supplements too'
+
+set -l open '__fish_seen_subcommand_from open'
+complete -c tarnview -n $open -l stuck -x -d 'Only what has been running as long as this'
+complete -c tarnview -n $open -l now -d 'Measure up to now'
+complete -c tarnview -n $open -s f -l follow -d 'Go on while the log grows'
+complete -c tarnview -n $open -l interval -x -d 'Time between two tables'
+complete -c tarnview -n $open -l updates -x -d 'End after as many tables'
+
+set -l check '__fish_seen_subcommand_from check'
+complete -c tarnview -n $check -l ignore -x -d 'What is no fault' \
+    -a 'unreadable long cut duplicate wrong no-begin repeated cycle clock lost figures never-ended'
+complete -c tarnview -n $check -s q -l quiet -d 'No summary'
+
+set -l export '__fish_seen_subcommand_from export'
+complete -c tarnview -n $export -l to -x -a 'chrome speedscope otlp folded' -d 'The format'
+complete -c tarnview -n $export -l weight -x -a 'time cpu memory' -d 'Of folded stacks'
+complete -c tarnview -n $export -l service -x -d 'Of otlp: service.name'

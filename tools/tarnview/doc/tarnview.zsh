@@ -1,0 +1,92 @@
+#compdef tarnview
+# Completion of tarnview for zsh.
+
+_tarnview_fields() {
+    _values -s , field name user site req-desc session request result root pid tid depth \
+        attributes. body.
+}
+
+_tarnview_kinds() {
+    _values -s , kind unreadable long cut duplicate wrong no-begin repeated cycle clock lost \
+        figures never-ended
+}
+
+_tarnview() {
+    local -a commands common filters its
+    commands=(
+        'top:figures of all activities of each name, or other group'
+        'tree:activities as trees, with figures and failures'
+        'open:what is running, or was when the log ended'
+        'show:all about one activity'
+        'check:whether a log is whole'
+        'report:a page for a browser'
+        'export:activities for trace viewers and flame graphs'
+    )
+    common=(
+        '(- *)'{-h,--help}'[print help]'
+        '--color[when there are colours]:when:(auto always never)'
+        '--no-progress[no progress bar]'
+        '--no-rotated[read the named files only]'
+        '(-o --output)'{-o,--output}'[write to this file]:file:_files'
+    )
+    filters=(
+        '*--root[root activity, or the beginning of its id]:id:'
+        '*--name[name]:pattern:'
+        '*--user[user]:pattern:'
+        '*--site[site]:pattern:'
+        '*--result[result]:pattern:'
+        "--failed[any result but 'ok']"
+        "--slower-than[longer than this, as '250ms']:duration:"
+        '--since[still running at this time or later]:time:'
+        '--before[begun before this time]:time:'
+    )
+
+    local curcontext=$curcontext state line
+    _arguments -C '(- *)'{-h,--help}'[print help]' '(- *)--version[print the version]' \
+        '1:command:->command' '*::argument:->argument' && return
+    if [[ $state == command ]]; then
+        _describe command commands
+        return
+    fi
+
+    local slowest='--slowest[the trees whose roots took longest]:number:'
+    case $words[1] in
+        top)
+            its=($filters
+                '--by[group by these fields]:fields:_tarnview_fields'
+                '--sort[sort by this column]:column:(name count failed early open total mean p50 p90 p99 max exclusive cpu memory)'
+                '--reverse[the smallest first]'
+                '--limit[as many rows at most]:number:'
+                '(--json)--csv[as CSV]'
+                '(--csv)--json[as a JSON array]')
+            ;;
+        tree)
+            its=($filters "(--last)$slowest"
+                '(--slowest)--last[the trees that began last]:number:'
+                '--depth[as many levels at most]:number:'
+                '(-a --attributes)'{-a,--attributes}'[attributes and supplements too]')
+            ;;
+        open)
+            its=('--stuck[only what has been running as long as this]:seconds:'
+                '--now[measure up to now]'
+                '(-f --follow)'{-f,--follow}'[go on while the log grows]'
+                '--interval[time between two tables]:seconds:'
+                '--updates[end after as many tables]:number:')
+            ;;
+        show) its=('1:id:') ;;
+        check)
+            its=('--ignore[what is no fault]:kinds:_tarnview_kinds'
+                '(-q --quiet)'{-q,--quiet}'[no summary]')
+            ;;
+        report) its=($filters $slowest) ;;
+        export)
+            its=($filters $slowest
+                '--to[the format]:format:(chrome speedscope otlp folded)'
+                '--weight[of folded stacks]:weight:(time cpu memory)'
+                '--service[of otlp\: service.name]:name:')
+            ;;
+    esac
+    _arguments $common $its '*:log:_files'
+}
+
+_tarnview "$@"
