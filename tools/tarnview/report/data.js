@@ -60,8 +60,8 @@ function box(context, x, y, width, height, text, fill, ink) {
   context.fillRect(x, y, Math.max(width, 1), height - 1);
   if (width > 24) {
     context.fillStyle = ink;
-    const room = Math.floor((width - 4) / 6);
-    context.fillText(text.length > room ? text.slice(0, room - 1) + "\u2026" : text,
+    const room = Math.floor((width - 8) / 6);
+    context.fillText(text.length > room ? text.slice(0, Math.max(room - 2, 1)) + "\u2026" : text,
                      x + 3, y + height / 2);
   }
 }
