@@ -30,8 +30,8 @@ void ScopeNobodyListens(benchmark::State& state) {
         TracingUnderTest::Get().Threads(),
         cheapScopesInBurst,
         [&] {
-            const tarn::ActivityScope scope(measuredName, ThreeAttributes());
-            withContext += scope.GetActivityContext() != nullptr ? 1U : 0U;
+            const MeasuredScope scope;
+            withContext += scope.Get().GetActivityContext() != nullptr ? 1U : 0U;
         },
         [] {});
 

@@ -77,7 +77,7 @@ public:
     explicit Request(int64 scopes) : m_context(0, Metrics::Context::Create(true)) {
         m_context.OpenScope();
         for (int64 i = 0; i < scopes; ++i) {
-            m_scopes.emplace_back(measuredName, ThreeAttributes());
+            m_scopes.emplace_back();
         }
     }
 
@@ -88,7 +88,7 @@ public:
 
 private:
     Metrics::Context m_context;
-    std::deque<tarn::ActivityScope> m_scopes;
+    std::deque<MeasuredScope> m_scopes;
 };
 
 }  // namespace
@@ -263,7 +263,7 @@ ScopeLines TracingUnderTest::LinesOfProbe(const char* name) {
     if (m_nullSink != nullptr) {
         m_nullSink->BeginProbe(name);
     }
-    { const tarn::ActivityScope probe(name, ThreeAttributes()); }
+    { const MeasuredScope probe(name); }
     Deliver();
     if (m_nullSink != nullptr) {
         return m_nullSink->EndProbe();

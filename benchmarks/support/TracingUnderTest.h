@@ -47,12 +47,19 @@ struct Setup {
 /// The scope that all benchmarks measure: three short texts, as a host would give them.
 inline constexpr const char* measuredName = "measured";
 
-inline Metrics::NameValueList ThreeAttributes() {
-    return {{"table", "packages"}, {"order", "by name"}, {"client", "browser"}};
-}
+class MeasuredScope {
+public:
+    explicit MeasuredScope(const char* name = measuredName)
+        : m_scope(name, {{"table", "packages"}, {"order", "by name"}, {"client", "browser"}}) {}
+
+    const tarn::ActivityScope& Get() const noexcept { return m_scope; }
+
+private:
+    const tarn::ActivityScope m_scope;
+};
 
 inline void TraceMeasuredScope() {
-    const tarn::ActivityScope scope(measuredName, ThreeAttributes());
+    const MeasuredScope scope;
 }
 
 /// The two lines of one scope.

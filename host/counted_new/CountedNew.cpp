@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <malloc.h>
 #include <new>
 
 namespace {
@@ -26,7 +25,7 @@ template <class... Alignment>
 void* Allocate(std::size_t bytes, Alignment... alignment) {
     for (;;) {
         if (void* const block = TryAllocate(bytes, alignment...)) {
-            corvala::memory::ChargeAllocation(malloc_usable_size(block));
+            corvala::memory::ChargeAllocatedBlock(block);
             return block;
         }
         const std::new_handler handler = std::get_new_handler();
@@ -47,10 +46,8 @@ void* AllocateOrNull(std::size_t bytes, Alignment... alignment) noexcept {
 }
 
 void Release(void* block) noexcept {
-    if (block != nullptr) {
-        corvala::memory::ChargeRelease(malloc_usable_size(block));
-        std::free(block);
-    }
+    corvala::memory::ChargeReleasedBlock(block);
+    std::free(block);
 }
 
 }  // namespace

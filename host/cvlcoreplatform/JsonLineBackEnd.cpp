@@ -8,6 +8,7 @@
 
 #include "cvlcoreplatform/host/JsonLines.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <spdlog/formatter.h>
@@ -48,6 +49,24 @@ spdlog::level::level_enum LevelOf(TLog::Severity severity) noexcept {
             break;
     }
     return spdlog::level::critical;
+}
+
+/// As the logger does with what a back end throws.
+template <class Call>
+void CountExceptions(const Call& call) noexcept {
+    try {
+        call();
+    } catch (...) {
+        Count(logCounters.backEndExceptions);
+    }
+}
+
+// Beyond 64 KiB, writing lines together wins nothing more. A file of limited size is to become
+// nearly full all the same.
+std::size_t MostHeld(TLog::LogFileLimits limits) noexcept {
+    constexpr uint64 most = uint64{64} << 10;
+    return static_cast<std::size_t>(
+        limits.maxBytes == 0 ? most : std::min<uint64>(most, limits.maxBytes / 16));
 }
 
 }  // namespace
@@ -103,7 +122,7 @@ void JsonLineBackEnd::WriteLine(TLog::Severity severity,
                                 std::chrono::system_clock::time_point now) {
     try {
         MentionLosses(now);
-        HandOver(severity, line, now);
+        HandOver(severity, line, 1, now);
     } catch (const std::exception& error) {
         CountAndReport(error.what());
     }
@@ -127,6 +146,7 @@ void JsonLineBackEnd::MentionLosses(std::chrono::system_clock::time_point now) {
                                   TString("Missing in this log: lines that could not be written: " +
                                           std::to_string(lines)),
                                   std::chrono::floor<TLog::EventTimePoint::duration>(now)),
+                 1,
                  now);
     } catch (...) {
         m_losses->Add(lines);
@@ -135,15 +155,16 @@ void JsonLineBackEnd::MentionLosses(std::chrono::system_clock::time_point now) {
 }
 
 void JsonLineBackEnd::HandOver(TLog::Severity severity,
-                               std::string_view line,
+                               std::string_view text,
+                               uint64 lines,
                                std::chrono::system_clock::time_point now) {
     m_sink->log(spdlog::details::log_msg(now,
                                          spdlog::source_loc(),
                                          spdlog::string_view_t(),
                                          LevelOf(severity),
-                                         spdlog::string_view_t(line.data(), line.size())));
-    Count(logCounters.lines);
-    Count(logCounters.bytes, line.size() + 1);
+                                         spdlog::string_view_t(text.data(), text.size())));
+    Count(logCounters.lines, lines);
+    Count(logCounters.bytes, text.size() + 1);
 }
 
 void JsonLineBackEnd::CountAndReport(std::string_view reason) noexcept {
@@ -161,13 +182,75 @@ JsonFileBackEnd::JsonFileBackEnd(const std::string& path, TLog::LogFileLimits li
 JsonFileBackEnd::JsonFileBackEnd(const std::string& path,
                                  TLog::LogFileLimits limits,
                                  const std::shared_ptr<Losses>& losses)
-    : JsonFileBackEnd(std::make_shared<RotatingFileSink>(path, limits, losses), path, losses) {}
+    : JsonFileBackEnd(std::make_shared<RotatingFileSink>(path, limits, losses),
+                      path,
+                      losses,
+                      MostHeld(limits)) {}
 
 JsonFileBackEnd::JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
                                  const std::string& path,
-                                 const std::shared_ptr<Losses>& losses)
+                                 const std::shared_ptr<Losses>& losses,
+                                 std::size_t mostHeld)
     : JsonLineBackEnd(file, path, losses),
-      m_file(std::move(file)) {}
+      m_file(std::move(file)),
+      m_mostHeld(mostHeld) {}
+
+void JsonFileBackEnd::WriteLine(TLog::Severity severity,
+                                std::string_view line,
+                                std::chrono::system_clock::time_point now) {
+    const auto self = HeldLines::AreLinesHeld() ? weak_from_this().lock() : nullptr;
+    if (self != nullptr && line.size() < m_mostHeld) {
+        HeldLines::Hold(self, line, now, m_mostHeld);
+        return;
+    }
+    HeldLines::WriteLines();
+    JsonLineBackEnd::WriteLine(severity, line, now);
+}
+
+// What cannot be written together may go one by one, as far as there is room.
+void JsonFileBackEnd::WriteHeld(std::string_view text,
+                                uint64 lines,
+                                std::chrono::system_clock::time_point time) noexcept {
+    constexpr TLog::Severity severity = TLog::Info;
+    try {
+        MentionLosses(time);
+        HandOver(severity, text, lines, time);
+        return;
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the lines below say what is wrong
+    }
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        CountExceptions([&] { JsonLineBackEnd::WriteLine(severity, line, time); });
+    }
+}
+
+void JsonFileBackEnd::Write(TLog::Severity severity, const TLog::Event& event) {
+    const auto self = HeldLines::AreEventsHeld() ? weak_from_this().lock() : nullptr;
+    if (self == nullptr || !HeldLines::Hold(self, severity, event)) {
+        JsonLineBackEnd::Write(severity, event);
+    }
+}
+
+void JsonFileBackEnd::WriteMessage(TLog::Severity severity, const TString& text) {
+    const auto self = HeldLines::AreEventsHeld() ? weak_from_this().lock() : nullptr;
+    if (self == nullptr || !HeldLines::Hold(self, severity, text)) {
+        JsonLineBackEnd::WriteMessage(severity, text);
+    }
+}
+
+void JsonFileBackEnd::Flush() {
+    HeldLines::Write();
+    JsonLineBackEnd::Flush();
+}
+
+void JsonFileBackEnd::WriteHeld(TLog::Severity severity, const TLog::Event& event) noexcept {
+    CountExceptions([&] { JsonLineBackEnd::Write(severity, event); });
+}
+
+void JsonFileBackEnd::WriteHeld(TLog::Severity severity, const TString& message) noexcept {
+    CountExceptions([&] { JsonLineBackEnd::WriteMessage(severity, message); });
+}
 
 bool JsonFileBackEnd::Rotate() {
     return m_file->Rotate();

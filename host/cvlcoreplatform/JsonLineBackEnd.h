@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ErrorReporter.h"
+#include "HeldLines.h"
 #include "Losses.h"
 #include "RotatingFileSink.h"
 
@@ -8,6 +9,7 @@
 #include "cvlcoreplatform/host/LogBackEnd.h"
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <spdlog/sinks/sink.h>
 #include <string>
@@ -28,17 +30,26 @@ public:
     void WriteMessage(TLog::Severity severity, const TString& text) override;
     void Flush() override;
 
+protected:
+    /// What happens to a line that is complete.
+    virtual void WriteLine(TLog::Severity severity,
+                           std::string_view line,
+                           std::chrono::system_clock::time_point now);
+
+    /// Hands lines to the sink at once, with a line end between any two. Throws what the sink
+    /// throws.
+    void HandOver(TLog::Severity severity,
+                  std::string_view text,
+                  uint64 lines,
+                  std::chrono::system_clock::time_point now);
+
+    /// Where lines are missing, a line says so before the next one.
+    void MentionLosses(std::chrono::system_clock::time_point now);
+
 private:
     template <class Content>
     void FormatAndWrite(TLog::Severity severity, const Content& content);
 
-    void WriteLine(TLog::Severity severity,
-                   std::string_view line,
-                   std::chrono::system_clock::time_point now);
-    void MentionLosses(std::chrono::system_clock::time_point now);
-    void HandOver(TLog::Severity severity,
-                  std::string_view line,
-                  std::chrono::system_clock::time_point now);
     void CountAndReport(std::string_view reason) noexcept;
 
     const std::shared_ptr<spdlog::sinks::sink> m_sink;
@@ -47,8 +58,10 @@ private:
     ErrorReporter m_reporter;
 };
 
-/// The same with a file that can be changed on request.
-class JsonFileBackEnd final : public JsonLineBackEnd {
+/// The same with a file that can be changed on request. In a batch, lines are held back.
+class JsonFileBackEnd final : public JsonLineBackEnd,
+                              public HeldLinesTarget,
+                              public std::enable_shared_from_this<JsonFileBackEnd> {
 public:
     /// Throws what the sink throws.
     JsonFileBackEnd(const std::string& path, TLog::LogFileLimits limits);
@@ -56,15 +69,32 @@ public:
     bool Rotate() override;
     bool Reopen() override;
 
+    void Write(TLog::Severity severity, const TLog::Event& event) override;
+    void WriteMessage(TLog::Severity severity, const TString& text) override;
+    void Flush() override;
+
+    void WriteHeld(std::string_view text,
+                   uint64 lines,
+                   std::chrono::system_clock::time_point time) noexcept override;
+    void WriteHeld(TLog::Severity severity, const TLog::Event& event) noexcept override;
+    void WriteHeld(TLog::Severity severity, const TString& message) noexcept override;
+
+protected:
+    void WriteLine(TLog::Severity severity,
+                   std::string_view line,
+                   std::chrono::system_clock::time_point now) override;
+
 private:
     JsonFileBackEnd(const std::string& path,
                     TLog::LogFileLimits limits,
                     const std::shared_ptr<Losses>& losses);
     JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
                     const std::string& path,
-                    const std::shared_ptr<Losses>& losses);
+                    const std::shared_ptr<Losses>& losses,
+                    std::size_t mostHeld);
 
     const std::shared_ptr<RotatingFileSink> m_file;
+    const std::size_t m_mostHeld;  // together, in bytes
 };
 
 }  // namespace cvlcoreplatform

@@ -67,6 +67,16 @@ bool EndsInsideLine(const std::string& path) noexcept {
     return true;
 }
 
+/// Of a text without a line end at its end.
+uint64 CountLines(std::string_view text) noexcept {
+    uint64 lines = 1;
+    for (std::size_t end = text.find('\n'); end != std::string_view::npos;
+         end = text.find('\n', end + 1)) {
+        ++lines;
+    }
+    return lines;
+}
+
 std::string PathOfDescriptor(int descriptor) {
     return "/proc/self/fd/" + std::to_string(descriptor);
 }
@@ -160,7 +170,7 @@ void RotatingFileSink::sink_it_(const spdlog::details::log_msg& msg) {
     if (error != 0) {
         throw std::system_error(error, std::generic_category());
     }
-    ++m_linesSinceLook;
+    m_linesSinceLook += CountLines(line);
 }
 
 void RotatingFileSink::flush_() {

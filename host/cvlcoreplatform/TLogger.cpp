@@ -1,6 +1,8 @@
 #include "cvlcoreplatform/TLogger.h"
 
+#include "BackEndGuard.h"
 #include "FileRequests.h"
+#include "HeldLines.h"
 #include "LogCounters.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -54,6 +56,10 @@ constinit thread_local State* t_lockedForFork = nullptr;
 // A fork waits until nobody is inside the back end: the child would otherwise inherit a sink that
 // is locked for ever by a thread that the child does not have.
 void LockForFork() {
+    if (!t_insideBackEnd) {
+        // The child would write them once more.
+        cvlcoreplatform::HeldLines::WriteFromOutside();
+    }
     State* const state = s_state.load(std::memory_order_acquire);
     if (state != nullptr && !t_insideBackEnd) {
         state->lock.LockWrite();
@@ -112,6 +118,16 @@ void WithBackEnd(const Use& use) noexcept {
 }
 
 }  // namespace
+
+void LockBackEnd() noexcept {
+    GetState().lock.LockRead();
+    t_insideBackEnd = true;
+}
+
+void UnlockBackEnd() noexcept {
+    t_insideBackEnd = false;
+    GetState().lock.UnlockRead();
+}
 
 LogBackEnd::~LogBackEnd() = default;
 

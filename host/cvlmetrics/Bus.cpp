@@ -1,5 +1,6 @@
 #include "Bus.h"
 
+#include "AdaptiveMutex.h"
 #include "Admission.h"
 #include "Consumers.h"
 #include "DeliveringThread.h"
@@ -8,6 +9,7 @@
 #include "LossReport.h"
 #include "PendingContexts.h"
 
+#include "cvlcoreplatform/host/LineBatch.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Statistics.h"
@@ -17,6 +19,7 @@
 #include <cerrno>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <pthread.h>
 #include <thread>
 #include <utility>
@@ -116,8 +119,9 @@ private:
     ~Dispatcher() = default;
 
     // A thread that is delivering holds the mutex already.
-    std::unique_lock<std::mutex> Lock() noexcept {
-        return t_delivery == nullptr ? std::unique_lock(m_mutex) : std::unique_lock<std::mutex>();
+    std::unique_lock<AdaptiveMutex> Lock() noexcept {
+        return t_delivery == nullptr ? std::unique_lock(m_mutex)
+                                     : std::unique_lock<AdaptiveMutex>();
     }
 
     void LockForFork() noexcept;
@@ -129,7 +133,7 @@ private:
     bool Read(EventRecord& record) noexcept;
     void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;
 
-    std::mutex m_mutex;
+    AdaptiveMutex m_mutex;
     // How many other threads want the mutex: the delivering thread lets them go first.
     std::atomic<uint32> m_othersWait{0};
     Consumers m_consumers{s_admission};
@@ -206,6 +210,12 @@ void Dispatcher::Deliver(const EventView& event) {
     // Outlives the lock: the destructor of a listener that goes with its last reference here may do
     // anything, waiting for other threads included.
     Delivery delivery;
+    // So do lines: others deliver while this thread writes its own. Lines of what was queued must
+    // not come later than what the delivering thread writes next.
+    std::optional<TLog::LineBatch> ownLines;
+    if (!s_isAsynchronous.load(std::memory_order_acquire)) {
+        ownLines.emplace(TLog::LineBatch::Holds::Events);
+    }
 
     const Claim claim(m_othersWait);
     const std::lock_guard lock(m_mutex);
@@ -225,6 +235,7 @@ void Dispatcher::DeliverQueued() noexcept {
     const std::lock_guard lock(m_mutex);
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
+    const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
 
     DeliverQueued(delivery);
 }
@@ -239,6 +250,8 @@ bool Dispatcher::DeliverSome() noexcept {
     const std::lock_guard lock(m_mutex);
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
+
+    const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
 
     int delivered = 0;
     while (delivered < atMost && DeliverNext(delivery)) {

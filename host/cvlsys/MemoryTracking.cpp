@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <limits>
+#include <malloc.h>
 
 namespace corvala::memory {
 
@@ -64,6 +65,20 @@ void ChargeAllocation(std::size_t bytes) noexcept {
     if (mode == MemoryTrackingAll) {
         frame->inUse += bytes;
         RaisePeak(*frame);
+    }
+}
+
+void ChargeAllocatedBlock(void* block) noexcept {
+    if (GetMemoryTrackingMode() != MemoryTrackingOff && FrameToCharge() != nullptr &&
+        block != nullptr) {
+        ChargeAllocation(malloc_usable_size(block));
+    }
+}
+
+void ChargeReleasedBlock(void* block) noexcept {
+    if (GetMemoryTrackingMode() == MemoryTrackingAll && FrameToCharge() != nullptr &&
+        block != nullptr) {
+        ChargeRelease(malloc_usable_size(block));
     }
 }
 

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "cvlcoreplatform/Export.h"
+
+namespace TLog {
+
+/// While one stands on a thread, what this thread logs to a file is held back; it is written at the
+/// latest when the batch ends. It goes to the back end that it was logged to, even if another one
+/// has taken its place meanwhile. A batch within a batch does nothing.
+class CVLCOREPLATFORM_API LineBatch {
+public:
+    enum class Holds {
+        Lines,   ///< complete, to be written together: for a thread that logs much in one go
+        Events,  ///< as they are: for a thread that holds a lock which others wait for
+    };
+
+    explicit LineBatch(Holds holds) noexcept;
+    ~LineBatch();
+    LineBatch(const LineBatch&) = delete;
+    LineBatch& operator=(const LineBatch&) = delete;
+
+private:
+    const bool m_isOutermost;
+};
+
+}  // namespace TLog

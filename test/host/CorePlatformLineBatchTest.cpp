@@ -1,0 +1,176 @@
+#include "CorePlatformTestSupport.h"
+#include "Threads.h"
+
+#include "cvlcoreplatform/host/JsonLines.h"
+#include "cvlcoreplatform/host/LineBatch.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace TLog;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CorePlatformLineBatchLinesTest : public LogTest::LoggerTest {
+protected:
+    CorePlatformLineBatchLinesTest() { LogTo("log.jsonl"); }
+
+    void LogTo(const std::string& name, std::uint64_t maxBytes = 0) {
+        ReplaceBackEnd(
+            MakeJsonFileBackEnd(m_folder.PathOf(name), {.maxBytes = maxBytes, .maxFiles = 99}));
+    }
+
+    std::vector<std::string> Messages(const std::string& name = "log.jsonl") const {
+        std::vector<std::string> messages;
+        std::istringstream lines(LogTest::ContentOf(m_folder.PathOf(name)));
+        for (std::string line; std::getline(lines, line);) {
+            messages.push_back(nlohmann::json::parse(line).at("message").get<std::string>());
+        }
+        return messages;
+    }
+
+    const LogTest::TemporaryFolder m_folder;
+};
+
+class CorePlatformLineBatchTest : public CorePlatformLineBatchLinesTest,
+                                  public testing::WithParamInterface<LineBatch::Holds> {};
+
+std::string NameOf(const testing::TestParamInfo<LineBatch::Holds>& batch) {
+    return batch.param == LineBatch::Holds::Lines ? "OfLines" : "OfEvents";
+}
+
+INSTANTIATE_TEST_SUITE_P(,
+                         CorePlatformLineBatchTest,
+                         testing::Values(LineBatch::Holds::Lines, LineBatch::Holds::Events),
+                         NameOf);
+
+TEST_P(CorePlatformLineBatchTest, WhatIsLoggedStandsInTheFileWhenTheBatchEnds) {
+    {
+        const LineBatch batch(GetParam());
+        LogMessage("one");
+        LogMessage("two");
+
+        EXPECT_THAT(Messages(), IsEmpty());
+    }
+
+    EXPECT_THAT(Messages(), ElementsAre("one", "two"));
+    EXPECT_EQ(Increase(&LogStatistics::lines), 2U);
+    EXPECT_EQ(Increase(&LogStatistics::bytes),
+              std::filesystem::file_size(m_folder.PathOf("log.jsonl")));
+}
+
+TEST_P(CorePlatformLineBatchTest, ABatchWithinABatchDoesNothing) {
+    {
+        const LineBatch batch(GetParam());
+        LogMessage("one");
+        {
+            const LineBatch inner(LineBatch::Holds::Lines);
+            LogMessage("two");
+        }
+        EXPECT_THAT(Messages(), IsEmpty());
+    }
+
+    EXPECT_THAT(Messages(), ElementsAre("one", "two"));
+}
+
+TEST_P(CorePlatformLineBatchTest, OtherThreadsAreNotHeldBack) {
+    const LineBatch batch(GetParam());
+    LogMessage("mine");
+
+    tarn::test::OnAnotherThread([] { LogMessage("its"); });
+
+    EXPECT_THAT(Messages(), ElementsAre("its"));
+}
+
+TEST_P(CorePlatformLineBatchTest, AFlushWritesWhatIsHeld) {
+    const LineBatch batch(GetParam());
+    LogMessage("one");
+
+    FlushLog();
+
+    EXPECT_THAT(Messages(), ElementsAre("one"));
+}
+
+TEST_P(CorePlatformLineBatchTest, WhatIsHeldGoesToTheFileThatItWasLoggedTo) {
+    {
+        const LineBatch batch(GetParam());
+        LogMessage("one");
+        LogTo("next.jsonl");
+        LogMessage("two");
+    }
+
+    EXPECT_THAT(Messages(), ElementsAre("one"));
+    EXPECT_THAT(Messages("next.jsonl"), ElementsAre("two"));
+}
+
+TEST_P(CorePlatformLineBatchTest, AForkedChildDoesNotWriteWhatItsParentHolds) {
+    {
+        const LineBatch batch(GetParam());
+        LogMessage("before");
+        const pid_t child = fork();
+        if (child == 0) {
+            { const LineBatch own(GetParam()); }
+            FlushLog();
+            _exit(0);
+        }
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        LogMessage("after");
+    }
+
+    EXPECT_THAT(Messages(), ElementsAre("before", "after"));
+}
+
+TEST_P(CorePlatformLineBatchTest, FilesOfLimitedSizeKeepTheirLimit) {
+    constexpr std::uint64_t limit = 2000;
+    constexpr int count = 200;
+    LogTo("limited.jsonl", limit);
+    {
+        const LineBatch batch(GetParam());
+        for (int i = 0; i < count; ++i) {
+            LogMessage("message " + std::to_string(i) +
+                       std::string(static_cast<std::size_t>(i), '.'));
+        }
+    }
+
+    std::size_t lines = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.Path())) {
+        EXPECT_LE(entry.file_size(), limit) << entry.path();
+        lines += Messages(entry.path().filename()).size();
+    }
+    EXPECT_EQ(lines, static_cast<std::size_t>(count));
+}
+
+TEST_P(CorePlatformLineBatchTest, LinesThatCannotBeWrittenAreCountedOneByOne) {
+    ReplaceBackEnd(MakeJsonFileBackEnd("/dev/full", {.maxBytes = 0}));
+    {
+        const LineBatch batch(GetParam());
+        LogMessage("one");
+        LogMessage("two");
+        LogMessage("three");
+    }
+
+    EXPECT_EQ(Increase(&LogStatistics::lines), 0U);
+    EXPECT_EQ(Increase(&LogStatistics::writeErrors), 3U);
+}
+
+TEST_F(CorePlatformLineBatchLinesTest, ManyLinesAreWrittenInBetween) {
+    const LineBatch batch(LineBatch::Holds::Lines);
+    for (int i = 0; i < 1000; ++i) {
+        LogMessage(std::string(200, 'x'));
+    }
+
+    EXPECT_GT(Messages().size(), 500U);
+}
+
+}  // namespace
