@@ -20,6 +20,9 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    /// Everything is to be read once more: what is read then counts on from what was read before.
+    void ExpectSecondPass() { m_total *= 2; }
+
     void Update(std::uint64_t bytesRead) { Update(bytesRead, Clock::now()); }
 
     void Update(std::uint64_t bytesRead, Clock::time_point now);

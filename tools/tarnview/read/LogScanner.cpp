@@ -86,9 +86,15 @@ LogScanner::LogScanner(std::vector<std::string> files, Problems& problems, Progr
       m_problems(problems),
       m_progress(progress) {}
 
+void LogScanner::AllowSecondPass() {
+    m_isReadTwice = true;
+    m_progress.ExpectSecondPass();
+}
+
 void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
     LineParser parser(options);
     m_lines = 0;
+    m_bytesBefore = m_bytes;
     m_bytes = 0;
     for (const std::string& file : m_files) {
         ScanFile(file, parser, onLine);
@@ -118,7 +124,7 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
                 problems->Report(ProblemKind::LongLine, {name, reader.Number()}, "");
             }
             if (++m_lines % linesBetweenUpdates == 0) {
-                m_progress.Update(m_bytes + reader.BytesRead());
+                m_progress.Update(m_bytesBefore + m_bytes + reader.BytesRead());
             }
         }
     } catch (const std::system_error& error) {

@@ -27,7 +27,7 @@ public:
 
     /// To be called before the first pass if there is to be a second: what cannot be read again, as
     /// a pipe, is copied to a temporary file then.
-    void AllowSecondPass() { m_isReadTwice = true; }
+    void AllowSecondPass();
 
     /// Throws `std::system_error` naming the file if one cannot be read.
     void Scan(const ParserOptions& options, const OnLine& onLine);
@@ -51,6 +51,7 @@ private:
     bool m_isFirstPass = true;
     std::uint64_t m_lines = 0;
     std::uint64_t m_bytes = 0;
+    std::uint64_t m_bytesBefore = 0;  // of the first pass, during the second
 };
 
 /// Turns raw lines into log lines, and reports what is wrong with them and with the order of their
