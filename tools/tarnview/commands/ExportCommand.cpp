@@ -27,6 +27,7 @@ int RunExport(const ExportOptions& options, Context& context) {
             break;
     }
     input.Finish();
+    SayIfEmpty(forest, context);
     if (leftOut != 0) {
         context.err << "left out because they never ended: " << leftOut << '\n';
     }

@@ -71,7 +71,7 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
             },
             "The N trees whose roots took longest")
         ->type_name("N")
-        ->check(CLI::Range(1, 1'000'000'000));
+        ->check(CLI::Range(1, 1'000'000'000).description(""));
     AddFilterOptions(command, options->filter);
     AddCommonOptions(command, common);
     command.footer(examples);

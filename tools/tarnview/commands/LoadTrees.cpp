@@ -2,6 +2,7 @@
 
 #include "model/Joiner.h"
 
+#include <ostream>
 #include <utility>
 
 namespace tarnview {
@@ -54,6 +55,12 @@ ActivityForest LoadSelected(Input& input,
     ReadActivities(input, {}, [&](Activity&& activity) { selection.Take(activity); });
     roots = selection.Chosen();
     return LoadTrees(input, roots);
+}
+
+void SayIfEmpty(const ActivityForest& forest, Context& context) {
+    if (forest.Size() == 0) {
+        context.err << "tarnview: nothing to show, no activity fits\n";
+    }
 }
 
 }  // namespace tarnview

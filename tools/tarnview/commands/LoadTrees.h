@@ -29,4 +29,7 @@ ActivityForest LoadSelected(Input& input,
                             std::size_t count,
                             std::vector<std::string>& roots);
 
+/// Nothing to show may well be a mistake in a filter: says so.
+void SayIfEmpty(const ActivityForest& forest, Context& context);
+
 }  // namespace tarnview

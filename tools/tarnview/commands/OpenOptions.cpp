@@ -35,7 +35,7 @@ void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen) {
             },
             "Time between two tables, with --follow (1)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.01, 3600.0))
+        ->check(CLI::Range(0.01, 3600.0).description(""))
         ->needs(follow);
     command.add_option("--updates", options->updates, "End after as many tables, with --follow")
         ->type_name("N")

@@ -8,9 +8,11 @@ namespace tarnview {
 int RunReport(const ReportOptions& options, Context& context) {
     Input input(options.input, context);
     std::vector<std::string> roots;
-    WriteReportPage(LoadSelected(input, options.filter, options.order, options.count, roots),
-                    context.out);
+    const ActivityForest forest =
+        LoadSelected(input, options.filter, options.order, options.count, roots);
+    WriteReportPage(forest, context.out);
     input.Finish();
+    SayIfEmpty(forest, context);
     return exitSuccess;
 }
 

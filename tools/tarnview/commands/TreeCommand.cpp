@@ -45,6 +45,7 @@ int RunTree(const TreeOptions& options, Context& context) {
         separator = "\n";
     }
     input.Finish();
+    SayIfEmpty(forest, context);
     return exitSuccess;
 }
 

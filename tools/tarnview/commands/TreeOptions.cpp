@@ -31,7 +31,7 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
             options->count = count;
         },
         "The N trees whose roots took longest, the slowest first");
-    slowest->type_name("N")->check(CLI::Range(1, mostTrees));
+    slowest->type_name("N")->check(CLI::Range(1, mostTrees).description(""));
     auto* const last = command.add_option_function<std::size_t>(
         "--last",
         [options](std::size_t count) {
@@ -39,7 +39,7 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
             options->count = count;
         },
         "The N trees that began last");
-    last->type_name("N")->check(CLI::Range(1, mostTrees))->excludes(slowest);
+    last->type_name("N")->check(CLI::Range(1, mostTrees).description(""))->excludes(slowest);
     command.add_option("--depth", options->depth, "As many levels at most")->type_name("N");
     command.add_flag("-a,--attributes",
                      options->showsAttributes,

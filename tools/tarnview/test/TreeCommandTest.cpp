@@ -116,6 +116,7 @@ TEST_F(TreeCommandTest, AllFiltersMustFitTheSameActivity) {
     options.filter.slowerThan = 0.03;
 
     EXPECT_THAT(Rows(options), IsEmpty());
+    EXPECT_THAT(Errors(), HasSubstr("nothing to show"));
 }
 
 TEST_F(TreeCommandTest, DepthLimitsTheLevels) {
