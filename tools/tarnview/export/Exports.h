@@ -2,6 +2,7 @@
 
 #include "model/ActivityForest.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -23,6 +24,10 @@ void ExportSpeedscope(const ActivityForest& forest, std::ostream& out);
 std::uint64_t ExportOtlp(const ActivityForest& forest,
                          const std::string& service,
                          std::ostream& out);
+
+/// Stacks are no deeper than this: each is written whole, so that depth would count twice. What
+/// lies deeper belongs to the last that is in.
+inline constexpr std::size_t deepestStack = 1000;
 
 enum class FoldedWeight { Time, Cpu, Memory };
 

@@ -41,10 +41,12 @@ void ExportFolded(const ActivityForest& forest, FoldedWeight weight, std::ostrea
         std::vector<std::size_t> lengths;  // of the path down to each level
         std::string path;
         for (const auto& [index, level] : forest.PreOrder(top)) {
-            path.resize(level == 0 ? 0 : lengths[level - 1]);
-            path += (level == 0 ? "" : ";") + FrameOf(forest[index].name);
-            lengths.resize(level);
-            lengths.push_back(path.size());
+            if (level < deepestStack) {
+                path.resize(level == 0 ? 0 : lengths[level - 1]);
+                path += (level == 0 ? "" : ";") + FrameOf(forest[index].name);
+                lengths.resize(level);
+                lengths.push_back(path.size());
+            }
             stacks[path] += WeightOf(forest, index, weight);
         }
     }

@@ -109,25 +109,35 @@ private:
         m_json.EndObject();
     }
 
-    // The frames from the top of the tree down, within the process.
-    std::vector<std::size_t> StackOf(Index index) const {
-        std::vector<std::size_t> stack;
-        for (Index next = index;
-             next != ActivityForest::none && m_forest[next].process == m_forest[index].process;
-             next = m_forest.ParentOf(next)) {
-            stack.push_back(m_frames.at(m_forest[next].name));
+    using Stack = std::vector<std::size_t>;
+    using WeightsByStack = std::map<Stack, long long>;
+
+    // A stack holds the frames from the top of the tree down, within the process.
+    void AddMemory(Index top, std::map<std::int64_t, WeightsByStack>& processes) const {
+        Stack frames;                     // down to each level
+        std::vector<std::size_t> starts;  // at each level: where the process's part begins
+        for (const auto& [index, level] : m_forest.PreOrder(top)) {
+            const Activity& activity = m_forest[index];
+            frames.resize(level);
+            starts.resize(level);
+            frames.push_back(m_frames.at(activity.name));
+            const bool goesOn =
+                level != 0 && m_forest[m_forest.ParentOf(index)].process == activity.process;
+            starts.push_back(goesOn ? starts.back() : level);
+            const long long bytes = std::llround(activity.figures.ae);
+            if (bytes > 0) {
+                const std::size_t depth = std::min(level + 1 - starts.back(), deepestStack);
+                const auto begin = frames.begin() + static_cast<std::ptrdiff_t>(starts.back());
+                const Stack stack(begin, begin + static_cast<std::ptrdiff_t>(depth));
+                processes[activity.process][stack] += bytes;
+            }
         }
-        std::reverse(stack.begin(), stack.end());
-        return stack;
     }
 
     void WriteMemory() {
-        std::map<std::int64_t, std::map<std::vector<std::size_t>, long long>> processes;
-        for (Index index = 0; index < m_forest.Size(); ++index) {
-            const long long bytes = std::llround(m_forest[index].figures.ae);
-            if (bytes > 0) {
-                processes[m_forest[index].process][StackOf(index)] += bytes;
-            }
+        std::map<std::int64_t, WeightsByStack> processes;
+        for (const Index top : m_forest.Tops()) {
+            AddMemory(top, processes);
         }
         for (const auto& [process, stacks] : processes) {
             m_json.BeginObject();

@@ -3,6 +3,7 @@
 #include "export/Exports.h"
 #include "export/ThreadLanes.h"
 
+#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -39,6 +40,24 @@ protected:
              {.name = "two", .id = "B", .milliseconds = 5},
              {.phase = "end", .name = "one", .id = "A", .milliseconds = 10, .elapsed = 10},
              {.phase = "end", .name = "two", .id = "B", .milliseconds = 20, .elapsed = 15}});
+    }
+
+    static constexpr int levels = 3'000;
+
+    // Each sponsors the next one, and allocates ten bytes.
+    std::string Chain() {
+        std::string text;
+        for (const char* const phase : {"begin", "end"}) {
+            for (int level = 0; level < levels; ++level) {
+                LineText line{.phase = phase, .name = "n", .id = std::to_string(level)};
+                line.root = "0";
+                line.depth = level;
+                line.sponsor = level == 0 ? "" : std::to_string(level - 1);
+                line.resources = R"({"alloc":{"ae":10,"ai":10}})";
+                text += line.ToString() + "\n";
+            }
+        }
+        return Write("chain.log", text);
     }
 
     static const json& Find(const json& list, const std::string& key, const std::string& value) {
@@ -237,6 +256,38 @@ TEST_F(ExportTest, ASemicolonInANameDoesNotPartTheStack) {
                               .elapsed = 1,
                               .exclusive = 1}})}),
               "a_b 1000\n");
+}
+
+// Written whole, the stacks of a chain would take the square of its length.
+TEST_F(ExportTest, AVeryDeepStackIsCut) {
+    ExportOptions options;
+    options.input.files = {Chain()};
+    options.format = ExportFormat::Folded;
+    options.weight = FoldedWeight::Memory;
+
+    ASSERT_EQ(RunExport(options, Streams()), exitSuccess);
+
+    std::istringstream lines(Output());
+    std::size_t longest = 0;
+    long long total = 0;
+    for (std::string stack, bytes; lines >> stack >> bytes;) {
+        longest = std::max(longest, stack.size());
+        total += std::stoll(bytes);
+    }
+    EXPECT_EQ(longest, 2 * deepestStack - 1) << "names and semicolons";
+    EXPECT_EQ(total, 10 * levels) << "what is deeper counts all the same";
+}
+
+TEST_F(ExportTest, SpeedscopeCutsAVeryDeepStackToo) {
+    const json file = json::parse(Export(ExportFormat::Speedscope, {Chain()}));
+
+    const json& profile = Find(file["profiles"], "name", "process 1 memory allocated");
+    std::size_t longest = 0;
+    for (const json& stack : profile["samples"]) {
+        longest = std::max(longest, stack.size());
+    }
+    EXPECT_EQ(longest, deepestStack);
+    EXPECT_EQ(profile["endValue"], 10 * levels);
 }
 
 }  // namespace
