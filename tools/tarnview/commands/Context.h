@@ -10,13 +10,13 @@
 
 namespace tarnview {
 
-/// What the program ends with.
-enum ExitStatus : int {
-    exitSuccess = 0,
-    exitFound = 1,  ///< `check` found the log not whole; `show` did not find the activity
-    exitCommandLine = 2,
-    exitInputOutput = 3,  ///< a file could not be read or written
-};
+// What the program ends with.
+inline constexpr int exitSuccess = 0;
+/// `check` found the log not whole, or `show` did not find the activity.
+inline constexpr int exitFound = 1;
+inline constexpr int exitCommandLine = 2;
+/// A file could not be read or written.
+inline constexpr int exitInputOutput = 3;
 
 /// What all commands have in common. The streams must live as long.
 struct Context {

@@ -1,5 +1,6 @@
 #include "model/ActivityForest.h"
 
+#include <cmath>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -19,7 +20,7 @@ protected:
         activity.hasBegin = activity.hasEnd = true;
         activity.begin = begin;
         activity.end = end;
-        activity.elapsed = static_cast<double>((end - begin) / 1000) / 1e3;
+        activity.elapsed = std::floor(static_cast<double>(end - begin) / 1e3) / 1e3;
         activity.exclusive = activity.elapsed;
         activity.result = "ok";
         return activity;

@@ -13,6 +13,7 @@ export function skip(reason) {
 /** The arguments of each test: TARNVIEW BUILD_FOLDER, where the sample and the packages are. */
 export const [tarnview, folder] = process.argv.slice(2);
 export const logs = ["front", "back", "killed"].map(name => join(folder, "sample", `${name}.log`));
+if (!logs.every(existsSync)) skip("there is no sample, see tarnview.readers.Sample");
 
 /** The folder of an installed package. */
 export function packageFolder(name) {
