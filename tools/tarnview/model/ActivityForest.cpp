@@ -76,13 +76,16 @@ ActivityForest::Index ActivityForest::FindSponsor(Index index) const {
 ActivityForest::Index ActivityForest::FindAdopter(Index index) const {
     const Activity& activity = m_nodes[index].activity;
     const auto found = m_byRoot.find(activity.root);
-    // What waits for an answer does nothing else meanwhile, and goes on until it has come. The same
-    // request is a better sign than that, and the time of the begin the last one.
+    // What waits for an answer does nothing else meanwhile, most often nothing else at all, and
+    // goes on until it has come. The same request is a better sign than that, the later begin a
+    // worse one.
     const auto likeness = [&](Index candidate) {
         const Activity& other = m_nodes[candidate].activity;
+        const Microseconds end = other.hasEnd ? other.end : m_lastTime;
         return std::tuple(other.request == activity.request,
                           !HasChildBetween(candidate, activity.begin, activity.end),
-                          !other.hasEnd || other.end >= activity.end,
+                          !HasChildBetween(candidate, other.begin, end),
+                          end >= activity.end,
                           other.begin);
     };
     Index best = none;

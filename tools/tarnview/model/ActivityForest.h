@@ -31,7 +31,7 @@ public:
     /// - for one that names itself, as work does that came from another process or without its
     ///   metrics context: an activity of the same root one level higher that ran when it began,
     ///   else the root. Of several preferably one of the same request, one that did nothing else
-    ///   on its thread, one that did not end earlier, and then the latest;
+    ///   on its thread meanwhile, or ever, one that did not end earlier, and then the latest;
     /// - none, if that is not in the log.
     /// Sponsors that go in a circle are reported, and the earliest of them has no parent.
     void Link(Problems& problems);
