@@ -28,6 +28,11 @@ _tarnview() {
             return
             ;;
     esac
+    if [[ $current == *,* && ($previous == --by || $previous == --ignore) ]]; then
+        # The last one of a list; what stands before it stays.
+        mapfile -t COMPREPLY < <(compgen -P "${current%,*}," -W "$words" -- "${current##*,}")
+        return
+    fi
     if [ -n "$words" ]; then
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
         return

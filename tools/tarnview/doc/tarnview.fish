@@ -34,7 +34,8 @@ complete -c tarnview -n $filtered -l since -x -d 'Still running at this time or 
 complete -c tarnview -n $filtered -l before -x -d 'Begun before this time'
 
 set -l top '__fish_seen_subcommand_from top'
-complete -c tarnview -n $top -l by -x -a "$fields" -d 'Group by these fields'
+complete -c tarnview -n $top -l by -x -a "(__fish_complete_list , 'printf %s\\\n $fields')" \
+    -d 'Group by these fields'
 complete -c tarnview -n $top -l sort -x -d 'Sort by this column' \
     -a 'name count failed early open total mean p50 p90 p99 max exclusive cpu memory'
 complete -c tarnview -n $top -l reverse -d 'The smallest first'
@@ -58,8 +59,10 @@ complete -c tarnview -n $open -l interval -x -d 'Time between two tables'
 complete -c tarnview -n $open -l updates -x -d 'End after as many tables'
 
 set -l check '__fish_seen_subcommand_from check'
-complete -c tarnview -n $check -l ignore -x -d 'What is no fault' \
-    -a 'unreadable long cut duplicate wrong no-begin repeated cycle clock lost figures never-ended'
+set -l kinds unreadable long cut duplicate wrong no-begin repeated cycle clock lost figures \
+    never-ended
+complete -c tarnview -n $check -l ignore -x -a "(__fish_complete_list , 'printf %s\\\n $kinds')" \
+    -d 'What is no fault'
 complete -c tarnview -n $check -s q -l quiet -d 'No summary'
 
 set -l export '__fish_seen_subcommand_from export'
