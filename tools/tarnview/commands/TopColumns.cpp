@@ -19,6 +19,11 @@ std::string Milliseconds(double value) {
     return value == 0 ? "0" : FormatDuration(value / 1e3);
 }
 
+// The log cuts off what is less than a millisecond.
+std::string OneDuration(double value) {
+    return value == 0 ? "<1 ms" : FormatDuration(value / 1e3);
+}
+
 std::string Microseconds(double value) {
     return value == 0 ? "0" : FormatDuration(value / 1e6);
 }
@@ -87,10 +92,10 @@ constexpr TopColumn columns[] = {
     {openName, "open", 6, true, Open, Whole, Whole},
     {"total", "total_seconds", 12, false, Total, Milliseconds, Seconds},
     {"mean", "mean_seconds", 8, false, Mean, Milliseconds, Seconds},
-    {"p50", "p50_seconds", 8, false, Quantile<500>, Milliseconds, Seconds},
-    {"p90", "p90_seconds", 8, false, Quantile<900>, Milliseconds, Seconds},
-    {"p99", "p99_seconds", 8, false, Quantile<990>, Milliseconds, Seconds},
-    {"max", "max_seconds", 8, false, Maximum, Milliseconds, Seconds},
+    {"p50", "p50_seconds", 8, false, Quantile<500>, OneDuration, Seconds},
+    {"p90", "p90_seconds", 8, false, Quantile<900>, OneDuration, Seconds},
+    {"p99", "p99_seconds", 8, false, Quantile<990>, OneDuration, Seconds},
+    {"max", "max_seconds", 8, false, Maximum, OneDuration, Seconds},
     {"exclusive", "exclusive_seconds", 12, false, Exclusive, Milliseconds, Seconds},
     {"cpu", "cpu_exclusive_microseconds", 12, false, Cpu, Microseconds, Whole},
     {"memory", "memory_exclusive_bytes", 8, false, Memory, Bytes, Whole},

@@ -66,8 +66,10 @@ void PrintTable(std::ostream& out,
             line += FitLeft(OnOneLine(row.key[index]), keyWidths[index]) + " ";
         }
         for (const TopColumn& column : columns) {
-            const std::string text = FitRight(column.format(column.value(row)), column.width);
-            const bool isBad = column.isBad && column.value(row) != 0;
+            const double value = column.value(row);
+            const bool isUnknown = row.count == 0 && value == 0;
+            const std::string text = FitRight(isUnknown ? "0" : column.format(value), column.width);
+            const bool isBad = column.isBad && value != 0;
             line += (isBad ? terminal.Paint(text, Colour::Red) : text) + " ";
         }
         line.pop_back();

@@ -48,6 +48,13 @@ sweep         0       0      0      1            0        0        0        0   
     EXPECT_THAT(Errors(), IsEmpty());
 }
 
+TEST_F(TopCommandTest, LessThanAMillisecondIsNotNothing) {
+    TopOptions options;
+    options.input.files = {Write("a.log", {{.id = "A"}, {.phase = "end", .id = "A"}})};
+
+    EXPECT_THAT(Top(options), HasSubstr("   <1 ms    <1 ms    <1 ms    <1 ms "));
+}
+
 TEST_F(TopCommandTest, CsvQuotesWhatNeedsIt) {
     TopOptions options = Sample();
     options.groupBy = {"user", "site"};
