@@ -1,9 +1,9 @@
 #include "export/Exports.h"
 #include "export/Json.h"
 #include "export/ThreadLanes.h"
+#include "read/Rounding.h"
 
 #include <algorithm>
-#include <cmath>
 #include <set>
 #include <vector>
 
@@ -174,14 +174,14 @@ private:
         m_json.Member("result", activity.hasEnd ? activity.result : "never ended");
         WriteText("result-details", activity.resultDetails == "{}" ? "" : activity.resultDetails);
         if (activity.hasEnd) {
-            m_json.Member("elapsed-ms", std::llround(activity.elapsed * 1e3));
-            m_json.Member("exclusive-ms", std::llround(activity.exclusive * 1e3));
+            m_json.Member("elapsed-ms", Rounded(activity.elapsed * 1e3));
+            m_json.Member("exclusive-ms", Rounded(activity.exclusive * 1e3));
         }
         if (activity.figures.isPresent) {
-            m_json.Member("allocated-bytes", std::llround(activity.figures.ai));
-            m_json.Member("allocated-exclusive-bytes", std::llround(activity.figures.ae));
-            m_json.Member("cpu-us", std::llround(activity.figures.CpuInclusive()));
-            m_json.Member("cpu-exclusive-us", std::llround(activity.figures.CpuExclusive()));
+            m_json.Member("allocated-bytes", Rounded(activity.figures.ai));
+            m_json.Member("allocated-exclusive-bytes", Rounded(activity.figures.ae));
+            m_json.Member("cpu-us", Rounded(activity.figures.CpuInclusive()));
+            m_json.Member("cpu-exclusive-us", Rounded(activity.figures.CpuExclusive()));
         }
         m_json.EndObject();
     }

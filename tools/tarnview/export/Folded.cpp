@@ -1,7 +1,7 @@
 #include "export/Exports.h"
+#include "read/Rounding.h"
 
 #include <algorithm>
-#include <cmath>
 #include <map>
 #include <ostream>
 
@@ -26,9 +26,9 @@ long long WeightOf(const ActivityForest& forest, Index index, FoldedWeight weigh
         case FoldedWeight::Time:
             return forest.ExclusiveTime(index);
         case FoldedWeight::Cpu:
-            return std::llround(forest[index].figures.CpuExclusive());
+            return Rounded(forest[index].figures.CpuExclusive());
         case FoldedWeight::Memory:
-            return std::llround(forest[index].figures.ae);
+            return Rounded(forest[index].figures.ae);
     }
     return 0;
 }

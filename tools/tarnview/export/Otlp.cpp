@@ -1,9 +1,9 @@
 #include "export/Exports.h"
 #include "export/Json.h"
 #include "export/SpanIds.h"
+#include "read/Rounding.h"
 
 #include <algorithm>
-#include <cmath>
 #include <map>
 #include <simdjson.h>
 #include <vector>
@@ -148,10 +148,10 @@ private:
         WriteText("tarn.req-desc", activity.description);
         const Figures& figures = activity.figures;
         if (figures.isPresent) {
-            WriteInteger("tarn.allocated.inclusive", std::llround(figures.ai));
-            WriteInteger("tarn.allocated.exclusive", std::llround(figures.ae));
-            WriteInteger("tarn.cpu.inclusive", std::llround(figures.CpuInclusive()));
-            WriteInteger("tarn.cpu.exclusive", std::llround(figures.CpuExclusive()));
+            WriteInteger("tarn.allocated.inclusive", Rounded(figures.ai));
+            WriteInteger("tarn.allocated.exclusive", Rounded(figures.ae));
+            WriteInteger("tarn.cpu.inclusive", Rounded(figures.CpuInclusive()));
+            WriteInteger("tarn.cpu.exclusive", Rounded(figures.CpuExclusive()));
         }
         WriteTable("", activity.attributes);
         // What was added while it ran replaces what it began with.

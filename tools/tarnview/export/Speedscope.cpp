@@ -1,9 +1,9 @@
 #include "export/Exports.h"
 #include "export/Json.h"
 #include "export/ThreadLanes.h"
+#include "read/Rounding.h"
 
 #include <algorithm>
-#include <cmath>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -124,7 +124,7 @@ private:
             const bool goesOn =
                 level != 0 && m_forest[m_forest.ParentOf(index)].process == activity.process;
             starts.push_back(goesOn ? starts.back() : level);
-            const long long bytes = std::llround(activity.figures.ae);
+            const long long bytes = Rounded(activity.figures.ae);
             if (bytes > 0) {
                 const std::size_t depth = std::min(level + 1 - starts.back(), deepestStack);
                 const auto begin = frames.begin() + static_cast<std::ptrdiff_t>(starts.back());

@@ -1,5 +1,7 @@
 #include "model/Activity.h"
 
+#include "read/Rounding.h"
+
 #include <cmath>
 
 namespace tarnview {
@@ -33,7 +35,7 @@ void ReadOwner(const LogLine& line, Activity& activity) {
 
 Microseconds Activity::Duration() const {
     constexpr Microseconds tolerance = 2'000;
-    const auto logged = std::llround(elapsed * microsecondsPerSecond);
+    const auto logged = Rounded(elapsed * microsecondsPerSecond);
     const Microseconds measured = end - begin;
     const bool agrees = measured >= logged && measured < logged + tolerance;
     return hasBegin && hasEnd && agrees ? measured : logged;
@@ -56,7 +58,7 @@ void ReadEnd(const LogLine& line, const Place& place, Activity& activity) {
     if (!activity.hasBegin) {
         ReadIdentity(line, activity);
         activity.beginThread = line.thread;
-        activity.begin = line.time - std::llround(line.elapsed * microsecondsPerSecond);
+        activity.begin = line.time - Rounded(line.elapsed * microsecondsPerSecond);
     }
     activity.hasEnd = true;
     activity.endThread = line.thread != 0 ? line.thread : activity.beginThread;

@@ -1,5 +1,7 @@
 #include "model/ActivityForest.h"
 
+#include "read/Rounding.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -164,7 +166,7 @@ Microseconds ActivityForest::ExclusiveTime(Index index) const {
             tolerance += lastDigit;
         }
     }
-    const Microseconds logged = std::llround(activity.exclusive * 1e6);
+    const Microseconds logged = Rounded(activity.exclusive * 1e6);
     return std::abs(time - logged) <= tolerance ? time : logged;
 }
 

@@ -1,5 +1,7 @@
 #include "model/FiguresCheck.h"
 
+#include "read/Rounding.h"
+
 #include <cmath>
 #include <cstdio>
 #include <utility>
@@ -12,7 +14,7 @@ constexpr const char* inclusiveNames[] = {"ai", "ani", "di", "dni", "ki + ui"};
 constexpr const char* exclusiveNames[] = {"ae", "ane", "de", "dne", "ke + ue"};
 
 std::int64_t Milliseconds(double seconds) {
-    return std::llround(seconds * 1e3);
+    return Rounded(seconds * 1e3);
 }
 
 std::string Number(double number) {

@@ -1,5 +1,7 @@
 #include "model/Filter.h"
 
+#include "read/Rounding.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -52,7 +54,7 @@ bool Filter::Passes(const Activity& activity) const {
 }
 
 bool Filter::Passes(const LogLine& line) const {
-    const Microseconds begin = line.time - std::llround(line.elapsed * 1e6);
+    const Microseconds begin = line.time - Rounded(line.elapsed * 1e6);
     return BeginsWithOne(roots, line.root) && FitsOne(names, line.name) &&
            FitsOne(users, line.user) && FitsOne(sites, line.site) &&
            FitsOne(results, line.result) && (!isFailed || line.result != "ok") &&

@@ -1,7 +1,8 @@
 #include "model/TopStatistics.h"
 
+#include "read/Rounding.h"
+
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 namespace tarnview {
@@ -20,7 +21,7 @@ void TopStatistics::Take(const LogLine& line) {
         return;
     }
     TopRow& row = RowOf(line);
-    const std::int64_t elapsed = std::llround(line.elapsed * 1e3);
+    const std::int64_t elapsed = Rounded(line.elapsed * 1e3);
     ++row.count;
     if (line.result == "early-termination") {
         ++row.terminated;
@@ -29,7 +30,7 @@ void TopStatistics::Take(const LogLine& line) {
     }
     row.total += elapsed;
     row.maximum = std::max(row.maximum, elapsed);
-    row.exclusive += std::llround(line.exclusive * 1e3);
+    row.exclusive += Rounded(line.exclusive * 1e3);
     row.cpu += line.figures.CpuExclusive();
     row.memory += line.figures.ae;
     row.durations.Add(static_cast<std::uint64_t>(std::max<std::int64_t>(elapsed, 0)));

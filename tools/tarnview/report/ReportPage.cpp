@@ -3,10 +3,10 @@
 #include "export/Json.h"
 #include "export/ThreadLanes.h"
 #include "output/TreePrinter.h"
+#include "read/Rounding.h"
 #include "report/PageText.h"
 
 #include <algorithm>
-#include <cmath>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -103,14 +103,14 @@ private:
         json.Number(static_cast<long long>(span.begin - m_base));
         json.Number(static_cast<long long>(span.end - span.begin));
         json.Number(static_cast<long long>(m_forest.ExclusiveTime(index)));
-        json.Number(std::llround(activity.figures.CpuExclusive()));
-        json.Number(std::llround(activity.figures.ae));
+        json.Number(Rounded(activity.figures.CpuExclusive()));
+        json.Number(Rounded(activity.figures.ae));
         json.Number(TextNumber(activity.hasEnd ? activity.result : "never ended"));
         json.Number(TextNumber(PairsOf(activity.resultDetails)));
         WriteMore(json, activity);
         json.Number(StateOf(activity));
-        json.Number(std::llround(activity.figures.CpuInclusive()));
-        json.Number(std::llround(activity.figures.ai));
+        json.Number(Rounded(activity.figures.CpuInclusive()));
+        json.Number(Rounded(activity.figures.ai));
         json.EndArray();
     }
 

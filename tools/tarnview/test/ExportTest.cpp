@@ -258,6 +258,22 @@ TEST_F(ExportTest, ASemicolonInANameDoesNotPartTheStack) {
               "a_b 1000\n");
 }
 
+TEST_F(ExportTest, FiguresThatNothingCanHaveAreCutAndDoNotOverflow) {
+    const std::string resources = R"({"alloc":{"ae":1e300,"ai":1e300}})";
+    ExportOptions options;
+    options.input.files = {
+        Write("a.log",
+              {{.name = "n", .id = "A"},
+               {.phase = "end", .name = "n", .id = "A", .resources = resources},
+               {.name = "n", .id = "B"},
+               {.phase = "end", .name = "n", .id = "B", .resources = resources}})};
+    options.format = ExportFormat::Folded;
+    options.weight = FoldedWeight::Memory;
+
+    EXPECT_EQ(RunExport(options, Streams()), exitSuccess);
+    EXPECT_EQ(Output(), "n 2000000000000000\n");
+}
+
 // Written whole, the stacks of a chain would take the square of its length.
 TEST_F(ExportTest, AVeryDeepStackIsCut) {
     ExportOptions options;
