@@ -24,6 +24,7 @@ void AddChoice(CLI::App& command,
                const std::string& type,
                const std::string& help) {
     std::vector<std::string> names;
+    names.reserve(choices.size());
     for (const auto& [choice, meaning] : choices) {
         names.push_back(choice);
     }

@@ -33,7 +33,7 @@ std::string ChainOf(const Joiner& joiner, const Activity& activity) {
         if (next == nullptr) {
             break;
         }
-        chain = next->name + (chain.empty() ? "" : " > ") + chain;
+        chain.insert(0, next->name + (chain.empty() ? "" : " > "));
         current = next;
     }
     return chain;

@@ -76,6 +76,7 @@ std::vector<const Activity*> Joiner::Open() const {
     std::sort(
         open.begin(), open.end(), [](const auto* a, const auto* b) { return a->order < b->order; });
     std::vector<const Activity*> result;
+    result.reserve(open.size());
     for (const OpenActivity* activity : open) {
         result.push_back(&activity->activity);
     }

@@ -53,7 +53,8 @@ public:
 
 private:
     struct TextHash {
-        using is_transparent = void;
+        // The name is the standard library's.
+        using is_transparent = void;  // NOLINT(readability-identifier-naming)
 
         std::size_t operator()(std::string_view text) const {
             return std::hash<std::string_view>()(text);

@@ -55,6 +55,7 @@ std::vector<std::string> TreeSelection::Chosen() const {
         }
     }
     std::vector<std::string> roots;
+    roots.reserve(wanted.size());
     for (const auto* entry : wanted) {
         roots.push_back(entry->first);
     }

@@ -36,7 +36,7 @@ bool IsReplaceable(const std::string& path) {
 
 }  // namespace
 
-OutputFile::OutputFile(std::string path)
+OutputFile::OutputFile(const std::string& path)
     : m_path(path.empty() ? path : FinalPath(path)),
       m_buffer(bufferSize),
       m_stream(this) {

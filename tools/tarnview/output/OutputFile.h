@@ -12,7 +12,7 @@ namespace tarnview {
 class OutputFile : private std::streambuf {
 public:
     /// Throws `std::system_error` naming the path if the file cannot be made.
-    explicit OutputFile(std::string path);
+    explicit OutputFile(const std::string& path);
 
     /// Without Commit() nothing of the file stays, and one that was there before is untouched.
     ~OutputFile() override;

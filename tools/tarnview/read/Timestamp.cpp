@@ -87,7 +87,7 @@ bool TakeOffset(Digits& digits, std::int64_t& minutes) {
         !digits.Take(2, minute)) {
         return false;
     }
-    minutes = (isWest ? -1 : 1) * (hour * 60 + minute);
+    minutes = std::int64_t{isWest ? -1 : 1} * (std::int64_t{hour} * 60 + minute);
     return true;
 }
 

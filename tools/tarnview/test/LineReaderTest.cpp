@@ -13,15 +13,21 @@ using Result = LineReader::Result;
 
 // A pipe whose writing end the test holds.
 class LineReaderTest : public testing::Test {
+public:
+    ~LineReaderTest() override {
+        close(m_ends[0]);
+        CloseWriter();
+    }
+
+    LineReaderTest(const LineReaderTest&) = delete;
+    LineReaderTest& operator=(const LineReaderTest&) = delete;
+    LineReaderTest(LineReaderTest&&) = delete;
+    LineReaderTest& operator=(LineReaderTest&&) = delete;
+
 protected:
     LineReaderTest() {
         EXPECT_EQ(pipe2(m_ends, O_NONBLOCK), 0);
         fcntl(m_ends[1], F_SETPIPE_SZ, 1 << 20);
-    }
-
-    ~LineReaderTest() override {
-        close(m_ends[0]);
-        CloseWriter();
     }
 
     void Write(const std::string& text) const {

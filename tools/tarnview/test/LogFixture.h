@@ -36,9 +36,15 @@ struct LineText {
 
 /// Commands in a folder of their own, with what they print.
 class LogFixture : public testing::Test {
+public:
+    ~LogFixture() override;
+    LogFixture(const LogFixture&) = delete;
+    LogFixture& operator=(const LogFixture&) = delete;
+    LogFixture(LogFixture&&) = delete;
+    LogFixture& operator=(LogFixture&&) = delete;
+
 protected:
     LogFixture();
-    ~LogFixture() override;
 
     /// Returns the path of the new file.
     std::string Write(const std::string& name, const std::string& text);

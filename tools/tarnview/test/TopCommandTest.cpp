@@ -14,13 +14,12 @@ namespace tarnview {
 namespace {
 
 using nlohmann::json;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 class TopCommandTest : public LogFixture {
 protected:
-    std::string Top(TopOptions options) {
+    std::string Top(const TopOptions& options) {
         EXPECT_EQ(RunTop(options, Streams()), exitSuccess);
         return Output();
     }
