@@ -210,19 +210,17 @@ void Dispatcher::Deliver(const EventView& event) {
     // Outlives the lock: the destructor of a listener that goes with its last reference here may do
     // anything, waiting for other threads included.
     Delivery delivery;
-    // So do lines: others deliver while this thread writes its own. Lines of what was queued must
-    // not come later than what the delivering thread writes next.
+    // So do the lines of the event: others deliver while this thread writes them.
     std::optional<TLog::LineBatch> ownLines;
-    if (!s_isAsynchronous.load(std::memory_order_acquire)) {
-        ownLines.emplace(TLog::LineBatch::Holds::Events);
-    }
 
     const Claim claim(m_othersWait);
     const std::lock_guard lock(m_mutex);
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
 
+    // The lines of what others have queued come first, for these may go on with something else.
     DeliverQueued(delivery);
+    ownLines.emplace(TLog::LineBatch::Holds::Events);
     event.CopyTo(m_taken);
     DeliverWithFollowers(m_taken, delivery);
     LetGo(m_taken);

@@ -150,7 +150,12 @@ TEST_P(ExitTest, ALogThatHangsDoesNotKeepTheProcessFromEnding) {
     EXPECT_LT(TimeOfLastRun(), std::chrono::seconds(30));
     const ProcessLog log = Log();
     ExpectSoundLog(log);
-    EXPECT_EQ(log.Lines().size() + log.Messages().size(), 100u);
+    const std::size_t lines = log.Lines().size() + log.Messages().size();
+    // The delivering thread writes the lines of a burst, of 64 events at most, together: those
+    // before the one that hangs are lost with it.
+    constexpr std::size_t burst = 64;
+    EXPECT_LE(lines, 100u);
+    EXPECT_GE(lines, IsAsynchronous() ? 100u - burst : 100u);
 }
 
 TEST_P(ExitTest, TheDeadlineIsGivenToALogThatIsOnlySlow) {
