@@ -1,21 +1,30 @@
 #pragma once
 
+#include "cvlsys/IntegerTypes.h"
+
+#include <atomic>
 #include <mutex>
 #include <thread>
 
 namespace Metrics {
 
 /// A mutex for work of a few microseconds: who finds it locked looks again for about as long before
-/// it sleeps, as falling asleep and being woken take longer.
+/// it sleeps, as falling asleep and being woken take longer. Threads that lock it again and again
+/// could keep one that sleeps from ever getting it; `LockNext` is for a thread that must not wait
+/// for long.
 class AdaptiveMutex {
 public:
+    // NOLINTBEGIN(readability-identifier-naming): named by the language
+
     void lock() {
         for (int left = s_isWorthLooking ? looks : 0; left != 0; --left) {
+            LetOtherPass();
             if (m_mutex.try_lock()) {
                 return;
             }
             Pause();
         }
+        LetOtherPass();
         m_mutex.lock();
     }
 
@@ -23,11 +32,34 @@ public:
 
     void unlock() { m_mutex.unlock(); }
 
+    // NOLINTEND(readability-identifier-naming)
+
+    /// Locks it before any thread that is not asleep in `lock` already.
+    void LockNext() {
+        if (m_mutex.try_lock()) {
+            return;
+        }
+        m_urgent.fetch_add(1, std::memory_order_relaxed);
+        m_mutex.lock();
+        m_urgent.fetch_sub(1, std::memory_order_relaxed);
+        m_urgent.notify_all();
+    }
+
+    /// For a forked child, whose only thread holds the mutex.
+    void ForgetWaitingThreads() noexcept { m_urgent.store(0, std::memory_order_relaxed); }
+
 private:
     static constexpr int looks = 100;
 
     // Nobody unlocks it meanwhile where there is one processor.
     static inline const bool s_isWorthLooking = std::thread::hardware_concurrency() > 1;
+
+    void LetOtherPass() noexcept {
+        for (uint32 urgent = m_urgent.load(std::memory_order_relaxed); urgent != 0;
+             urgent = m_urgent.load(std::memory_order_relaxed)) {
+            m_urgent.wait(urgent, std::memory_order_relaxed);
+        }
+    }
 
     static void Pause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
@@ -36,6 +68,7 @@ private:
     }
 
     std::mutex m_mutex;
+    std::atomic<uint32> m_urgent{0};
 };
 
 }  // namespace Metrics

@@ -183,7 +183,7 @@ void Dispatcher::LockForFork() noexcept {
         // that are open on the thread that forks.
         DeliverQueued();
         const Claim claim(m_othersWait);
-        m_mutex.lock();
+        m_mutex.LockNext();
     }
     DeliveringThread::LockForFork();
     EventQueues::LockForFork();
@@ -203,6 +203,7 @@ void Dispatcher::StartAnewInChild() noexcept {
     EventQueues::StartAnewInChild();
     DeliveringThread::StartAnewInChild();
     m_othersWait.store(0, std::memory_order_relaxed);
+    m_mutex.ForgetWaitingThreads();
     UnlockAfterFork();
 }
 
@@ -245,7 +246,8 @@ bool Dispatcher::DeliverSome() noexcept {
     for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
         std::this_thread::yield();
     }
-    const std::lock_guard lock(m_mutex);
+    m_mutex.LockNext();
+    const std::lock_guard lock(m_mutex, std::adopt_lock);
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
+#include <memory>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -25,6 +26,18 @@ public:
     using const_iterator = typename std::vector<Entry>::const_iterator;
 
     FlatTable() noexcept = default;
+    FlatTable(FlatTable&&) noexcept = default;
+    FlatTable& operator=(FlatTable&&) noexcept = default;
+    ~FlatTable() = default;
+
+    FlatTable(const FlatTable& other)
+        : m_entries(other.m_entries),
+          m_index(other.m_index != nullptr ? std::make_unique<Index>(*other.m_index) : nullptr) {}
+
+    FlatTable& operator=(const FlatTable& other) {
+        FlatTable copy(other);
+        return *this = std::move(copy);
+    }
 
     FlatTable(std::initializer_list<Entry> entries) {
         for (const Entry& entry : entries) {
@@ -47,8 +60,8 @@ public:
     /// Null for a name that has no value.
     const Value* Find(const TString& name) const {
         if (m_entries.size() > mostUnindexed) {
-            const auto known = m_index.find(name);
-            return known == m_index.end() ? nullptr : &m_entries[known->second].value;
+            const auto known = m_index->find(name);
+            return known == m_index->end() ? nullptr : &m_entries[known->second].value;
         }
         const auto known = std::find_if(m_entries.begin(),
                                         m_entries.end(),
@@ -61,9 +74,7 @@ public:
     /// Keeps the memory for the next values.
     void Clear() noexcept {
         m_entries.clear();
-        if (!m_index.empty()) {
-            m_index.clear();
-        }
+        m_index.reset();
     }
 
     /// Forgets the values, and keeps no more memory than for a handful of them.
@@ -71,7 +82,6 @@ public:
         Clear();
         if (m_entries.capacity() > mostUnindexed) {
             m_entries = {};
-            m_index = {};
         }
     }
 
@@ -90,24 +100,28 @@ public:
 private:
     static constexpr std::size_t mostUnindexed = 16;
 
+    using Index = std::unordered_map<TString, std::size_t>;
+
     // The index holds all entries once there are too many to look at.
     void AddToIndex() {
         try {
-            for (std::size_t i = m_index.size(); i < m_entries.size(); ++i) {
-                m_index.emplace(m_entries[i].name, i);
+            if (m_index == nullptr) {
+                m_index = std::make_unique<Index>();
+            }
+            for (std::size_t i = m_index->size(); i < m_entries.size(); ++i) {
+                m_index->emplace(m_entries[i].name, i);
             }
         } catch (...) {
-            m_index.erase(m_entries.back().name);
             m_entries.pop_back();
             if (m_entries.size() <= mostUnindexed) {
-                m_index.clear();
+                m_index.reset();
             }
             throw;
         }
     }
 
     std::vector<Entry> m_entries;
-    std::unordered_map<TString, std::size_t> m_index;
+    std::unique_ptr<Index> m_index;
 };
 
 }  // namespace tarn

@@ -169,6 +169,7 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
                                       ContextInfo& context,
                                       bool request,
                                       bool startsRequest) {
+    std::swap(m_records->spareAttributes, state.attributes);
     const bool foreground = OptTarn::GetIsForegroundThreadContextEnabled();
     if (foreground) {
         RouteOpeningPairs(state, event.pairs);
@@ -204,7 +205,10 @@ void MetricsMonitor::LogBegin(ScopeState& state) {
         return;
     }
     // What the begin event has said the end event does not repeat.
-    const Finally emptyAttributes([&state] { state.attributes.Clear(); });
+    const Finally emptyAttributes([this, &state] {
+        state.attributes.Release();
+        std::swap(m_records->spareAttributes, state.attributes);
+    });
     m_records->sink->Log(CreateBeginLogEvent({state, state.openTime}));
 }
 

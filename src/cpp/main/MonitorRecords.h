@@ -25,6 +25,10 @@ struct MetricsMonitor::Records {
     std::unique_ptr<IMetricsMonitorUUID> uuidGenerator;
     bool testEnabled = false;
 
+    /// The memory that the next scope gathers its opening attributes in; while it is open it needs
+    /// none.
+    ScopeState::Attributes spareAttributes;
+
     const ContextInfo* FindContext(uint64 contextId) const { return contexts.Find(contextId); }
 
     ContextInfo* FindContext(uint64 contextId) { return contexts.Find(contextId); }
