@@ -39,14 +39,17 @@ pid_t ForkChild(std::size_t rounds) {
     return child;
 }
 
-/// Threads that work until they are told to stop.
+/// Threads that work until they are told to stop, with rests: whoever reads their log is not to need
+/// minutes for it.
 class Workers {
 public:
     explicit Workers(std::size_t count) {
         for (std::size_t thread = 1; thread <= count; ++thread) {
             m_threads.emplace_back([this, thread] {
                 while (!m_isOver) {
-                    Work(thread, 1);
+                    constexpr std::size_t rounds = 20;
+                    Work(thread, rounds);
+                    std::this_thread::sleep_for(std::chrono::milliseconds(20));
                 }
             });
         }
