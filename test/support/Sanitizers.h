@@ -13,6 +13,12 @@ inline constexpr bool hasThreadSanitizer = true;
 inline constexpr bool hasThreadSanitizer = false;
 #endif
 
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+inline constexpr bool hasAddressSanitizer = true;
+#else
+inline constexpr bool hasAddressSanitizer = false;
+#endif
+
 /// Why a test in which a forked child starts a thread cannot run with thread sanitizer: the runtime
 /// supports threads in a child only if the parent had one thread when it forked.
 inline constexpr const char* noThreadsInForkedChildren =
