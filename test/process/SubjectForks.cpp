@@ -39,8 +39,8 @@ pid_t ForkChild(std::size_t rounds) {
     return child;
 }
 
-/// Threads that work until they are told to stop, with rests: whoever reads their log is not to need
-/// minutes for it.
+/// Threads that work until they are told to stop, with rests: whoever reads their log is not to
+/// need minutes for it.
 class Workers {
 public:
     explicit Workers(std::size_t count) {

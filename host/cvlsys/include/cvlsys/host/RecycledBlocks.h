@@ -33,7 +33,8 @@ struct RecyclingAllocator {
     RecyclingAllocator() noexcept = default;
 
     template <class U>
-    RecyclingAllocator(const RecyclingAllocator<U>&) noexcept {}  // NOLINT(google-explicit-constructor): allocators convert
+    RecyclingAllocator(const RecyclingAllocator<U>&) noexcept {
+    }  // NOLINT(google-explicit-constructor): allocators convert
 
     T* allocate(std::size_t count) {
         static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
