@@ -15,8 +15,8 @@ namespace cvlcoreplatform {
 /// Throws when there is no memory, which RapidJSON's own allocator does not notice.
 class LineAllocator {
 public:
-    // Named by RapidJSON.
-    static constexpr bool kNeedFree = true;  // NOLINT(readability-identifier-naming)
+    // NOLINTNEXTLINE(readability-identifier-naming): named by RapidJSON
+    static constexpr bool kNeedFree = true;
 
     void* Malloc(std::size_t bytes);
     void* Realloc(void* block, std::size_t oldBytes, std::size_t newBytes);

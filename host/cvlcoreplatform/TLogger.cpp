@@ -152,14 +152,14 @@ bool Logger::IsEnabled(Severity severity) const noexcept {
 }
 
 // Not const, though it changes no member: whoever logs changes the log.
-// NOLINTNEXTLINE(readability-make-member-function-const)
+// NOLINTNEXTLINE(readability-make-member-function-const): it changes the log
 void Logger::Log(Severity severity, const Event& event) noexcept {
     if (IsEnabled(severity)) {
         WithBackEnd([&](LogBackEnd& backEnd) { backEnd.Write(severity, event); });
     }
 }
 
-// NOLINTNEXTLINE(readability-make-member-function-const)
+// NOLINTNEXTLINE(readability-make-member-function-const): it changes the log
 void Logger::LogMessage(Severity severity, const TString& text) noexcept {
     if (IsEnabled(severity)) {
         WithBackEnd([&](LogBackEnd& backEnd) { backEnd.WriteMessage(severity, text); });

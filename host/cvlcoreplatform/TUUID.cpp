@@ -198,7 +198,9 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
     }
     // The digits stand in groups of 8, 4, 4, 4 and 12.
     constexpr std::size_t unit = sizeof(char16_t);
-    std::array<char16_t, 38> text;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    // All of it is written below.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+    std::array<char16_t, 38> text;
     text[0] = u'{';
     std::memcpy(&text[1], &digits[0], 8 * unit);
     text[9] = u'-';

@@ -22,7 +22,7 @@ public:
 
     // Values stand for themselves in attribute lists, hence the implicit constructors below. Only
     // bool itself makes a bool: no pointer turns into one.
-    // NOLINTBEGIN(google-explicit-constructor)
+    // NOLINTBEGIN(google-explicit-constructor): see above
 
     template <class T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
     ValueView(T value) noexcept : m_kind(Kind::Bool),
