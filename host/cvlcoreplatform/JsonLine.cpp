@@ -104,15 +104,16 @@ std::string_view JsonLine::End() {
 }
 
 void JsonLine::WriteTime(TLog::EventTimePoint time) {
-    const auto second = std::chrono::floor<std::chrono::seconds>(time);
+    // In microseconds, because the second that the earliest times lie in begins before the first
+    // tick.
+    const auto rounded = std::chrono::floor<std::chrono::microseconds>(time);
+    const auto second = std::chrono::floor<std::chrono::seconds>(rounded);
     if (second != m_second) {
         m_secondText = FormatUtcUpToSecond(second);
         m_second = second;
     }
     TimeText fraction;
-    fraction.AppendNumber(
-        static_cast<unsigned>(std::chrono::floor<std::chrono::microseconds>(time - second).count()),
-        6);
+    fraction.AppendNumber(static_cast<unsigned>((rounded - second).count()), 6);
     m_line.Append(m_secondText.View());
     m_line.Append('.');
     m_line.Append(fraction.View());

@@ -179,6 +179,8 @@ TEST(CorePlatformJsonLineTest, TimesAreWrittenInUtcWithMicroseconds) {
     EXPECT_EQ(time(-1), "1969-12-31T23:59:59.999999Z");
     EXPECT_EQ(time(17'091'648'000'000'000), "2024-02-29T00:00:00.000000Z");
     EXPECT_EQ(time(2'534'023'007'999'999'999), "9999-12-31T23:59:59.999999Z");
+    EXPECT_EQ(time(std::numeric_limits<int64>::min()), "-27258-04-19T21:11:54.522419Z");
+    EXPECT_EQ(time(std::numeric_limits<int64>::max()), "31197-09-14T02:48:05.477580Z");
 }
 
 TEST(CorePlatformJsonLineTest, FieldsOfATableAreSortedByTheCodeUnitsOfTheirNames) {
