@@ -3,6 +3,7 @@
 #include "cvlcoreplatform/CorePlatformOptions.h"
 #include "cvlcoreplatform/TFormatString.h"
 #include "cvlcoreplatform/TLog.h"
+#include "cvlcoreplatform/TLogEventBuilder.h"
 #include "cvlcoreplatform/TUUID.h"
 
 #include <array>
@@ -82,63 +83,45 @@ namespace TLog {
 
 Value::~Value() = default;
 
-Literal::Literal(Key, LiteralContent content) noexcept
+Literal::Literal(Key, LiteralType type, int64 integer, double real, TString text) noexcept
     : Value(ValueKind::Literal),
-      m_content(std::move(content)) {}
+      m_text(std::move(text)),
+      m_integer(integer),
+      m_double(real),
+      m_type(type) {}
 
 Literal::~Literal() = default;
 
-std::shared_ptr<Literal> Literal::Make(LiteralContent content) {
-    return std::make_shared<Literal>(Key{}, std::move(content));
-}
-
 std::shared_ptr<Literal> Literal::String(TString text) {
-    return Make(LiteralContent::String(std::move(text)));
+    return std::make_shared<Literal>(Key{}, LiteralType::String, 0, 0.0, std::move(text));
 }
 
 std::shared_ptr<Literal> Literal::Int(int64 value) {
-    return Make(LiteralContent::Int(value));
+    return std::make_shared<Literal>(Key{}, LiteralType::Integer, value, 0.0, TString());
 }
 
 std::shared_ptr<Literal> Literal::Bool(bool value) {
-    return Make(LiteralContent::Bool(value));
+    return std::make_shared<Literal>(Key{}, LiteralType::Boolean, value ? 1 : 0, 0.0, TString());
 }
 
 std::shared_ptr<Literal> Literal::Double(double value, int notation) {
-    return Make(LiteralContent::Double(value, notation));
+    const LiteralType type = notation == 1 ? LiteralType::FixedDouble : LiteralType::Double;
+    return std::make_shared<Literal>(Key{}, type, 0, value, TString());
 }
 
 const std::shared_ptr<Literal>& Literal::Null() {
-    static const auto null = Make(LiteralContent());
+    static const auto null = std::make_shared<Literal>(Key{}, LiteralType::Null, 0, 0.0, TString());
     return null;
 }
 
-Object::Object(Key, NameTable fields)
+Object::Object(Key, NameTable fields) noexcept
     : Value(ValueKind::Object),
-      m_isList(false),
-      m_table(new NameTable(std::move(fields))) {}
+      m_fields(std::move(fields)) {}
 
-Object::~Object() {
-    delete m_table.load();
-}
+Object::~Object() = default;
 
 std::shared_ptr<Object> Object::Make(NameTable fields) {
     return std::make_shared<Object>(Key{}, std::move(fields));
-}
-
-// This host has nothing to win by keeping the list.
-std::shared_ptr<Object> Object::MakeOfList(FieldList fields) {
-    NameTable table;
-    for (Field& field : fields) {
-        auto value = field.shared != nullptr ? std::move(field.shared)
-                                             : Literal::Make(std::move(field.literal));
-        table.insert_or_assign(std::move(field.name), std::move(value));
-    }
-    return Make(std::move(table));
-}
-
-const NameTable& Object::GetFields() const {
-    return *m_table.load();
 }
 
 Array::Array(Key, std::vector<std::shared_ptr<Value>> items) noexcept
@@ -201,27 +184,133 @@ ActivityInfo ActivityInfoFactory::CreateActivityInfo(int64 /*time*/, const TStri
     return {EventTimePoint(), 0, 0, u"-", TUUID::CreateUUID().ToString(), u"-", u"-", {}, {}, {}};
 }
 
-struct Event::Fields {
+class EventFields {
+public:
     TString name;
     std::shared_ptr<Object> body;
     std::unique_ptr<ActivityInfo> information;
 };
 
 Event::Event(TString name, std::shared_ptr<Object> body)
-    : m_fields(std::make_shared<const Fields>(Fields{std::move(name), std::move(body), nullptr})) {}
+    : m_fields(std::make_shared<const EventFields>(
+          EventFields{std::move(name), std::move(body), nullptr})) {}
 
 Event::Event(TString name, std::shared_ptr<Object> body, ActivityInfo information)
-    : m_fields(std::make_shared<const Fields>(
-          Fields{std::move(name),
-                 std::move(body),
-                 std::make_unique<ActivityInfo>(std::move(information))})) {}
+    : m_fields(std::make_shared<const EventFields>(
+          EventFields{std::move(name),
+                      std::move(body),
+                      std::make_unique<ActivityInfo>(std::move(information))})) {}
 
 const TString& Event::GetName() const noexcept {
     return m_fields->name;
 }
 
-const ActivityInfo* Event::GetActivityInfo() const noexcept {
+const ActivityInfo* Event::GetActivityInfo() const {
     return m_fields->information.get();
+}
+
+// This host has nothing to win by putting values off. A field's object is made at the end, when it
+// is complete: those inside of others come after them.
+class GatheredFields {
+public:
+    struct Child {
+        std::size_t parent;
+        TString name;
+        std::size_t object;
+    };
+
+    std::vector<NameTable> objects = std::vector<NameTable>(4);
+    std::vector<Child> children;
+    TString session;
+    TString request;
+    TString user;
+    TString site;
+};
+
+namespace {
+
+TString ToText(TextView text) {
+    return text.IsUtf8() ? TString::FromUtf8(text.GetUtf8()) : TString(text.GetUtf16());
+}
+
+}  // namespace
+
+EventBuilder::EventBuilder() : m_fields(std::make_shared<GatheredFields>()) {}
+
+EventBuilder::~EventBuilder() = default;
+
+void EventBuilder::AddValue(ObjectId object, const TString& name, std::shared_ptr<Value> value) {
+    m_fields->objects[static_cast<std::size_t>(object)].insert_or_assign(name, std::move(value));
+}
+
+void EventBuilder::AddText(ObjectId object, const TString& name, TextView text) {
+    AddValue(object, name, Literal::String(ToText(text)));
+}
+
+void EventBuilder::AddUuid(ObjectId object, const TString& name, const TUUID& id) {
+    AddText(object, name, id.ToString());
+}
+
+void EventBuilder::AddInt(ObjectId object, const TString& name, int64 value) {
+    AddValue(object, name, Literal::Int(value));
+}
+
+void EventBuilder::AddBool(ObjectId object, const TString& name, bool value) {
+    AddValue(object, name, Literal::Bool(value));
+}
+
+void EventBuilder::AddDouble(ObjectId object, const TString& name, double value) {
+    AddValue(object, name, Literal::Double(value, 0));
+}
+
+EventBuilder::ObjectId EventBuilder::AddObject(ObjectId object, const TString& name) {
+    const std::size_t child = m_fields->objects.size();
+    m_fields->objects.emplace_back();
+    m_fields->children.push_back({static_cast<std::size_t>(object), name, child});
+    return static_cast<ObjectId>(child);
+}
+
+void EventBuilder::SetSession(TextView text) {
+    m_fields->session = ToText(text);
+}
+
+void EventBuilder::SetRequest(TextView text) {
+    m_fields->request = ToText(text);
+}
+
+void EventBuilder::SetFreshRequest() {
+    m_fields->request = TUUID::CreateUUID().ToString();
+}
+
+void EventBuilder::SetUser(TextView text) {
+    m_fields->user = ToText(text);
+}
+
+void EventBuilder::SetSite(TextView text) {
+    m_fields->site = ToText(text);
+}
+
+Event EventBuilder::Finish(TString name, EventTimePoint time, uint32 processId, uint64 threadId) {
+    std::vector<NameTable>& objects = m_fields->objects;
+    for (auto child = m_fields->children.rbegin(); child != m_fields->children.rend(); ++child) {
+        objects[child->parent].insert_or_assign(child->name,
+                                                Object::Make(std::move(objects[child->object])));
+    }
+    const auto take = [&objects](ObjectId object) {
+        return Object::Make(std::move(objects[static_cast<std::size_t>(object)]));
+    };
+    return {std::move(name),
+            take(ObjectId::Body),
+            ActivityInfo(time,
+                         processId,
+                         threadId,
+                         m_fields->session,
+                         m_fields->request,
+                         m_fields->user,
+                         m_fields->site,
+                         take(ObjectId::Environment),
+                         take(ObjectId::Activity),
+                         take(ObjectId::Attributes))};
 }
 
 TString EventTimestamp::GetFormattedLocalValue() const {

@@ -49,6 +49,11 @@ uint64 FirstUnits(std::u16string_view text) noexcept {
 std::string_view JsonLine::Format(TLog::Severity severity,
                                   const TLog::Event& event,
                                   TLog::EventTimePoint now) {
+    if (const TLog::GatheredFields* const gathered = event.GetFields().AsGathered()) {
+        Begin(gathered->time, severity);
+        WriteGathered(*gathered);
+        return End();
+    }
     const TLog::ActivityInfo* const info = event.GetActivityInfo();
     Begin(info != nullptr ? info->GetTime() : now, severity);
     m_line.Append(R"(,"event":)");
@@ -93,7 +98,7 @@ void JsonLine::Begin(TLog::EventTimePoint time, TLog::Severity severity) {
     m_fields.clear();
     m_line.Append(R"({"time":")");
     WriteTime(time);
-    m_line.Append(R"(","severity":")");
+    m_line.Append(R"(Z","severity":")");
     m_line.Append(NameOf(severity));
     m_line.Append('"');
 }
@@ -112,19 +117,18 @@ void JsonLine::WriteTime(TLog::EventTimePoint time) {
         m_secondText = FormatUtcUpToSecond(second);
         m_second = second;
     }
-    TimeText fraction;
-    fraction.AppendNumber(static_cast<unsigned>((rounded - second).count()), 6);
     m_line.Append(m_secondText.View());
-    m_line.Append('.');
-    m_line.Append(fraction.View());
-    m_line.Append('Z');
+    m_line.AppendFraction(static_cast<uint32>((rounded - second).count()));
 }
 
 void JsonLine::WriteProcessAndThread(uint32 processId, uint64 threadId) {
-    m_line.Append(R"(,"pid":)");
-    m_line.AppendNumber(uint64{processId});
-    m_line.Append(R"(,"tid":)");
-    m_line.AppendNumber(threadId);
+    if (processId != m_processId || threadId != m_threadId || m_processAndThread.empty()) {
+        m_processAndThread =
+            R"(,"pid":)" + std::to_string(processId) + R"(,"tid":)" + std::to_string(threadId);
+        m_processId = processId;
+        m_threadId = threadId;
+    }
+    m_line.Append(m_processAndThread);
 }
 
 void JsonLine::WriteOptional(std::string_view name, const TLog::Value* value) {
@@ -141,7 +145,7 @@ void JsonLine::WriteValue(const TLog::Value& value, int depth) {
     }
     switch (value.GetKind()) {
         case TLog::ValueKind::Literal:
-            WriteLiteral(static_cast<const TLog::Literal&>(value).GetContent());
+            WriteLiteral(static_cast<const TLog::Literal&>(value));
             break;
         case TLog::ValueKind::Object:
             WriteObject(static_cast<const TLog::Object&>(value), depth);
@@ -163,30 +167,13 @@ void JsonLine::WriteArray(const TLog::Array& array, int depth) {
     m_line.Append(array.GetItems().empty() ? "[]" : "]");
 }
 
-void JsonLine::CollectFields(const TLog::Object& object) {
-    if (const TLog::FieldList* const list = object.GetFieldList()) {
-        for (const TLog::Field& field : *list) {
-            m_fields.push_back(Field{
-                FirstUnits(field.name.View()), &field.name, field.shared.get(), &field.literal});
-        }
-        return;
-    }
+void JsonLine::WriteObject(const TLog::Object& object, int depth) {
+    const std::size_t first = m_fields.size();
     for (const auto& [name, value] : object.GetFields()) {
         if (value != nullptr) {
-            m_fields.push_back(Field{FirstUnits(name.View()), &name, value.get(), nullptr});
+            m_fields.push_back(Field{FirstUnits(name.View()), &name, value.get()});
         }
     }
-}
-
-void JsonLine::WriteObject(const TLog::Object& object, int depth) {
-    if (const TLog::FieldList* const list = object.GetFieldList()) {
-        if (const auto shape = m_shapes.Find(*list)) {
-            WriteShaped(*list, *shape, depth);
-            return;
-        }
-    }
-    const std::size_t first = m_fields.size();
-    CollectFields(object);
     std::sort(m_fields.begin() + static_cast<std::ptrdiff_t>(first),
               m_fields.end(),
               [](const Field& a, const Field& b) {
@@ -203,50 +190,72 @@ void JsonLine::WriteObject(const TLog::Object& object, int depth) {
         }
         m_line.AppendText(field.name->View());
         m_line.Append(':');
-        WriteFieldValue(field.value, field.literal, depth);
+        WriteValue(*field.value, depth + 1);
     }
     m_line.Append('}');
     m_fields.resize(first);
 }
 
-void JsonLine::WriteShaped(const TLog::FieldList& fields, const ObjectShape& shape, int depth) {
-    m_line.Append('{');
-    for (const ObjectShape::Member& member : shape.GetMembers()) {
-        const TLog::Field& field = fields[member.field];
-        m_line.Append(member.opening);
-        WriteFieldValue(field.shared.get(), &field.literal, depth);
-    }
-    m_line.Append('}');
-}
-
-void JsonLine::WriteFieldValue(const TLog::Value* value,
-                               const TLog::LiteralContent* literal,
-                               int depth) {
-    if (value != nullptr) {
-        WriteValue(*value, depth + 1);
-    } else if (depth == mostLevels) {
-        WriteValue(*TLog::Literal::Null(), depth + 1);
+inline void JsonLine::WriteGathered(TLog::GatheredText text) {
+    if (text.IsPlain()) {
+        m_line.AppendPaddedText(text.Plain());
     } else {
-        WriteLiteral(*literal);
+        m_line.AppendText(text.Units());
     }
 }
 
-void JsonLine::WriteLiteral(const TLog::LiteralContent& literal) {
-    switch (literal.type) {
+void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
+    m_line.Append(R"(,"event":)");
+    m_line.AppendText(event.GetName().View());
+    WriteProcessAndThread(event.processId, event.threadId);
+    const EventShape& shape = m_shapes.Get(event);
+    for (const EventShape::Step& step : shape.GetSteps()) {
+        m_line.AppendPadded(shape.Before(step));
+        WriteField(event, event.GetFields()[step.field]);
+    }
+    m_line.AppendPadded(shape.AfterAll());
+}
+
+void JsonLine::WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field) {
+    using Kind = TLog::GatheredField::Kind;
+    switch (field.kind) {
+        case Kind::Text:
+            WriteGathered(field.text);
+            break;
+        case Kind::Integer:
+            m_line.AppendNumber(field.integer);
+            break;
+        case Kind::Double:
+            m_line.AppendReal(field.real, false);
+            break;
+        case Kind::Boolean:
+            m_line.Append(field.integer != 0 ? "true" : "false");
+            break;
+        case Kind::Shared:
+            WriteValue(*event.GetShared(field), 2);
+            break;
+        case Kind::Constant:
+        case Kind::Object:
+            break;  // stands in the event's shape
+    }
+}
+
+void JsonLine::WriteLiteral(const TLog::Literal& literal) {
+    switch (literal.GetType()) {
         case TLog::LiteralType::String:
-            m_line.AppendText(literal.text.View());
+            m_line.AppendText(literal.GetString().View());
             break;
         case TLog::LiteralType::Integer:
-            m_line.AppendNumber(literal.integer);
+            m_line.AppendNumber(literal.GetInt());
             break;
         case TLog::LiteralType::Double:
-            m_line.AppendReal(literal.real, false);
+            m_line.AppendReal(literal.GetDouble(), false);
             break;
         case TLog::LiteralType::FixedDouble:
-            m_line.AppendReal(literal.real, true);
+            m_line.AppendReal(literal.GetDouble(), true);
             break;
         case TLog::LiteralType::Boolean:
-            m_line.Append(literal.integer != 0 ? "true" : "false");
+            m_line.Append(literal.GetBool() ? "true" : "false");
             break;
         case TLog::LiteralType::Null:
             m_line.Append("null");

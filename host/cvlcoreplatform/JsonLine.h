@@ -1,7 +1,8 @@
 #pragma once
 
+#include "EventFields.h"
+#include "EventShapes.h"
 #include "LineText.h"
-#include "ObjectShapes.h"
 #include "TimeText.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
@@ -12,6 +13,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -40,8 +42,7 @@ private:
     struct Field {
         uint64 firstUnits;
         const TString* name;
-        const TLog::Value* value;  // null if the literal counts
-        const TLog::LiteralContent* literal;
+        const TLog::Value* value;
     };
 
     void Begin(TLog::EventTimePoint time, TLog::Severity severity);
@@ -50,18 +51,22 @@ private:
     void WriteProcessAndThread(uint32 processId, uint64 threadId);
     void WriteOptional(std::string_view name, const TLog::Value* value);
     void WriteValue(const TLog::Value& value, int depth);
-    void WriteLiteral(const TLog::LiteralContent& literal);
+    void WriteLiteral(const TLog::Literal& literal);
     void WriteObject(const TLog::Object& object, int depth);
     void WriteArray(const TLog::Array& array, int depth);
-    void WriteShaped(const TLog::FieldList& fields, const ObjectShape& shape, int depth);
-    void WriteFieldValue(const TLog::Value* value, const TLog::LiteralContent* literal, int depth);
-    void CollectFields(const TLog::Object& object);
+    void WriteGathered(const TLog::GatheredFields& event);
+    void WriteGathered(TLog::GatheredText text);
+    void WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field);
 
     LineText m_line;
-    ObjectShapes m_shapes;
+    EventShapes m_shapes;
     // The second of the last time that was written, and its text up to the point.
     std::chrono::sys_seconds m_second = std::chrono::sys_seconds::min();
     TimeText m_secondText;
+    // The last ids that were written, and their fields.
+    uint32 m_processId = 0;
+    uint64 m_threadId = 0;
+    std::string m_processAndThread;
     // The fields of all objects that are open, those of the innermost last.
     std::vector<Field> m_fields;
 };

@@ -41,6 +41,8 @@ public:
     /// Gives the memory back.
     void Release() noexcept;
 
+    static constexpr std::size_t slack = 16;
+
     /// As they are.
     void Append(std::string_view characters) {
         char* const to = Room(characters.size());
@@ -56,8 +58,28 @@ public:
     /// In quotation marks. A lone surrogate becomes U+FFFD.
     void AppendText(std::u16string_view text);
 
+    /// As they are; behind them, at least `slack` more bytes may be read.
+    void AppendPadded(std::string_view characters) {
+        CopyPadded(characters, Room(characters.size() + slack));
+        m_length += characters.size();
+    }
+
+    /// In quotation marks, for a text that stands in JSON as it is; behind it, at least `slack`
+    /// more bytes may be read.
+    void AppendPaddedText(std::string_view text) {
+        constexpr std::size_t quotationMarks = 2;
+        char* const to = Room(text.size() + quotationMarks + slack);
+        to[0] = '"';
+        CopyPadded(text, to + 1);
+        to[text.size() + 1] = '"';
+        m_length += text.size() + quotationMarks;
+    }
+
     void AppendNumber(int64 value);
     void AppendNumber(uint64 value);
+
+    /// A point and six digits: a fraction of a second in microseconds.
+    void AppendFraction(uint32 microseconds);
 
     /// The shortest digits that read back as the same value, always recognisable as a real number;
     /// null for what is no finite number.
@@ -73,6 +95,13 @@ private:
         Buffer escaped;
         Writer writer{escaped};
     };
+
+    // Short texts, of which lines consist, are copied faster by whole blocks.
+    static void CopyPadded(std::string_view characters, char* to) noexcept {
+        for (std::size_t i = 0; i < characters.size(); i += slack) {
+            std::memcpy(to + i, characters.data() + i, slack);
+        }
+    }
 
     // Where the next characters go; there is place for `bytes` of them.
     char* Room(std::size_t bytes) {

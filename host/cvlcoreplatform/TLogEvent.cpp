@@ -1,5 +1,6 @@
 #include "cvlcoreplatform/TLogEvent.h"
 
+#include "EventFields.h"
 #include "TimeText.h"
 
 #include "cvlcoreplatform/TUUID.h"
@@ -100,30 +101,27 @@ ActivityInfo ActivityInfoFactory::CreateActivityInfo(int64 time, const TString& 
                         nullptr);
 }
 
-struct Event::Fields {
-    TString name;
-    std::shared_ptr<Object> body;
-    std::optional<ActivityInfo> information;
-};
-
 Event::Event(TString name, std::shared_ptr<Object> body)
-    : m_fields(cvlsys::MakeRecycled<const Fields>(
-          Fields{std::move(name), std::move(body), std::nullopt})) {}
+    : m_fields(cvlsys::MakeRecycled<const EventFields>(std::move(name),
+                                                       EventValues{std::move(body), {}})) {}
 
 Event::Event(TString name, std::shared_ptr<Object> body, ActivityInfo information)
-    : m_fields(cvlsys::MakeRecycled<const Fields>(
-          Fields{std::move(name), std::move(body), std::move(information)})) {}
+    : m_fields(cvlsys::MakeRecycled<const EventFields>(
+          std::move(name), EventValues{std::move(body), std::move(information)})) {}
+
+Event::Event(std::shared_ptr<const EventFields> fields) noexcept : m_fields(std::move(fields)) {}
 
 const TString& Event::GetName() const noexcept {
-    return m_fields->name;
+    return m_fields->GetName();
 }
 
-const std::shared_ptr<Object>& Event::GetBody() const noexcept {
-    return m_fields->body;
+const std::shared_ptr<Object>& Event::GetBody() const {
+    return m_fields->GetValues().body;
 }
 
-const ActivityInfo* Event::GetActivityInfo() const noexcept {
-    return m_fields->information ? &*m_fields->information : nullptr;
+const ActivityInfo* Event::GetActivityInfo() const {
+    const std::optional<ActivityInfo>& information = m_fields->GetValues().information;
+    return information ? &*information : nullptr;
 }
 
 TString EventTimestamp::GetFormattedLocalValue() const {

@@ -1,6 +1,7 @@
 #include "cvlcoreplatform/TUUID.h"
 
 #include "ThreadObject.h"
+#include "UuidText.h"
 
 #include <algorithm>
 #include <array>
@@ -84,11 +85,11 @@ void ReseedInChild() {
 
 constexpr std::size_t digitsInId = 32;
 
-using Digits = std::array<char16_t, digitsInId>;
+using Digits = std::array<char, digitsInId>;
 
 #ifdef __SSE2__
 
-// All digits at once: a byte each first, then widened.
+// All digits at once.
 Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept {
     const __m128i all = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes.data()));
     const __m128i low = _mm_set1_epi8(0x0F);
@@ -102,23 +103,18 @@ Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept
         const __m128i gap = _mm_and_si128(_mm_cmpgt_epi8(values, nine), letters);
         return _mm_add_epi8(_mm_add_epi8(values, zero), gap);
     };
-    const __m128i front = digits(_mm_unpacklo_epi8(first, second));
-    const __m128i back = digits(_mm_unpackhi_epi8(first, second));
-    const __m128i none = _mm_setzero_si128();
-    const __m128i units[4] = {_mm_unpacklo_epi8(front, none),
-                              _mm_unpackhi_epi8(front, none),
-                              _mm_unpacklo_epi8(back, none),
-                              _mm_unpackhi_epi8(back, none)};
+    const __m128i both[2] = {digits(_mm_unpacklo_epi8(first, second)),
+                             digits(_mm_unpackhi_epi8(first, second))};
     Digits result;
-    static_assert(sizeof result == sizeof units);
-    std::memcpy(result.data(), units, sizeof result);
+    static_assert(sizeof result == sizeof both);
+    std::memcpy(result.data(), both, sizeof result);
     return result;
 }
 
 #else
 
 Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept {
-    const char16_t* const digits = upper ? u"0123456789ABCDEF" : u"0123456789abcdef";
+    const char* const digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     Digits result{};
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         result[2 * i] = digits[bytes[i] / 16];
@@ -128,6 +124,19 @@ Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept
 }
 
 #endif
+
+// In groups of 8, 4, 4, 4 and 12.
+void WriteHyphenated(const Digits& digits, char* to) noexcept {
+    std::memcpy(to, &digits[0], 8);
+    to[8] = '-';
+    std::memcpy(to + 9, &digits[8], 4);
+    to[13] = '-';
+    std::memcpy(to + 14, &digits[12], 4);
+    to[18] = '-';
+    std::memcpy(to + 19, &digits[16], 4);
+    to[23] = '-';
+    std::memcpy(to + 24, &digits[20], 12);
+}
 
 constexpr bool HasHyphenBefore(std::size_t byte) noexcept {
     return byte == 4 || byte == 6 || byte == 8 || byte == 10;
@@ -193,25 +202,27 @@ TUUID TUUID::CreateUUID() {
 
 TString TUUID::ToString(TUUIDFormatOption option) const {
     const Digits digits = DigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
+    std::array<char, 40> text{};
+    std::size_t first = 0;
+    std::size_t length = cvlcoreplatform::uuidTextLength;
     if (option == TUUIDFormatOption::Digits) {
-        return TString(std::u16string_view(digits.data(), digits.size()));
+        std::copy(digits.begin(), digits.end(), text.begin());
+        length = digits.size();
+    } else {
+        text[0] = '{';
+        WriteHyphenated(digits, &text[1]);
+        text[1 + cvlcoreplatform::uuidTextLength] = '}';
+        first = option == TUUIDFormatOption::Braces ? 0 : 1;
+        length += option == TUUIDFormatOption::Braces ? 2 : 0;
     }
-    // The digits stand in groups of 8, 4, 4, 4 and 12.
-    constexpr std::size_t unit = sizeof(char16_t);
-    // All of it is written below.
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
-    std::array<char16_t, 38> text;
-    text[0] = u'{';
-    std::memcpy(&text[1], &digits[0], 8 * unit);
-    text[9] = u'-';
-    std::memcpy(&text[10], &digits[8], 4 * unit);
-    text[14] = u'-';
-    std::memcpy(&text[15], &digits[12], 4 * unit);
-    text[19] = u'-';
-    std::memcpy(&text[20], &digits[16], 4 * unit);
-    text[24] = u'-';
-    std::memcpy(&text[25], &digits[20], 12 * unit);
-    text[37] = u'}';
-    const std::u16string_view braced(text.data(), text.size());
-    return TString(option == TUUIDFormatOption::Braces ? braced : braced.substr(1, 36));
+    // All of it, as a loop of known length is done by blocks.
+    std::array<char16_t, text.size()> units{};
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        units[i] = static_cast<unsigned char>(text[i]);
+    }
+    return TString(std::u16string_view(&units[first], length));
+}
+
+void cvlcoreplatform::WriteUuid(const TUUID& id, char* to) noexcept {
+    WriteHyphenated(DigitsOf(id.Bytes(), true), to);
 }

@@ -23,8 +23,10 @@ constexpr bool isRecycling = true;
 constexpr bool isRecycling = true;
 #endif
 
-// What a thread keeps at most: enough for the attributes of a few scopes.
+// What a thread keeps of a size at most: enough for the attributes of a few scopes, and for the
+// events that wait while a lock is held.
 constexpr uint32 mostBlocks = 64;
+constexpr uint32 mostHugeBlocks = 8;
 
 // A block that waits for its next use begins with the address of the next one.
 struct FreeBlock {
@@ -40,6 +42,7 @@ struct FreeBlocks {
 struct ThreadBlocks {
     FreeBlocks small;
     FreeBlocks large;
+    FreeBlocks huge;
     bool isOwned = false;
     bool isTornDown = false;
 };
@@ -72,6 +75,7 @@ struct Owner {
         t_blocks.isTornDown = true;
         FreeAll(t_blocks.small);
         FreeAll(t_blocks.large);
+        FreeAll(t_blocks.huge);
     }
 
     Owner(const Owner&) = delete;
@@ -88,8 +92,8 @@ void* Take(FreeBlocks& blocks, std::size_t bytes) {
     return block;
 }
 
-void Release(FreeBlocks& blocks, void* memory) noexcept {
-    if (!isRecycling || blocks.count == mostBlocks || t_blocks.isTornDown) {
+void Release(FreeBlocks& blocks, uint32 most, void* memory) noexcept {
+    if (!isRecycling || blocks.count == most || t_blocks.isTornDown) {
         Free(memory);
         return;
     }
@@ -111,12 +115,20 @@ void* TakeLargeBlock() {
     return Take(t_blocks.large, largeBlock);
 }
 
+void* TakeHugeBlock() {
+    return Take(t_blocks.huge, hugeBlock);
+}
+
 void ReleaseSmallBlock(void* block) noexcept {
-    Release(t_blocks.small, block);
+    Release(t_blocks.small, mostBlocks, block);
 }
 
 void ReleaseLargeBlock(void* block) noexcept {
-    Release(t_blocks.large, block);
+    Release(t_blocks.large, mostBlocks, block);
+}
+
+void ReleaseHugeBlock(void* block) noexcept {
+    Release(t_blocks.huge, mostHugeBlocks, block);
 }
 
 }  // namespace cvlsys

@@ -54,55 +54,6 @@ std::vector<std::string> NamesOf(const Json& object) {
     return names;
 }
 
-// A name that belongs to no string, as a library has them.
-TString Immortal(const std::u16string& text) {
-    return TString(TString::Characters(TString::Characters(), &text));
-}
-
-TEST(CorePlatformJsonLineTest, AnObjectMadeOfAListIsWrittenLikeOneMadeOfATable) {
-    static const std::u16string beta = u"beta";
-    static const std::u16string alpha = u"alpha";
-    static const std::u16string odd = u"a \"quoted\" n\u00e4me";
-    for (int round = 0; round < 3; ++round) {
-        for (const bool isKnown : {true, false}) {
-            const auto name = [isKnown](const std::u16string& text) {
-                return isKnown ? Immortal(text) : TString(std::u16string_view(text));
-            };
-            FieldList inner;
-            inner.emplace_back(name(beta), LiteralContent::Bool(false));
-            inner.emplace_back(name(alpha), LiteralContent::Int(round));
-            FieldList fields;
-            fields.emplace_back(name(odd), LiteralContent::String(TString(u"x")));
-            fields.emplace_back(name(beta), Object::MakeOfList(std::move(inner)));
-            fields.emplace_back(name(alpha), LiteralContent::Double(1.5, 0));
-            const auto object = Object::MakeOfList(std::move(fields));
-
-            const std::string ofList = FormatJsonLine(Info, Event(u"e", object), noon);
-
-            EXPECT_EQ(ofList,
-                      FormatJsonLine(
-                          Info, Event(u"e", Object::Make(NameTable(object->GetFields()))), noon));
-        }
-    }
-}
-
-TEST(CorePlatformJsonLineTest, ListsOfTheSameLengthAndEndsAreToldApart) {
-    static const std::u16string names[] = {u"a", u"b", u"c", u"d"};
-    for (int round = 0; round < 2; ++round) {
-        for (const std::size_t middle : {1U, 2U}) {
-            FieldList fields;
-            for (const std::size_t i : {std::size_t{0}, middle, std::size_t{3}}) {
-                fields.emplace_back(Immortal(names[i]), LiteralContent::Int(1));
-            }
-
-            const Json line = Json::parse(
-                FormatJsonLine(Info, Event(u"e", Object::MakeOfList(std::move(fields))), noon));
-
-            EXPECT_THAT(NamesOf(line["body"]), ElementsAre("a", middle == 1 ? "b" : "c", "d"));
-        }
-    }
-}
-
 TEST(CorePlatformJsonLineTest, AnActivityEventHasAllFieldsInTheFixedOrder) {
     const Event event(u"begin-query",
                       Object::Make({{u"rows", Literal::Int(3)}}),

@@ -1,16 +1,12 @@
-#include "Threads.h"
-
 #include "cvlcoreplatform/TLog.h"
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlsys/TSystem.h"
 
-#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <time.h>
 #include <utility>
 
@@ -79,48 +75,6 @@ TEST(CorePlatformLogValueTest, ObjectsAndArraysHoldWhatTheyWereMadeFrom) {
     EXPECT_EQ(object->GetFields().at(u"one"), one);
     EXPECT_EQ(array->GetItems().size(), 3u);
     EXPECT_EQ(array->GetItems()[2], one);
-}
-
-std::shared_ptr<Object> SomeListedObject() {
-    FieldList fields;
-    fields.emplace_back(TString(u"rows"), LiteralContent::Int(12));
-    fields.emplace_back(TString(u"name"), LiteralContent::String(TString(u"query")));
-    fields.emplace_back(TString(u"done"), LiteralContent::Bool(true));
-    fields.emplace_back(TString(u"share"), LiteralContent::Double(0.5, 1));
-    fields.emplace_back(TString(u"inner"), Object::Make(NameTable()));
-    return Object::MakeOfList(std::move(fields));
-}
-
-TEST(CorePlatformLogValueTest, AnObjectMadeOfAListHasATableLikeAnyOther) {
-    const auto object = SomeListedObject();
-
-    const NameTable& table = object->GetFields();
-
-    ASSERT_EQ(table.size(), 5U);
-    const auto literal = [&table](const char16_t* name) -> const Literal& {
-        return static_cast<const Literal&>(*table.at(TString(name)));
-    };
-    EXPECT_EQ(literal(u"rows").GetInt(), 12);
-    EXPECT_EQ(literal(u"name").GetString(), TString(u"query"));
-    EXPECT_TRUE(literal(u"done").GetBool());
-    EXPECT_EQ(literal(u"share").GetType(), LiteralType::FixedDouble);
-    EXPECT_EQ(literal(u"share").GetDouble(), 0.5);
-    EXPECT_EQ(table.at(TString(u"inner"))->GetKind(), ValueKind::Object);
-    EXPECT_EQ(&object->GetFields(), &table) << "it is built once";
-}
-
-TEST(CorePlatformLogValueTest, ThreadsThatAskForTheTableAtOnceGetTheSameOne) {
-    for (int round = 0; round < 50; ++round) {
-        const auto object = SomeListedObject();
-        std::array<const NameTable*, 4> tables{};
-
-        tarn::test::OnThreadsAtOnce(4, [&](int thread) {
-            tables[static_cast<std::size_t>(thread)] = &object->GetFields();
-        });
-
-        EXPECT_THAT(tables, testing::Each(tables[0]));
-        EXPECT_EQ(tables[0]->size(), 5U);
-    }
 }
 
 TEST(CorePlatformLogEventTest, AnEventKeepsItsParts) {

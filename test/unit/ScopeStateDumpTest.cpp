@@ -223,6 +223,7 @@ TEST_F(ScopeStateDumpTest, WhileInfoIsDisabledNothingIsGatheredForADump) {
         };
 
         OptTarn::SetShouldLogResourceTracking(false);
+        allocations();  // the names are new to the monitor
         const uint64 withoutDumps = allocations();
         OptTarn::SetShouldLogResourceTracking(true);
 

@@ -6,6 +6,7 @@
 #include "NeverDestroyed.h"
 #include "OptTarnInternal.h"
 #include "ResourceObject.h"
+#include "ValueText.h"
 
 #include "tarn/OptTarn.h"
 #include "tarn/TarnMetricsUtils.h"
@@ -22,59 +23,44 @@ namespace tarn {
 namespace {
 
 using Metrics::MetricsValue;
-using TLog::FieldList;
-using TLog::Literal;
-using TLog::LiteralContent;
+using TLog::EventBuilder;
+using ObjectId = EventBuilder::ObjectId;
 using AttributeTable = RequestContextAttributes::Table;
 
 constexpr const char* sourceFile = "src/cpp/main/ActivityLogEventProducer";
 
-// Of an end event without resource figures and sponsees' failures.
-constexpr std::size_t mostActivityFields = 12;
+// The names of an object's fields differ: what is added below is either a token of its own, or
+// comes out of a table.
 
-// The names of a list's fields differ: what is added below is either a token of its own, or comes
-// out of a table.
-
-void Add(FieldList& fields, const TString& name, LiteralContent literal) {
-    fields.emplace_back(name, std::move(literal));
+bool IsText(const MetricsValue& value) {
+    return value.type == MetricsValue::MV_Utf8String || value.type == MetricsValue::MV_Utf16String;
 }
 
-void AddShared(FieldList& fields, const TString& name, std::shared_ptr<TLog::Value> value) {
-    fields.emplace_back(name, std::move(value));
+bool IsKnownKind(const MetricsValue& value) {
+    return value.type <= MetricsValue::MV_Utf16String;
 }
 
-void AddText(FieldList& fields, const TString& name, TString text) {
-    Add(fields, name, LiteralContent::String(std::move(text)));
-}
-
-void AddAll(FieldList& fields, const FlatTable<LiteralContent>& table) {
-    fields.reserve(fields.size() + table.Size());
-    for (const auto& [name, literal] : table) {
-        Add(fields, name, literal);
+void RequireKnownKind(const MetricsValue& value) {
+    if (!IsKnownKind(value)) {
+        static_cast<void>(ViewOfText(value));
     }
 }
 
-TString IdText(const TUUID& id) {
-    return id.ToString(TUUIDFormatOption::UpperHyphenated);
-}
-
-LiteralContent ToLiteral(const MetricsValue& value) {
+/// Raises for a kind that nobody knows.
+void AddValue(EventBuilder& event,
+              ObjectId object,
+              const TString& name,
+              const MetricsValue& value) {
     switch (value.type) {
         case MetricsValue::MV_Int64:
-            return LiteralContent::Int(value.integer);
+            return event.AddInt(object, name, value.integer);
         case MetricsValue::MV_Bool:
-            return LiteralContent::Bool(value.boolean);
+            return event.AddBool(object, name, value.boolean);
         case MetricsValue::MV_Double:
-            return LiteralContent::Double(value.real, 0);
+            return event.AddDouble(object, name, value.real);
         default:
-            // Raises for a kind that is no text either.
-            return LiteralContent::String(TarnMetricsUtils::ConvertMetricsValueToTString(value));
+            return event.AddText(object, name, ViewOfText(value));
     }
-}
-
-/// As above, but a kind that nobody knows becomes 0: what a scope says of itself costs no event.
-LiteralContent ToLiteralOrZero(const MetricsValue& value) {
-    return value.type <= MetricsValue::MV_Utf16String ? ToLiteral(value) : LiteralContent::Int(0);
 }
 
 const TString& WordOf(ActivityPhase phase) {
@@ -89,22 +75,16 @@ const TString& WordOf(ActivityPhase phase) {
     return NoText();
 }
 
-std::shared_ptr<TLog::Object> MakeObject(FieldList fields) {
-    static const NeverDestroyed<std::shared_ptr<TLog::Object>> empty(
-        TLog::Object::MakeOfList(FieldList()));
-    return fields.empty() ? empty.Get() : TLog::Object::MakeOfList(std::move(fields));
-}
-
 /// A text that the request may carry, else "-".
-TString TextAttribute(const AttributeTable& attributes, const TString& name) {
+TLog::TextView TextAttribute(const AttributeTable& attributes, const TString& name) {
     const MetricsValue* const value = attributes.Find(name);
     if (value == nullptr) {
         return NoText();
     }
-    if (value->type != MetricsValue::MV_Utf8String && value->type != MetricsValue::MV_Utf16String) {
+    if (!IsText(*value)) {
         RaiseLogicAssert(sourceFile, 110, "Unexpected MetricsValue type", 0x710908B6);
     }
-    return TarnMetricsUtils::ConvertMetricsValueToTString(*value);
+    return ViewOfText(*value);
 }
 
 TLog::EventTimePoint ToTimePoint(uint64 microseconds) {
@@ -122,83 +102,97 @@ uint32 ProcessIdOf(const AttributeTable& attributes) {
 
 /// The request that the scope is known to serve, else the one that its context names, else a
 /// fresh one.
-TString RequestTextOf(const ActivityEventInput& input) {
+void SetRequest(EventBuilder& event, const ActivityEventInput& input) {
     const TString& none = NoText();
-    TString request = input.scope.requestText;
-    if (request == none) {
-        request = TextAttribute(input.attributes, Tokens().ridAttr);
+    if (input.scope.requestText != none) {
+        return event.SetRequest(input.scope.requestText);
     }
-    if (request == none) {
-        request = TLog::ActivityInfoFactory::CreateActivityInfo(0, none).GetRequestId();
+    const TLog::TextView named = TextAttribute(input.attributes, Tokens().ridAttr);
+    if (named.IsUtf8() ? named.GetUtf8() != "-" : named.GetUtf16() != none.View()) {
+        return event.SetRequest(named);
     }
-    return request;
+    event.SetFreshRequest();
 }
 
-TString SiteOf(const AttributeTable& attributes) {
-    return OptTarn::GetIsServer() ? TextAttribute(attributes, Tokens().siteAttr)
-                                  : OptTarn::DefaultSiteName();
+void SetSite(EventBuilder& event, const AttributeTable& attributes) {
+    if (OptTarn::GetIsServer()) {
+        event.SetSite(TextAttribute(attributes, Tokens().siteAttr));
+    } else {
+        event.SetSite(OptTarn::DefaultSiteName());
+    }
 }
 
-TLog::ActivityInfo MakeActivityInfo(const ActivityEventInput& input,
-                                    FieldList environment,
-                                    FieldList activity,
-                                    FieldList attributes) {
-    // Read one after the other: the first one that is no text is the one that is complained of.
-    const uint32 processId = ProcessIdOf(input.attributes);
-    TString session = TextAttribute(input.attributes, Tokens().sidAttr);
-    TString request = RequestTextOf(input);
-    TString user = TextAttribute(input.attributes, Tokens().userAttr);
-    TString site = SiteOf(input.attributes);
-    return TLog::ActivityInfo(ToTimePoint(input.timeInMicroseconds),
-                              processId,
-                              input.scope.threadId,
-                              std::move(session),
-                              std::move(request),
-                              std::move(user),
-                              std::move(site),
-                              MakeObject(std::move(environment)),
-                              MakeObject(std::move(activity)),
-                              MakeObject(std::move(attributes)));
-}
-
-void AddForegroundIds(FieldList& activity, const ActivityEventInput& input) {
+void AddForegroundIds(EventBuilder& event, const ActivityEventInput& input) {
     const TokenStrings& tokens = Tokens();
     const MetricsMonitor::ScopeState& scope = input.scope;
     if (scope.traceDepth <= 0) {
-        AddText(activity, tokens.idAttr, scope.rootIdText);
+        event.AddText(ObjectId::Activity, tokens.idAttr, scope.rootIdText);
         return;
     }
-    AddText(activity, tokens.idAttr, scope.ownIdText);
-    AddText(activity, tokens.rootAttr, scope.rootIdText);
-    AddText(
-        activity, tokens.sponsorAttr, scope.traceDepth == 1 ? scope.rootIdText : input.sponsorText);
+    event.AddText(ObjectId::Activity, tokens.idAttr, scope.ownIdText);
+    event.AddText(ObjectId::Activity, tokens.rootAttr, scope.rootIdText);
+    event.AddText(ObjectId::Activity,
+                  tokens.sponsorAttr,
+                  scope.traceDepth == 1 ? scope.rootIdText : input.sponsorText);
 }
 
-void AddMonitorIds(FieldList& activity, const ActivityEventInput& input) {
+void AddMonitorIds(EventBuilder& event, const ActivityEventInput& input) {
     const TokenStrings& tokens = Tokens();
     const TUUID& own = input.scope.activityId;
-    AddText(activity, tokens.idAttr, IdText(own));
+    event.AddUuid(ObjectId::Activity, tokens.idAttr, own);
     if (input.sponsorActivityId != own) {
-        AddText(activity, tokens.sponsorAttr, IdText(input.sponsorActivityId));
+        event.AddUuid(ObjectId::Activity, tokens.sponsorAttr, input.sponsorActivityId);
     }
     if (input.requestActivityId != own) {
-        AddText(activity, tokens.rootAttr, IdText(input.requestActivityId));
+        event.AddUuid(ObjectId::Activity, tokens.rootAttr, input.requestActivityId);
+    }
+}
+
+std::shared_ptr<TLog::Literal> ToLiteral(const MetricsValue& value) {
+    switch (value.type) {
+        case MetricsValue::MV_Int64:
+            return TLog::Literal::Int(value.integer);
+        case MetricsValue::MV_Bool:
+            return TLog::Literal::Bool(value.boolean);
+        case MetricsValue::MV_Double:
+            return TLog::Literal::Double(value.real, 0);
+        case MetricsValue::MV_Utf8String:
+        case MetricsValue::MV_Utf16String:
+            return TLog::Literal::String(TarnMetricsUtils::ConvertMetricsValueToTString(value));
+        default:
+            return TLog::Literal::Int(0);
+    }
+}
+
+/// What the layers say of the request, except what is read elsewhere; later layers count more.
+void AddContextLayers(EventBuilder& event, const MetricsMonitor::ContextInfo::Layers& layers) {
+    FlatTable<const MetricsValue*> table;
+    for (const auto& layer : layers) {
+        for (const auto& [name, value] : layer) {
+            // A kind that nobody knows costs the event, even where another layer says something
+            // else.
+            RequireKnownKind(value);
+            table.Set(name, &value);
+        }
+    }
+    for (const auto& [name, value] : table) {
+        if (name != Tokens().workbookAttr && name != Tokens().viewAttr) {
+            AddValue(event, ObjectId::Attributes, name, *value);
+        }
     }
 }
 
 std::shared_ptr<TLog::Object> MakeSupplement(
     const MetricsMonitor::ScopeState::Supplement& supplement) {
-    FlatTable<LiteralContent> table;
+    TLog::NameTable table;
     for (const auto& [name, value] : supplement.pairs) {
-        table.Set(TarnMetricsUtils::MetricsValueToString(name), ToLiteralOrZero(value));
+        table.insert_or_assign(TarnMetricsUtils::MetricsValueToString(name), ToLiteral(value));
     }
-    table.Set(
+    table.insert_or_assign(
         Tokens().beginAttr,
-        LiteralContent::String(TLog::EventTimestamp(ToTimePoint(supplement.timeInMicroseconds))
-                                   .GetFormattedLocalValue()));
-    FieldList fields;
-    AddAll(fields, table);
-    return TLog::Object::MakeOfList(std::move(fields));
+        TLog::Literal::String(TLog::EventTimestamp(ToTimePoint(supplement.timeInMicroseconds))
+                                  .GetFormattedLocalValue()));
+    return TLog::Object::Make(std::move(table));
 }
 
 }  // namespace
@@ -225,137 +219,136 @@ ActivityLogEventProducer::ActivityLogEventProducer(ActivityPhase phase,
       m_eventName(std::move(eventName)) {}
 
 TLog::Event ActivityLogEventProducer::Produce(const ActivityEventInput& input) const {
-    FieldList environment;
-    FieldList activity;
-    FieldList attributes;
-    FieldList body;
-    activity.reserve(mostActivityFields);
+    EventBuilder event;
     if (m_hasRequestDescription) {
-        AddRequestDescription(activity, input);
+        AddRequestDescription(event, input);
     }
     if (m_hasHostAndEnvironment) {
-        AddHostAndEnvironment(environment);
+        AddHostAndEnvironment(event);
     }
     if (m_hasIdentity) {
-        AddIdentity(activity, input);
+        AddIdentity(event, input);
     }
     if (m_hasRequestContextAttributes) {
-        AddRequestContextAttributes(attributes, input);
+        AddRequestContextAttributes(event, input);
     }
     if (m_hasOutcome) {
-        AddOutcome(activity, input);
+        AddOutcome(event, input);
     }
     if (m_hasScopeAttributes) {
-        AddScopeAttributes(body, input);
+        AddScopeAttributes(event, input);
     }
     if (m_hasLogSupplements) {
-        AddLogSupplements(body, input);
+        AddLogSupplements(event, input);
     }
-    TLog::ActivityInfo information =
-        MakeActivityInfo(input, std::move(environment), std::move(activity), std::move(attributes));
-    return TLog::Event(m_eventName, MakeObject(std::move(body)), std::move(information));
+    // One after the other: the first one that is no text is the one that is complained of.
+    event.SetSession(TextAttribute(input.attributes, Tokens().sidAttr));
+    SetRequest(event, input);
+    event.SetUser(TextAttribute(input.attributes, Tokens().userAttr));
+    SetSite(event, input.attributes);
+    return event.Finish(m_eventName,
+                        ToTimePoint(input.timeInMicroseconds),
+                        ProcessIdOf(input.attributes),
+                        input.scope.threadId);
 }
 
-void ActivityLogEventProducer::AddRequestDescription(FieldList& activity,
+void ActivityLogEventProducer::AddRequestDescription(EventBuilder& event,
                                                      const ActivityEventInput& input) const {
-    AddText(activity,
-            Tokens().requestDescription,
-            TextAttribute(input.attributes, Tokens().requestDescription));
+    event.AddText(ObjectId::Activity,
+                  Tokens().requestDescription,
+                  TextAttribute(input.attributes, Tokens().requestDescription));
 }
 
-void ActivityLogEventProducer::AddHostAndEnvironment(FieldList& environment) const {
+void ActivityLogEventProducer::AddHostAndEnvironment(EventBuilder& event) const {
     const TString& environmentName = OptTarn::ServerEnvironment();
     if (!environmentName.IsEmpty()) {
-        AddText(environment, Tokens().environmentAttr, environmentName);
+        event.AddText(ObjectId::Environment, Tokens().environmentAttr, environmentName);
     }
     // The host's name does not change while the process lives.
     static const NeverDestroyed<TString> host(OptTarn::HostName());
-    AddText(environment, Tokens().hostAttr, host.Get());
+    event.AddText(ObjectId::Environment, Tokens().hostAttr, host.Get());
 }
 
-void ActivityLogEventProducer::AddIdentity(FieldList& activity,
+void ActivityLogEventProducer::AddIdentity(EventBuilder& event,
                                            const ActivityEventInput& input) const {
     const TokenStrings& tokens = Tokens();
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
-        AddForegroundIds(activity, input);
+        AddForegroundIds(event, input);
     } else {
-        AddMonitorIds(activity, input);
+        AddMonitorIds(event, input);
     }
-    AddText(activity, tokens.nameAttr, input.scope.name);
-    Add(activity, tokens.depthAttr, LiteralContent::Int(input.scope.traceDepth));
-    AddText(activity, tokens.phaseAttr, WordOf(m_config.GetPhase()));
+    // As a view: unlike the other texts that live as long as the process, it says something new
+    // with nearly every event.
+    event.AddText(ObjectId::Activity, tokens.nameAttr, input.scope.name.View());
+    event.AddInt(ObjectId::Activity, tokens.depthAttr, input.scope.traceDepth);
+    event.AddText(ObjectId::Activity, tokens.phaseAttr, WordOf(m_config.GetPhase()));
 }
 
-void ActivityLogEventProducer::AddRequestContextAttributes(FieldList& attributes,
+void ActivityLogEventProducer::AddRequestContextAttributes(EventBuilder& event,
                                                            const ActivityEventInput& input) const {
     const TString& workbook = Tokens().workbookAttr;
     const TString& view = Tokens().viewAttr;
-    if (input.layers == nullptr || input.layers->empty()) {
-        attributes.reserve(2);
-        AddText(attributes, workbook, TextAttribute(input.attributes, workbook));
-        AddText(attributes, view, TextAttribute(input.attributes, view));
-        return;
+    if (input.layers != nullptr && !input.layers->empty()) {
+        AddContextLayers(event, *input.layers);
     }
-    FlatTable<LiteralContent> table;
-    for (const auto& layer : *input.layers) {
-        for (const auto& [name, value] : layer) {
-            table.Set(name, ToLiteral(value));
-        }
-    }
-    for (const TString* const name : {&workbook, &view}) {
-        table.Set(*name, LiteralContent::String(TextAttribute(input.attributes, *name)));
-    }
-    AddAll(attributes, table);
+    event.AddText(ObjectId::Attributes, workbook, TextAttribute(input.attributes, workbook));
+    event.AddText(ObjectId::Attributes, view, TextAttribute(input.attributes, view));
 }
 
-void ActivityLogEventProducer::AddOutcome(FieldList& activity,
+void ActivityLogEventProducer::AddOutcome(EventBuilder& event,
                                           const ActivityEventInput& input) const {
     const TokenStrings& tokens = Tokens();
     const MetricsMonitor::ScopeState& scope = input.scope;
-    Add(activity, tokens.elapsedAttr, LiteralContent::Double(scope.elapsed, 0));
-    Add(activity, tokens.exclusiveTimeAttr, LiteralContent::Double(scope.exclusive, 0));
-    AddText(activity, tokens.resultKeyAttr, scope.result);
+    event.AddDouble(ObjectId::Activity, tokens.elapsedAttr, scope.elapsed);
+    event.AddDouble(ObjectId::Activity, tokens.exclusiveTimeAttr, scope.exclusive);
+    event.AddText(ObjectId::Activity, tokens.resultKeyAttr, scope.result);
 
-    FlatTable<LiteralContent> resultValues;
+    FlatTable<const TString*> resultValues;
     for (const auto& [name, text] : scope.resultPairs) {
-        resultValues.Set(name, LiteralContent::String(text));
+        resultValues.Set(name, &text);
     }
-    FieldList resultFields;
-    AddAll(resultFields, resultValues);
-    AddShared(activity, tokens.resultValueAttr, MakeObject(std::move(resultFields)));
+    const ObjectId result = event.AddObject(ObjectId::Activity, tokens.resultValueAttr);
+    for (const auto& [name, text] : resultValues) {
+        event.AddText(result, name, *text);
+    }
 
     if (scope.sponseeErrors > 0) {
-        Add(activity, tokens.resultCountSponseeErrors, LiteralContent::Int(scope.sponseeErrors));
+        event.AddInt(ObjectId::Activity, tokens.resultCountSponseeErrors, scope.sponseeErrors);
     }
     if (scope.sponseeEarlyTerminations > 0) {
-        Add(activity,
-            tokens.resultCountSponseeEarlyTerms,
-            LiteralContent::Int(scope.sponseeEarlyTerminations));
+        event.AddInt(ObjectId::Activity,
+                     tokens.resultCountSponseeEarlyTerms,
+                     scope.sponseeEarlyTerminations);
     }
     if (OptTarn::GetIsTarnPlatforms()) {
-        AddShared(activity, tokens.resourceSubGroupName, MakeResourceObject(scope));
+        AddResources(
+            event, event.AddObject(ObjectId::Activity, tokens.resourceSubGroupName), scope);
     }
 }
 
-void ActivityLogEventProducer::AddScopeAttributes(FieldList& body,
+void ActivityLogEventProducer::AddScopeAttributes(EventBuilder& event,
                                                   const ActivityEventInput& input) const {
     // What the library says itself counts more than an attribute of the same name.
     const bool saysServiceDepth = OptTarn::GetIsForegroundThreadContextEnabled();
     const bool saysSupplements = m_hasLogSupplements && !input.scope.supplements.empty();
-    body.reserve(input.scope.attributes.Size() + 2);
     for (const auto& [name, value] : input.scope.attributes) {
         if ((saysServiceDepth && name == Tokens().serviceDepthAttr) ||
             (saysSupplements && name == Tokens().logSupplementsAttr)) {
             continue;
         }
-        Add(body, name, ToLiteralOrZero(value));
+        if (IsKnownKind(value)) {
+            AddValue(event, ObjectId::Body, name, value);
+        } else {
+            // What a scope says of itself costs no event.
+            event.AddInt(ObjectId::Body, name, 0);
+        }
     }
     if (saysServiceDepth) {
-        Add(body, Tokens().serviceDepthAttr, LiteralContent::Int(input.scope.serviceDepth));
+        event.AddInt(ObjectId::Body, Tokens().serviceDepthAttr, input.scope.serviceDepth);
     }
 }
 
-void ActivityLogEventProducer::AddLogSupplements(FieldList& body,
+void ActivityLogEventProducer::AddLogSupplements(EventBuilder& event,
                                                  const ActivityEventInput& input) const {
     if (input.scope.supplements.empty()) {
         return;
@@ -365,7 +358,7 @@ void ActivityLogEventProducer::AddLogSupplements(FieldList& body,
     for (const auto& supplement : input.scope.supplements) {
         logs.push_back(MakeSupplement(supplement));
     }
-    AddShared(body, Tokens().logSupplementsAttr, TLog::Array::Make(std::move(logs)));
+    event.AddValue(ObjectId::Body, Tokens().logSupplementsAttr, TLog::Array::Make(std::move(logs)));
 }
 
 }  // namespace tarn

@@ -4,7 +4,8 @@
 
 #include "tarn/ActivityConfig.h"
 
-#include "cvlcoreplatform/TLog.h"
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogEventBuilder.h"
 #include "cvlcoreplatform/TString.h"
 
 namespace tarn {
@@ -25,14 +26,14 @@ public:
     TLog::Event Produce(const ActivityEventInput& input) const;
 
 private:
-    void AddRequestDescription(TLog::FieldList& activity, const ActivityEventInput& input) const;
-    void AddHostAndEnvironment(TLog::FieldList& environment) const;
-    void AddIdentity(TLog::FieldList& activity, const ActivityEventInput& input) const;
-    void AddRequestContextAttributes(TLog::FieldList& attributes,
+    void AddRequestDescription(TLog::EventBuilder& event, const ActivityEventInput& input) const;
+    void AddHostAndEnvironment(TLog::EventBuilder& event) const;
+    void AddIdentity(TLog::EventBuilder& event, const ActivityEventInput& input) const;
+    void AddRequestContextAttributes(TLog::EventBuilder& event,
                                      const ActivityEventInput& input) const;
-    void AddOutcome(TLog::FieldList& activity, const ActivityEventInput& input) const;
-    void AddScopeAttributes(TLog::FieldList& body, const ActivityEventInput& input) const;
-    void AddLogSupplements(TLog::FieldList& body, const ActivityEventInput& input) const;
+    void AddOutcome(TLog::EventBuilder& event, const ActivityEventInput& input) const;
+    void AddScopeAttributes(TLog::EventBuilder& event, const ActivityEventInput& input) const;
+    void AddLogSupplements(TLog::EventBuilder& event, const ActivityEventInput& input) const;
 
     ActivityConfig m_config;
     bool m_hasRequestDescription;

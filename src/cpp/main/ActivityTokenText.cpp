@@ -14,15 +14,12 @@ const TokenCharacters& GetTokenCharacters() {
     return characters.Get();
 }
 
-const TokenStrings& Tokens() {
-    static const NeverDestroyed<TokenStrings> tokens;
-    return tokens.Get();
-}
+constinit std::atomic<const TokenStrings*> knownTokens{nullptr};
 
-const TString& NoText() {
-    static const NeverDestroyed<std::u16string> characters(u"-");
-    static const NeverDestroyed<TString> none(ReferTo(characters.Get()));
-    return none.Get();
+const TokenStrings& MakeTokens() {
+    static const NeverDestroyed<TokenStrings> tokens;
+    knownTokens.store(&tokens.Get(), std::memory_order_release);
+    return tokens.Get();
 }
 
 }  // namespace tarn

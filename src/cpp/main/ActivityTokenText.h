@@ -4,6 +4,7 @@
 
 #include "cvlcoreplatform/TString.h"
 
+#include <atomic>
 #include <string>
 
 /// The characters of the tokens. Whatever points at a token is initialised from these arrays, so
@@ -27,6 +28,8 @@ struct TokenCharacters {
 #define TARN_TOKEN_UTF16(token, text) const std::u16string token{u"" text};
     TARN_ACTIVITY_TOKENS(TARN_TOKEN_UTF16)
 #undef TARN_TOKEN_UTF16
+
+    const std::u16string noText{u"-"};
 };
 
 const TokenCharacters& GetTokenCharacters();
@@ -36,12 +39,24 @@ struct TokenStrings {
 #define TARN_TOKEN_STRING(token, text) const TString token = ReferTo(GetTokenCharacters().token);
     TARN_ACTIVITY_TOKENS(TARN_TOKEN_STRING)
 #undef TARN_TOKEN_STRING
+
+    const TString noText = ReferTo(GetTokenCharacters().noText);
 };
 
+/// Null until somebody has asked for the tokens.
+extern std::atomic<const TokenStrings*> knownTokens;
+
+const TokenStrings& MakeTokens();
+
 /// Lives as long as the process; usable from any static initialiser.
-const TokenStrings& Tokens();
+inline const TokenStrings& Tokens() {
+    const TokenStrings* const tokens = knownTokens.load(std::memory_order_acquire);
+    return tokens != nullptr ? *tokens : MakeTokens();
+}
 
 /// "-", which stands for a text that is missing.
-const TString& NoText();
+inline const TString& NoText() {
+    return Tokens().noText;
+}
 
 }  // namespace tarn

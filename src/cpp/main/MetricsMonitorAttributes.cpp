@@ -58,25 +58,31 @@ void MetricsMonitor::OnCommandName(ScopeState& state, uint64 scopeId, const Metr
 }
 
 void MetricsMonitor::RouteOpeningPairs(ScopeState& state, const Metrics::NameValueList& pairs) {
-    const tarn::TokenStrings& tokens = tarn::Tokens();
+    using tarn::OpeningPairName;
     for (const auto& [nameValue, value] : pairs) {
-        const tarn::MonitorName& known = m_records->names.Read(nameValue);
-        const TString& name = known.text;
-        if (name == tokens.traceDepthAttr) {
-            state.traceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
-        } else if (name == tokens.serviceDepthAttr) {
-            state.serviceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
-        } else if (name == tokens.foregroundRootAttr) {
-            state.rootIdText = ToText(value);
-        } else if (name == tokens.activityIdAttr) {
-            state.ownIdText = ToText(value);
-        } else if (name == tokens.ridAttr) {
-            TString requestText = ToText(value);
-            if (requestText != TarnMetricsUtils::DefaultStringAttributeValue()) {
-                state.requestText = std::move(requestText);
-            }
-        } else if (name != tokens.sponsorActivityIdAttr) {
-            AddAttributeToActivity(state, state.scopeId, known, value);
+        const tarn::MonitorName& name = m_records->names.Read(nameValue);
+        switch (name.openingPair) {
+            case OpeningPairName::TraceDepth:
+                state.traceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
+                break;
+            case OpeningPairName::ServiceDepth:
+                state.serviceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
+                break;
+            case OpeningPairName::RootId:
+                state.rootIdText = ToText(value);
+                break;
+            case OpeningPairName::OwnId:
+                state.ownIdText = ToText(value);
+                break;
+            case OpeningPairName::RequestId:
+                if (TString text = ToText(value); text != tarn::NoText()) {
+                    state.requestText = std::move(text);
+                }
+                break;
+            case OpeningPairName::SponsorId:
+                break;
+            case OpeningPairName::Unknown:
+                AddAttributeToActivity(state, state.scopeId, name, value);
         }
     }
 }

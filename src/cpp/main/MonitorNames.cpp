@@ -1,6 +1,7 @@
 #include "MonitorNames.h"
 
 #include "ActivityTokenText.h"
+#include "ImmortalNames.h"
 #include "TextHash.h"
 
 #include "tarn/ActivityConfig.h"
@@ -63,15 +64,23 @@ MonitorNames::MonitorNames() {
     contextAttributes.Add(tokens.userAttr, ContextAttributeName::User);
     contextAttributes.Add(tokens.workbookAttr, ContextAttributeName::Workbook);
     contextAttributes.Add(tokens.viewAttr, ContextAttributeName::View);
+
+    openingPairs.Add(tokens.traceDepthAttr, OpeningPairName::TraceDepth);
+    openingPairs.Add(tokens.serviceDepthAttr, OpeningPairName::ServiceDepth);
+    openingPairs.Add(tokens.foregroundRootAttr, OpeningPairName::RootId);
+    openingPairs.Add(tokens.activityIdAttr, OpeningPairName::OwnId);
+    openingPairs.Add(tokens.ridAttr, OpeningPairName::RequestId);
+    openingPairs.Add(tokens.sponsorActivityIdAttr, OpeningPairName::SponsorId);
 }
 
 MonitorName MonitorNames::Describe(const MetricsValue& name) const {
     MonitorName described;
-    described.text = TarnMetricsUtils::MetricsValueToString(name);
+    described.text = MakeImmortal(TarnMetricsUtils::MetricsValueToString(name));
     described.list = lists.Find(described.text);
     described.activityAttribute = activityAttributes.Find(described.text);
     described.figure = figures.Find(described.text);
     described.contextAttribute = contextAttributes.Find(described.text);
+    described.openingPair = openingPairs.Find(described.text);
     return described;
 }
 
@@ -127,8 +136,8 @@ TString MonitorNames::EventName(ActivityPhase phase, const TString& scopeName) {
     Events& slot = m_events[SlotOf(characters, cacheLine, slots)];
     if (slot.scopeName.SharedCharacters() != scopeName.SharedCharacters()) {
         std::array<TString, 2> names{
-            ActivityConfig(ActivityPhase::Begin, scopeName).GetUniqueActivityName(),
-            ActivityConfig(ActivityPhase::End, scopeName).GetUniqueActivityName()};
+            MakeImmortal(ActivityConfig(ActivityPhase::Begin, scopeName).GetUniqueActivityName()),
+            MakeImmortal(ActivityConfig(ActivityPhase::End, scopeName).GetUniqueActivityName())};
         slot.names = std::move(names);
         slot.scopeName = scopeName;
     }

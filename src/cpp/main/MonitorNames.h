@@ -57,6 +57,17 @@ enum class ContextAttributeName : int32 {
     Unknown = 10,
 };
 
+/// What the opening of a scope says with foreground thread contexts.
+enum class OpeningPairName : int32 {
+    TraceDepth = 0,
+    ServiceDepth = 1,
+    RootId = 2,
+    OwnId = 3,
+    RequestId = 4,
+    SponsorId = 5,
+    Unknown = 6,
+};
+
 /// Names with a fixed meaning and their codes.
 template <class Code>
 class NameCodes {
@@ -83,6 +94,7 @@ struct MonitorName {
     ActivityAttributeName activityAttribute = ActivityAttributeName::Unknown;
     FigureName figure = FigureName::Unknown;
     ContextAttributeName contextAttribute = ContextAttributeName::Unknown;
+    OpeningPairName openingPair = OpeningPairName::Unknown;
 };
 
 /// The names that the monitor treats specially, and the names that it has read lately: the same few
@@ -101,6 +113,7 @@ public:
     NameCodes<ActivityAttributeName> activityAttributes;
     NameCodes<FigureName> figures;
     NameCodes<ContextAttributeName> contextAttributes;
+    NameCodes<OpeningPairName> openingPairs;
 
 private:
     static constexpr std::size_t slots = 128;

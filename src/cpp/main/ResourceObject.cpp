@@ -10,57 +10,52 @@
 namespace tarn {
 namespace {
 
-using TLog::FieldList;
-using TLog::LiteralContent;
+using TLog::EventBuilder;
+using ObjectId = EventBuilder::ObjectId;
 
 /// Adds one object under the sub-group's name, if its figures are tracked.
-using ResourceWriter = void (*)(FieldList& resources,
+using ResourceWriter = void (*)(EventBuilder& event,
+                                ObjectId resources,
                                 const TString& subGroup,
                                 const ResourceFigures& figures);
 
-void SetBytes(FieldList& table, const TString& name, int64 bytes) {
-    table.emplace_back(name, LiteralContent::Double(static_cast<double>(bytes), 0));
+void AddBytes(EventBuilder& event, ObjectId object, const TString& name, int64 bytes) {
+    event.AddDouble(object, name, static_cast<double>(bytes));
 }
 
-void SetNumber(FieldList& table, const TString& name, int64 number) {
-    table.emplace_back(name, LiteralContent::Int(number));
-}
-
-void AddSubGroup(FieldList& resources, const TString& subGroup, FieldList table) {
-    resources.emplace_back(subGroup, TLog::Object::MakeOfList(std::move(table)));
-}
-
-void WriteAllocations(FieldList& resources,
+void WriteAllocations(EventBuilder& event,
+                      ObjectId resources,
                       const TString& subGroup,
                       const ResourceFigures& figures) {
     const TokenStrings& tokens = Tokens();
-    FieldList table;
-    SetBytes(table, tokens.allocatedExclusiveAttr, figures.allocatedBytes.exclusive);
-    SetNumber(table, tokens.allocatedCountExclusiveAttr, figures.allocationCount.exclusive);
-    SetBytes(table, tokens.allocatedInclusiveAttr, figures.allocatedBytes.Inclusive());
-    SetNumber(table, tokens.allocatedCountInclusiveAttr, figures.allocationCount.Inclusive());
+    const ObjectId object = event.AddObject(resources, subGroup);
+    AddBytes(event, object, tokens.allocatedExclusiveAttr, figures.allocatedBytes.exclusive);
+    event.AddInt(object, tokens.allocatedCountExclusiveAttr, figures.allocationCount.exclusive);
+    AddBytes(event, object, tokens.allocatedInclusiveAttr, figures.allocatedBytes.Inclusive());
+    event.AddInt(object, tokens.allocatedCountInclusiveAttr, figures.allocationCount.Inclusive());
     if (GetLoggedMemoryTrackingMode() == corvala::memory::MemoryTrackingAll) {
-        SetBytes(table, tokens.allocatedPeakAttr, figures.allocatedPeak);
+        AddBytes(event, object, tokens.allocatedPeakAttr, figures.allocatedPeak);
     }
-    AddSubGroup(resources, subGroup, std::move(table));
 }
 
-void WriteDeallocations(FieldList& resources,
+void WriteDeallocations(EventBuilder& event,
+                        ObjectId resources,
                         const TString& subGroup,
                         const ResourceFigures& figures) {
     if (GetLoggedMemoryTrackingMode() != corvala::memory::MemoryTrackingAll) {
         return;
     }
     const TokenStrings& tokens = Tokens();
-    FieldList table;
-    SetBytes(table, tokens.deallocatedExclusiveAttr, figures.deallocatedBytes.exclusive);
-    SetNumber(table, tokens.deallocatedCountExclusiveAttr, figures.deallocationCount.exclusive);
-    SetBytes(table, tokens.deallocatedInclusiveAttr, figures.deallocatedBytes.Inclusive());
-    SetNumber(table, tokens.deallocatedCountInclusiveAttr, figures.deallocationCount.Inclusive());
-    AddSubGroup(resources, subGroup, std::move(table));
+    const ObjectId object = event.AddObject(resources, subGroup);
+    AddBytes(event, object, tokens.deallocatedExclusiveAttr, figures.deallocatedBytes.exclusive);
+    event.AddInt(object, tokens.deallocatedCountExclusiveAttr, figures.deallocationCount.exclusive);
+    AddBytes(event, object, tokens.deallocatedInclusiveAttr, figures.deallocatedBytes.Inclusive());
+    event.AddInt(
+        object, tokens.deallocatedCountInclusiveAttr, figures.deallocationCount.Inclusive());
 }
 
-void WriteProcessorTime(FieldList& resources,
+void WriteProcessorTime(EventBuilder& event,
+                        ObjectId resources,
                         const TString& subGroup,
                         const TString& inclusiveName,
                         const TString& exclusiveName,
@@ -68,24 +63,29 @@ void WriteProcessorTime(FieldList& resources,
     if (!IsCpuTimeLogged()) {
         return;
     }
-    FieldList table;
-    SetNumber(table, inclusiveName, figure.Inclusive());
-    SetNumber(table, exclusiveName, figure.exclusive);
-    AddSubGroup(resources, subGroup, std::move(table));
+    const ObjectId object = event.AddObject(resources, subGroup);
+    event.AddInt(object, inclusiveName, figure.Inclusive());
+    event.AddInt(object, exclusiveName, figure.exclusive);
 }
 
-void WriteKernelTime(FieldList& resources,
+void WriteKernelTime(EventBuilder& event,
+                     ObjectId resources,
                      const TString& subGroup,
                      const ResourceFigures& figures) {
-    WriteProcessorTime(resources,
+    WriteProcessorTime(event,
+                       resources,
                        subGroup,
                        Tokens().cpuTimeKernelInclusiveAttr,
                        Tokens().cpuTimeKernelExclusiveAttr,
                        figures.kernelTime);
 }
 
-void WriteUserTime(FieldList& resources, const TString& subGroup, const ResourceFigures& figures) {
-    WriteProcessorTime(resources,
+void WriteUserTime(EventBuilder& event,
+                   ObjectId resources,
+                   const TString& subGroup,
+                   const ResourceFigures& figures) {
+    WriteProcessorTime(event,
+                       resources,
                        subGroup,
                        Tokens().cpuTimeUserInclusiveAttr,
                        Tokens().cpuTimeUserExclusiveAttr,
@@ -104,15 +104,15 @@ const std::unordered_map<TString, ResourceWriter>& ResourceWriters() {
 
 }  // namespace
 
-std::shared_ptr<TLog::Object> MakeResourceObject(const MetricsMonitor::ScopeState& scope) {
-    FieldList resources;
+void AddResources(TLog::EventBuilder& event,
+                  TLog::EventBuilder::ObjectId object,
+                  const MetricsMonitor::ScopeState& scope) {
     for (const auto& [subGroup, write] : ResourceWriters()) {
-        write(resources, subGroup, scope.resources);
+        write(event, object, subGroup, scope.resources);
     }
     if (IsCpuTimeLogged()) {
-        SetNumber(resources, Tokens().numberOfThreads, static_cast<int64>(scope.threadIds.Size()));
+        event.AddInt(object, Tokens().numberOfThreads, static_cast<int64>(scope.threadIds.Size()));
     }
-    return TLog::Object::MakeOfList(std::move(resources));
 }
 
 }  // namespace tarn

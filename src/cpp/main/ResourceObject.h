@@ -2,14 +2,14 @@
 
 #include "ScopeState.h"
 
-#include "cvlcoreplatform/TLogValue.h"
-
-#include <memory>
+#include "cvlcoreplatform/TLogEventBuilder.h"
 
 namespace tarn {
 
-/// The group "res" of an end event: what the scope allocated and freed, its processor times, and
-/// on how many threads it ran, as far as these are tracked.
-std::shared_ptr<TLog::Object> MakeResourceObject(const MetricsMonitor::ScopeState& scope);
+/// Fills the group "res" of an end event: what the scope allocated and freed, its processor times,
+/// and on how many threads it ran, as far as these are tracked.
+void AddResources(TLog::EventBuilder& event,
+                  TLog::EventBuilder::ObjectId object,
+                  const MetricsMonitor::ScopeState& scope);
 
 }  // namespace tarn

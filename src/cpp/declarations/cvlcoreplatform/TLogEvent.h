@@ -55,6 +55,10 @@ public:
     static ActivityInfo CreateActivityInfo(int64 time, const TString& requestId);
 };
 
+/// What the host keeps of an event, and of one that `EventBuilder` has gathered.
+class EventFields;
+class GatheredFields;
+
 /// One structured record: a name, a value, and for activity events the activity's information.
 /// Immutable; copying one copies a pointer, so a sink may keep it.
 class CVLCOREPLATFORM_API Event {
@@ -62,15 +66,24 @@ public:
     Event(TString name, std::shared_ptr<Object> body);
     Event(TString name, std::shared_ptr<Object> body, ActivityInfo information);
 
+    /// For `EventBuilder`; never null.
+    explicit Event(std::shared_ptr<const EventFields> fields) noexcept;
+
     const TString& GetName() const noexcept;
-    const std::shared_ptr<Object>& GetBody() const noexcept;
+
+    // The values of an event that was gathered are made when one of these is called first, on
+    // whatever thread. Both throw `std::bad_alloc`.
+
+    const std::shared_ptr<Object>& GetBody() const;
 
     /// Null for an event that belongs to no activity. Valid as long as some copy of the event.
-    const ActivityInfo* GetActivityInfo() const noexcept;
+    const ActivityInfo* GetActivityInfo() const;
+
+    /// For the host, which knows what is in there.
+    const EventFields& GetFields() const noexcept { return *m_fields; }
 
 private:
-    struct Fields;
-    std::shared_ptr<const Fields> m_fields;
+    std::shared_ptr<const EventFields> m_fields;
 };
 
 /// A wall-clock time as text.

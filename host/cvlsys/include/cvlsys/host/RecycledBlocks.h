@@ -15,14 +15,17 @@ namespace cvlsys {
 
 inline constexpr std::size_t smallBlock = 64;
 inline constexpr std::size_t largeBlock = 128;
+inline constexpr std::size_t hugeBlock = 2048;
 
-/// A block of `smallBlock` or `largeBlock` bytes, aligned for every fundamental type. Throws
-/// `std::bad_alloc`.
+/// A block of `smallBlock`, `largeBlock` or `hugeBlock` bytes, aligned for every fundamental type.
+/// Throws `std::bad_alloc`.
 CVLSYS_API void* TakeSmallBlock();
 CVLSYS_API void* TakeLargeBlock();
+CVLSYS_API void* TakeHugeBlock();
 
 CVLSYS_API void ReleaseSmallBlock(void* block) noexcept;
 CVLSYS_API void ReleaseLargeBlock(void* block) noexcept;
+CVLSYS_API void ReleaseHugeBlock(void* block) noexcept;
 
 /// For `std::allocate_shared`: single objects that fit come from blocks, everything else from the
 /// heap.
@@ -44,6 +47,9 @@ struct RecyclingAllocator {
         if (count == 1 && sizeof(T) <= largeBlock) {
             return static_cast<T*>(TakeLargeBlock());
         }
+        if (count == 1 && sizeof(T) <= hugeBlock) {
+            return static_cast<T*>(TakeHugeBlock());
+        }
         return std::allocator<T>().allocate(count);
     }
 
@@ -52,6 +58,8 @@ struct RecyclingAllocator {
             ReleaseSmallBlock(objects);
         } else if (count == 1 && sizeof(T) <= largeBlock) {
             ReleaseLargeBlock(objects);
+        } else if (count == 1 && sizeof(T) <= hugeBlock) {
+            ReleaseHugeBlock(objects);
         } else {
             std::allocator<T>().deallocate(objects, count);
         }

@@ -1,0 +1,119 @@
+#include "EventFields.h"
+
+#include <algorithm>
+
+namespace TLog {
+
+namespace {
+
+using Kind = GatheredField::Kind;
+using ObjectId = EventBuilder::ObjectId;
+
+TString ToText(const GatheredText& text) {
+    return text.IsPlain() ? TString::FromUtf8(text.Plain()) : TString(text.Units());
+}
+
+/// One of the texts in the head.
+TString HeadText(const GatheredFields& gathered, const TString& name) {
+    for (const GatheredField& field : gathered.GetFields()) {
+        if (field.object == GatheredFields::head && field.Name() == name.View()) {
+            return ToText(field.text);
+        }
+    }
+    return TString();
+}
+
+/// Makes the values of gathered fields, and puts each into the table of its object.
+class ValueMaker {
+public:
+    explicit ValueMaker(const GatheredFields& gathered)
+        : m_gathered(gathered),
+          m_tables(gathered.CountObjects()) {
+        // An object's fields come after the object itself: from behind, it is complete when its
+        // turn comes. Of two fields of one name, the last one stays.
+        const auto fields = gathered.GetFields();
+        for (auto field = fields.rbegin(); field != fields.rend(); ++field) {
+            if (field->object != GatheredFields::head) {
+                TableOf(field->object).emplace(gathered.GetFieldName(*field), ToValue(*field));
+            }
+        }
+    }
+
+    std::shared_ptr<Object> Take(ObjectId object) {
+        return Object::Make(std::move(TableOf(object)));
+    }
+
+private:
+    NameTable& TableOf(ObjectId object) { return m_tables[static_cast<std::size_t>(object)]; }
+
+    std::shared_ptr<Value> ToValue(const GatheredField& field) {
+        switch (field.kind) {
+            case Kind::Integer:
+                return Literal::Int(field.integer);
+            case Kind::Boolean:
+                return Literal::Bool(field.integer != 0);
+            case Kind::Double:
+                return Literal::Double(field.real, 0);
+            case Kind::Text:
+            case Kind::Constant:
+                return Literal::String(ToText(field.text));
+            case Kind::Object:
+                return Take(field.child);
+            case Kind::Shared:
+                break;
+        }
+        return m_gathered.GetShared(field);
+    }
+
+    const GatheredFields& m_gathered;
+    std::vector<NameTable> m_tables;
+};
+
+}  // namespace
+
+EventFields::~EventFields() {
+    const EventValues* const values = m_values.load(std::memory_order_relaxed);
+    if (!m_given.has_value()) {
+        delete values;
+    }
+}
+
+// Threads that ask at the same time may both make the values; the first one that is done wins.
+const EventValues& EventFields::MakeValues() const {
+    auto made = std::make_unique<const EventValues>(AsGathered()->ToValues());
+    const EventValues* expected = nullptr;
+    if (m_values.compare_exchange_strong(
+            expected, made.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
+        return *made.release();
+    }
+    return *expected;
+}
+
+TString GatheredFields::GetFieldName(const GatheredField& field) const {
+    const auto owned = std::find_if(m_names.begin(), m_names.end(), [&field](const TString& name) {
+        return name.SharedCharacters().get() == field.name;
+    });
+    return owned != m_names.end() ? *owned
+                                  : TString(TString::Characters(TString::Characters(), field.name));
+}
+
+EventValues GatheredFields::ToValues() const {
+    ValueMaker values(*this);
+    // Named, as it is not said which argument is made first.
+    auto environment = values.Take(ObjectId::Environment);
+    auto activity = values.Take(ObjectId::Activity);
+    auto attributes = values.Take(ObjectId::Attributes);
+    return {values.Take(ObjectId::Body),
+            ActivityInfo(time,
+                         processId,
+                         threadId,
+                         HeadText(*this, SessionName()),
+                         HeadText(*this, RequestName()),
+                         HeadText(*this, UserName()),
+                         HeadText(*this, SiteName()),
+                         std::move(environment),
+                         std::move(activity),
+                         std::move(attributes))};
+}
+
+}  // namespace TLog

@@ -1,0 +1,197 @@
+#pragma once
+
+#include "Arena.h"
+
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogEventBuilder.h"
+#include "cvlcoreplatform/TLogValue.h"
+#include "cvlcoreplatform/TString.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace TLog {
+
+/// What an event gives to those who ask for its values.
+struct EventValues {
+    std::shared_ptr<Object> body;
+    std::optional<ActivityInfo> information;
+};
+
+/// What the copies of an event share. Immutable, except that the values of a gathered event come
+/// into being when they are asked for; any number of threads may do that.
+class EventFields {
+public:
+    EventFields(TString name, EventValues values)
+        : m_name(std::move(name)),
+          m_given(std::move(values)),
+          m_values(&*m_given) {}
+
+    EventFields(const EventFields&) = delete;
+    EventFields& operator=(const EventFields&) = delete;
+    ~EventFields();
+
+    const TString& GetName() const noexcept { return m_name; }
+
+    /// Throws `std::bad_alloc`.
+    const EventValues& GetValues() const {
+        const EventValues* const values = m_values.load(std::memory_order_acquire);
+        return values != nullptr ? *values : MakeValues();
+    }
+
+    /// Null for an event that was made of values.
+    const GatheredFields* AsGathered() const noexcept;
+
+protected:
+    EventFields() noexcept = default;
+
+    TString m_name;
+
+private:
+    const EventValues& MakeValues() const;
+
+    const std::optional<EventValues> m_given;
+    // Owned unless they were given; null until they are needed.
+    mutable std::atomic<const EventValues*> m_values{nullptr};
+};
+
+/// A text that lives as long as the event. `GatheredText()` is empty; without parentheses it is
+/// nothing.
+class GatheredText {
+public:
+    GatheredText() noexcept = default;
+
+    explicit GatheredText(std::string_view plain) noexcept
+        : m_text(plain.data()),
+          m_size(plain.size() * 2) {}
+
+    explicit GatheredText(std::u16string_view units) noexcept
+        : m_text(units.data()),
+          m_size(units.size() * 2 + 1) {}
+
+    /// Whether it is known to stand in JSON as it is.
+    bool IsPlain() const noexcept { return m_size % 2 == 0; }
+
+    std::string_view Plain() const noexcept {
+        return {static_cast<const char*>(m_text), m_size / 2};
+    }
+
+    std::u16string_view Units() const noexcept {
+        return {static_cast<const char16_t*>(m_text), m_size / 2};
+    }
+
+private:
+    const void* m_text;
+    // Twice, and one more for units.
+    std::size_t m_size;
+};
+
+/// One field of a gathered event.
+struct GatheredField {
+    enum class Kind : uint32 {
+        Integer,
+        Boolean,
+        Double,
+        Text,
+        Constant,  ///< a text that lives as long as the process
+        Object,
+        Shared,
+    };
+
+    std::u16string_view Name() const noexcept {
+        return name != nullptr ? std::u16string_view(*name) : std::u16string_view();
+    }
+
+    const std::u16string* name;  ///< null for the empty one
+    EventBuilder::ObjectId object;
+    Kind kind;
+
+    union {
+        int64 integer;  ///< of a boolean, too
+        double real;
+        EventBuilder::ObjectId child;
+        std::size_t shared;  ///< its place among the shared values
+    };
+
+    GatheredText text;
+};
+
+/// An event as it was gathered: its fields in the order in which they came, and their texts, in
+/// one block of memory unless they are many.
+class GatheredFields final : public EventFields {
+public:
+    using ObjectId = EventBuilder::ObjectId;
+
+    GatheredFields() noexcept;
+
+    void AddText(ObjectId object, const TString& name, TextView text);
+    void AddUuid(ObjectId object, const TString& name, const TUUID& id);
+    void AddInteger(ObjectId object, const TString& name, GatheredField::Kind kind, int64 value);
+    void AddDouble(ObjectId object, const TString& name, double value);
+    void AddValue(ObjectId object, const TString& name, std::shared_ptr<Value> value);
+    ObjectId AddObject(ObjectId object, const TString& name);
+
+    void SetName(TString name) noexcept { m_name = std::move(name); }
+
+    std::span<const GatheredField> GetFields() const noexcept { return {m_fields, m_count}; }
+
+    uint32 CountObjects() const noexcept { return m_objects; }
+
+    /// The same for events with fields of the same names in the same objects and with the same
+    /// constants, if these names share their characters or are alike; hardly ever the same for
+    /// others.
+    uint64 ShapeKey() const noexcept { return m_shapeKey; }
+
+    TString GetFieldName(const GatheredField& field) const;
+
+    const std::shared_ptr<Value>& GetShared(const GatheredField& field) const noexcept {
+        return m_values[field.shared];
+    }
+
+    EventValues ToValues() const;
+
+    EventTimePoint time;
+    uint32 processId = 0;
+    uint64 threadId = 0;
+
+    /// Whom the event concerns, as fields that stand in front of all objects. Those that are
+    /// missing are empty.
+    static constexpr ObjectId head = static_cast<ObjectId>(0xFFFFFFFFU);
+    static const TString& SessionName();
+    static const TString& RequestName();
+    static const TString& UserName();
+    static const TString& SiteName();
+
+private:
+    // An end event with a few attributes.
+    static constexpr std::size_t usualFields = 20;
+    static constexpr std::size_t textBytes = 768;
+
+    GatheredField& Add(ObjectId object, const TString& name, GatheredField::Kind kind);
+    GatheredText Copy(TextView text);
+    void MakeRoom();
+
+    GatheredField* m_fields = m_usual;
+    std::size_t m_count = 0;
+    std::size_t m_room = usualFields;
+    uint32 m_objects;
+    uint64 m_shapeKey = 0;
+    // What the fields refer to, unless it lives as long as the process.
+    std::vector<TString> m_names;
+    std::vector<std::shared_ptr<Value>> m_values;
+    GatheredField m_usual[usualFields];
+    cvlcoreplatform::Arena<textBytes> m_memory;
+};
+
+inline const GatheredFields* EventFields::AsGathered() const noexcept {
+    return m_given.has_value() ? nullptr : static_cast<const GatheredFields*>(this);
+}
+
+}  // namespace TLog

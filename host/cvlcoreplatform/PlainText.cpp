@@ -1,0 +1,127 @@
+#include "PlainText.h"
+
+#include <cstddef>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace cvlcoreplatform {
+
+namespace {
+
+constexpr bool IsPlain(char16_t unit) noexcept {
+    return unit >= u' ' && unit <= u'~' && unit != u'"' && unit != u'\\';
+}
+
+constexpr bool IsPlain(char byte) noexcept {
+    return byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\';
+}
+
+template <class Character>
+bool CopyOneByOne(const Character* from, std::size_t count, char* to) noexcept {
+    for (; count != 0; --count) {
+        if (!IsPlain(*from)) {
+            return false;
+        }
+        *to++ = static_cast<char>(*from++);
+    }
+    return true;
+}
+
+#ifdef __SSE2__
+
+__m128i Load(const void* from) noexcept {
+    return _mm_loadu_si128(static_cast<const __m128i*>(from));
+}
+
+__m128i LoadHalf(const void* from) noexcept {
+    return _mm_loadl_epi64(static_cast<const __m128i*>(from));
+}
+
+void Store(char* to, __m128i bytes) noexcept {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
+}
+
+void StoreHalf(char* to, __m128i bytes) noexcept {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
+}
+
+bool ArePlain(__m128i bytes) noexcept {
+    // Compared as signed numbers, what is no ASCII counts as too small.
+    const __m128i outside = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(' ')),
+                                         _mm_cmpgt_epi8(bytes, _mm_set1_epi8('~')));
+    const __m128i escaped = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                         _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+    return _mm_movemask_epi8(_mm_or_si128(outside, escaped)) == 0;
+}
+
+// To bytes. What does not fit becomes 0 or 255, neither of which is plain.
+__m128i Narrow(__m128i first, __m128i last) noexcept {
+    return _mm_packus_epi16(first, last);
+}
+
+bool CopySixteen(const char* from, char* to) noexcept {
+    const __m128i bytes = Load(from);
+    Store(to, bytes);
+    return ArePlain(bytes);
+}
+
+bool CopySixteen(const char16_t* from, char* to) noexcept {
+    const __m128i bytes = Narrow(Load(from), Load(from + 8));
+    Store(to, bytes);
+    return ArePlain(bytes);
+}
+
+// Eight to fifteen, as the first and the last eight.
+bool CopyEightToFifteen(const char* from, std::size_t count, char* to) noexcept {
+    const __m128i first = LoadHalf(from);
+    const __m128i last = LoadHalf(from + count - 8);
+    StoreHalf(to, first);
+    StoreHalf(to + count - 8, last);
+    return ArePlain(_mm_unpacklo_epi64(first, last));
+}
+
+bool CopyEightToFifteen(const char16_t* from, std::size_t count, char* to) noexcept {
+    const __m128i bytes = Narrow(Load(from), Load(from + count - 8));
+    StoreHalf(to, bytes);
+    StoreHalf(to + count - 8, _mm_unpackhi_epi64(bytes, bytes));
+    return ArePlain(bytes);
+}
+
+template <class Character>
+bool Copy(const Character* from, std::size_t count, char* to) noexcept {
+    constexpr std::size_t block = 16;
+    if (count < block) {
+        return count < block / 2 ? CopyOneByOne(from, count, to)
+                                 : CopyEightToFifteen(from, count, to);
+    }
+    for (; count >= block; count -= block, from += block, to += block) {
+        if (!CopySixteen(from, to)) {
+            return false;
+        }
+    }
+    // The last block overlaps what is done already.
+    return count == 0 || CopySixteen(from + count - block, to + count - block);
+}
+
+#else
+
+template <class Character>
+bool Copy(const Character* from, std::size_t count, char* to) noexcept {
+    return CopyOneByOne(from, count, to);
+}
+
+#endif
+
+}  // namespace
+
+bool CopyPlain(std::u16string_view text, char* to) noexcept {
+    return Copy(text.data(), text.size(), to);
+}
+
+bool CopyPlain(std::string_view text, char* to) noexcept {
+    return Copy(text.data(), text.size(), to);
+}
+
+}  // namespace cvlcoreplatform
