@@ -36,7 +36,7 @@ void GatheredFields::MakeRoom() {
     m_room *= 2;
 }
 
-GatheredField& GatheredFields::Add(ObjectId object, const TString& name, Kind kind) {
+inline GatheredField& GatheredFields::Add(ObjectId object, const TString& name, Kind kind) {
     if (m_count == m_room) {
         MakeRoom();
     }
@@ -58,48 +58,7 @@ GatheredField& GatheredFields::Add(ObjectId object, const TString& name, Kind ki
     return field;
 }
 
-void GatheredFields::AddText(ObjectId object, const TString& name, TextView text) {
-    if (text.IsImmortal()) {
-        const GatheredText constant(text.GetUtf16());
-        Add(object, name, Kind::Constant).text = constant;
-        m_shapeKey += reinterpret_cast<std::uintptr_t>(text.GetUtf16().data());
-        return;
-    }
-    const GatheredText copy = Copy(text);
-    Add(object, name, Kind::Text).text = copy;
-}
-
-void GatheredFields::AddUuid(ObjectId object, const TString& name, const TUUID& id) {
-    char* const plain = m_memory.Take<char>(cvlcoreplatform::uuidTextLength);
-    cvlcoreplatform::WriteUuid(id, plain);
-    Add(object, name, Kind::Text).text =
-        GatheredText(std::string_view(plain, cvlcoreplatform::uuidTextLength));
-}
-
-void GatheredFields::AddInteger(ObjectId object, const TString& name, Kind kind, int64 value) {
-    Add(object, name, kind).integer = value;
-}
-
-void GatheredFields::AddDouble(ObjectId object, const TString& name, double value) {
-    Add(object, name, Kind::Double).real = value;
-}
-
-void GatheredFields::AddValue(ObjectId object, const TString& name, std::shared_ptr<Value> value) {
-    m_values.push_back(std::move(value));
-    Add(object, name, Kind::Shared).shared = m_values.size() - 1;
-}
-
-ObjectId GatheredFields::AddObject(ObjectId object, const TString& name) {
-    if (m_objects == mostObjects) {
-        throw std::length_error("an event has too many objects");
-    }
-    const auto child = static_cast<ObjectId>(m_objects);
-    Add(object, name, Kind::Object).child = child;
-    ++m_objects;
-    return child;
-}
-
-GatheredText GatheredFields::Copy(TextView text) {
+inline GatheredText GatheredFields::Copy(TextView text) {
     if (text.IsUtf8()) {
         const std::string_view utf8 = text.GetUtf8();
         char* const plain = m_memory.Take<char>(utf8.size());
@@ -118,38 +77,55 @@ GatheredText GatheredFields::Copy(TextView text) {
     return GatheredText(std::u16string_view(copy, units.size()));
 }
 
-namespace {
-
-// The name of a field of the head.
-template <const char16_t* name>
-const TString& HeadName() {
-    static const std::u16string& characters = *new const std::u16string(name);
-    static const TString& text =
-        *new const TString(TString::Characters(TString::Characters(), &characters));
-    return text;
+inline void GatheredFields::AddText(ObjectId object, const TString& name, TextView text) {
+    if (text.IsImmortal()) {
+        const GatheredText constant(text.GetUtf16());
+        Add(object, name, Kind::Constant).text = constant;
+        m_shapeKey += reinterpret_cast<std::uintptr_t>(text.GetUtf16().data());
+        return;
+    }
+    const GatheredText copy = Copy(text);
+    Add(object, name, Kind::Text).text = copy;
 }
 
-constexpr char16_t sessionName[] = u"session";
-constexpr char16_t requestName[] = u"request";
-constexpr char16_t userName[] = u"user";
-constexpr char16_t siteName[] = u"site";
-
-}  // namespace
-
-const TString& GatheredFields::SessionName() {
-    return HeadName<sessionName>();
+inline void GatheredFields::AddUuid(ObjectId object, const TString& name, const TUUID& id) {
+    char* const plain = m_memory.Take<char>(cvlcoreplatform::uuidTextLength);
+    cvlcoreplatform::WriteUuid(id, plain);
+    Add(object, name, Kind::Text).text =
+        GatheredText(std::string_view(plain, cvlcoreplatform::uuidTextLength));
 }
 
-const TString& GatheredFields::RequestName() {
-    return HeadName<requestName>();
+inline void GatheredFields::AddInteger(ObjectId object,
+                                       const TString& name,
+                                       Kind kind,
+                                       int64 value) {
+    Add(object, name, kind).integer = value;
 }
 
-const TString& GatheredFields::UserName() {
-    return HeadName<userName>();
+inline void GatheredFields::AddDouble(ObjectId object, const TString& name, double value) {
+    Add(object, name, Kind::Double).real = value;
 }
 
-const TString& GatheredFields::SiteName() {
-    return HeadName<siteName>();
+inline void GatheredFields::AddValue(ObjectId object,
+                                     const TString& name,
+                                     std::shared_ptr<Value> value) {
+    m_values.push_back(std::move(value));
+    Add(object, name, Kind::Shared).shared = m_values.size() - 1;
+}
+
+inline ObjectId GatheredFields::AddObject(ObjectId object, const TString& name) {
+    if (m_objects == mostObjects) {
+        throw std::length_error("an event has too many objects");
+    }
+    const auto child = static_cast<ObjectId>(m_objects);
+    Add(object, name, Kind::Object).child = child;
+    ++m_objects;
+    return child;
+}
+
+const HeadNames& GetHeadNames() {
+    static const HeadNames& names = *new const HeadNames;
+    return names;
 }
 
 EventBuilder::EventBuilder() : m_fields(cvlsys::MakeRecycled<GatheredFields>()) {}
@@ -185,23 +161,23 @@ EventBuilder::ObjectId EventBuilder::AddObject(ObjectId object, const TString& n
 }
 
 void EventBuilder::SetSession(TextView text) {
-    m_fields->AddText(GatheredFields::head, GatheredFields::SessionName(), text);
+    m_fields->AddText(GatheredFields::head, GetHeadNames().session, text);
 }
 
 void EventBuilder::SetRequest(TextView text) {
-    m_fields->AddText(GatheredFields::head, GatheredFields::RequestName(), text);
+    m_fields->AddText(GatheredFields::head, GetHeadNames().request, text);
 }
 
 void EventBuilder::SetFreshRequest() {
-    m_fields->AddUuid(GatheredFields::head, GatheredFields::RequestName(), TUUID::CreateUUID());
+    m_fields->AddUuid(GatheredFields::head, GetHeadNames().request, TUUID::CreateUUID());
 }
 
 void EventBuilder::SetUser(TextView text) {
-    m_fields->AddText(GatheredFields::head, GatheredFields::UserName(), text);
+    m_fields->AddText(GatheredFields::head, GetHeadNames().user, text);
 }
 
 void EventBuilder::SetSite(TextView text) {
-    m_fields->AddText(GatheredFields::head, GatheredFields::SiteName(), text);
+    m_fields->AddText(GatheredFields::head, GetHeadNames().site, text);
 }
 
 Event EventBuilder::Finish(TString name, EventTimePoint time, uint32 processId, uint64 threadId) {

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -123,6 +124,27 @@ struct GatheredField {
     GatheredText text;
 };
 
+/// The names of the fields in the head: whom the event concerns. Those that are missing are empty.
+class HeadNames {
+    const std::u16string m_session{u"session"};
+    const std::u16string m_request{u"request"};
+    const std::u16string m_user{u"user"};
+    const std::u16string m_site{u"site"};
+
+    static TString ReferTo(const std::u16string& immortal) {
+        return TString(TString::Characters(TString::Characters(), &immortal));
+    }
+
+public:
+    const TString session = ReferTo(m_session);
+    const TString request = ReferTo(m_request);
+    const TString user = ReferTo(m_user);
+    const TString site = ReferTo(m_site);
+};
+
+/// Lives as long as the process.
+const HeadNames& GetHeadNames();
+
 /// An event as it was gathered: its fields in the order in which they came, and their texts, in
 /// one block of memory unless they are many.
 class GatheredFields final : public EventFields {
@@ -161,13 +183,8 @@ public:
     uint32 processId = 0;
     uint64 threadId = 0;
 
-    /// Whom the event concerns, as fields that stand in front of all objects. Those that are
-    /// missing are empty.
+    /// Of the fields that stand in front of all objects.
     static constexpr ObjectId head = static_cast<ObjectId>(0xFFFFFFFFU);
-    static const TString& SessionName();
-    static const TString& RequestName();
-    static const TString& UserName();
-    static const TString& SiteName();
 
 private:
     // An end event with a few attributes.

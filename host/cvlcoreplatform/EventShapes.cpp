@@ -48,10 +48,10 @@ EventShape::EventShape(const GatheredFields& event) {
                             field.kind,
                             isConstant ? field.text.Units().data() : nullptr});
     }
-    WriteHead(event, GatheredFields::SessionName());
-    WriteHead(event, GatheredFields::RequestName());
-    WriteHead(event, GatheredFields::UserName());
-    WriteHead(event, GatheredFields::SiteName());
+    WriteHead(event, TLog::GetHeadNames().session);
+    WriteHead(event, TLog::GetHeadNames().request);
+    WriteHead(event, TLog::GetHeadNames().user);
+    WriteHead(event, TLog::GetHeadNames().site);
     m_text += R"(,"environment":)";
     WriteObject(event, EventBuilder::ObjectId::Environment);
     m_text += R"(,"activity":)";

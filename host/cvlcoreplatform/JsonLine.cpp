@@ -204,19 +204,8 @@ inline void JsonLine::WriteGathered(TLog::GatheredText text) {
     }
 }
 
-void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
-    m_line.Append(R"(,"event":)");
-    m_line.AppendText(event.GetName().View());
-    WriteProcessAndThread(event.processId, event.threadId);
-    const EventShape& shape = m_shapes.Get(event);
-    for (const EventShape::Step& step : shape.GetSteps()) {
-        m_line.AppendPadded(shape.Before(step));
-        WriteField(event, event.GetFields()[step.field]);
-    }
-    m_line.AppendPadded(shape.AfterAll());
-}
-
-void JsonLine::WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field) {
+inline void JsonLine::WriteField(const TLog::GatheredFields& event,
+                                 const TLog::GatheredField& field) {
     using Kind = TLog::GatheredField::Kind;
     switch (field.kind) {
         case Kind::Text:
@@ -238,6 +227,18 @@ void JsonLine::WriteField(const TLog::GatheredFields& event, const TLog::Gathere
         case Kind::Object:
             break;  // stands in the event's shape
     }
+}
+
+void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
+    m_line.Append(R"(,"event":)");
+    m_line.AppendText(event.GetName().View());
+    WriteProcessAndThread(event.processId, event.threadId);
+    const EventShape& shape = m_shapes.Get(event);
+    for (const EventShape::Step& step : shape.GetSteps()) {
+        m_line.AppendPadded(shape.Before(step));
+        WriteField(event, event.GetFields()[step.field]);
+    }
+    m_line.AppendPadded(shape.AfterAll());
 }
 
 void JsonLine::WriteLiteral(const TLog::Literal& literal) {

@@ -2,10 +2,10 @@
 
 #include "cvlcoreplatform/TString.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <initializer_list>
 #include <memory>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -63,10 +63,14 @@ public:
             const auto known = m_index->find(name);
             return known == m_index->end() ? nullptr : &m_entries[known->second].value;
         }
-        const auto known = std::find_if(m_entries.begin(),
-                                        m_entries.end(),
-                                        [&name](const Entry& entry) { return entry.name == name; });
-        return known == m_entries.end() ? nullptr : &known->value;
+        const std::u16string_view text = name.View();
+        for (const Entry& entry : m_entries) {
+            if (entry.name.SharedCharacters() == name.SharedCharacters() ||
+                (entry.name.Length() == text.size() && entry.name.View() == text)) {
+                return &entry.value;
+            }
+        }
+        return nullptr;
     }
 
     Value* Find(const TString& name) { return const_cast<Value*>(std::as_const(*this).Find(name)); }

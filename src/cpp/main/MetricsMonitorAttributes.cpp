@@ -26,8 +26,8 @@ std::size_t CountLayers(const MetricsMonitor::ContextInfo& context) {
 
 /// Query plans carry their query elsewhere; here it would be said twice.
 bool IsQueryOfPlan(const TString& scopeName, const TString& attributeName) {
-    return (attributeName.View() == u"query" || attributeName.View() == u"abstract-query") &&
-           scopeName.View().substr(0, 2) == u"qp";
+    return scopeName.View().substr(0, 2) == u"qp" &&
+           (attributeName.View() == u"query" || attributeName.View() == u"abstract-query");
 }
 
 }  // namespace
