@@ -27,16 +27,16 @@ public:
         m_json.Key("traceEvents");
         m_json.BeginArray();
         const std::vector<ThreadLane> lanes = MakeThreadLanes(m_forest);
-        NoteComplete(lanes);
+        TakePlaces(lanes);
         for (const ThreadLane& lane : lanes) {
             WriteNames(lane);
-            for (std::size_t place = 0; place < lane.activities.size(); ++place) {
-                if (lane.number == 0) {
-                    WriteComplete(lane.activities[place]);
-                    WriteHandOvers(lane, place);
-                } else {
-                    WriteAsynchronous(lane.activities[place]);
-                }
+        }
+        for (const Index index : InOrderOfArrows(lanes)) {
+            if (m_places[index].isComplete) {
+                WriteComplete(index);
+                WriteHandOvers(index);
+            } else {
+                WriteAsynchronous(index);
             }
         }
         m_json.EndArray();
@@ -44,6 +44,14 @@ public:
     }
 
 private:
+    enum class Progress : char { Untouched, Waiting, Done };
+
+    struct Place {
+        bool isComplete = false;              // else it is asynchronous
+        Index before = ActivityForest::none;  // in its lane
+        Index after = ActivityForest::none;
+    };
+
     void WriteNames(const ThreadLane& lane) {
         if (m_processes.insert(lane.process).second) {
             std::string site;
@@ -99,37 +107,99 @@ private:
         m_json.EndObject();
     }
 
-    void NoteComplete(const std::vector<ThreadLane>& lanes) {
-        m_isComplete.resize(m_forest.Size());
+    void TakePlaces(const std::vector<ThreadLane>& lanes) {
+        m_places.resize(m_forest.Size());
         for (const ThreadLane& lane : lanes) {
+            Index before = ActivityForest::none;
             for (const Index index : lane.activities) {
-                m_isComplete[index] = lane.number == 0;
+                m_places[index] = {lane.number == 0, before, ActivityForest::none};
+                if (before != ActivityForest::none) {
+                    m_places[before].after = index;
+                }
+                before = index;
             }
         }
     }
 
-    // An arrow from a sponsor, which has to be running, to work on another thread.
+    // All activities by the time of their begin. Readers take events of one time as they stand in
+    // the file: of what begins at once, each stands behind what is before it on its thread, and
+    // behind what handed it over, so that an arrow is found to leave before it arrives.
+    std::vector<Index> InOrderOfArrows(const std::vector<ThreadLane>& lanes) const {
+        std::vector<Index> byTime;
+        byTime.reserve(m_forest.Size());
+        for (const ThreadLane& lane : lanes) {
+            byTime.insert(byTime.end(), lane.activities.begin(), lane.activities.end());
+        }
+        std::stable_sort(byTime.begin(), byTime.end(), [this](Index a, Index b) {
+            return m_forest[a].begin < m_forest[b].begin;
+        });
+        std::vector<Index> order;
+        order.reserve(byTime.size());
+        std::vector<Progress> progress(m_forest.Size(), Progress::Untouched);
+        std::vector<Index> waiting;
+        for (const Index first : byTime) {
+            waiting.push_back(first);
+            while (!waiting.empty()) {
+                const Index index = waiting.back();
+                if (progress[index] == Progress::Untouched) {
+                    progress[index] = Progress::Waiting;
+                    PushWhatComesFirst(index, progress, waiting);
+                    continue;
+                }
+                waiting.pop_back();
+                Append(index, progress, order);
+            }
+        }
+        return order;
+    }
+
+    // What already waits for this one, in a circle, is left where it is.
+    void PushWhatComesFirst(Index index,
+                            const std::vector<Progress>& progress,
+                            std::vector<Index>& waiting) const {
+        const auto pushIfAtOnce = [&](Index other) {
+            if (other != ActivityForest::none && progress[other] == Progress::Untouched &&
+                m_forest[other].begin == m_forest[index].begin) {
+                waiting.push_back(other);
+            }
+        };
+        pushIfAtOnce(IsHandedOver(index) ? m_forest.ParentOf(index) : ActivityForest::none);
+        pushIfAtOnce(m_places[index].before);
+    }
+
+    // Nesting is read from the order within a thread, so what precedes it there precedes it here,
+    // even if its own arrow then arrives too early.
+    void Append(Index index, std::vector<Progress>& progress, std::vector<Index>& order) const {
+        std::vector<Index> missing;
+        while (index != ActivityForest::none && progress[index] != Progress::Done) {
+            missing.push_back(index);
+            progress[index] = Progress::Done;
+            index = m_places[index].before;
+        }
+        order.insert(order.end(), missing.rbegin(), missing.rend());
+    }
+
+    // An arrow from a sponsor to work on another thread. The sponsor may have ended before that
+    // begins.
     bool IsHandedOver(Index index) const {
         const Index parent = m_forest.ParentOf(index);
-        if (parent == ActivityForest::none || !m_isComplete[parent] || !m_isComplete[index]) {
+        if (parent == ActivityForest::none || !m_places[parent].isComplete ||
+            !m_places[index].isComplete) {
             return false;
         }
         const Activity& from = m_forest[parent];
         const Activity& to = m_forest[index];
-        const TimeSpan span = SpanOf(m_forest, parent);
         const bool isSameThread = from.process == to.process && from.beginThread == to.beginThread;
-        return !isSameThread && span.begin <= to.begin && to.begin <= span.end;
+        return !isSameThread && from.begin <= to.begin;
     }
 
     // Readers tie the ends of an arrow to what was begun last on the thread, whether or not that
     // has ended. So an arrow leaves its sponsor before anything else begins there; and before it
     // arrives, for they take events of the same time as they stand in the file.
-    void WriteHandOvers(const ThreadLane& lane, std::size_t place) {
-        const Index index = lane.activities[place];
+    void WriteHandOvers(Index index) {
         const TimeSpan span = SpanOf(m_forest, index);
-        auto latest = static_cast<double>(span.end);
-        if (place + 1 < lane.activities.size()) {
-            const Index next = lane.activities[place + 1];
+        double latest = static_cast<double>(span.end) - 0.5;
+        if (const Index next = m_places[index].after; next != ActivityForest::none) {
             latest = std::min(latest, static_cast<double>(m_forest[next].begin) - 0.5);
         }
         for (const Index child : m_forest.ChildrenOf(index)) {
@@ -195,7 +265,7 @@ private:
     const ActivityForest& m_forest;
     Json m_json;
     Microseconds m_base = 0;
-    std::vector<bool> m_isComplete;  // by index; the others are asynchronous
+    std::vector<Place> m_places;  // by index
     std::set<std::int64_t> m_processes;
 };
 
