@@ -9,12 +9,25 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples = R"(Examples:
+constexpr const char* footer =
+    R"(Times are those of activities that have ended, as the log has them: whole milliseconds, cut off. So
+'<1 ms' is what the log has as 0, and sums of many short ones are too small; 'tree', 'show' and
+'report' have the microseconds.
+
+Examples:
   tarnview top server.log
   tarnview top --by user,name --sort p99 --limit 10 server.log
   tarnview top --by attributes.tenant --csv server.log > tenants.csv
   tarnview top --failed --by name,result --json front.log back.log
   zcat old.log.gz | tarnview top -)";
+
+std::string Joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text;
+}
 
 void Check(const TopOptions& options) {
     if (!Grouping::FromNames(options.groupBy)) {
@@ -23,11 +36,8 @@ void Check(const TopOptions& options) {
     std::vector<std::string> names = TopColumnNames();
     names.insert(names.end(), options.groupBy.begin(), options.groupBy.end());
     if (std::find(names.begin(), names.end(), options.sortBy) == names.end()) {
-        std::string known;
-        for (const std::string& name : names) {
-            known += (known.empty() ? "" : ", ") + name;
-        }
-        throw CLI::ValidationError("--sort", "'" + options.sortBy + "' is none of " + known);
+        throw CLI::ValidationError("--sort",
+                                   "'" + options.sortBy + "' is none of " + Joined(names));
     }
 }
 
@@ -46,7 +56,10 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->delimiter(',')
         ->default_str("name")
         ->allow_extra_args(false);
-    command.add_option("--sort", options->sortBy, "Sort by this column")
+    command
+        .add_option("--sort",
+                    options->sortBy,
+                    "Sort by this column: " + Joined(TopColumnNames()) + ", or one of --by")
         ->type_name("COLUMN")
         ->capture_default_str();
     command.add_flag("--reverse", options->isReversed, "The smallest first");
@@ -61,7 +74,7 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->excludes(csv);
     AddFilterOptions(command, options->filter);
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(footer);
     command.callback([options, &chosen] {
         Check(*options);
         chosen = [options](Context& context) { return RunTop(*options, context); };

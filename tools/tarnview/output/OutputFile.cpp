@@ -1,6 +1,8 @@
 #include "output/OutputFile.h"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -28,6 +30,33 @@ std::string FinalPath(const std::string& path) {
     return error ? path : target.string();
 }
 
+// What is not complete goes when the program is ended from outside, too. A handler may read it:
+// the text that it points to lives as long as it is set.
+std::atomic<const char*> s_incomplete{nullptr};
+
+void RemoveIncomplete(int signal) {
+    const int error = errno;
+    if (const char* const path = s_incomplete.load()) {
+        unlink(path);
+    }
+    errno = error;
+    // The handler is gone after its first call, so this ends the process as if there had been none.
+    raise(signal);
+}
+
+// What the caller had the program ignore, as nohup does, stays ignored.
+void RemoveIncompleteAtSignals() {
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        struct sigaction action {};
+
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+            action.sa_handler = RemoveIncomplete;
+            action.sa_flags = static_cast<int>(SA_RESETHAND);
+            sigaction(signal, &action, nullptr);
+        }
+    }
+}
+
 bool IsReplaceable(const std::string& path) {
     struct stat status {};
 
@@ -45,6 +74,7 @@ OutputFile::OutputFile(const std::string& path)
         m_descriptor = STDOUT_FILENO;
     } else if (IsReplaceable(m_path)) {
         m_temporaryPath = m_path + ".XXXXXX";
+        RemoveIncompleteAtSignals();
         m_descriptor = mkostemp(m_temporaryPath.data(), O_CLOEXEC);
     } else {
         m_descriptor = open(m_path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -53,6 +83,7 @@ OutputFile::OutputFile(const std::string& path)
         throw std::system_error(errno, std::generic_category(), path);
     }
     if (!m_temporaryPath.empty()) {
+        s_incomplete = m_temporaryPath.c_str();
         fchmod(m_descriptor, FileMode());
     }
 }
@@ -66,6 +97,7 @@ OutputFile::~OutputFile() {
         close(m_descriptor);
         if (!m_temporaryPath.empty()) {
             unlink(m_temporaryPath.c_str());
+            s_incomplete = nullptr;
         }
     }
 }
@@ -89,10 +121,11 @@ void OutputFile::Commit() {
         rename(m_temporaryPath.c_str(), m_path.c_str()) != 0) {
         m_error = errno;
     }
+    if (m_error != 0 && !m_temporaryPath.empty()) {
+        unlink(m_temporaryPath.c_str());
+    }
+    s_incomplete = nullptr;
     if (m_error != 0) {
-        if (!m_temporaryPath.empty()) {
-            unlink(m_temporaryPath.c_str());
-        }
         throw std::system_error(m_error, std::generic_category(), m_path);
     }
 }

@@ -8,7 +8,9 @@
 namespace tarnview {
 
 /// Where data go: a file that comes into being, or is replaced, only when all of it has been
-/// written, or the standard output stream if the path is empty. Used by one thread.
+/// written, or the standard output stream if the path is empty. Used by one thread. Of a file that
+/// is not complete nothing stays when SIGHUP, SIGINT or SIGTERM end the program; one file at a
+/// time.
 class OutputFile : private std::streambuf {
 public:
     /// Throws `std::system_error` naming the path if the file cannot be made.
