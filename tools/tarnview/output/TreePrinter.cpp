@@ -15,7 +15,7 @@ namespace {
 using simdjson::dom::element;
 
 constexpr std::size_t barWidth = 20;
-constexpr std::size_t figureWidth = 9;
+constexpr std::size_t leastFigureWidth = 9;
 constexpr std::size_t threadWidth = 15;
 constexpr std::size_t widestName = 60;
 constexpr std::size_t deepestIndent = 40;
@@ -91,6 +91,15 @@ std::string OutcomeOf(const Activity& activity) {
     return activity.result + (details.empty() ? "" : ": " + details);
 }
 
+std::array<std::string, 4> TreePrinter::FiguresOf(const ActivityForest& forest,
+                                                  ActivityForest::Index index) {
+    const Activity& activity = forest[index];
+    return {DurationText(activity),
+            ExclusiveText(forest, index),
+            FigureText(activity, FormatDuration(activity.figures.CpuInclusive() / 1e6)),
+            FigureText(activity, FormatBytes(activity.figures.ai))};
+}
+
 TreePrinter::TreePrinter(std::ostream& out, const Terminal& terminal, Options options)
     : m_out(out),
       m_terminal(terminal),
@@ -98,22 +107,25 @@ TreePrinter::TreePrinter(std::ostream& out, const Terminal& terminal, Options op
 
 void TreePrinter::Print(const ActivityForest& forest, ActivityForest::Index top) {
     const std::vector<ActivityForest::Step> steps = forest.PreOrder(top);
-    std::size_t nameWidth = 8;
+    Widths widths{8, leastFigureWidth};
     Microseconds end = forest[top].end;
     for (const auto& [index, level] : steps) {
         if (m_options.depth == 0 || level < m_options.depth) {
-            nameWidth = std::max(nameWidth, 2 * level + TextWidth(forest[index].name));
+            widths.name = std::max(widths.name, 2 * level + TextWidth(forest[index].name));
+            for (const std::string& figure : FiguresOf(forest, index)) {
+                widths.figure = std::max(widths.figure, TextWidth(figure));
+            }
         }
         end = std::max(end, forest[index].end);
     }
-    nameWidth = std::min(nameWidth, widestName);
+    widths.name = std::min(widths.name, widestName);
     const Activity& activity = forest[top];
     const Span whole{activity.begin, activity.hasEnd ? activity.Duration() : end - activity.begin};
     PrintTitle(activity);
-    PrintHeading(nameWidth);
+    PrintHeading(widths);
     for (const ActivityForest::Step& step : steps) {
         if (m_options.depth == 0 || step.level < m_options.depth) {
-            PrintRow(forest, step, whole, nameWidth);
+            PrintRow(forest, step, whole, widths);
         }
     }
 }
@@ -139,10 +151,10 @@ void TreePrinter::PrintTitle(const Activity& activity) {
     }
 }
 
-void TreePrinter::PrintHeading(std::size_t nameWidth) {
-    std::string heading = FitLeft("activity", nameWidth);
+void TreePrinter::PrintHeading(const Widths& widths) {
+    std::string heading = FitLeft("activity", widths.name);
     for (const char* const column : {"elapsed", "exclusive", "cpu", "memory"}) {
-        heading += " " + FitRight(column, figureWidth);
+        heading += " " + FitRight(column, widths.figure);
     }
     heading += " " + FitRight("threads", 7) + "  " + FitLeft("process:thread", threadWidth) + "  " +
                FitLeft("time", barWidth) + "  result";
@@ -152,19 +164,13 @@ void TreePrinter::PrintHeading(std::size_t nameWidth) {
 void TreePrinter::PrintRow(const ActivityForest& forest,
                            const ActivityForest::Step& step,
                            const Span& whole,
-                           std::size_t nameWidth) {
+                           const Widths& widths) {
     const Activity& activity = forest[step.index];
     const std::size_t indent = std::min(2 * step.level, deepestIndent);
-    const std::string figures[] = {
-        DurationText(activity),
-        ExclusiveText(forest, step.index),
-        FigureText(activity, FormatDuration(activity.figures.CpuInclusive() / 1e6)),
-        FigureText(activity, FormatBytes(activity.figures.ai)),
-    };
     std::string row =
-        std::string(indent, ' ') + FitLeft(OnOneLine(activity.name), nameWidth - indent);
-    for (const std::string& figure : figures) {
-        row += " " + FitRight(figure, figureWidth);
+        std::string(indent, ' ') + FitLeft(OnOneLine(activity.name), widths.name - indent);
+    for (const std::string& figure : FiguresOf(forest, step.index)) {
+        row += " " + FitRight(figure, widths.figure);
     }
     const bool hasThreads = activity.figures.threads != 0;
     row +=

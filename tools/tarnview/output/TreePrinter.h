@@ -3,6 +3,7 @@
 #include "model/ActivityForest.h"
 #include "output/Terminal.h"
 
+#include <array>
 #include <cstddef>
 #include <iosfwd>
 #include <string>
@@ -30,13 +31,20 @@ private:
         Microseconds length = 0;
     };
 
+    struct Widths {
+        std::size_t name = 0;
+        std::size_t figure = 0;
+    };
+
     void PrintTitle(const Activity& activity);
-    void PrintHeading(std::size_t nameWidth);
+    void PrintHeading(const Widths& widths);
     void PrintRow(const ActivityForest& forest,
                   const ActivityForest::Step& step,
                   const Span& whole,
-                  std::size_t nameWidth);
+                  const Widths& widths);
     void PrintDetails(const Activity& activity, std::size_t indent);
+    static std::array<std::string, 4> FiguresOf(const ActivityForest& forest,
+                                                ActivityForest::Index index);
     static std::string Bar(const Span& whole, const Span& part);
 
     std::ostream& m_out;

@@ -40,11 +40,16 @@ std::string FormatDuration(double seconds) {
     if (size < 119.5) {
         return ThreeDigits(seconds, "s");
     }
+    // Never more than eleven characters, which is what tables have room for.
     const long long whole = std::llround(seconds);
-    if (size < 7200) {
+    if (size < 3599.5) {
         return WholeUnits(whole / 60, "min", std::llabs(whole % 60), "s");
     }
-    return WholeUnits(whole / 3600, "h", std::llabs(whole / 60 % 60), "min");
+    constexpr long long day = 24 * 3600;
+    if (std::llabs(whole) < 2 * day) {
+        return WholeUnits(whole / 3600, "h", std::llabs(whole / 60 % 60), "min");
+    }
+    return WholeUnits(whole / day, "d", std::llabs(whole / 3600 % 24), "h");
 }
 
 std::string FormatBytes(double bytes) {

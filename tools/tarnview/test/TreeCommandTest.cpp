@@ -78,6 +78,23 @@ TEST_F(TreeCommandTest, AttributesAndSupplementsAreShownWhenAskedFor) {
                 HasSubstr("* begin=2026-03-01T10:00:00.020000+00:00 currency=EUR rate=1.5\n"));
 }
 
+TEST_F(TreeCommandTest, WhatTookMinutesIsNotCutOff) {
+    constexpr int longTime = 3'599'000;
+    TreeOptions options;
+    options.input.files = {Write("a.log",
+                                 {{.id = "A"},
+                                  {.phase = "end",
+                                   .id = "A",
+                                   .milliseconds = longTime,
+                                   .elapsed = longTime,
+                                   .exclusive = longTime}})};
+
+    EXPECT_THAT(
+        Tree(options),
+        HasSubstr("activity     elapsed   exclusive         cpu      memory threads  process"));
+    EXPECT_THAT(Output(), HasSubstr("load     59 min 59 s 59 min 59 s                         "));
+}
+
 TEST_F(TreeCommandTest, WhatNeverEndedIsMarked) {
     TreeOptions options = Sample();
     options.order = TreeOrder::Last;

@@ -15,7 +15,11 @@ TEST(UnitsTest, DurationsHaveTheUnitThatFits) {
     EXPECT_EQ(FormatDuration(12.34), "12.3 s");
     EXPECT_EQ(FormatDuration(-0.003), "-3.00 ms");
     EXPECT_EQ(FormatDuration(200), "3 min 20 s");
+    EXPECT_EQ(FormatDuration(3599), "59 min 59 s");
+    EXPECT_EQ(FormatDuration(3600), "1 h 0 min");
     EXPECT_EQ(FormatDuration(7500), "2 h 5 min");
+    EXPECT_EQ(FormatDuration(172'799), "47 h 59 min");
+    EXPECT_EQ(FormatDuration(2'500'000), "28 d 22 h");
 }
 
 TEST(UnitsTest, BytesHaveTheUnitThatFits) {
