@@ -79,6 +79,8 @@ TEST_P(ExitTest, StaticDestructorsMayEndScopesAndTraceOnThreads) {
     EXPECT_THAT(log.Unended(), IsEmpty());
     EXPECT_EQ(log.CountBegun("held-early"), 1u);
     EXPECT_EQ(log.CountBegun("held-late"), 1u);
+    EXPECT_EQ(log.CountBegun("late"), 0u)
+        << "the thread that ends the process has torn its own data down by then";
     const std::int64_t pid = OnlyPid(log);
     EXPECT_EQ(log.NumbersOf(pid, 0), NumbersUpTo(200));
     EXPECT_THAT(log.NumbersOf(pid, 1), SizeIs(20)) << "ten of each object";
@@ -156,6 +158,24 @@ TEST_P(ExitTest, ALogThatHangsDoesNotKeepTheProcessFromEnding) {
     constexpr std::size_t burst = 64;
     EXPECT_LE(lines, 100u);
     EXPECT_GE(lines, IsAsynchronous() ? 100u - burst : 100u);
+}
+
+TEST_P(ExitTest, AFlushAndAShutdownReturnInTimeWhileTheLogHangsAndNobodyWaitsForItAfterwards) {
+    Run("give-up-on-log",
+        3,
+        {.linesUntilHang = 100, .exitDeadline = std::chrono::milliseconds(300)});
+}
+
+// With synchronous delivery the end of the process waits for nobody.
+class AsynchronousExitTest : public ExitTest {};
+
+INSTANTIATE_TEST_SUITE_P(Delivering, AsynchronousExitTest, testing::Values("async"), DeliveryName);
+
+TEST_P(AsynchronousExitTest, TheEndWaitsFiveSecondsForALogThatHangsUnlessTheHostSaysOtherwise) {
+    Run("hanging-log", 3, {.linesUntilHang = 100, .exitDeadline = std::nullopt});
+
+    EXPECT_GE(TimeOfLastRun(), std::chrono::seconds(5));
+    EXPECT_LT(TimeOfLastRun(), std::chrono::seconds(30));
 }
 
 TEST_P(ExitTest, TheDeadlineIsGivenToALogThatIsOnlySlow) {

@@ -18,6 +18,7 @@ namespace ProcessTest {
 
 namespace {
 
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::minutes patience{2};
@@ -44,7 +45,7 @@ void ProcessTest::Start(const std::string& scenario, const SubjectOptions& optio
                                    std::to_string(options.count),
                                    std::to_string(options.pausePerLine.count()),
                                    std::to_string(options.linesUntilHang),
-                                   std::to_string(options.exitDeadline.count()),
+                                   std::to_string(options.exitDeadline.value_or(-1ms).count()),
                                    std::to_string(options.limitBytes)};
     std::vector<char*> arguments;
     for (std::string& text : texts) {

@@ -19,7 +19,7 @@ struct SubjectOptions {
     std::size_t count = 200;
     std::chrono::microseconds pausePerLine{0};
     long linesUntilHang = -1;
-    std::chrono::milliseconds exitDeadline{60'000};
+    std::optional<std::chrono::milliseconds> exitDeadline{60'000};  ///< none: as it is by itself
     std::size_t limitBytes = 0;
     bool isExpectedToComplain = false;
 };

@@ -57,7 +57,10 @@ public:
         m_log->WriteMessage(severity, text);
     }
 
-    void Flush() override { m_log->Flush(); }
+    void Flush() override {
+        const std::lock_guard lock(m_mutex);
+        m_log->Flush();
+    }
 
 private:
     void Pass() {
@@ -95,7 +98,8 @@ Arguments Parse(int count, char** texts) {
     if (count != expected) {
         throw std::invalid_argument(
             "usage: tarn_process_subject <scenario> <log> sync|async <count> <pause per line, us> "
-            "<lines until the log hangs, -1: never> <exit deadline, ms> <limit of a file, bytes>");
+            "<lines until the log hangs, -1: never> <exit deadline, ms, -1: as it is> "
+            "<limit of a file, bytes>");
     }
     Arguments arguments;
     int next = 0;
@@ -126,7 +130,9 @@ void SetUp(const Arguments& arguments) {
     delivery.mode = arguments.delivery == "async" ? Metrics::DeliveryMode::Asynchronous
                                                   : Metrics::DeliveryMode::Synchronous;
     delivery.queueBytes = std::size_t{16} << 10;
-    delivery.exitDeadline = std::chrono::milliseconds(arguments.exitDeadlineMillis);
+    if (arguments.exitDeadlineMillis >= 0) {
+        delivery.exitDeadline = std::chrono::milliseconds(arguments.exitDeadlineMillis);
+    }
     Metrics::SetDelivery(delivery);
 
     GetSubject().progress = new Progress(arguments.path + ".progress");

@@ -3,6 +3,9 @@
 #include "tarn/ActivityScope.h"
 #include "tarn/TracingSession.h"
 
+#include "cvlmetrics/host/Delivery.h"
+#include "cvlmetrics/host/Statistics.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -153,6 +156,34 @@ int HangingLog() {
     return 3;
 }
 
+/// Whether it says that not everything is delivered, after having waited, but not for long.
+bool GivesUpInTime(bool (*wait)(std::chrono::milliseconds)) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds deadline{200};
+    constexpr std::chrono::seconds late{10};
+    const auto begin = Clock::now();
+    const bool isDelivered = wait(deadline);
+    const auto time = Clock::now() - begin;
+    return !isDelivered && time > deadline / 2 && time < late;
+}
+
+// As a host does that would rather end without its log than not end.
+int GiveUpOnLog() {
+    TraceForEver();
+    std::thread([] { Work(1, GetSubject().count); }).detach();
+    GetSubject().isLogStuck.wait(false);
+    if (!GivesUpInTime([](auto deadline) { return Metrics::Flush(deadline); })) {
+        return 1;
+    }
+    if (!GivesUpInTime([](auto deadline) { return Metrics::Shutdown(deadline); })) {
+        return 2;
+    }
+    // From now on nobody waits for the log.
+    const uint64 lost = Metrics::GetBusStatistics().lostEvents;
+    Work(0, GetSubject().count);
+    return Metrics::GetBusStatistics().lostEvents > lost ? 3 : 4;
+}
+
 int UncaughtException() {
     TraceForEver();
     const ActivityScope scope("open");
@@ -183,6 +214,7 @@ const std::map<std::string, Scenario>& ExitScenarios() {
                                              {"thread-local-destructors", ThreadLocalDestructors},
                                              {"threads-still-running", ThreadsStillRunning},
                                              {"hanging-log", HangingLog},
+                                             {"give-up-on-log", GiveUpOnLog},
                                              {"uncaught-exception", UncaughtException},
                                              {"until-killed", UntilKilled}};
     return scenarios;
