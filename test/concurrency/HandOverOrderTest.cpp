@@ -13,6 +13,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <future>
 #include <numeric>
@@ -62,7 +63,9 @@ protected:
 
     void SetUp() override {
         OptTarn::SetIsTarnEnabled(true);
-        Metrics::SetDelivery({.mode = Metrics::DeliveryMode::Asynchronous});
+        // Other tests of this program find the queues, and want them small.
+        Metrics::SetDelivery(
+            {.mode = Metrics::DeliveryMode::Asynchronous, .queueBytes = std::size_t{32} << 10});
         m_listener = Listen();
         m_listener->CallOnEach([this](const MetricsEvent&) {
             if (m_isToStop) {

@@ -40,7 +40,9 @@ public:
     /// Returns how many scopes there were.
     int64 Grow() {
         const uint64 kind = Below(100);
-        if (kind < 8) {
+        if (m_number == 0) {
+            GrowStraightDown();
+        } else if (kind < 8) {
             GrowOnTwoThreads();
         } else {
             GrowHere(kind < 16);
@@ -118,6 +120,17 @@ private:
         OpenOne(SomeType());
         Walk(static_cast<int>(20 + Below(180)), handsOver);
         m_open.clear();
+    }
+
+    /// As deep as trees grow, which chance alone seldom does.
+    void GrowStraightDown() {
+        ++m_workload.m_contexts;
+        while (m_open.size() < deepest) {
+            OpenOne(SomeType());
+        }
+        while (!m_open.empty()) {
+            m_open.pop_back();
+        }
     }
 
     /// A helping thread works in a child context, while this one waits.
