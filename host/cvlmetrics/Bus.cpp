@@ -8,6 +8,7 @@
 #include "EventRecord.h"
 #include "LossReport.h"
 #include "PendingContexts.h"
+#include "ReceivedEvents.h"
 
 #include "cvlcoreplatform/host/LineBatch.h"
 #include "cvlmetrics/MetricsManager.h"
@@ -84,17 +85,6 @@ void Wait(Delivery& delivery, const EventView& event) {
     }
 }
 
-/// Lets go of what an event holds, and keeps the memory of a list of ordinary length.
-void LetGo(MetricsEvent& event) noexcept {
-    constexpr std::size_t most = 64;
-    event.name = MetricsValue();
-    event.value = MetricsValue();
-    event.pairs.clear();
-    if (event.pairs.capacity() > most) {
-        event.pairs = {};
-    }
-}
-
 /// The delivering role: the lock under which the consumers are read, changed and called and the
 /// queues are emptied. There is one, made at first use and never destroyed.
 class Dispatcher {
@@ -130,14 +120,14 @@ private:
 
     void DeliverQueued(Delivery& delivery) noexcept;
     bool DeliverNext(Delivery& delivery) noexcept;
-    bool Read(EventRecord& record) noexcept;
+    const MetricsEvent* Read(EventRecord& record) noexcept;
     void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;
 
     AdaptiveMutex m_mutex;
     // How many other threads want the mutex: the delivering thread lets them go first.
     std::atomic<uint32> m_othersWait{0};
     Consumers m_consumers{s_admission};
-    MetricsEvent m_taken;
+    ReceivedEvents m_received;
 };
 
 /// Tells the delivering thread that somebody else wants the lock.
@@ -222,9 +212,8 @@ void Dispatcher::Deliver(const EventView& event) {
     // The lines of what others have queued come first, for these may go on with something else.
     DeliverQueued(delivery);
     ownLines.emplace(TLog::LineBatch::Holds::Events);
-    event.CopyTo(m_taken);
-    DeliverWithFollowers(m_taken, delivery);
-    LetGo(m_taken);
+    DeliverWithFollowers(m_received.Take(event), delivery);
+    m_received.Release();
 }
 
 void Dispatcher::DeliverQueued() noexcept {
@@ -282,30 +271,29 @@ bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
     if (record == nullptr) {
         return false;
     }
-    const bool isRead = Read(*record);
+    const MetricsEvent* const event = Read(*record);
     EventQueues::Pop();
-    if (isRead) {
-        DeliverWithFollowers(m_taken, delivery);
-        LetGo(m_taken);
+    if (event != nullptr) {
+        DeliverWithFollowers(*event, delivery);
+        m_received.Release();
     }
     return true;
 }
 
-// What was accepted is worth waiting a second for memory.
-bool Dispatcher::Read(EventRecord& record) noexcept {
+// What was accepted is worth waiting a second for memory. Null when there is none.
+const MetricsEvent* Dispatcher::Read(EventRecord& record) noexcept {
     constexpr int attempts = 1000;
     constexpr milliseconds pause{1};
     for (int left = attempts; left != 0; --left) {
         try {
-            record.Read(m_taken);
-            return true;
+            return &m_received.Take(record);
         } catch (const std::bad_alloc&) {
             std::this_thread::sleep_for(pause);
         }
     }
     record.Discard();
     LossReport::CountLostEvent();
-    return false;
+    return nullptr;
 }
 
 void Dispatcher::DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept {

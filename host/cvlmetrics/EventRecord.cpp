@@ -1,9 +1,11 @@
 #include "EventRecord.h"
 
-#include "cvlsys/host/RecycledBlocks.h"
+#include "cvlsys/host/RecycledTexts.h"
+#include "cvlsys/host/ShortCopy.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -23,23 +25,35 @@ struct EventRecord::Fixed {
     uint64 wallSeconds;
     uint32 wallMicros;
     MetricsEventType type;
-    uint64 pairCount;
 };
 
 namespace {
 
-/// Stands before each value; the scalar, the characters or the address of the text follows.
-struct ValueHead {
-    uint32 type;
-    uint32 textBytes;
-};
+/// What a value's first word means, in its lowest bits. The rest of the word is the value itself,
+/// or the kind of the value in the next word, or how many bytes of text follow.
+enum class Tag : uint64 { ImmortalUtf16, ImmortalUtf8, ShortInteger, Scalar, Utf16, Utf8 };
 
-/// In `textBytes`: the text lives as long as the process.
-constexpr uint32 isImmortal = 0xFFFFFFFF;
+constexpr int tagBits = 3;
+constexpr uint64 tagMask = (uint64{1} << tagBits) - 1;
+constexpr std::size_t wordBytes = sizeof(uint64);
+
+// The lowest bits of an address are free.
+static_assert(alignof(std::string) > tagMask && alignof(std::u16string) > tagMask);
+static_assert(EventRecord::alignment == wordBytes);
 
 constexpr std::size_t Aligned(std::size_t bytes) noexcept {
-    return (bytes + EventRecord::alignment - 1) & ~(EventRecord::alignment - 1);
+    return (bytes + wordBytes - 1) & ~(wordBytes - 1);
 }
+
+constexpr uint64 Word(Tag tag, uint64 content) noexcept {
+    return content << tagBits | static_cast<uint64>(tag);
+}
+
+template <class Unit>
+constexpr bool isNarrow = sizeof(Unit) == 1;
+
+template <class Unit>
+using SharedText = std::shared_ptr<const std::basic_string<Unit>>;
 
 /// Whether the value is of a known kind and holds exactly what goes with it.
 bool IsPlain(const MetricsValue& value) noexcept {
@@ -49,9 +63,9 @@ bool IsPlain(const MetricsValue& value) noexcept {
         case MetricsValue::MV_Double:
             return value.utf8 == nullptr && value.utf16 == nullptr;
         case MetricsValue::MV_Utf8String:
-            return value.utf8 != nullptr && value.utf16 == nullptr;
+            return value.utf8 != nullptr && value.utf16 == nullptr && value.integer == 0;
         case MetricsValue::MV_Utf16String:
-            return value.utf16 != nullptr && value.utf8 == nullptr;
+            return value.utf16 != nullptr && value.utf8 == nullptr && value.integer == 0;
         default:
             return false;
     }
@@ -80,146 +94,206 @@ private:
     // What most values are is dealt with where it is asked for.
     [[gnu::always_inline]] std::byte* Put(std::byte* to, const ValueView& view) const {
         if (view.GetKind() == ValueView::Kind::Int64) {
-            return PutWord(to, {MetricsValue::MV_Int64, 0}, view.GetInteger());
+            return PutInteger(to, view.GetInteger());
         }
-        if (view.GetKind() == ValueView::Kind::Shared && view.GetShared() != nullptr &&
-            view.GetShared().use_count() == 0) {
-            return PutWord(to, {MetricsValue::MV_Utf16String, isImmortal}, view.GetShared().get());
+        if (view.GetKind() == ValueView::Kind::Shared && view.GetShared() != nullptr) {
+            return PutShared(to, view.GetShared());
+        }
+        if (view.GetKind() == ValueView::Kind::Utf8) {
+            return PutText(to, view.GetUtf8());
         }
         return PutOther(to, view);
     }
 
     [[gnu::noinline]] std::byte* PutOther(std::byte* to, const ValueView& view) const {
         switch (view.GetKind()) {
-            case ValueView::Kind::Int64:
-                return PutWord(to, {MetricsValue::MV_Int64, 0}, view.GetInteger());
-            case ValueView::Kind::Shared:
-                return PutShared(to, MetricsValue::MV_Utf16String, view.GetShared());
-            case ValueView::Kind::Utf8:
-                return PutText(to, MetricsValue::MV_Utf8String, view.GetUtf8());
             case ValueView::Kind::Bool:
-                return PutWord(to, {MetricsValue::MV_Bool, 0}, view.GetInteger());
+                return PutScalar(to, MetricsValue::MV_Bool, static_cast<uint64>(view.GetInteger()));
             case ValueView::Kind::Double:
-                return PutWord(to, {MetricsValue::MV_Double, 0}, view.GetReal());
+                return PutScalar(
+                    to, MetricsValue::MV_Double, std::bit_cast<uint64>(view.GetReal()));
             case ValueView::Kind::Utf16:
-                return PutText(to, MetricsValue::MV_Utf16String, view.GetUtf16());
+                return PutText(to, view.GetUtf16());
             case ValueView::Kind::Wide:
-                return PutText(to, MetricsValue::MV_Utf16String, TString(view.GetWide()).View());
+                return PutText(to, TString(view.GetWide()).View());
             case ValueView::Kind::Value:
-                break;
+                return Put(to, view.GetValue());
+            default:
+                return PutText(to, std::u16string_view());  // of a string that has never held any
         }
-        return Put(to, view.GetValue());
     }
 
     std::byte* Put(std::byte* to, const MetricsValue& value) const noexcept {
         if (!IsPlain(value)) {
             return nullptr;
         }
-        if (value.type == MetricsValue::MV_Utf8String) {
-            return PutShared(to, value.type, value.utf8);
+        switch (value.type) {
+            case MetricsValue::MV_Utf8String:
+                return PutShared(to, value.utf8);
+            case MetricsValue::MV_Utf16String:
+                return PutShared(to, value.utf16);
+            case MetricsValue::MV_Int64:
+                return PutInteger(to, value.integer);
+            default:
+                return PutScalar(to, value.type, static_cast<uint64>(value.integer));
         }
-        if (value.type == MetricsValue::MV_Utf16String) {
-            return PutShared(to, value.type, value.utf16);
-        }
-        return PutWord(to, {value.type, 0}, value.integer);
+    }
+
+    [[gnu::always_inline]] std::byte* PutInteger(std::byte* to, int64 value) const noexcept {
+        const uint64 word = Word(Tag::ShortInteger, static_cast<uint64>(value));
+        return static_cast<int64>(word) >> tagBits == value
+                   ? PutWord(to, word)
+                   : PutScalar(to, MetricsValue::MV_Int64, static_cast<uint64>(value));
+    }
+
+    std::byte* PutScalar(std::byte* to, uint32 type, uint64 scalar) const noexcept {
+        to = PutWord(to, Word(Tag::Scalar, type));
+        return to != nullptr ? PutWord(to, scalar) : nullptr;
     }
 
     template <class Unit>
-    std::byte* PutShared(
-        std::byte* to,
-        uint32 type,
-        const std::shared_ptr<const std::basic_string<Unit>>& text) const noexcept {
-        if (text == nullptr) {
-            return PutText(to, type, std::basic_string_view<Unit>());
-        }
-        return text.use_count() == 0 ? PutWord(to, {type, isImmortal}, text.get())
-                                     : PutText(to, type, std::basic_string_view<Unit>(*text));
+    [[gnu::always_inline]] std::byte* PutShared(std::byte* to,
+                                                const SharedText<Unit>& text) const noexcept {
+        constexpr Tag immortal = isNarrow<Unit> ? Tag::ImmortalUtf8 : Tag::ImmortalUtf16;
+        return text.use_count() == 0
+                   ? PutWord(to,
+                             reinterpret_cast<uint64>(text.get()) | static_cast<uint64>(immortal))
+                   : PutText(to, std::basic_string_view<Unit>(*text));
     }
 
-    template <class Word>
-    std::byte* PutWord(std::byte* to, ValueHead head, Word word) const noexcept {
-        static_assert(sizeof head == sizeof word && sizeof word == EventRecord::alignment);
-        if (m_end - to < static_cast<std::ptrdiff_t>(2 * sizeof word)) {
+    [[gnu::always_inline]] std::byte* PutWord(std::byte* to, uint64 word) const noexcept {
+        if (to == m_end) {
             return nullptr;
         }
-        std::memcpy(to, &head, sizeof head);
-        std::memcpy(to + sizeof head, &word, sizeof word);
-        return to + 2 * sizeof word;
+        std::memcpy(to, &word, sizeof word);
+        return to + sizeof word;
     }
 
     template <class Unit>
-    std::byte* PutText(std::byte* to,
-                       uint32 type,
-                       std::basic_string_view<Unit> text) const noexcept {
+    std::byte* PutText(std::byte* to, std::basic_string_view<Unit> text) const noexcept {
+        constexpr Tag tag = isNarrow<Unit> ? Tag::Utf8 : Tag::Utf16;
         const std::size_t bytes = text.size() * sizeof(Unit);
-        const ValueHead head{type, static_cast<uint32>(bytes)};
         const auto left = static_cast<std::size_t>(m_end - to);
-        if (bytes > EventRecord::largest || left < sizeof head + Aligned(bytes)) {
+        if (bytes > EventRecord::largest || left < wordBytes + Aligned(bytes)) {
             return nullptr;
         }
-        std::memcpy(to, &head, sizeof head);
-        Copy(to + sizeof head, reinterpret_cast<const std::byte*>(text.data()), bytes);
-        return to + sizeof head + Aligned(bytes);
-    }
-
-    // Most texts are short: two words that may overlap are quicker than a call.
-    static void Copy(std::byte* to, const std::byte* from, std::size_t bytes) noexcept {
-        constexpr std::size_t word = sizeof(uint64);
-        if (bytes >= word && bytes <= 2 * word) {
-            uint64 first = 0;
-            uint64 last = 0;
-            std::memcpy(&first, from, word);
-            std::memcpy(&last, from + bytes - word, word);
-            std::memcpy(to, &first, word);
-            std::memcpy(to + bytes - word, &last, word);
-        } else if (bytes != 0) {
-            std::memcpy(to, from, bytes);
-        }
+        const uint64 word = Word(tag, bytes);
+        std::memcpy(to, &word, sizeof word);
+        to += sizeof word;
+        cvlsys::CopyShort(to, text.data(), bytes);
+        return to + Aligned(bytes);
     }
 
     std::byte* const m_end;
 };
 
+template <class T>
+T ReadAs(const std::byte* from) noexcept {
+    T content;
+    std::memcpy(&content, from, sizeof content);
+    return content;
+}
+
+/// Reads values one behind the other, each into one that is there. The functions give the place
+/// behind what they have read.
+///
+/// A value that is there is of a known kind and holds what goes with it. Events of one type mostly
+/// have the same names and kinds of values in the same places, which leaves little to do.
 class Reader {
 public:
-    explicit Reader(const std::byte* place) noexcept : m_place(place) {}
-
-    template <class T>
-    T Read() noexcept {
-        T content;
-        std::memcpy(&content, m_place, sizeof content);
-        m_place += Aligned(sizeof content);
-        return content;
-    }
-
-    MetricsValue ReadValue() {
-        const auto head = Read<ValueHead>();
-        MetricsValue value;
-        value.type = head.type;
-        if (head.type == MetricsValue::MV_Utf16String) {
-            value.utf16 = ReadText<char16_t>(head);
-        } else if (head.type == MetricsValue::MV_Utf8String) {
-            value.utf8 = ReadText<char>(head);
-        } else {
-            value.integer = Read<int64>();
+    [[gnu::always_inline]] static const std::byte* Read(const std::byte* from,
+                                                        MetricsValue& value) {
+        const auto word = ReadAs<uint64>(from);
+        switch (static_cast<Tag>(word & tagMask)) {
+            case Tag::ImmortalUtf16:
+                if (value.utf16.get() != AddressIn<char16_t>(word) ||
+                    value.utf16.use_count() != 0) {
+                    BecomeImmortal<char16_t>(value, word);
+                }
+                return from + wordBytes;
+            case Tag::ShortInteger:
+                if (value.type != MetricsValue::MV_Int64) {
+                    BecomeScalar(value, MetricsValue::MV_Int64);
+                }
+                value.integer = static_cast<int64>(word) >> tagBits;
+                return from + wordBytes;
+            default:
+                return ReadOther(from, word, value);
         }
-        return value;
     }
 
 private:
-    template <class Unit>
-    std::shared_ptr<const std::basic_string<Unit>> ReadText(ValueHead head) {
-        using Text = std::basic_string<Unit>;
-        if (head.textBytes == isImmortal) {
-            return {std::shared_ptr<const Text>(), Read<const Text*>()};
+    [[gnu::noinline]] static const std::byte* ReadOther(const std::byte* from,
+                                                        uint64 word,
+                                                        MetricsValue& value) {
+        from += wordBytes;
+        switch (static_cast<Tag>(word & tagMask)) {
+            case Tag::Utf8:
+                return ReadText<char>(from, word >> tagBits, value);
+            case Tag::Utf16:
+                return ReadText<char16_t>(from, word >> tagBits, value);
+            case Tag::ImmortalUtf8:
+                BecomeImmortal<char>(value, word);
+                return from;
+            default:
+                BecomeScalar(value, static_cast<uint32>(word >> tagBits));
+                value.integer = ReadAs<int64>(from);
+                return from + wordBytes;
         }
-        const auto* const units = reinterpret_cast<const Unit*>(m_place);
-        auto text = cvlsys::MakeRecycled<const Text>(units, head.textBytes / sizeof(Unit));
-        m_place += Aligned(head.textBytes);
-        return text;
     }
 
-    const std::byte* m_place;
+    template <class Unit>
+    static const std::basic_string<Unit>* AddressIn(uint64 word) noexcept {
+        return reinterpret_cast<const std::basic_string<Unit>*>(word & ~tagMask);
+    }
+
+    template <class Unit>
+    static SharedText<Unit>& TextOf(MetricsValue& value) noexcept {
+        if constexpr (isNarrow<Unit>) {
+            return value.utf8;
+        } else {
+            return value.utf16;
+        }
+    }
+
+    [[gnu::noinline]] static void BecomeScalar(MetricsValue& value, uint32 type) noexcept {
+        value.utf8 = nullptr;
+        value.utf16 = nullptr;
+        value.type = type;
+    }
+
+    template <class Unit>
+    static void BecomeText(MetricsValue& value) noexcept {
+        constexpr uint32 type =
+            isNarrow<Unit> ? MetricsValue::MV_Utf8String : MetricsValue::MV_Utf16String;
+        if (value.type == type) {
+            return;
+        }
+        if constexpr (isNarrow<Unit>) {
+            value.utf16 = nullptr;
+        } else {
+            value.utf8 = nullptr;
+        }
+        value.type = type;
+        value.integer = 0;
+    }
+
+    template <class Unit>
+    [[gnu::noinline]] static void BecomeImmortal(MetricsValue& value, uint64 word) noexcept {
+        TextOf<Unit>(value) = SharedText<Unit>(SharedText<Unit>(), AddressIn<Unit>(word));
+        BecomeText<Unit>(value);
+    }
+
+    template <class Unit>
+    static const std::byte* ReadText(const std::byte* from,
+                                     std::size_t bytes,
+                                     MetricsValue& value) {
+        const auto* const units = reinterpret_cast<const Unit*>(from);
+        cvlsys::Rewrite(TextOf<Unit>(value),
+                        std::basic_string_view<Unit>(units, bytes / sizeof(Unit)));
+        BecomeText<Unit>(value);
+        return from + Aligned(bytes);
+    }
 };
 
 }  // namespace
@@ -251,10 +325,10 @@ EventRecord& EventRecord::Write(std::byte* place, std::size_t room, const EventV
                       .time = event.time,
                       .wallSeconds = event.wallSeconds,
                       .wallMicros = event.wallMicros,
-                      .type = event.type,
-                      .pairCount = event.pairs.Size()};
+                      .type = event.type};
     std::memcpy(content, &fixed, sizeof fixed);
-    return *new (place) EventRecord(static_cast<std::size_t>(end - place), Form::Inline);
+    return *new (place)
+        EventRecord(static_cast<std::size_t>(end - place), Form::Inline, event.pairs.Size());
 }
 
 EventRecord& EventRecord::WriteBoxed(std::byte* place, const EventView& event) {
@@ -262,23 +336,28 @@ EventRecord& EventRecord::WriteBoxed(std::byte* place, const EventView& event) {
     event.CopyTo(*box);
     const MetricsEvent* const address = box.release();
     std::memcpy(place + sizeof(EventRecord), &address, sizeof address);
-    return *new (place) EventRecord(sizeof(EventRecord) + sizeof address, Form::Boxed);
+    return *new (place) EventRecord(sizeof(EventRecord) + sizeof address, Form::Boxed, 0);
 }
 
 void EventRecord::WriteGap(std::byte* place, std::size_t bytes) noexcept {
-    // At the very end of a ring there may be room for half a head only; a gap has no ticket.
-    const uint32 head[] = {static_cast<uint32>(bytes), static_cast<uint32>(Form::Gap)};
-    std::memcpy(place, head, sizeof head);
+    const EventRecord gap(bytes, Form::Gap, 0);
+    std::memcpy(place, &gap, offsetof(EventRecord, m_ticket));
+}
+
+MetricsEventType EventRecord::GetType() const noexcept {
+    MetricsEventType type{};
+    std::memcpy(&type, Content() + offsetof(Fixed, type), sizeof type);
+    return type;
 }
 
 void EventRecord::Read(MetricsEvent& event) {
-    Reader reader(Content());
+    const std::byte* from = Content();
     if (m_form == Form::Boxed) {
-        const std::unique_ptr<MetricsEvent> box(reader.Read<MetricsEvent*>());
+        const std::unique_ptr<MetricsEvent> box(ReadAs<MetricsEvent*>(from));
         event = std::move(*box);
         return;
     }
-    const auto fixed = reader.Read<Fixed>();
+    const auto fixed = ReadAs<Fixed>(from);
     event.id = fixed.id;
     event.contextId = fixed.contextId;
     event.flags = fixed.flags;
@@ -286,19 +365,20 @@ void EventRecord::Read(MetricsEvent& event) {
     event.wallSeconds = fixed.wallSeconds;
     event.wallMicros = fixed.wallMicros;
     event.type = fixed.type;
-    event.name = reader.ReadValue();
-    event.value = reader.ReadValue();
-    event.pairs.clear();
-    event.pairs.reserve(fixed.pairCount);
-    for (uint64 left = fixed.pairCount; left != 0; --left) {
-        MetricsValue name = reader.ReadValue();
-        event.pairs.emplace_back(std::move(name), reader.ReadValue());
+    from = Reader::Read(from + sizeof fixed, event.name);
+    from = Reader::Read(from, event.value);
+    if (event.pairs.size() != m_pairCount) {
+        event.pairs.resize(m_pairCount);
+    }
+    for (NameValuePair& pair : event.pairs) {
+        from = Reader::Read(from, pair.first);
+        from = Reader::Read(from, pair.second);
     }
 }
 
 void EventRecord::Discard() noexcept {
     if (m_form == Form::Boxed) {
-        delete Reader(Content()).Read<MetricsEvent*>();
+        delete ReadAs<MetricsEvent*>(Content());
     }
 }
 

@@ -6,6 +6,7 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Metrics {
 
@@ -35,7 +36,18 @@ public:
 
     /// Gives the event back and releases what the record holds; the record is not read again.
     /// Throws `std::bad_alloc`, and can be read again then.
+    ///
+    /// What the event held is overwritten, texts that nobody else holds in their place: they must
+    /// come from `cvlsys::MakeText` or live as long as the process, and only values of kind text
+    /// have one.
     void Read(MetricsEvent& event);
+
+    /// Whether the event that is read shares texts with whoever emitted it. It is no event to read
+    /// into again, then.
+    bool IsBoxed() const noexcept { return m_form == Form::Boxed; }
+
+    /// The type of an event that is not boxed.
+    MetricsEventType GetType() const noexcept;
 
     /// Releases what the record holds, unread.
     void Discard() noexcept;
@@ -50,19 +62,26 @@ public:
     void SetTicket(uint64 ticket) noexcept { m_ticket = ticket; }
 
 private:
-    enum class Form : uint32 { Gap, Inline, Boxed };
+    enum class Form : std::uint16_t { Gap, Inline, Boxed };
 
     struct Fixed;
 
-    EventRecord(std::size_t bytes, Form form) noexcept
+    EventRecord(std::size_t bytes, Form form, std::size_t pairCount) noexcept
         : m_bytes(static_cast<uint32>(bytes)),
+          m_pairCount(static_cast<std::uint16_t>(pairCount)),
           m_form(form) {}
 
     static EventRecord& WriteBoxed(std::byte* place, const EventView& event);
 
     std::byte* Content() noexcept { return reinterpret_cast<std::byte*>(this + 1); }
 
+    const std::byte* Content() const noexcept {
+        return reinterpret_cast<const std::byte*>(this + 1);
+    }
+
+    // At the very end of a ring there may be room for these three only; a gap has no ticket.
     uint32 m_bytes;
+    std::uint16_t m_pairCount;
     Form m_form;
     uint64 m_ticket = 0;
 };

@@ -1,8 +1,9 @@
 #include "EventView.h"
 
-#include "cvlsys/host/RecycledBlocks.h"
+#include "cvlcoreplatform/TString.h"
+#include "cvlsys/host/RecycledTexts.h"
 
-#include <string>
+#include <string_view>
 
 namespace Metrics {
 
@@ -15,6 +16,20 @@ void SetScalar(MetricsValue& to, uint32 type, int64 integer) noexcept {
     to.utf16 = nullptr;
 }
 
+void SetText(MetricsValue& to, std::string_view text) {
+    cvlsys::Rewrite<char>(to.utf8, text);
+    to.type = MetricsValue::MV_Utf8String;
+    to.integer = 0;
+    to.utf16 = nullptr;
+}
+
+void SetText(MetricsValue& to, std::u16string_view text) {
+    cvlsys::Rewrite<char16_t>(to.utf16, text);
+    to.type = MetricsValue::MV_Utf16String;
+    to.integer = 0;
+    to.utf8 = nullptr;
+}
+
 }  // namespace
 
 void Assign(MetricsValue& to, const ValueView& view) {
@@ -24,20 +39,24 @@ void Assign(MetricsValue& to, const ValueView& view) {
             break;
         case ValueView::Kind::Shared:
             if (view.GetShared() == nullptr) {
-                to = view.ToValue();
+                SetText(to, std::u16string_view());
                 break;
             }
             SetScalar(to, MetricsValue::MV_Utf16String, 0);
             to.utf16 = view.GetShared();
             break;
         case ValueView::Kind::Utf8:
-            SetScalar(to, MetricsValue::MV_Utf8String, 0);
-            to.utf8 = cvlsys::MakeRecycled<const std::string>(view.GetUtf8());
+            SetText(to, view.GetUtf8());
             break;
+        case ValueView::Kind::Utf16:
+            SetText(to, view.GetUtf16());
+            break;
+        case ValueView::Kind::Wide:
+            SetText(to, TString(view.GetWide()).View());
+            break;
+        case ValueView::Kind::Bool:
+        case ValueView::Kind::Double:
         case ValueView::Kind::Value:
-            to = view.GetValue();
-            break;
-        default:
             to = view.ToValue();
             break;
     }

@@ -22,13 +22,14 @@ struct EventView {
     ValueView value = 0;
     PairSpan pairs;
 
-    /// Makes the event of it. Memory that the event had for pairs is used again. Throws
-    /// `std::bad_alloc`.
+    /// Makes the event of it, with the memory that the event has: its texts must come from
+    /// `cvlsys::MakeText`, or live as long as the process. What the view holds as shared texts is
+    /// shared with the event. Throws `std::bad_alloc`.
     void CopyTo(MetricsEvent& event) const;
 };
 
-/// As `ValueView::ToValue`, into a value that is there, with memory from the calling thread's
-/// blocks. Throws `std::bad_alloc`; the value is some value then.
+/// As `ValueView::ToValue`, into a value that is there, whose texts are as `EventView::CopyTo`
+/// demands. Throws `std::bad_alloc`; the value is some value then.
 void Assign(MetricsValue& to, const ValueView& view);
 
 /// Views of a list's pairs.

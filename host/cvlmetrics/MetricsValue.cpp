@@ -1,6 +1,9 @@
 #include "cvlmetrics/MetricsValue.h"
 
 #include "cvlsys/host/RecycledBlocks.h"
+#include "cvlsys/host/RecycledTexts.h"
+
+#include <string_view>
 
 namespace Metrics {
 
@@ -25,11 +28,11 @@ const Utf16Characters& CharactersOf(const TString& text) {
 
 MetricsValue::MetricsValue(const char* text)
     : type(MV_Utf8String),
-      utf8(cvlsys::MakeRecycled<const std::string>(text != nullptr ? text : "")) {}
+      utf8(cvlsys::MakeText(std::string_view(text != nullptr ? text : ""))) {}
 
 MetricsValue::MetricsValue(const std::string& text)
     : type(MV_Utf8String),
-      utf8(cvlsys::MakeRecycled<const std::string>(text)) {}
+      utf8(cvlsys::MakeText(std::string_view(text))) {}
 
 MetricsValue::MetricsValue(std::string&& text)
     : type(MV_Utf8String),

@@ -4,24 +4,11 @@
 
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/host/MemoryCharging.h"
+#include "cvlsys/host/Recycling.h"
 
 namespace cvlsys {
 
 namespace {
-
-// A sanitizer is to see each object come and go.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool isRecycling = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-constexpr bool isRecycling = false;
-#else
-constexpr bool isRecycling = true;
-#endif
-#else
-constexpr bool isRecycling = true;
-#endif
 
 // What a thread keeps of a size at most: enough for the attributes of a few scopes, and for the
 // events that wait while a lock is held.

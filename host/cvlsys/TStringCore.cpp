@@ -3,6 +3,7 @@
 #include "Unicode.h"
 
 #include "cvlsys/host/RecycledBlocks.h"
+#include "cvlsys/host/RecycledTexts.h"
 #include "cvlsys/host/Transcoding.h"
 
 #include <algorithm>
@@ -43,7 +44,7 @@ TStringCore::TStringCore(const wchar_t* text)
     : m_characters(text != nullptr ? Share(cvlsys::Utf16FromWide(text)) : nullptr) {}
 
 TStringCore::TStringCore(std::u16string_view text)
-    : m_characters(text.empty() ? nullptr : cvlsys::MakeRecycled<const std::u16string>(text)) {}
+    : m_characters(text.empty() ? nullptr : cvlsys::MakeText(text)) {}
 
 TStringCore::TStringCore(std::u16string&& text) : m_characters(Share(std::move(text))) {}
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,27 @@ bool AreEqual(const MetricsEvent& a, const MetricsEvent& b) {
     return equal;
 }
 
+MetricsValue DeepCopy(MetricsValue value) {
+    if (value.utf8 != nullptr) {
+        value.utf8 = std::make_shared<const std::string>(*value.utf8);
+    }
+    if (value.utf16 != nullptr) {
+        value.utf16 = std::make_shared<const std::u16string>(*value.utf16);
+    }
+    return value;
+}
+
+/// Shares no texts.
+MetricsEvent DeepCopy(MetricsEvent event) {
+    event.name = DeepCopy(event.name);
+    event.value = DeepCopy(event.value);
+    for (auto& [name, value] : event.pairs) {
+        name = DeepCopy(name);
+        value = DeepCopy(value);
+    }
+    return event;
+}
+
 /// Repeats what there is, to get beyond what a record holds.
 void Lengthen(MetricsEvent& event, uint32 times) {
     const Metrics::NameValueList pairs = event.pairs;
@@ -46,7 +68,7 @@ void Lengthen(MetricsEvent& event, uint32 times) {
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
     fuzz::Input input(data, size);
-    MetricsEvent read = input.Event();  // reading overwrites whatever there was
+    MetricsEvent last;  // reading overwrites whatever there was
     while (!input.IsAtEnd()) {
         MetricsEvent event = input.Event();
         Lengthen(event, input.Below(64) == 1 ? 40 : 0);
@@ -75,8 +97,14 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
             record.Discard();
             continue;
         }
+        // What a consumer has kept, and how it was.
+        const MetricsEvent kept = input.Below(2) == 1 ? last : MetricsEvent();
+        const MetricsEvent before = DeepCopy(kept);
+        MetricsEvent boxed;
+        MetricsEvent& read = record.IsBoxed() ? boxed : last;
         record.Read(read);
         fuzz::Require(AreEqual(read, event), "what is read is what was written");
+        fuzz::Require(AreEqual(kept, before), "what somebody keeps stays as it was");
     }
     return 0;
 }

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "EventRecord.h"
+#include "EventView.h"
+
+#include "cvlmetrics/MetricsEvent.h"
+
+#include <array>
+#include <cstddef>
+
+namespace Metrics {
+
+/// The events that the consumers receive, one at a time, made in what the last event of the same
+/// type has left: events of one type mostly hold texts in the same places, and a text that no
+/// consumer has kept is written anew. For whoever has the delivering role.
+class ReceivedEvents {
+public:
+    ReceivedEvents() noexcept = default;
+    ReceivedEvents(const ReceivedEvents&) = delete;
+    ReceivedEvents& operator=(const ReceivedEvents&) = delete;
+
+    /// The event of a record, until `Release`; the record is not read again. Throws
+    /// `std::bad_alloc`, and the record can be read again then.
+    const MetricsEvent& Take(EventRecord& record);
+
+    /// The event that somebody is just emitting, until `Release`. Throws `std::bad_alloc`.
+    const MetricsEvent& Take(const EventView& event);
+
+    /// Lets go of what was taken last, except for memory to use again. Whoever emits the event
+    /// still holds what it is made of.
+    void Release() noexcept;
+
+private:
+    static constexpr std::size_t types = 13;
+
+    MetricsEvent& Last(MetricsEventType type) noexcept;
+
+    // By type; unknown types share the first one, which no known type has.
+    std::array<MetricsEvent, types> m_last;
+    MetricsEvent m_boxed;
+    MetricsEvent* m_taken = &m_boxed;
+    bool m_isShared = false;
+};
+
+}  // namespace Metrics

@@ -1,0 +1,189 @@
+#include "cvlsys/host/RecycledTexts.h"
+
+#include "ThreadNumber.h"
+
+#include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/MemoryCharging.h"
+#include "cvlsys/host/RecycledBlocks.h"
+
+#include <cstddef>
+#include <new>
+
+namespace cvlsys {
+
+namespace {
+
+// What a thread keeps at most, and how long the texts among it may have been.
+constexpr uint32 mostTexts = 64;
+constexpr std::size_t mostBytes = mostBytesToRewrite;
+
+/// A text and the room for what counts its owners. The text is there as long as the block is.
+template <class Unit>
+struct TextBlock {
+    std::basic_string<Unit> text;
+    TextBlock* next = nullptr;
+    alignas(std::max_align_t) std::byte control[48];
+};
+
+template <class Unit>
+struct FreeTexts {
+    TextBlock<Unit>* first = nullptr;
+    uint32 count = 0;
+};
+
+// Trivially destructible, so that it can be asked for as long as the thread runs any code.
+struct ThreadTexts {
+    FreeTexts<char> narrow;
+    FreeTexts<char16_t> wide;
+    bool isOwned = false;
+    bool isTornDown = false;
+};
+
+CVLSYS_FAST_THREAD_LOCAL ThreadTexts t_texts;
+
+template <class Unit>
+FreeTexts<Unit>& Free() noexcept {
+    if constexpr (sizeof(Unit) == 1) {
+        return t_texts.narrow;
+    } else {
+        return t_texts.wide;
+    }
+}
+
+template <class Unit>
+void Delete(TextBlock<Unit>* block) noexcept {
+    const corvala::memory::UnchargedAllocations uncharged;
+    delete block;
+}
+
+template <class Unit>
+void DeleteAll(FreeTexts<Unit>& texts) noexcept {
+    while (TextBlock<Unit>* const block = texts.first) {
+        texts.first = block->next;
+        Delete(block);
+    }
+    texts.count = 0;
+}
+
+// Gives the kept texts back when the thread ends.
+struct Owner {
+    Owner() noexcept { t_texts.isOwned = true; }
+
+    ~Owner() {
+        t_texts.isTornDown = true;
+        DeleteAll(t_texts.narrow);
+        DeleteAll(t_texts.wide);
+    }
+
+    Owner(const Owner&) = delete;
+    Owner& operator=(const Owner&) = delete;
+};
+
+void Own() {
+    thread_local const Owner owner;
+    static_cast<void>(owner);
+}
+
+template <class Unit>
+TextBlock<Unit>* New() {
+    const corvala::memory::UnchargedAllocations uncharged;
+    return new TextBlock<Unit>;
+}
+
+template <class Unit>
+TextBlock<Unit>* Take() {
+    FreeTexts<Unit>& texts = Free<Unit>();
+    TextBlock<Unit>* const block = texts.first;
+    if (block == nullptr) {
+        return New<Unit>();
+    }
+    texts.first = block->next;
+    --texts.count;
+    return block;
+}
+
+template <class Unit>
+void Release(TextBlock<Unit>* block) noexcept {
+    FreeTexts<Unit>& texts = Free<Unit>();
+    if (texts.count == mostTexts || block->text.capacity() * sizeof(Unit) > mostBytes ||
+        t_texts.isTornDown) {
+        Delete(block);
+        return;
+    }
+    if (!t_texts.isOwned) {
+        Own();
+    }
+    block->next = texts.first;
+    texts.first = block;
+    ++texts.count;
+}
+
+// What counts the owners of a text stands in the text's own block, which is free when it goes.
+template <class Unit, class T>
+struct WithinBlock {
+    using value_type = T;
+
+    explicit WithinBlock(TextBlock<Unit>* textBlock) noexcept : block(textBlock) {}
+
+    template <class U>
+    WithinBlock(const WithinBlock<Unit, U>& other) noexcept  // NOLINT(google-explicit-constructor)
+        : block(other.block) {}
+
+    template <class U>
+    struct rebind {  // NOLINT(readability-identifier-naming): named by the language
+        using other = WithinBlock<Unit, U>;
+    };
+
+    T* allocate(std::size_t /*count*/) noexcept {
+        static_assert(sizeof(T) <= sizeof block->control &&
+                      alignof(T) <= alignof(std::max_align_t));
+        return reinterpret_cast<T*>(block->control);
+    }
+
+    void deallocate(T* /*object*/, std::size_t /*count*/) noexcept { Release(block); }
+
+    TextBlock<Unit>* block;
+};
+
+struct KeepText {
+    void operator()(const void* /*text*/) const noexcept {}
+};
+
+template <class Unit>
+void Assign(std::basic_string<Unit>& text, std::basic_string_view<Unit> units) {
+    if (units.size() > text.capacity()) {
+        const corvala::memory::UnchargedAllocations uncharged;
+        text.reserve(units.size());
+    }
+    if (units.size() != text.size()) {
+        text.resize(units.size());
+    }
+    CopyShort(text.data(), units.data(), units.size() * sizeof(Unit));
+}
+
+template <class Unit>
+std::shared_ptr<std::basic_string<Unit>> Make(std::basic_string_view<Unit> units) {
+    if (!isRecycling || units.size() * sizeof(Unit) > mostBytes) {
+        return MakeRecycled<std::basic_string<Unit>>(units);
+    }
+    TextBlock<Unit>* const block = Take<Unit>();
+    try {
+        Assign(block->text, units);
+    } catch (...) {
+        Release(block);
+        throw;
+    }
+    return {&block->text, KeepText(), WithinBlock<Unit, Unit>(block)};
+}
+
+}  // namespace
+
+std::shared_ptr<std::string> MakeText(std::string_view units) {
+    return Make(units);
+}
+
+std::shared_ptr<std::u16string> MakeText(std::u16string_view units) {
+    return Make(units);
+}
+
+}  // namespace cvlsys
