@@ -235,6 +235,22 @@ void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pai
     MultiEmitImpl(type, name.ToValue(), pairs.ToList());
 }
 
+void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
+    if (!m_open) {
+        return;
+    }
+    for (const Statement& statement : statements) {
+        MetricsEvent event = MakeEvent(statement.type, m_id, m_contextId, m_flags);
+        event.name = statement.name.ToValue();
+        event.value = statement.value.ToValue();
+        event.pairs = statement.pairs.ToList();
+        Deliver(std::move(event));
+    }
+    Close();
+    m_open = false;
+    m_id = 0;
+}
+
 void Scope::SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions) {
     m_postCloseActions = std::move(actions);
 }

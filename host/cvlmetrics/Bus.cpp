@@ -9,6 +9,7 @@
 #include "LossReport.h"
 #include "PendingContexts.h"
 #include "ReceivedEvents.h"
+#include "ThreadSide.h"
 
 #include "cvlcoreplatform/host/LineBatch.h"
 #include "cvlmetrics/MetricsManager.h"
@@ -28,8 +29,6 @@
 
 namespace Metrics::Bus {
 
-namespace {
-
 using std::chrono::milliseconds;
 
 /// What one thread's delivery gathers until it is over.
@@ -37,6 +36,8 @@ struct Delivery {
     std::vector<MetricsEvent> waiting;  ///< emitted on this thread in the meantime, in order
     Consumers::List retired;            ///< unsubscribed in the meantime
 };
+
+namespace {
 
 constinit Admission s_admission;
 
@@ -48,21 +49,18 @@ constinit std::atomic<milliseconds> s_patience{milliseconds{5000}};
 constinit std::atomic<uint64> s_waits{0};
 constinit std::atomic<uint64> s_waitedNanos{0};
 
-// Set exactly while this thread holds the bus's mutex for a delivery.
-constinit thread_local Delivery* t_delivery = nullptr;
-
 // Around the calls of the consumers. The host's errno is nobody else's business, and a thread that
 // is cancelled must not unwind out of a destructor.
 class CurrentDelivery {
 public:
     explicit CurrentDelivery(Delivery& delivery) noexcept {
-        t_delivery = &delivery;
+        t_side.delivery = &delivery;
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
     }
 
     ~CurrentDelivery() {
         pthread_setcancelstate(m_cancelState, nullptr);
-        t_delivery = nullptr;
+        t_side.delivery = nullptr;
         errno = m_errno;
     }
 
@@ -110,8 +108,8 @@ private:
 
     // A thread that is delivering holds the mutex already.
     std::unique_lock<AdaptiveMutex> Lock() noexcept {
-        return t_delivery == nullptr ? std::unique_lock(m_mutex)
-                                     : std::unique_lock<AdaptiveMutex>();
+        return t_side.delivery == nullptr ? std::unique_lock(m_mutex)
+                                          : std::unique_lock<AdaptiveMutex>();
     }
 
     void LockForFork() noexcept;
@@ -168,7 +166,7 @@ Dispatcher::Dispatcher() {
 }
 
 void Dispatcher::LockForFork() noexcept {
-    if (t_delivery == nullptr) {
+    if (t_side.delivery == nullptr) {
         // The child forgets what is queued, and its consumers are to know the contexts and scopes
         // that are open on the thread that forks.
         DeliverQueued();
@@ -184,7 +182,7 @@ void Dispatcher::UnlockAfterFork() noexcept {
     PendingContexts::UnlockAfterFork();
     EventQueues::UnlockAfterFork();
     DeliveringThread::UnlockAfterFork();
-    if (t_delivery == nullptr) {
+    if (t_side.delivery == nullptr) {
         m_mutex.unlock();
     }
 }
@@ -322,7 +320,7 @@ bool Dispatcher::RemoveConsumer(const IMetricsListener& listener) {
 
     const Claim claim(m_othersWait);
     const auto lock = Lock();
-    return m_consumers.Remove(listener, t_delivery != nullptr, retired);
+    return m_consumers.Remove(listener, t_side.delivery != nullptr, retired);
 }
 
 // The lock is not to be had while a consumer hangs. Then the removal is left to whoever delivers
@@ -360,6 +358,7 @@ void CountWait(std::chrono::steady_clock::duration time) noexcept {
 bool WaitForRoom(const EventView& event) {
     const auto begin = std::chrono::steady_clock::now();
     bool isQueued = false;
+    EventQueues::Show();  // lest the delivering thread has nothing to make room of
     while (!isQueued && !s_isGivenUp.load(std::memory_order_acquire)) {
         if (!DeliveringThread::Notice()) {
             Dispatcher::Get().DeliverQueued();
@@ -383,18 +382,45 @@ bool TryToQueue(const EventView& event) {
     }
 }
 
-void Queue(const EventView& event) {
-    if (!TryToQueue(event)) {
-        // To deliver it at once, behind what is queued, needs less memory.
-        Dispatcher::Get().Deliver(event);
-    } else if (!DeliveringThread::Notice()) {
+// Somebody has to deliver what was shown.
+void NoticeQueued() noexcept {
+    if (!DeliveringThread::Notice()) {
         Dispatcher::Get().DeliverQueued();
     }
 }
 
+void DeliverAtOnce(const EventView& event) {
+    EventQueues::Show();  // what this thread has emitted before comes first
+    Dispatcher::Get().Deliver(event);
+}
+
+[[gnu::noinline]] void QueueOrDeliver(const EventView& event) {
+    if (!TryToQueue(event)) {
+        // To deliver it at once, behind what is queued, needs less memory.
+        DeliverAtOnce(event);
+    } else if (t_side.bursts == 0) {
+        NoticeQueued();
+    }
+}
+
+[[gnu::noinline]] void EmitDirectly(const EventView& event) {
+    if (t_side.delivery != nullptr) {
+        Wait(*t_side.delivery, event);
+    } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
+        LossReport::CountLostEvent();
+    } else {
+        DeliverAtOnce(event);
+    }
+}
+
+bool IsQueuing(const ThreadSide& side) noexcept {
+    return IsAsynchronous() && !s_isGivenUp.load(std::memory_order_relaxed) &&
+           side.delivery == nullptr && !side.isDeliveringThread;
+}
+
 /// Whether nothing is to be refused, or so many quarters of the thread's queue are free.
 bool HasFreeQuarters(unsigned quarters) noexcept {
-    return !s_isRefusing.load(std::memory_order_relaxed) || t_delivery != nullptr ||
+    return !s_isRefusing.load(std::memory_order_relaxed) || t_side.delivery != nullptr ||
            EventQueues::HasFreeQuarters(quarters);
 }
 
@@ -432,14 +458,23 @@ void Emit(EventView& event) {
     event.wallSeconds = now.wallSeconds;
     event.wallMicros = now.wallMicros;
 
-    if (t_delivery != nullptr) {
-        Wait(*t_delivery, event);
-    } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
-        LossReport::CountLostEvent();
-    } else if (IsAsynchronous() && !DeliveringThread::IsCurrent()) {
-        Queue(event);
-    } else {
-        Dispatcher::Get().Deliver(event);
+    const ThreadSide& side = t_side;
+    if (!IsQueuing(side)) {
+        EmitDirectly(event);
+    } else if (!EventQueues::TryToAppend(event)) {
+        QueueOrDeliver(event);
+    } else if (side.bursts == 0) {
+        NoticeQueued();
+    }
+}
+
+Burst::Burst() noexcept {
+    ++t_side.bursts;
+}
+
+Burst::~Burst() {
+    if (--t_side.bursts == 0 && EventQueues::Show()) {
+        NoticeQueued();
     }
 }
 
@@ -472,7 +507,7 @@ bool DeliverSome() noexcept {
 }
 
 bool IsDelivering() noexcept {
-    return t_delivery != nullptr;
+    return t_side.delivery != nullptr;
 }
 
 void SetGivenUp(bool givenUp) noexcept {

@@ -36,6 +36,17 @@ void CountRefusedScope() noexcept;
 /// what has to be made of the event; it is lost then.
 void Emit(EventView& event);
 
+/// While it exists, what the thread emits may be handed on only when it ends, all together. It must
+/// be nothing that anybody could wait for, or that others take part in: between the first and the
+/// last of these events the thread neither learns nor tells anything.
+class Burst {
+public:
+    Burst() noexcept;
+    ~Burst();
+    Burst(const Burst&) = delete;
+    Burst& operator=(const Burst&) = delete;
+};
+
 /// For destructors: as `Emit`, but a lost event is counted only.
 void EmitFromDestructor(EventView& event) noexcept;
 

@@ -4,6 +4,7 @@
 #include "EventQueues.h"
 #include "Futex.h"
 #include "LossReport.h"
+#include "ThreadSide.h"
 
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/IntegerTypes.h"
@@ -39,8 +40,6 @@ constinit std::atomic<uint32> s_progress{0};
 
 constinit std::atomic<uint64> s_flushesWanted{0};
 constinit std::atomic<uint64> s_flushesDone{0};
-
-constinit thread_local bool t_isCurrent = false;
 
 std::mutex& StartMutex() {
     static std::mutex& mutex = *new std::mutex;
@@ -97,7 +96,7 @@ bool DeliverUntil(uint64 queued) noexcept {
 }
 
 void Run() noexcept {
-    t_isCurrent = true;
+    t_side.isDeliveringThread = true;
     pthread_setname_np(pthread_self(), "tarn-delivery");
     int naps = 0;
     for (;;) {
@@ -181,7 +180,7 @@ bool Notice() noexcept {
 
 bool Flush(milliseconds deadline) noexcept {
     const Clock::time_point end = Clock::now() + deadline;
-    if (t_isCurrent || Bus::IsDelivering() || !Start()) {
+    if (t_side.isDeliveringThread || Bus::IsDelivering() || !Start()) {
         return false;
     }
     const uint64 mine = s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1;
@@ -191,7 +190,7 @@ bool Flush(milliseconds deadline) noexcept {
 
 bool Stop(milliseconds deadline) noexcept {
     const Clock::time_point end = Clock::now() + deadline;
-    if (t_isCurrent) {
+    if (t_side.isDeliveringThread) {
         return false;
     }
     s_stops.store(true, std::memory_order_seq_cst);
@@ -201,7 +200,7 @@ bool Stop(milliseconds deadline) noexcept {
 }
 
 bool IsCurrent() noexcept {
-    return t_isCurrent;
+    return t_side.isDeliveringThread;
 }
 
 void LockForFork() noexcept {
@@ -213,7 +212,8 @@ void UnlockAfterFork() noexcept {
 }
 
 void StartAnewInChild() noexcept {
-    s_state.store(t_isCurrent ? State::Awake : State::NotRunning, std::memory_order_seq_cst);
+    s_state.store(t_side.isDeliveringThread ? State::Awake : State::NotRunning,
+                  std::memory_order_seq_cst);
     s_stops.store(false, std::memory_order_seq_cst);
     s_flushesDone.store(s_flushesWanted.load(std::memory_order_relaxed), std::memory_order_seq_cst);
 }

@@ -44,31 +44,45 @@ bool EventQueue::HasRoom(uint64 begin, std::size_t bytes) noexcept {
     return begin + bytes - m_readAsKnown <= m_capacity;
 }
 
-EventRecord* EventQueue::Prepare(const EventView& event) {
-    const uint64 begin = m_written.load(std::memory_order_relaxed);
-    const std::size_t atEnd = m_capacity - (begin & m_mask);
-    // Where the largest record would find room, an event need not be measured before it is written.
-    if (atEnd >= EventRecord::largest && HasRoom(begin, EventRecord::largest)) {
-        EventRecord& record = EventRecord::Write(At(begin), EventRecord::largest, event);
-        m_prepared = begin + record.GetBytes();
-        return &record;
+bool EventQueue::LookForEasyRoom() noexcept {
+    const uint64 endOfRing = (m_prepared | m_mask) + 1;
+    if (!HasRoom(m_prepared, EventRecord::largest) ||
+        endOfRing - m_prepared < EventRecord::largest) {
+        return false;
     }
+    m_easyUntil = std::min(endOfRing, m_readAsKnown + m_capacity) - EventRecord::largest;
+    return true;
+}
 
+bool EventQueue::Prepare(const EventView& event) {
+    const uint64 begin = m_prepared;
+    const std::size_t atEnd = m_capacity - (begin & m_mask);
     const std::size_t bytes = EventRecord::BytesFor(event);
     // A record lies in one piece: what is left at the end of the ring may be too little for it.
     const std::size_t gap = atEnd < bytes ? atEnd : 0;
     if (!HasRoom(begin, gap + bytes)) {
-        return nullptr;
+        return false;
     }
-    EventRecord& record = EventRecord::Write(At(begin + gap), bytes, event);
+    EventRecord::Write(At(begin + gap), bytes, event);
     if (gap != 0) {
         EventRecord::WriteGap(At(begin), gap);
     }
     m_prepared = begin + gap + bytes;
-    return &record;
+    ++m_preparedCount;
+    return true;
 }
 
-void EventQueue::Publish() noexcept {
+void EventQueue::Publish(uint64 firstTicket) noexcept {
+    uint64 ticket = firstTicket;
+    for (uint64 position = m_written.load(std::memory_order_relaxed); position != m_prepared;) {
+        auto* const record = std::launder(reinterpret_cast<EventRecord*>(At(position)));
+        if (!record->IsGap()) {
+            record->SetTicket(ticket);
+            ++ticket;
+        }
+        position += record->GetBytes();
+    }
+    m_preparedCount = 0;
     m_written.store(m_prepared, std::memory_order_release);
 }
 

@@ -14,8 +14,8 @@ namespace Metrics {
 /// What one thread has emitted and nobody has delivered yet: a ring of records that one thread
 /// writes and one thread at a time reads, without a lock. It never grows.
 ///
-/// A record becomes visible in two steps: `Prepare` finds room and writes it, `Publish` shows it to
-/// the reader. Between the two the writer draws the record's ticket.
+/// Records become visible in two steps: `Prepare` finds room and writes one, `Publish` shows all
+/// that were prepared to the reader. Between the two the writer draws their tickets.
 class EventQueue {
 public:
     /// `bytes` is rounded up to a power of two, and to what a largest record needs. Throws
@@ -28,12 +28,31 @@ public:
 
     // For the thread that writes.
 
-    /// Writes an event where the reader does not see it yet; null when there is no room for it now.
-    /// Throws `std::bad_alloc`.
-    EventRecord* Prepare(const EventView& event);
+    /// Writes an event, behind what was prepared before, where the reader does not see it yet.
+    /// False when there is no room for it now. Throws `std::bad_alloc`.
+    bool Prepare(const EventView& event);
 
-    /// Shows the reader the record that was prepared last.
-    void Publish() noexcept;
+    /// The same where the largest record would find room, so that the event need not be measured
+    /// before it is written. False otherwise, and for an event that has no place in a queue.
+    bool TryToPrepare(const EventView& event) {
+        const uint64 begin = m_prepared;
+        if (begin > m_easyUntil && !LookForEasyRoom()) {
+            return false;
+        }
+        const std::size_t bytes = EventRecord::TryWrite(At(begin), event);
+        if (bytes == 0) {
+            return false;
+        }
+        m_prepared = begin + bytes;
+        ++m_preparedCount;
+        return true;
+    }
+
+    /// How many records are prepared and not yet shown.
+    uint32 GetPreparedCount() const noexcept { return m_preparedCount; }
+
+    /// Gives the prepared records their tickets, from this one on, and shows them to the reader.
+    void Publish(uint64 firstTicket) noexcept;
 
     /// Whether so many quarters of the ring are free.
     bool HasFreeQuarters(unsigned quarters) noexcept;
@@ -67,6 +86,7 @@ public:
 
 private:
     bool HasRoom(uint64 begin, std::size_t bytes) noexcept;
+    bool LookForEasyRoom() noexcept;
 
     std::byte* At(uint64 position) const noexcept { return m_ring.get() + (position & m_mask); }
 
@@ -78,13 +98,17 @@ private:
     const uint64 m_mask;
     const std::unique_ptr<std::byte, Free> m_ring;
 
-    // Positions count bytes from the beginning of time; each side keeps to its own cache line and
-    // looks at the other's only when what it knows does not suffice.
-    static constexpr std::size_t cacheLine = 64;
+    // Positions count bytes from the beginning of time; each side keeps to its own cache lines
+    // (processors fetch them in pairs) and looks at the other's only when what it knows does not
+    // suffice.
+    static constexpr std::size_t cacheLine = 128;
 
     alignas(cacheLine) std::atomic<uint64> m_written{0};
     uint64 m_prepared = 0;
     uint64 m_readAsKnown = 0;
+    // From the next position up to this one, the largest record finds room in one piece.
+    uint64 m_easyUntil = 0;
+    uint32 m_preparedCount = 0;
 
     alignas(cacheLine) std::atomic<uint64> m_read{0};
     uint64 m_writtenAsKnown = 0;

@@ -1,5 +1,7 @@
 #include "EventQueues.h"
 
+#include "ThreadSide.h"
+
 #include "cvlsys/host/MemoryCharging.h"
 
 #include <algorithm>
@@ -11,6 +13,12 @@
 #include <utility>
 #include <vector>
 
+namespace Metrics {
+
+constinit thread_local ThreadSide t_side;
+
+}  // namespace Metrics
+
 namespace Metrics::EventQueues {
 
 namespace {
@@ -19,9 +27,16 @@ constexpr uint64 unknown = std::numeric_limits<uint64>::max();
 
 constinit std::atomic<std::size_t> s_capacity{std::size_t{256} << 10};
 
-// Each on a cache line of its own: every emitting thread writes the one, every delivery the other.
-alignas(64) constinit std::atomic<uint64> s_tickets{0};
-alignas(64) constinit std::atomic<uint64> s_taken{0};
+/// A number on cache lines of its own; processors fetch them in pairs.
+struct alignas(128) LoneNumber {
+    std::atomic<uint64> value{0};
+};
+
+// Every emitting thread writes the one, every delivery the other.
+constinit LoneNumber s_ticketsDrawn;
+constinit LoneNumber s_eventsTaken;
+constinit std::atomic<uint64>& s_tickets = s_ticketsDrawn.value;
+constinit std::atomic<uint64>& s_taken = s_eventsTaken.value;
 
 /// All queues there are. Made at first use, never destroyed.
 class Registry {
@@ -181,49 +196,42 @@ LateQueue& GetLateQueue() {
     return late;
 }
 
-// Trivially destructible, so that it can be asked for as long as the thread runs any code.
-struct ThreadSide {
-    EventQueue* queue = nullptr;
-    bool isTornDown = false;
-};
-
-constinit thread_local ThreadSide t_thread;
-
 class Ownership {
 public:
-    explicit Ownership(EventQueue& queue) noexcept { t_thread.queue = &queue; }
+    explicit Ownership(EventQueue& queue) noexcept { t_side.queue = &queue; }
 
     ~Ownership() {
-        if (t_thread.queue != nullptr) {
-            t_thread.queue->hasOwner.store(false, std::memory_order_release);
+        if (t_side.queue != nullptr) {
+            t_side.queue->hasOwner.store(false, std::memory_order_release);
         }
-        t_thread = {.queue = nullptr, .isTornDown = true};
+        t_side.queue = nullptr;
+        t_side.hasTornDownQueue = true;
     }
 
     Ownership(const Ownership&) = delete;
     Ownership& operator=(const Ownership&) = delete;
 };
 
-/// The calling thread's own queue; null once the thread has torn it down.
-EventQueue* OwnQueue() {
-    if (t_thread.queue == nullptr && !t_thread.isTornDown) {
-        thread_local const Ownership ownership(Registry::Get().Acquire());
-        if (t_thread.queue == nullptr) {
-            t_thread.queue = &Registry::Get().Acquire();  // in a forked child the first one is gone
-        }
+[[gnu::noinline]] EventQueue* AcquireQueue() {
+    if (t_side.hasTornDownQueue) {
+        return nullptr;
     }
-    return t_thread.queue;
+    thread_local const Ownership ownership(Registry::Get().Acquire());
+    if (t_side.queue == nullptr) {
+        t_side.queue = &Registry::Get().Acquire();  // in a forked child the first one is gone
+    }
+    return t_side.queue;
 }
 
-// The ticket stands between writing and showing, see the header.
-Outcome AppendTo(EventQueue& queue, const EventView& event) {
-    EventRecord* const record = queue.Prepare(event);
-    if (record == nullptr) {
-        return Outcome::NoRoom;
-    }
-    record->SetTicket(s_tickets.fetch_add(1, std::memory_order_seq_cst));
-    queue.Publish();
-    return Outcome::Queued;
+/// The calling thread's own queue; null once the thread has torn it down.
+EventQueue* OwnQueue() {
+    EventQueue* const queue = t_side.queue;
+    return queue != nullptr ? queue : AcquireQueue();
+}
+
+// The tickets stand between writing and showing, see the header.
+void Publish(EventQueue& queue) noexcept {
+    queue.Publish(s_tickets.fetch_add(queue.GetPreparedCount(), std::memory_order_seq_cst));
 }
 
 /// Does something with the calling thread's queue, or with the one that threads share at their end.
@@ -242,8 +250,41 @@ auto WithQueue(const Action& action) {
 
 }  // namespace
 
+bool TryToAppend(const EventView& event) noexcept {
+    EventQueue* const queue = t_side.queue;
+    try {
+        if (queue == nullptr || !queue->TryToPrepare(event)) {
+            return false;
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    if (t_side.bursts == 0) {
+        Publish(*queue);
+    }
+    return true;
+}
+
 Outcome Append(const EventView& event) {
-    return WithQueue([&event](EventQueue& queue) { return AppendTo(queue, event); });
+    return WithQueue([&event](EventQueue& queue) {
+        if (!queue.Prepare(event)) {
+            return Outcome::NoRoom;
+        }
+        // What threads share at their end is never left half done.
+        if (t_side.bursts == 0 || &queue != t_side.queue) {
+            Publish(queue);
+        }
+        return Outcome::Queued;
+    });
+}
+
+bool Show() noexcept {
+    EventQueue* const queue = t_side.queue;
+    if (queue == nullptr || queue->GetPreparedCount() == 0) {
+        return false;
+    }
+    Publish(*queue);
+    return true;
 }
 
 void WaitForRoom() noexcept {
@@ -304,7 +345,7 @@ void UnlockAfterFork() noexcept {
 void StartAnewInChild() noexcept {
     Registry::Get().StartAnewInChild();
     GetLateQueue().queue = nullptr;
-    t_thread.queue = nullptr;
+    t_side.queue = nullptr;
     s_taken.store(s_tickets.load(std::memory_order_relaxed), std::memory_order_relaxed);
 }
 

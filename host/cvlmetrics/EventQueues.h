@@ -22,9 +22,17 @@ enum class Outcome { Queued, NoRoom };
 
 // For the thread that emits.
 
-/// Appends an event to the calling thread's queue. Throws `std::bad_alloc` if that needs memory and
-/// there is none.
+/// `Append`, unless that takes more than to write the event into a queue that is there and has room
+/// for any record. False then, and nothing has happened.
+bool TryToAppend(const EventView& event) noexcept;
+
+/// Appends an event to the calling thread's queue. Within a burst (`Bus::Burst`) it draws its
+/// ticket and is shown with the others, when `Show` is called. Throws `std::bad_alloc` if that
+/// needs memory and there is none.
 Outcome Append(const EventView& event);
+
+/// Shows what the calling thread has appended and not shown yet. Whether there was anything.
+bool Show() noexcept;
 
 /// Sleeps until there may be room in the calling thread's queue, for some milliseconds at most.
 void WaitForRoom() noexcept;

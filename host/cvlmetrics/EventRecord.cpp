@@ -75,94 +75,121 @@ bool IsPlain(const MetricsValue& value) noexcept {
 /// has put; null stands for a value that has no place in a record, or does not fit in.
 class Placer {
 public:
-    explicit Placer(std::byte* end) noexcept : m_end(end) {}
-
-    std::byte* Put(std::byte* to, const EventView& event) const {
-        to = Put(to, event.name);
-        to = to != nullptr ? Put(to, event.value) : nullptr;
+    [[gnu::always_inline]] static std::byte* Put(std::byte* to,
+                                                 const std::byte* end,
+                                                 const EventView& event) {
+        to = Put(to, end, event.name);
+        to = to != nullptr ? Put(to, end, event.value) : nullptr;
         for (const PairView& pair : event.pairs) {
             if (to == nullptr) {
                 break;
             }
-            to = Put(to, pair.name);
-            to = to != nullptr ? Put(to, pair.value) : nullptr;
+            to = Put(to, end, pair.name);
+            to = to != nullptr ? Put(to, end, pair.value) : nullptr;
         }
         return to;
     }
 
 private:
     // What most values are is dealt with where it is asked for.
-    [[gnu::always_inline]] std::byte* Put(std::byte* to, const ValueView& view) const {
-        if (view.GetKind() == ValueView::Kind::Int64) {
-            return PutInteger(to, view.GetInteger());
+    [[gnu::always_inline]] static std::byte* Put(std::byte* to,
+                                                 const std::byte* end,
+                                                 const ValueView& view) {
+        switch (view.GetKind()) {
+            case ValueView::Kind::Int64:
+                return PutInteger(to, end, view.GetInteger());
+            case ValueView::Kind::Shared:
+                return view.GetShared().use_count() == 0 && view.GetShared() != nullptr
+                           ? PutImmortal(to, end, view.GetShared())
+                           : PutOther(to, end, view);
+            case ValueView::Kind::Utf8:
+                return PutText(to, end, view.GetUtf8());
+            default:
+                return PutOther(to, end, view);
         }
-        if (view.GetKind() == ValueView::Kind::Shared && view.GetShared() != nullptr) {
-            return PutShared(to, view.GetShared());
-        }
-        if (view.GetKind() == ValueView::Kind::Utf8) {
-            return PutText(to, view.GetUtf8());
-        }
-        return PutOther(to, view);
     }
 
-    [[gnu::noinline]] std::byte* PutOther(std::byte* to, const ValueView& view) const {
+    [[gnu::noinline]] static std::byte* PutOther(std::byte* to,
+                                                 const std::byte* end,
+                                                 const ValueView& view) {
         switch (view.GetKind()) {
+            case ValueView::Kind::Shared:
+                return PutText(to,
+                               end,
+                               view.GetShared() != nullptr ? std::u16string_view(*view.GetShared())
+                                                           : std::u16string_view());
             case ValueView::Kind::Bool:
-                return PutScalar(to, MetricsValue::MV_Bool, static_cast<uint64>(view.GetInteger()));
+                return PutScalar(
+                    to, end, MetricsValue::MV_Bool, static_cast<uint64>(view.GetInteger()));
             case ValueView::Kind::Double:
                 return PutScalar(
-                    to, MetricsValue::MV_Double, std::bit_cast<uint64>(view.GetReal()));
+                    to, end, MetricsValue::MV_Double, std::bit_cast<uint64>(view.GetReal()));
             case ValueView::Kind::Utf16:
-                return PutText(to, view.GetUtf16());
+                return PutText(to, end, view.GetUtf16());
             case ValueView::Kind::Wide:
-                return PutText(to, TString(view.GetWide()).View());
+                return PutText(to, end, TString(view.GetWide()).View());
             case ValueView::Kind::Value:
-                return Put(to, view.GetValue());
-            default:
-                return PutText(to, std::u16string_view());  // of a string that has never held any
+                return Put(to, end, view.GetValue());
+            case ValueView::Kind::Int64:
+            case ValueView::Kind::Utf8:
+                break;
         }
+        return Put(to, end, view);
     }
 
-    std::byte* Put(std::byte* to, const MetricsValue& value) const noexcept {
+    static std::byte* Put(std::byte* to, const std::byte* end, const MetricsValue& value) noexcept {
         if (!IsPlain(value)) {
             return nullptr;
         }
         switch (value.type) {
             case MetricsValue::MV_Utf8String:
-                return PutShared(to, value.utf8);
+                return PutShared(to, end, value.utf8);
             case MetricsValue::MV_Utf16String:
-                return PutShared(to, value.utf16);
+                return PutShared(to, end, value.utf16);
             case MetricsValue::MV_Int64:
-                return PutInteger(to, value.integer);
+                return PutInteger(to, end, value.integer);
             default:
-                return PutScalar(to, value.type, static_cast<uint64>(value.integer));
+                return PutScalar(to, end, value.type, static_cast<uint64>(value.integer));
         }
     }
 
-    [[gnu::always_inline]] std::byte* PutInteger(std::byte* to, int64 value) const noexcept {
+    [[gnu::always_inline]] static std::byte* PutInteger(std::byte* to,
+                                                        const std::byte* end,
+                                                        int64 value) noexcept {
         const uint64 word = Word(Tag::ShortInteger, static_cast<uint64>(value));
         return static_cast<int64>(word) >> tagBits == value
-                   ? PutWord(to, word)
-                   : PutScalar(to, MetricsValue::MV_Int64, static_cast<uint64>(value));
+                   ? PutWord(to, end, word)
+                   : PutScalar(to, end, MetricsValue::MV_Int64, static_cast<uint64>(value));
     }
 
-    std::byte* PutScalar(std::byte* to, uint32 type, uint64 scalar) const noexcept {
-        to = PutWord(to, Word(Tag::Scalar, type));
-        return to != nullptr ? PutWord(to, scalar) : nullptr;
+    [[gnu::noinline]] static std::byte* PutScalar(std::byte* to,
+                                                  const std::byte* end,
+                                                  uint32 type,
+                                                  uint64 scalar) noexcept {
+        to = PutWord(to, end, Word(Tag::Scalar, type));
+        return to != nullptr ? PutWord(to, end, scalar) : nullptr;
     }
 
     template <class Unit>
-    [[gnu::always_inline]] std::byte* PutShared(std::byte* to,
-                                                const SharedText<Unit>& text) const noexcept {
-        constexpr Tag immortal = isNarrow<Unit> ? Tag::ImmortalUtf8 : Tag::ImmortalUtf16;
-        return text.use_count() == 0
-                   ? PutWord(to,
-                             reinterpret_cast<uint64>(text.get()) | static_cast<uint64>(immortal))
-                   : PutText(to, std::basic_string_view<Unit>(*text));
+    static std::byte* PutShared(std::byte* to,
+                                const std::byte* end,
+                                const SharedText<Unit>& text) noexcept {
+        return text.use_count() == 0 ? PutImmortal(to, end, text)
+                                     : PutText(to, end, std::basic_string_view<Unit>(*text));
     }
 
-    [[gnu::always_inline]] std::byte* PutWord(std::byte* to, uint64 word) const noexcept {
-        if (to == m_end) {
+    template <class Unit>
+    [[gnu::always_inline]] static std::byte* PutImmortal(std::byte* to,
+                                                         const std::byte* end,
+                                                         const SharedText<Unit>& text) noexcept {
+        constexpr Tag tag = isNarrow<Unit> ? Tag::ImmortalUtf8 : Tag::ImmortalUtf16;
+        return PutWord(to, end, reinterpret_cast<uint64>(text.get()) | static_cast<uint64>(tag));
+    }
+
+    [[gnu::always_inline]] static std::byte* PutWord(std::byte* to,
+                                                     const std::byte* end,
+                                                     uint64 word) noexcept {
+        if (to == end) {
             return nullptr;
         }
         std::memcpy(to, &word, sizeof word);
@@ -170,11 +197,12 @@ private:
     }
 
     template <class Unit>
-    std::byte* PutText(std::byte* to, std::basic_string_view<Unit> text) const noexcept {
+    static std::byte* PutText(std::byte* to,
+                              const std::byte* end,
+                              std::basic_string_view<Unit> text) noexcept {
         constexpr Tag tag = isNarrow<Unit> ? Tag::Utf8 : Tag::Utf16;
         const std::size_t bytes = text.size() * sizeof(Unit);
-        const auto left = static_cast<std::size_t>(m_end - to);
-        if (bytes > EventRecord::largest || left < wordBytes + Aligned(bytes)) {
+        if (static_cast<std::size_t>(end - to) < wordBytes + Aligned(bytes)) {
             return nullptr;
         }
         const uint64 word = Word(tag, bytes);
@@ -183,8 +211,6 @@ private:
         cvlsys::CopyShort(to, text.data(), bytes);
         return to + Aligned(bytes);
     }
-
-    std::byte* const m_end;
 };
 
 template <class T>
@@ -305,30 +331,37 @@ std::size_t EventRecord::BytesFor(const EventView& event) {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
     alignas(alignment) std::array<std::byte, largest> place;
     std::byte* const content = place.data() + sizeof(EventRecord);
-    const std::byte* const end = Placer(place.data() + largest).Put(content + sizeof(Fixed), event);
+    const std::byte* const end =
+        Placer::Put(content + sizeof(Fixed), place.data() + largest, event);
     return end != nullptr ? static_cast<std::size_t>(end - place.data()) : boxed;
 }
 
-EventRecord& EventRecord::Write(std::byte* place, std::size_t room, const EventView& event) {
+std::size_t EventRecord::TryWrite(std::byte* place, const EventView& event) {
+    return TryWrite(place, largest, event);
+}
+
+std::size_t EventRecord::TryWrite(std::byte* place, std::size_t room, const EventView& event) {
+    static_assert(offsetof(EventView, id) == offsetof(Fixed, id) &&
+                  offsetof(EventView, time) == offsetof(Fixed, time) &&
+                  offsetof(EventView, wallMicros) == offsetof(Fixed, wallMicros) &&
+                  offsetof(EventView, type) == offsetof(Fixed, type));
     std::byte* const content = place + sizeof(EventRecord);
-    if (room < sizeof(EventRecord) + sizeof(Fixed)) {
-        return WriteBoxed(place, event);
-    }
-    const std::byte* const end =
-        Placer(place + std::min(room, largest)).Put(content + sizeof(Fixed), event);
+    const std::byte* const end = Placer::Put(content + sizeof(Fixed), place + room, event);
     if (end == nullptr) {
-        return WriteBoxed(place, event);
+        return 0;
     }
-    const Fixed fixed{.id = event.id,
-                      .contextId = event.contextId,
-                      .flags = event.flags,
-                      .time = event.time,
-                      .wallSeconds = event.wallSeconds,
-                      .wallMicros = event.wallMicros,
-                      .type = event.type};
-    std::memcpy(content, &fixed, sizeof fixed);
-    return *new (place)
-        EventRecord(static_cast<std::size_t>(end - place), Form::Inline, event.pairs.Size());
+    const auto bytes = static_cast<std::size_t>(end - place);
+    new (place) EventRecord(bytes, Form::Inline, event.pairs.Size());
+    std::memcpy(content, &event, sizeof(Fixed));
+    return bytes;
+}
+
+EventRecord& EventRecord::Write(std::byte* place, std::size_t room, const EventView& event) {
+    if (room >= sizeof(EventRecord) + sizeof(Fixed) &&
+        TryWrite(place, std::min(room, largest), event) != 0) {
+        return *std::launder(reinterpret_cast<EventRecord*>(place));
+    }
+    return WriteBoxed(place, event);
 }
 
 EventRecord& EventRecord::WriteBoxed(std::byte* place, const EventView& event) {

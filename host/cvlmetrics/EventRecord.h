@@ -31,6 +31,10 @@ public:
     /// then.
     static EventRecord& Write(std::byte* place, std::size_t room, const EventView& event);
 
+    /// Writes the record of an event to `place`, where `largest` bytes are free, and says how long
+    /// it is: 0 if it is no event for a place in the queue.
+    static std::size_t TryWrite(std::byte* place, const EventView& event);
+
     /// Writes a record that stands for nothing, to fill the end of a ring.
     static void WriteGap(std::byte* place, std::size_t bytes) noexcept;
 
@@ -71,6 +75,7 @@ private:
           m_pairCount(static_cast<std::uint16_t>(pairCount)),
           m_form(form) {}
 
+    static std::size_t TryWrite(std::byte* place, std::size_t room, const EventView& event);
     static EventRecord& WriteBoxed(std::byte* place, const EventView& event);
 
     std::byte* Content() noexcept { return reinterpret_cast<std::byte*>(this + 1); }

@@ -4,15 +4,30 @@
 #include "ContextAnnouncement.h"
 #include "EventView.h"
 #include "ThreadContexts.h"
+#include "ThreadSide.h"
+
+#include "cvlsys/host/ShortCopy.h"
 
 #include <atomic>
+#include <string_view>
 #include <utility>
 
 namespace Metrics {
 
 namespace {
 
-constinit std::atomic<uint64> s_lastScopeId{0};
+// Threads take ids in batches, so that they do not wait for each other's.
+constexpr uint64 idBatch = 256;
+constinit std::atomic<uint64> s_idsTaken{0};
+
+uint64 NextScopeId() noexcept {
+    ThreadSide& side = t_side;
+    if (side.lastScopeId == side.lastScopeIdOfBatch) {
+        side.lastScopeId = s_idsTaken.fetch_add(idBatch, std::memory_order_relaxed);
+        side.lastScopeIdOfBatch = side.lastScopeId + idBatch;
+    }
+    return ++side.lastScopeId;
+}
 
 /// The part of its events by which consumers know a scope.
 struct ScopeIdentity {
@@ -20,14 +35,17 @@ struct ScopeIdentity {
     uint64 contextId;
     uint64 flags;
 
-    EventView Event(MetricsEventType type, const ValueView& name) const noexcept {
-        EventView event;
-        event.id = id;
-        event.contextId = contextId;
-        event.flags = flags;
-        event.name = name;
-        event.type = type;
-        return event;
+    EventView Event(MetricsEventType type,
+                    const ValueView& name,
+                    const ValueView& value = 0,
+                    PairSpan pairs = {}) const noexcept {
+        return {.id = id,
+                .contextId = contextId,
+                .flags = flags,
+                .type = type,
+                .name = name,
+                .value = value,
+                .pairs = pairs};
     }
 };
 
@@ -41,14 +59,33 @@ void Scope::Close() noexcept {
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
     if (m_open) {
-        EventView event = scope.Event(MetricsEventType::CloseScope, m_name);
+        EventView event = scope.Event(MetricsEventType::CloseScope, Name());
         Bus::EmitFromDestructor(event);
     }
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
-        EventView event = scope.Event(MetricsEventType::PostCloseScope, m_name);
-        event.value = static_cast<uint32>(action);
+        EventView event =
+            scope.Event(MetricsEventType::PostCloseScope, Name(), static_cast<uint32>(action));
         Bus::EmitFromDestructor(event);
     }
+}
+
+// Nothing of the host's runs from the first of these events to the last: they are a burst.
+void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
+    if (!m_open) {
+        return;
+    }
+    if (Bus::Admits(m_flags)) {
+        const Bus::Burst burst;
+        const ScopeIdentity scope{m_id, m_contextId, m_flags};
+        for (const Statement& statement : statements) {
+            EventView event =
+                scope.Event(statement.type, statement.name, statement.value, statement.pairs);
+            Bus::EmitFromDestructor(event);
+        }
+        Close();
+    }
+    m_open = false;
+    m_id = 0;
 }
 
 void Scope::OpenImpl(MetricsValue&& name) {
@@ -75,23 +112,37 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
         m_postCloseActions.clear();
         return;
     }
-    const uint64 id = s_lastScopeId.fetch_add(1, std::memory_order_relaxed) + 1;
+    const uint64 id = NextScopeId();
     m_contextId = context->id;
     if (isAdmitted && !Bus::HasRoomForScope()) {
         Bus::CountRefusedScope();
         m_id = id;
         return;
     }
-    Assign(m_name, name);
+    KeepName(name);
     if (isAdmitted) {
         const ScopeIdentity scope{id, m_contextId, m_flags};
-        EventView event = scope.Event(MetricsEventType::OpenScope, m_name);
-        event.pairs = pairs;
+        EventView event = scope.Event(MetricsEventType::OpenScope, name, 0, pairs);
         Bus::Emit(event);
     }
     // Only now: a scope whose beginning was lost sends no end either.
     m_id = id;
     m_open = true;
+}
+
+void Scope::KeepName(const ValueView& name) {
+    if (name.GetKind() == ValueView::Kind::Utf8 && name.GetUtf8().size() <= shortNameSize) {
+        const std::string_view text = name.GetUtf8();
+        cvlsys::CopyShort(m_shortName, text.data(), text.size());
+        m_shortNameLength = static_cast<unsigned char>(text.size());
+        m_hasShortName = true;
+    } else {
+        Assign(m_name, name);
+    }
+}
+
+ValueView Scope::Name() const noexcept {
+    return m_hasShortName ? ValueView::OfUtf8({m_shortName, m_shortNameLength}) : m_name;
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {
@@ -103,8 +154,7 @@ void Scope::Emit(MetricsEventType type, const ValueView& name, const ValueView& 
         return;
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
-    EventView event = scope.Event(type, name);
-    event.value = value;
+    EventView event = scope.Event(type, name, value);
     Bus::Emit(event);
 }
 
@@ -120,8 +170,7 @@ void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pai
         return;
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
-    EventView event = scope.Event(type, name);
-    event.pairs = pairs;
+    EventView event = scope.Event(type, name, 0, pairs);
     Bus::Emit(event);
 }
 

@@ -11,18 +11,20 @@ using Stack = std::vector<std::shared_ptr<ContextState>>;
 
 // Trivially destructible, so that it can be asked for as long as the thread runs any code; the
 // stack itself goes when the thread's other thread-local objects go.
-struct ThreadSide {
+struct StackOfThread {
     Stack* stack = nullptr;
+    // On top of the stack; null when that is not known.
+    ContextState* top = nullptr;
     bool isTornDown = false;
 };
 
-constinit thread_local ThreadSide t_thread;
+[[gnu::tls_model("initial-exec")]] constinit thread_local StackOfThread t_thread;
 
 class OwnedStack {
 public:
     OwnedStack() noexcept { t_thread.stack = &m_stack; }
 
-    ~OwnedStack() { t_thread = {.stack = nullptr, .isTornDown = true}; }
+    ~OwnedStack() { t_thread = {.stack = nullptr, .top = nullptr, .isTornDown = true}; }
 
     OwnedStack(const OwnedStack&) = delete;
     OwnedStack& operator=(const OwnedStack&) = delete;
@@ -47,7 +49,9 @@ bool HasEnded(const ContextState& context) noexcept {
 
 }  // namespace
 
-ContextState* Current() noexcept {
+namespace {
+
+[[gnu::noinline]] ContextState* FindCurrent() noexcept {
     Stack* const stack = t_thread.stack;
     if (stack == nullptr) {
         return nullptr;
@@ -55,7 +59,15 @@ ContextState* Current() noexcept {
     while (!stack->empty() && HasEnded(*stack->back())) {
         stack->pop_back();
     }
-    return stack->empty() ? nullptr : stack->back().get();
+    t_thread.top = stack->empty() ? nullptr : stack->back().get();
+    return t_thread.top;
+}
+
+}  // namespace
+
+ContextState* Current() noexcept {
+    ContextState* const top = t_thread.top;
+    return top != nullptr && !HasEnded(*top) ? top : FindCurrent();
 }
 
 uint64 CurrentId() noexcept {
@@ -68,6 +80,7 @@ void Push(std::shared_ptr<ContextState> context) {
     if (stack == nullptr) {
         return;
     }
+    t_thread.top = nullptr;
     // What has ended elsewhere goes as well: a thread that never asks for its current context
     // would gather it for ever.
     std::erase_if(*stack, [&](const auto& other) { return other == context || HasEnded(*other); });
@@ -75,6 +88,7 @@ void Push(std::shared_ptr<ContextState> context) {
 }
 
 void Remove(const ContextState& context) noexcept {
+    t_thread.top = nullptr;
     if (t_thread.stack != nullptr) {
         std::erase_if(*t_thread.stack, [&](const auto& other) { return other.get() == &context; });
     }

@@ -15,6 +15,17 @@ int64 Microseconds(const timeval& time) noexcept {
     return int64{time.tv_sec} * 1'000'000 + time.tv_usec;
 }
 
+/// In microseconds; false when they cannot be had.
+[[gnu::noinline]] bool ReadTimes(int64& kernel, int64& user) noexcept {
+    rusage usage{};
+    if (getrusage(RUSAGE_THREAD, &usage) != 0) {
+        return false;
+    }
+    kernel = Microseconds(usage.ru_stime);
+    user = Microseconds(usage.ru_utime);
+    return true;
+}
+
 // A scope that is open across a fork ends in a child whose clocks started again from 0.
 uint32 Saturate(int64 microseconds) noexcept {
     return static_cast<uint32>(
@@ -31,20 +42,19 @@ void SetCpuTrackingEnabled(bool enabled) noexcept {
     s_enabled.store(enabled, std::memory_order_relaxed);
 }
 
+// Nearly every process has no use for the times; then there is next to nothing to do.
 ThreadTimeScope::ThreadTimeScope(ThreadTimeValue& value) noexcept : m_value(value) {
-    rusage usage{};
-    if (GetCpuTrackingEnabled() && getrusage(RUSAGE_THREAD, &usage) == 0) {
-        m_kernelAtStart = Microseconds(usage.ru_stime);
-        m_userAtStart = Microseconds(usage.ru_utime);
-        m_running = true;
+    if (GetCpuTrackingEnabled()) {
+        m_running = ReadTimes(m_kernelAtStart, m_userAtStart);
     }
 }
 
 ThreadTimeScope::~ThreadTimeScope() {
-    rusage usage{};
-    if (m_running && getrusage(RUSAGE_THREAD, &usage) == 0) {
-        m_value.kernel = Saturate(Microseconds(usage.ru_stime) - m_kernelAtStart);
-        m_value.user = Saturate(Microseconds(usage.ru_utime) - m_userAtStart);
+    int64 kernel = 0;
+    int64 user = 0;
+    if (m_running && ReadTimes(kernel, user)) {
+        m_value.kernel = Saturate(kernel - m_kernelAtStart);
+        m_value.user = Saturate(user - m_userAtStart);
     }
 }
 

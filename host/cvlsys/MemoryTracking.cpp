@@ -14,11 +14,15 @@ namespace corvala::memory {
 namespace {
 
 constinit std::atomic<MemoryTrackingMode> s_mode{MemoryTrackingOff};
-constinit std::atomic<uint64> s_lastOrderingId{0};
+// Threads take ids in batches, so that they do not wait for each other's.
+constexpr uint64 idBatch = 256;
+constinit std::atomic<uint64> s_orderingIdsTaken{0};
 
 struct ThreadState {
     ThreadMemoryCounters* current = nullptr;
     uint32 uncharged = 0;
+    uint64 lastOrderingId = 0;
+    uint64 lastOrderingIdOfBatch = 0;
 };
 
 CVLSYS_FAST_THREAD_LOCAL ThreadState t_state;
@@ -122,16 +126,25 @@ ThreadMemoryCounters* SwapPopMemoryCounters(ThreadMemoryCounters* frame) noexcep
 }
 
 uint64 GetNextOrderingId() noexcept {
-    return s_lastOrderingId.fetch_add(1, std::memory_order_relaxed) + 1;
+    ThreadState& state = t_state;
+    if (state.lastOrderingId == state.lastOrderingIdOfBatch) {
+        state.lastOrderingId = s_orderingIdsTaken.fetch_add(idBatch, std::memory_order_relaxed);
+        state.lastOrderingIdOfBatch = state.lastOrderingId + idBatch;
+    }
+    return ++state.lastOrderingId;
 }
 
 MemoryCounter::~MemoryCounter() = default;
 
 void MemoryCounter::Fold(const ThreadMemoryCounters& frame, uint64 base) noexcept {
-    m_allocated += frame.allocated;
-    m_allocatedCount = AddSaturating(m_allocatedCount, frame.allocatedCount);
-    m_deallocated += frame.deallocated;
-    m_deallocatedCount = AddSaturating(m_deallocatedCount, frame.deallocatedCount);
+    const uint64 anything =
+        frame.allocated | frame.allocatedCount | frame.deallocated | frame.deallocatedCount;
+    if (anything != 0) {
+        m_allocated += frame.allocated;
+        m_allocatedCount = AddSaturating(m_allocatedCount, frame.allocatedCount);
+        m_deallocated += frame.deallocated;
+        m_deallocatedCount = AddSaturating(m_deallocatedCount, frame.deallocatedCount);
+    }
     m_peakUsed = std::max(m_peakUsed, Signed(base + static_cast<uint64>(frame.peakInUse)));
 }
 

@@ -65,6 +65,91 @@ TEST_F(MetricsAsynchronousTest, EventsArriveInOrderOnAThreadOfTheBus) {
                             "post-close query 0"));
 }
 
+TEST_F(MetricsAsynchronousTest, WhatAScopeSaysAtItsEndArrivesInOrderBeforeTheEnd) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const CurrentContext context;
+    Scope scope(flagTracing);
+    scope.OpenImpl("query");
+    const Metrics::PairView figures[] = {{"bytes", 5}, {"calls", 1}};
+
+    scope.Finish({{MetricsEventType::NameValue, "tid", 7},
+                  {MetricsEventType::NameValuePairs, "memory", Metrics::PairSpan(figures, 2)}});
+    const bool isOpen = scope.IsOpen();
+    scope.Finish({{MetricsEventType::NameValue, "late", 1}});
+    FlushAll();
+
+    EXPECT_FALSE(isOpen);
+    const std::vector<std::string> all = m_listener->DescriptionsOf(context.Id());
+    const std::vector<std::string> ofScope(all.size() < 4 ? all.begin() : all.end() - 4, all.end());
+    EXPECT_THAT(
+        ofScope,
+        ElementsAre("open query", "value tid=7", "list memory(bytes=5, calls=1)", "close query"));
+}
+
+TEST_F(MetricsAsynchronousTest, MoreAtTheEndOfAScopeThanTheQueueHoldsWaitsForRoom) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    std::atomic<uint64> arrived{0};
+    m_listener->reaction = [&arrived](const MetricsEvent& event) {
+        arrived += event.type == MetricsEventType::NameValue ? 1 : 0;
+    };
+
+    OnAnotherThread([] {
+        const CurrentContext context;
+        const std::string text(3000, 'x');
+        ASSERT_GT(14 * text.size(), 2 * smallQueue);
+        Scope scope(flagTracing);
+        scope.OpenImpl("query");
+        const Scope::Statement statement(MetricsEventType::NameValue, "text", text);
+        scope.Finish({statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement,
+                      statement});
+    });
+    FlushAll();
+
+    EXPECT_EQ(arrived, 14U);
+}
+
+TEST_F(MetricsAsynchronousTest, WhatAConsumerKeepsOfAnEventStaysAsItWas) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_listener->events.clear();
+
+    Scope scope(flagTracing);
+    scope.OpenImpl("query");
+    for (const char* const text : {"one", "two", "a text that is longer than most", "six"}) {
+        scope.EmitImpl(MetricsEventType::NameValue, "text", text);
+        scope.EmitImpl(MetricsEventType::NameValue, u"wide", Metrics::MetricsValue(TString(text)));
+        FlushAll();
+    }
+
+    std::vector<std::string> texts = m_listener->DescriptionsOf(context.Id());
+    texts.erase(std::remove_if(texts.begin(),
+                               texts.end(),
+                               [](const std::string& text) { return text.rfind("value", 0) != 0; }),
+                texts.end());
+    EXPECT_THAT(texts,
+                ElementsAre("value text=one",
+                            "value wide=one",
+                            "value text=two",
+                            "value wide=two",
+                            "value text=a text that is longer than most",
+                            "value wide=a text that is longer than most",
+                            "value text=six",
+                            "value wide=six"));
+}
+
 TEST_F(MetricsAsynchronousTest, AnEventIsStampedWhenItIsEmitted) {
     const Subscription subscription(*m_listener, flagTracing, false);
     HoldConsumer();

@@ -1,5 +1,6 @@
 #include "tarn/ActivityContext.h"
 
+#include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
 
 #include "tarn/MonitorUUIDGenerator.h"
@@ -46,6 +47,14 @@ ActivityContext::ActivityContext(TString requestId,
       m_sponsorId(std::move(sponsorId)),
       m_traceDepth(traceDepth),
       m_serviceDepth(serviceDepth) {}
+
+ActivityContext::ActivityContext(const ChildOf& child)
+    : m_requestId(NoText()),
+      m_activityId(NewTarnId()),
+      m_rootId(child.parent.m_rootId),
+      m_sponsorId(child.parent.m_activityId),
+      m_traceDepth(child.traceDepth),
+      m_serviceDepth(child.serviceDepth) {}
 
 TString ActivityContext::NewTarnId() {
     return OptTarn::GetIsForegroundThreadContextEnabled()

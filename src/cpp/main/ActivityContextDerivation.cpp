@@ -1,7 +1,8 @@
 #include "ActivityContextDerivation.h"
 
+#include "ContextAllocator.h"
+
 #include "tarn/OptTarn.h"
-#include "tarn/TarnMetricsUtils.h"
 
 #include "cvlsys/IntegerTypes.h"
 
@@ -15,31 +16,25 @@ int OneDeeper(int depth) {
 
 }  // namespace
 
-std::shared_ptr<ActivityContext> DeriveActivityContext(
-    const ActivityContextInitializer& initializer, TraceType type) {
-    if (initializer.parent == nullptr) {
-        return std::make_shared<ActivityContext>();
+std::shared_ptr<ActivityContext> DeriveActivityContext(const ActivityContext* parent,
+                                                       bool adopt,
+                                                       TraceType type) {
+    const ContextAllocator<ActivityContext> allocator;
+    if (parent == nullptr) {
+        return std::allocate_shared<ActivityContext>(allocator);
     }
-    const ActivityContext& parent = *initializer.parent;
-    if (initializer.adopt) {
-        return std::make_shared<ActivityContext>(parent.GetRequestId(),
-                                                 parent.GetRootId(),
-                                                 parent.GetActivityId(),
-                                                 parent.GetSponsorId(),
-                                                 parent.GetTraceDepth(),
-                                                 parent.GetServiceDepth());
+    if (adopt) {
+        return std::allocate_shared<ActivityContext>(allocator, *parent);
     }
     const bool countsInDepths =
         type != TraceType::Transparent || OptTarn::GetShouldLogTransparent();
-    const int traceDepth = parent.GetTraceDepth();
-    const int serviceDepth = parent.GetServiceDepth();
-    return std::make_shared<ActivityContext>(
-        TarnMetricsUtils::DefaultStringAttributeValue(),
-        parent.GetRootId(),
-        ActivityContext::NewTarnId(),
-        parent.GetActivityId(),
-        countsInDepths ? OneDeeper(traceDepth) : traceDepth,
-        countsInDepths ? OneDeeper(serviceDepth) : serviceDepth);
+    const int traceDepth = parent->GetTraceDepth();
+    const int serviceDepth = parent->GetServiceDepth();
+    return std::allocate_shared<ActivityContext>(
+        allocator,
+        ActivityContext::ChildOf{*parent,
+                                 countsInDepths ? OneDeeper(traceDepth) : traceDepth,
+                                 countsInDepths ? OneDeeper(serviceDepth) : serviceDepth});
 }
 
 }  // namespace tarn

@@ -12,7 +12,6 @@
 
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlsys/CorvalaException.h"
-#include "cvlsys/TSystem.h"
 
 #include <exception>
 #include <memory>
@@ -143,7 +142,10 @@ ActivityScope::ActivityScope(const char* name,
     const Metrics::NameValueList pairs = std::move(attributes);
     if (TurnOn(name)) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name), PairBuffer(pairs).Span(), initializer);
+        BeginScope(NameOrEmpty(name),
+                   PairBuffer(pairs).Span(),
+                   initializer.parent.get(),
+                   initializer.adopt);
         InitializeResourceTracking();
     }
 }
@@ -158,10 +160,7 @@ ActivityScope::~ActivityScope() noexcept {
     Attempt([this] { ReportEarlyTermination(); });
     Attempt([this] { ReleaseResources(); });
     Attempt([this] { LeaveActivityContext(); });
-    Attempt([this] { EmitThreadId(); });
-    if (m_trackResources) {
-        Attempt([this] { EmitResourceStats(); });
-    }
+    FinishMetricsScope();
 }
 
 bool ActivityScope::TurnOn(const char* name) {
@@ -190,7 +189,7 @@ void ActivityScope::BeginScope(const char* name, Metrics::PairSpan attributes) {
     }
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
         BeginScope(
-            name, attributes, {ThreadActivityRegistry::GetInstance().GetCurrentContext(), false});
+            name, attributes, ThreadActivityRegistry::GetInstance().PeekCurrentContext(), false);
     } else {
         OpenMetricsScope(name, attributes);
     }
@@ -198,7 +197,8 @@ void ActivityScope::BeginScope(const char* name, Metrics::PairSpan attributes) {
 
 void ActivityScope::BeginScope(const char* name,
                                Metrics::PairSpan attributes,
-                               const ActivityContextInitializer& initializer) {
+                               const ActivityContext* parent,
+                               bool adopt) {
     if (m_off) {
         return;
     }
@@ -206,7 +206,7 @@ void ActivityScope::BeginScope(const char* name,
         OpenMetricsScope(name, attributes);
         return;
     }
-    m_activityContext = DeriveActivityContext(initializer, m_traits.type);
+    m_activityContext = DeriveActivityContext(parent, adopt, m_traits.type);
     ThreadActivityRegistry::GetInstance().Push(m_activityContext);
     if (OptTarn::GetShouldLogForegroundActivity()) {
         ForegroundActivityLog::WriteContext(u"Register", TString(name), m_activityContext.get());
@@ -227,17 +227,13 @@ void ActivityScope::OpenMetricsScopeWithContext(const char* name,
                                                 Metrics::PairSpan attributes,
                                                 const ActivityContext& context) {
     const TokenStrings& tokens = Tokens();
-    const TString rootId = context.GetRootId();
-    const TString activityId = context.GetActivityId();
-    const TString sponsorId = context.GetSponsorId();
-    const TString requestId = context.GetRequestId();
     PairBuffer pairs(attributes, 6);
-    pairs.Add({tokens.traceDepthAttr, context.GetTraceDepth()});
-    pairs.Add({tokens.serviceDepthAttr, context.GetServiceDepth()});
-    pairs.Add({tokens.foregroundRootAttr, rootId});
-    pairs.Add({tokens.activityIdAttr, activityId});
-    pairs.Add({tokens.sponsorActivityIdAttr, sponsorId});
-    pairs.Add({tokens.ridAttr, requestId});
+    pairs.Add(tokens.traceDepthAttr, context.m_traceDepth);
+    pairs.Add(tokens.serviceDepthAttr, context.m_serviceDepth);
+    pairs.Add(tokens.foregroundRootAttr, context.m_rootId);
+    pairs.Add(tokens.activityIdAttr, context.m_activityId);
+    pairs.Add(tokens.sponsorActivityIdAttr, context.m_sponsorId);
+    pairs.Add(tokens.ridAttr, context.m_requestId);
     m_scope.Open(name, pairs.Span());
 }
 
@@ -252,12 +248,6 @@ void ActivityScope::LeaveActivityContext() {
         });
     }
     ThreadActivityRegistry::GetInstance().Remove(m_activityContext);
-}
-
-void ActivityScope::EmitThreadId() {
-    if (m_scope.IsOpen()) {
-        m_scope.Emit(Metrics::MetricsEventType::NameValue, Tokens().tidAttr, TSystem::ThreadID());
-    }
 }
 
 void ActivityScope::AttachToThread() {

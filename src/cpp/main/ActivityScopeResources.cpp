@@ -4,10 +4,19 @@
 
 #include "tarn/ActivityScope.h"
 
+#include "cvlsys/TSystem.h"
+
+#include <cstddef>
+
 namespace tarn {
 namespace {
 
 constexpr const char* sourceFile = "src/cpp/main/ActivityScope";
+
+template <std::size_t size>
+Metrics::PairSpan SpanOf(const Metrics::PairView (&pairs)[size]) noexcept {
+    return {pairs, size};
+}
 
 }  // namespace
 
@@ -31,41 +40,42 @@ void ActivityScope::ReleaseResources() {
     m_cpuScope.End();
 }
 
-void ActivityScope::EmitResourceStats() {
-    if (m_off || !m_scope.IsOpen()) {
+// The thread's id, the figures, memory before processor time, and the end. The end event always
+// carries both allocation figures: zeroes when nothing is tracked.
+void ActivityScope::FinishMetricsScope() noexcept {
+    if (!m_scope.IsOpen()) {
         return;
     }
+    using Metrics::MetricsEventType;
+    constexpr auto list = MetricsEventType::NameValuePairs;
     const TokenStrings& tokens = Tokens();
+    const Metrics::Scope::Statement thread(
+        MetricsEventType::NameValue, tokens.tidAttr, TSystem::ThreadID());
+    if (!m_trackResources) {
+        m_scope.Finish({thread});
+        return;
+    }
+    const Metrics::PairView cpuFigures[] = {{tokens.cpuTimeKernelInclusiveAttr, m_cpuTime.kernel},
+                                            {tokens.cpuTimeUserInclusiveAttr, m_cpuTime.user}};
+    const Metrics::Scope::Statement cpu(list, tokens.cpuAttrsName, SpanOf(cpuFigures));
 
-    // The end event always carries both allocation figures: zeroes when nothing is tracked.
-    uint64 allocated = 0;
-    uint32 allocatedCount = 0;
     const auto mode = corvala::memory::GetMemoryTrackingMode();
-    if (mode == corvala::memory::MemoryTrackingAllocations ||
-        mode == corvala::memory::MemoryTrackingAll) {
-        allocated = m_memoryCounter.Allocated();
-        allocatedCount = m_memoryCounter.AllocatedCount();
-    }
-    constexpr auto list = Metrics::MetricsEventType::NameValuePairs;
     if (mode == corvala::memory::MemoryTrackingAll) {
-        m_scope.MultiEmit(
-            list,
-            tokens.memoryAttrsName,
-            {{tokens.deallocatedInclusiveAttr, m_memoryCounter.Deallocated()},
-             {tokens.deallocatedCountInclusiveAttr, m_memoryCounter.DeallocatedCount()},
-             {tokens.allocatedPeakAttr, m_memoryCounter.AllocatedPeakUsed()},
-             {tokens.allocatedInclusiveAttr, allocated},
-             {tokens.allocatedCountInclusiveAttr, allocatedCount}});
+        const Metrics::PairView figures[] = {
+            {tokens.deallocatedInclusiveAttr, m_memoryCounter.Deallocated()},
+            {tokens.deallocatedCountInclusiveAttr, m_memoryCounter.DeallocatedCount()},
+            {tokens.allocatedPeakAttr, m_memoryCounter.AllocatedPeakUsed()},
+            {tokens.allocatedInclusiveAttr, m_memoryCounter.Allocated()},
+            {tokens.allocatedCountInclusiveAttr, m_memoryCounter.AllocatedCount()}};
+        m_scope.Finish({thread, {list, tokens.memoryAttrsName, SpanOf(figures)}, cpu});
     } else {
-        m_scope.MultiEmit(list,
-                          tokens.memoryAttrsName,
-                          {{tokens.allocatedInclusiveAttr, allocated},
-                           {tokens.allocatedCountInclusiveAttr, allocatedCount}});
+        const bool isTracking = mode == corvala::memory::MemoryTrackingAllocations;
+        const Metrics::PairView figures[] = {
+            {tokens.allocatedInclusiveAttr, isTracking ? m_memoryCounter.Allocated() : 0},
+            {tokens.allocatedCountInclusiveAttr,
+             isTracking ? m_memoryCounter.AllocatedCount() : 0}};
+        m_scope.Finish({thread, {list, tokens.memoryAttrsName, SpanOf(figures)}, cpu});
     }
-    m_scope.MultiEmit(list,
-                      tokens.cpuAttrsName,
-                      {{tokens.cpuTimeKernelInclusiveAttr, m_cpuTime.kernel},
-                       {tokens.cpuTimeUserInclusiveAttr, m_cpuTime.user}});
 }
 
 }  // namespace tarn

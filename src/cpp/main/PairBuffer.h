@@ -21,6 +21,7 @@ public:
             m_many.reset(static_cast<Metrics::PairView*>(
                 ::operator new((count + more) * sizeof(Metrics::PairView))));
             m_first = m_many.get();
+            m_end = m_first;
         }
         for (const auto& pair : pairs) {
             Add(pair);
@@ -32,11 +33,18 @@ public:
     ~PairBuffer() = default;
 
     void Add(const Metrics::PairView& pair) noexcept {
-        new (static_cast<void*>(m_first + m_size)) Metrics::PairView(pair);
-        ++m_size;
+        new (static_cast<void*>(m_end)) Metrics::PairView(pair);
+        ++m_end;
     }
 
-    Metrics::PairSpan Span() const noexcept { return {m_first, m_size}; }
+    void Add(const Metrics::ValueView& name, const Metrics::ValueView& value) noexcept {
+        new (static_cast<void*>(m_end)) Metrics::PairView(name, value);
+        ++m_end;
+    }
+
+    Metrics::PairSpan Span() const noexcept {
+        return {m_first, static_cast<std::size_t>(m_end - m_first)};
+    }
 
 private:
     static constexpr std::size_t few = 24;
@@ -48,7 +56,7 @@ private:
     alignas(Metrics::PairView) std::byte m_few[few * sizeof(Metrics::PairView)];
     std::unique_ptr<Metrics::PairView, Free> m_many;
     Metrics::PairView* m_first = reinterpret_cast<Metrics::PairView*>(m_few);
-    std::size_t m_size = 0;
+    Metrics::PairView* m_end = m_first;
 };
 
 }  // namespace tarn

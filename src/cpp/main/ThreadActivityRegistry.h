@@ -3,7 +3,6 @@
 #include "tarn/ActivityContext.h"
 
 #include <cstddef>
-#include <list>
 #include <memory>
 #include <unordered_map>
 
@@ -16,36 +15,61 @@ class ThreadActivityRegistry {
 public:
     /// Contexts in the order in which they became current, each at most once; any of them can
     /// leave. All operations take constant time on average.
+    ///
+    /// Nearly always a new context comes and the one on top leaves, and neither is searched for.
+    /// The index is for the others: it knows the contexts that were there at the last search.
     class ContextStack {
     public:
-        /// Null when the stack is empty.
-        std::shared_ptr<ActivityContext> Top() const;
+        ContextStack() noexcept = default;
+        ~ContextStack();
+        ContextStack(const ContextStack&) = delete;
+        ContextStack& operator=(const ContextStack&) = delete;
+
+        /// Null when the stack is empty. The reference is good until the stack changes.
+        const std::shared_ptr<ActivityContext>& Top() const noexcept;
 
         /// Puts the context on top; one that is there already moves up.
         void Push(const std::shared_ptr<ActivityContext>& context);
 
-        void Remove(const std::shared_ptr<ActivityContext>& context);
+        void Remove(const std::shared_ptr<ActivityContext>& context) noexcept;
 
-        std::size_t Size() const noexcept { return m_order.size(); }
+        std::size_t Size() const noexcept { return m_size; }
 
     private:
-        using Order = std::list<std::shared_ptr<ActivityContext>>;
+        /// Holds its context alive.
+        struct Entry {
+            std::shared_ptr<ActivityContext> context;
+            Entry* below = nullptr;
+            Entry* above = nullptr;
+        };
 
-        using Index = std::unordered_map<std::shared_ptr<ActivityContext>, Order::iterator>;
+        void Link(Entry& entry) noexcept;
+        void Unlink(Entry& entry) noexcept;
+        Entry& TakeSpare();
+        void MakeSpare(Entry& entry) noexcept;
 
-        // Both hold the contexts alive; the back of the order is the top.
-        Index m_index;
-        Order m_order;
+        Entry* Find(const ActivityContext* context) noexcept;
+        bool BringIndexUpToDate() noexcept;
 
-        // The nodes of the last context that left, for the next one that comes: most scopes are
-        // alone on their level and would otherwise allocate both anew.
-        Index::node_type m_spareIndexNode;
-        Order m_spareOrderNode;
+        Entry* m_top = nullptr;
+        std::size_t m_size = 0;
+
+        // So many entries are not in the index: the topmost ones, unless memory ran out.
+        std::size_t m_notIndexed = 0;
+        std::unordered_map<const ActivityContext*, Entry*> m_index;
+
+        // Entries of contexts that have left, for the next ones that come, linked by `below`.
+        Entry* m_spare = nullptr;
+        std::size_t m_spareCount = 0;
     };
 
     static ThreadActivityRegistry& GetInstance();
 
     std::shared_ptr<ActivityContext> GetCurrentContext() const;
+
+    /// As `GetCurrentContext`, without a share in it: good until the calling thread's stack
+    /// changes.
+    const ActivityContext* PeekCurrentContext() const;
 
     /// Null is ignored. Throws `std::length_error` when the stack cannot grow.
     void Push(const std::shared_ptr<ActivityContext>& context);
@@ -57,7 +81,7 @@ public:
     std::size_t GetDepth() const;
 
 private:
-    ThreadActivityRegistry() = default;
+    constexpr ThreadActivityRegistry() noexcept = default;
 };
 
 }  // namespace tarn

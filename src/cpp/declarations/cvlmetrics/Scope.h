@@ -5,6 +5,8 @@
 #include "cvlmetrics/ValueView.h"
 #include "cvlsys/IntegerTypes.h"
 
+#include <cstddef>
+#include <initializer_list>
 #include <list>
 
 namespace Metrics {
@@ -44,6 +46,30 @@ public:
     void Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const;
     void MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const;
 
+    /// Something to say of a scope: one value, or a list.
+    struct Statement {
+        MetricsEventType type;
+        ValueView name;
+        ValueView value;
+        PairSpan pairs;
+
+        Statement(MetricsEventType typeOfEvent, ValueView nameOfValue, ValueView itsValue) noexcept
+            : type(typeOfEvent),
+              name(nameOfValue),
+              value(itsValue) {}
+
+        Statement(MetricsEventType typeOfEvent, ValueView nameOfList, PairSpan list) noexcept
+            : type(typeOfEvent),
+              name(nameOfList),
+              value(0),
+              pairs(list) {}
+    };
+
+    /// Emits what is left to say, each as `Emit` or `MultiEmit` would, and ends the scope as its
+    /// destructor would; does nothing while it is not open. An event for which there is no memory
+    /// is lost. A host may take it all in one go: nothing else happens on the thread in between.
+    void Finish(std::initializer_list<Statement> statements) noexcept;
+
     /// Replaces the actions to send after the close. Dropped when the scope is not open then.
     void SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions);
 
@@ -55,11 +81,19 @@ private:
     // Called once, of a scope that was given an id.
     void Close() noexcept;
 
+    void KeepName(const ValueView& name);
+    ValueView Name() const noexcept;
+
     // Stands first: the scope-live flag is the leading byte.
     bool m_open = false;
     uint64 m_flags;
     uint64 m_id = 0;
     uint64 m_contextId = 0;
+    // The name comes again with the end. A host may keep short ones in here.
+    static constexpr std::size_t shortNameSize = 30;
+    [[maybe_unused]] bool m_hasShortName = false;
+    [[maybe_unused]] unsigned char m_shortNameLength = 0;
+    [[maybe_unused]] char m_shortName[shortNameSize];
     MetricsValue m_name;
     std::list<MetricsCloseScopeActions> m_postCloseActions;
 };

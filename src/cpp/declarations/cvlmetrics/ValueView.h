@@ -63,6 +63,15 @@ public:
 
     // NOLINTEND(google-explicit-constructor)
 
+    /// UTF-8 that need not end in a NUL.
+    static ValueView OfUtf8(std::string_view text) noexcept {
+        ValueView view(0);
+        view.m_kind = Kind::Utf8;
+        view.m_size = text.size();
+        view.m_utf8 = text.data();
+        return view;
+    }
+
     Kind GetKind() const noexcept { return m_kind; }
 
     /// Of `Int64` and `Bool`.

@@ -49,7 +49,7 @@ CVLSYS_API ThreadMemoryCounters* SwapPushMemoryCounters(ThreadMemoryCounters* fr
 /// popped frame is added to `frame`. Returns the frame that was taken off.
 CVLSYS_API ThreadMemoryCounters* SwapPopMemoryCounters(ThreadMemoryCounters* frame) noexcept;
 
-/// A number that is larger at every call, process-wide.
+/// A number that is larger at every call of a thread, and that no other thread of the process gets.
 CVLSYS_API uint64 GetNextOrderingId() noexcept;
 
 /// Sums of finished frames. One thread at a time.

@@ -24,6 +24,15 @@ public:
                     int traceDepth,
                     int serviceDepth);
 
+    /// A child: a new id under the same root, sponsored by the parent, request id "-".
+    struct ChildOf {
+        const ActivityContext& parent;
+        int traceDepth;
+        int serviceDepth;
+    };
+
+    explicit ActivityContext(const ChildOf& child);
+
     TString GetRequestId() const { return m_requestId; }
 
     TString GetActivityId() const { return m_activityId; }
@@ -44,6 +53,8 @@ public:
     static TString NewTarnId();
 
 private:
+    friend class ActivityScope;
+
     const TString m_requestId;
     const TString m_activityId;
     const TString m_rootId;

@@ -126,7 +126,8 @@ private:
 
     void BeginScope(const char* name,
                     Metrics::PairSpan attributes,
-                    const ActivityContextInitializer& initializer);
+                    const ActivityContext* parent,
+                    bool adopt);
     void BeginScope(const char* name, Metrics::PairSpan attributes);
     void OpenMetricsScope(const char* name, Metrics::PairSpan attributes);
     void OpenMetricsScopeWithContext(const char* name,
@@ -135,7 +136,6 @@ private:
     void LeaveActivityContext();
     void ReportEarlyTermination();
     void ReleaseResources();
-    void EmitThreadId();
 
     void AddToScope(Metrics::PairSpan attributes);
     void AddLogToScope(Metrics::PairSpan attributes);
@@ -143,7 +143,7 @@ private:
     void SetCustomContext(Metrics::NameValueList&& attributes);
 
     void InitializeResourceTracking();
-    void EmitResourceStats();
+    void FinishMetricsScope() noexcept;
 
     static std::unique_ptr<Metrics::Context, Metrics::Context_deleter>
     CreateMetricsContextIfOneDoesNotAlreadyExist();

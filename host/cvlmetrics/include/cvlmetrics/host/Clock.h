@@ -16,7 +16,8 @@ struct ClockReading {
 /// threads call it, and must not emit anything itself.
 using ClockFunction = ClockReading (*)() noexcept;
 
-/// The system's monotonic clock and its wall clock.
+/// The system's monotonic clock and its wall clock. A wall clock that is set shows a millisecond
+/// later at most.
 CVLMETRICS_API ClockReading ReadDefaultClock() noexcept;
 
 /// The clock that stamps the events: the default one, or what `SetClock` has put in its place.

@@ -21,21 +21,23 @@ inline void CopyShort(void* to, const void* from, std::size_t bytes) noexcept {
         std::memcpy(target, &first, sizeof first);
         std::memcpy(target + bytes - sizeof last, &last, sizeof last);
     };
-    if (bytes > mostBytes) {
-        std::memcpy(to, from, bytes);
-    } else if (bytes > piece) {
+    if (bytes <= piece) {
+        if (bytes >= sizeof(uint64)) {
+            copyEnds(uint64{});
+        } else if (bytes >= sizeof(uint32)) {
+            copyEnds(uint32{});
+        } else {
+            for (std::size_t i = 0; i < bytes; ++i) {
+                target[i] = source[i];
+            }
+        }
+    } else if (bytes <= mostBytes) {
         for (std::size_t done = 0; done + piece < bytes; done += piece) {
             std::memcpy(target + done, source + done, piece);
         }
         std::memcpy(target + bytes - piece, source + bytes - piece, piece);
-    } else if (bytes >= sizeof(uint64)) {
-        copyEnds(uint64{});
-    } else if (bytes >= sizeof(uint32)) {
-        copyEnds(uint32{});
     } else {
-        for (std::size_t i = 0; i < bytes; ++i) {
-            target[i] = source[i];
-        }
+        std::memcpy(to, from, bytes);
     }
 }
 
