@@ -61,7 +61,7 @@ EventShape::EventShape(const GatheredFields& event) {
     m_text += R"(,"body":)";
     WriteObject(event, EventBuilder::ObjectId::Body);
     m_end = m_text.size();
-    m_text.append(LineText::slack, '\0');
+    m_text.append(LineText::Cursor::slack, '\0');
 }
 
 void EventShape::WriteHead(const GatheredFields& event, const TString& name) {

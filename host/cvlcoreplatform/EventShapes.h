@@ -17,7 +17,7 @@ namespace cvlcoreplatform {
 
 /// The objects, names and constants of an event, as one event after another has them: in which
 /// order its other values are written, and all that stands between them. Behind all texts, there
-/// are `LineText::slack` bytes more.
+/// are `LineText::Cursor::slack` bytes more.
 class EventShape {
 public:
     /// A value, and what stands in front of it.

@@ -196,20 +196,33 @@ void JsonLine::WriteObject(const TLog::Object& object, int depth) {
     m_fields.resize(first);
 }
 
-inline void JsonLine::WriteGathered(TLog::GatheredText text) {
-    if (text.IsPlain()) {
-        m_line.AppendPaddedText(text.Plain());
-    } else {
-        m_line.AppendText(text.Units());
+void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
+    using Kind = TLog::GatheredField::Kind;
+    m_line.Append(R"(,"event":)");
+    m_line.AppendText(event.GetName().View());
+    WriteProcessAndThread(event.processId, event.threadId);
+    const EventShape& shape = m_shapes.Get(event);
+    LineText::Cursor cursor(m_line);
+    for (const EventShape::Step& step : shape.GetSteps()) {
+        cursor.Append(shape.Before(step));
+        const TLog::GatheredField& field = event.GetFields()[step.field];
+        if (field.kind == Kind::Text && field.text.IsPlain()) {
+            cursor.AppendText(field.text.Plain());
+        } else {
+            cursor.Pause();
+            WriteField(event, field);
+            cursor.Resume();
+        }
     }
+    cursor.Append(shape.AfterAll());
+    cursor.Pause();
 }
 
-inline void JsonLine::WriteField(const TLog::GatheredFields& event,
-                                 const TLog::GatheredField& field) {
+void JsonLine::WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field) {
     using Kind = TLog::GatheredField::Kind;
     switch (field.kind) {
         case Kind::Text:
-            WriteGathered(field.text);
+            m_line.AppendText(field.text.Units());
             break;
         case Kind::Integer:
             m_line.AppendNumber(field.integer);
@@ -227,18 +240,6 @@ inline void JsonLine::WriteField(const TLog::GatheredFields& event,
         case Kind::Object:
             break;  // stands in the event's shape
     }
-}
-
-void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
-    m_line.Append(R"(,"event":)");
-    m_line.AppendText(event.GetName().View());
-    WriteProcessAndThread(event.processId, event.threadId);
-    const EventShape& shape = m_shapes.Get(event);
-    for (const EventShape::Step& step : shape.GetSteps()) {
-        m_line.AppendPadded(shape.Before(step));
-        WriteField(event, event.GetFields()[step.field]);
-    }
-    m_line.AppendPadded(shape.AfterAll());
 }
 
 void JsonLine::WriteLiteral(const TLog::Literal& literal) {

@@ -55,7 +55,6 @@ private:
     void WriteObject(const TLog::Object& object, int depth);
     void WriteArray(const TLog::Array& array, int depth);
     void WriteGathered(const TLog::GatheredFields& event);
-    void WriteGathered(TLog::GatheredText text);
     void WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field);
 
     LineText m_line;

@@ -91,8 +91,11 @@ void LineText::AppendFraction(uint32 microseconds) {
     constexpr std::size_t digits = 6;
     char* const to = Room(digits + 1);
     to[0] = '.';
-    for (std::size_t i = digits; i != 0; --i, microseconds /= 10) {
-        to[i] = static_cast<char>('0' + microseconds % 10);
+    // Two digits at a time.
+    for (std::size_t i = digits - 1; i < digits; i -= 2, microseconds /= 100) {
+        const uint32 pair = microseconds % 100;
+        to[i] = static_cast<char>('0' + pair / 10);
+        to[i + 1] = static_cast<char>('0' + pair % 10);
     }
     m_length += digits + 1;
 }

@@ -29,6 +29,8 @@ public:
 /// of a value written perhaps.
 class LineText {
 public:
+    class Cursor;
+
     LineText() = default;
     LineText(const LineText&) = delete;
     LineText& operator=(const LineText&) = delete;
@@ -40,8 +42,6 @@ public:
 
     /// Gives the memory back.
     void Release() noexcept;
-
-    static constexpr std::size_t slack = 16;
 
     /// As they are.
     void Append(std::string_view characters) {
@@ -57,23 +57,6 @@ public:
 
     /// In quotation marks. A lone surrogate becomes U+FFFD.
     void AppendText(std::u16string_view text);
-
-    /// As they are; behind them, at least `slack` more bytes may be read.
-    void AppendPadded(std::string_view characters) {
-        CopyPadded(characters, Room(characters.size() + slack));
-        m_length += characters.size();
-    }
-
-    /// In quotation marks, for a text that stands in JSON as it is; behind it, at least `slack`
-    /// more bytes may be read.
-    void AppendPaddedText(std::string_view text) {
-        constexpr std::size_t quotationMarks = 2;
-        char* const to = Room(text.size() + quotationMarks + slack);
-        to[0] = '"';
-        CopyPadded(text, to + 1);
-        to[text.size() + 1] = '"';
-        m_length += text.size() + quotationMarks;
-    }
 
     void AppendNumber(int64 value);
     void AppendNumber(uint64 value);
@@ -96,13 +79,6 @@ private:
         Writer writer{escaped};
     };
 
-    // Short texts, of which lines consist, are copied faster by whole blocks.
-    static void CopyPadded(std::string_view characters, char* to) noexcept {
-        for (std::size_t i = 0; i < characters.size(); i += slack) {
-            std::memcpy(to + i, characters.data() + i, slack);
-        }
-    }
-
     // Where the next characters go; there is place for `bytes` of them.
     char* Room(std::size_t bytes) {
         if (m_capacity - m_length < bytes) {
@@ -118,6 +94,70 @@ private:
     std::size_t m_length = 0;
     std::size_t m_capacity = 0;
     std::unique_ptr<Escaper> m_escaper;
+};
+
+/// Where many short texts are written one after the other: it knows the end of the line without
+/// looking it up. While there is one, the line is written to through it, or after `Pause`, which is
+/// to be called at the end, too.
+class LineText::Cursor {
+public:
+    /// Short texts, of which lines consist, are copied fastest by whole blocks: so many bytes may
+    /// be read behind each text that says so.
+    static constexpr std::size_t slack = 16;
+
+    explicit Cursor(LineText& line) noexcept : m_line(line) { Resume(); }
+
+    ~Cursor() = default;
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    /// As they are, with `slack`.
+    void Append(std::string_view characters) {
+        char* const to = Room(characters.size() + slack);
+        CopyPadded(characters, to);
+        m_to = to + characters.size();
+    }
+
+    /// In quotation marks, for a text with `slack` that stands in JSON as it is.
+    void AppendText(std::string_view text) {
+        constexpr std::size_t quotationMarks = 2;
+        char* const to = Room(text.size() + quotationMarks + slack);
+        to[0] = '"';
+        CopyPadded(text, to + 1);
+        to[text.size() + 1] = '"';
+        m_to = to + text.size() + quotationMarks;
+    }
+
+    /// The line has all that was written.
+    void Pause() noexcept {
+        m_line.m_length = static_cast<std::size_t>(m_to - m_line.m_characters.get());
+    }
+
+    /// After the line itself was written to.
+    void Resume() noexcept {
+        m_to = m_line.m_characters.get() + m_line.m_length;
+        m_end = m_line.m_characters.get() + m_line.m_capacity;
+    }
+
+private:
+    static void CopyPadded(std::string_view characters, char* to) noexcept {
+        for (std::size_t i = 0; i < characters.size(); i += slack) {
+            std::memcpy(to + i, characters.data() + i, slack);
+        }
+    }
+
+    char* Room(std::size_t bytes) {
+        if (static_cast<std::size_t>(m_end - m_to) < bytes) {
+            Pause();
+            m_line.Grow(bytes);
+            Resume();
+        }
+        return m_to;
+    }
+
+    LineText& m_line;
+    char* m_to = nullptr;
+    char* m_end = nullptr;
 };
 
 }  // namespace cvlcoreplatform

@@ -202,11 +202,7 @@ TUUID TUUID::CreateUUID() {
 
 TString TUUID::ToString(TUUIDFormatOption option) const {
     const Digits digits = DigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
-    // Made in full, as a loop of known length is done by blocks; what is behind the text is not used.
-    // NOLINTBEGIN(cppcoreguidelines-pro-type-member-init): written below
-    std::array<char, 40> text;
-    std::array<char16_t, text.size()> units;
-    // NOLINTEND(cppcoreguidelines-pro-type-member-init)
+    std::array<char, 40> text{};
     std::size_t first = 0;
     std::size_t length = cvlcoreplatform::uuidTextLength;
     if (option == TUUIDFormatOption::Digits) {
@@ -219,6 +215,9 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
         first = option == TUUIDFormatOption::Braces ? 0 : 1;
         length += option == TUUIDFormatOption::Braces ? 2 : 0;
     }
+    // All of it, as a loop of known length is done by blocks.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written below
+    std::array<char16_t, text.size()> units;
     for (std::size_t i = 0; i < text.size(); ++i) {
         units[i] = static_cast<unsigned char>(text[i]);
     }

@@ -24,9 +24,8 @@ std::size_t SlotOf(std::string_view bytes, std::size_t slots) noexcept {
     return static_cast<std::size_t>(HashText(bytes) >> 40) % slots;
 }
 
-/// The tokens stand side by side: each gets a slot of its own.
-std::size_t SlotOf(const void* text, std::size_t textBytes, std::size_t slots) noexcept {
-    return reinterpret_cast<std::uintptr_t>(text) / textBytes % slots;
+std::size_t SlotOf(const void* text, std::size_t slots) noexcept {
+    return reinterpret_cast<std::uintptr_t>(text) / cacheLine % slots;
 }
 
 }  // namespace
@@ -84,7 +83,7 @@ MonitorName MonitorNames::Describe(const MetricsValue& name) const {
     return described;
 }
 
-const MonitorName& MonitorNames::Read(const MetricsValue& name) {
+const MonitorName& MonitorNames::ReadAnew(const MetricsValue& name) {
     if (name.type == MetricsValue::MV_Utf16String && name.utf16 != nullptr) {
         if (name.utf16.use_count() == 0) {
             return ReadImmortal(name, name.utf16.get());
@@ -104,7 +103,7 @@ const MonitorName& MonitorNames::Read(const MetricsValue& name) {
 }
 
 const MonitorName& MonitorNames::ReadImmortal(const MetricsValue& name, const void* text) {
-    Immortal& slot = m_immortal[SlotOf(text, sizeof(std::u16string), slots)];
+    Immortal& slot = m_immortal[SlotOfImmortal(text)];
     if (slot.text != text) {
         slot.name = Describe(name);
         slot.text = text;
@@ -133,7 +132,7 @@ TString MonitorNames::EventName(ActivityPhase phase, const TString& scopeName) {
         return ActivityConfig(phase, scopeName).GetUniqueActivityName();
     }
     const void* const characters = scopeName.SharedCharacters().get();
-    Events& slot = m_events[SlotOf(characters, cacheLine, slots)];
+    Events& slot = m_events[SlotOf(characters, slots)];
     if (slot.scopeName.SharedCharacters() != scopeName.SharedCharacters()) {
         std::array<TString, 2> names{
             MakeImmortal(ActivityConfig(ActivityPhase::Begin, scopeName).GetUniqueActivityName()),

@@ -8,6 +8,8 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -104,7 +106,16 @@ public:
     MonitorNames();
 
     /// The name that an event gives. Valid until the next call.
-    const MonitorName& Read(const Metrics::MetricsValue& name);
+    const MonitorName& Read(const Metrics::MetricsValue& name) {
+        // A text that lives as long as the process is known by its address.
+        if (name.type == Metrics::MetricsValue::MV_Utf16String && name.utf16.use_count() == 0) {
+            const Immortal& slot = m_immortal[SlotOfImmortal(name.utf16.get())];
+            if (slot.text == name.utf16.get() && slot.text != nullptr) {
+                return slot.name;
+            }
+        }
+        return ReadAnew(name);
+    }
 
     /// "begin-" or "end-" and the name.
     TString EventName(ActivityPhase phase, const TString& scopeName);
@@ -119,13 +130,12 @@ private:
     static constexpr std::size_t slots = 128;
     static constexpr std::size_t longestKey = 40;
 
-    // A text that lives as long as the process is known by its address.
     struct Immortal {
         const void* text = nullptr;
         MonitorName name;
     };
 
-    // Any other one by its bytes.
+    // A text that may go is known by its bytes.
     struct Recent {
         uint32 type = 0;
         uint32 length = 0;
@@ -139,6 +149,12 @@ private:
         std::array<TString, 2> names;
     };
 
+    /// The tokens stand side by side: each gets a slot of its own.
+    static std::size_t SlotOfImmortal(const void* text) noexcept {
+        return reinterpret_cast<std::uintptr_t>(text) / sizeof(std::u16string) % slots;
+    }
+
+    const MonitorName& ReadAnew(const Metrics::MetricsValue& name);
     MonitorName Describe(const Metrics::MetricsValue& name) const;
     const MonitorName& ReadImmortal(const Metrics::MetricsValue& name, const void* text);
     const MonitorName& ReadRecent(const Metrics::MetricsValue& name, std::string_view bytes);
