@@ -71,7 +71,7 @@ protected:
             if (m_isToStop) {
                 m_isToStop = false;
                 m_hasStopped.set_value();
-                m_goesOn.get_future().wait_for(patience);
+                m_goOn.wait_for(patience);
             }
         });
         StopDelivery();
@@ -128,6 +128,7 @@ private:
     std::atomic<bool> m_isToStop{false};
     std::promise<void> m_hasStopped;
     std::promise<void> m_goesOn;
+    const std::future<void> m_goOn = m_goesOn.get_future();
 };
 
 TEST_F(HandOverOrderTest, EventsOfAContextArriveAsTheyWereEmittedWhicheverThreadsItWasOn) {
