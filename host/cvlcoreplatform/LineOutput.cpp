@@ -4,15 +4,54 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <poll.h>
 #include <sys/uio.h>
+#include <thread>
 
 namespace cvlcoreplatform {
 
 namespace {
 
 using std::chrono::milliseconds;
+
+/// The end of the process stops other threads wherever they are, inside a line, too. So the very
+/// last that this library does, after everybody's exit handlers and static objects, is to let
+/// nobody begin another line and to wait for those that have been begun.
+constexpr std::chrono::seconds lastPatience{1};
+
+constinit std::atomic<int> s_linesBegun{0};
+constinit std::atomic<bool> s_isOver{false};
+
+class LineGate {
+public:
+    // Whoever comes too late is not here for long: the process ends. Not for ever, for the case
+    // that somebody waits for this thread all the same.
+    LineGate() noexcept {
+        s_linesBegun.fetch_add(1, std::memory_order_seq_cst);
+        if (s_isOver.load(std::memory_order_seq_cst)) {
+            s_linesBegun.fetch_sub(1, std::memory_order_seq_cst);
+            std::this_thread::sleep_for(2 * lastPatience);
+            s_linesBegun.fetch_add(1, std::memory_order_seq_cst);
+        }
+    }
+
+    ~LineGate() { s_linesBegun.fetch_sub(1, std::memory_order_seq_cst); }
+
+    LineGate(const LineGate&) = delete;
+    LineGate& operator=(const LineGate&) = delete;
+};
+
+[[gnu::destructor]] void AwaitLastLines() {
+    s_isOver.store(true, std::memory_order_seq_cst);
+    const auto end = std::chrono::steady_clock::now() + lastPatience;
+    while (s_linesBegun.load(std::memory_order_seq_cst) > 0 &&
+           std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::microseconds{20});
+    }
+}
 
 bool WaitForRoom(int descriptor, milliseconds patience) noexcept {
     pollfd waiting{descriptor, POLLOUT, 0};
@@ -62,6 +101,7 @@ LineResult WriteLine(int descriptor,
                      std::string_view line,
                      bool startsNewLine,
                      milliseconds patience) noexcept {
+    const LineGate gate;
     if (kind == OutputKind::File) {
         return Write(descriptor, line, startsNewLine, patience);
     }

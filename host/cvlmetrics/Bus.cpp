@@ -478,12 +478,19 @@ Burst::~Burst() {
     }
 }
 
+// A destructor has nobody to tell, and a scope whose end is missing stays open for the consumers: a
+// moment's wait for memory is better.
 void EmitFromDestructor(EventView& event) noexcept {
-    try {
-        Emit(event);
-    } catch (const std::bad_alloc&) {
-        // It is counted; a destructor has nobody to tell.
+    constexpr int attempts = 20;
+    constexpr milliseconds pause{1};
+    for (int left = attempts; left != 0; --left) {
+        try {
+            return Emit(event);
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(pause);
+        }
     }
+    LossReport::CountLostEvent();
 }
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything) {
