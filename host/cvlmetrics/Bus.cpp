@@ -487,6 +487,9 @@ void EmitFromDestructor(EventView& event) noexcept {
         try {
             return Emit(event);
         } catch (const std::bad_alloc&) {
+            if (IsDelivering()) {
+                return;  // it is counted, and a wait here would hold up everybody
+            }
             std::this_thread::sleep_for(pause);
         }
     }

@@ -1,16 +1,16 @@
 #include "cvlsys/TAllocate.h"
 
-#include "cvlsys/host/MemoryCharging.h"
+#include "MemoryState.h"
 
 #include <cstdlib>
 
 void* TMalloc(std::size_t bytes) noexcept {
     void* const block = std::malloc(bytes);
-    corvala::memory::ChargeAllocatedBlock(block);
+    corvala::memory::ChargeAllocatedBlockHere(block);
     return block;
 }
 
 void TFree(void* block) noexcept {
-    corvala::memory::ChargeReleasedBlock(block);
+    corvala::memory::ChargeReleasedBlockHere(block);
     std::free(block);
 }

@@ -118,9 +118,11 @@ protected:
 };
 
 TEST_F(ActivityScopeOutOfMemoryTest, AScopeThatFindsNoMemoryUndoesItsMembersAndSaysNoMore) {
-    const int thrown = FailEachAllocation([](std::optional<ActivityScope>& scope) {
-        scope.emplace("a rather long name of a scope");
-    });
+    // Longer than any text that its thread has kept.
+    const std::string name(1000, 'n');
+
+    const int thrown = FailEachAllocation(
+        [&name](std::optional<ActivityScope>& scope) { scope.emplace(name.c_str()); });
 
     EXPECT_GE(thrown, 1) << "the name, which the end event says again";
 }
@@ -133,7 +135,8 @@ TEST_F(ActivityScopeOutOfMemoryTest, AContextThatWasPushedStaysWhenALaterStepFin
         CustomContext custom(NameValueList{});
         {
             const UnfailingAllocations unfailing;
-            attributes = {{"a", 1}};
+            // More than a scope has room for: whatever its thread has kept, these need memory.
+            attributes.assign(20, {"a", 1});
             custom = CustomContext(NameValueList{{"c", u"custom"}});
         }
         scope.emplace(
