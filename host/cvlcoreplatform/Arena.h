@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace cvlcoreplatform {
@@ -43,7 +44,8 @@ private:
         if (count > std::numeric_limits<std::size_t>::max() / 2 / size) {
             throw std::bad_alloc();
         }
-        m_heap.emplace_back(new char[count * size + slack]);
+        std::unique_ptr<char[]> piece(new char[count * size + slack]);
+        m_heap.push_back(std::move(piece));
         return m_heap.back().get();
     }
 
