@@ -19,6 +19,7 @@ class Arena {
 public:
     static constexpr std::size_t slack = 16;
 
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): pieces belong to those who take them
     Arena() noexcept : m_next(m_block) {}
 
     ~Arena() = default;

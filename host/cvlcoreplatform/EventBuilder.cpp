@@ -25,8 +25,7 @@ constexpr uint32 mostObjects = 256;
 
 }  // namespace
 
-// The fields are written when they are added.
-// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): fields are written when they are added
 GatheredFields::GatheredFields() noexcept : m_objects(firstObjects) {}
 
 void GatheredFields::MakeRoom() {

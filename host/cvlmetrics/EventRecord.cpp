@@ -328,7 +328,7 @@ private:
 std::size_t EventRecord::BytesFor(const EventView& event) {
     constexpr std::size_t boxed = sizeof(EventRecord) + Aligned(sizeof(MetricsEvent*));
     // Written before it is read.
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
     alignas(alignment) std::array<std::byte, largest> place;
     std::byte* const content = place.data() + sizeof(EventRecord);
     const std::byte* const end =

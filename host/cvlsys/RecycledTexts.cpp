@@ -126,8 +126,8 @@ struct WithinBlock {
     explicit WithinBlock(TextBlock<Unit>* textBlock) noexcept : block(textBlock) {}
 
     template <class U>
-    WithinBlock(const WithinBlock<Unit, U>& other) noexcept  // NOLINT(google-explicit-constructor)
-        : block(other.block) {}
+    // NOLINTNEXTLINE(google-explicit-constructor): allocators convert to each other
+    WithinBlock(const WithinBlock<Unit, U>& other) noexcept : block(other.block) {}
 
     template <class U>
     struct rebind {  // NOLINT(readability-identifier-naming): named by the language

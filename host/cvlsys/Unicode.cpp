@@ -90,7 +90,7 @@ std::u16string Utf16FromWide(std::wstring_view text) {
     out.reserve(text.size());
     for (const wchar_t unit : text) {
         // A wide value that is negative is none, and is replaced as such.
-        // NOLINTNEXTLINE(bugprone-signed-char-misuse)
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): what is negative is replaced below
         const auto point = static_cast<utf::code_point>(unit);
         // A single 16-bit unit stands for itself, surrogate or not.
         const bool representable = point <= 0xFFFF || utf::is_valid_codepoint(point);

@@ -13,7 +13,7 @@
 
 // The sanitizers' allocators end the process when there is no memory, unless they are told to
 // return null as the system's does. They look these functions up by name.
-// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming): the sanitizers' names
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }

@@ -90,7 +90,7 @@ TEST(MetricsValueTest, CopyingSharesTheText) {
     const MetricsValue original("a text that is too long for any small buffer");
 
     // The copy is what is looked at.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what is tested
     const MetricsValue copy = original;
 
     EXPECT_EQ(copy.utf8.get(), original.utf8.get());

@@ -18,7 +18,7 @@
 
 // The sanitizers' allocators end the process when there is no memory, unless they are told to
 // return null as the system's does. They look these functions up by name.
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier): named by the sanitizers
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }

@@ -21,7 +21,7 @@
 // A process that forks while it has other threads leaves what those own behind in the child, where
 // nobody reaches it; and it means to start threads in the child. Threads that run to the very end
 // are what some scenarios are about. The sanitizers look these functions up by name.
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier): named by the sanitizers
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "detect_leaks=0";
 }

@@ -57,7 +57,7 @@ public:
     EventBuilder& Wall(uint64 seconds, uint32 micros);
 
     // A builder stands where an event is wanted.
-    // NOLINTNEXTLINE(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): stands for itself in lists
     operator const Metrics::MetricsEvent&() const { return m_event; }
 
 private:

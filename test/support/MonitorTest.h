@@ -68,7 +68,7 @@ struct ForegroundPairs {
     std::string request = "-";
 
     // They stand where a list of pairs is wanted.
-    // NOLINTNEXTLINE(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): stands for itself in lists
     operator Metrics::NameValueList() const;
 };
 

@@ -269,11 +269,11 @@ TEST_F(ActivityScopeAttributesTest, EveryListIsEmptyAfterwardsWhetherTheScopeIsO
         scope->AddContext(std::move(context));
 
         // Their emptiness after the move is what is promised.
-        EXPECT_THAT(added, IsEmpty());               // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(logged, IsEmpty());              // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(reasons, IsEmpty());             // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(result, IsEmpty());              // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(context.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
+        EXPECT_THAT(added, IsEmpty());               // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(logged, IsEmpty());              // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(reasons, IsEmpty());             // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(result, IsEmpty());              // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(context.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
     }
 }
 
@@ -428,7 +428,7 @@ TEST_F(ActivityScopeAttributesTest, AnOperationThatFindsNoMemoryRaisesAndKeepsTh
             const bool lost = Metrics::GetBusStatistics().lostEvents > lostBefore;
             EXPECT_EQ(failed, threw || lost) << "allocation " << number;
             // Its emptiness after the move is what is promised.
-            // NOLINTNEXTLINE(bugprone-use-after-move)
+            // NOLINTNEXTLINE(bugprone-use-after-move): promised
             EXPECT_THAT(list, IsEmpty()) << "allocation " << number;
             if (!failed) {
                 break;

@@ -253,10 +253,10 @@ TEST_F(ActivityScopeLifecycleTest, TheListsOfTheConstructorsAreEmptyAfterwards) 
         const ActivityScope fourth(name, std::move(alone));
 
         // Their emptiness after the move is what is promised.
-        EXPECT_THAT(alone, IsEmpty());            // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(withTraits, IsEmpty());       // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(withContext, IsEmpty());      // NOLINT(bugprone-use-after-move)
-        EXPECT_THAT(withInitializer, IsEmpty());  // NOLINT(bugprone-use-after-move)
+        EXPECT_THAT(alone, IsEmpty());            // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(withTraits, IsEmpty());       // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(withContext, IsEmpty());      // NOLINT(bugprone-use-after-move): promised
+        EXPECT_THAT(withInitializer, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
     };
     TarnSettings::GetInstance().SetOffs({"off"});
 
@@ -299,7 +299,7 @@ TEST_F(ActivityScopeLifecycleTest, ACustomContextLeavesItsSourceEmpty) {
     const ActivityScope scope("load", std::move(custom));
 
     // Its emptiness after the move is what is promised.
-    EXPECT_THAT(custom.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(custom.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffLeavesTheSourceOfItsCustomContextEmptyToo) {
@@ -316,9 +316,10 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffLeavesTheSourceOfItsCustomCont
                               ActivityContextInitializer{});
 
     // Their emptiness after the move is what is promised.
-    EXPECT_THAT(alone.attributes, IsEmpty());            // NOLINT(bugprone-use-after-move)
-    EXPECT_THAT(withList.attributes, IsEmpty());         // NOLINT(bugprone-use-after-move)
-    EXPECT_THAT(withInitializer.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(alone.attributes, IsEmpty());     // NOLINT(bugprone-use-after-move): promised
+    EXPECT_THAT(withList.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
+    // NOLINTNEXTLINE(bugprone-use-after-move): promised
+    EXPECT_THAT(withInitializer.attributes, IsEmpty());
     EXPECT_THAT(m_events->Texts(), IsEmpty());
 }
 

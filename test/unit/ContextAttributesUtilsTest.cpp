@@ -40,8 +40,8 @@ void ExpectListsToBeConsumed() {
     ContextAttributesUtils::SetCustomContextAttributes(std::move(forContext));
 
     // Their emptiness after the move is what is promised.
-    EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move)
-    EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_THAT(forRequest, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
+    EXPECT_THAT(forContext, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
 }
 
 TEST_F(ContextAttributesUtilsTest, SetSendsAttributesOfTheRequest) {

@@ -97,13 +97,13 @@ TEST(CustomContextTest, MovingTakesThePairsAway) {
 
     CustomContext moved(std::move(context));
     // Its emptiness after the move is what is promised.
-    EXPECT_TRUE(context.attributes.empty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(context.attributes.empty());  // NOLINT(bugprone-use-after-move): promised
     EXPECT_EQ(Text(moved.attributes), pairsAsText);
 
     CustomContext assigned(NameValueList{{"x", 1}});
     assigned = std::move(moved);
     // Its emptiness after the move is what is promised.
-    EXPECT_TRUE(moved.attributes.empty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(moved.attributes.empty());  // NOLINT(bugprone-use-after-move): promised
     EXPECT_EQ(Text(assigned.attributes), pairsAsText);
 }
 

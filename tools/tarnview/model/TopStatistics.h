@@ -54,7 +54,8 @@ public:
 private:
     struct TextHash {
         // The name is the standard library's.
-        using is_transparent = void;  // NOLINT(readability-identifier-naming)
+        // NOLINTNEXTLINE(readability-identifier-naming): named by the language
+        using is_transparent = void;
 
         std::size_t operator()(std::string_view text) const {
             return std::hash<std::string_view>()(text);

@@ -42,33 +42,34 @@ struct CVLMETRICS_API MetricsValue {
 
     // Values stand for themselves in attribute lists, hence the implicit constructors below. Only
     // bool itself makes a bool: no pointer turns into one.
+    // NOLINTBEGIN(google-explicit-constructor): see above
+
     template <class T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
-    MetricsValue(T value) noexcept  // NOLINT(google-explicit-constructor)
-        : type(MV_Bool),
-          integer(0) {
+    MetricsValue(T value) noexcept : type(MV_Bool),
+                                     integer(0) {
         boolean = value;
     }
 
     template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>, int> = 0>
-    MetricsValue(T value) noexcept  // NOLINT(google-explicit-constructor)
-        : type(MV_Int64),
-          integer(static_cast<int64>(value)) {}
+    MetricsValue(T value) noexcept : type(MV_Int64),
+                                     integer(static_cast<int64>(value)) {}
 
     template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
-    MetricsValue(T value) noexcept  // NOLINT(google-explicit-constructor)
-        : type(MV_Double),
-          real(static_cast<double>(value)) {}
+    MetricsValue(T value) noexcept : type(MV_Double),
+                                     real(static_cast<double>(value)) {}
 
     /// UTF-8; a null pointer gives the empty text.
-    MetricsValue(const char* text);         // NOLINT(google-explicit-constructor)
-    MetricsValue(const std::string& text);  // NOLINT(google-explicit-constructor)
-    MetricsValue(std::string&& text);       // NOLINT(google-explicit-constructor)
+    MetricsValue(const char* text);
+    MetricsValue(const std::string& text);
+    MetricsValue(std::string&& text);
 
     /// UTF-16; wide text is transcoded from the platform's encoding, a null pointer gives the
     /// empty text. A `TString` shares its characters with the value.
-    MetricsValue(const wchar_t* text);   // NOLINT(google-explicit-constructor)
-    MetricsValue(const char16_t* text);  // NOLINT(google-explicit-constructor)
-    MetricsValue(const TString& text);   // NOLINT(google-explicit-constructor)
+    MetricsValue(const wchar_t* text);
+    MetricsValue(const char16_t* text);
+    MetricsValue(const TString& text);
+
+    // NOLINTEND(google-explicit-constructor)
 
     uint32 GetType() const noexcept { return type; }
 };

@@ -135,9 +135,8 @@ struct PairView {
 
     PairView(ValueView pairName, ValueView pairValue) noexcept : name(pairName), value(pairValue) {}
 
-    PairView(const NameValuePair& pair) noexcept  // NOLINT(google-explicit-constructor)
-        : name(pair.first),
-          value(pair.second) {}
+    // NOLINTNEXTLINE(google-explicit-constructor): a pair stands for itself in a list
+    PairView(const NameValuePair& pair) noexcept : name(pair.first), value(pair.second) {}
 };
 
 /// Pairs in a row, lent.
@@ -147,7 +146,8 @@ public:
 
     PairSpan(const PairView* first, std::size_t size) noexcept : m_first(first), m_size(size) {}
 
-    PairSpan(std::initializer_list<PairView> pairs) noexcept  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): braces stand for a list
+    PairSpan(std::initializer_list<PairView> pairs) noexcept
         : PairSpan(pairs.begin(), pairs.size()) {}
 
     std::size_t Size() const noexcept { return m_size; }

@@ -40,7 +40,7 @@ public:
     RefCntPtr() noexcept = default;
 
     // A raw pointer turns into an owner wherever one is asked for, as with the host's own types.
-    // NOLINTNEXTLINE(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): a pointer stands for itself
     RefCntPtr(T* object) noexcept : m_object(object) { Acquire(); }
 
     RefCntPtr(const RefCntPtr& other) noexcept : m_object(other.m_object) { Acquire(); }
@@ -49,8 +49,8 @@ public:
 
     // A pointer to a derived object serves as a pointer to its base.
     template <class Derived>
-    RefCntPtr(const RefCntPtr<Derived>& other) noexcept  // NOLINT(google-explicit-constructor)
-        : m_object(other.Get()) {
+    // NOLINTNEXTLINE(google-explicit-constructor): as pointers convert to their base
+    RefCntPtr(const RefCntPtr<Derived>& other) noexcept : m_object(other.Get()) {
         Acquire();
     }
 

@@ -29,11 +29,13 @@ public:
     TStringCore() noexcept = default;
 
     /// NUL-terminated UTF-16; null gives the empty string. Implicit, as a literal is a string.
-    TStringCore(const char16_t* text);  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): see above
+    TStringCore(const char16_t* text);
 
     /// NUL-terminated wide text in the platform's encoding (UTF-32 where `wchar_t` has 32 bits);
     /// what is no Unicode scalar value becomes U+FFFD, except that surrogates are kept.
-    TStringCore(const wchar_t* text);  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): see above
+    TStringCore(const wchar_t* text);
 
     explicit TStringCore(std::u16string_view text);
     explicit TStringCore(std::u16string&& text);

@@ -26,7 +26,7 @@ struct Traits {
     constexpr Traits() noexcept = default;
 
     // Implicit: a scope may be given a type, a rank or flags alone.
-    // NOLINTBEGIN(google-explicit-constructor)
+    // NOLINTBEGIN(google-explicit-constructor): see above
     constexpr Traits(TraceRank rankValue) noexcept : rank(rankValue) {}
 
     constexpr Traits(TraceRank rankValue, uint64 flagBits) noexcept
