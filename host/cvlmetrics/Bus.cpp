@@ -344,10 +344,6 @@ bool Dispatcher::RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listene
     return m_consumers.Remove(*listener, false, retired);
 }
 
-bool IsAsynchronous() noexcept {
-    return s_isAsynchronous.load(std::memory_order_acquire);
-}
-
 void CountWait(std::chrono::steady_clock::duration time) noexcept {
     s_waits.fetch_add(1, std::memory_order_relaxed);
     s_waitedNanos.fetch_add(static_cast<uint64>(std::chrono::nanoseconds(time).count()),
@@ -431,6 +427,10 @@ bool FlushQueues() noexcept {
 }
 
 }  // namespace
+
+bool IsAsynchronous() noexcept {
+    return s_isAsynchronous.load(std::memory_order_acquire);
+}
 
 bool Admits(uint64 flags) noexcept {
     return s_admission.Admits(flags);

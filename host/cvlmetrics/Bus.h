@@ -63,6 +63,8 @@ bool IsDelivering() noexcept;
 /// more.
 void SetGivenUp(bool givenUp) noexcept;
 
+/// Whether events are queued for the delivering thread.
+bool IsAsynchronous() noexcept;
 void SetAsynchronous(bool asynchronous) noexcept;
 void SetRefusing(bool refusing) noexcept;
 

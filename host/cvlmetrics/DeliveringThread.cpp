@@ -41,6 +41,11 @@ constinit std::atomic<uint32> s_progress{0};
 constinit std::atomic<uint64> s_flushesWanted{0};
 constinit std::atomic<uint64> s_flushesDone{0};
 
+// How many delivering threads there have been that are over.
+constinit std::atomic<uint64> s_threadsEnded{0};
+
+/// Under it a delivering thread begins and ends, and flushes are asked for: none is asked of a
+/// thread that is about to end.
 std::mutex& StartMutex() {
     static std::mutex& mutex = *new std::mutex;
     return mutex;
@@ -59,11 +64,14 @@ void Progress() noexcept {
 // Each pair of stores and loads below is sequentially consistent: either the thread sees what was
 // just queued (its ticket is drawn before the state is read) and does not sleep, or who queued it
 // sees that it sleeps.
-bool HasWork() noexcept {
+bool HasEventsOrFlushes() noexcept {
     return EventQueues::GetQueuedCount() != EventQueues::GetTakenCount() ||
            s_flushesWanted.load(std::memory_order_seq_cst) !=
-               s_flushesDone.load(std::memory_order_seq_cst) ||
-           s_stops.load(std::memory_order_seq_cst);
+               s_flushesDone.load(std::memory_order_seq_cst);
+}
+
+bool HasWork() noexcept {
+    return HasEventsOrFlushes() || s_stops.load(std::memory_order_seq_cst);
 }
 
 void Rest(State state, std::chrono::nanoseconds time) noexcept {
@@ -95,6 +103,19 @@ bool DeliverUntil(uint64 queued) noexcept {
     return wasBusy;
 }
 
+/// Ends the thread's role unless there is something left to do. Who queues an event and has still
+/// seen the thread running relies on it, so it looks at the tickets after it has said that it ends.
+bool TryToEnd() noexcept {
+    const std::lock_guard lock(StartMutex());
+    s_state.store(State::NotRunning, std::memory_order_seq_cst);
+    if (HasEventsOrFlushes()) {
+        s_state.store(State::Awake, std::memory_order_seq_cst);
+        return false;
+    }
+    s_threadsEnded.fetch_add(1, std::memory_order_seq_cst);
+    return true;
+}
+
 void Run() noexcept {
     t_side.isDeliveringThread = true;
     pthread_setname_np(pthread_self(), "tarn-delivery");
@@ -107,7 +128,9 @@ void Run() noexcept {
         if (flush != s_flushesDone.load(std::memory_order_relaxed)) {
             CarryOutFlush(flush);
         } else if (s_stops.load(std::memory_order_seq_cst)) {
-            break;
+            if (TryToEnd()) {
+                break;
+            }
         } else if (wasBusy) {
             naps = 0;
         } else if (naps < napsBeforeSleep) {
@@ -117,12 +140,11 @@ void Run() noexcept {
             Rest(State::Asleep, sleepTime);
         }
     }
-    s_state.store(State::NotRunning, std::memory_order_seq_cst);
     Progress();
 }
 
-bool Start() noexcept {
-    const std::lock_guard lock(StartMutex());
+/// With the mutex locked.
+bool StartIfNotRunning() noexcept {
     if (s_state.load(std::memory_order_seq_cst) != State::NotRunning) {
         return true;
     }
@@ -140,6 +162,17 @@ bool Start() noexcept {
     }
     pthread_sigmask(SIG_SETMASK, &hosts, nullptr);
     return s_state.load(std::memory_order_seq_cst) != State::NotRunning;
+}
+
+bool Start() noexcept {
+    const std::lock_guard lock(StartMutex());
+    return StartIfNotRunning();
+}
+
+/// The number of the flush that was asked for; zero when there is no thread to carry it out.
+uint64 AskForFlush() noexcept {
+    const std::lock_guard lock(StartMutex());
+    return StartIfNotRunning() ? s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1 : 0;
 }
 
 /// Waits until `isDone`, which becomes true together with progress. Whether it has come in time.
@@ -166,7 +199,8 @@ bool Notice() noexcept {
         return true;
     }
     if (state == State::NotRunning) {
-        return Start();
+        // After a shutdown, who was just queuing an event delivers it before its call returns.
+        return Bus::IsAsynchronous() && Start();
     }
     if (state == State::Napping && EventQueues::HasFreeQuarters(2)) {
         return true;
@@ -180,10 +214,13 @@ bool Notice() noexcept {
 
 bool Flush(milliseconds deadline) noexcept {
     const Clock::time_point end = Clock::now() + deadline;
-    if (t_side.isDeliveringThread || Bus::IsDelivering() || !Start()) {
+    if (t_side.isDeliveringThread || Bus::IsDelivering()) {
         return false;
     }
-    const uint64 mine = s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1;
+    const uint64 mine = AskForFlush();
+    if (mine == 0) {
+        return false;
+    }
     Alarm();
     return WaitUntil([mine] { return s_flushesDone.load(std::memory_order_seq_cst) >= mine; }, end);
 }
@@ -193,10 +230,20 @@ bool Stop(milliseconds deadline) noexcept {
     if (t_side.isDeliveringThread) {
         return false;
     }
-    s_stops.store(true, std::memory_order_seq_cst);
+    uint64 endedBefore = 0;
+    {
+        const std::lock_guard lock(StartMutex());
+        if (s_state.load(std::memory_order_seq_cst) == State::NotRunning) {
+            return true;
+        }
+        endedBefore = s_threadsEnded.load(std::memory_order_seq_cst);
+        s_stops.store(true, std::memory_order_seq_cst);
+    }
     Alarm();
-    return WaitUntil([] { return s_state.load(std::memory_order_seq_cst) == State::NotRunning; },
-                     end);
+    // That thread is meant; somebody may start another one as soon as it is over.
+    return WaitUntil(
+        [endedBefore] { return s_threadsEnded.load(std::memory_order_seq_cst) != endedBefore; },
+        end);
 }
 
 bool IsCurrent() noexcept {

@@ -7,13 +7,15 @@
 namespace Metrics::DeliveringThread {
 
 /// To be called after each event that was queued. Costs one load while the thread is awake. False
-/// if there is no such thread and none can be started: the caller has to deliver by itself then.
+/// if there is no such thread and none is to be had, or a shutdown has ended it: the caller has to
+/// deliver by itself then.
 bool Notice() noexcept;
 
 /// See `Metrics::Flush`.
 bool Flush(std::chrono::milliseconds deadline) noexcept;
 
-/// Ends the thread, after it has delivered what is queued. Whether it has ended in time.
+/// Ends the thread, after it has delivered what is queued. Whether it has ended in time. What is
+/// queued later starts another one only while delivery is asynchronous.
 bool Stop(std::chrono::milliseconds deadline) noexcept;
 
 /// Whether the calling thread is the delivering one.

@@ -6,6 +6,7 @@
 #include "cvlmetrics/host/Statistics.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -338,6 +339,48 @@ TEST_F(MetricsAsynchronousTest, AfterShutdownEventsAreDeliveredAtOnce) {
                             "close before",
                             "open after",
                             "close after"));
+}
+
+// A thread that has begun to queue an event before the shutdown may do so after the delivering
+// thread has ended. It delivers the event itself then, and starts no other thread.
+TEST_F(MetricsAsynchronousTest, AShutdownSucceedsWhileThreadsEmit) {
+    constexpr int rounds = 400;
+    constexpr int threadCount = 3;
+    const Subscription subscription(*m_listener, flagTracing, false);
+    std::atomic<uint64> closed{0};
+    m_listener->reaction = [&](const MetricsEvent& event) {
+        closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
+        m_listener->events.clear();
+    };
+    std::atomic<bool> isOver{false};
+    std::atomic<uint64> ended{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < threadCount; ++i) {
+        threads.emplace_back([&] {
+            const CurrentContext context;
+            while (!isOver) {
+                Work("query");
+                ++ended;
+            }
+        });
+    }
+
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        Choose(WhenQueueIsFull::Wait);
+        const uint64 before = ended;
+        while (ended < before + 10) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(Metrics::Shutdown(patience)) << "round " << round;
+        const uint64 endedBefore = ended;
+        EXPECT_GE(closed, endedBefore) << "round " << round;
+    }
+
+    isOver = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(closed, ended);
 }
 
 TEST_F(MetricsAsynchronousTest, AShutdownThatGivesUpLetsNobodyWaitAndCountsWhatIsLost) {
