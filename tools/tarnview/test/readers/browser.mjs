@@ -33,6 +33,8 @@ export class Browser {
       findBrowser(),
       ["--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars", "--no-first-run",
        "--disable-background-networking", "--disable-component-update", "--disable-sync",
+       // On a busy machine nothing is to be taken for hung.
+       "--disable-hang-monitor", "--disable-gpu-watchdog",
        `--user-data-dir=${this.folder}`, `--window-size=${width},${height}`,
        "--remote-debugging-pipe", "about:blank"],
       { stdio: ["ignore", "ignore", "ignore", "pipe", "pipe"] });
@@ -78,10 +80,18 @@ export class Browser {
     this.#calls.clear();
   }
 
+  /** Fails when there is no answer within two minutes. */
   send(method, params = {}) {
     const id = this.#next++;
+    const patience = 120_000;
     return new Promise((resolve, reject) => {
-      this.#calls.set(id, { method, resolve, reject });
+      const timer = setTimeout(() => {
+        this.#calls.delete(id);
+        reject(new Error(`no answer within ${patience / 1000} s: ${method} ` +
+                         JSON.stringify(params).slice(0, 200)));
+      }, patience);
+      const settle = done => value => { clearTimeout(timer); done(value); };
+      this.#calls.set(id, { method, resolve: settle(resolve), reject: settle(reject) });
       this.program.stdio[3].write(
         JSON.stringify({ id, method, params, sessionId: this.session }) + "\0");
     });
@@ -103,6 +113,12 @@ export class Browser {
       throw new Error(`${expression}: ${exceptionDetails.exception?.description}`);
     }
     return result.value;
+  }
+
+  /** Waits until the page is drawn anew, or half a second for a page that is not shown. */
+  async nextFrame() {
+    await this.evaluate(
+      "new Promise(done => { requestAnimationFrame(done); setTimeout(done, 500); }).then(() => 1)");
   }
 
   /** Waits until an expression is true, and returns its value. */

@@ -47,7 +47,8 @@ let [, , count] = await browser.until(readTitle);
 for (let number = 1; number <= Number(count); ++number) {
   const [title] = await browser.until(`(${readTitle})?.[1] === "${number}" && ${readTitle}`);
   // The table is drawn with the title or right after it.
-  await browser.evaluate(`new Promise(done => requestAnimationFrame(() => requestAnimationFrame(done)))`);
+  await browser.nextFrame();
+  await browser.nextFrame();
   const rows = await browser.until(`(rows => rows.length && rows)(${readTable})`);
   profiles.set(title, rows);
   await browser.press("n");
