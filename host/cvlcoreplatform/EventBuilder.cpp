@@ -15,7 +15,7 @@ namespace TLog {
 
 namespace {
 
-using Kind = GatheredField::Kind;
+using Kind = GatheredPlace::Kind;
 using ObjectId = EventBuilder::ObjectId;
 
 // The objects that every event has.
@@ -29,32 +29,60 @@ constexpr uint32 mostObjects = 256;
 GatheredFields::GatheredFields() noexcept : m_objects(firstObjects) {}
 
 void GatheredFields::MakeRoom() {
-    auto* const larger = m_memory.Take<GatheredField>(2 * m_room);
-    std::copy_n(m_fields, m_count, larger);
-    m_fields = larger;
+    auto* const places = m_memory.Take<GatheredPlace>(2 * m_room);
+    auto* const values = m_memory.Take<GatheredValue>(2 * m_room);
+    std::copy_n(m_places, m_count, places);
+    std::copy_n(m_values, m_count, values);
+    m_places = places;
+    m_values = values;
     m_room *= 2;
 }
 
-inline GatheredField& GatheredFields::Add(ObjectId object, const TString& name, Kind kind) {
+inline GatheredValue& GatheredFields::Append(const GatheredPlace& place, uint64 nameKey) noexcept {
+    constexpr uint64 multiplier = 31;
+    m_shapeKey = m_shapeKey * multiplier + nameKey + static_cast<uint64>(place.object) +
+                 reinterpret_cast<std::uintptr_t>(place.constant);
+    m_places[m_count] = place;
+    return m_values[m_count++];
+}
+
+// Calls nothing: what is to be done for nearly every field costs little more than to write it.
+inline GatheredValue* GatheredFields::TryToAdd(ObjectId object,
+                                               const TString& name,
+                                               Kind kind,
+                                               const char16_t* constant) noexcept {
+    const TString::Characters& characters = name.SharedCharacters();
+    // A pointer that owns nothing points to a name that lives as long as the process.
+    if (m_count == m_room || characters.use_count() != 0) {
+        return nullptr;
+    }
+    return &Append({characters.get(), constant, object, kind},
+                   reinterpret_cast<std::uintptr_t>(characters.get()));
+}
+
+GatheredValue& GatheredFields::AddWithCare(ObjectId object,
+                                           const TString& name,
+                                           Kind kind,
+                                           const char16_t* constant) {
     if (m_count == m_room) {
         MakeRoom();
     }
-    const TString::Characters& characters = name.SharedCharacters();
-    GatheredField& field = m_fields[m_count];
-    field.name = characters.get();
-    field.object = object;
-    field.kind = kind;
-    constexpr uint64 multiplier = 31;
-    if (characters.use_count() == 0) {
-        // A pointer that owns nothing points to a name that lives as long as the process.
-        m_shapeKey = m_shapeKey * multiplier + reinterpret_cast<std::uintptr_t>(field.name);
-    } else {
-        m_names.push_back(name);
-        m_shapeKey = m_shapeKey * multiplier + name.Length() * multiplier + *name.Data();
+    if (GatheredValue* const value = TryToAdd(object, name, kind, constant)) {
+        return *value;
     }
-    m_shapeKey += static_cast<uint64>(object);
-    ++m_count;
-    return field;
+    // Names with the same text in different places are to give the same key.
+    constexpr uint64 multiplier = 31;
+    m_names.push_back(name);
+    return Append({name.SharedCharacters().get(), constant, object, kind},
+                  name.Length() * multiplier + *name.Data());
+}
+
+inline GatheredValue& GatheredFields::Add(ObjectId object,
+                                          const TString& name,
+                                          Kind kind,
+                                          const char16_t* constant) {
+    GatheredValue* const value = TryToAdd(object, name, kind, constant);
+    return value != nullptr ? *value : AddWithCare(object, name, kind, constant);
 }
 
 inline GatheredText GatheredFields::Copy(TextView text) {
@@ -64,13 +92,17 @@ inline GatheredText GatheredFields::Copy(TextView text) {
         if (cvlcoreplatform::CopyPlain(utf8, plain)) {
             return GatheredText(std::string_view(plain, utf8.size()));
         }
-        return Copy(TString::FromUtf8(utf8));
+        return CopyUnits(TString::FromUtf8(utf8).View());
     }
     const std::u16string_view units = text.GetUtf16();
     char* const plain = m_memory.Take<char>(units.size());
     if (cvlcoreplatform::CopyPlain(units, plain)) {
         return GatheredText(std::string_view(plain, units.size()));
     }
+    return CopyUnits(units);
+}
+
+GatheredText GatheredFields::CopyUnits(std::u16string_view units) {
     auto* const copy = m_memory.Take<char16_t>(units.size());
     std::copy(units.begin(), units.end(), copy);
     return GatheredText(std::u16string_view(copy, units.size()));
@@ -78,11 +110,14 @@ inline GatheredText GatheredFields::Copy(TextView text) {
 
 inline void GatheredFields::AddText(ObjectId object, const TString& name, TextView text) {
     if (text.IsImmortal()) {
-        const GatheredText constant(text.GetUtf16());
-        Add(object, name, Kind::Constant).text = constant;
-        m_shapeKey += reinterpret_cast<std::uintptr_t>(text.GetUtf16().data());
-        return;
+        const std::u16string_view constant = text.GetUtf16();
+        Add(object, name, Kind::Constant, constant.data()).text = GatheredText(constant);
+    } else {
+        AddCopy(object, name, text);
     }
+}
+
+void GatheredFields::AddCopy(ObjectId object, const TString& name, TextView text) {
     const GatheredText copy = Copy(text);
     Add(object, name, Kind::Text).text = copy;
 }
@@ -108,8 +143,8 @@ inline void GatheredFields::AddDouble(ObjectId object, const TString& name, doub
 inline void GatheredFields::AddValue(ObjectId object,
                                      const TString& name,
                                      std::shared_ptr<Value> value) {
-    m_values.push_back(std::move(value));
-    Add(object, name, Kind::Shared).shared = m_values.size() - 1;
+    m_shared.push_back(std::move(value));
+    Add(object, name, Kind::Shared).shared = m_shared.size() - 1;
 }
 
 inline ObjectId GatheredFields::AddObject(ObjectId object, const TString& name) {

@@ -1,12 +1,13 @@
 #include "EventFields.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace TLog {
 
 namespace {
 
-using Kind = GatheredField::Kind;
+using Kind = GatheredPlace::Kind;
 using ObjectId = EventBuilder::ObjectId;
 
 TString ToText(const GatheredText& text) {
@@ -15,9 +16,10 @@ TString ToText(const GatheredText& text) {
 
 /// One of the texts in the head.
 TString HeadText(const GatheredFields& gathered, const TString& name) {
-    for (const GatheredField& field : gathered.GetFields()) {
-        if (field.object == GatheredFields::head && field.Name() == name.View()) {
-            return ToText(field.text);
+    const auto places = gathered.GetPlaces();
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (places[i].object == GatheredFields::head && places[i].Name() == name.View()) {
+            return ToText(gathered.GetValues()[i].text);
         }
     }
     return TString();
@@ -31,10 +33,13 @@ public:
           m_tables(gathered.CountObjects()) {
         // An object's fields come after the object itself: from behind, it is complete when its
         // turn comes. Of two fields of one name, the last one stays.
-        const auto fields = gathered.GetFields();
-        for (auto field = fields.rbegin(); field != fields.rend(); ++field) {
-            if (field->object != GatheredFields::head) {
-                TableOf(field->object).emplace(gathered.GetFieldName(*field), ToValue(*field));
+        const auto places = gathered.GetPlaces();
+        for (std::size_t i = places.size(); i-- != 0;) {
+            const GatheredPlace& place = places[i];
+            if (place.object != GatheredFields::head) {
+                TableOf(place.object)
+                    .emplace(gathered.GetFieldName(place),
+                             ToValue(place.kind, gathered.GetValues()[i]));
             }
         }
     }
@@ -46,23 +51,23 @@ public:
 private:
     NameTable& TableOf(ObjectId object) { return m_tables[static_cast<std::size_t>(object)]; }
 
-    std::shared_ptr<Value> ToValue(const GatheredField& field) {
-        switch (field.kind) {
+    std::shared_ptr<Value> ToValue(Kind kind, const GatheredValue& value) {
+        switch (kind) {
             case Kind::Integer:
-                return Literal::Int(field.integer);
+                return Literal::Int(value.integer);
             case Kind::Boolean:
-                return Literal::Bool(field.integer != 0);
+                return Literal::Bool(value.integer != 0);
             case Kind::Double:
-                return Literal::Double(field.real, 0);
+                return Literal::Double(value.real, 0);
             case Kind::Text:
             case Kind::Constant:
-                return Literal::String(ToText(field.text));
+                return Literal::String(ToText(value.text));
             case Kind::Object:
-                return Take(field.child);
+                return Take(value.child);
             case Kind::Shared:
                 break;
         }
-        return m_gathered.GetShared(field);
+        return m_gathered.GetShared(value);
     }
 
     const GatheredFields& m_gathered;
@@ -89,7 +94,7 @@ const EventValues& EventFields::MakeValues() const {
     return *expected;
 }
 
-TString GatheredFields::GetFieldName(const GatheredField& field) const {
+TString GatheredFields::GetFieldName(const GatheredPlace& field) const {
     const auto owned = std::find_if(m_names.begin(), m_names.end(), [&field](const TString& name) {
         return name.SharedCharacters().get() == field.name;
     });

@@ -94,8 +94,10 @@ private:
     std::size_t m_size;
 };
 
-/// One field of a gathered event.
-struct GatheredField {
+/// Where a field of a gathered event stands, its name, and what kind of value it has. Of two fields
+/// with the same name and the same constant, in the same object, even the bytes are mostly the
+/// same.
+struct GatheredPlace {
     enum class Kind : uint32 {
         Integer,
         Boolean,
@@ -111,17 +113,18 @@ struct GatheredField {
     }
 
     const std::u16string* name;  ///< null for the empty one
+    const char16_t* constant;    ///< null for other kinds
     EventBuilder::ObjectId object;
     Kind kind;
+};
 
-    union {
-        int64 integer;  ///< of a boolean, too
-        double real;
-        EventBuilder::ObjectId child;
-        std::size_t shared;  ///< its place among the shared values
-    };
-
-    GatheredText text;
+/// The value of a field, as its kind says.
+union GatheredValue {
+    int64 integer;  ///< of a boolean, too
+    double real;
+    GatheredText text;  ///< of a constant, too
+    EventBuilder::ObjectId child;
+    std::size_t shared;  ///< its place among the shared values
 };
 
 /// The names of the fields in the head: whom the event concerns. Those that are missing are empty.
@@ -155,14 +158,18 @@ public:
 
     void AddText(ObjectId object, const TString& name, TextView text);
     void AddUuid(ObjectId object, const TString& name, const TUUID& id);
-    void AddInteger(ObjectId object, const TString& name, GatheredField::Kind kind, int64 value);
+    void AddInteger(ObjectId object, const TString& name, GatheredPlace::Kind kind, int64 value);
     void AddDouble(ObjectId object, const TString& name, double value);
     void AddValue(ObjectId object, const TString& name, std::shared_ptr<Value> value);
     ObjectId AddObject(ObjectId object, const TString& name);
 
     void SetName(TString name) noexcept { m_name = std::move(name); }
 
-    std::span<const GatheredField> GetFields() const noexcept { return {m_fields, m_count}; }
+    /// Of all fields, in the order in which they came.
+    std::span<const GatheredPlace> GetPlaces() const noexcept { return {m_places, m_count}; }
+
+    /// Of the same fields.
+    std::span<const GatheredValue> GetValues() const noexcept { return {m_values, m_count}; }
 
     uint32 CountObjects() const noexcept { return m_objects; }
 
@@ -171,10 +178,10 @@ public:
     /// others.
     uint64 ShapeKey() const noexcept { return m_shapeKey; }
 
-    TString GetFieldName(const GatheredField& field) const;
+    TString GetFieldName(const GatheredPlace& field) const;
 
-    const std::shared_ptr<Value>& GetShared(const GatheredField& field) const noexcept {
-        return m_values[field.shared];
+    const std::shared_ptr<Value>& GetShared(const GatheredValue& value) const noexcept {
+        return m_shared[value.shared];
     }
 
     EventValues ToValues() const;
@@ -191,19 +198,38 @@ private:
     static constexpr std::size_t usualFields = 20;
     static constexpr std::size_t textBytes = 768;
 
-    GatheredField& Add(ObjectId object, const TString& name, GatheredField::Kind kind);
+    GatheredValue& Add(ObjectId object,
+                       const TString& name,
+                       GatheredPlace::Kind kind,
+                       const char16_t* constant = nullptr);
+    GatheredValue* TryToAdd(ObjectId object,
+                            const TString& name,
+                            GatheredPlace::Kind kind,
+                            const char16_t* constant) noexcept;
+    GatheredValue& Append(const GatheredPlace& place, uint64 nameKey) noexcept;
+    [[gnu::noinline]] void AddCopy(ObjectId object, const TString& name, TextView text);
     GatheredText Copy(TextView text);
+
+    // What is seldom needed stays out of the way of the rest.
+    [[gnu::noinline]] GatheredText CopyUnits(std::u16string_view units);
+    [[gnu::noinline]] GatheredValue& AddWithCare(ObjectId object,
+                                                 const TString& name,
+                                                 GatheredPlace::Kind kind,
+                                                 const char16_t* constant);
     void MakeRoom();
 
-    GatheredField* m_fields = m_usual;
+    // Apart, so that the places of two events are compared at once.
+    GatheredPlace* m_places = m_usualPlaces;
+    GatheredValue* m_values = m_usualValues;
     std::size_t m_count = 0;
     std::size_t m_room = usualFields;
     uint32 m_objects;
     uint64 m_shapeKey = 0;
     // What the fields refer to, unless it lives as long as the process.
     std::vector<TString> m_names;
-    std::vector<std::shared_ptr<Value>> m_values;
-    GatheredField m_usual[usualFields];
+    std::vector<std::shared_ptr<Value>> m_shared;
+    GatheredPlace m_usualPlaces[usualFields];
+    GatheredValue m_usualValues[usualFields];
     cvlcoreplatform::Arena<textBytes> m_memory;
 };
 

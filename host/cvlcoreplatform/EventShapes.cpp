@@ -3,30 +3,28 @@
 #include "LineText.h"
 
 #include <algorithm>
+#include <cstring>
+#include <type_traits>
 
 namespace cvlcoreplatform {
 
 using TLog::EventBuilder;
-using TLog::GatheredField;
 using TLog::GatheredFields;
+using TLog::GatheredPlace;
 
 namespace {
 
-bool IsSame(const TString& name, const GatheredField& field) noexcept {
-    return name.View() == field.Name();
-}
-
 /// The fields of one object by name.
 std::vector<std::size_t> SortedFields(const GatheredFields& event, EventBuilder::ObjectId object) {
-    const auto fields = event.GetFields();
+    const auto places = event.GetPlaces();
     std::vector<std::size_t> sorted;
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (fields[i].object == object) {
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (places[i].object == object) {
             sorted.push_back(i);
         }
     }
-    std::stable_sort(sorted.begin(), sorted.end(), [&fields](std::size_t a, std::size_t b) {
-        return fields[a].Name() < fields[b].Name();
+    std::stable_sort(sorted.begin(), sorted.end(), [&places](std::size_t a, std::size_t b) {
+        return places[a].Name() < places[b].Name();
     });
     return sorted;
 }
@@ -39,14 +37,11 @@ std::string Quoted(std::u16string_view text) {
 
 }  // namespace
 
-EventShape::EventShape(const GatheredFields& event) {
-    m_fields.reserve(event.GetFields().size());
-    for (const GatheredField& field : event.GetFields()) {
-        const bool isConstant = field.kind == GatheredField::Kind::Constant;
-        m_fields.push_back({event.GetFieldName(field),
-                            field.object,
-                            field.kind,
-                            isConstant ? field.text.Units().data() : nullptr});
+EventShape::EventShape(const GatheredFields& event)
+    : m_places(event.GetPlaces().begin(), event.GetPlaces().end()) {
+    m_names.reserve(m_places.size());
+    for (const GatheredPlace& place : m_places) {
+        m_names.push_back(event.GetFieldName(place));
     }
     WriteHead(event, TLog::GetHeadNames().session);
     WriteHead(event, TLog::GetHeadNames().request);
@@ -60,36 +55,44 @@ EventShape::EventShape(const GatheredFields& event) {
     WriteObject(event, EventBuilder::ObjectId::Attributes);
     m_text += R"(,"body":)";
     WriteObject(event, EventBuilder::ObjectId::Body);
-    m_end = m_text.size();
+    const std::size_t end = m_text.size();
     m_text.append(LineText::Cursor::slack, '\0');
+    const char* next = m_text.data();
+    for (std::size_t i = 0; i < m_steps.size(); ++i) {
+        const char* const last = m_text.data() + m_ends[i];
+        m_steps[i].before = {next, static_cast<std::size_t>(last - next)};
+        next = last;
+    }
+    m_afterAll = {next, static_cast<std::size_t>(m_text.data() + end - next)};
 }
 
 void EventShape::WriteHead(const GatheredFields& event, const TString& name) {
     m_text += ',';
     m_text += Quoted(name.View());
     m_text += ':';
-    const auto fields = event.GetFields();
-    const auto field = std::find_if(fields.begin(), fields.end(), [&name](const auto& candidate) {
-        return candidate.object == GatheredFields::head && IsSame(name, candidate);
+    const auto places = event.GetPlaces();
+    const auto field = std::find_if(places.begin(), places.end(), [&name](const auto& candidate) {
+        return candidate.object == GatheredFields::head && candidate.Name() == name.View();
     });
-    if (field != fields.end()) {
-        WriteField(event, static_cast<std::size_t>(field - fields.begin()));
+    if (field != places.end()) {
+        WriteField(event, static_cast<std::size_t>(field - places.begin()));
     } else {
         m_text += R"("")";
     }
 }
 
 void EventShape::WriteField(const GatheredFields& event, std::size_t index) {
-    const GatheredField& field = event.GetFields()[index];
-    switch (field.kind) {
-        case GatheredField::Kind::Object:
-            return WriteObject(event, field.child);
-        case GatheredField::Kind::Constant:
-            m_text += Quoted(field.text.Units());
+    const TLog::GatheredValue& value = event.GetValues()[index];
+    const GatheredPlace& place = event.GetPlaces()[index];
+    switch (place.kind) {
+        case GatheredPlace::Kind::Object:
+            return WriteObject(event, value.child);
+        case GatheredPlace::Kind::Constant:
+            m_text += Quoted(value.text.Units());
             return;
         default:
-            m_steps.push_back({m_last, m_text.size(), index});
-            m_last = m_text.size();
+            m_steps.push_back({{}, index, place.kind == GatheredPlace::Kind::Text});
+            m_ends.push_back(m_text.size());
     }
 }
 
@@ -101,29 +104,28 @@ void EventShape::WriteObject(const GatheredFields& event, EventBuilder::ObjectId
             m_text += ',';
         }
         isFirst = false;
-        m_text += Quoted(event.GetFields()[index].Name());
+        m_text += Quoted(event.GetPlaces()[index].Name());
         m_text += ':';
         WriteField(event, index);
     }
     m_text += '}';
 }
 
+// Mostly the names are the very same texts, and the bytes say all.
 bool EventShape::Fits(const GatheredFields& event) const noexcept {
-    const auto fields = event.GetFields();
-    if (fields.size() != m_fields.size()) {
-        return false;
+    static_assert(std::has_unique_object_representations_v<GatheredPlace>);
+    const auto places = event.GetPlaces();
+    if (places.size() != m_places.size() || places.empty()) {
+        return places.size() == m_places.size();
     }
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        const GatheredField& field = fields[i];
-        const Field& known = m_fields[i];
-        if (field.object != known.object || field.kind != known.kind ||
-            (field.name != known.name.SharedCharacters().get() && !IsSame(known.name, field)) ||
-            (field.kind == GatheredField::Kind::Constant &&
-             field.text.Units().data() != known.constant)) {
-            return false;
-        }
-    }
-    return true;
+    return std::memcmp(places.data(), m_places.data(), places.size_bytes()) == 0 ||
+           std::equal(places.begin(),
+                      places.end(),
+                      m_places.begin(),
+                      [](const GatheredPlace& one, const GatheredPlace& other) {
+                          return one.object == other.object && one.kind == other.kind &&
+                                 one.constant == other.constant && one.Name() == other.Name();
+                      });
 }
 
 std::size_t EventShapes::SlotOf(uint64 key) noexcept {
@@ -133,7 +135,7 @@ std::size_t EventShapes::SlotOf(uint64 key) noexcept {
 }
 
 const EventShape& EventShapes::Get(const GatheredFields& event) {
-    if (event.GetFields().size() > mostFields) {
+    if (event.GetPlaces().size() > mostFields) {
         m_large = std::make_unique<const EventShape>(event);
         return *m_large;
     }

@@ -22,43 +22,36 @@ class EventShape {
 public:
     /// A value, and what stands in front of it.
     struct Step {
-        std::size_t begin;
-        std::size_t end;
+        std::string_view before;
         std::size_t field;  ///< its place in the event
+        bool isText;
     };
 
     explicit EventShape(const TLog::GatheredFields& event);
+
+    // Steps refer to the text.
+    EventShape(const EventShape&) = delete;
+    EventShape& operator=(const EventShape&) = delete;
+    ~EventShape() = default;
 
     bool Fits(const TLog::GatheredFields& event) const noexcept;
 
     const std::vector<Step>& GetSteps() const noexcept { return m_steps; }
 
-    std::string_view Before(const Step& step) const noexcept {
-        return std::string_view(m_text).substr(step.begin, step.end - step.begin);
-    }
-
     /// What stands behind the last value.
-    std::string_view AfterAll() const noexcept {
-        return std::string_view(m_text).substr(m_last, m_end - m_last);
-    }
+    std::string_view AfterAll() const noexcept { return m_afterAll; }
 
 private:
-    struct Field {
-        TString name;
-        TLog::EventBuilder::ObjectId object;
-        TLog::GatheredField::Kind kind;
-        const void* constant;
-    };
-
     void WriteHead(const TLog::GatheredFields& event, const TString& name);
     void WriteField(const TLog::GatheredFields& event, std::size_t index);
     void WriteObject(const TLog::GatheredFields& event, TLog::EventBuilder::ObjectId object);
 
-    std::vector<Field> m_fields;
+    std::vector<TLog::GatheredPlace> m_places;
+    std::vector<TString> m_names;  ///< owns what the places refer to
     std::vector<Step> m_steps;
     std::string m_text;
-    std::size_t m_last = 0;
-    std::size_t m_end = 0;
+    std::vector<std::size_t> m_ends;  ///< of what stands in front of each value, in the text
+    std::string_view m_afterAll;
 };
 
 /// The shapes that came lately. One thread at a time.

@@ -197,20 +197,20 @@ void JsonLine::WriteObject(const TLog::Object& object, int depth) {
 }
 
 void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
-    using Kind = TLog::GatheredField::Kind;
     m_line.Append(R"(,"event":)");
     m_line.AppendText(event.GetName().View());
     WriteProcessAndThread(event.processId, event.threadId);
     const EventShape& shape = m_shapes.Get(event);
     LineText::Cursor cursor(m_line);
+    const auto values = event.GetValues();
     for (const EventShape::Step& step : shape.GetSteps()) {
-        cursor.Append(shape.Before(step));
-        const TLog::GatheredField& field = event.GetFields()[step.field];
-        if (field.kind == Kind::Text && field.text.IsPlain()) {
-            cursor.AppendText(field.text.Plain());
+        cursor.Append(step.before);
+        const TLog::GatheredValue& value = values[step.field];
+        if (step.isText && value.text.IsPlain()) {
+            cursor.AppendText(value.text.Plain());
         } else {
             cursor.Pause();
-            WriteField(event, field);
+            WriteField(event, step.field);
             cursor.Resume();
         }
     }
@@ -218,23 +218,24 @@ void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
     cursor.Pause();
 }
 
-void JsonLine::WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field) {
-    using Kind = TLog::GatheredField::Kind;
-    switch (field.kind) {
+void JsonLine::WriteField(const TLog::GatheredFields& event, std::size_t index) {
+    using Kind = TLog::GatheredPlace::Kind;
+    const TLog::GatheredValue& value = event.GetValues()[index];
+    switch (event.GetPlaces()[index].kind) {
         case Kind::Text:
-            m_line.AppendText(field.text.Units());
+            m_line.AppendText(value.text.Units());
             break;
         case Kind::Integer:
-            m_line.AppendNumber(field.integer);
+            m_line.AppendNumber(value.integer);
             break;
         case Kind::Double:
-            m_line.AppendReal(field.real, false);
+            m_line.AppendReal(value.real, false);
             break;
         case Kind::Boolean:
-            m_line.Append(field.integer != 0 ? "true" : "false");
+            m_line.Append(value.integer != 0 ? "true" : "false");
             break;
         case Kind::Shared:
-            WriteValue(*event.GetShared(field), 2);
+            WriteValue(*event.GetShared(value), 2);
             break;
         case Kind::Constant:
         case Kind::Object:

@@ -55,7 +55,7 @@ private:
     void WriteObject(const TLog::Object& object, int depth);
     void WriteArray(const TLog::Array& array, int depth);
     void WriteGathered(const TLog::GatheredFields& event);
-    void WriteField(const TLog::GatheredFields& event, const TLog::GatheredField& field);
+    void WriteField(const TLog::GatheredFields& event, std::size_t index);
 
     LineText m_line;
     EventShapes m_shapes;

@@ -13,6 +13,23 @@
 
 namespace cvlcoreplatform {
 
+namespace {
+
+/// "00" to "99".
+constexpr auto digitPairs = [] {
+    std::array<std::array<char, 2>, 100> pairs{};
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
+    }
+    return pairs;
+}();
+
+void WritePair(char* to, uint32 number) noexcept {
+    std::memcpy(to, digitPairs[number].data(), 2);
+}
+
+}  // namespace
+
 void* LineAllocator::Malloc(std::size_t bytes) {
     return bytes != 0 ? ::operator new(bytes) : nullptr;
 }
@@ -91,12 +108,9 @@ void LineText::AppendFraction(uint32 microseconds) {
     constexpr std::size_t digits = 6;
     char* const to = Room(digits + 1);
     to[0] = '.';
-    // Two digits at a time.
-    for (std::size_t i = digits - 1; i < digits; i -= 2, microseconds /= 100) {
-        const uint32 pair = microseconds % 100;
-        to[i] = static_cast<char>('0' + pair / 10);
-        to[i + 1] = static_cast<char>('0' + pair % 10);
-    }
+    WritePair(to + 5, microseconds % 100);
+    WritePair(to + 3, microseconds / 100 % 100);
+    WritePair(to + 1, microseconds / 10'000);
     m_length += digits + 1;
 }
 

@@ -47,30 +47,36 @@ void StoreHalf(char* to, __m128i bytes) noexcept {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
 }
 
-bool ArePlain(__m128i bytes) noexcept {
-    // Compared as signed numbers, what is no ASCII counts as too small.
-    const __m128i outside = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(' ')),
-                                         _mm_cmpgt_epi8(bytes, _mm_set1_epi8('~')));
-    const __m128i escaped = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
-                                         _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
-    return _mm_movemask_epi8(_mm_or_si128(outside, escaped)) == 0;
-}
+/// Gathers what was seen of a text, to be asked once at its end.
+class Plainness {
+public:
+    void See(__m128i bytes) noexcept {
+        // With one added, and compared as signed numbers, what is no ASCII is too small, as is the
+        // control character at the end of ASCII.
+        const __m128i inside =
+            _mm_cmpgt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(1)), _mm_set1_epi8(' '));
+        const __m128i escaped = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                             _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+        m_good = _mm_and_si128(m_good, _mm_andnot_si128(escaped, inside));
+    }
+
+    bool IsPlain() const noexcept { return _mm_movemask_epi8(m_good) == 0xFFFF; }
+
+private:
+    __m128i m_good = _mm_set1_epi8(-1);
+};
 
 // To bytes. What does not fit becomes 0 or 255, neither of which is plain.
 __m128i Narrow(__m128i first, __m128i last) noexcept {
     return _mm_packus_epi16(first, last);
 }
 
-bool CopySixteen(const char* from, char* to) noexcept {
-    const __m128i bytes = Load(from);
-    Store(to, bytes);
-    return ArePlain(bytes);
+__m128i LoadSixteen(const char* from) noexcept {
+    return Load(from);
 }
 
-bool CopySixteen(const char16_t* from, char* to) noexcept {
-    const __m128i bytes = Narrow(Load(from), Load(from + 8));
-    Store(to, bytes);
-    return ArePlain(bytes);
+__m128i LoadSixteen(const char16_t* from) noexcept {
+    return Narrow(Load(from), Load(from + 8));
 }
 
 // Eight to fifteen, as the first and the last eight.
@@ -79,14 +85,18 @@ bool CopyEightToFifteen(const char* from, std::size_t count, char* to) noexcept 
     const __m128i last = LoadHalf(from + count - 8);
     StoreHalf(to, first);
     StoreHalf(to + count - 8, last);
-    return ArePlain(_mm_unpacklo_epi64(first, last));
+    Plainness plainness;
+    plainness.See(_mm_unpacklo_epi64(first, last));
+    return plainness.IsPlain();
 }
 
 bool CopyEightToFifteen(const char16_t* from, std::size_t count, char* to) noexcept {
     const __m128i bytes = Narrow(Load(from), Load(from + count - 8));
     StoreHalf(to, bytes);
     StoreHalf(to + count - 8, _mm_unpackhi_epi64(bytes, bytes));
-    return ArePlain(bytes);
+    Plainness plainness;
+    plainness.See(bytes);
+    return plainness.IsPlain();
 }
 
 template <class Character>
@@ -96,13 +106,18 @@ bool Copy(const Character* from, std::size_t count, char* to) noexcept {
         return count < block / 2 ? CopyOneByOne(from, count, to)
                                  : CopyEightToFifteen(from, count, to);
     }
-    for (; count >= block; count -= block, from += block, to += block) {
-        if (!CopySixteen(from, to)) {
-            return false;
-        }
+    Plainness plainness;
+    const std::size_t last = count - block;
+    for (std::size_t i = 0; i < last; i += block) {
+        const __m128i bytes = LoadSixteen(from + i);
+        Store(to + i, bytes);
+        plainness.See(bytes);
     }
-    // The last block overlaps what is done already.
-    return count == 0 || CopySixteen(from + count - block, to + count - block);
+    // The last block may overlap what is done already.
+    const __m128i bytes = LoadSixteen(from + last);
+    Store(to + last, bytes);
+    plainness.See(bytes);
+    return plainness.IsPlain();
 }
 
 #else
