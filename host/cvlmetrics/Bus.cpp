@@ -49,27 +49,34 @@ constinit std::atomic<milliseconds> s_patience{milliseconds{5000}};
 constinit std::atomic<uint64> s_waits{0};
 constinit std::atomic<uint64> s_waitedNanos{0};
 
-// Around the calls of the consumers. The host's errno is nobody else's business, and a thread that
-// is cancelled must not unwind out of a destructor.
-class CurrentDelivery {
+// Around deliveries. The host's errno is nobody else's business, and a thread that is cancelled
+// must not unwind out of a destructor.
+class HostState {
 public:
-    explicit CurrentDelivery(Delivery& delivery) noexcept {
-        t_side.delivery = &delivery;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
-    }
+    HostState() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState); }
 
-    ~CurrentDelivery() {
+    ~HostState() {
         pthread_setcancelstate(m_cancelState, nullptr);
-        t_side.delivery = nullptr;
         errno = m_errno;
     }
 
-    CurrentDelivery(const CurrentDelivery&) = delete;
-    CurrentDelivery& operator=(const CurrentDelivery&) = delete;
+    HostState(const HostState&) = delete;
+    HostState& operator=(const HostState&) = delete;
 
 private:
     int m_errno = errno;
     int m_cancelState = PTHREAD_CANCEL_ENABLE;
+};
+
+// Around the calls of the consumers.
+class CurrentDelivery {
+public:
+    explicit CurrentDelivery(Delivery& delivery) noexcept { t_side.delivery = &delivery; }
+
+    ~CurrentDelivery() { t_side.delivery = nullptr; }
+
+    CurrentDelivery(const CurrentDelivery&) = delete;
+    CurrentDelivery& operator=(const CurrentDelivery&) = delete;
 };
 
 void Wait(Delivery& delivery, const EventView& event) {
@@ -95,6 +102,7 @@ public:
     Consumers& GetConsumers() noexcept { return m_consumers; }
 
     void Deliver(const EventView& event);
+    void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
     void DeliverQueued() noexcept;
     bool DeliverSome() noexcept;
 
@@ -115,6 +123,8 @@ private:
     void LockForFork() noexcept;
     void UnlockAfterFork() noexcept;
     void StartAnewInChild() noexcept;
+
+    friend OwnDelivery;
 
     void DeliverQueued(Delivery& delivery) noexcept;
     bool DeliverNext(Delivery& delivery) noexcept;
@@ -143,6 +153,34 @@ public:
 private:
     std::atomic<uint32>& m_claims;
 };
+
+}  // namespace
+
+/// While it exists, its thread has the delivering role and delivers what it emits.
+class OwnDelivery {
+public:
+    explicit OwnDelivery(Dispatcher& dispatcher);
+    ~OwnDelivery() = default;
+    OwnDelivery(const OwnDelivery&) = delete;
+    OwnDelivery& operator=(const OwnDelivery&) = delete;
+
+    /// Throws `std::bad_alloc`; the event is lost then.
+    void Deliver(const EventView& event);
+
+private:
+    Dispatcher& m_dispatcher;
+    // Outlives the lock: the destructor of a listener that goes with its last reference here may do
+    // anything, waiting for other threads included.
+    Delivery m_delivery;
+    // So do the lines of the events: others deliver while this thread writes them.
+    std::optional<TLog::LineBatch> m_lines;
+    Claim m_claim;
+    std::lock_guard<AdaptiveMutex> m_lock;
+    HostState m_hostState;
+    corvala::memory::UnchargedAllocations m_uncharged;
+};
+
+namespace {
 
 // A child that is forked while another thread delivers, queues its first event or starts the
 // delivering thread would find a mutex locked for ever and records half written. So the forking
@@ -195,23 +233,37 @@ void Dispatcher::StartAnewInChild() noexcept {
     UnlockAfterFork();
 }
 
-void Dispatcher::Deliver(const EventView& event) {
-    // Outlives the lock: the destructor of a listener that goes with its last reference here may do
-    // anything, waiting for other threads included.
-    Delivery delivery;
-    // So do the lines of the event: others deliver while this thread writes them.
-    std::optional<TLog::LineBatch> ownLines;
+}  // namespace
 
-    const Claim claim(m_othersWait);
-    const std::lock_guard lock(m_mutex);
-    const CurrentDelivery current(delivery);
-    const corvala::memory::UnchargedAllocations uncharged;
-
+OwnDelivery::OwnDelivery(Dispatcher& dispatcher)
+    : m_dispatcher(dispatcher),
+      m_claim(dispatcher.m_othersWait),
+      m_lock(dispatcher.m_mutex) {
     // The lines of what others have queued come first, for these may go on with something else.
-    DeliverQueued(delivery);
-    ownLines.emplace(TLog::LineBatch::Holds::Events);
-    DeliverWithFollowers(m_received.Take(event), delivery);
-    m_received.Release();
+    const CurrentDelivery current(m_delivery);
+    dispatcher.DeliverQueued(m_delivery);
+    m_lines.emplace(TLog::LineBatch::Holds::Events);
+}
+
+void OwnDelivery::Deliver(const EventView& event) {
+    const CurrentDelivery current(m_delivery);
+    m_dispatcher.DeliverWithFollowers(m_dispatcher.m_received.Take(event), m_delivery);
+    m_dispatcher.m_received.Release();
+}
+
+namespace {
+
+void Dispatcher::Deliver(const EventView& event) {
+    OwnDelivery(*this).Deliver(event);
+}
+
+void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
+    OwnDelivery delivery(*this);
+    t_side.ownDelivery = &delivery;
+    t_side.neverQueues = true;
+    body(context);
+    t_side.neverQueues = t_side.isDeliveringThread;
+    t_side.ownDelivery = nullptr;
 }
 
 void Dispatcher::DeliverQueued() noexcept {
@@ -219,6 +271,7 @@ void Dispatcher::DeliverQueued() noexcept {
 
     const Claim claim(m_othersWait);
     const std::lock_guard lock(m_mutex);
+    const HostState hostState;
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
     const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
@@ -235,6 +288,7 @@ bool Dispatcher::DeliverSome() noexcept {
     }
     m_mutex.LockNext();
     const std::lock_guard lock(m_mutex, std::adopt_lock);
+    const HostState hostState;
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
 
@@ -243,11 +297,11 @@ bool Dispatcher::DeliverSome() noexcept {
     int delivered = 0;
     while (delivered < atMost && DeliverNext(delivery)) {
         ++delivered;
-        EventQueues::WakeWriters();
         if (m_othersWait.load(std::memory_order_relaxed) != 0) {
             break;
         }
     }
+    EventQueues::WakeWriters();
     return delivered != 0;
 }
 
@@ -402,6 +456,8 @@ void DeliverAtOnce(const EventView& event) {
 [[gnu::noinline]] void EmitDirectly(const EventView& event) {
     if (t_side.delivery != nullptr) {
         Wait(*t_side.delivery, event);
+    } else if (t_side.ownDelivery != nullptr) {
+        t_side.ownDelivery->Deliver(event);
     } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
         LossReport::CountLostEvent();
     } else {
@@ -411,7 +467,7 @@ void DeliverAtOnce(const EventView& event) {
 
 bool IsQueuing(const ThreadSide& side) noexcept {
     return IsAsynchronous() && !s_isGivenUp.load(std::memory_order_relaxed) &&
-           side.delivery == nullptr && !side.isDeliveringThread;
+           side.delivery == nullptr && !side.neverQueues;
 }
 
 /// Whether nothing is to be refused, or so many quarters of the thread's queue are free.
@@ -468,14 +524,24 @@ void Emit(EventView& event) {
     }
 }
 
-Burst::Burst() noexcept {
-    ++t_side.bursts;
+bool BeginBurst() noexcept {
+    ThreadSide& side = t_side;
+    if (!IsQueuing(side) && side.delivery == nullptr && side.ownDelivery == nullptr &&
+        !s_isGivenUp.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    ++side.bursts;
+    return true;
 }
 
-Burst::~Burst() {
+void EndBurst() noexcept {
     if (--t_side.bursts == 0 && EventQueues::Show()) {
         NoticeQueued();
     }
+}
+
+void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
+    Dispatcher::Get().DeliverBurst(body, context);
 }
 
 // A destructor has nobody to tell, and a scope whose end is missing stays open for the consumers: a

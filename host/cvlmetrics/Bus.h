@@ -36,16 +36,26 @@ void CountRefusedScope() noexcept;
 /// what has to be made of the event; it is lost then.
 void Emit(EventView& event);
 
-/// While it exists, what the thread emits may be handed on only when it ends, all together. It must
-/// be nothing that anybody could wait for, or that others take part in: between the first and the
-/// last of these events the thread neither learns nor tells anything.
-class Burst {
-public:
-    Burst() noexcept;
-    ~Burst();
-    Burst(const Burst&) = delete;
-    Burst& operator=(const Burst&) = delete;
-};
+/// For `InBurst`: whether the burst has begun, and `EndBurst` is to end it. Otherwise it is to be
+/// delivered by `DeliverBurst`.
+bool BeginBurst() noexcept;
+void EndBurst() noexcept;
+void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
+
+/// Calls `body`, which must not throw. What the thread emits in it may be handed on only at the
+/// end, all together, or delivered without letting other threads deliver in between. So it must be
+/// nothing that anybody could wait for, or that others take part in: between the first and the last
+/// of these events the thread neither learns nor tells anything.
+template <class Body>
+void InBurst(const Body& body) noexcept {
+    if (BeginBurst()) {
+        body();
+        EndBurst();
+    } else {
+        DeliverBurst([](const void* context) noexcept { (*static_cast<const Body*>(context))(); },
+                     &body);
+    }
+}
 
 /// For destructors: as `Emit`, but a lost event is counted only.
 void EmitFromDestructor(EventView& event) noexcept;

@@ -118,6 +118,7 @@ bool TryToEnd() noexcept {
 
 void Run() noexcept {
     t_side.isDeliveringThread = true;
+    t_side.neverQueues = true;
     pthread_setname_np(pthread_self(), "tarn-delivery");
     int naps = 0;
     for (;;) {

@@ -63,10 +63,16 @@ public:
     void StartAnewInChild() noexcept;
 
 private:
-    /// A queue and the ticket of its oldest event, as far as the reader has looked.
+    /// A queue and its oldest event, as far as the reader has looked.
     struct Source {
         EventQueue* queue;
-        uint64 ticket;
+        EventRecord* oldest = nullptr;
+        uint64 ticket = unknown;
+
+        void LookAgain() noexcept {
+            oldest = queue->Peek();
+            ticket = oldest == nullptr ? unknown : oldest->GetTicket();
+        }
     };
 
     EventRecord* FindNext() noexcept;
@@ -119,7 +125,7 @@ EventRecord* Registry::FindNext() noexcept {
             });
         m_current = found == m_sources.end() ? nullptr : &*found;
     }
-    return m_current == nullptr ? nullptr : m_current->queue->Peek();
+    return m_current == nullptr ? nullptr : m_current->oldest;
 }
 
 void Registry::LookForNewEvents() noexcept {
@@ -128,8 +134,7 @@ void Registry::LookForNewEvents() noexcept {
     }
     for (Source& source : m_sources) {
         if (source.ticket == unknown) {
-            const EventRecord* const record = source.queue->Peek();
-            source.ticket = record == nullptr ? unknown : record->GetTicket();
+            source.LookAgain();
         }
     }
 }
@@ -143,14 +148,14 @@ void Registry::TakeInNewQueues() noexcept {
         return;  // the events stay where they are until there is memory again
     }
     for (std::size_t i = m_sources.size(); i < m_queues.size(); ++i) {
-        m_sources.push_back({.queue = m_queues[i].get(), .ticket = unknown});
+        m_sources.push_back({.queue = m_queues[i].get()});
     }
 }
 
 void Registry::Pop() noexcept {
     m_current->queue->Pop();
-    const EventRecord* const next = m_current->queue->Peek();
-    m_current->ticket = next == nullptr ? unknown : next->GetTicket();
+    m_current->queue->WakeWriter();
+    m_current->LookAgain();
     s_taken.store(s_taken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 

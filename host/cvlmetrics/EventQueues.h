@@ -26,7 +26,7 @@ enum class Outcome { Queued, NoRoom };
 /// for any record. False then, and nothing has happened.
 bool TryToAppend(const EventView& event) noexcept;
 
-/// Appends an event to the calling thread's queue. Within a burst (`Bus::Burst`) it draws its
+/// Appends an event to the calling thread's queue. Within a burst (`Bus::InBurst`) it draws its
 /// ticket and is shown with the others, when `Show` is called. Throws `std::bad_alloc` if that
 /// needs memory and there is none.
 Outcome Append(const EventView& event);
@@ -45,10 +45,11 @@ bool HasFreeQuarters(unsigned quarters) noexcept;
 /// The next event of all; null when its thread has not shown it yet, or nothing is queued.
 EventRecord* Next() noexcept;
 
-/// Takes the event that `Next` gave off its queue.
+/// Takes the event that `Next` gave off its queue, and wakes the queue's thread if it waits for
+/// room and has some.
 void Pop() noexcept;
 
-/// Wakes the threads that wait for room and have some.
+/// Wakes all threads that wait for room and have some, for those that were just falling asleep.
 void WakeWriters() noexcept;
 
 // For every thread.

@@ -1,6 +1,7 @@
 #include "EventRecord.h"
 
-#include "cvlsys/host/RecycledTexts.h"
+#include "RewrittenValue.h"
+
 #include "cvlsys/host/ShortCopy.h"
 
 #include <algorithm>
@@ -52,8 +53,7 @@ constexpr uint64 Word(Tag tag, uint64 content) noexcept {
 template <class Unit>
 constexpr bool isNarrow = sizeof(Unit) == 1;
 
-template <class Unit>
-using SharedText = std::shared_ptr<const std::basic_string<Unit>>;
+using RewrittenValue::SharedText;
 
 /// Whether the value is of a known kind and holds exactly what goes with it.
 bool IsPlain(const MetricsValue& value) noexcept {
@@ -220,11 +220,8 @@ T ReadAs(const std::byte* from) noexcept {
     return content;
 }
 
-/// Reads values one behind the other, each into one that is there. The functions give the place
-/// behind what they have read.
-///
-/// A value that is there is of a known kind and holds what goes with it. Events of one type mostly
-/// have the same names and kinds of values in the same places, which leaves little to do.
+/// Reads values one behind the other, each into one that is there (see `RewrittenValue`). The
+/// functions give the place behind what they have read.
 class Reader {
 public:
     [[gnu::always_inline]] static const std::byte* Read(const std::byte* from,
@@ -232,16 +229,10 @@ public:
         const auto word = ReadAs<uint64>(from);
         switch (static_cast<Tag>(word & tagMask)) {
             case Tag::ImmortalUtf16:
-                if (value.utf16.get() != AddressIn<char16_t>(word) ||
-                    value.utf16.use_count() != 0) {
-                    BecomeImmortal<char16_t>(value, word);
-                }
+                RewrittenValue::SetImmortal(value, AddressIn<char16_t>(word));
                 return from + wordBytes;
             case Tag::ShortInteger:
-                if (value.type != MetricsValue::MV_Int64) {
-                    BecomeScalar(value, MetricsValue::MV_Int64);
-                }
-                value.integer = static_cast<int64>(word) >> tagBits;
+                RewrittenValue::SetInteger(value, static_cast<int64>(word) >> tagBits);
                 return from + wordBytes;
             default:
                 return ReadOther(from, word, value);
@@ -259,10 +250,10 @@ private:
             case Tag::Utf16:
                 return ReadText<char16_t>(from, word >> tagBits, value);
             case Tag::ImmortalUtf8:
-                BecomeImmortal<char>(value, word);
+                RewrittenValue::SetImmortal(value, AddressIn<char>(word));
                 return from;
             default:
-                BecomeScalar(value, static_cast<uint32>(word >> tagBits));
+                RewrittenValue::BecomeOtherScalar(value, static_cast<uint32>(word >> tagBits));
                 value.integer = ReadAs<int64>(from);
                 return from + wordBytes;
         }
@@ -274,50 +265,11 @@ private:
     }
 
     template <class Unit>
-    static SharedText<Unit>& TextOf(MetricsValue& value) noexcept {
-        if constexpr (isNarrow<Unit>) {
-            return value.utf8;
-        } else {
-            return value.utf16;
-        }
-    }
-
-    [[gnu::noinline]] static void BecomeScalar(MetricsValue& value, uint32 type) noexcept {
-        value.utf8 = nullptr;
-        value.utf16 = nullptr;
-        value.type = type;
-    }
-
-    template <class Unit>
-    static void BecomeText(MetricsValue& value) noexcept {
-        constexpr uint32 type =
-            isNarrow<Unit> ? MetricsValue::MV_Utf8String : MetricsValue::MV_Utf16String;
-        if (value.type == type) {
-            return;
-        }
-        if constexpr (isNarrow<Unit>) {
-            value.utf16 = nullptr;
-        } else {
-            value.utf8 = nullptr;
-        }
-        value.type = type;
-        value.integer = 0;
-    }
-
-    template <class Unit>
-    [[gnu::noinline]] static void BecomeImmortal(MetricsValue& value, uint64 word) noexcept {
-        TextOf<Unit>(value) = SharedText<Unit>(SharedText<Unit>(), AddressIn<Unit>(word));
-        BecomeText<Unit>(value);
-    }
-
-    template <class Unit>
     static const std::byte* ReadText(const std::byte* from,
                                      std::size_t bytes,
                                      MetricsValue& value) {
         const auto* const units = reinterpret_cast<const Unit*>(from);
-        cvlsys::Rewrite(TextOf<Unit>(value),
-                        std::basic_string_view<Unit>(units, bytes / sizeof(Unit)));
-        BecomeText<Unit>(value);
+        RewrittenValue::SetText(value, std::basic_string_view<Unit>(units, bytes / sizeof(Unit)));
         return from + Aligned(bytes);
     }
 };

@@ -1,7 +1,8 @@
 #include "EventView.h"
 
+#include "RewrittenValue.h"
+
 #include "cvlcoreplatform/TString.h"
-#include "cvlsys/host/RecycledTexts.h"
 
 #include <string_view>
 
@@ -9,25 +10,40 @@ namespace Metrics {
 
 namespace {
 
-void SetScalar(MetricsValue& to, uint32 type, int64 integer) noexcept {
-    to.type = type;
-    to.integer = integer;
-    to.utf8 = nullptr;
-    to.utf16 = nullptr;
+void SetShared(MetricsValue& to, const TString::Characters& text) {
+    if (text == nullptr) {
+        RewrittenValue::SetText(to, std::u16string_view());
+    } else if (text.use_count() == 0) {
+        RewrittenValue::SetImmortal(to, text.get());
+    } else {
+        to.utf16 = text;
+        RewrittenValue::BecomeText<char16_t>(to);
+    }
 }
 
-void SetText(MetricsValue& to, std::string_view text) {
-    cvlsys::Rewrite<char>(to.utf8, text);
-    to.type = MetricsValue::MV_Utf8String;
-    to.integer = 0;
-    to.utf16 = nullptr;
+bool IsShared(const ValueView& view) noexcept {
+    switch (view.GetKind()) {
+        case ValueView::Kind::Shared:
+            return view.GetShared().use_count() != 0;
+        case ValueView::Kind::Value:
+            return true;
+        default:
+            return false;
+    }
 }
 
-void SetText(MetricsValue& to, std::u16string_view text) {
-    cvlsys::Rewrite<char16_t>(to.utf16, text);
-    to.type = MetricsValue::MV_Utf16String;
-    to.integer = 0;
-    to.utf8 = nullptr;
+/// Calls `copy` for each value of the view and the event's value that it goes to.
+template <class Copy>
+void ForEachValue(const EventView& view, MetricsEvent& event, const Copy& copy) {
+    copy(event.name, view.name);
+    copy(event.value, view.value);
+    event.pairs.resize(view.pairs.Size());
+    auto to = event.pairs.begin();
+    for (const PairView& pair : view.pairs) {
+        copy(to->first, pair.name);
+        copy(to->second, pair.value);
+        ++to;
+    }
 }
 
 }  // namespace
@@ -35,24 +51,19 @@ void SetText(MetricsValue& to, std::u16string_view text) {
 void Assign(MetricsValue& to, const ValueView& view) {
     switch (view.GetKind()) {
         case ValueView::Kind::Int64:
-            SetScalar(to, MetricsValue::MV_Int64, view.GetInteger());
+            RewrittenValue::SetInteger(to, view.GetInteger());
             break;
         case ValueView::Kind::Shared:
-            if (view.GetShared() == nullptr) {
-                SetText(to, std::u16string_view());
-                break;
-            }
-            SetScalar(to, MetricsValue::MV_Utf16String, 0);
-            to.utf16 = view.GetShared();
+            SetShared(to, view.GetShared());
             break;
         case ValueView::Kind::Utf8:
-            SetText(to, view.GetUtf8());
+            RewrittenValue::SetText(to, view.GetUtf8());
             break;
         case ValueView::Kind::Utf16:
-            SetText(to, view.GetUtf16());
+            RewrittenValue::SetText(to, view.GetUtf16());
             break;
         case ValueView::Kind::Wide:
-            SetText(to, TString(view.GetWide()).View());
+            RewrittenValue::SetText(to, TString(view.GetWide()).View());
             break;
         case ValueView::Kind::Bool:
         case ValueView::Kind::Double:
@@ -62,7 +73,7 @@ void Assign(MetricsValue& to, const ValueView& view) {
     }
 }
 
-void EventView::CopyTo(MetricsEvent& event) const {
+void EventView::CopyHeadTo(MetricsEvent& event) const noexcept {
     event.id = id;
     event.contextId = contextId;
     event.flags = flags;
@@ -70,15 +81,21 @@ void EventView::CopyTo(MetricsEvent& event) const {
     event.wallSeconds = wallSeconds;
     event.wallMicros = wallMicros;
     event.type = type;
-    Assign(event.name, name);
-    Assign(event.value, value);
-    event.pairs.resize(pairs.Size());
-    auto to = event.pairs.begin();
-    for (const PairView& pair : pairs) {
-        Assign(to->first, pair.name);
-        Assign(to->second, pair.value);
-        ++to;
-    }
+}
+
+void EventView::CopyTo(MetricsEvent& event) const {
+    CopyHeadTo(event);
+    ForEachValue(*this, event, Assign);
+}
+
+void EventView::CopyTo(MetricsEvent& event, std::vector<MetricsValue*>& shared) const {
+    CopyHeadTo(event);
+    ForEachValue(*this, event, [&shared](MetricsValue& to, const ValueView& view) {
+        Assign(to, view);
+        if (IsShared(view)) {
+            shared.push_back(&to);
+        }
+    });
 }
 
 }  // namespace Metrics

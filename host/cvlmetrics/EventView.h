@@ -26,6 +26,12 @@ struct EventView {
     /// `cvlsys::MakeText`, or live as long as the process. What the view holds as shared texts is
     /// shared with the event. Throws `std::bad_alloc`.
     void CopyTo(MetricsEvent& event) const;
+
+    /// The same, and appends the event's values that share something with the view.
+    void CopyTo(MetricsEvent& event, std::vector<MetricsValue*>& shared) const;
+
+private:
+    void CopyHeadTo(MetricsEvent& event) const noexcept;
 };
 
 /// As `ValueView::ToValue`, into a value that is there, whose texts are as `EventView::CopyTo`

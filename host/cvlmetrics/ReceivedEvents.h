@@ -4,9 +4,11 @@
 #include "EventView.h"
 
 #include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/MetricsValue.h"
 
 #include <array>
 #include <cstddef>
+#include <vector>
 
 namespace Metrics {
 
@@ -15,7 +17,10 @@ namespace Metrics {
 /// consumer has kept is written anew. For whoever has the delivering role.
 class ReceivedEvents {
 public:
-    ReceivedEvents() noexcept = default;
+    /// Throws `std::bad_alloc`.
+    ReceivedEvents() { m_shared.reserve(fewShared); }
+
+    ~ReceivedEvents() = default;
     ReceivedEvents(const ReceivedEvents&) = delete;
     ReceivedEvents& operator=(const ReceivedEvents&) = delete;
 
@@ -28,10 +33,22 @@ public:
 
     /// Lets go of what was taken last, except for memory to use again. Whoever emits the event
     /// still holds what it is made of.
-    void Release() noexcept;
+    void Release() noexcept {
+        if (!m_shared.empty()) {
+            LetGoOfShared();
+        }
+        if (m_taken == &m_boxed || m_taken->pairs.capacity() > mostPairsKept) {
+            LetGo(*m_taken);
+        }
+    }
 
 private:
     static constexpr std::size_t types = 13;
+    static constexpr std::size_t mostPairsKept = 64;
+    static constexpr std::size_t fewShared = 64;
+
+    void LetGoOfShared() noexcept;
+    static void LetGo(MetricsEvent& event) noexcept;
 
     MetricsEvent& Last(MetricsEventType type) noexcept;
 
@@ -39,7 +56,8 @@ private:
     std::array<MetricsEvent, types> m_last;
     MetricsEvent m_boxed;
     MetricsEvent* m_taken = &m_boxed;
-    bool m_isShared = false;
+    // Values of the taken event that whoever emits it holds, too.
+    std::vector<MetricsValue*> m_shared;
 };
 
 }  // namespace Metrics

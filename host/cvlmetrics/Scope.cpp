@@ -69,20 +69,21 @@ void Scope::Close() noexcept {
     }
 }
 
-// Nothing of the host's runs from the first of these events to the last: they are a burst.
+// Nothing of the host's runs from the first of these events to the last, except for consumers.
 void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
     if (!m_open) {
         return;
     }
     if (Bus::Admits(m_flags)) {
-        const Bus::Burst burst;
-        const ScopeIdentity scope{m_id, m_contextId, m_flags};
-        for (const Statement& statement : statements) {
-            EventView event =
-                scope.Event(statement.type, statement.name, statement.value, statement.pairs);
-            Bus::EmitFromDestructor(event);
-        }
-        Close();
+        Bus::InBurst([this, statements]() noexcept {
+            const ScopeIdentity scope{m_id, m_contextId, m_flags};
+            for (const Statement& statement : statements) {
+                EventView event =
+                    scope.Event(statement.type, statement.name, statement.value, statement.pairs);
+                Bus::EmitFromDestructor(event);
+            }
+            Close();
+        });
     }
     m_open = false;
     m_id = 0;

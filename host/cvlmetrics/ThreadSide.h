@@ -8,7 +8,8 @@ namespace Metrics {
 
 namespace Bus {
 struct Delivery;
-}
+class OwnDelivery;
+}  // namespace Bus
 
 /// What the bus keeps for each thread. It lies at a fixed distance from the thread pointer: every
 /// emission reads it, and nothing of it is made or allocated. Trivially destructible, so that it
@@ -16,10 +17,15 @@ struct Delivery;
 struct ThreadSide {
     /// The thread's own queue, once there is one.
     EventQueue* queue = nullptr;
-    /// Set exactly while this thread holds the bus's mutex for a delivery.
+    /// Set exactly while the consumers are called on this thread.
     Bus::Delivery* delivery = nullptr;
-    /// How many bursts this thread is inside of (`Bus::Burst`).
+    /// Set while this thread keeps the bus's mutex to deliver what it emits itself.
+    Bus::OwnDelivery* ownDelivery = nullptr;
+    /// How many bursts this thread is inside of (`Bus::InBurst`).
     uint32 bursts = 0;
+    /// What this thread emits is not queued, whatever else is: it is the delivering thread, or has
+    /// an own delivery.
+    bool neverQueues = false;
     bool isDeliveringThread = false;
     bool hasTornDownQueue = false;
     /// The id of the thread's last scope, and the last one that was set aside for the thread.

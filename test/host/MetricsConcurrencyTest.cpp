@@ -153,6 +153,41 @@ TEST_F(MetricsConcurrencyTest, TheEventsOfEachContextArriveInTheOrderOfTheirEmis
     }
 }
 
+TEST_F(MetricsConcurrencyTest, NothingComesBetweenWhatAScopeSaysAtItsEnd) {
+    constexpr int threads = 4;
+    constexpr int rounds = 2000;
+    uint64 endingScope = 0;
+    int interrupted = 0;
+    int ended = 0;
+    m_listener->reaction = [&](const MetricsEvent& event) {
+        interrupted += endingScope != 0 && event.id != endingScope ? 1 : 0;
+        ended += event.type == MetricsEventType::CloseScope ? 1 : 0;
+        endingScope = event.type == MetricsEventType::NameValue ? event.id : 0;
+        m_listener->events.clear();
+    };
+    {
+        const Subscription subscription(*m_listener, flagTracing, false);
+        std::vector<std::thread> workers;
+        for (int i = 0; i < threads; ++i) {
+            workers.emplace_back([] {
+                const CurrentContext context;
+                for (int round = 0; round < rounds; ++round) {
+                    Scope scope(flagTracing);
+                    scope.OpenImpl("query");
+                    scope.Finish({{MetricsEventType::NameValue, "tid", 7},
+                                  {MetricsEventType::NameValue, "rows", round}});
+                }
+            });
+        }
+        for (std::thread& worker : workers) {
+            worker.join();
+        }
+    }
+
+    EXPECT_EQ(ended, threads * rounds);
+    EXPECT_EQ(interrupted, 0);
+}
+
 TEST_F(MetricsConcurrencyTest, AContextThatMovesBetweenThreadsKeepsItsOrder) {
     constexpr int moves = 100;
     {

@@ -166,6 +166,53 @@ TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsKeepsItsOrderOverSeveralRounds) {
                             "close outer"));
 }
 
+TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsGoesOutBeforeTheRestOfAScopesEnd) {
+    m_listener->reaction = [](const MetricsEvent& event) {
+        if (Describe(event) == "value tid=7") {
+            Work("inner");
+            Scope finished(flagTracing);
+            finished.OpenImpl("finished");
+            finished.Finish({{MetricsEventType::NameValue, "rows", 3}});
+        }
+    };
+    Scope scope(flagTracing);
+    scope.OpenImpl("outer");
+
+    scope.Finish({{MetricsEventType::NameValue, "tid", 7}});
+
+    EXPECT_THAT(m_listener->Descriptions(),
+                ElementsAre("open outer",
+                            "value tid=7",
+                            "open inner",
+                            "close inner",
+                            "open finished",
+                            "value rows=3",
+                            "close finished",
+                            "close outer"));
+}
+
+TEST_F(MetricsDeliveryTest, LetsGoOfTheTextsThatTheHostHoldsToo) {
+    const TString name(u"rows");
+    const TString value(u"many");
+    const Metrics::MetricsValue given(value);
+    const long nameOwners = name.SharedCharacters().use_count();
+    const long valueOwners = value.SharedCharacters().use_count();
+    std::vector<std::string> heard;
+    m_listener->reaction = [&heard](const MetricsEvent& event) {
+        heard.push_back(Describe(event));
+    };
+
+    Scope scope(flagTracing);
+    scope.OpenImpl("query", {{name, value}, {"same", given}});
+    m_listener->events.clear();
+
+    EXPECT_EQ(name.SharedCharacters().use_count(), nameOwners);
+    EXPECT_EQ(value.SharedCharacters().use_count(), valueOwners);
+    scope.EmitImpl(MetricsEventType::NameValue, "rows", 3);
+    EXPECT_EQ(value, TString(u"many"));
+    EXPECT_THAT(heard, ElementsAre("open query(rows=many, same=many)", "value rows=3"));
+}
+
 TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsIsStampedWhenItIsEmitted) {
     static std::atomic<int64> s_now{0};
     s_now = 0;
