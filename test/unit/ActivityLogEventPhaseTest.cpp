@@ -27,7 +27,8 @@ protected:
         scope.attributes = {{TString(u"rows"), 12}};
         scope.supplements.push_back({0, {{"step", 1}}});
         const tarn::RequestContextAttributes::Table none;
-        const tarn::ActivityEventInput input{scope, TString(), TUUID(), TUUID(), nullptr, none, 0};
+        const tarn::ActivityEventInput input{
+            scope, &tarn::NoText(), TUUID(), TUUID(), nullptr, none, 0};
         return tarn::ActivityLogEventProducer(
                    static_cast<ActivityPhase>(phase), scope.name, describesRequest)
             .Produce(input);

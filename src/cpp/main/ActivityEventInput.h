@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ActivityTokenText.h"
 #include "ContextInfo.h"
 #include "RequestContextAttributes.h"
 #include "ScopeState.h"
@@ -8,19 +9,17 @@
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlsys/IntegerTypes.h"
 
-#include <memory>
-
 namespace tarn {
 
 /// What one log event is built from; lives as long as that takes.
 struct ActivityEventInput {
     const MetricsMonitor::ScopeState& scope;
-    TString sponsorText;      ///< with foreground thread contexts
-    TUUID sponsorActivityId;  ///< without them
+    const TString* sponsorText = &NoText();  ///< with foreground thread contexts
+    TUUID sponsorActivityId;                 ///< without them
     TUUID requestActivityId;
 
     /// Layers of context attributes; null when the scope's context is unknown or has none.
-    std::shared_ptr<const MetricsMonitor::ContextInfo::Layers> layers;
+    const MetricsMonitor::ContextInfo::Layers* layers = nullptr;
 
     /// Attributes of the request; empty when there is none.
     const RequestContextAttributes::Table& attributes;

@@ -75,16 +75,18 @@ const TString& WordOf(ActivityPhase phase) {
     return NoText();
 }
 
-/// A text that the request may carry, else "-".
-TLog::TextView TextAttribute(const AttributeTable& attributes, const TString& name) {
-    const MetricsValue* const value = attributes.Find(name);
-    if (value == nullptr) {
-        return NoText();
-    }
-    if (!IsText(*value)) {
+TLog::TextView RequireText(const MetricsValue& value) {
+    if (!IsText(value)) {
         RaiseLogicAssert(sourceFile, 110, "Unexpected MetricsValue type", 0x710908B6);
     }
-    return ViewOfText(*value);
+    return ViewOfText(value);
+}
+
+/// A text that the request may carry, else "-".
+TLog::TextView TextAttribute(const AttributeTable& attributes, ContextAttributeName name) {
+    static const TLog::TextView none(NoText());
+    const MetricsValue* const value = attributes.Find(name);
+    return value != nullptr ? RequireText(*value) : none;
 }
 
 TLog::EventTimePoint ToTimePoint(uint64 microseconds) {
@@ -94,7 +96,7 @@ TLog::EventTimePoint ToTimePoint(uint64 microseconds) {
 }
 
 uint32 ProcessIdOf(const AttributeTable& attributes) {
-    const MetricsValue* const value = attributes.Find(Tokens().pidAttr);
+    const MetricsValue* const value = attributes.Find(ContextAttributeName::ProcessId);
     return value == nullptr ? TSystem::ProcessID()
                             : static_cast<uint32>(
                                   static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(*value)));
@@ -107,7 +109,7 @@ void SetRequest(EventBuilder& event, const ActivityEventInput& input) {
     if (input.scope.requestText != none) {
         return event.SetRequest(input.scope.requestText);
     }
-    const TLog::TextView named = TextAttribute(input.attributes, Tokens().ridAttr);
+    const TLog::TextView named = TextAttribute(input.attributes, ContextAttributeName::RequestId);
     if (named.IsUtf8() ? named.GetUtf8() != "-" : named.GetUtf16() != none.View()) {
         return event.SetRequest(named);
     }
@@ -116,7 +118,7 @@ void SetRequest(EventBuilder& event, const ActivityEventInput& input) {
 
 void SetSite(EventBuilder& event, const AttributeTable& attributes) {
     if (OptTarn::GetIsServer()) {
-        event.SetSite(TextAttribute(attributes, Tokens().siteAttr));
+        event.SetSite(TextAttribute(attributes, ContextAttributeName::Site));
     } else {
         event.SetSite(OptTarn::DefaultSiteName());
     }
@@ -133,7 +135,7 @@ void AddForegroundIds(EventBuilder& event, const ActivityEventInput& input) {
     event.AddText(ObjectId::Activity, tokens.rootAttr, scope.rootIdText);
     event.AddText(ObjectId::Activity,
                   tokens.sponsorAttr,
-                  scope.traceDepth == 1 ? scope.rootIdText : input.sponsorText);
+                  scope.traceDepth == 1 ? scope.rootIdText : *input.sponsorText);
 }
 
 void AddMonitorIds(EventBuilder& event, const ActivityEventInput& input) {
@@ -242,9 +244,9 @@ TLog::Event ActivityLogEventProducer::Produce(const ActivityEventInput& input) c
         AddLogSupplements(event, input);
     }
     // One after the other: the first one that is no text is the one that is complained of.
-    event.SetSession(TextAttribute(input.attributes, Tokens().sidAttr));
+    event.SetSession(TextAttribute(input.attributes, ContextAttributeName::SessionId));
     SetRequest(event, input);
-    event.SetUser(TextAttribute(input.attributes, Tokens().userAttr));
+    event.SetUser(TextAttribute(input.attributes, ContextAttributeName::User));
     SetSite(event, input.attributes);
     return event.Finish(m_eventName,
                         ToTimePoint(input.timeInMicroseconds),
@@ -256,7 +258,7 @@ void ActivityLogEventProducer::AddRequestDescription(EventBuilder& event,
                                                      const ActivityEventInput& input) const {
     event.AddText(ObjectId::Activity,
                   Tokens().requestDescription,
-                  TextAttribute(input.attributes, Tokens().requestDescription));
+                  TextAttribute(input.attributes, ContextAttributeName::RequestDescription));
 }
 
 void ActivityLogEventProducer::AddHostAndEnvironment(EventBuilder& event) const {
@@ -286,13 +288,15 @@ void ActivityLogEventProducer::AddIdentity(EventBuilder& event,
 
 void ActivityLogEventProducer::AddRequestContextAttributes(EventBuilder& event,
                                                            const ActivityEventInput& input) const {
-    const TString& workbook = Tokens().workbookAttr;
-    const TString& view = Tokens().viewAttr;
     if (input.layers != nullptr && !input.layers->empty()) {
         AddContextLayers(event, *input.layers);
     }
-    event.AddText(ObjectId::Attributes, workbook, TextAttribute(input.attributes, workbook));
-    event.AddText(ObjectId::Attributes, view, TextAttribute(input.attributes, view));
+    event.AddText(ObjectId::Attributes,
+                  Tokens().workbookAttr,
+                  TextAttribute(input.attributes, ContextAttributeName::Workbook));
+    event.AddText(ObjectId::Attributes,
+                  Tokens().viewAttr,
+                  TextAttribute(input.attributes, ContextAttributeName::View));
 }
 
 void ActivityLogEventProducer::AddOutcome(EventBuilder& event,

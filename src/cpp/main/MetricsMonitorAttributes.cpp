@@ -229,9 +229,10 @@ void MetricsMonitor::AddSpecificContextAttributesToParent(ScopeState& state) {
     if (parent.request == context->request) {
         return;
     }
-    for (const TString* const name : {&tarn::Tokens().viewAttr, &tarn::Tokens().workbookAttr}) {
-        if (const MetricsValue* const value = context->request->attributes.Find(*name)) {
-            parent.request->attributes.Set(*name, *value);
+    for (const auto name :
+         {tarn::ContextAttributeName::View, tarn::ContextAttributeName::Workbook}) {
+        if (const MetricsValue* const value = context->request->attributes.Find(name)) {
+            parent.request->attributes.Set(name, *value);
         }
     }
 }

@@ -93,14 +93,14 @@ void MetricsMonitor::AddAttributesToRequestContext(ContextInfo& context,
     for (const auto& [nameValue, value] : pairs) {
         const tarn::MonitorName& name = m_records->names.Read(nameValue);
         if (name.contextAttribute == tarn::ContextAttributeName::RequestDescription) {
-            const MetricsValue* const current = attributes.Find(name.text);
+            const MetricsValue* const current = attributes.Find(name.contextAttribute);
             if (current != nullptr &&
                 !IsReplaceableRequestDescription(TarnMetricsUtils::MetricsValueToString(*current),
                                                  value)) {
                 continue;
             }
         }
-        attributes.Set(name.text, value);
+        attributes.Set(name.contextAttribute, value);
     }
 }
 

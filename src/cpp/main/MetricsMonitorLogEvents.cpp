@@ -32,10 +32,10 @@ TLog::Event MetricsMonitor::CreateLogEvent(const ScopeStateWithEventTimeInfo& sc
     const bool hasRequest = context != nullptr && context->request != nullptr;
     tarn::ActivityEventInput input{
         state,
-        TString(),
+        &tarn::NoText(),
         TUUID(),
         state.requestActivityId,
-        context != nullptr ? context->layers : nullptr,
+        context != nullptr ? context->layers.get() : nullptr,
         hasRequest ? context->request->attributes : NoAttributes(),
         scope.time.WallMicroseconds(),
     };
@@ -44,11 +44,11 @@ TLog::Event MetricsMonitor::CreateLogEvent(const ScopeStateWithEventTimeInfo& sc
     const ScopeState* const sponsor =
         m_records->FindScope(FindOpenSponsor(state, OptTarn::GetShouldLogTransparent()));
     if (foreground && sponsor != nullptr) {
-        input.sponsorText = sponsor->ownIdText;
+        input.sponsorText = &sponsor->ownIdText;
         // The scope serves its sponsor's request from now on.
         state.requestText = sponsor->requestText;
     } else if (foreground) {
-        input.sponsorText = state.rootIdText;
+        input.sponsorText = &state.rootIdText;
     } else {
         input.sponsorActivityId =
             sponsor != nullptr ? sponsor->activityId : input.requestActivityId;

@@ -2,7 +2,7 @@
 
 #include "ActivityTokenText.h"
 #include "ImmortalNames.h"
-#include "TextHash.h"
+#include "ShortText.h"
 
 #include "tarn/ActivityConfig.h"
 #include "tarn/TarnMetricsUtils.h"
@@ -117,7 +117,8 @@ const MonitorName& MonitorNames::ReadRecent(const MetricsValue& name, std::strin
         return m_other;
     }
     Recent& slot = m_recent[SlotOf(bytes, slots)];
-    if (slot.type != name.type || bytes != std::string_view(slot.bytes.data(), slot.length)) {
+    if (slot.type != name.type || slot.length != bytes.size() ||
+        !IsSameText(slot.bytes.data(), bytes.data(), bytes.size())) {
         slot.name = Describe(name);
         slot.type = name.type;
         slot.length = static_cast<uint32>(bytes.size());

@@ -6,7 +6,16 @@
 #include <cstring>
 #include <string_view>
 
+// What most texts in lookups are is a few words: looking at them in place is quicker than a call.
 namespace tarn {
+
+/// The bytes at a place, as a number.
+template <class Word>
+inline Word WordAt(const char* from) noexcept {
+    Word word = 0;
+    std::memcpy(&word, from, sizeof word);
+    return word;
+}
 
 /// A quick hash of short texts, for tables within the process. Its upper half is the better one.
 inline uint64 HashText(std::string_view bytes) noexcept {
@@ -14,15 +23,18 @@ inline uint64 HashText(std::string_view bytes) noexcept {
     constexpr std::size_t word = sizeof(uint64);
     uint64 mixed = bytes.size();
     const auto mix = [&mixed](const char* from) {
-        uint64 part = 0;
-        std::memcpy(&part, from, word);
-        mixed = (mixed ^ part) * multiplier;
+        mixed = (mixed ^ WordAt<uint64>(from)) * multiplier;
         mixed ^= mixed >> 32;
     };
     if (bytes.size() < word) {
         uint64 part = 0;
-        for (const char byte : bytes) {
-            part = part << 8 | static_cast<unsigned char>(byte);
+        if (bytes.size() >= sizeof(uint32)) {
+            part = WordAt<uint32>(bytes.data() + bytes.size() - sizeof(uint32));
+            part = part << 32 | WordAt<uint32>(bytes.data());
+        } else {
+            for (const char byte : bytes) {
+                part = part << 8 | static_cast<unsigned char>(byte);
+            }
         }
         return (mixed ^ part) * multiplier;
     }
@@ -33,6 +45,27 @@ inline uint64 HashText(std::string_view bytes) noexcept {
     // The last word may overlap the one before.
     mix(last);
     return mixed * multiplier;
+}
+
+/// Whether the texts, of the same length, are the same.
+inline bool IsSameText(const char* one, const char* other, std::size_t bytes) noexcept {
+    const auto sameAt = [one, other](auto word, std::size_t place) {
+        using Word = decltype(word);
+        return WordAt<Word>(one + place) == WordAt<Word>(other + place);
+    };
+    if (bytes >= sizeof(uint64)) {
+        const std::size_t last = bytes - sizeof(uint64);
+        for (std::size_t i = 0; i < last; i += sizeof(uint64)) {
+            if (!sameAt(uint64{}, i)) {
+                return false;
+            }
+        }
+        return sameAt(uint64{}, last);
+    }
+    if (bytes >= sizeof(uint32)) {
+        return sameAt(uint32{}, 0) && sameAt(uint32{}, bytes - sizeof(uint32));
+    }
+    return std::string_view(one, bytes) == std::string_view(other, bytes);
 }
 
 }  // namespace tarn

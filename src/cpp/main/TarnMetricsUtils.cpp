@@ -18,22 +18,27 @@ using Metrics::MetricsValue;
 
 constexpr const char* sourceFile = "src/cpp/main/TarnMetricsUtils";
 
-/// Whether any of these units occurs. Nearly all texts have none: all of it is looked at, eight
-/// units at a time, and nothing is decided before the end.
+template <char16_t... units>
+bool HasAnyOfOneByOne(std::u16string_view text) noexcept {
+    return std::any_of(
+        text.begin(), text.end(), [](char16_t unit) { return (... || (unit == units)); });
+}
+
+/// Whether any of these units occurs. Nearly all texts have nothing that is as small as these: all
+/// of it is looked at, eight units at a time, and nothing is decided before the end.
 template <char16_t... units>
 bool HasAnyOf(std::u16string_view text) noexcept {
     constexpr std::size_t block = 8;
     if (text.size() < block) {
-        return std::any_of(
-            text.begin(), text.end(), [](char16_t unit) { return (... || (unit == units)); });
+        return HasAnyOfOneByOne<units...>(text);
     }
     // A vector of the compiler's, which makes the best of it that the processor has.
-    using Block [[gnu::vector_size(block * sizeof(std::int16_t))]] = std::int16_t;
+    using Block [[gnu::vector_size(block * sizeof(std::uint16_t))]] = std::uint16_t;
     Block found{};
     const auto look = [&found](const char16_t* from) {
         Block eight;
         std::memcpy(&eight, from, sizeof eight);
-        ((found |= eight == static_cast<std::int16_t>(units)), ...);
+        found |= reinterpret_cast<Block>(eight <= std::uint16_t{std::max({units...})});
     };
     for (std::size_t i = 0; i + block <= text.size(); i += block) {
         look(text.data() + i);
@@ -43,7 +48,7 @@ bool HasAnyOf(std::u16string_view text) noexcept {
     std::array<std::uint64_t, 2> halves{};
     static_assert(sizeof halves == sizeof found);
     std::memcpy(halves.data(), &found, sizeof halves);
-    return (halves[0] | halves[1]) != 0;
+    return (halves[0] | halves[1]) != 0 && HasAnyOfOneByOne<units...>(text);
 }
 
 /// Up to a NUL, at which a text ends early.

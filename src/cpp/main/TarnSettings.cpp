@@ -2,7 +2,7 @@
 
 #include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
-#include "TextHash.h"
+#include "ShortText.h"
 
 #include "cvlcoreplatform/TLog.h"
 
