@@ -470,6 +470,18 @@ bool IsQueuing(const ThreadSide& side) noexcept {
            side.delivery == nullptr && !side.neverQueues;
 }
 
+/// Sends a stamped event on its way.
+void Send(const EventView& event) {
+    const ThreadSide& side = t_side;
+    if (!IsQueuing(side)) {
+        EmitDirectly(event);
+    } else if (!EventQueues::TryToAppend(event)) {
+        QueueOrDeliver(event);
+    } else if (side.bursts == 0) {
+        NoticeQueued();
+    }
+}
+
 /// Whether nothing is to be refused, or so many quarters of the thread's queue are free.
 bool HasFreeQuarters(unsigned quarters) noexcept {
     return !s_isRefusing.load(std::memory_order_relaxed) || t_side.delivery != nullptr ||
@@ -509,19 +521,8 @@ void CountRefusedScope() noexcept {
 }
 
 void Emit(EventView& event) {
-    const ClockReading now = ReadClock();
-    event.time = now.time;
-    event.wallSeconds = now.wallSeconds;
-    event.wallMicros = now.wallMicros;
-
-    const ThreadSide& side = t_side;
-    if (!IsQueuing(side)) {
-        EmitDirectly(event);
-    } else if (!EventQueues::TryToAppend(event)) {
-        QueueOrDeliver(event);
-    } else if (side.bursts == 0) {
-        NoticeQueued();
-    }
+    event.Stamp(ReadClock());
+    Send(event);
 }
 
 bool BeginBurst() noexcept {
@@ -546,12 +547,13 @@ void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexc
 
 // A destructor has nobody to tell, and a scope whose end is missing stays open for the consumers: a
 // moment's wait for memory is better.
-void EmitFromDestructor(EventView& event) noexcept {
+void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
+    event.Stamp(now);
     constexpr int attempts = 20;
     constexpr milliseconds pause{1};
     for (int left = attempts; left != 0; --left) {
         try {
-            return Emit(event);
+            return Send(event);
         } catch (const std::bad_alloc&) {
             if (IsDelivering()) {
                 return;  // it is counted, and a wait here would hold up everybody

@@ -57,8 +57,9 @@ void InBurst(const Body& body) noexcept {
     }
 }
 
-/// For destructors: as `Emit`, but a lost event is counted only.
-void EmitFromDestructor(EventView& event) noexcept;
+/// For destructors: as `Emit`, but a lost event is counted only. What happens at once may share one
+/// look at the clock.
+void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept;
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
 bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);

@@ -94,7 +94,7 @@ void SayThread(ContextState& context, uint64 threadId) {
 void SayClosed(const ContextState& context) noexcept {
     if (Bus::AdmitsContextEvents()) {
         EventView event = ContextEvent(MetricsEventType::CloseContext, context);
-        Bus::EmitFromDestructor(event);
+        Bus::EmitFromDestructor(event, ReadClock());
     }
 }
 

@@ -10,10 +10,14 @@ namespace Metrics {
 
 namespace {
 
+bool IsImmortal(const TString::Characters& text) noexcept {
+    return text.use_count() == 0 && text != nullptr;
+}
+
 void SetShared(MetricsValue& to, const TString::Characters& text) {
     if (text == nullptr) {
         RewrittenValue::SetText(to, std::u16string_view());
-    } else if (text.use_count() == 0) {
+    } else if (IsImmortal(text)) {
         RewrittenValue::SetImmortal(to, text.get());
     } else {
         to.utf16 = text;
@@ -21,6 +25,7 @@ void SetShared(MetricsValue& to, const TString::Characters& text) {
     }
 }
 
+/// Whether a value that is assigned from the view shares something with it.
 bool IsShared(const ValueView& view) noexcept {
     switch (view.GetKind()) {
         case ValueView::Kind::Shared:
@@ -32,16 +37,45 @@ bool IsShared(const ValueView& view) noexcept {
     }
 }
 
-/// Calls `copy` for each value of the view and the event's value that it goes to.
-template <class Copy>
-void ForEachValue(const EventView& view, MetricsEvent& event, const Copy& copy) {
-    copy(event.name, view.name);
-    copy(event.value, view.value);
-    event.pairs.resize(view.pairs.Size());
-    auto to = event.pairs.begin();
+using SharedValues = std::vector<MetricsValue*>;
+
+[[gnu::noinline]] void AssignOther(MetricsValue& to, const ValueView& view, SharedValues* shared) {
+    Assign(to, view);
+    if (shared != nullptr && IsShared(view)) {
+        shared->push_back(&to);
+    }
+}
+
+// What most values are is dealt with where it is asked for.
+[[gnu::always_inline]] inline void Copy(MetricsValue& to,
+                                        const ValueView& view,
+                                        SharedValues* shared) {
+    if (view.GetKind() == ValueView::Kind::Int64) {
+        RewrittenValue::SetInteger(to, view.GetInteger());
+    } else if (view.GetKind() == ValueView::Kind::Shared && IsImmortal(view.GetShared())) {
+        RewrittenValue::SetImmortal(to, view.GetShared().get());
+    } else {
+        AssignOther(to, view, shared);
+    }
+}
+
+void Copy(MetricsEvent& event, const EventView& view, SharedValues* shared) {
+    event.id = view.id;
+    event.contextId = view.contextId;
+    event.flags = view.flags;
+    event.time = view.time;
+    event.wallSeconds = view.wallSeconds;
+    event.wallMicros = view.wallMicros;
+    event.type = view.type;
+    Copy(event.name, view.name, shared);
+    Copy(event.value, view.value, shared);
+    if (event.pairs.size() != view.pairs.Size()) {
+        event.pairs.resize(view.pairs.Size());
+    }
+    NameValuePair* to = event.pairs.data();
     for (const PairView& pair : view.pairs) {
-        copy(to->first, pair.name);
-        copy(to->second, pair.value);
+        Copy(to->first, pair.name, shared);
+        Copy(to->second, pair.value, shared);
         ++to;
     }
 }
@@ -73,29 +107,12 @@ void Assign(MetricsValue& to, const ValueView& view) {
     }
 }
 
-void EventView::CopyHeadTo(MetricsEvent& event) const noexcept {
-    event.id = id;
-    event.contextId = contextId;
-    event.flags = flags;
-    event.time = time;
-    event.wallSeconds = wallSeconds;
-    event.wallMicros = wallMicros;
-    event.type = type;
-}
-
 void EventView::CopyTo(MetricsEvent& event) const {
-    CopyHeadTo(event);
-    ForEachValue(*this, event, Assign);
+    Copy(event, *this, nullptr);
 }
 
 void EventView::CopyTo(MetricsEvent& event, std::vector<MetricsValue*>& shared) const {
-    CopyHeadTo(event);
-    ForEachValue(*this, event, [&shared](MetricsValue& to, const ValueView& view) {
-        Assign(to, view);
-        if (IsShared(view)) {
-            shared.push_back(&to);
-        }
-    });
+    Copy(event, *this, &shared);
 }
 
 }  // namespace Metrics

@@ -2,6 +2,7 @@
 
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/ValueView.h"
+#include "cvlmetrics/host/Clock.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <vector>
@@ -22,6 +23,13 @@ struct EventView {
     ValueView value = 0;
     PairSpan pairs;
 
+    /// Says when it happened.
+    void Stamp(const ClockReading& now) noexcept {
+        time = now.time;
+        wallSeconds = now.wallSeconds;
+        wallMicros = now.wallMicros;
+    }
+
     /// Makes the event of it, with the memory that the event has: its texts must come from
     /// `cvlsys::MakeText`, or live as long as the process. What the view holds as shared texts is
     /// shared with the event. Throws `std::bad_alloc`.
@@ -29,9 +37,6 @@ struct EventView {
 
     /// The same, and appends the event's values that share something with the view.
     void CopyTo(MetricsEvent& event, std::vector<MetricsValue*>& shared) const;
-
-private:
-    void CopyHeadTo(MetricsEvent& event) const noexcept;
 };
 
 /// As `ValueView::ToValue`, into a value that is there, whose texts are as `EventView::CopyTo`

@@ -6,6 +6,7 @@
 #include "ThreadContexts.h"
 #include "ThreadSide.h"
 
+#include "cvlmetrics/host/Clock.h"
 #include "cvlsys/host/ShortCopy.h"
 
 #include <atomic>
@@ -54,22 +55,26 @@ struct ScopeIdentity {
 // A scope that was refused has an id and was never open. It says nothing, but what was added to its
 // context for its sake is taken back.
 void Scope::Close() noexcept {
-    if (!Bus::Admits(m_flags)) {
-        return;
+    if (Bus::Admits(m_flags)) {
+        SayClosed(ReadClock());
     }
+}
+
+void Scope::SayClosed(const ClockReading& now) noexcept {
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
     if (m_open) {
         EventView event = scope.Event(MetricsEventType::CloseScope, Name());
-        Bus::EmitFromDestructor(event);
+        Bus::EmitFromDestructor(event, now);
     }
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
         EventView event =
             scope.Event(MetricsEventType::PostCloseScope, Name(), static_cast<uint32>(action));
-        Bus::EmitFromDestructor(event);
+        Bus::EmitFromDestructor(event, now);
     }
 }
 
-// Nothing of the host's runs from the first of these events to the last, except for consumers.
+// One moment: nothing of the host's runs from the first of these events to the last, except for
+// consumers.
 void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
     if (!m_open) {
         return;
@@ -77,12 +82,13 @@ void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
     if (Bus::Admits(m_flags)) {
         Bus::InBurst([this, statements]() noexcept {
             const ScopeIdentity scope{m_id, m_contextId, m_flags};
+            const ClockReading now = ReadClock();
             for (const Statement& statement : statements) {
                 EventView event =
                     scope.Event(statement.type, statement.name, statement.value, statement.pairs);
-                Bus::EmitFromDestructor(event);
+                Bus::EmitFromDestructor(event, now);
             }
-            Close();
+            SayClosed(now);
         });
     }
     m_open = false;

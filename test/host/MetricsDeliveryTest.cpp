@@ -495,4 +495,25 @@ TEST_F(MetricsDeliveryTest, EventsCarryTheTimeOfTheClockInPlace) {
     EXPECT_NE(Metrics::ReadClock().time, 5);
 }
 
+// A scope that ends says its figures and its end at one moment: what the consumers take in between
+// is not the scope's time.
+TEST_F(MetricsDeliveryTest, AllThatAScopeSaysAtItsEndHasOneTime) {
+    const Metrics::ClockFunction before = Metrics::SetClock([]() noexcept {
+        static std::atomic<int64> reading{0};
+        return Metrics::ClockReading{.time = ++reading};
+    });
+    Scope scope(flagTracing);
+    scope.OpenImpl("query");
+    scope.SetPostScopeCloseEvents({Metrics::MetricsCloseScopeActions::PopRequestContextAttributes});
+
+    scope.Finish({{MetricsEventType::NameValue, "tid", 7}});
+    Metrics::SetClock(before);
+
+    std::vector<int64> times;
+    for (const MetricsEvent& event : m_listener->events) {
+        times.push_back(event.time);
+    }
+    EXPECT_THAT(times, ElementsAre(1, 2, 2, 2));
+}
+
 }  // namespace

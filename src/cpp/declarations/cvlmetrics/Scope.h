@@ -11,6 +11,8 @@
 
 namespace Metrics {
 
+struct ClockReading;
+
 /// The emitting handle of one scope. Its owner's thread uses it; it is neither copied nor moved.
 /// What is emitted while it is not open goes nowhere.
 class CVLMETRICS_API Scope {
@@ -80,6 +82,7 @@ public:
 private:
     // Called once, of a scope that was given an id.
     void Close() noexcept;
+    void SayClosed(const ClockReading& now) noexcept;
 
     void KeepName(const ValueView& name);
     ValueView Name() const noexcept;
