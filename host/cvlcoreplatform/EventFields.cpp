@@ -98,8 +98,10 @@ TString GatheredFields::GetFieldName(const GatheredPlace& field) const {
     const auto owned = std::find_if(m_names.begin(), m_names.end(), [&field](const TString& name) {
         return name.SharedCharacters().get() == field.name;
     });
-    return owned != m_names.end() ? *owned
-                                  : TString(TString::Characters(TString::Characters(), field.name));
+    if (owned != m_names.end()) {
+        return *owned;
+    }
+    return field.name != nullptr ? TString::ReferTo(*field.name) : TString();
 }
 
 EventValues GatheredFields::ToValues() const {

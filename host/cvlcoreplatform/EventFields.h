@@ -134,15 +134,11 @@ class HeadNames {
     const std::u16string m_user{u"user"};
     const std::u16string m_site{u"site"};
 
-    static TString ReferTo(const std::u16string& immortal) {
-        return TString(TString::Characters(TString::Characters(), &immortal));
-    }
-
 public:
-    const TString session = ReferTo(m_session);
-    const TString request = ReferTo(m_request);
-    const TString user = ReferTo(m_user);
-    const TString site = ReferTo(m_site);
+    const TString session = TString::ReferTo(m_session);
+    const TString request = TString::ReferTo(m_request);
+    const TString user = TString::ReferTo(m_user);
+    const TString site = TString::ReferTo(m_site);
 };
 
 /// Lives as long as the process.

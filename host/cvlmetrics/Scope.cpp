@@ -17,18 +17,7 @@ namespace Metrics {
 
 namespace {
 
-// Threads take ids in batches, so that they do not wait for each other's.
-constexpr uint64 idBatch = 256;
-constinit std::atomic<uint64> s_idsTaken{0};
-
-uint64 NextScopeId() noexcept {
-    ThreadSide& side = t_side;
-    if (side.lastScopeId == side.lastScopeIdOfBatch) {
-        side.lastScopeId = s_idsTaken.fetch_add(idBatch, std::memory_order_relaxed);
-        side.lastScopeIdOfBatch = side.lastScopeId + idBatch;
-    }
-    return ++side.lastScopeId;
-}
+constinit std::atomic<uint64> s_idsSetAside{0};
 
 /// The part of its events by which consumers know a scope.
 struct ScopeIdentity {
@@ -119,7 +108,7 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
         m_postCloseActions.clear();
         return;
     }
-    const uint64 id = NextScopeId();
+    const uint64 id = t_side.scopeIds.Next(s_idsSetAside);
     m_contextId = context->id;
     if (isAdmitted && !Bus::HasRoomForScope()) {
         Bus::CountRefusedScope();

@@ -3,6 +3,7 @@
 #include "EventQueue.h"
 
 #include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/IdBatch.h"
 
 namespace Metrics {
 
@@ -28,9 +29,7 @@ struct ThreadSide {
     bool neverQueues = false;
     bool isDeliveringThread = false;
     bool hasTornDownQueue = false;
-    /// The id of the thread's last scope, and the last one that was set aside for the thread.
-    uint64 lastScopeId = 0;
-    uint64 lastScopeIdOfBatch = 0;
+    cvlsys::IdBatch scopeIds;
 };
 
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local ThreadSide t_side;

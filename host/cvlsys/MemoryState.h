@@ -2,6 +2,7 @@
 
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/MemoryTracking.h"
+#include "cvlsys/host/IdBatch.h"
 
 #include <algorithm>
 #include <atomic>
@@ -19,8 +20,7 @@ struct ThreadMemory {
     ThreadMemoryCounters* current = nullptr;
     ThreadMemoryCounters* charged = nullptr;  ///< `current`, or null while nothing is charged
     uint32 uncharged = 0;                     ///< how often nothing is to be charged
-    uint64 lastOrderingId = 0;
-    uint64 lastOrderingIdOfBatch = 0;
+    cvlsys::IdBatch orderingIds;
 };
 
 [[gnu::visibility("hidden"),

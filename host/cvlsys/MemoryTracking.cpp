@@ -16,9 +16,7 @@ CVLSYS_FAST_THREAD_LOCAL ThreadMemory t_memory;
 
 namespace {
 
-// Threads take ids in batches, so that they do not wait for each other's.
-constexpr uint64 idBatch = 256;
-constinit std::atomic<uint64> s_orderingIdsTaken{0};
+constinit std::atomic<uint64> s_orderingIdsSetAside{0};
 
 uint32 AddSaturating(uint32 sum, uint64 count) noexcept {
     constexpr uint64 largest = std::numeric_limits<uint32>::max();
@@ -84,12 +82,7 @@ ThreadMemoryCounters* SwapPopMemoryCounters(ThreadMemoryCounters* frame) noexcep
 }
 
 uint64 GetNextOrderingId() noexcept {
-    ThreadMemory& state = t_memory;
-    if (state.lastOrderingId == state.lastOrderingIdOfBatch) {
-        state.lastOrderingId = s_orderingIdsTaken.fetch_add(idBatch, std::memory_order_relaxed);
-        state.lastOrderingIdOfBatch = state.lastOrderingId + idBatch;
-    }
-    return ++state.lastOrderingId;
+    return t_memory.orderingIds.Next(s_orderingIdsSetAside);
 }
 
 MemoryCounter::~MemoryCounter() = default;

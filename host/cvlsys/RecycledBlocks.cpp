@@ -1,5 +1,6 @@
 #include "cvlsys/host/RecycledBlocks.h"
 
+#include "FreeList.h"
 #include "ThreadNumber.h"
 
 #include "cvlsys/IntegerTypes.h"
@@ -20,10 +21,7 @@ struct FreeBlock {
     FreeBlock* next;
 };
 
-struct FreeBlocks {
-    FreeBlock* first = nullptr;
-    uint32 count = 0;
-};
+using FreeBlocks = FreeList<FreeBlock>;
 
 // Trivially destructible, so that it can be asked for as long as the thread runs any code.
 struct ThreadBlocks {
@@ -47,11 +45,9 @@ void Free(void* block) noexcept {
 }
 
 void FreeAll(FreeBlocks& blocks) noexcept {
-    while (FreeBlock* const block = blocks.first) {
-        blocks.first = block->next;
+    while (FreeBlock* const block = blocks.Take()) {
         Free(block);
     }
-    blocks.count = 0;
 }
 
 // Gives the kept blocks back when the thread ends.
@@ -70,13 +66,8 @@ struct Owner {
 };
 
 void* Take(FreeBlocks& blocks, std::size_t bytes) {
-    FreeBlock* const block = blocks.first;
-    if (block == nullptr) {
-        return Allocate(bytes);
-    }
-    blocks.first = block->next;
-    --blocks.count;
-    return block;
+    FreeBlock* const block = blocks.Take();
+    return block != nullptr ? block : Allocate(bytes);
 }
 
 void Release(FreeBlocks& blocks, uint32 most, void* memory) noexcept {
@@ -88,8 +79,7 @@ void Release(FreeBlocks& blocks, uint32 most, void* memory) noexcept {
         thread_local const Owner owner;
         static_cast<void>(owner);
     }
-    blocks.first = new (memory) FreeBlock{blocks.first};
-    ++blocks.count;
+    blocks.Keep(new (memory) FreeBlock);
 }
 
 }  // namespace

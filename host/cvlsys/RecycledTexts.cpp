@@ -1,5 +1,6 @@
 #include "cvlsys/host/RecycledTexts.h"
 
+#include "FreeList.h"
 #include "ThreadNumber.h"
 
 #include "cvlsys/IntegerTypes.h"
@@ -26,10 +27,7 @@ struct TextBlock {
 };
 
 template <class Unit>
-struct FreeTexts {
-    TextBlock<Unit>* first = nullptr;
-    uint32 count = 0;
-};
+using FreeTexts = FreeList<TextBlock<Unit>>;
 
 // Trivially destructible, so that it can be asked for as long as the thread runs any code.
 struct ThreadTexts {
@@ -58,11 +56,9 @@ void Delete(TextBlock<Unit>* block) noexcept {
 
 template <class Unit>
 void DeleteAll(FreeTexts<Unit>& texts) noexcept {
-    while (TextBlock<Unit>* const block = texts.first) {
-        texts.first = block->next;
+    while (TextBlock<Unit>* const block = texts.Take()) {
         Delete(block);
     }
-    texts.count = 0;
 }
 
 // Gives the kept texts back when the thread ends.
@@ -92,14 +88,8 @@ TextBlock<Unit>* New() {
 
 template <class Unit>
 TextBlock<Unit>* Take() {
-    FreeTexts<Unit>& texts = Free<Unit>();
-    TextBlock<Unit>* const block = texts.first;
-    if (block == nullptr) {
-        return New<Unit>();
-    }
-    texts.first = block->next;
-    --texts.count;
-    return block;
+    TextBlock<Unit>* const block = Free<Unit>().Take();
+    return block != nullptr ? block : New<Unit>();
 }
 
 template <class Unit>
@@ -113,9 +103,7 @@ void Release(TextBlock<Unit>* block) noexcept {
     if (!t_texts.isOwned) {
         Own();
     }
-    block->next = texts.first;
-    texts.first = block;
-    ++texts.count;
+    texts.Keep(block);
 }
 
 // What counts the owners of a text stands in the text's own block, which is free when it goes.

@@ -4,11 +4,6 @@
 
 namespace tarn {
 
-TString ReferTo(const std::u16string& immortal) {
-    // A shared pointer without an owner.
-    return TString(TString::Characters(TString::Characters(), &immortal));
-}
-
 const TokenCharacters& GetTokenCharacters() {
     static const NeverDestroyed<TokenCharacters> characters;
     return characters.Get();

@@ -19,10 +19,6 @@ TARN_ACTIVITY_TOKENS(TARN_TOKEN_CHARACTERS)
 
 namespace tarn {
 
-/// A string that refers to characters which live as long as the process and which it does not own:
-/// copying it counts nothing.
-TString ReferTo(const std::u16string& immortal);
-
 /// The tokens' characters, side by side.
 struct TokenCharacters {
 #define TARN_TOKEN_UTF16(token, text) const std::u16string token{u"" text};
@@ -36,11 +32,12 @@ const TokenCharacters& GetTokenCharacters();
 
 /// The tokens as strings, made once.
 struct TokenStrings {
-#define TARN_TOKEN_STRING(token, text) const TString token = ReferTo(GetTokenCharacters().token);
+#define TARN_TOKEN_STRING(token, text) \
+    const TString token = TString::ReferTo(GetTokenCharacters().token);
     TARN_ACTIVITY_TOKENS(TARN_TOKEN_STRING)
 #undef TARN_TOKEN_STRING
 
-    const TString noText = ReferTo(GetTokenCharacters().noText);
+    const TString noText = TString::ReferTo(GetTokenCharacters().noText);
 };
 
 /// Null until somebody has asked for the tokens.

@@ -10,7 +10,8 @@ namespace tarn {
 inline constexpr std::size_t contextBlock = 128;
 
 /// Blocks for the contexts of scopes, which come and go with them: a thread keeps a few that it has
-/// released and takes them again, without a lock. A block may be released on another thread than
+/// released and takes them again, without a lock. (A host may have something like it; the library
+/// cannot count on that.) A block may be released on another thread than
 /// the one that took it, and at any time of a thread's life. Throws `std::bad_alloc`.
 void* TakeContextBlock();
 void ReleaseContextBlock(void* block) noexcept;
@@ -18,13 +19,15 @@ void ReleaseContextBlock(void* block) noexcept;
 /// For `std::allocate_shared`.
 template <class T>
 struct ContextAllocator {
+    // NOLINTBEGIN(readability-identifier-naming): named by the language
+
     using value_type = T;
 
     ContextAllocator() noexcept = default;
 
     template <class U>
-    ContextAllocator(const ContextAllocator<U>&) noexcept {
-    }  // NOLINT(google-explicit-constructor): allocators convert
+    // NOLINTNEXTLINE(google-explicit-constructor): allocators convert to each other
+    ContextAllocator(const ContextAllocator<U>&) noexcept {}
 
     T* allocate(std::size_t /*one*/) {
         static_assert(sizeof(T) <= contextBlock && alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
@@ -32,6 +35,8 @@ struct ContextAllocator {
     }
 
     void deallocate(T* object, std::size_t /*one*/) noexcept { ReleaseContextBlock(object); }
+
+    // NOLINTEND(readability-identifier-naming)
 
     template <class U>
     friend bool operator==(const ContextAllocator&, const ContextAllocator<U>&) noexcept {

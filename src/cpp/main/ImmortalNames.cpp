@@ -26,7 +26,7 @@ public:
             }
             known = m_names.insert(text).first;
         }
-        return ReferTo(*known);
+        return TString::ReferTo(*known);
     }
 
 private:

@@ -72,6 +72,8 @@ public:
     // Public only for std::make_shared; `Key` keeps callers on the named makers above.
     Literal(Key, LiteralType type, int64 integer, double real, TString text) noexcept;
     ~Literal() override;
+    Literal(const Literal&) = delete;
+    Literal& operator=(const Literal&) = delete;
 
 private:
     TString m_text;
@@ -91,6 +93,8 @@ public:
 
     Object(Key, NameTable fields) noexcept;
     ~Object() override;
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
 
 private:
     NameTable m_fields;
@@ -107,6 +111,8 @@ public:
 
     Array(Key, std::vector<std::shared_ptr<Value>> items) noexcept;
     ~Array() override;
+    Array(const Array&) = delete;
+    Array& operator=(const Array&) = delete;
 
 private:
     std::vector<std::shared_ptr<Value>> m_items;

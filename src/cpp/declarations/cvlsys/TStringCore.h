@@ -50,6 +50,11 @@ public:
 
     static TStringCore FromUtf8(std::string_view utf8);
 
+    /// Refers to characters that live as long as the process: copying the string counts no owners.
+    static TStringCore ReferTo(const std::u16string& immortal) noexcept {
+        return TStringCore(Characters(Characters(), &immortal));
+    }
+
     bool IsEmpty() const noexcept { return m_characters == nullptr || m_characters->empty(); }
 
     /// In UTF-16 code units.

@@ -31,13 +31,15 @@ CVLSYS_API void ReleaseHugeBlock(void* block) noexcept;
 /// heap.
 template <class T>
 struct RecyclingAllocator {
+    // NOLINTBEGIN(readability-identifier-naming): named by the language
+
     using value_type = T;
 
     RecyclingAllocator() noexcept = default;
 
     template <class U>
-    RecyclingAllocator(const RecyclingAllocator<U>&) noexcept {
-    }  // NOLINT(google-explicit-constructor): allocators convert
+    // NOLINTNEXTLINE(google-explicit-constructor): allocators convert to each other
+    RecyclingAllocator(const RecyclingAllocator<U>&) noexcept {}
 
     T* allocate(std::size_t count) {
         static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
@@ -64,6 +66,8 @@ struct RecyclingAllocator {
             std::allocator<T>().deallocate(objects, count);
         }
     }
+
+    // NOLINTEND(readability-identifier-naming)
 
     template <class U>
     friend bool operator==(const RecyclingAllocator&, const RecyclingAllocator<U>&) noexcept {
