@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <mutex>
+#include <spdlog/sinks/base_sink-inl.h>
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>

@@ -1,6 +1,5 @@
 #include "Bus.h"
 
-#include "AdaptiveMutex.h"
 #include "Admission.h"
 #include "Consumers.h"
 #include "DeliveringThread.h"
@@ -15,6 +14,7 @@
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Statistics.h"
+#include "cvlsys/host/AdaptiveMutex.h"
 #include "cvlsys/host/MemoryCharging.h"
 
 #include <atomic>
@@ -29,6 +29,7 @@
 
 namespace Metrics::Bus {
 
+using cvlsys::AdaptiveMutex;
 using std::chrono::milliseconds;
 
 /// What one thread's delivery gathers until it is over.

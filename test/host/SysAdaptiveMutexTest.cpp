@@ -1,6 +1,5 @@
-#include "AdaptiveMutex.h"
-
 #include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/AdaptiveMutex.h"
 
 #include <atomic>
 #include <mutex>
@@ -11,9 +10,9 @@
 
 namespace {
 
-using Metrics::AdaptiveMutex;
+using cvlsys::AdaptiveMutex;
 
-TEST(MetricsAdaptiveMutexTest, OneThreadAtATimeHoldsIt) {
+TEST(SysAdaptiveMutexTest, OneThreadAtATimeHoldsIt) {
     AdaptiveMutex mutex;
     int count = 0;
     std::vector<std::thread> threads;
@@ -37,7 +36,7 @@ TEST(MetricsAdaptiveMutexTest, OneThreadAtATimeHoldsIt) {
     EXPECT_EQ(count, 80'000);
 }
 
-TEST(MetricsAdaptiveMutexTest, WhoLocksNextIsNotPassedByThreadsThatNeverRest) {
+TEST(SysAdaptiveMutexTest, WhoLocksNextIsNotPassedByThreadsThatNeverRest) {
     AdaptiveMutex mutex;
     std::atomic<bool> isOver{false};
     std::atomic<uint64> turns{0};

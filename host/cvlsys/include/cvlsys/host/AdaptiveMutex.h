@@ -1,18 +1,19 @@
 #pragma once
 
+#include "cvlsys/Export.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
 #include <mutex>
 #include <thread>
 
-namespace Metrics {
+namespace cvlsys {
 
 /// A mutex for work of a few microseconds: who finds it locked looks again for about as long before
 /// it sleeps, as falling asleep and being woken take longer. Threads that lock it again and again
 /// could keep one that sleeps from ever getting it; `LockNext` is for a thread that must not wait
 /// for long.
-class AdaptiveMutex {
+class CVLSYS_API AdaptiveMutex {
 public:
     // NOLINTBEGIN(readability-identifier-naming): named by the language
 
@@ -36,13 +37,9 @@ public:
 
     /// Locks it before any thread that is not asleep in `lock` already.
     void LockNext() {
-        if (m_mutex.try_lock()) {
-            return;
+        if (!m_mutex.try_lock()) {
+            LockAsUrgent();
         }
-        m_urgent.fetch_add(1, std::memory_order_relaxed);
-        m_mutex.lock();
-        m_urgent.fetch_sub(1, std::memory_order_relaxed);
-        m_urgent.notify_all();
     }
 
     /// For a forked child, whose only thread holds the mutex.
@@ -55,11 +52,13 @@ private:
     static inline const bool s_isWorthLooking = std::thread::hardware_concurrency() > 1;
 
     void LetOtherPass() noexcept {
-        for (uint32 urgent = m_urgent.load(std::memory_order_relaxed); urgent != 0;
-             urgent = m_urgent.load(std::memory_order_relaxed)) {
-            m_urgent.wait(urgent, std::memory_order_relaxed);
+        if (m_urgent.load(std::memory_order_relaxed) != 0) {
+            AwaitUrgent();
         }
     }
+
+    void LockAsUrgent();
+    void AwaitUrgent() noexcept;
 
     static void Pause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
@@ -71,4 +70,4 @@ private:
     std::atomic<uint32> m_urgent{0};
 };
 
-}  // namespace Metrics
+}  // namespace cvlsys

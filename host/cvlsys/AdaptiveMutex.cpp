@@ -1,0 +1,19 @@
+#include "cvlsys/host/AdaptiveMutex.h"
+
+namespace cvlsys {
+
+void AdaptiveMutex::LockAsUrgent() {
+    m_urgent.fetch_add(1, std::memory_order_relaxed);
+    m_mutex.lock();
+    m_urgent.fetch_sub(1, std::memory_order_relaxed);
+    m_urgent.notify_all();
+}
+
+void AdaptiveMutex::AwaitUrgent() noexcept {
+    for (uint32 urgent = m_urgent.load(std::memory_order_relaxed); urgent != 0;
+         urgent = m_urgent.load(std::memory_order_relaxed)) {
+        m_urgent.wait(urgent, std::memory_order_relaxed);
+    }
+}
+
+}  // namespace cvlsys
