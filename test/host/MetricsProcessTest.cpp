@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <memory>
 #include <pthread.h>
+#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -102,6 +103,33 @@ TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(m_listener->events.size(), 4U);
+}
+
+TEST_F(MetricsForkTest, AListenerMayForkInTheMiddleOfAScopesEnd) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const CurrentContext context;
+    m_listener->events.clear();
+    pid_t child = -1;
+    m_listener->reaction = [&](const MetricsEvent& event) {
+        if (child < 0 && event.type == MetricsEventType::NameValue) {
+            child = fork();
+        }
+    };
+
+    Scope scope(flagTracing);
+    scope.OpenImpl("query");
+    scope.Finish({{MetricsEventType::NameValue, "tid", 7}});
+    if (child == 0) {
+        alarm(20);
+        Work("afterwards");
+        const std::vector<std::string> said = m_listener->Descriptions();
+        _exit(said[2] == "close query" && said.back() == "close afterwards" ? 0 : 1);
+    }
+
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(m_listener->events.size(), 3U);
 }
 
 /// The end of a process, seen from outside. The statement runs in a process of its own, and what it

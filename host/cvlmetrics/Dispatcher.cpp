@@ -1,0 +1,268 @@
+#include "Dispatcher.h"
+
+#include "DeliveringThread.h"
+#include "EventQueues.h"
+#include "LossReport.h"
+#include "PendingContexts.h"
+#include "ThreadSide.h"
+
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace Metrics::Bus {
+
+using std::chrono::milliseconds;
+
+constinit Admission admission;
+
+namespace {
+
+// Around the calls of the consumers.
+class CurrentDelivery {
+public:
+    explicit CurrentDelivery(Delivery& delivery) noexcept { t_side.delivery = &delivery; }
+
+    ~CurrentDelivery() { t_side.delivery = nullptr; }
+
+    CurrentDelivery(const CurrentDelivery&) = delete;
+    CurrentDelivery& operator=(const CurrentDelivery&) = delete;
+};
+
+/// Tells the delivering thread that somebody else waits for the lock. Not for longer than that: a
+/// child that is forked while this thread holds the lock begins without any.
+class Claim {
+public:
+    explicit Claim(std::atomic<uint32>& claims) noexcept : m_claims(claims) {
+        m_claims.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    ~Claim() { m_claims.fetch_sub(1, std::memory_order_relaxed); }
+
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
+
+private:
+    std::atomic<uint32>& m_claims;
+};
+
+}  // namespace
+
+// A child that is forked while another thread delivers, queues its first event or starts the
+// delivering thread would find a mutex locked for ever and records half written. So the forking
+// thread takes all locks first, unless it is itself the one that delivers.
+//
+// The logger has registered handlers of its own when it was loaded, before these. So it is locked
+// after the bus, as in a delivery that logs.
+Dispatcher::Dispatcher() {
+    // Locks are made at first use; a fork is no time to find that there is no memory for them.
+    EventQueues::Initialize();
+    DeliveringThread::LockForFork();
+    DeliveringThread::UnlockAfterFork();
+    PendingContexts::LockForFork();
+    PendingContexts::UnlockAfterFork();
+    const int result = pthread_atfork([] { Get().LockForFork(); },
+                                      [] { Get().UnlockAfterFork(); },
+                                      [] { Get().StartAnewInChild(); });
+    if (result != 0) {
+        throw std::bad_alloc();
+    }
+}
+
+void Dispatcher::LockForFork() noexcept {
+    if (t_side.delivery == nullptr) {
+        // The child forgets what is queued, and its consumers are to know the contexts and scopes
+        // that are open on the thread that forks.
+        DeliverQueued();
+        const Claim claim(m_othersWait);
+        m_mutex.LockNext();
+    }
+    DeliveringThread::LockForFork();
+    EventQueues::LockForFork();
+    PendingContexts::LockForFork();
+}
+
+void Dispatcher::UnlockAfterFork() noexcept {
+    PendingContexts::UnlockAfterFork();
+    EventQueues::UnlockAfterFork();
+    DeliveringThread::UnlockAfterFork();
+    if (t_side.delivery == nullptr) {
+        m_mutex.unlock();
+    }
+}
+
+void Dispatcher::StartAnewInChild() noexcept {
+    EventQueues::StartAnewInChild();
+    DeliveringThread::StartAnewInChild();
+    m_othersWait.store(0, std::memory_order_relaxed);
+    m_mutex.ForgetWaitingThreads();
+    UnlockAfterFork();
+}
+
+Dispatcher::Lock Dispatcher::LockAhead() {
+    const Claim claim(m_othersWait);
+    return std::unique_lock(m_mutex);
+}
+
+Dispatcher::Lock Dispatcher::LockUnlessDelivering() {
+    return t_side.delivery == nullptr ? LockAhead() : Lock();
+}
+
+OwnDelivery::OwnDelivery(Dispatcher& dispatcher)
+    : m_dispatcher(dispatcher),
+      m_lock(dispatcher.LockAhead()) {
+    // The lines of what others have queued come first, for these may go on with something else.
+    const CurrentDelivery current(m_delivery);
+    dispatcher.DeliverQueued(m_delivery);
+    m_lines.emplace(TLog::LineBatch::Holds::Events);
+}
+
+void OwnDelivery::Deliver(const EventView& event) {
+    const CurrentDelivery current(m_delivery);
+    m_dispatcher.DeliverWithFollowers(m_dispatcher.m_received.Take(event), m_delivery);
+    m_dispatcher.m_received.Release();
+}
+
+void Dispatcher::Deliver(const EventView& event) {
+    OwnDelivery(*this).Deliver(event);
+}
+
+void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
+    OwnDelivery delivery(*this);
+    t_side.ownDelivery = &delivery;
+    t_side.neverQueues = true;
+    body(context);
+    t_side.neverQueues = t_side.isDeliveringThread;
+    t_side.ownDelivery = nullptr;
+}
+
+void Dispatcher::DeliverQueued() noexcept {
+    Delivery delivery;
+
+    const auto lock = LockAhead();
+    const HostState hostState;
+    const CurrentDelivery current(delivery);
+    const corvala::memory::UnchargedAllocations uncharged;
+    const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
+
+    DeliverQueued(delivery);
+}
+
+bool Dispatcher::DeliverSome() noexcept {
+    constexpr int atMost = 64;
+    Delivery delivery;
+
+    for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
+        std::this_thread::yield();
+    }
+    m_mutex.LockNext();
+    const std::lock_guard lock(m_mutex, std::adopt_lock);
+    const HostState hostState;
+    const CurrentDelivery current(delivery);
+    const corvala::memory::UnchargedAllocations uncharged;
+
+    const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
+
+    int delivered = 0;
+    while (delivered < atMost && DeliverNext(delivery)) {
+        ++delivered;
+        if (m_othersWait.load(std::memory_order_relaxed) != 0) {
+            break;
+        }
+    }
+    EventQueues::WakeWriters();
+    return delivered != 0;
+}
+
+void Dispatcher::DeliverQueued(Delivery& delivery) noexcept {
+    const uint64 queued = EventQueues::GetQueuedCount();
+    if (EventQueues::GetTakenCount() >= queued) {
+        return;
+    }
+    while (EventQueues::GetTakenCount() < queued) {
+        if (!DeliverNext(delivery)) {
+            std::this_thread::yield();  // its thread is just about to show it
+        }
+    }
+    EventQueues::WakeWriters();
+}
+
+bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
+    EventRecord* const record = EventQueues::Next();
+    if (record == nullptr) {
+        return false;
+    }
+    const MetricsEvent* const event = Read(*record);
+    EventQueues::Pop();
+    if (event != nullptr) {
+        DeliverWithFollowers(*event, delivery);
+        m_received.Release();
+    }
+    return true;
+}
+
+// What was accepted is worth waiting a second for memory. Null when there is none.
+const MetricsEvent* Dispatcher::Read(EventRecord& record) noexcept {
+    constexpr int attempts = 1000;
+    constexpr milliseconds pause{1};
+    for (int left = attempts; left != 0; --left) {
+        try {
+            return &m_received.Take(record);
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(pause);
+        }
+    }
+    record.Discard();
+    LossReport::CountLostEvent();
+    return nullptr;
+}
+
+void Dispatcher::DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept {
+    m_consumers.Deliver(event, delivery.retired);
+    while (!delivery.waiting.empty()) {
+        // What is emitted from here on waits behind the whole batch.
+        const std::vector<MetricsEvent> batch = std::exchange(delivery.waiting, {});
+        for (const MetricsEvent& waiting : batch) {
+            m_consumers.Deliver(waiting, delivery.retired);
+        }
+    }
+}
+
+void Dispatcher::AddConsumer(const RefCntPtr<IMetricsListener>& listener,
+                             uint64 bits,
+                             bool everything) {
+    Consumers::List retired;  // outlives the lock, as in a delivery
+
+    const auto lock = LockUnlessDelivering();
+    m_consumers.Add(listener, bits, everything, retired);
+}
+
+bool Dispatcher::RemoveConsumer(const IMetricsListener& listener) {
+    Consumers::List retired;
+
+    const auto lock = LockUnlessDelivering();
+    return m_consumers.Remove(listener, t_side.delivery != nullptr, retired);
+}
+
+// The lock is not to be had while a consumer hangs. Then the removal is left to whoever delivers
+// next.
+bool Dispatcher::RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listener,
+                                      milliseconds patience) {
+    constexpr milliseconds pause{1};
+    const auto end = std::chrono::steady_clock::now() + patience;
+    Consumers::List retired;
+
+    const Claim claim(m_othersWait);
+    std::unique_lock lock(m_mutex, std::try_to_lock);
+    while (!lock.owns_lock()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            m_consumers.RemoveLater(listener);
+            return true;
+        }
+        std::this_thread::sleep_for(pause);
+        lock.try_lock();
+    }
+    return m_consumers.Remove(*listener, false, retired);
+}
+
+}  // namespace Metrics::Bus

@@ -1,0 +1,140 @@
+#pragma once
+
+#include "Admission.h"
+#include "Consumers.h"
+#include "EventRecord.h"
+#include "EventView.h"
+#include "ReceivedEvents.h"
+
+#include "cvlcoreplatform/host/LineBatch.h"
+#include "cvlmetrics/IMetricsListener.h"
+#include "cvlsys/IntegerTypes.h"
+#include "cvlsys/RefCntObject.h"
+#include "cvlsys/host/AdaptiveMutex.h"
+#include "cvlsys/host/MemoryCharging.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <pthread.h>
+#include <vector>
+
+namespace Metrics::Bus {
+
+/// What the consumers would receive; changes with them.
+extern constinit Admission admission;
+
+/// What one thread's delivery gathers until it is over.
+struct Delivery {
+    std::vector<MetricsEvent> waiting;  ///< emitted on this thread in the meantime, in order
+    Consumers::List retired;            ///< unsubscribed in the meantime
+};
+
+class OwnDelivery;
+
+/// The delivering role: the lock under which the consumers are read, changed and called and the
+/// queues are emptied. There is one, made at first use and never destroyed.
+class Dispatcher {
+public:
+    static Dispatcher& Get() {
+        static Dispatcher& dispatcher = *new Dispatcher;
+        return dispatcher;
+    }
+
+    Consumers& GetConsumers() noexcept { return m_consumers; }
+
+    /// What the calling thread emits, behind what is queued. Throws `std::bad_alloc`; the event is
+    /// lost then.
+    void Deliver(const EventView& event);
+
+    /// What the calling thread emits in `body`, see `InBurst`.
+    void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
+
+    /// All that is queued.
+    void DeliverQueued() noexcept;
+
+    /// See `Bus::DeliverSome`.
+    bool DeliverSome() noexcept;
+
+    void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
+    bool RemoveConsumer(const IMetricsListener& listener);
+
+    /// Leaves the removal to whoever delivers next when the lock is not to be had for so long.
+    bool RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listener,
+                              std::chrono::milliseconds patience);
+
+private:
+    friend OwnDelivery;
+
+    using Lock = std::unique_lock<cvlsys::AdaptiveMutex>;
+
+    Dispatcher();
+    ~Dispatcher() = default;
+
+    // Ahead of the delivering thread.
+    Lock LockAhead();
+
+    // A thread that is delivering holds the mutex already.
+    Lock LockUnlessDelivering();
+
+    void LockForFork() noexcept;
+    void UnlockAfterFork() noexcept;
+    void StartAnewInChild() noexcept;
+
+    void DeliverQueued(Delivery& delivery) noexcept;
+    bool DeliverNext(Delivery& delivery) noexcept;
+    const MetricsEvent* Read(EventRecord& record) noexcept;
+    void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;
+
+    cvlsys::AdaptiveMutex m_mutex;
+    // How many other threads want the mutex: the delivering thread lets them go first.
+    std::atomic<uint32> m_othersWait{0};
+    Consumers m_consumers{admission};
+    ReceivedEvents m_received;
+};
+
+/// Around deliveries. The host's errno is nobody else's business, and a thread that is cancelled
+/// must not unwind out of a destructor.
+class HostState {
+public:
+    HostState() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState); }
+
+    ~HostState() {
+        pthread_setcancelstate(m_cancelState, nullptr);
+        errno = m_errno;
+    }
+
+    HostState(const HostState&) = delete;
+    HostState& operator=(const HostState&) = delete;
+
+private:
+    int m_errno = errno;
+    int m_cancelState = PTHREAD_CANCEL_ENABLE;
+};
+
+/// While it exists, its thread has the delivering role and delivers what it emits.
+class OwnDelivery {
+public:
+    explicit OwnDelivery(Dispatcher& dispatcher);
+    ~OwnDelivery() = default;
+    OwnDelivery(const OwnDelivery&) = delete;
+    OwnDelivery& operator=(const OwnDelivery&) = delete;
+
+    /// Throws `std::bad_alloc`; the event is lost then.
+    void Deliver(const EventView& event);
+
+private:
+    Dispatcher& m_dispatcher;
+    // Outlives the lock: the destructor of a listener that goes with its last reference here may do
+    // anything, waiting for other threads included.
+    Delivery m_delivery;
+    // So do the lines of the events: others deliver while this thread writes them.
+    std::optional<TLog::LineBatch> m_lines;
+    std::unique_lock<cvlsys::AdaptiveMutex> m_lock;
+    HostState m_hostState;
+    corvala::memory::UnchargedAllocations m_uncharged;
+};
+
+}  // namespace Metrics::Bus
