@@ -8,10 +8,10 @@
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/TReadWriteLock.h"
+#include "cvlsys/host/HostState.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <memory>
 #include <pthread.h>
 #include <stdexcept>
@@ -76,27 +76,18 @@ void UnlockAfterFork() {
 [[maybe_unused]] const int forkHandlersRegistered =
     pthread_atfork(LockForFork, UnlockAfterFork, UnlockAfterFork);
 
-// Around a call of the back end. The host's errno is nobody else's business, and a thread that is
-// cancelled must not unwind out of a function that does not throw.
+// Around a call of the back end.
 class BackEndCall {
 public:
-    BackEndCall() noexcept {
-        t_insideBackEnd = true;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
-    }
+    BackEndCall() noexcept { t_insideBackEnd = true; }
 
-    ~BackEndCall() {
-        pthread_setcancelstate(m_cancelState, nullptr);
-        t_insideBackEnd = false;
-        errno = m_errno;
-    }
+    ~BackEndCall() { t_insideBackEnd = false; }
 
     BackEndCall(const BackEndCall&) = delete;
     BackEndCall& operator=(const BackEndCall&) = delete;
 
 private:
-    int m_errno = errno;
-    int m_cancelState = PTHREAD_CANCEL_ENABLE;
+    cvlsys::HostState m_hostState;
 };
 
 template <class Use>

@@ -7,6 +7,7 @@
 #include "ThreadSide.h"
 
 #include <new>
+#include <pthread.h>
 #include <thread>
 #include <utility>
 
@@ -140,7 +141,7 @@ void Dispatcher::DeliverQueued() noexcept {
     Delivery delivery;
 
     const auto lock = LockAhead();
-    const HostState hostState;
+    const cvlsys::HostState hostState;
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
     const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
@@ -157,7 +158,7 @@ bool Dispatcher::DeliverSome() noexcept {
     }
     m_mutex.LockNext();
     const std::lock_guard lock(m_mutex, std::adopt_lock);
-    const HostState hostState;
+    const cvlsys::HostState hostState;
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
 

@@ -11,14 +11,13 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 #include "cvlsys/host/AdaptiveMutex.h"
+#include "cvlsys/host/HostState.h"
 #include "cvlsys/host/MemoryCharging.h"
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <mutex>
 #include <optional>
-#include <pthread.h>
 #include <vector>
 
 namespace Metrics::Bus {
@@ -95,25 +94,6 @@ private:
     ReceivedEvents m_received;
 };
 
-/// Around deliveries. The host's errno is nobody else's business, and a thread that is cancelled
-/// must not unwind out of a destructor.
-class HostState {
-public:
-    HostState() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState); }
-
-    ~HostState() {
-        pthread_setcancelstate(m_cancelState, nullptr);
-        errno = m_errno;
-    }
-
-    HostState(const HostState&) = delete;
-    HostState& operator=(const HostState&) = delete;
-
-private:
-    int m_errno = errno;
-    int m_cancelState = PTHREAD_CANCEL_ENABLE;
-};
-
 /// While it exists, its thread has the delivering role and delivers what it emits.
 class OwnDelivery {
 public:
@@ -133,7 +113,7 @@ private:
     // So do the lines of the events: others deliver while this thread writes them.
     std::optional<TLog::LineBatch> m_lines;
     std::unique_lock<cvlsys::AdaptiveMutex> m_lock;
-    HostState m_hostState;
+    cvlsys::HostState m_hostState;
     corvala::memory::UnchargedAllocations m_uncharged;
 };
 

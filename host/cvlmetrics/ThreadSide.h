@@ -18,7 +18,7 @@ class OwnDelivery;
 struct ThreadSide {
     /// The thread's own queue, once there is one.
     EventQueue* queue = nullptr;
-    /// Set exactly while the consumers are called on this thread.
+    /// Set exactly while this thread delivers: empties the queues, or calls the consumers.
     Bus::Delivery* delivery = nullptr;
     /// Set while this thread keeps the bus's mutex to deliver what it emits itself.
     Bus::OwnDelivery* ownDelivery = nullptr;

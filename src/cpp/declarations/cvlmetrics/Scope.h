@@ -69,7 +69,8 @@ public:
 
     /// Emits what is left to say, each as `Emit` or `MultiEmit` would, and ends the scope as its
     /// destructor would; does nothing while it is not open. An event for which there is no memory
-    /// is lost. A host may take it all in one go: nothing else happens on the thread in between.
+    /// is lost. A host may take it all in one go, and as one moment: nothing else happens on the
+    /// thread in between.
     void Finish(std::initializer_list<Statement> statements) noexcept;
 
     /// Replaces the actions to send after the close. Dropped when the scope is not open then.
