@@ -3,9 +3,11 @@
 #include "DeliveringThread.h"
 #include "Dispatcher.h"
 #include "EventQueues.h"
+#include "ExitDeadline.h"
 #include "LossReport.h"
 #include "ThreadSide.h"
 
+#include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Statistics.h"
@@ -13,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -25,7 +28,6 @@ namespace {
 constinit std::atomic<bool> s_isAsynchronous{false};
 constinit std::atomic<bool> s_isRefusing{false};
 constinit std::atomic<bool> s_isGivenUp{false};
-constinit std::atomic<milliseconds> s_patience{milliseconds{5000}};
 
 constinit std::atomic<uint64> s_waits{0};
 constinit std::atomic<uint64> s_waitedNanos{0};
@@ -36,7 +38,7 @@ void Wait(Delivery& delivery, const EventView& event) {
         event.CopyTo(waiting);
         delivery.waiting.push_back(std::move(waiting));
     } catch (const std::bad_alloc&) {
-        LossReport::CountLostEvent();
+        LossReport::Count(LossReport::Loss::LostEvent);
         throw;
     }
 }
@@ -67,7 +69,7 @@ bool WaitForRoom(const EventView& event) {
 bool TryToQueue(const EventView& event) {
     try {
         if (EventQueues::Append(event) == EventQueues::Outcome::NoRoom && !WaitForRoom(event)) {
-            LossReport::CountLostEvent();
+            LossReport::Count(LossReport::Loss::LostEvent);
         }
         return true;
     } catch (const std::bad_alloc&) {
@@ -102,7 +104,7 @@ void DeliverAtOnce(const EventView& event) {
     } else if (t_side.ownDelivery != nullptr) {
         t_side.ownDelivery->Deliver(event);
     } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
-        LossReport::CountLostEvent();
+        LossReport::Count(LossReport::Loss::LostEvent);
     } else {
         DeliverAtOnce(event);
     }
@@ -131,10 +133,12 @@ bool HasFreeQuarters(unsigned quarters) noexcept {
            EventQueues::HasFreeQuarters(quarters);
 }
 
-/// Delivers what is queued before the consumers change. False if a consumer hangs.
-bool FlushQueues() noexcept {
-    return EventQueues::GetQueuedCount() == EventQueues::GetTakenCount() ||
-           DeliveringThread::Flush(s_patience.load(std::memory_order_relaxed));
+/// Delivers what is queued before the consumers change, if that is done in time.
+void FlushQueues(const Deadline& deadline) noexcept {
+    if (!IsDelivering() && EventQueues::GetQueuedCount() != EventQueues::GetTakenCount() &&
+        !Flush(deadline)) {
+        ExitDeadline::Miss();
+    }
 }
 
 }  // namespace
@@ -160,7 +164,7 @@ bool HasRoomForContext() noexcept {
 }
 
 void CountRefusedScope() noexcept {
-    LossReport::CountRefusedScope();
+    LossReport::Count(LossReport::Loss::RefusedScope);
 }
 
 void Emit(EventView& event) {
@@ -204,27 +208,45 @@ void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
             std::this_thread::sleep_for(pause);
         }
     }
-    LossReport::CountLostEvent();
+    LossReport::Count(LossReport::Loss::LostEvent);
 }
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything) {
-    if (!IsDelivering()) {
-        FlushQueues();
-    }
-    Dispatcher::Get().AddConsumer(listener, bits, everything);
+    const Deadline deadline = ExitDeadline::Begin();
+    FlushQueues(deadline);
+    Dispatcher::Get().AddConsumer({.listener = listener, .bits = bits, .everything = everything},
+                                  deadline);
 }
 
 bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener) {
-    if (IsDelivering() || (!IsAsynchronous() && !s_isGivenUp.load(std::memory_order_relaxed))) {
-        return Dispatcher::Get().RemoveConsumer(*listener);
+    const Deadline deadline = ExitDeadline::Begin();
+    FlushQueues(deadline);
+    return Dispatcher::Get().RemoveConsumer(listener, deadline);
+}
+
+bool Flush(const Deadline& deadline) noexcept {
+    if (IsDelivering() || DeliveringThread::IsCurrent()) {
+        return false;
     }
-    const milliseconds patience =
-        FlushQueues() ? s_patience.load(std::memory_order_relaxed) : milliseconds{0};
-    return Dispatcher::Get().RemoveConsumerWithin(listener, patience);
+    if (const std::optional<bool> isDone = DeliveringThread::Flush(deadline)) {
+        return *isDone;
+    }
+    const cvlsys::HostState hostState;
+    const corvala::memory::UnchargedAllocations uncharged;
+    if (!Dispatcher::Get().DeliverQueuedWithin(deadline)) {
+        return false;
+    }
+    LossReport::Write();
+    TLog::FlushLog();
+    return true;
 }
 
 bool DeliverSome() noexcept {
     return Dispatcher::Get().DeliverSome();
+}
+
+void AwaitDelivery() noexcept {
+    Dispatcher::Get().AwaitDelivery();
 }
 
 bool IsDelivering() noexcept {
@@ -243,10 +265,6 @@ void SetRefusing(bool refusing) noexcept {
     s_isRefusing.store(refusing, std::memory_order_relaxed);
 }
 
-void SetPatience(milliseconds patience) noexcept {
-    s_patience.store(patience, std::memory_order_relaxed);
-}
-
 }  // namespace Metrics::Bus
 
 namespace Metrics {
@@ -255,8 +273,8 @@ BusStatistics GetBusStatistics() noexcept {
     const Consumers& consumers = Bus::Dispatcher::Get().GetConsumers();
     return {.deliveredEvents = consumers.deliveredEvents.load(std::memory_order_relaxed),
             .consumerExceptions = consumers.exceptions.load(std::memory_order_relaxed),
-            .lostEvents = LossReport::GetLostEvents(),
-            .refusedScopes = LossReport::GetRefusedScopes(),
+            .lostEvents = LossReport::Get(LossReport::Loss::LostEvent),
+            .refusedScopes = LossReport::Get(LossReport::Loss::RefusedScope),
             .waits = Bus::s_waits.load(std::memory_order_relaxed),
             .waitedNanoseconds = Bus::s_waitedNanos.load(std::memory_order_relaxed),
             .highestQueueFill = EventQueues::GetHighestFill()};

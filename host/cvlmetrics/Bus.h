@@ -1,12 +1,11 @@
 #pragma once
 
+#include "Deadline.h"
 #include "EventView.h"
 
 #include "cvlmetrics/IMetricsListener.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
-
-#include <chrono>
 
 /// The inside of the process's event bus: the road of an event from the thread that emits it to the
 /// consumers. It is delivered at once, or queued for the delivering thread; one that is emitted
@@ -61,11 +60,19 @@ void InBurst(const Body& body) noexcept {
 /// look at the clock.
 void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept;
 
+/// Both first have what is queued delivered, and wait for consumers that are busy until the exit
+/// deadline. After that the change is left to whoever delivers next.
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
 bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);
 
+/// See `Metrics::Flush`. Where there is no delivering thread, the calling one delivers.
+bool Flush(const Deadline& deadline) noexcept;
+
 /// Delivers some of what is queued, for the delivering thread. Whether there was anything.
 bool DeliverSome() noexcept;
+
+/// Waits until what other threads are just delivering has been through all consumers.
+void AwaitDelivery() noexcept;
 
 /// Whether the calling thread is inside of a delivery.
 bool IsDelivering() noexcept;
@@ -78,8 +85,5 @@ void SetGivenUp(bool givenUp) noexcept;
 bool IsAsynchronous() noexcept;
 void SetAsynchronous(bool asynchronous) noexcept;
 void SetRefusing(bool refusing) noexcept;
-
-/// How long a removal waits for a consumer that hangs, when delivery is asynchronous.
-void SetPatience(std::chrono::milliseconds patience) noexcept;
 
 }  // namespace Metrics::Bus

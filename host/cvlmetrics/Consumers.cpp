@@ -28,11 +28,10 @@ bool Consumer::Receives(const MetricsEvent& event) const noexcept {
 }
 
 void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
-    if (m_removalsWait.load(std::memory_order_acquire)) {
-        CarryOutRemovals(retired);
-    }
+    CarryOutNotes(retired);
     // Newcomers stand at the end, and nobody's entry goes away before the walk is over.
     bool isDelivered = false;
+    m_isWalking = true;
     auto consumer = m_list.begin();
     for (std::size_t left = m_list.size(); left > 0; --left, ++consumer) {
         if (consumer->isSubscribed && consumer->Receives(event)) {
@@ -40,6 +39,7 @@ void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
             Call(*consumer->listener, event);
         }
     }
+    m_isWalking = false;
     if (isDelivered) {
         // Only who holds the lock writes it.
         deliveredEvents.store(deliveredEvents.load(std::memory_order_relaxed) + 1,
@@ -48,6 +48,7 @@ void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
     if (m_someHaveRetired) {
         SetRetiredAside(retired);
     }
+    CarryOutNotes(retired);
 }
 
 void Consumers::Call(IMetricsListener& listener, const MetricsEvent& event) noexcept {
@@ -74,35 +75,38 @@ void Consumers::ReportException(const char* what) noexcept {
     }
 }
 
-void Consumers::Add(const RefCntPtr<IMetricsListener>& listener,
-                    uint64 bits,
-                    bool everything,
-                    List& retired) {
-    List newcomer;
-    newcomer.push_back({.listener = listener, .bits = bits, .everything = everything});
+void Consumers::Add(Consumer newcomer, List& retired) {
+    List list;
+    list.push_back(std::move(newcomer));
+    CarryOutNotes(retired);
+    Put(list);
+}
 
-    CarryOutRemovals(retired);
-    const auto known = Find(*listener);
+void Consumers::Put(List& newcomer) noexcept {
+    const auto known = Find(*newcomer.front().listener);
     if (known != m_list.end()) {
-        known->bits = bits;
-        known->everything = everything;
+        known->bits = newcomer.front().bits;
+        known->everything = newcomer.front().everything;
     } else {
-        m_list.splice(m_list.end(), newcomer);
+        m_list.splice(m_list.end(), newcomer, newcomer.begin());
         MetricsManagerAccess::ConsumerCount().fetch_add(1, std::memory_order_relaxed);
     }
     PublishAdmission();
 }
 
-bool Consumers::Remove(const IMetricsListener& listener,
-                       bool isDelivering,
-                       List& retired) noexcept {
+bool Consumers::Remove(const IMetricsListener& listener, List& retired) noexcept {
+    CarryOutNotes(retired);
+    return TakeOut(listener, retired);
+}
+
+bool Consumers::TakeOut(const IMetricsListener& listener, List& retired) noexcept {
     const auto consumer = Find(listener);
     if (consumer == m_list.end()) {
         return false;
     }
     consumer->isSubscribed = false;
-    if (isDelivering) {
-        // This thread stands in the middle of the list, perhaps inside of this very listener.
+    if (m_isWalking) {
+        // Perhaps this thread is inside of this very listener.
         m_someHaveRetired = true;
     } else {
         retired.splice(retired.end(), m_list, consumer);
@@ -112,24 +116,40 @@ bool Consumers::Remove(const IMetricsListener& listener,
     return true;
 }
 
-void Consumers::RemoveLater(const RefCntPtr<IMetricsListener>& listener) {
-    List removal;
-    removal.push_back({.listener = listener});
-    const std::lock_guard lock(m_removalsMutex);
-    m_removals.splice(m_removals.end(), removal);
-    m_removalsWait.store(true, std::memory_order_release);
+void Consumers::AddLater(Consumer newcomer) {
+    NoteChange(std::move(newcomer));
 }
 
-void Consumers::CarryOutRemovals(List& retired) noexcept {
-    if (!m_removalsWait.load(std::memory_order_acquire)) {
+void Consumers::RemoveLater(const RefCntPtr<IMetricsListener>& listener) {
+    NoteChange({.listener = listener, .isSubscribed = false});
+}
+
+void Consumers::NoteChange(Consumer change) {
+    List note;
+    note.push_back(std::move(change));
+    const std::lock_guard lock(m_notesMutex);
+    m_notes.splice(m_notes.end(), note);
+    m_notesWait.store(true, std::memory_order_release);
+}
+
+// What is left of the notes is the last that refers to some listeners, whose destructors may do
+// anything.
+void Consumers::CarryOutNotes(List& retired) noexcept {
+    if (!m_notesWait.load(std::memory_order_acquire)) {
         return;
     }
-    const std::lock_guard lock(m_removalsMutex);
-    for (const Consumer& removal : m_removals) {
-        Remove(*removal.listener, false, retired);
+    const std::lock_guard lock(m_notesMutex);
+    while (!m_notes.empty()) {
+        List note;
+        note.splice(note.begin(), m_notes, m_notes.begin());
+        if (note.front().isSubscribed) {
+            Put(note);
+        } else {
+            TakeOut(*note.front().listener, retired);
+        }
+        retired.splice(retired.end(), note);
     }
-    retired.splice(retired.end(), m_removals);
-    m_removalsWait.store(false, std::memory_order_relaxed);
+    m_notesWait.store(false, std::memory_order_relaxed);
 }
 
 void Consumers::SetRetiredAside(List& retired) noexcept {

@@ -41,17 +41,18 @@ public:
     /// moved to `retired`, for the caller to drop once it has released the lock.
     void Deliver(const MetricsEvent& event, List& retired) noexcept;
 
-    void Add(const RefCntPtr<IMetricsListener>& listener,
-             uint64 bits,
-             bool everything,
-             List& retired);
+    /// Throws `std::bad_alloc`.
+    void Add(Consumer newcomer, List& retired);
 
-    /// Moves the listener's entry to `retired`; with `isDelivering` it keeps its place for now and
-    /// is not called any more. False when it was not subscribed.
-    bool Remove(const IMetricsListener& listener, bool isDelivering, List& retired) noexcept;
+    /// Moves the listener's entry to `retired`; called by a listener, as soon as the current event
+    /// is through. It is not called any more. False when it was not subscribed.
+    bool Remove(const IMetricsListener& listener, List& retired) noexcept;
 
-    /// For any thread, without the lock: takes note of a removal that is carried out before the
-    /// next event is delivered. Throws `std::bad_alloc`.
+    // For any thread, without the lock: they take note of a change that is carried out, in the
+    // order of the notes, when the current event is through and before the next one. Both throw
+    // `std::bad_alloc`.
+
+    void AddLater(Consumer newcomer);
     void RemoveLater(const RefCntPtr<IMetricsListener>& listener);
 
     // Any thread reads them without the lock.
@@ -61,18 +62,24 @@ public:
 private:
     void Call(IMetricsListener& listener, const MetricsEvent& event) noexcept;
     void ReportException(const char* what) noexcept;
-    void CarryOutRemovals(List& retired) noexcept;
+    void NoteChange(Consumer change);
+    void CarryOutNotes(List& retired) noexcept;
+    void Put(List& newcomer) noexcept;
+    bool TakeOut(const IMetricsListener& listener, List& retired) noexcept;
     void SetRetiredAside(List& retired) noexcept;
     List::iterator Find(const IMetricsListener& listener) noexcept;
     void PublishAdmission() noexcept;
 
     List m_list;
+    // Whether a walk along the list is under way: entries must stay where they are.
+    bool m_isWalking = false;
     bool m_someHaveRetired = false;
     Admission& m_admission;
 
-    std::atomic<bool> m_removalsWait{false};
-    std::mutex m_removalsMutex;
-    List m_removals;
+    // An entry that is subscribed is to be added, one that is not names a listener to remove.
+    std::atomic<bool> m_notesWait{false};
+    std::mutex m_notesMutex;
+    List m_notes;
 };
 
 }  // namespace Metrics

@@ -1,33 +1,33 @@
 #include "DeliveringThread.h"
 
+#include "Backoff.h"
 #include "Bus.h"
 #include "EventQueues.h"
+#include "ExitDeadline.h"
 #include "Futex.h"
 #include "LossReport.h"
+#include "OwnThread.h"
 #include "ThreadSide.h"
 
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
-#include <exception>
+#include <chrono>
 #include <mutex>
-#include <pthread.h>
-#include <signal.h>
-#include <thread>
 
 namespace Metrics::DeliveringThread {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 // After its work the thread looks again every millisecond for a while, which spares the emitting
-// threads the waking; then it sleeps until somebody wakes it.
+// threads the waking; then it sleeps until somebody wakes it, or to see whether there is anybody
+// left who could.
 constexpr milliseconds napTime{1};
 constexpr int napsBeforeSleep = 50;
-constexpr std::chrono::seconds sleepTime{60};
+constexpr std::chrono::seconds sleepTime{1};
 
 enum class State : uint32 { NotRunning, Awake, Napping, Asleep };
 
@@ -43,6 +43,10 @@ constinit std::atomic<uint64> s_flushesDone{0};
 
 // How many delivering threads there have been that are over.
 constinit std::atomic<uint64> s_threadsEnded{0};
+
+// A start that has failed is not tried again with each event.
+constexpr std::chrono::seconds pauseAfterFailure{1};
+constinit std::chrono::steady_clock::time_point s_nextStart{};  // under the mutex below
 
 /// Under it a delivering thread begins and ends, and flushes are asked for: none is asked of a
 /// thread that is about to end.
@@ -83,7 +87,10 @@ void Rest(State state, std::chrono::nanoseconds time) noexcept {
     s_state.store(State::Awake, std::memory_order_seq_cst);
 }
 
+// What others have taken off the queues may still be inside of a consumer.
 void CarryOutFlush(uint64 flush) noexcept {
+    Bus::AwaitDelivery();
+    ExitDeadline::Meet();
     LossReport::Write();
     TLog::FlushLog();
     s_flushesDone.store(flush, std::memory_order_seq_cst);
@@ -93,11 +100,13 @@ void CarryOutFlush(uint64 flush) noexcept {
 /// Delivers until so many events have been taken off the queues. Whether there was anything.
 bool DeliverUntil(uint64 queued) noexcept {
     bool wasBusy = false;
+    Backoff backoff;
     while (EventQueues::GetTakenCount() < queued) {
         if (Bus::DeliverSome()) {
             wasBusy = true;
+            backoff = {};
         } else {
-            std::this_thread::yield();  // the next event's thread is just about to show it
+            backoff.Pause();  // the next event's thread is just about to show it
         }
     }
     return wasBusy;
@@ -119,7 +128,6 @@ bool TryToEnd() noexcept {
 void Run() noexcept {
     t_side.isDeliveringThread = true;
     t_side.neverQueues = true;
-    pthread_setname_np(pthread_self(), "tarn-delivery");
     int naps = 0;
     for (;;) {
         const uint64 flush = s_flushesWanted.load(std::memory_order_seq_cst);
@@ -136,11 +144,19 @@ void Run() noexcept {
             naps = 0;
         } else if (naps < napsBeforeSleep) {
             ++naps;
+            ExitDeadline::Meet();
             Rest(State::Napping, napTime);
+        } else if (OwnThread::IsLastOfProcess()) {
+            // Nobody is left who could emit anything. The process ends with its last thread.
+            if (TryToEnd()) {
+                break;
+            }
         } else {
             Rest(State::Asleep, sleepTime);
         }
     }
+    t_side.isDeliveringThread = false;
+    t_side.neverQueues = false;
     Progress();
 }
 
@@ -149,20 +165,18 @@ bool StartIfNotRunning() noexcept {
     if (s_state.load(std::memory_order_seq_cst) != State::NotRunning) {
         return true;
     }
-    s_stops.store(false, std::memory_order_seq_cst);
-    // The host's signals are for the host's threads.
-    sigset_t all;
-    sigset_t hosts;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &hosts);
-    s_state.store(State::Awake, std::memory_order_seq_cst);
-    try {
-        std::thread(Run).detach();
-    } catch (const std::exception&) {  // no thread to be had, or no memory for one
-        s_state.store(State::NotRunning, std::memory_order_seq_cst);
+    const auto now = std::chrono::steady_clock::now();
+    if (now < s_nextStart) {
+        return false;
     }
-    pthread_sigmask(SIG_SETMASK, &hosts, nullptr);
-    return s_state.load(std::memory_order_seq_cst) != State::NotRunning;
+    s_stops.store(false, std::memory_order_seq_cst);
+    s_state.store(State::Awake, std::memory_order_seq_cst);
+    if (!OwnThread::Start(Run)) {
+        s_nextStart = now + pauseAfterFailure;
+        s_state.store(State::NotRunning, std::memory_order_seq_cst);
+        return false;
+    }
+    return true;
 }
 
 bool Start() noexcept {
@@ -173,19 +187,21 @@ bool Start() noexcept {
 /// The number of the flush that was asked for; zero when there is no thread to carry it out.
 uint64 AskForFlush() noexcept {
     const std::lock_guard lock(StartMutex());
-    return StartIfNotRunning() ? s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1 : 0;
+    const bool isRunning = s_state.load(std::memory_order_seq_cst) != State::NotRunning ||
+                           (Bus::IsAsynchronous() && StartIfNotRunning());
+    return isRunning ? s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1 : 0;
 }
 
 /// Waits until `isDone`, which becomes true together with progress. Whether it has come in time.
 template <class Condition>
-bool WaitUntil(const Condition& isDone, Clock::time_point end) noexcept {
+bool WaitUntil(const Condition& isDone, const Deadline& deadline) noexcept {
     for (;;) {
         const uint32 progress = s_progress.load(std::memory_order_seq_cst);
         if (isDone()) {
             return true;
         }
-        const auto left = end - Clock::now();
-        if (left <= Clock::duration::zero()) {
+        const std::chrono::nanoseconds left = deadline.Left();
+        if (left <= std::chrono::nanoseconds::zero()) {
             return false;
         }
         Futex::Wait(s_progress, progress, left);
@@ -213,24 +229,17 @@ bool Notice() noexcept {
     return true;
 }
 
-bool Flush(milliseconds deadline) noexcept {
-    const Clock::time_point end = Clock::now() + deadline;
-    if (t_side.isDeliveringThread || Bus::IsDelivering()) {
-        return false;
-    }
+std::optional<bool> Flush(const Deadline& deadline) noexcept {
     const uint64 mine = AskForFlush();
     if (mine == 0) {
-        return false;
+        return std::nullopt;
     }
     Alarm();
-    return WaitUntil([mine] { return s_flushesDone.load(std::memory_order_seq_cst) >= mine; }, end);
+    return WaitUntil([mine] { return s_flushesDone.load(std::memory_order_seq_cst) >= mine; },
+                     deadline);
 }
 
-bool Stop(milliseconds deadline) noexcept {
-    const Clock::time_point end = Clock::now() + deadline;
-    if (t_side.isDeliveringThread) {
-        return false;
-    }
+bool Stop(const Deadline& deadline) noexcept {
     uint64 endedBefore = 0;
     {
         const std::lock_guard lock(StartMutex());
@@ -244,7 +253,7 @@ bool Stop(milliseconds deadline) noexcept {
     // That thread is meant; somebody may start another one as soon as it is over.
     return WaitUntil(
         [endedBefore] { return s_threadsEnded.load(std::memory_order_seq_cst) != endedBefore; },
-        end);
+        deadline);
 }
 
 bool IsCurrent() noexcept {

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <chrono>
+#include "Deadline.h"
+
+#include <optional>
 
 /// The thread that delivers what is queued. It starts with the first event that needs it, also in a
 /// forked child, and sleeps while there is nothing to do. Any thread may call these functions.
@@ -11,12 +13,15 @@ namespace Metrics::DeliveringThread {
 /// deliver by itself then.
 bool Notice() noexcept;
 
-/// See `Metrics::Flush`.
-bool Flush(std::chrono::milliseconds deadline) noexcept;
+/// Has the thread deliver all that was emitted before the call and flush the log; while delivery is
+/// asynchronous a thread is started for that. Whether it was done in time; nothing if there is no
+/// thread. Not for the delivering thread.
+std::optional<bool> Flush(const Deadline& deadline) noexcept;
 
 /// Ends the thread, after it has delivered what is queued. Whether it has ended in time. What is
-/// queued later starts another one only while delivery is asynchronous.
-bool Stop(std::chrono::milliseconds deadline) noexcept;
+/// queued later starts another one only while delivery is asynchronous. Not for the delivering
+/// thread.
+bool Stop(const Deadline& deadline) noexcept;
 
 /// Whether the calling thread is the delivering one.
 bool IsCurrent() noexcept;

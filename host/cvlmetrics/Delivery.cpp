@@ -3,8 +3,8 @@
 #include "Bus.h"
 #include "DeliveringThread.h"
 #include "EventQueues.h"
+#include "ExitDeadline.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 
@@ -24,8 +24,23 @@ Choice& GetChoice() {
     return choice;
 }
 
+bool Shutdown(const Deadline& deadline) noexcept {
+    if (Bus::IsDelivering() || DeliveringThread::IsCurrent()) {
+        return false;
+    }
+    // From here on whoever emits delivers by itself, behind what is queued.
+    Bus::SetRefusing(false);
+    Bus::SetAsynchronous(false);
+    if (Bus::Flush(deadline) && DeliveringThread::Stop(deadline)) {
+        return true;
+    }
+    Bus::SetGivenUp(true);
+    ExitDeadline::Miss();
+    return false;
+}
+
 void ShutdownAtExit() {
-    Shutdown(GetDelivery().exitDeadline);
+    Shutdown(ExitDeadline::Begin());
 }
 
 // Early, so that it runs late: what the host's static objects do in their destructors comes before,
@@ -42,7 +57,7 @@ void RegisterExitHandlers() {
 void Apply(const DeliveryOptions& options) {
     const bool isAsynchronous = options.mode == DeliveryMode::Asynchronous;
     EventQueues::SetCapacity(options.queueBytes);
-    Bus::SetPatience(options.exitDeadline);
+    ExitDeadline::Set(options.exitDeadline);
     Bus::SetRefusing(isAsynchronous && options.whenFull == WhenQueueIsFull::Refuse);
     Bus::SetGivenUp(false);
     Bus::SetAsynchronous(isAsynchronous);
@@ -67,26 +82,11 @@ DeliveryOptions GetDelivery() noexcept {
 }
 
 bool Flush(milliseconds deadline) noexcept {
-    return DeliveringThread::Flush(deadline);
+    return Bus::Flush(Deadline(deadline));
 }
 
 bool Shutdown(milliseconds deadline) noexcept {
-    if (Bus::IsDelivering() || DeliveringThread::IsCurrent()) {
-        return false;
-    }
-    const auto end = std::chrono::steady_clock::now() + deadline;
-    const auto left = [end] {
-        const auto time = end - std::chrono::steady_clock::now();
-        return std::max(milliseconds{0}, std::chrono::duration_cast<milliseconds>(time));
-    };
-    // From here on whoever emits delivers by itself, behind what is queued.
-    Bus::SetRefusing(false);
-    Bus::SetAsynchronous(false);
-    if (DeliveringThread::Flush(left()) && DeliveringThread::Stop(left())) {
-        return true;
-    }
-    Bus::SetGivenUp(true);
-    return false;
+    return Shutdown(Deadline(deadline));
 }
 
 }  // namespace Metrics

@@ -1,7 +1,9 @@
 #include "Dispatcher.h"
 
+#include "Backoff.h"
 #include "DeliveringThread.h"
 #include "EventQueues.h"
+#include "ExitDeadline.h"
 #include "LossReport.h"
 #include "PendingContexts.h"
 #include "ThreadSide.h"
@@ -105,8 +107,16 @@ Dispatcher::Lock Dispatcher::LockAhead() {
     return std::unique_lock(m_mutex);
 }
 
-Dispatcher::Lock Dispatcher::LockUnlessDelivering() {
-    return t_side.delivery == nullptr ? LockAhead() : Lock();
+Dispatcher::Lock Dispatcher::LockWithin(const Deadline& deadline) {
+    const cvlsys::HostState hostState;
+    const Claim claim(m_othersWait);
+    if (!m_mutex.LockNextUnless([&deadline] { return deadline.IsOver(); })) {
+        return {};
+    }
+    if (EventQueues::GetTakenCount() == EventQueues::GetQueuedCount()) {
+        ExitDeadline::Meet();
+    }
+    return {m_mutex, std::adopt_lock};
 }
 
 OwnDelivery::OwnDelivery(Dispatcher& dispatcher)
@@ -138,10 +148,10 @@ void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* co
 }
 
 void Dispatcher::DeliverQueued() noexcept {
+    const cvlsys::HostState hostState;
     Delivery delivery;
 
     const auto lock = LockAhead();
-    const cvlsys::HostState hostState;
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
     const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
@@ -149,8 +159,28 @@ void Dispatcher::DeliverQueued() noexcept {
     DeliverQueued(delivery);
 }
 
+bool Dispatcher::DeliverQueuedWithin(const Deadline& deadline) noexcept {
+    const uint64 queued = EventQueues::GetQueuedCount();
+    Delivery delivery;
+
+    const Lock lock = LockWithin(deadline);
+    if (!lock) {
+        return false;
+    }
+    const CurrentDelivery current(delivery);
+    const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
+
+    return DeliverQueued(queued, delivery, deadline);
+}
+
+void Dispatcher::AwaitDelivery() noexcept {
+    m_mutex.LockNext();
+    m_mutex.unlock();
+}
+
 bool Dispatcher::DeliverSome() noexcept {
     constexpr int atMost = 64;
+    const cvlsys::HostState hostState;
     Delivery delivery;
 
     for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
@@ -158,7 +188,6 @@ bool Dispatcher::DeliverSome() noexcept {
     }
     m_mutex.LockNext();
     const std::lock_guard lock(m_mutex, std::adopt_lock);
-    const cvlsys::HostState hostState;
     const CurrentDelivery current(delivery);
     const corvala::memory::UnchargedAllocations uncharged;
 
@@ -177,15 +206,26 @@ bool Dispatcher::DeliverSome() noexcept {
 
 void Dispatcher::DeliverQueued(Delivery& delivery) noexcept {
     const uint64 queued = EventQueues::GetQueuedCount();
-    if (EventQueues::GetTakenCount() >= queued) {
-        return;
+    if (EventQueues::GetTakenCount() < queued) {
+        DeliverQueued(queued, delivery, Deadline(milliseconds::max()));
     }
-    while (EventQueues::GetTakenCount() < queued) {
-        if (!DeliverNext(delivery)) {
-            std::this_thread::yield();  // its thread is just about to show it
+}
+
+// Whether so many events have been taken off the queues when the deadline has come.
+bool Dispatcher::DeliverQueued(uint64 queued,
+                               Delivery& delivery,
+                               const Deadline& deadline) noexcept {
+    Backoff backoff;
+    bool isDone = false;
+    while (!(isDone = EventQueues::GetTakenCount() >= queued) && !deadline.IsOver()) {
+        if (DeliverNext(delivery)) {
+            backoff = {};
+        } else {
+            backoff.Pause();  // its thread is just about to show it
         }
     }
     EventQueues::WakeWriters();
+    return isDone;
 }
 
 bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
@@ -214,7 +254,7 @@ const MetricsEvent* Dispatcher::Read(EventRecord& record) noexcept {
         }
     }
     record.Discard();
-    LossReport::CountLostEvent();
+    LossReport::Count(LossReport::Loss::LostEvent);
     return nullptr;
 }
 
@@ -229,41 +269,34 @@ void Dispatcher::DeliverWithFollowers(const MetricsEvent& event, Delivery& deliv
     }
 }
 
-void Dispatcher::AddConsumer(const RefCntPtr<IMetricsListener>& listener,
-                             uint64 bits,
-                             bool everything) {
+// A thread that delivers holds the lock already, and is inside of a listener.
+void Dispatcher::AddConsumer(Consumer newcomer, const Deadline& deadline) {
+    if (t_side.delivery != nullptr) {
+        return m_consumers.Add(std::move(newcomer), t_side.delivery->retired);
+    }
     Consumers::List retired;  // outlives the lock, as in a delivery
 
-    const auto lock = LockUnlessDelivering();
-    m_consumers.Add(listener, bits, everything, retired);
-}
-
-bool Dispatcher::RemoveConsumer(const IMetricsListener& listener) {
-    Consumers::List retired;
-
-    const auto lock = LockUnlessDelivering();
-    return m_consumers.Remove(listener, t_side.delivery != nullptr, retired);
-}
-
-// The lock is not to be had while a consumer hangs. Then the removal is left to whoever delivers
-// next.
-bool Dispatcher::RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listener,
-                                      milliseconds patience) {
-    constexpr milliseconds pause{1};
-    const auto end = std::chrono::steady_clock::now() + patience;
-    Consumers::List retired;
-
-    const Claim claim(m_othersWait);
-    std::unique_lock lock(m_mutex, std::try_to_lock);
-    while (!lock.owns_lock()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            m_consumers.RemoveLater(listener);
-            return true;
-        }
-        std::this_thread::sleep_for(pause);
-        lock.try_lock();
+    if (const Lock lock = LockWithin(deadline)) {
+        m_consumers.Add(std::move(newcomer), retired);
+    } else {
+        ExitDeadline::Miss();
+        m_consumers.AddLater(std::move(newcomer));
     }
-    return m_consumers.Remove(*listener, false, retired);
+}
+
+bool Dispatcher::RemoveConsumer(const RefCntPtr<IMetricsListener>& listener,
+                                const Deadline& deadline) {
+    if (t_side.delivery != nullptr) {
+        return m_consumers.Remove(*listener, t_side.delivery->retired);
+    }
+    Consumers::List retired;
+
+    if (const Lock lock = LockWithin(deadline)) {
+        return m_consumers.Remove(*listener, retired);
+    }
+    ExitDeadline::Miss();
+    m_consumers.RemoveLater(listener);
+    return true;
 }
 
 }  // namespace Metrics::Bus

@@ -2,6 +2,7 @@
 
 #include "Admission.h"
 #include "Consumers.h"
+#include "Deadline.h"
 #include "EventRecord.h"
 #include "EventView.h"
 #include "ReceivedEvents.h"
@@ -15,7 +16,6 @@
 #include "cvlsys/host/MemoryCharging.h"
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -57,12 +57,17 @@ public:
     /// See `Bus::DeliverSome`.
     bool DeliverSome() noexcept;
 
-    void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
-    bool RemoveConsumer(const IMetricsListener& listener);
+    /// See `Bus::AwaitDelivery`.
+    void AwaitDelivery() noexcept;
 
-    /// Leaves the removal to whoever delivers next when the lock is not to be had for so long.
-    bool RemoveConsumerWithin(const RefCntPtr<IMetricsListener>& listener,
-                              std::chrono::milliseconds patience);
+    /// All that was queued before the call, and what is just being delivered. False if that is not
+    /// done in time.
+    bool DeliverQueuedWithin(const Deadline& deadline) noexcept;
+
+    // They leave the change to whoever delivers next when the lock is not to be had in time.
+
+    void AddConsumer(Consumer newcomer, const Deadline& deadline);
+    bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener, const Deadline& deadline);
 
 private:
     friend OwnDelivery;
@@ -75,14 +80,15 @@ private:
     // Ahead of the delivering thread.
     Lock LockAhead();
 
-    // A thread that is delivering holds the mutex already.
-    Lock LockUnlessDelivering();
+    // Before other threads. Owns nothing if the lock is not to be had in time.
+    Lock LockWithin(const Deadline& deadline);
 
     void LockForFork() noexcept;
     void UnlockAfterFork() noexcept;
     void StartAnewInChild() noexcept;
 
     void DeliverQueued(Delivery& delivery) noexcept;
+    bool DeliverQueued(uint64 queued, Delivery& delivery, const Deadline& deadline) noexcept;
     bool DeliverNext(Delivery& delivery) noexcept;
     const MetricsEvent* Read(EventRecord& record) noexcept;
     void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;

@@ -2,8 +2,11 @@
 
 #include "cvlcoreplatform/TLogger.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <new>
 #include <string>
 
@@ -11,34 +14,68 @@ namespace Metrics::LossReport {
 
 namespace {
 
-constinit std::atomic<uint64> s_refusedScopes{0};
-constinit std::atomic<uint64> s_lostEvents{0};
+constexpr std::size_t kinds = 4;
 
-// Of the delivering thread.
-constinit uint64 s_reportedScopes = 0;
-constinit uint64 s_reportedEvents = 0;
-constinit std::chrono::steady_clock::time_point s_nextReport{};
+// In the order of `Loss`.
+constexpr std::array<const char*, kinds> words{
+    "scopes refused for want of room in a queue",
+    "attributes refused for want of room in a queue",
+    "pending context attributes refused while no scope took them",
+    "events lost for want of memory or after a shutdown gave up"};
+
+struct Counter {
+    std::atomic<uint64> all{0};
+    std::atomic<uint64> untold{0};
+};
+
+constinit std::array<Counter, kinds> s_counters;
+constinit std::chrono::steady_clock::time_point s_nextReport{};  // of the delivering thread
+
+using Amounts = std::array<uint64, kinds>;
 
 bool HasNews() noexcept {
-    return GetRefusedScopes() != s_reportedScopes || GetLostEvents() != s_reportedEvents;
+    return std::any_of(s_counters.begin(), s_counters.end(), [](const Counter& counter) {
+        return counter.untold.load(std::memory_order_relaxed) != 0;
+    });
+}
+
+// Of several threads each tells what the others do not.
+Amounts TakeNews() noexcept {
+    Amounts news{};
+    for (std::size_t i = 0; i < kinds; ++i) {
+        news[i] = s_counters[i].untold.exchange(0, std::memory_order_relaxed);
+    }
+    return news;
+}
+
+void GiveBack(const Amounts& news) noexcept {
+    for (std::size_t i = 0; i < kinds; ++i) {
+        s_counters[i].untold.fetch_add(news[i], std::memory_order_relaxed);
+    }
+}
+
+TString Text(const Amounts& news) {
+    std::string text = "Missing in this log: ";
+    const char* separator = "";
+    for (std::size_t i = 0; i < kinds; ++i) {
+        if (news[i] != 0) {
+            text.append(separator).append(words[i]).append(": ").append(std::to_string(news[i]));
+            separator = "; ";
+        }
+    }
+    return TString(text);
 }
 
 }  // namespace
 
-void CountRefusedScope() noexcept {
-    s_refusedScopes.fetch_add(1, std::memory_order_relaxed);
+void Count(Loss loss) noexcept {
+    Counter& counter = s_counters[static_cast<std::size_t>(loss)];
+    counter.all.fetch_add(1, std::memory_order_relaxed);
+    counter.untold.fetch_add(1, std::memory_order_relaxed);
 }
 
-void CountLostEvent() noexcept {
-    s_lostEvents.fetch_add(1, std::memory_order_relaxed);
-}
-
-uint64 GetRefusedScopes() noexcept {
-    return s_refusedScopes.load(std::memory_order_relaxed);
-}
-
-uint64 GetLostEvents() noexcept {
-    return s_lostEvents.load(std::memory_order_relaxed);
+uint64 Get(Loss loss) noexcept {
+    return s_counters[static_cast<std::size_t>(loss)].all.load(std::memory_order_relaxed);
 }
 
 void Write() noexcept {
@@ -46,20 +83,14 @@ void Write() noexcept {
     if (!HasNews() || !logger.IsEnabled(TLog::Warn)) {
         return;
     }
-    const uint64 scopes = GetRefusedScopes();
-    const uint64 events = GetLostEvents();
+    const Amounts news = TakeNews();
     try {
-        logger.LogMessage(
-            TLog::Warn,
-            TString("Missing in this log: scopes refused for want of room in a queue: " +
-                    std::to_string(scopes - s_reportedScopes) +
-                    "; events lost for want of memory or after a shutdown gave up: " +
-                    std::to_string(events - s_reportedEvents)));
+        if (news != Amounts{}) {
+            logger.LogMessage(TLog::Warn, Text(news));
+        }
     } catch (const std::bad_alloc&) {
-        return;  // the next report will say it
+        GiveBack(news);  // the next report will say it
     }
-    s_reportedScopes = scopes;
-    s_reportedEvents = events;
 }
 
 void WriteIfDue() noexcept {

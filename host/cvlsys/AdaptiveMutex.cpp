@@ -3,8 +3,16 @@
 namespace cvlsys {
 
 void AdaptiveMutex::LockAsUrgent() {
-    m_urgent.fetch_add(1, std::memory_order_relaxed);
+    BeginUrgent();
     m_mutex.lock();
+    EndUrgent();
+}
+
+void AdaptiveMutex::BeginUrgent() noexcept {
+    m_urgent.fetch_add(1, std::memory_order_relaxed);
+}
+
+void AdaptiveMutex::EndUrgent() noexcept {
     m_urgent.fetch_sub(1, std::memory_order_relaxed);
     m_urgent.notify_all();
 }

@@ -4,6 +4,7 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <thread>
 
@@ -42,11 +43,27 @@ public:
         }
     }
 
+    /// As `LockNext`, but gives up when `isOver` says so. Whether it has locked.
+    template <class Condition>
+    bool LockNextUnless(const Condition& isOver) {
+        if (m_mutex.try_lock()) {
+            return true;
+        }
+        BeginUrgent();
+        bool isLocked = false;
+        while (!(isLocked = m_mutex.try_lock()) && !isOver()) {
+            std::this_thread::sleep_for(pauseOfUrgent);
+        }
+        EndUrgent();
+        return isLocked;
+    }
+
     /// For a forked child, whose only thread holds the mutex.
     void ForgetWaitingThreads() noexcept { m_urgent.store(0, std::memory_order_relaxed); }
 
 private:
     static constexpr int looks = 100;
+    static constexpr std::chrono::microseconds pauseOfUrgent{200};
 
     // Nobody unlocks it meanwhile where there is one processor.
     static inline const bool s_isWorthLooking = std::thread::hardware_concurrency() > 1;
@@ -58,6 +75,8 @@ private:
     }
 
     void LockAsUrgent();
+    void BeginUrgent() noexcept;
+    void EndUrgent() noexcept;
     void AwaitUrgent() noexcept;
 
     static void Pause() noexcept {
