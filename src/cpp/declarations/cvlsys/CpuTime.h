@@ -20,9 +20,9 @@ CVLSYS_API bool GetCpuTrackingEnabled() noexcept;
 /// Takes effect for scopes that start afterwards. Any thread may call it.
 CVLSYS_API void SetCpuTrackingEnabled(bool enabled) noexcept;
 
-/// Measures the processor time that its thread uses from construction to destruction, and writes
-/// it into the value at destruction. Construct and destroy it on one thread; the value must
-/// outlive it.
+/// Measures the processor time that its thread uses from construction to destruction, to the
+/// microsecond, and writes it into the value at destruction. Construct and destroy it on one
+/// thread; the value must outlive it.
 class CVLSYS_API ThreadTimeScope {
 public:
     explicit ThreadTimeScope(ThreadTimeValue& value) noexcept;
