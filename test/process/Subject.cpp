@@ -168,7 +168,7 @@ int main(int count, char** texts) {
     try {
         const Arguments arguments = Parse(count, texts);
         SetUp(arguments);
-        for (const auto* scenarios : {&ExitScenarios(), &ForkScenarios()}) {
+        for (const auto* scenarios : {&ExitScenarios(), &ForkScenarios(), &LastThreadScenarios()}) {
             const auto found = scenarios->find(arguments.scenario);
             if (found != scenarios->end()) {
                 return found->second();

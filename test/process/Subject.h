@@ -32,5 +32,6 @@ using Scenario = std::function<int()>;
 /// Each has its name from the way in which the process ends.
 const std::map<std::string, Scenario>& ExitScenarios();
 const std::map<std::string, Scenario>& ForkScenarios();
+const std::map<std::string, Scenario>& LastThreadScenarios();
 
 }  // namespace ProcessTest
