@@ -1,5 +1,8 @@
 #pragma once
 
+#include "cvlsys/host/HostState.h"
+#include "cvlsys/host/MemoryCharging.h"
+
 namespace TLog {
 
 // Of the logger.
@@ -10,8 +13,10 @@ void UnlockBackEnd() noexcept;
 
 namespace cvlcoreplatform {
 
-/// Around work of a back end that the logger has not asked for: no fork happens meanwhile, and what
-/// the back end logs itself is dropped. Not within a call by the logger.
+/// Around all work of a back end, whether the logger asks for it or it was left for later. While
+/// one exists, the thread's `errno` and its cancellation are not touched, what it allocates is
+/// charged to nobody, no fork happens, and what the back end logs itself is dropped. Not within
+/// another one on the same thread.
 class BackEndGuard {
 public:
     BackEndGuard() noexcept { TLog::LockBackEnd(); }
@@ -20,6 +25,10 @@ public:
 
     BackEndGuard(const BackEndGuard&) = delete;
     BackEndGuard& operator=(const BackEndGuard&) = delete;
+
+private:
+    const cvlsys::HostState m_hostState;
+    const corvala::memory::UnchargedAllocations m_uncharged;
 };
 
 }  // namespace cvlcoreplatform

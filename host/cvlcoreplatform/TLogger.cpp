@@ -5,10 +5,10 @@
 #include "HeldLines.h"
 #include "LogCounters.h"
 
+#include "cvlcoreplatform/host/InsideBackEnd.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/TReadWriteLock.h"
-#include "cvlsys/host/HostState.h"
 
 #include <algorithm>
 #include <atomic>
@@ -47,8 +47,9 @@ State& GetState() {
     return state;
 }
 
-// Whether this thread is inside a back end, where it already holds the lock for reading.
-constinit thread_local bool t_insideBackEnd = false;
+// What is to be called when this thread has left the back end.
+using Action = void (*)() noexcept;
+constinit thread_local Action t_afterBackEnd = nullptr;
 
 // The state whose lock this thread has taken to fork.
 constinit thread_local State* t_lockedForFork = nullptr;
@@ -56,12 +57,12 @@ constinit thread_local State* t_lockedForFork = nullptr;
 // A fork waits until nobody is inside the back end: the child would otherwise inherit a sink that
 // is locked for ever by a thread that the child does not have.
 void LockForFork() {
-    if (!t_insideBackEnd) {
-        // The child would write them once more.
-        cvlcoreplatform::HeldLines::WriteFromOutside();
+    if (t_isInsideBackEnd || t_lockedForFork != nullptr) {
+        return;
     }
-    State* const state = s_state.load(std::memory_order_acquire);
-    if (state != nullptr && !t_insideBackEnd) {
+    // The child would write them once more.
+    cvlcoreplatform::HeldLines::WriteFromOutside();
+    if (State* const state = s_state.load(std::memory_order_acquire)) {
         state->lock.LockWrite();
         t_lockedForFork = state;
     }
@@ -76,32 +77,16 @@ void UnlockAfterFork() {
 [[maybe_unused]] const int forkHandlersRegistered =
     pthread_atfork(LockForFork, UnlockAfterFork, UnlockAfterFork);
 
-// Around a call of the back end.
-class BackEndCall {
-public:
-    BackEndCall() noexcept { t_insideBackEnd = true; }
-
-    ~BackEndCall() { t_insideBackEnd = false; }
-
-    BackEndCall(const BackEndCall&) = delete;
-    BackEndCall& operator=(const BackEndCall&) = delete;
-
-private:
-    cvlsys::HostState m_hostState;
-};
-
 template <class Use>
 void WithBackEnd(const Use& use) noexcept {
-    if (t_insideBackEnd) {
-        Count(logCounters.nestedCalls);
+    if (t_isInsideBackEnd) {
+        CountNestedCall();
         return;
     }
+    const cvlcoreplatform::BackEndGuard guard;
     try {
-        const BackEndCall call;
-        State& state = GetState();
-        const TReadWriteLock::ReadGuard guard(state.lock);
-        if (state.backEnd != nullptr) {
-            use(*state.backEnd);
+        if (const auto& backEnd = GetState().backEnd) {
+            use(*backEnd);
         }
     } catch (...) {
         Count(logCounters.backEndExceptions);
@@ -110,14 +95,32 @@ void WithBackEnd(const Use& use) noexcept {
 
 }  // namespace
 
+// Where this is set, the thread holds the lock for reading.
+__thread bool t_isInsideBackEnd = false;
+
 void LockBackEnd() noexcept {
     GetState().lock.LockRead();
-    t_insideBackEnd = true;
+    t_isInsideBackEnd = true;
 }
 
 void UnlockBackEnd() noexcept {
-    t_insideBackEnd = false;
+    t_isInsideBackEnd = false;
     GetState().lock.UnlockRead();
+    if (const auto action = std::exchange(t_afterBackEnd, nullptr)) {
+        action();
+    }
+}
+
+void CountNestedCall() noexcept {
+    Count(logCounters.nestedCalls);
+}
+
+void CallAfterBackEnd(void (*action)() noexcept) noexcept {
+    t_afterBackEnd = action;
+}
+
+void LockLoggerForFork() noexcept {
+    LockForFork();
 }
 
 LogBackEnd::~LogBackEnd() = default;
@@ -170,7 +173,7 @@ Severity GetThreshold() noexcept {
 }
 
 std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) {
-    if (t_insideBackEnd) {
+    if (t_isInsideBackEnd) {
         throw std::logic_error("a log back end cannot replace the log back end");
     }
     State& state = GetState();

@@ -7,6 +7,7 @@
 #include "LossReport.h"
 #include "ThreadSide.h"
 
+#include "cvlcoreplatform/host/InsideBackEnd.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Clock.h"
@@ -14,10 +15,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <new>
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace Metrics::Bus {
 
@@ -32,11 +35,11 @@ constinit std::atomic<bool> s_isGivenUp{false};
 constinit std::atomic<uint64> s_waits{0};
 constinit std::atomic<uint64> s_waitedNanos{0};
 
-void Wait(Delivery& delivery, const EventView& event) {
+void Wait(std::vector<MetricsEvent>& others, const EventView& event) {
     try {
         MetricsEvent waiting;
         event.CopyTo(waiting);
-        delivery.waiting.push_back(std::move(waiting));
+        others.push_back(std::move(waiting));
     } catch (const std::bad_alloc&) {
         LossReport::Count(LossReport::Loss::LostEvent);
         throw;
@@ -98,9 +101,34 @@ void DeliverAtOnce(const EventView& event) {
     }
 }
 
+void DeliverPostponed() noexcept {
+    const std::unique_ptr<std::vector<MetricsEvent>> events(
+        std::exchange(t_side.postponed, nullptr));
+    if (s_isGivenUp.load(std::memory_order_relaxed)) {
+        for (std::size_t left = events->size(); left != 0; --left) {
+            LossReport::Count(LossReport::Loss::LostEvent);
+        }
+        return;
+    }
+    EventQueues::Show();
+    Dispatcher::Get().Deliver(std::move(*events));
+}
+
+// Inside a log back end the thread holds a lock of the logger's, which whoever has the bus's lock
+// may be waiting for.
+void Postpone(const EventView& event) {
+    if (t_side.postponed == nullptr) {
+        t_side.postponed = new std::vector<MetricsEvent>;
+        TLog::CallAfterBackEnd(DeliverPostponed);
+    }
+    Wait(*t_side.postponed, event);
+}
+
 [[gnu::noinline]] void EmitDirectly(const EventView& event) {
     if (t_side.delivery != nullptr) {
-        Wait(*t_side.delivery, event);
+        Wait(t_side.delivery->waiting, event);
+    } else if (TLog::IsInsideBackEnd()) {
+        Postpone(event);
     } else if (t_side.ownDelivery != nullptr) {
         t_side.ownDelivery->Deliver(event);
     } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
@@ -112,7 +140,7 @@ void DeliverAtOnce(const EventView& event) {
 
 bool IsQueuing(const ThreadSide& side) noexcept {
     return IsAsynchronous() && !s_isGivenUp.load(std::memory_order_relaxed) &&
-           side.delivery == nullptr && !side.neverQueues;
+           side.delivery == nullptr && !side.neverQueues && !TLog::IsInsideBackEnd();
 }
 
 /// Sends a stamped event on its way.
@@ -156,15 +184,19 @@ bool AdmitsContextEvents() noexcept {
 }
 
 bool HasRoomForScope() noexcept {
-    return HasFreeQuarters(2);
+    return !TLog::IsInsideBackEnd() && HasFreeQuarters(2);
 }
 
 bool HasRoomForContext() noexcept {
-    return HasFreeQuarters(1);
+    return !TLog::IsInsideBackEnd() && HasFreeQuarters(1);
 }
 
 void CountRefusedScope() noexcept {
-    LossReport::Count(LossReport::Loss::RefusedScope);
+    if (TLog::IsInsideBackEnd()) {
+        TLog::CountNestedCall();
+    } else {
+        LossReport::Count(LossReport::Loss::RefusedScope);
+    }
 }
 
 void Emit(EventView& event) {
@@ -175,7 +207,7 @@ void Emit(EventView& event) {
 bool BeginBurst() noexcept {
     ThreadSide& side = t_side;
     if (!IsQueuing(side) && side.delivery == nullptr && side.ownDelivery == nullptr &&
-        !s_isGivenUp.load(std::memory_order_relaxed)) {
+        !s_isGivenUp.load(std::memory_order_relaxed) && !TLog::IsInsideBackEnd()) {
         return false;
     }
     ++side.bursts;
@@ -202,7 +234,7 @@ void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
         try {
             return Send(event);
         } catch (const std::bad_alloc&) {
-            if (IsDelivering()) {
+            if (IsDelivering() || TLog::IsInsideBackEnd()) {
                 return;  // it is counted, and a wait here would hold up everybody
             }
             std::this_thread::sleep_for(pause);

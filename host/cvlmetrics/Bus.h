@@ -14,6 +14,9 @@
 ///
 /// Delivering is a role that one thread has at a time, the one that holds the bus's lock. Whoever
 /// takes it first delivers what is queued, so that nothing overtakes what was emitted earlier.
+///
+/// Inside a log back end no scope and no context begins: its line would be logged in its turn. What
+/// is said there about those that have begun elsewhere is delivered when the thread is outside.
 namespace Metrics::Bus {
 
 /// Whether any consumer would receive an event with these flags that is no context event.
@@ -22,12 +25,14 @@ bool Admits(uint64 flags) noexcept;
 /// Whether any consumer would receive a context event: whether there is a consumer.
 bool AdmitsContextEvents() noexcept;
 
-/// Whether a new scope may be opened: always, unless scopes are to be refused for want of room.
+/// Whether a new scope may be opened: always, unless scopes are to be refused for want of room, or
+/// the thread is inside a log back end.
 bool HasRoomForScope() noexcept;
 
 /// The same for a new context, which is refused later.
 bool HasRoomForContext() noexcept;
 
+/// By the reason for which it was refused.
 void CountRefusedScope() noexcept;
 
 /// Stamps an event with the time and sends it on its way. Whoever calls it has asked for admission

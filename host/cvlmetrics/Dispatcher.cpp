@@ -8,6 +8,8 @@
 #include "PendingContexts.h"
 #include "ThreadSide.h"
 
+#include "cvlcoreplatform/host/InsideBackEnd.h"
+
 #include <new>
 #include <pthread.h>
 #include <thread>
@@ -55,8 +57,8 @@ private:
 // delivering thread would find a mutex locked for ever and records half written. So the forking
 // thread takes all locks first, unless it is itself the one that delivers.
 //
-// The logger has registered handlers of its own when it was loaded, before these. So it is locked
-// after the bus, as in a delivery that logs.
+// The logger is locked after the bus, as in a delivery that logs. It has registered handlers of its
+// own when it was loaded, before these, so it is unlocked before the bus.
 Dispatcher::Dispatcher() {
     // Locks are made at first use; a fork is no time to find that there is no memory for them.
     EventQueues::Initialize();
@@ -80,6 +82,8 @@ void Dispatcher::LockForFork() noexcept {
         const Claim claim(m_othersWait);
         m_mutex.LockNext();
     }
+    // A log back end may hand a context over: it holds the logger's lock and wants one of these.
+    TLog::LockLoggerForFork();
     DeliveringThread::LockForFork();
     EventQueues::LockForFork();
     PendingContexts::LockForFork();
@@ -134,8 +138,18 @@ void OwnDelivery::Deliver(const EventView& event) {
     m_dispatcher.m_received.Release();
 }
 
+void OwnDelivery::Deliver(std::vector<MetricsEvent>&& events) noexcept {
+    const CurrentDelivery current(m_delivery);
+    m_delivery.waiting = std::move(events);
+    m_dispatcher.DeliverWaiting(m_delivery);
+}
+
 void Dispatcher::Deliver(const EventView& event) {
     OwnDelivery(*this).Deliver(event);
+}
+
+void Dispatcher::Deliver(std::vector<MetricsEvent>&& events) noexcept {
+    OwnDelivery(*this).Deliver(std::move(events));
 }
 
 void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
@@ -149,11 +163,11 @@ void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* co
 
 void Dispatcher::DeliverQueued() noexcept {
     const cvlsys::HostState hostState;
+    const corvala::memory::UnchargedAllocations uncharged;
     Delivery delivery;
 
     const auto lock = LockAhead();
     const CurrentDelivery current(delivery);
-    const corvala::memory::UnchargedAllocations uncharged;
     const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
 
     DeliverQueued(delivery);
@@ -181,6 +195,7 @@ void Dispatcher::AwaitDelivery() noexcept {
 bool Dispatcher::DeliverSome() noexcept {
     constexpr int atMost = 64;
     const cvlsys::HostState hostState;
+    const corvala::memory::UnchargedAllocations uncharged;
     Delivery delivery;
 
     for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
@@ -189,8 +204,6 @@ bool Dispatcher::DeliverSome() noexcept {
     m_mutex.LockNext();
     const std::lock_guard lock(m_mutex, std::adopt_lock);
     const CurrentDelivery current(delivery);
-    const corvala::memory::UnchargedAllocations uncharged;
-
     const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
 
     int delivered = 0;
@@ -260,6 +273,10 @@ const MetricsEvent* Dispatcher::Read(EventRecord& record) noexcept {
 
 void Dispatcher::DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept {
     m_consumers.Deliver(event, delivery.retired);
+    DeliverWaiting(delivery);
+}
+
+void Dispatcher::DeliverWaiting(Delivery& delivery) noexcept {
     while (!delivery.waiting.empty()) {
         // What is emitted from here on waits behind the whole batch.
         const std::vector<MetricsEvent> batch = std::exchange(delivery.waiting, {});

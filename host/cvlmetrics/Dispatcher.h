@@ -48,6 +48,9 @@ public:
     /// lost then.
     void Deliver(const EventView& event);
 
+    /// What the calling thread has emitted earlier, behind what is queued.
+    void Deliver(std::vector<MetricsEvent>&& events) noexcept;
+
     /// What the calling thread emits in `body`, see `InBurst`.
     void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
 
@@ -92,6 +95,7 @@ private:
     bool DeliverNext(Delivery& delivery) noexcept;
     const MetricsEvent* Read(EventRecord& record) noexcept;
     void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;
+    void DeliverWaiting(Delivery& delivery) noexcept;
 
     cvlsys::AdaptiveMutex m_mutex;
     // How many other threads want the mutex: the delivering thread lets them go first.
@@ -111,16 +115,19 @@ public:
     /// Throws `std::bad_alloc`; the event is lost then.
     void Deliver(const EventView& event);
 
+    void Deliver(std::vector<MetricsEvent>&& events) noexcept;
+
 private:
     Dispatcher& m_dispatcher;
+    // These outlive all that follows: lines are still written when the lock is free.
+    cvlsys::HostState m_hostState;
+    corvala::memory::UnchargedAllocations m_uncharged;
     // Outlives the lock: the destructor of a listener that goes with its last reference here may do
     // anything, waiting for other threads included.
     Delivery m_delivery;
     // So do the lines of the events: others deliver while this thread writes them.
     std::optional<TLog::LineBatch> m_lines;
     std::unique_lock<cvlsys::AdaptiveMutex> m_lock;
-    cvlsys::HostState m_hostState;
-    corvala::memory::UnchargedAllocations m_uncharged;
 };
 
 }  // namespace Metrics::Bus

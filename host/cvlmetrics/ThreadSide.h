@@ -5,7 +5,11 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/host/IdBatch.h"
 
+#include <vector>
+
 namespace Metrics {
+
+struct MetricsEvent;
 
 namespace Bus {
 struct Delivery;
@@ -22,6 +26,8 @@ struct ThreadSide {
     Bus::Delivery* delivery = nullptr;
     /// Set while this thread keeps the bus's mutex to deliver what it emits itself.
     Bus::OwnDelivery* ownDelivery = nullptr;
+    /// What was emitted inside a log back end that this thread is still in.
+    std::vector<MetricsEvent>* postponed = nullptr;
     /// How many bursts this thread is inside of (`Bus::InBurst`).
     uint32 bursts = 0;
     /// What this thread emits is not queued, whatever else is: it is the delivering thread, or has

@@ -145,6 +145,21 @@ TEST_P(ExitTest, AnUncaughtExceptionLeavesWholeLines) {
     }
 }
 
+TEST_P(ExitTest, CancelledThreadsLeaveWholeScopesAndTheProcessAlive) {
+    Run("cancel-threads", 3, {.count = 200});
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_THAT(log.Unended(), IsEmpty());
+    std::size_t ended = 0;
+    for (std::size_t thread = 0; thread < 4; ++thread) {
+        ended += log.NumbersOf(OnlyPid(log), static_cast<std::int64_t>(thread)).size();
+        EXPECT_EQ(log.NumbersOf(OnlyPid(log), static_cast<std::int64_t>(thread)).size(),
+                  Ended(thread));
+    }
+    EXPECT_GT(ended, 500u);
+}
+
 // With synchronous delivery who traces is stuck in the log, and who does not is free to end.
 TEST_P(ExitTest, ALogThatHangsDoesNotKeepTheProcessFromEnding) {
     Run("hanging-log", 3, {.linesUntilHang = 100, .exitDeadline = std::chrono::milliseconds(300)});

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <pthread.h>
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
@@ -195,6 +196,29 @@ int UncaughtException() {
     return 3;
 }
 
+// Threads are cancelled while they trace; between two scopes they say that they may be.
+int CancelThreads() {
+    constexpr std::size_t threadsAtOnce = 4;
+    TraceForEver();
+    for (std::size_t n = 0; n < GetSubject().count; n += threadsAtOnce) {
+        std::vector<std::thread> threads;
+        for (std::size_t thread = 0; thread < threadsAtOnce; ++thread) {
+            threads.emplace_back([thread] {
+                for (;;) {
+                    Work(thread, 1);
+                    pthread_testcancel();
+                }
+            });
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (std::thread& thread : threads) {
+            pthread_cancel(thread.native_handle());
+            thread.join();
+        }
+    }
+    return 3;
+}
+
 int UntilKilled() {
     constexpr std::size_t threadCount = 3;
     TraceForEver();
@@ -216,6 +240,7 @@ const std::map<std::string, Scenario>& ExitScenarios() {
                                              {"hanging-log", HangingLog},
                                              {"give-up-on-log", GiveUpOnLog},
                                              {"uncaught-exception", UncaughtException},
+                                             {"cancel-threads", CancelThreads},
                                              {"until-killed", UntilKilled}};
     return scenarios;
 }

@@ -9,7 +9,8 @@ namespace TLog {
 
 /// Where the logger's events and messages go. Called by any number of threads at once, so it
 /// guards its own data. What it throws is counted and goes no further. What it logs itself is
-/// dropped and counted; it must not replace the logger's back end either. An event may be kept.
+/// dropped and counted, as are the scopes that it opens; it must not replace the logger's back end
+/// either, nor fork. An event may be kept.
 class CVLCOREPLATFORM_API LogBackEnd {
 public:
     LogBackEnd() = default;

@@ -51,7 +51,7 @@ struct LogStatistics {
     uint64 reopenings = 0;         ///< files that were opened again: on request, or moved away
     uint64 rotationErrors = 0;     ///< attempts at either of these that failed; no line was lost
     uint64 backEndExceptions = 0;  ///< exceptions out of a back end
-    uint64 nestedCalls = 0;        ///< calls from inside a back end, which are dropped
+    uint64 nestedCalls = 0;        ///< lines and scopes from inside a back end, which are dropped
 };
 
 CVLCOREPLATFORM_API LogStatistics GetLogStatistics() noexcept;

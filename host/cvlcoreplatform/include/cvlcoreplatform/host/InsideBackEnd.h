@@ -1,0 +1,30 @@
+#pragma once
+
+#include "cvlcoreplatform/Export.h"
+
+/// For a library above the logger whose own work is logged: what it began inside a log back end
+/// would be logged in its turn, for ever. Any thread may use these.
+namespace TLog {
+
+// Written by the logger alone. Not `thread_local`: that would be read through a function, because
+// its initialisation could be anything.
+extern CVLCOREPLATFORM_API __thread bool t_isInsideBackEnd
+    __attribute__((tls_model("initial-exec")));
+
+/// Whether the calling thread is inside a back end, or at work for one.
+inline bool IsInsideBackEnd() noexcept {
+    return t_isInsideBackEnd;
+}
+
+/// Counts something that was refused for that reason, in `LogStatistics::nestedCalls`.
+CVLCOREPLATFORM_API void CountNestedCall() noexcept;
+
+/// Has `action` called on this thread, once, as soon as it is outside of the back end and holds no
+/// lock of the logger's. Inside a back end only. A second call replaces the action.
+CVLCOREPLATFORM_API void CallAfterBackEnd(void (*action)() noexcept) noexcept;
+
+/// For a fork handler that goes on to take locks which a thread inside a back end may want: locks
+/// the logger first. The logger's own handler unlocks it.
+CVLCOREPLATFORM_API void LockLoggerForFork() noexcept;
+
+}  // namespace TLog
