@@ -39,9 +39,8 @@ install(
 configure_package_config_file(
     "${PROJECT_SOURCE_DIR}/cmake/tarn-config.cmake.in" "${PROJECT_BINARY_DIR}/tarn-config.cmake"
     INSTALL_DESTINATION "${tarn_package_folder}")
-# Until 1.0.0 a new minor version may break its users.
 write_basic_package_version_file(
-    "${PROJECT_BINARY_DIR}/tarn-config-version.cmake" COMPATIBILITY SameMinorVersion)
+    "${PROJECT_BINARY_DIR}/tarn-config-version.cmake" COMPATIBILITY ${tarn_compatibility})
 install(FILES "${PROJECT_BINARY_DIR}/tarn-config.cmake"
               "${PROJECT_BINARY_DIR}/tarn-config-version.cmake"
         DESTINATION "${tarn_package_folder}")

@@ -1,5 +1,24 @@
 # What all of the project's libraries have in common.
 
+# Until 1.0.0 a new minor version may break its users. A program says by the name of the library
+# which ones it can be loaded with, and find_package(tarn) follows the same rule.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+    set(tarn_abi_version "${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
+    set(tarn_compatibility SameMinorVersion)
+else()
+    set(tarn_abi_version "${PROJECT_VERSION_MAJOR}")
+    set(tarn_compatibility SameMajorVersion)
+endif()
+
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+    message(
+        FATAL_ERROR
+            "BUILD_SHARED_LIBS is off, but tarn and its host are shared libraries only: their state is \
+that of the process, and each program and library that links a static one would have a copy of its \
+own. Leave BUILD_SHARED_LIBS out, or in a project whose own libraries are static, \
+set(BUILD_SHARED_LIBS ON) before add_subdirectory() or FetchContent_MakeAvailable().")
+endif()
+
 # Settings of every target: the language level of our own sources, and nothing exported unless a
 # declaration says so. The position-independent code is needed by static and object libraries that
 # end up in a shared one.
@@ -22,30 +41,54 @@ function(tarn_compile_for_shared_library target)
                                              -fno-plt)
 endfunction()
 
+# tarn_configure_shared_library(<target> EXPORTS <name>...)
+#
 # Settings of the four shared libraries. They are never unloaded (-z nodelete), because scopes and
 # thread-local state may outlive any dlclose(); and they are complete in themselves.
+#
+# What a library exports says so in its header, and belongs to one of the global names given here:
+# namespaces with what is in them, classes with their members, functions. The linker keeps everything
+# else in. Without that, templates and exceptions of the standard library and of others would be seen
+# outside wherever a library uses them, as their own headers say so, and mixed with those of a program
+# that another version of these headers was compiled into. An atomic's wait() and notify_one() meet in
+# such a template's table, hence must be called in one and the same library.
 function(tarn_configure_shared_library target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXPORTS")
     tarn_compile_for_shared_library(${target})
     tarn_configure_target(${target})
     target_compile_features(${target} INTERFACE cxx_std_17)
-    target_link_options(${target} PRIVATE LINKER:--no-undefined LINKER:-z,nodelete)
+    # As the compiler encodes them, functions and members, then tables and type information; written
+    # out, a foreign function would begin with its result, which may be one of these names.
+    set(exported)
+    foreach(name IN LISTS arg_EXPORTS)
+        string(LENGTH "${name}" length)
+        foreach(prefix IN ITEMS _Z _ZN _ZN[KRO] _ZNK[RO] _ZT[ISTV] _ZT[ISTV]N _ZGVN)
+            string(APPEND exported "  ${prefix}${length}${name}*;\n")
+        endforeach()
+    endforeach()
+    set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}.exports")
+    file(CONFIGURE OUTPUT "${script}"
+         CONTENT "{\nglobal:\n@exported@local:\n  *;\n};\n" @ONLY)
+    target_link_options(${target} PRIVATE LINKER:--no-undefined LINKER:-z,nodelete
+                                          "LINKER:--version-script,${script}")
     set_target_properties(
-        ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-                             INSTALL_RPATH "$ORIGIN")
+        ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${tarn_abi_version}
+                             INSTALL_RPATH "$ORIGIN" LINK_DEPENDS "${script}")
 endfunction()
 
 # tarn_add_host_library(<name>
 #     SOURCES <file>...       explicit list, relative to the caller's folder
+#     EXPORTS <name>...       the global names that are exported, see above
 #     [LIBRARIES <target>...] what users of the library need as well (lower host libraries)
 #     [PRIVATE <target>...])  what only the library's own sources need
 #
 # Defines <name> (alias tarn::<name>) with the declarations and host/<name>/include as its public
 # include folders.
 function(tarn_add_host_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PRIVATE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;EXPORTS;LIBRARIES;PRIVATE")
     add_library(${name} SHARED ${arg_SOURCES})
     add_library(tarn::${name} ALIAS ${name})
-    tarn_configure_shared_library(${name})
+    tarn_configure_shared_library(${name} EXPORTS ${arg_EXPORTS})
     target_include_directories(
         ${name}
         PUBLIC "$<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>"

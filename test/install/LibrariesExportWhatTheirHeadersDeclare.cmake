@@ -1,7 +1,6 @@
-# What a shared library defines for others is what its public headers declare: nobody outside can
-# come to depend on anything else. Weak symbols are no names of ours: the compiler makes the standard
-# library's templates visible wherever they are used with visible types. They may not show a private
-# type of the library, though.
+# What a shared library defines for others is what its public headers declare, and nothing else:
+# nobody outside can come to depend on it, and no template or exception of another library, compiled
+# into this one, is mixed with a program's own.
 cmake_minimum_required(VERSION 3.25)
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
@@ -47,14 +46,13 @@ function(ExpectDeclaredExports library private_folder)
     Run("cannot read the symbols of ${library}" "${NM}" -DC --defined-only "${library}")
     string(REGEX REPLACE "[][;]" "" symbols "${RUN_OUTPUT}")
     string(REPLACE "\n" ";" symbols "${symbols}")
-    set(strong 0)
+    set(count 0)
     set(undeclared)
     foreach(symbol IN LISTS symbols)
-        if(NOT symbol MATCHES "^[0-9a-f]+ ([A-Za-z]) (.*)$")
+        if(NOT symbol MATCHES "^[0-9a-f]+ [A-Za-z] (.*)$")
             continue()
         endif()
-        set(type ${CMAKE_MATCH_1})
-        set(name "${CMAKE_MATCH_2}")
+        set(name "${CMAKE_MATCH_1}")
 
         string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*" mentioned "${name}")
         foreach(private_type IN LISTS private_types)
@@ -62,12 +60,8 @@ function(ExpectDeclaredExports library private_folder)
                 list(APPEND undeclared "${name} (shows ${private_type})")
             endif()
         endforeach()
-        if(type MATCHES "[WVu]")
-            continue()
-        endif()
-
-        math(EXPR strong "${strong} + 1")
-        string(REGEX REPLACE "^(vtable|VTT|typeinfo|typeinfo name) for " "" name "${name}")
+        math(EXPR count "${count} + 1")
+        string(REGEX REPLACE "^(vtable|VTT|typeinfo|typeinfo name|guard variable) for " "" name "${name}")
         string(REGEX REPLACE "(abi:cxx11)?[(<].*$" "" name "${name}")
         string(REGEX REPLACE "abi:cxx11$" "" name "${name}")
         string(REGEX REPLACE "~" "" name "${name}")
@@ -88,10 +82,10 @@ function(ExpectDeclaredExports library private_folder)
     if(undeclared)
         message(FATAL_ERROR "${library} exports what its headers do not declare:\n${text}")
     endif()
-    if(strong LESS 20)
-        message(FATAL_ERROR "${library} exports ${strong} names only; is this its symbol table?")
+    if(count LESS 20)
+        message(FATAL_ERROR "${library} exports ${count} names only; is this its symbol table?")
     endif()
-    message(STATUS "${library}: ${strong} names, all declared")
+    message(STATUS "${library}: ${count} names, all declared")
 endfunction()
 
 ExpectDeclaredExports("${TARN_LIBRARY}" src/cpp/main src/cpp/include)
@@ -100,6 +94,17 @@ foreach(library IN LISTS host_libraries)
     get_filename_component(name "${library}" NAME)
     string(REGEX REPLACE "^lib([a-z]+)[.].*" "\\1" name "${name}")
     ExpectDeclaredExports("${library}" "host/${name}" "src/cpp/declarations/${name}" "host/${name}/include")
+endforeach()
+
+# An exception is caught, and a class derived from, by those outside.
+foreach(type IN ITEMS CorvalaException LogicException RefCntObject corvala::memory::MemoryCounter)
+    list(GET host_libraries -1 library)
+    Run("cannot read the symbols of ${library}" "${NM}" -DC --defined-only "${library}")
+    foreach(table IN ITEMS "typeinfo" "typeinfo name" "vtable")
+        if(NOT RUN_OUTPUT MATCHES " ${table} for ${type}\n")
+            message(FATAL_ERROR "${library} does not export the ${table} for ${type}")
+        endif()
+    endforeach()
 endforeach()
 
 # The host gives this hook to the library; nobody gets it back.

@@ -43,7 +43,8 @@ struct MetricsMonitor::MetricsTimeInfo {
 
 /// What the monitor knows of one open scope. A context has one, too, which its first scope
 /// inherits from.
-struct MetricsMonitor::ScopeState {
+// The class that it belongs to is exported with all its members.
+struct __attribute__((visibility("hidden"))) MetricsMonitor::ScopeState {
     using DumpType = tarn::ScopeStateDumpType;
     using Attributes = tarn::FlatTable<Metrics::MetricsValue>;
 
