@@ -1,4 +1,5 @@
 # What all of the project's libraries have in common.
+include(TarnHardening)
 
 # Until 1.0.0 a new minor version may break its users. A program says by the name of the library
 # which ones it can be loaded with, and find_package(tarn) follows the same rule.
@@ -39,6 +40,7 @@ endfunction()
 function(tarn_compile_for_shared_library target)
     target_compile_options(${target} PRIVATE -ftls-model=initial-exec -fno-semantic-interposition
                                              -fno-plt)
+    tarn_harden(${target})
 endfunction()
 
 # tarn_configure_shared_library(<target> EXPORTS <name>...)
