@@ -139,4 +139,12 @@ bool CopyPlain(std::string_view text, char* to) noexcept {
     return Copy(text.data(), text.size(), to);
 }
 
+bool CopyPlainOneByOne(std::u16string_view text, char* to) noexcept {
+    return CopyOneByOne(text.data(), text.size(), to);
+}
+
+bool CopyPlainOneByOne(std::string_view text, char* to) noexcept {
+    return CopyOneByOne(text.data(), text.size(), to);
+}
+
 }  // namespace cvlcoreplatform

@@ -10,4 +10,9 @@ namespace cvlcoreplatform {
 bool CopyPlain(std::u16string_view text, char* to) noexcept;
 bool CopyPlain(std::string_view text, char* to) noexcept;
 
+/// The same, one character after the other: short texts, and all texts where the processor has no
+/// SSE2.
+bool CopyPlainOneByOne(std::u16string_view text, char* to) noexcept;
+bool CopyPlainOneByOne(std::string_view text, char* to) noexcept;
+
 }  // namespace cvlcoreplatform

@@ -1,5 +1,6 @@
 #include "cvlcoreplatform/TUUID.h"
 
+#include "HexDigits.h"
 #include "ThreadObject.h"
 #include "UuidText.h"
 
@@ -13,10 +14,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid.hpp>
@@ -83,47 +80,8 @@ void ReseedInChild() {
 
 [[maybe_unused]] const int forkHandlerRegistered = pthread_atfork(nullptr, nullptr, ReseedInChild);
 
-constexpr std::size_t digitsInId = 32;
-
-using Digits = std::array<char, digitsInId>;
-
-#ifdef __SSE2__
-
-// All digits at once.
-Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept {
-    const __m128i all = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes.data()));
-    const __m128i low = _mm_set1_epi8(0x0F);
-    const __m128i first = _mm_and_si128(_mm_srli_epi16(all, 4), low);
-    const __m128i second = _mm_and_si128(all, low);
-    const __m128i nine = _mm_set1_epi8(9);
-    const __m128i zero = _mm_set1_epi8('0');
-    // How much farther than the digit 9 the letter A is.
-    const __m128i letters = _mm_set1_epi8(static_cast<char>((upper ? 'A' : 'a') - '9' - 1));
-    const auto digits = [&](__m128i values) {
-        const __m128i gap = _mm_and_si128(_mm_cmpgt_epi8(values, nine), letters);
-        return _mm_add_epi8(_mm_add_epi8(values, zero), gap);
-    };
-    const __m128i both[2] = {digits(_mm_unpacklo_epi8(first, second)),
-                             digits(_mm_unpackhi_epi8(first, second))};
-    Digits result;
-    static_assert(sizeof result == sizeof both);
-    std::memcpy(result.data(), both, sizeof result);
-    return result;
-}
-
-#else
-
-Digits DigitsOf(const std::array<unsigned char, 16>& bytes, bool upper) noexcept {
-    const char* const digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    Digits result{};
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        result[2 * i] = digits[bytes[i] / 16];
-        result[2 * i + 1] = digits[bytes[i] % 16];
-    }
-    return result;
-}
-
-#endif
+using cvlcoreplatform::digitsInId;
+using Digits = cvlcoreplatform::HexDigits;
 
 // In groups of 8, 4, 4, 4 and 12.
 void WriteHyphenated(const Digits& digits, char* to) noexcept {
@@ -201,7 +159,8 @@ TUUID TUUID::CreateUUID() {
 }
 
 TString TUUID::ToString(TUUIDFormatOption option) const {
-    const Digits digits = DigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
+    const Digits digits =
+        cvlcoreplatform::HexDigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
     std::array<char, 40> text{};
     std::size_t first = 0;
     std::size_t length = cvlcoreplatform::uuidTextLength;
@@ -225,5 +184,5 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
 }
 
 void cvlcoreplatform::WriteUuid(const TUUID& id, char* to) noexcept {
-    WriteHyphenated(DigitsOf(id.Bytes(), true), to);
+    WriteHyphenated(HexDigitsOf(id.Bytes(), true), to);
 }
