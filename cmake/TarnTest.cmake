@@ -10,6 +10,7 @@
 # program is one, which spares a thousand starts of a process that a sanitizer makes slow. Test
 # support and the embedded host are linked to it.
 find_package(GTest REQUIRED)
+find_package(nlohmann_json REQUIRED)
 find_package(Threads REQUIRED)
 include(GoogleTest)
 

@@ -1,5 +1,6 @@
 // Log events with any names and values as JSON lines, read back by another parser and compared.
 #include "Input.h"
+#include "JsonReader.h"
 #include "Utf.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
@@ -88,13 +89,6 @@ Sample MakeSample(fuzz::Input& input, int depth) {
     }
 }
 
-void RequireLine(const std::string& line) {
-    for (const char unit : line) {
-        fuzz::Require(static_cast<unsigned char>(unit) >= 0x20,
-                      "a line holds no control character");
-    }
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
@@ -123,8 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const TLog::Event event(TString(name), object(body), info);
 
     const std::string line = TLog::FormatJsonLine(TLog::Info, event, {});
-    RequireLine(line);
-    const json read = json::parse(line);
+    const json read = tarn::test::ReadJsonLine(line);
     fuzz::Require(read.at("event") == fuzz::ReferenceUtf8(name), "the name arrives");
     fuzz::Require(read.at("user") == fuzz::ReferenceUtf8(user), "the user arrives");
     fuzz::Require(read.at("environment") == environment.expected, "the environment arrives");
@@ -134,8 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     fuzz::Require(read.size() == 13, "nothing else arrives");
 
     const std::string message = TLog::FormatJsonLine(TLog::Warn, TString(user), time);
-    RequireLine(message);
-    fuzz::Require(json::parse(message).at("message") == fuzz::ReferenceUtf8(user),
+    fuzz::Require(tarn::test::ReadJsonLine(message).at("message") == fuzz::ReferenceUtf8(user),
                   "the message arrives");
     return 0;
 }

@@ -1,6 +1,7 @@
 // Streams of events, possible and impossible ones: the monitor keeps its counts in order, throws
 // nothing but what its header says, and traces a fresh scope as if nothing had been.
 #include "Input.h"
+#include "JsonReader.h"
 
 #include "tarn/MetricsMonitor.h"
 #include "tarn/MonitorUUIDGenerator.h"
@@ -22,7 +23,7 @@ using nlohmann::json;
 class ParsingSink : public IMetricsMonitorSink {
 public:
     void Log(const TLog::Event& event) override {
-        last = json::parse(TLog::FormatJsonLine(TLog::Info, event, {}));
+        last = tarn::test::ReadJsonLine(TLog::FormatJsonLine(TLog::Info, event, {}));
         const std::string type = last.at("activity").at("type");
         fuzz::Require(type == "begin" || type == "end", "an activity begins or ends");
         ++lines;

@@ -1,3 +1,5 @@
+#include "AllocationCounter.h"
+#include "JsonReader.h"
 #include "Threads.h"
 
 #include "cvlcoreplatform/TLog.h"
@@ -48,7 +50,7 @@ const Literal& LiteralOf(const NameTable& fields, const char16_t* name) {
 }
 
 json LineOf(const Event& event) {
-    return json::parse(FormatJsonLine(Info, event, EventTimePoint()));
+    return tarn::test::ReadJsonLine(FormatJsonLine(Info, event, EventTimePoint()));
 }
 
 /// The same event, made of the values that it gives.
@@ -191,10 +193,22 @@ TEST(CorePlatformEventBuilderTest, ObjectsBeyondSomeHundredAreRefused) {
 }
 
 TEST(CorePlatformEventBuilderTest, ABuilderThatIsLeftEarlyLeavesNothingBehind) {
-    EventBuilder builder;
-    builder.AddText(ObjectId::Body, u"long", std::u16string_view(std::u16string(5000, u'x')));
-    builder.AddValue(ObjectId::Body, u"shared", Literal::Int(1));
-    SUCCEED() << "the address sanitizer looks on";
+    const std::shared_ptr<Value> shared = Literal::Int(1);
+    const std::u16string text(5000, u'x');
+    const auto leaveEarly = [&shared, &text] {
+        EventBuilder builder;
+        builder.AddText(ObjectId::Body, u"long", std::u16string_view(text));
+        builder.AddValue(ObjectId::Body, u"shared", shared);
+        builder.AddInt(ObjectId::Body, TString(std::u16string(30, u'n')), 1);
+    };
+    leaveEarly();  // blocks that the thread keeps for the next event are taken now
+    const tarn::test::AllocationCounter counter;
+
+    leaveEarly();
+
+    EXPECT_GT(counter.Allocations(), 0U);
+    EXPECT_EQ(counter.Releases(), counter.Allocations());
+    EXPECT_EQ(shared.use_count(), 1);
 }
 
 TEST(CorePlatformEventBuilderTest, ANameThatIsGoneAfterwardsIsStillTheEvents) {

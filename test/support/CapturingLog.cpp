@@ -1,10 +1,17 @@
 #include "CapturingLog.h"
 
+#include "EventLine.h"
+
+#include <gtest/gtest.h>
+
 namespace tarn::test {
 
 CapturingLog::~CapturingLog() = default;
 
 void CapturingLog::Write(TLog::Severity severity, const TLog::Event& event) {
+    if (const std::string difference = DifferenceOfLine(severity, event); !difference.empty()) {
+        ADD_FAILURE() << difference;
+    }
     {
         const std::lock_guard<std::mutex> guard(m_lock);
         m_events.emplace_back(severity, event);

@@ -13,7 +13,8 @@
 
 namespace tarn::test {
 
-/// A back end of the logger that keeps what it is given. Any thread may read it at any time.
+/// A back end of the logger that keeps what it is given. The test fails when an event's line says
+/// otherwise than the event. Any thread may read it at any time.
 class CapturingLog : public TLog::LogBackEnd {
 public:
     /// Severity and text.

@@ -1,6 +1,11 @@
 #include "CapturingSink.h"
 
+#include "EventLine.h"
+
+#include <string>
 #include <utility>
+
+#include <gtest/gtest.h>
 
 namespace tarn::test {
 
@@ -10,6 +15,9 @@ CapturingSink::CapturingSink(std::shared_ptr<CapturedEvents> events)
 CapturingSink::~CapturingSink() = default;
 
 void CapturingSink::Log(const TLog::Event& event) {
+    if (const std::string difference = DifferenceOfLine(TLog::Info, event); !difference.empty()) {
+        ADD_FAILURE() << difference;
+    }
     m_events->push_back(event);
 }
 

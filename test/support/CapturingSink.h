@@ -13,7 +13,8 @@ namespace tarn::test {
 /// only writes to it. No lock: read it while nothing is delivered.
 using CapturedEvents = std::vector<TLog::Event>;
 
-/// Keeps a copy of every event in storage that outlives it.
+/// Keeps a copy of every event in storage that outlives it. The test fails when the event's line
+/// says otherwise than the event.
 class CapturingSink : public IMetricsMonitorSink {
 public:
     explicit CapturingSink(std::shared_ptr<CapturedEvents> events);
