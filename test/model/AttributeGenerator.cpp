@@ -1,11 +1,14 @@
 #include "AttributeGenerator.h"
 
 #include "Names.h"
+#include "StaticTexts.h"
 
 #include "cvlcoreplatform/TString.h"
 
 #include <initializer_list>
 #include <limits>
+#include <memory>
+#include <string>
 
 namespace model {
 namespace {
@@ -63,6 +66,14 @@ std::string ToUtf8(std::u16string_view text) {
     return utf8;
 }
 
+MetricsValue StaticNarrowText(const std::string& utf8) {
+    MetricsValue value;
+    value.type = MetricsValue::MV_Utf8String;
+    value.utf8 = std::shared_ptr<const std::string>(std::shared_ptr<const std::string>(),
+                                                    &StaticText<char>(utf8));
+    return value;
+}
+
 }  // namespace
 
 AttributeGenerator::AttributeGenerator(Random& random, int wrongKinds)
@@ -70,10 +81,40 @@ AttributeGenerator::AttributeGenerator(Random& random, int wrongKinds)
       m_wrongKinds(wrongKinds) {}
 
 MetricsValue AttributeGenerator::Text(std::u16string_view text) {
-    if (HasNarrowForm(text) && m_random.Percent(45)) {
-        return MetricsValue(ToUtf8(text));
+    const bool isNarrow = HasNarrowForm(text) && m_random.Percent(45);
+    const bool isStatic = m_random.Percent(25);
+    if (isNarrow) {
+        return isStatic ? StaticNarrowText(ToUtf8(text)) : MetricsValue(ToUtf8(text));
     }
-    return MetricsValue(TString(text));
+    return MetricsValue(isStatic ? TString::ReferTo(StaticText(text)) : TString(text));
+}
+
+MetricsValue AttributeGenerator::IllFormedText() {
+    // Bytes that are never used, that begin nothing, or begin what does not come; longer forms than
+    // needed; surrogates; beyond the last character.
+    return MetricsValue(
+        m_random.OneOf<const char*>({"stray\xFF"
+                                     "byte",
+                                     "\x80",
+                                     "a\xBF\xBFz",
+                                     "\xC3",
+                                     "\xC3(",
+                                     "\xC0\x80",
+                                     "\xC1\xBFz",
+                                     "\xE2\x82",
+                                     "\xE2\x82z",
+                                     "\xE2\x28\xA1",
+                                     "\xE0\x80\x80",
+                                     "\xE0\x9F\xBFz",
+                                     "\xED\xA0\x80",
+                                     "\xED\xA0\xBD\xED\xB8\x80",
+                                     "\xF0\x9F\x98",
+                                     "\xF0\x9F\x98\"",
+                                     "\xF0\x80\x80\x80",
+                                     "\xF4\x90\x80\x80",
+                                     "\xF5\x80\x80\x80",
+                                     "'\xFE'",
+                                     "\xE6\x97\xA5\xE6\x97"}));
 }
 
 MetricsValue AttributeGenerator::WrongKind() {
@@ -85,9 +126,7 @@ MetricsValue AttributeGenerator::WrongKind() {
         case 2:
             return MetricsValue(m_random.OneOf({0.0, -0.0, 1.5, 1234567.0, 1e-7, -3.25e200}));
         case 3:
-            return MetricsValue(
-                "stray\xFF"
-                "byte");
+            return IllFormedText();
         case 5: {
             // A text without characters.
             MetricsValue value;
@@ -121,6 +160,8 @@ MetricsValue AttributeGenerator::Name(std::u16string_view name) {
             return Text(text + u"\0tail"s);
         case 2:
             return Text(text + u" ");
+        case 3:
+            return HasNarrowForm(text) ? MetricsValue(ToUtf8(text) + "\xE2\x82") : Text(text);
         default:
             return Text(text);
     }
@@ -138,6 +179,11 @@ MetricsValue AttributeGenerator::AnyValue() {
             return MetricsValue(m_random.Percent(50));
         case 2:
             return MetricsValue(m_random.OneOf({0.0, 1.5, -2.25, 1e300, 1234567.0, 0.1}));
+        case 3:
+            if (m_random.Percent(20)) {
+                return IllFormedText();
+            }
+            [[fallthrough]];
         default:
             return Text(m_random.OneOf({u"value"sv,
                                         u""sv,
@@ -167,7 +213,17 @@ MetricsValue AttributeGenerator::ValueFor(std::u16string_view name) {
         return MetricsValue(m_random.OneOf<int64>({1, 4242, -1, 0x100000007}));
     }
     if (name == names::traceDepthAttr || name == names::serviceDepthAttr) {
-        return MetricsValue(m_random.OneOf<int64>({0, 0, 1, 1, 2, 3, 7, 0x100000001}));
+        return MetricsValue(m_random.OneOf<int64>({0,
+                                                   0,
+                                                   1,
+                                                   1,
+                                                   2,
+                                                   3,
+                                                   7,
+                                                   -1,
+                                                   0x100000001,
+                                                   std::numeric_limits<int32>::max(),
+                                                   std::numeric_limits<int32>::min()}));
     }
     if (name == names::resultKeyAttr) {
         return Text(m_random.OneOf({names::resultOk,
@@ -264,13 +320,7 @@ std::u16string_view AttributeGenerator::OrdinaryName() {
 }
 
 NameValuePair AttributeGenerator::PairOf(std::u16string_view name) {
-    NameValuePair pair{Name(name), ValueFor(name)};
-    // No sender counts depths below zero, and nothing says what they would mean.
-    if (name == names::traceDepthAttr && pair.second.type == MetricsValue::MV_Int64 &&
-        static_cast<int32>(pair.second.integer) < 0) {
-        pair.second.integer = 4;
-    }
-    return pair;
+    return {Name(name), ValueFor(name)};
 }
 
 NameValuePair AttributeGenerator::ScopePair() {
@@ -295,7 +345,19 @@ NameValuePair AttributeGenerator::ScopePair() {
                                   names::requestDescription}));
 }
 
+NameValueList AttributeGenerator::ManyPairs() {
+    NameValueList pairs;
+    for (int64 left = m_random.Between(12, 60); left > 0; --left) {
+        const char16_t letter = static_cast<char16_t>(u'a' + m_random.Below(40));
+        pairs.emplace_back(Name(std::u16string(u"many ") + letter), AnyValue());
+    }
+    return pairs;
+}
+
 NameValueList AttributeGenerator::ScopePairs() {
+    if (m_random.Percent(4)) {
+        return ManyPairs();
+    }
     NameValueList pairs;
     for (uint64 left = m_random.Below(5); left > 0; --left) {
         pairs.push_back(ScopePair());
@@ -304,7 +366,7 @@ NameValueList AttributeGenerator::ScopePairs() {
 }
 
 NameValueList AttributeGenerator::OpeningPairs(bool carriesContext) {
-    NameValueList pairs;
+    NameValueList pairs = m_random.Percent(3) ? ManyPairs() : NameValueList();
     for (uint64 left = m_random.Below(3); left > 0; --left) {
         pairs.push_back(ScopePair());
     }
@@ -347,6 +409,9 @@ NameValuePair AttributeGenerator::ContextPair() {
 }
 
 NameValueList AttributeGenerator::ContextPairs() {
+    if (m_random.Percent(3)) {
+        return ManyPairs();
+    }
     NameValueList pairs;
     for (uint64 left = m_random.Below(4); left > 0; --left) {
         pairs.push_back(ContextPair());
@@ -355,6 +420,9 @@ NameValueList AttributeGenerator::ContextPairs() {
 }
 
 NameValueList AttributeGenerator::ResultPairs() {
+    if (m_random.Percent(3)) {
+        return ManyPairs();
+    }
     NameValueList pairs;
     for (uint64 left = m_random.Below(4); left > 0; --left) {
         pairs.push_back(m_random.Percent(50) ? PairOf(names::resultKeyAttr)

@@ -40,11 +40,16 @@ public:
     Metrics::MetricsValue ListName(std::u16string_view name);
     std::u16string_view AnyListName();
 
+    /// So many that they are not looked for one by one any more, some of them twice.
+    Metrics::NameValueList ManyPairs();
+
     /// A post-close action that may or may not mean "take a layer off".
     Metrics::MetricsValue CloseAction();
 
 private:
+    /// Narrow or wide; owned, or one that lives as long as the process.
     Metrics::MetricsValue Text(std::u16string_view text);
+    Metrics::MetricsValue IllFormedText();
     Metrics::MetricsValue WrongKind();
     Metrics::MetricsValue AnyValue();
     Metrics::NameValuePair PairOf(std::u16string_view name);

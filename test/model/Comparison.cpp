@@ -117,6 +117,7 @@ void Comparison::Check(const Entry& expected, const Entry& actual, const std::st
     CheckCounters(expected.counters, actual.counters, path + ".counters");
     CheckEqual(expected.text, actual.text, path + ".text");
     Check(expected.body, actual.body, path + ".body");
+    CheckEqual(expected.lineDifference, actual.lineDifference, path + ".line");
     if (expected.kind == Entry::Kind::ActivityEvent) {
         Check(expected.event, actual.event, path + ".event");
     }

@@ -7,14 +7,49 @@
 #include <utility>
 
 namespace model {
+namespace {
+
+// Wherever in the value.
+bool HoldsReplacement(const Node& node) {
+    const auto isOneOf = [](const std::u16string& text) {
+        return text.find(u'\uFFFD') != std::u16string::npos;
+    };
+    return isOneOf(node.text) ||
+           std::any_of(node.fields.begin(),
+                       node.fields.end(),
+                       [&isOneOf](const Field& field) {
+                           return isOneOf(field.name) || HoldsReplacement(field.value);
+                       }) ||
+           std::any_of(node.items.begin(), node.items.end(), HoldsReplacement);
+}
+
+}  // namespace
+
+void Sightings::Add(LogEvent event) {
+    ++(event.name.substr(0, 4) == u"end-" ? endEvents : beginEvents);
+    generatedRequestIds += event.requestIsGenerated ? 1U : 0U;
+    constexpr std::size_t many = 16;
+    if (event.body.fields.size() > many || event.attributes.fields.size() > many) {
+        ++manyAttributes;
+    }
+    if (const Node* const depth = event.activity.Find(u"depth"); depth && depth->integer < 0) {
+        ++negativeDepths;
+    }
+    if (HoldsReplacement(event.body) || HoldsReplacement(event.attributes)) {
+        ++replacedTexts;
+    }
+    if (Node* const resources = event.activity.Find(u"res")) {
+        processorTimes += resources->Find(u"ucpu") ? 1U : 0U;
+        releasedMemory += resources->Find(u"free") ? 1U : 0U;
+    }
+}
 
 void Sightings::Add(const Observation& observation) {
     ++events;
     for (const Entry& entry : observation.journal) {
         switch (entry.kind) {
             case Entry::Kind::ActivityEvent:
-                ++(entry.event.name.substr(0, 4) == u"end-" ? endEvents : beginEvents);
-                generatedRequestIds += entry.event.requestIsGenerated ? 1 : 0;
+                Add(entry.event);
                 break;
             case Entry::Kind::DiagnosticEvent:
                 ++dumps;

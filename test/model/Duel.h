@@ -34,8 +34,16 @@ struct Sightings {
     uint64 textFieldErrors = 0;
     uint64 figureNameErrors = 0;
     uint64 sinkErrors = 0;
+    uint64 manyAttributes = 0;  ///< events that hold more than 16
+    uint64 negativeDepths = 0;  ///< events
+    uint64 replacedTexts = 0;   ///< events with a name or value that was no text
+    uint64 processorTimes = 0;  ///< end events
+    uint64 releasedMemory = 0;  ///< end events
 
     void Add(const Observation& observation);
+
+private:
+    void Add(LogEvent event);
 };
 
 /// Changes that a test of the checker makes on the library's side.

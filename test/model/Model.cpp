@@ -18,6 +18,11 @@ bool HasBit(const MetricsEvent& event, int bit) {
     return (event.flags >> bit) % 2 == 1;
 }
 
+// Depths may come from outside; one more than the largest wraps.
+int32 OneDeeper(int32 depth) {
+    return static_cast<int32>(static_cast<uint32>(depth) + 1);
+}
+
 TimeInfo TimeOf(const MetricsEvent& event) {
     return {event.time, event.wallSeconds, event.wallMicros};
 }
@@ -404,8 +409,8 @@ ScopeState Model::BuildState(const ScopeState& parent,
     } else {
         state.sponsorChain.push_back(context.openTracingScopes.back());
         if (!m_options.isForegroundThreadContextEnabled && !IsSilent(state)) {
-            state.traceDepth += 1;
-            state.serviceDepth += 1;
+            state.traceDepth = OneDeeper(state.traceDepth);
+            state.serviceDepth = OneDeeper(state.serviceDepth);
         }
     }
     context.openTracingScopes.push_back(event.id);

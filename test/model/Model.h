@@ -102,6 +102,12 @@ struct ScopeState {
     Figures figures;
 };
 
+/// What a dump of a state holds beside its head; any other value: nothing.
+enum class DumpType : int32 { Full = 0, Memory = 1, Cpu = 2 };
+
+/// The body of the diagnostic event that shows a state.
+Node DumpOf(const ScopeState& state, const std::u16string& reason, DumpType type);
+
 struct ContextInfo {
     uint64 parentId = 0;
     std::shared_ptr<Attributes> request;
@@ -142,7 +148,6 @@ public:
 
 private:
     enum class Phase { Begin, End };
-    enum class DumpType { Memory = 1, Cpu = 2 };
 
     Observation Observe(const std::function<void()>& call);
 

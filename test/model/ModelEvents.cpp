@@ -170,18 +170,53 @@ void Model::PassResult(const ScopeState& child, ScopeState& parent) {
     }
 }
 
-void Model::Dump(const ScopeState& state, const std::u16string& reason, DumpType type) {
-    if (infoSeverity < m_options.severityThreshold) {
-        return;
-    }
+Node DumpOf(const ScopeState& state, const std::u16string& reason, DumpType type) {
+    const bool isFull = type == DumpType::Full;
+    const bool hasMemory = isFull || type == DumpType::Memory;
+    const bool hasCpuTime = hasMemory || type == DumpType::Cpu;
     const Figures& figures = state.figures;
     Node body = Node::Object();
-    body.Set(u"dump-reason", Node::Text(reason));
-    body.Set(u"scopeId", Node::Integer(static_cast<int64>(state.scopeId)));
-    body.Set(u"name", Node::Text(state.name));
-    body.Set(u"uuid", Node::Text(TextOf(state.activityId)));
-    body.Set(u"tid", Node::Text(LowerHexadecimal(state.threadId)));
-    if (type == DumpType::Memory) {
+    // The first value of a name stays.
+    const auto put = [&body](std::u16string_view name, const Node& value) {
+        if (!body.Find(name)) {
+            body.Set(name, value);
+        }
+    };
+    put(u"dump-reason", Node::Text(reason));
+    put(u"scopeId", Node::Integer(static_cast<int64>(state.scopeId)));
+    put(u"name", Node::Text(state.name));
+    put(u"uuid", Node::Text(TextOf(state.activityId)));
+    put(u"tid", Node::Text(LowerHexadecimal(state.threadId)));
+    if (isFull) {
+        put(u"contextId", Node::Integer(static_cast<int64>(state.contextId)));
+        Node attributes = Node::Object();
+        for (const auto& [name, value] : state.attributes) {
+            const bool isHidden = name == u"query" || name == u"query-trunc";
+            attributes.Set(name, Node::Text(isHidden ? u"Intentionally Omitted" : TextOf(value)));
+        }
+        put(u"scopeAttributes", attributes);
+        put(u"root", Node::Text(TextOf(state.requestActivityId)));
+        Node sponsors = Node::Object();
+        for (std::size_t i = 0; i < state.sponsorChain.size(); ++i) {
+            sponsors.Set(UnsignedDecimal(i),
+                         Node::Integer(static_cast<int64>(state.sponsorChain[i])));
+        }
+        put(u"sponsors", sponsors);
+        put(u"sDepth", Node::Integer(state.serviceDepth));
+        put(u"traceDepth", Node::Integer(state.traceDepth));
+        Node start = Node::Object();
+        start.Set(u"time", Node::Integer(state.openTime.time));
+        start.Set(u"seconds", Node::Integer(static_cast<int64>(state.openTime.wallSeconds)));
+        start.Set(u"microseconds", Node::Integer(state.openTime.wallMicros));
+        put(u"startTimeInfo", start);
+        put(u"elapsed", Node::Real(state.elapsed));
+        put(u"exclusive", Node::Real(state.exclusive));
+        put(u"rk", Node::Text(state.result));
+        for (const auto& [name, text] : state.resultPairs) {
+            put(name, Node::Text(text));
+        }
+    }
+    if (hasMemory) {
         Node memory = Node::Object();
         memory.Set(u"ae", Node::Integer(figures.allocated.exclusive));
         memory.Set(u"ane", Node::Integer(figures.allocations.exclusive));
@@ -196,23 +231,31 @@ void Model::Dump(const ScopeState& state, const std::u16string& reason, DumpType
         memory.Set(u"dniot", Node::Integer(figures.deallocations.otherThreads));
         memory.Set(u"dist", Node::Integer(figures.deallocated.sameThread));
         memory.Set(u"dnist", Node::Integer(figures.deallocations.sameThread));
-        body.Set(u"memory", memory);
-        body.Set(u"transparent", Node::Boolean(state.transparent));
+        put(u"memory", memory);
+        put(u"transparent", Node::Boolean(state.transparent));
     }
-    Node cpuTime = Node::Object();
-    cpuTime.Set(u"ue", Node::Integer(figures.userCpu.exclusive));
-    cpuTime.Set(u"uist", Node::Integer(figures.userCpu.sameThread));
-    cpuTime.Set(u"uidt", Node::Integer(figures.userCpu.otherThreads));
-    cpuTime.Set(u"ke", Node::Integer(figures.kernelCpu.exclusive));
-    cpuTime.Set(u"kist", Node::Integer(figures.kernelCpu.sameThread));
-    cpuTime.Set(u"kidt", Node::Integer(figures.kernelCpu.otherThreads));
-    body.Set(u"cpuTime", cpuTime);
+    if (hasCpuTime) {
+        Node cpuTime = Node::Object();
+        cpuTime.Set(u"ue", Node::Integer(figures.userCpu.exclusive));
+        cpuTime.Set(u"uist", Node::Integer(figures.userCpu.sameThread));
+        cpuTime.Set(u"uidt", Node::Integer(figures.userCpu.otherThreads));
+        cpuTime.Set(u"ke", Node::Integer(figures.kernelCpu.exclusive));
+        cpuTime.Set(u"kist", Node::Integer(figures.kernelCpu.sameThread));
+        cpuTime.Set(u"kidt", Node::Integer(figures.kernelCpu.otherThreads));
+        put(u"cpuTime", cpuTime);
+    }
+    return body;
+}
 
+void Model::Dump(const ScopeState& state, const std::u16string& reason, DumpType type) {
+    if (infoSeverity < m_options.severityThreshold) {
+        return;
+    }
     Entry entry;
     entry.kind = Entry::Kind::DiagnosticEvent;
     entry.severity = infoSeverity;
     entry.text = u"scope-state";
-    entry.body = body;
+    entry.body = DumpOf(state, reason, type);
     m_journal.push_back(entry);
 }
 
@@ -268,7 +311,8 @@ LogEvent Model::BuildEvent(ScopeState& state, Phase phase, const TimeInfo& time)
         if (state.requestActivityId != state.activityId) {
             event.activity.Set(names::rootAttr, Node::Text(TextOf(state.requestActivityId)));
         }
-    } else if (state.traceDepth == 0) {
+    } else if (state.traceDepth <= 0) {
+        // No sender counts below zero; who does is at the top, and describes no request.
         event.activity.Set(names::idAttr, Node::Text(state.rootText));
     } else {
         event.activity.Set(names::idAttr, Node::Text(state.ownText));

@@ -10,8 +10,22 @@ namespace {
 
 using Metrics::MetricsValue;
 
-// Of ill-formed text only stray single bytes come up, and each of them is one replacement
-// character by any rule.
+struct Utf8Form {
+    uint32 firstLead;
+    uint32 lastLead;
+    std::size_t length;
+    uint32 leadBits;
+    uint32 smallest;
+};
+
+constexpr Utf8Form utf8Forms[] = {{0x00, 0x7F, 1, 0x7F, 0x0},
+                                  {0xC2, 0xDF, 2, 0x1F, 0x80},
+                                  {0xE0, 0xEF, 3, 0x0F, 0x800},
+                                  {0xF0, 0xF4, 4, 0x07, 0x10000}};
+
+// A lead byte takes along as many of the trailing bytes that belong to it as there are. What is no
+// character in its shortest form is one replacement character, and so is every byte that leads
+// nothing.
 std::u16string DecodeUtf8(const std::string& utf8) {
     std::u16string text;
     for (std::size_t i = 0; i < utf8.size();) {
@@ -19,28 +33,31 @@ std::u16string DecodeUtf8(const std::string& utf8) {
             return static_cast<uint32>(static_cast<unsigned char>(utf8[at]));
         };
         const uint32 lead = byteAt(i);
-        const std::size_t length = lead < 0x80   ? 1
-                                   : lead < 0xC0 ? 0
-                                   : lead < 0xE0 ? 2
-                                   : lead < 0xF0 ? 3
-                                   : lead < 0xF8 ? 4
-                                                 : 0;
-        if (length == 0 || i + length > utf8.size()) {
+        const Utf8Form* form = nullptr;
+        for (const Utf8Form& candidate : utf8Forms) {
+            if (lead >= candidate.firstLead && lead <= candidate.lastLead) {
+                form = &candidate;
+            }
+        }
+        std::size_t taken = 1;
+        uint32 codePoint = form ? lead & form->leadBits : 0;
+        while (form && taken < form->length && i + taken < utf8.size() &&
+               byteAt(i + taken) / 0x40 == 2) {
+            codePoint = codePoint * 0x40 + byteAt(i + taken) % 0x40;
+            ++taken;
+        }
+        i += taken;
+        const bool isCharacter = form && taken == form->length && codePoint >= form->smallest &&
+                                 codePoint <= 0x10FFFF &&
+                                 !(codePoint >= 0xD800 && codePoint <= 0xDFFF);
+        if (!isCharacter) {
             text += u'\uFFFD';
-            i += 1;
-            continue;
-        }
-        uint32 codePoint = length == 1 ? lead : lead & (0x7FU >> length);
-        for (std::size_t k = 1; k < length; ++k) {
-            codePoint = codePoint * 64 + (byteAt(i + k) & 0x3FU);
-        }
-        if (codePoint >= 0x10000) {
+        } else if (codePoint >= 0x10000) {
             text += static_cast<char16_t>(0xD800 + ((codePoint - 0x10000) >> 10));
             text += static_cast<char16_t>(0xDC00 + ((codePoint - 0x10000) & 0x3FF));
         } else {
             text += static_cast<char16_t>(codePoint);
         }
-        i += length;
     }
     return text;
 }

@@ -3,7 +3,10 @@
 #include "MonitorRun.h"
 #include "StreamGenerator.h"
 
+#include "cvlsys/MemoryTracking.h"
+
 #include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -62,6 +65,8 @@ TEST_F(MonitorModelTest, AgreesOnStreamsThatNestProperlyForTheMostPart) {
 
     if (IsWhole()) {
         EXPECT_GT(seen.generatedRequestIds, 0U);
+        EXPECT_GT(seen.manyAttributes, seen.events / 200);
+        EXPECT_GT(seen.replacedTexts, seen.events / 200);
     }
 }
 
@@ -74,7 +79,11 @@ TEST_F(MonitorModelTest, AgreesOnClosesOutOfOrderAndOddIds) {
 }
 
 TEST_F(MonitorModelTest, AgreesOnContextsCarriedByTheScopes) {
-    ExpectAgreement(Family::Foreground, defaultSeed);
+    const Sightings seen = ExpectAgreement(Family::Foreground, defaultSeed);
+
+    if (IsWhole()) {
+        EXPECT_GT(seen.negativeDepths, seen.events / 200);
+    }
 }
 
 TEST_F(MonitorModelTest, AgreesInAServer) {
@@ -104,6 +113,57 @@ TEST_F(MonitorModelTest, AgreesOnResourceFiguresUnderTheProcessesOwnTracking) {
         EXPECT_GT(seen.dumps, 0U);
     }
 }
+
+/// The library reads once in a process what the process measures.
+class ProcessTrackingModelTest : public MonitorModelTest,
+                                 public testing::WithParamInterface<ProcessTracking> {
+protected:
+    // In a process that has logged nothing yet: its exit status.
+    static int StatusOfAgreement(ProcessTracking tracking) {
+        PrepareProcess(tracking);
+        const uint64 seed = NumberFromEnvironment("TARN_MODEL_SEED").value_or(defaultSeed);
+        const uint64 wanted = NumberFromEnvironment("TARN_MODEL_EVENTS").value_or(defaultEvents);
+        Sightings seen;
+        for (uint64 number = 0; seen.events < wanted / 4; ++number) {
+            const Stream stream = GenerateStream(Family::ProcessFigures, seed, number);
+            if (const auto parting = RunStream(stream, &seen)) {
+                std::cerr << Describe(stream, *parting);
+                return 1;
+            }
+        }
+        const bool hasAllMemory = tracking.memoryMode == corvala::memory::MemoryTrackingAll;
+        if ((seen.processorTimes > 0) != tracking.cpuTime ||
+            (seen.releasedMemory > 0) != hasAllMemory) {
+            std::cerr << "model and library are wrong together\n";
+            return 2;
+        }
+        return 0;
+    }
+};
+
+TEST_P(ProcessTrackingModelTest, AgreesInAProcessThatMeasures) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a new process
+
+    EXPECT_EXIT(
+        std::exit(StatusOfAgreement(GetParam())), testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(,
+                         ProcessTrackingModelTest,
+                         testing::Values(ProcessTracking{corvala::memory::MemoryTrackingOff, false},
+                                         ProcessTracking{corvala::memory::MemoryTrackingOff, true},
+                                         ProcessTracking{corvala::memory::MemoryTrackingAllocations,
+                                                         true},
+                                         ProcessTracking{corvala::memory::MemoryTrackingAll, true}),
+                         [](const testing::TestParamInfo<ProcessTracking>& process) {
+                             const std::string memory =
+                                 process.param.memoryMode == corvala::memory::MemoryTrackingOff
+                                     ? "Nothing"
+                                 : process.param.memoryMode == corvala::memory::MemoryTrackingAll
+                                     ? "AllOfMemory"
+                                     : "Allocations";
+                             return memory + (process.param.cpuTime ? "AndProcessorTime" : "");
+                         });
 
 TEST_F(MonitorModelTest, AgreesOnWrongKindsAndThrowingSinks) {
     const Sightings seen = ExpectAgreement(Family::WrongKinds, defaultSeed);

@@ -1,5 +1,6 @@
 #include "MonitorRun.h"
 
+#include "EventLine.h"
 #include "Model.h"
 
 #include "tarn/OptTarn.h"
@@ -69,31 +70,6 @@ Node PlainNode(const TLog::Value* value) {
     return node;
 }
 
-Entry PlainEntry(const TLog::Event& event) {
-    Entry entry;
-    const TLog::ActivityInfo* information = event.GetActivityInfo();
-    if (!information) {
-        entry.kind = Entry::Kind::DiagnosticEvent;
-        entry.text = PlainText(event.GetName());
-        entry.body = PlainNode(event.GetBody().get());
-        return entry;
-    }
-    entry.kind = Entry::Kind::ActivityEvent;
-    entry.event.name = PlainText(event.GetName());
-    entry.event.body = PlainNode(event.GetBody().get());
-    entry.event.time = information->GetTime().time_since_epoch().count();
-    entry.event.processId = information->GetProcessId();
-    entry.event.threadId = information->GetThreadId();
-    entry.event.session = PlainText(information->GetSessionId());
-    entry.event.request = PlainText(information->GetRequestId());
-    entry.event.user = PlainText(information->GetUser());
-    entry.event.site = PlainText(information->GetSite());
-    entry.event.environment = PlainNode(information->GetEnvironment().get());
-    entry.event.activity = PlainNode(information->GetActivity().get());
-    entry.event.attributes = PlainNode(information->GetAttributes().get());
-    return entry;
-}
-
 struct SinkError {};
 
 void SetCounter(std::size_t index, std::atomic<int64>* counter) {
@@ -145,12 +121,38 @@ void SetMappings(const std::vector<MappingChange>& changes) {
 
 }  // namespace
 
+Entry PlainEntry(const TLog::Event& event, TLog::Severity severity) {
+    Entry entry;
+    entry.lineDifference = tarn::test::DifferenceOfLine(severity, event);
+    const TLog::ActivityInfo* information = event.GetActivityInfo();
+    if (!information) {
+        entry.kind = Entry::Kind::DiagnosticEvent;
+        entry.text = PlainText(event.GetName());
+        entry.body = PlainNode(event.GetBody().get());
+        return entry;
+    }
+    entry.kind = Entry::Kind::ActivityEvent;
+    entry.event.name = PlainText(event.GetName());
+    entry.event.body = PlainNode(event.GetBody().get());
+    entry.event.time = information->GetTime().time_since_epoch().count();
+    entry.event.processId = information->GetProcessId();
+    entry.event.threadId = information->GetThreadId();
+    entry.event.session = PlainText(information->GetSessionId());
+    entry.event.request = PlainText(information->GetRequestId());
+    entry.event.user = PlainText(information->GetUser());
+    entry.event.site = PlainText(information->GetSite());
+    entry.event.environment = PlainNode(information->GetEnvironment().get());
+    entry.event.activity = PlainNode(information->GetActivity().get());
+    entry.event.attributes = PlainNode(information->GetAttributes().get());
+    return entry;
+}
+
 class MonitorRun::Sink : public IMetricsMonitorSink {
 public:
     explicit Sink(MonitorRun& run) : m_run(run) {}
 
     void Log(const TLog::Event& event) override {
-        m_run.m_journal.push_back(PlainEntry(event));
+        m_run.m_journal.push_back(PlainEntry(event, TLog::Info));
         if (m_run.m_sinkThrows) {
             throw SinkError();
         }
@@ -181,7 +183,7 @@ public:
     explicit BackEnd(MonitorRun& run) : m_run(run) {}
 
     void Write(TLog::Severity severity, const TLog::Event& event) override {
-        m_run.m_journal.push_back(PlainEntry(event));
+        m_run.m_journal.push_back(PlainEntry(event, severity));
         m_run.m_journal.back().severity = severity;
     }
 
@@ -314,16 +316,16 @@ Observation MonitorRun::Observe(const std::function<void()>& call) {
     return observation;
 }
 
-const ProcessFacts& PrepareProcess() {
-    static const ProcessFacts facts = [] {
+const ProcessFacts& PrepareProcess(ProcessTracking tracking) {
+    static const ProcessFacts facts = [tracking] {
         ProcessFacts prepared;
         prepared.hostName = u"model-host";
         prepared.processId = TSystem::ProcessID();
-        prepared.memoryMode = corvala::memory::MemoryTrackingAll;
-        prepared.cpuTrackingEnabled = false;
+        prepared.memoryMode = tracking.memoryMode;
+        prepared.cpuTrackingEnabled = tracking.cpuTime;
         OptTarn::SetHostName(u"model-host");
-        corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
-        corvala::cputime::SetCpuTrackingEnabled(false);
+        corvala::memory::SetMemoryTrackingMode(tracking.memoryMode);
+        corvala::cputime::SetCpuTrackingEnabled(tracking.cpuTime);
 
         StreamOptions options;
         options.isUnitTest = false;
@@ -342,8 +344,11 @@ const ProcessFacts& PrepareProcess() {
         run.Handle(event, false);
 
         OptTarn::SetHostName(u"another-host");
-        corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingOff);
-        corvala::cputime::SetCpuTrackingEnabled(true);
+        corvala::memory::SetMemoryTrackingMode(tracking.memoryMode ==
+                                                       corvala::memory::MemoryTrackingAll
+                                                   ? corvala::memory::MemoryTrackingOff
+                                                   : corvala::memory::MemoryTrackingAll);
+        corvala::cputime::SetCpuTrackingEnabled(!tracking.cpuTime);
         return prepared;
     }();
     return facts;

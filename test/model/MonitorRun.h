@@ -5,8 +5,10 @@
 
 #include "tarn/MetricsMonitor.h"
 
+#include "cvlcoreplatform/TLogger.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
+#include "cvlsys/MemoryTracking.h"
 #include "cvlsys/RefCntObject.h"
 
 #include <array>
@@ -63,9 +65,19 @@ private:
     RefCntPtr<MetricsMonitor> m_monitor;
 };
 
+/// An event as plain data, with what its line says otherwise.
+Entry PlainEntry(const TLog::Event& event, TLog::Severity severity);
+
+/// What a process measures of its scopes outside unit-test mode.
+struct ProcessTracking {
+    corvala::memory::MemoryTrackingMode memoryMode = corvala::memory::MemoryTrackingAll;
+    bool cpuTime = false;
+};
+
 /// The facts that the model of this process's monitors needs to know. The first call sets the
 /// host name and the process's own memory and CPU tracking, makes the library read them and then
-/// changes them, so that every later event shows whether the first reading was kept.
-const ProcessFacts& PrepareProcess();
+/// changes them, so that every later event shows whether the first reading was kept. Later calls
+/// change nothing, whatever they ask for.
+const ProcessFacts& PrepareProcess(ProcessTracking tracking = {});
 
 }  // namespace model

@@ -96,6 +96,7 @@ struct Entry {
     std::u16string text;
     Node body;
     LogEvent event;
+    std::string lineDifference;  ///< of both kinds of events: what their JSON line says otherwise
 };
 
 /// What came out of a call instead of a normal return.
