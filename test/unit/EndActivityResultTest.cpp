@@ -25,6 +25,31 @@ TEST_F(EndActivityFiguresTest, AScopeThatReportsNothingEndsOk) {
                       LacksActivityField("rnterm")));
 }
 
+TEST_F(EndActivityFiguresTest, AScopeKnowsNothingOfTheOutcomeOfTheOneBefore) {
+    Open(7, "query");
+    EndsWith(7, "failure");
+    Send(EventBuilder::ScopePairs(7, L"resultAttrs", {{"msg", "gone"}}));
+    Open(8, "inner");
+    EndsWith(8, "error");
+    Close(8);
+    Open(8, "inner");
+    EndsWith(8, "early-termination");
+    Close(8);
+    Close(7);
+
+    for (const uint64 id : {9U, 10U}) {
+        Open(id, "next");
+        Close(id);
+
+        EXPECT_THAT(LastEvent(),
+                    AllOf(Ends("next"),
+                          HasActivityField("rk", "ok"),
+                          HasActivityField("rv", LogValue::Object({})),
+                          LacksActivityField("rnerr"),
+                          LacksActivityField("rnterm")));
+    }
+}
+
 TEST_F(EndActivityFiguresTest, AChildThatEndedOkChangesNoCount) {
     Open(7, "outer");
     Open(8, "inner");

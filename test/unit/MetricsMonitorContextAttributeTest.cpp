@@ -1,3 +1,4 @@
+#include "HostCounters.h"
 #include "MetricsMonitorAttributeTest.h"
 
 #include "tarn/OptTarn.h"
@@ -19,10 +20,12 @@ using tarn::test::HasExactlyBodyFields;
 using tarn::test::HasSession;
 using tarn::test::HasThreadId;
 using tarn::test::HasUser;
+using tarn::test::HostCounters;
 using tarn::test::LacksAttribute;
 using tarn::test::LogValue;
 using tarn::test::MetricsMonitorAttributeTest;
 using testing::AllOf;
+using testing::IsEmpty;
 
 // ---- Single attributes of a context.
 
@@ -113,9 +116,13 @@ TEST_F(MetricsMonitorAttributeTest, AttributesOfAContextThatIsNotOpenYetAreKept)
 // ---- Lists of a context.
 
 TEST_F(MetricsMonitorAttributeTest, RequestAttributesNeedARequest) {
+    HostCounters counters;
+
     AddToContext("reqCtxAttrs", {{"user", "ada"}});
+    EXPECT_THAT(counters.calls, IsEmpty()) << "they make none";
     Open(7, "query");
     EXPECT_THAT(LastEvent(), HasUser("-"));
+    EXPECT_EQ(counters.requestContextsCreated, 1);
 
     AddToContext("reqCtxAttrs", {{"user", "ada"}});
     Close(7);

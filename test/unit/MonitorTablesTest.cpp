@@ -8,6 +8,7 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlmetrics/MetricsValue.h"
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -224,6 +225,56 @@ TEST(MonitorNamesTest, ANameThatWasReadBeforeAllocatesNothing) {
     names.Read(name);
 
     EXPECT_EQ(counter.Allocations(), 0U);
+}
+
+MetricsValue StaticNarrow(const std::string& text) {
+    MetricsValue value;
+    value.type = MetricsValue::MV_Utf8String;
+    value.utf8 = std::shared_ptr<const std::string>(std::shared_ptr<const std::string>(), &text);
+    return value;
+}
+
+TEST(MonitorNamesTest, StaticTextsThatShareAPlaceAreToldApart) {
+    // Of so many that lie side by side, two at least share a place, however places are chosen.
+    static const std::vector<std::u16string> wide = [] {
+        std::vector<std::u16string> texts;
+        for (int i = 0; i < 1000; ++i) {
+            texts.emplace_back(Name(i).View());
+        }
+        return texts;
+    }();
+    static const std::vector<std::string> narrow = [] {
+        std::vector<std::string> texts;
+        for (int i = 0; i < 1000; ++i) {
+            texts.push_back("n" + std::to_string(i));
+        }
+        return texts;
+    }();
+    MonitorNames names;
+
+    for (int round = 0; round < 2; ++round) {
+        for (std::size_t i = 0; i < wide.size(); ++i) {
+            ASSERT_EQ(names.Read(MetricsValue(TString::ReferTo(wide[i]))).text,
+                      Name(static_cast<int>(i)));
+            ASSERT_EQ(names.Read(StaticNarrow(narrow[i])).text, TString(narrow[i]));
+        }
+    }
+}
+
+TEST(MonitorNamesTest, EventNamesOfNamesThatShareAPlaceAreToldApart) {
+    MonitorNames names;
+    std::vector<TString> scopes;
+    for (int i = 0; i < 1000; ++i) {
+        scopes.push_back(Name(i));
+    }
+
+    for (int round = 0; round < 2; ++round) {
+        for (const TString& scope : scopes) {
+            const std::string text = scope.ToUtf8();
+            ASSERT_EQ(names.EventName(ActivityPhase::Begin, scope), TString("begin-" + text));
+            ASSERT_EQ(names.EventName(ActivityPhase::End, scope), TString("end-" + text));
+        }
+    }
 }
 
 TEST(MonitorNamesTest, EventNamesFollowThePhaseAndTheName) {
