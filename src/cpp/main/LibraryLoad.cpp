@@ -1,5 +1,7 @@
-// What happens when the library is loaded: what every scope needs is built now, so that
-// no traced thread pays for it, and the platform learns how to ask whether tracing is on.
+// What happens when the library is loaded: the tokens, the host's name and the settings are built
+// now, so that no traced thread pays for them, and the platform learns how to ask whether tracing
+// is on. Other constants are built when they are first asked for, such as the names that a proxy
+// keeps out and the monitor's own names.
 #include "ActivityTokenText.h"
 
 #include "tarn/ActivityScope.h"

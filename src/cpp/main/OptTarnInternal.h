@@ -11,8 +11,9 @@ namespace OptTarn {
 /// The host's hook; not handed out beyond the library.
 std::function<void()> GetEmitEnvironmentMetrics();
 
-/// Calls the counter callback with amount 1, if there is one. Unlike the exported getter it copies
-/// nothing and never raises `bad_function_call`: it runs for every event that is counted.
+/// Calls the counter callback with amount 1, if there is one. It runs for every event that is
+/// counted, so it copies a pointer to the callback and not, as the exported getter does, the
+/// callback itself; and it never raises `bad_function_call`.
 void CountWithCmon(const std::string& counterName);
 
 /// The stored texts themselves, for reading on the delivering thread without a copy.

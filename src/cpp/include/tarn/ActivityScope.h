@@ -104,7 +104,8 @@ public:
     /// Whether tracing is enabled and somebody listens.
     static bool IsTarnEnabled();
 
-    /// The tokens of result attributes, for hosts that report results of their own.
+    /// Names and values of results, for the pairs that a host gives to `Cancel` or to
+    /// `ActivityContextProxy::Fail`.
     static const wchar_t* const canceledAttrToken;
     static const wchar_t* const earlyTerminationAttrToken;
     static const wchar_t* const errorCodeAttrToken;
