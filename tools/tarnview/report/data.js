@@ -17,16 +17,21 @@ const isOpen = row => row.state === 3;
 const element = id => document.getElementById(id);
 const dark = matchMedia("(prefers-color-scheme: dark)");
 
+// So many digits, and no exponent for what has more of them before the point.
+function rounded(number, digits) {
+  return Math.abs(number) < 10 ** digits - 0.5 ? number.toPrecision(digits) : String(Math.round(number));
+}
+// What would be rounded up to a thousand is one of the next unit.
 function duration(us) {
-  if (Math.abs(us) < 1e3) return Math.round(us) + " us";
-  if (Math.abs(us) < 1e6) return (us / 1e3).toPrecision(3) + " ms";
-  return (us / 1e6).toPrecision(4) + " s";
+  if (Math.abs(us) < 999.5) return Math.round(us) + " us";
+  if (Math.abs(us) < 999.5e3) return rounded(us / 1e3, 3) + " ms";
+  return rounded(us / 1e6, 4) + " s";
 }
 function bytes(count) {
   const units = ["B", "kB", "MB", "GB", "TB"];
   let unit = 0;
-  while (Math.abs(count) >= 1000 && unit < 4) { count /= 1000; ++unit; }
-  return (unit ? count.toPrecision(3) : count) + " " + units[unit];
+  while (Math.abs(count) >= 999.5 && unit < 4) { count /= 1000; ++unit; }
+  return (unit ? rounded(count, 3) : count) + " " + units[unit];
 }
 
 // Names that take the most time get hues that lie far apart. Red is for failures.

@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { readFileSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
+import { assertNumber } from "./figures.mjs";
 import { readLogs } from "./log.mjs";
 import { logs, run, scratch, topRows } from "./setup.mjs";
 import { TraceProcessor } from "./trace-processor.mjs";
@@ -60,8 +61,8 @@ for (const activity of activities) {
   const isFailed = !["ok", "early-termination", undefined].includes(activity.result);
   assert.equal(slice.category, isFailed ? "failed" : "activity", what);
   if (activity.end !== null) {
-    assert.equal(slice.elapsed, activity.elapsed / 1000, what);
-    assert.equal(slice.exclusive, activity.exclusive / 1000, what);
+    assertNumber(slice.elapsed, activity.elapsed / 1000, what);
+    assertNumber(slice.exclusive, activity.exclusive / 1000, what);
     assert.equal(slice.memory, activity.res.alloc.ae, what);
   }
   // What ran on its sponsor's thread lies within it, unless it begins when that ends.

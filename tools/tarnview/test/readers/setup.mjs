@@ -1,18 +1,23 @@
-// What all tests of readers begin with: the sample log, the program, and reasons to skip.
+// What all tests of readers begin with: the logs, the program, and reasons to skip.
 import { execFileSync } from "node:child_process";
 import { existsSync, mkdtempSync, rmSync } from "node:fs";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
+import { fileURLToPath } from "node:url";
 
 export function skip(reason) {
   console.log(`skipped: ${reason}`);
   process.exit(77);
 }
 
-/** The arguments of each test: TARNVIEW BUILD_FOLDER, where the sample and the packages are. */
-export const [tarnview, folder] = process.argv.slice(2);
-export const logs = ["front", "back", "killed"].map(name => join(folder, "sample", `${name}.log`));
+/** The logs that are the same each time; a fresh sample has others. */
+const kept = fileURLToPath(new URL("../data/kept", import.meta.url));
+
+/** The arguments of each test: TARNVIEW BUILD_FOLDER, where the packages are, [FOLDER_OF_LOGS]. */
+export const [tarnview, folder, sample = kept] = process.argv.slice(2);
+export const isKept = sample === kept;
+export const logs = ["front", "back", "killed"].map(name => join(sample, `${name}.log`));
 if (!logs.every(existsSync)) skip("there is no sample, see tarnview.readers.Sample");
 
 /** The folder of an installed package. */

@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { join } from "node:path";
 import { Browser, findBrowser } from "./browser.mjs";
+import { amount, assertShown } from "./figures.mjs";
 import { serve } from "./files.mjs";
 import { ownTime, readLogs, sums } from "./log.mjs";
 import { logs, packageFolder, run, scratch, skip, topRows } from "./setup.mjs";
@@ -10,21 +11,6 @@ import { logs, packageFolder, run, scratch, skip, topRows } from "./setup.mjs";
 const page = join(packageFolder("speedscope"), "dist", "release");
 if (!findBrowser()) skip("there is no Chromium");
 const { activities } = readLogs(logs);
-
-/** "1.23ms (45%)" as [value in nanoseconds or bytes, half of its last digit]. */
-function amount(text) {
-  const [, number, unit] = text.match(/^(?:([\d.]+) ?(ns|µs|ms|s|B|KB|MB|GB))/)?.slice(0) ?? [];
-  const factor = { ns: 1, µs: 1e3, ms: 1e6, s: 1e9, B: 1, KB: 1024, MB: 1024 ** 2,
-                   GB: 1024 ** 3 }[unit];
-  assert.ok(factor, `the page shows '${text}'`);
-  return [number * factor, 0.0051 * factor];
-}
-
-function assertShown(text, expected, what) {
-  const [value, slack] = amount(text);
-  assert.ok(Math.abs(value - expected) <= slack, `${what}: the page shows ${text}, not ${expected}`);
-  return [value, slack];
-}
 
 const profile = join(scratch(), "profile.json");
 run("export", "--to", "speedscope", "-o", profile, ...logs);
@@ -68,8 +54,8 @@ assert.deepEqual([...profiles.keys()].sort(),
                  [...threads.keys(), ...[...processes].map(it => `process ${it} memory allocated`)].sort());
 const shown = new Map();  // by name: sums of what the page shows
 for (const [title, its] of threads) {
-  const totals = sums(its, it => it.name, it => it.duration * 1000);
-  const own = sums(its, it => it.name, it => ownTime(it, its) * 1000);
+  const totals = sums(its, it => it.name, it => it.duration / 1e6);
+  const own = sums(its, it => it.name, it => ownTime(it, its) / 1e6);
   assert.deepEqual(profiles.get(title).map(row => row[2]).sort(), [...totals.keys()].sort(), title);
   for (const [total, self, name] of profiles.get(title)) {
     const sum = shown.get(name) ?? { total: 0, self: 0, slack: 0 };
@@ -89,12 +75,11 @@ for (const [name, { total, self, slack }] of shown) {
   const children = activities.filter(it => it.parent?.name === name).length;
   if (row.open) continue;  // these have no total in the table
   ++compared;
-  const totalSeconds = total / 1e9, selfSeconds = self / 1e9, room = slack / 1e9;
-  assert.ok(totalSeconds >= row.total_seconds - room &&
-            totalSeconds <= row.total_seconds + 0.002 * number + room,
-            `${name}: speedscope ${totalSeconds} s, top ${row.total_seconds} s`);
-  assert.ok(Math.abs(selfSeconds - row.exclusive_seconds) <= 0.002 * (number + children) + room,
-            `${name}: speedscope ${selfSeconds} s itself, top ${row.exclusive_seconds} s`);
+  assert.ok(total >= row.total_seconds - slack &&
+            total <= row.total_seconds + 0.002 * number + slack,
+            `${name}: speedscope ${total} s, top ${row.total_seconds} s`);
+  assert.ok(Math.abs(self - row.exclusive_seconds) <= 0.002 * (number + children) + slack,
+            `${name}: speedscope ${self} s itself, top ${row.exclusive_seconds} s`);
 }
 assert.ok(compared >= 5, "too few names to compare");
 
@@ -102,7 +87,7 @@ assert.ok(compared >= 5, "too few names to compare");
 const memory = new Map();
 for (const [title, rows] of profiles) {
   for (const [, self, name] of title.includes("memory") ? rows : []) {
-    const [value, slack] = amount(self);
+    const [value, slack] = amount(self, 1024);
     const sum = memory.get(name) ?? [0, 0];
     memory.set(name, [sum[0] + value, sum[1] + slack]);
   }
