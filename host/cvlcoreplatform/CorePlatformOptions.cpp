@@ -1,6 +1,7 @@
 #include "cvlcoreplatform/CorePlatformOptions.h"
 
 #include "cvlcoreplatform/host/TarnEnabled.h"
+#include "cvlsys/host/ForkAwareMutex.h"
 
 #include <memory>
 #include <mutex>
@@ -11,7 +12,7 @@ namespace {
 using Question = std::function<bool()>;
 
 struct Registration {
-    std::mutex mutex;
+    cvlsys::ForkAwareMutex mutex{cvlsys::ForkRank::TarnEnabled};
     std::shared_ptr<const Question> question;
 };
 
@@ -19,6 +20,9 @@ Registration& GetRegistration() {
     static Registration& registration = *new Registration;
     return registration;
 }
+
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const Registration& madeAtLoad = GetRegistration();
 
 }  // namespace
 

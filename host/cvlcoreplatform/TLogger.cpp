@@ -8,12 +8,15 @@
 #include "cvlcoreplatform/host/InsideBackEnd.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
-#include "cvlsys/TReadWriteLock.h"
+#include "cvlsys/host/ForkOrder.h"
+#include "cvlsys/host/ReadWriteLock.h"
 
 #include <algorithm>
 #include <atomic>
 #include <memory>
-#include <pthread.h>
+#include <mutex>
+#include <new>
+#include <shared_mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -32,18 +35,12 @@ constinit std::atomic<int32> s_enabledFrom{Info};
 // Readers are those who log, for as long as the back end works; a writer replaces the back end,
 // and so knows that nobody is inside the old one.
 struct State {
-    TReadWriteLock lock{0};
+    cvlsys::ReadWriteLock lock;
     std::shared_ptr<LogBackEnd> backEnd = MakeJsonStderrBackEnd();
 };
 
-constinit std::atomic<State*> s_state{nullptr};
-
 State& GetState() {
-    static State& state = []() -> State& {
-        State* const made = new State;
-        s_state.store(made, std::memory_order_release);
-        return *made;
-    }();
+    static State& state = *new State;
     return state;
 }
 
@@ -51,31 +48,50 @@ State& GetState() {
 using Action = void (*)() noexcept;
 constinit thread_local Action t_afterBackEnd = nullptr;
 
-// The state whose lock this thread has taken to fork.
-constinit thread_local State* t_lockedForFork = nullptr;
+// Whether this thread has taken the lock to fork.
+constinit thread_local bool t_hasLockedToFork = false;
 
 // A fork waits until nobody is inside the back end: the child would otherwise inherit a sink that
-// is locked for ever by a thread that the child does not have.
-void LockForFork() {
-    if (t_isInsideBackEnd || t_lockedForFork != nullptr) {
-        return;
+// is locked for ever by a thread that the child does not have. If that takes too long, the child
+// has no back end.
+class LoggerFork final : private cvlsys::ForkParticipant {
+public:
+    LoggerFork() noexcept : ForkParticipant(cvlsys::ForkRank::Logger) {
+        GetState();  // while the library is loaded, so that no first use can meet a fork
     }
-    // The child would write them once more.
-    cvlcoreplatform::HeldLines::WriteFromOutside();
-    if (State* const state = s_state.load(std::memory_order_acquire)) {
-        state->lock.LockWrite();
-        t_lockedForFork = state;
-    }
-}
 
-void UnlockAfterFork() {
-    if (State* const state = std::exchange(t_lockedForFork, nullptr)) {
-        state->lock.UnlockWrite();
-    }
-}
+    ~LoggerFork() = default;
+    LoggerFork(const LoggerFork&) = delete;
+    LoggerFork& operator=(const LoggerFork&) = delete;
 
-[[maybe_unused]] const int forkHandlersRegistered =
-    pthread_atfork(LockForFork, UnlockAfterFork, UnlockAfterFork);
+private:
+    void BeforeFork(ForkClock::time_point end) noexcept override {
+        if (!t_isInsideBackEnd) {
+            // The child would write them once more.
+            cvlcoreplatform::HeldLines::WriteFromOutside();
+            t_hasLockedToFork = GetState().lock.LockUntil(end);
+        }
+    }
+
+    void AfterForkInParent() noexcept override {
+        if (std::exchange(t_hasLockedToFork, false)) {
+            GetState().lock.unlock();
+        }
+    }
+
+    void AfterForkInChild() noexcept override {
+        State& state = GetState();
+        const bool isBackEndAtRest = t_isInsideBackEnd || t_hasLockedToFork;
+        AfterForkInParent();
+        state.lock.FreeInForkedChild();
+        if (!isBackEndAtRest) {
+            new (&state.backEnd) std::shared_ptr<LogBackEnd>;
+            s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
+        }
+    }
+};
+
+LoggerFork forkParticipant;
 
 template <class Use>
 void WithBackEnd(const Use& use) noexcept {
@@ -99,13 +115,13 @@ void WithBackEnd(const Use& use) noexcept {
 __thread bool t_isInsideBackEnd = false;
 
 void LockBackEnd() noexcept {
-    GetState().lock.LockRead();
+    GetState().lock.lock_shared();
     t_isInsideBackEnd = true;
 }
 
 void UnlockBackEnd() noexcept {
     t_isInsideBackEnd = false;
-    GetState().lock.UnlockRead();
+    GetState().lock.unlock_shared();
     if (const auto action = std::exchange(t_afterBackEnd, nullptr)) {
         action();
     }
@@ -117,10 +133,6 @@ void CountNestedCall() noexcept {
 
 void CallAfterBackEnd(void (*action)() noexcept) noexcept {
     t_afterBackEnd = action;
-}
-
-void LockLoggerForFork() noexcept {
-    LockForFork();
 }
 
 LogBackEnd::~LogBackEnd() = default;
@@ -177,7 +189,7 @@ std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) 
         throw std::logic_error("a log back end cannot replace the log back end");
     }
     State& state = GetState();
-    const TReadWriteLock::WriteGuard guard(state.lock);
+    const std::unique_lock guard(state.lock);
     state.backEnd.swap(backEnd);
     if (state.backEnd != nullptr) {
         s_enabledFrom.fetch_and(~noBackEnd, std::memory_order_relaxed);

@@ -4,11 +4,12 @@
 #include "ThreadObject.h"
 #include "UuidText.h"
 
+#include "cvlsys/host/ForkOrder.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
-#include <pthread.h>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -78,7 +79,7 @@ void ReseedInChild() {
     }
 }
 
-[[maybe_unused]] const int forkHandlerRegistered = pthread_atfork(nullptr, nullptr, ReseedInChild);
+[[maybe_unused]] cvlsys::InForkedChild reseed(ReseedInChild);
 
 using cvlcoreplatform::digitsInId;
 using Digits = cvlcoreplatform::HexDigits;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <exception>
 #include <iterator>
+#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -150,6 +151,13 @@ void Consumers::CarryOutNotes(List& retired) noexcept {
         retired.splice(retired.end(), note);
     }
     m_notesWait.store(false, std::memory_order_relaxed);
+}
+
+void Consumers::ForgetAll() noexcept {
+    new (&m_list) List;
+    m_someHaveRetired = false;
+    MetricsManagerAccess::ConsumerCount().store(0, std::memory_order_relaxed);
+    PublishAdmission();
 }
 
 void Consumers::SetRetiredAside(List& retired) noexcept {

@@ -6,10 +6,10 @@
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
+#include "cvlsys/host/ForkAwareMutex.h"
 
 #include <atomic>
 #include <list>
-#include <mutex>
 
 namespace Metrics {
 
@@ -55,6 +55,10 @@ public:
     void AddLater(Consumer newcomer);
     void RemoveLater(const RefCntPtr<IMetricsListener>& listener);
 
+    /// For a forked child whose parent's thread was inside a listener: those that were subscribed
+    /// are left as they are, and nobody is subscribed any more.
+    void ForgetAll() noexcept;
+
     // Any thread reads them without the lock.
     std::atomic<uint64> deliveredEvents{0};
     std::atomic<uint64> exceptions{0};
@@ -78,7 +82,7 @@ private:
 
     // An entry that is subscribed is to be added, one that is not names a listener to remove.
     std::atomic<bool> m_notesWait{false};
-    std::mutex m_notesMutex;
+    cvlsys::ForkAwareMutex m_notesMutex{cvlsys::ForkRank::Removals};
     List m_notes;
 };
 

@@ -6,9 +6,9 @@
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/TSystem.h"
+#include "cvlsys/host/ForkOrder.h"
 
 #include <atomic>
-#include <pthread.h>
 #include <utility>
 
 namespace Metrics::ContextAnnouncement {
@@ -33,11 +33,14 @@ const MetricsValue& ThreadAttributeName() {
     return name;
 }
 
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const MetricsValue& madeAtLoad = ThreadAttributeName();
+
 constinit std::atomic<bool> s_isForkedChild{false};
 
-// When the library is loaded, as the thread's id is made right again.
-[[maybe_unused]] const int forkHandlerRegistered = pthread_atfork(
-    nullptr, nullptr, [] { s_isForkedChild.store(true, std::memory_order_relaxed); });
+[[maybe_unused]] cvlsys::InForkedChild noteFork([] {
+    s_isForkedChild.store(true, std::memory_order_relaxed);
+});
 
 // The contexts that are current on the thread that forked were announced with the parent's thread.
 void CorrectThreadInForkedChild(ContextState& context) {

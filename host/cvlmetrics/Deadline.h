@@ -14,6 +14,8 @@ public:
     /// `length` from now.
     explicit Deadline(std::chrono::milliseconds length) noexcept : m_end(After(length)) {}
 
+    explicit Deadline(Clock::time_point end) noexcept : m_end(end) {}
+
     /// How long there is left to wait; never negative.
     std::chrono::nanoseconds Left() const noexcept {
         return m_end == Clock::time_point::max()

@@ -11,6 +11,7 @@
 
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/ForkAwareMutex.h"
 
 #include <atomic>
 #include <chrono>
@@ -50,10 +51,7 @@ constinit std::chrono::steady_clock::time_point s_nextStart{};  // under the mut
 
 /// Under it a delivering thread begins and ends, and flushes are asked for: none is asked of a
 /// thread that is about to end.
-std::mutex& StartMutex() {
-    static std::mutex& mutex = *new std::mutex;
-    return mutex;
-}
+cvlsys::ForkAwareMutex s_startMutex{cvlsys::ForkRank::DeliveringThread};
 
 void Alarm() noexcept {
     s_alarm.fetch_add(1, std::memory_order_seq_cst);
@@ -115,7 +113,7 @@ bool DeliverUntil(uint64 queued) noexcept {
 /// Ends the thread's role unless there is something left to do. Who queues an event and has still
 /// seen the thread running relies on it, so it looks at the tickets after it has said that it ends.
 bool TryToEnd() noexcept {
-    const std::lock_guard lock(StartMutex());
+    const std::lock_guard lock(s_startMutex);
     s_state.store(State::NotRunning, std::memory_order_seq_cst);
     if (HasEventsOrFlushes()) {
         s_state.store(State::Awake, std::memory_order_seq_cst);
@@ -180,13 +178,13 @@ bool StartIfNotRunning() noexcept {
 }
 
 bool Start() noexcept {
-    const std::lock_guard lock(StartMutex());
+    const std::lock_guard lock(s_startMutex);
     return StartIfNotRunning();
 }
 
 /// The number of the flush that was asked for; zero when there is no thread to carry it out.
 uint64 AskForFlush() noexcept {
-    const std::lock_guard lock(StartMutex());
+    const std::lock_guard lock(s_startMutex);
     const bool isRunning = s_state.load(std::memory_order_seq_cst) != State::NotRunning ||
                            (Bus::IsAsynchronous() && StartIfNotRunning());
     return isRunning ? s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1 : 0;
@@ -242,7 +240,7 @@ std::optional<bool> Flush(const Deadline& deadline) noexcept {
 bool Stop(const Deadline& deadline) noexcept {
     uint64 endedBefore = 0;
     {
-        const std::lock_guard lock(StartMutex());
+        const std::lock_guard lock(s_startMutex);
         if (s_state.load(std::memory_order_seq_cst) == State::NotRunning) {
             return true;
         }
@@ -258,14 +256,6 @@ bool Stop(const Deadline& deadline) noexcept {
 
 bool IsCurrent() noexcept {
     return t_side.isDeliveringThread;
-}
-
-void LockForFork() noexcept {
-    StartMutex().lock();
-}
-
-void UnlockAfterFork() noexcept {
-    StartMutex().unlock();
 }
 
 void StartAnewInChild() noexcept {

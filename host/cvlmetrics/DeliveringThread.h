@@ -28,8 +28,6 @@ bool IsCurrent() noexcept;
 
 // For a fork.
 
-void LockForFork() noexcept;
-void UnlockAfterFork() noexcept;
 void StartAnewInChild() noexcept;
 
 }  // namespace Metrics::DeliveringThread

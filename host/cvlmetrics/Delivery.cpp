@@ -5,6 +5,8 @@
 #include "EventQueues.h"
 #include "ExitDeadline.h"
 
+#include "cvlsys/host/ForkAwareMutex.h"
+
 #include <cstdlib>
 #include <mutex>
 
@@ -15,7 +17,7 @@ namespace {
 using std::chrono::milliseconds;
 
 struct Choice {
-    std::mutex mutex;
+    cvlsys::ForkAwareMutex mutex{cvlsys::ForkRank::DeliveryChoice};
     DeliveryOptions options;
 };
 
@@ -23,6 +25,9 @@ Choice& GetChoice() {
     static Choice& choice = *new Choice;
     return choice;
 }
+
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const Choice& madeAtLoad = GetChoice();
 
 bool Shutdown(const Deadline& deadline) noexcept {
     if (Bus::IsDelivering() || DeliveringThread::IsCurrent()) {

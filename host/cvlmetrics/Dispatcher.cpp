@@ -5,13 +5,12 @@
 #include "EventQueues.h"
 #include "ExitDeadline.h"
 #include "LossReport.h"
-#include "PendingContexts.h"
 #include "ThreadSide.h"
 
-#include "cvlcoreplatform/host/InsideBackEnd.h"
+#include "cvlsys/host/ForkOrder.h"
 
+#include <algorithm>
 #include <new>
-#include <pthread.h>
 #include <thread>
 #include <utility>
 
@@ -22,6 +21,9 @@ using std::chrono::milliseconds;
 constinit Admission admission;
 
 namespace {
+
+// For so long a fork goes on delivering what is queued.
+constexpr milliseconds forkDelivers{200};
 
 // Around the calls of the consumers.
 class CurrentDelivery {
@@ -53,57 +55,70 @@ private:
 
 }  // namespace
 
-// A child that is forked while another thread delivers, queues its first event or starts the
-// delivering thread would find a mutex locked for ever and records half written. So the forking
-// thread takes all locks first, unless it is itself the one that delivers.
-//
-// The logger is locked after the bus, as in a delivery that logs. It has registered handlers of its
-// own when it was loaded, before these, so it is unlocked before the bus.
+// A child that is forked while another thread delivers would find a listener in the middle of its
+// work and a lock that is locked for ever. So the forking thread takes the delivering role before,
+// unless it has it already. Where a listener does not let it go in time, the fork goes on: the
+// child leaves the listeners alone then.
+class Dispatcher::Fork final : private cvlsys::ForkParticipant {
+public:
+    Fork() noexcept : ForkParticipant(cvlsys::ForkRank::Bus) {}
+
+    ~Fork() = default;
+    Fork(const Fork&) = delete;
+    Fork& operator=(const Fork&) = delete;
+
+private:
+    void BeforeFork(ForkClock::time_point end) noexcept override {
+        if (t_side.delivery == nullptr) {
+            t_side.hasLockedToFork = Get().LockForFork(end);
+        }
+    }
+
+    void AfterForkInParent() noexcept override {
+        if (std::exchange(t_side.hasLockedToFork, false)) {
+            Get().m_mutex.unlock();
+        }
+    }
+
+    void AfterForkInChild() noexcept override {
+        Get().StartAnewInChild(t_side.delivery != nullptr || t_side.hasLockedToFork);
+        AfterForkInParent();
+    }
+};
+
 Dispatcher::Dispatcher() {
-    // Locks are made at first use; a fork is no time to find that there is no memory for them.
+    // Locks are made now; a fork is no time to find that there is no memory for them.
     EventQueues::Initialize();
-    DeliveringThread::LockForFork();
-    DeliveringThread::UnlockAfterFork();
-    PendingContexts::LockForFork();
-    PendingContexts::UnlockAfterFork();
-    const int result = pthread_atfork([] { Get().LockForFork(); },
-                                      [] { Get().UnlockAfterFork(); },
-                                      [] { Get().StartAnewInChild(); });
-    if (result != 0) {
-        throw std::bad_alloc();
-    }
+    new Fork;  // as every participant, it stays
 }
 
-void Dispatcher::LockForFork() noexcept {
-    if (t_side.delivery == nullptr) {
-        // The child forgets what is queued, and its consumers are to know the contexts and scopes
-        // that are open on the thread that forks.
-        DeliverQueued();
-        const Claim claim(m_othersWait);
-        m_mutex.LockNext();
-    }
-    // A log back end may hand a context over: it holds the logger's lock and wants one of these.
-    TLog::LockLoggerForFork();
-    DeliveringThread::LockForFork();
-    EventQueues::LockForFork();
-    PendingContexts::LockForFork();
+namespace {
+
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const Dispatcher& madeAtLoad = Dispatcher::Get();
+
+}  // namespace
+
+bool Dispatcher::LockForFork(std::chrono::steady_clock::time_point end) noexcept {
+    const Claim claim(m_othersWait);
+    // The child forgets what is queued, and its consumers are to know the contexts and scopes that
+    // are open on the thread that forks.
+    const cvlsys::HostState hostState;
+    const corvala::memory::UnchargedAllocations uncharged;
+    DeliverQueuedWithin(Deadline(std::min(end, std::chrono::steady_clock::now() + forkDelivers)));
+    const Deadline deadline(end);
+    return m_mutex.LockNextUnless([&deadline] { return deadline.IsOver(); });
 }
 
-void Dispatcher::UnlockAfterFork() noexcept {
-    PendingContexts::UnlockAfterFork();
-    EventQueues::UnlockAfterFork();
-    DeliveringThread::UnlockAfterFork();
-    if (t_side.delivery == nullptr) {
-        m_mutex.unlock();
-    }
-}
-
-void Dispatcher::StartAnewInChild() noexcept {
+void Dispatcher::StartAnewInChild(bool isLocked) noexcept {
     EventQueues::StartAnewInChild();
     DeliveringThread::StartAnewInChild();
     m_othersWait.store(0, std::memory_order_relaxed);
-    m_mutex.ForgetWaitingThreads();
-    UnlockAfterFork();
+    m_mutex.ForgetOtherThreads(isLocked);
+    if (!isLocked) {
+        m_consumers.ForgetAll();
+        new (&m_received) ReceivedEvents;
+    }
 }
 
 Dispatcher::Lock Dispatcher::LockAhead() {

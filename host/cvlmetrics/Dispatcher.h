@@ -34,7 +34,7 @@ struct Delivery {
 class OwnDelivery;
 
 /// The delivering role: the lock under which the consumers are read, changed and called and the
-/// queues are emptied. There is one, made at first use and never destroyed.
+/// queues are emptied. There is one, made when the library is loaded and never destroyed.
 class Dispatcher {
 public:
     static Dispatcher& Get() {
@@ -86,9 +86,9 @@ private:
     // Before other threads. Owns nothing if the lock is not to be had in time.
     Lock LockWithin(const Deadline& deadline);
 
-    void LockForFork() noexcept;
-    void UnlockAfterFork() noexcept;
-    void StartAnewInChild() noexcept;
+    class Fork;
+    bool LockForFork(std::chrono::steady_clock::time_point end) noexcept;
+    void StartAnewInChild(bool isLocked) noexcept;
 
     void DeliverQueued(Delivery& delivery) noexcept;
     bool DeliverQueued(uint64 queued, Delivery& delivery, const Deadline& deadline) noexcept;

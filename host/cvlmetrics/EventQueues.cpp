@@ -2,6 +2,7 @@
 
 #include "ThreadSide.h"
 
+#include "cvlsys/host/ForkAwareMutex.h"
 #include "cvlsys/host/MemoryCharging.h"
 
 #include <algorithm>
@@ -56,10 +57,6 @@ public:
 
     std::size_t GetHighestFill();
 
-    void Lock() { m_mutex.lock(); }
-
-    void Unlock() { m_mutex.unlock(); }
-
     void StartAnewInChild() noexcept;
 
 private:
@@ -79,7 +76,7 @@ private:
     void LookForNewEvents() noexcept;
     void TakeInNewQueues() noexcept;
 
-    std::mutex m_mutex;
+    cvlsys::ForkAwareMutex m_mutex{cvlsys::ForkRank::Queues};
     std::vector<std::unique_ptr<EventQueue>> m_queues;
     // What a fork has left in the child: other threads' queues, perhaps half written.
     std::vector<std::unique_ptr<EventQueue>> m_abandoned;
@@ -192,7 +189,7 @@ void Registry::StartAnewInChild() noexcept {
 
 /// For what a thread emits after it has torn its own queue down. Threads take turns in writing it.
 struct LateQueue {
-    std::mutex mutex;
+    cvlsys::ForkAwareMutex mutex{cvlsys::ForkRank::LateQueue};
     EventQueue* queue = nullptr;
 };
 
@@ -335,16 +332,6 @@ void SetCapacity(std::size_t bytes) noexcept {
 
 std::size_t GetHighestFill() noexcept {
     return Registry::Get().GetHighestFill();
-}
-
-void LockForFork() noexcept {
-    GetLateQueue().mutex.lock();
-    Registry::Get().Lock();
-}
-
-void UnlockAfterFork() noexcept {
-    Registry::Get().Unlock();
-    GetLateQueue().mutex.unlock();
 }
 
 void StartAnewInChild() noexcept {

@@ -72,9 +72,6 @@ void Initialize();
 
 // For a fork.
 
-void LockForFork() noexcept;
-void UnlockAfterFork() noexcept;
-
 /// The parent delivers what is queued; the child begins with nothing.
 void StartAnewInChild() noexcept;
 

@@ -1,6 +1,7 @@
 #include "LossReport.h"
 
 #include "cvlcoreplatform/TLogger.h"
+#include "cvlsys/host/ForkOrder.h"
 
 #include <algorithm>
 #include <array>
@@ -32,6 +33,15 @@ constinit std::array<Counter, kinds> s_counters;
 constinit std::chrono::steady_clock::time_point s_nextReport{};  // of the delivering thread
 
 using Amounts = std::array<uint64, kinds>;
+
+// What the parent has lost, its own log tells.
+[[maybe_unused]] cvlsys::InForkedChild forgetParents([] {
+    for (Counter& counter : s_counters) {
+        counter.all.store(0, std::memory_order_relaxed);
+        counter.untold.store(0, std::memory_order_relaxed);
+    }
+    s_nextReport = {};
+});
 
 bool HasNews() noexcept {
     return std::any_of(s_counters.begin(), s_counters.end(), [](const Counter& counter) {

@@ -1,5 +1,7 @@
 #include "PendingContexts.h"
 
+#include "cvlsys/host/ForkAwareMutex.h"
+
 #include <atomic>
 #include <cstddef>
 #include <mutex>
@@ -10,7 +12,7 @@ namespace Metrics::PendingContexts {
 namespace {
 
 struct Kept {
-    std::mutex mutex;
+    cvlsys::ForkAwareMutex mutex{cvlsys::ForkRank::PendingContexts};
     std::unordered_map<uint64, Facts> facts;
 };
 
@@ -18,6 +20,9 @@ Kept& GetKept() {
     static Kept& kept = *new Kept;
     return kept;
 }
+
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const Kept& madeAtLoad = GetKept();
 
 constinit std::atomic<std::size_t> s_count{0};
 
@@ -40,14 +45,6 @@ Facts Take(uint64 contextId) noexcept {
     const auto found = kept.facts.extract(contextId);
     s_count.store(kept.facts.size(), std::memory_order_relaxed);
     return found.empty() ? Facts{} : found.mapped();
-}
-
-void LockForFork() noexcept {
-    GetKept().mutex.lock();
-}
-
-void UnlockAfterFork() noexcept {
-    GetKept().mutex.unlock();
 }
 
 }  // namespace Metrics::PendingContexts

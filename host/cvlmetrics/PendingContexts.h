@@ -18,8 +18,4 @@ void Keep(uint64 contextId, Facts facts);
 /// What was kept for a context, and forgets it.
 Facts Take(uint64 contextId) noexcept;
 
-// For a fork.
-void LockForFork() noexcept;
-void UnlockAfterFork() noexcept;
-
 }  // namespace Metrics::PendingContexts

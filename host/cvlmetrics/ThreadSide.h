@@ -35,6 +35,8 @@ struct ThreadSide {
     bool neverQueues = false;
     bool isDeliveringThread = false;
     bool hasTornDownQueue = false;
+    /// Set while this thread forks and has taken the bus's mutex for that.
+    bool hasLockedToFork = false;
     cvlsys::IdBatch scopeIds;
 };
 

@@ -1,5 +1,7 @@
 #include "cvlsys/host/AdaptiveMutex.h"
 
+#include <new>
+
 namespace cvlsys {
 
 void AdaptiveMutex::LockAsUrgent() {
@@ -15,6 +17,13 @@ void AdaptiveMutex::BeginUrgent() noexcept {
 void AdaptiveMutex::EndUrgent() noexcept {
     m_urgent.fetch_sub(1, std::memory_order_relaxed);
     m_urgent.notify_all();
+}
+
+void AdaptiveMutex::ForgetOtherThreads(bool isHeldByThisThread) noexcept {
+    m_urgent.store(0, std::memory_order_relaxed);
+    if (!isHeldByThisThread) {
+        new (&m_mutex) std::mutex;
+    }
 }
 
 void AdaptiveMutex::AwaitUrgent() noexcept {

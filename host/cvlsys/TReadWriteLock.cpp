@@ -2,98 +2,139 @@
 
 #include "ThreadNumber.h"
 
-#include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/ForkOrder.h"
+#include "cvlsys/host/ReadWriteLock.h"
 
-#include <algorithm>
 #include <atomic>
-#include <bit>
-#include <cstddef>
-#include <memory>
+#include <list>
 #include <mutex>
-#include <thread>
+#include <new>
+#include <utility>
+#include <vector>
 
 namespace {
 
-// Two cache lines: processors fetch them in pairs.
-constexpr std::size_t separation = 128;
+using cvlsys::ForkParticipant;
 
-// Where the readers of some threads are counted.
-struct alignas(separation) ReaderSlot {
-    std::atomic<uint32> readers{0};
+struct ListedLock : cvlsys::ReadWriteLock {
+    std::list<std::shared_ptr<ListedLock>>::iterator place;
 };
 
-// Threads that read at the same moment should seldom share a slot; a writer visits them all.
-std::size_t ChooseSlotCount() noexcept {
-    const std::size_t processors = std::thread::hardware_concurrency();
-    return std::bit_ceil(std::clamp<std::size_t>(2 * processors, 8, 128));
-}
+/// All there are, so that a fork can lock them: a child finds what they guard as it is between two
+/// holds.
+class AllLocks final : private ForkParticipant {
+public:
+    static AllLocks& Get() {
+        static AllLocks& all = *new AllLocks;
+        return all;
+    }
+
+    void Add(const std::shared_ptr<ListedLock>& lock) {
+        std::list<std::shared_ptr<ListedLock>> newcomer{lock};
+        lock->place = newcomer.begin();
+        const std::lock_guard guard(m_mutex);
+        m_all.splice(m_all.end(), newcomer);
+    }
+
+    void Remove(const ListedLock& lock) noexcept {
+        std::list<std::shared_ptr<ListedLock>> gone;
+        const std::lock_guard guard(m_mutex);
+        gone.splice(gone.end(), m_all, lock.place);
+    }
+
+private:
+    using Locks = std::vector<std::shared_ptr<ListedLock>>;
+
+    AllLocks() noexcept : ForkParticipant(cvlsys::ForkRank::ReadWriteLocks) {}
+
+    ~AllLocks() = default;
+
+    // The list is not locked while it waits for those in it: who holds one may be making another.
+    void BeforeFork(ForkClock::time_point end) noexcept override {
+        Locks locks = Copy();
+        for (std::shared_ptr<ListedLock>& lock : locks) {
+            // Those that cannot be had are only made free in the child.
+            if (lock->IsHeldByThisThread() || !lock->LockUntil(end)) {
+                lock.reset();
+            }
+        }
+        m_mutex.lock();
+        m_forker.store(cvlsys::ThreadNumber(), std::memory_order_relaxed);
+        m_locked.swap(locks);
+    }
+
+    Locks Copy() noexcept {
+        const std::lock_guard guard(m_mutex);
+        try {
+            return {m_all.begin(), m_all.end()};
+        } catch (const std::bad_alloc&) {
+            return {};
+        }
+    }
+
+    bool IsForker() const noexcept {
+        return m_forker.load(std::memory_order_relaxed) == cvlsys::ThreadNumber();
+    }
+
+    void AfterForkInParent() noexcept override {
+        if (!IsForker()) {
+            return;
+        }
+        const Locks locked = std::exchange(m_locked, {});
+        for (const std::shared_ptr<ListedLock>& lock : locked) {
+            if (lock != nullptr) {
+                lock->unlock();
+            }
+        }
+        m_forker.store(0, std::memory_order_relaxed);
+        m_mutex.unlock();
+    }
+
+    void AfterForkInChild() noexcept override {
+        if (IsForker()) {
+            AfterForkInParent();
+        } else {
+            new (&m_mutex) std::mutex;
+        }
+        for (const std::shared_ptr<ListedLock>& lock : m_all) {
+            lock->FreeInForkedChild();
+        }
+    }
+
+    std::mutex m_mutex;
+    std::list<std::shared_ptr<ListedLock>> m_all;
+    // Of the thread that forks, which holds the mutex meanwhile.
+    Locks m_locked;
+    std::atomic<uint64> m_forker{0};
+};
+
+// While this library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const AllLocks& madeAtLoad = AllLocks::Get();
 
 }  // namespace
 
-// A reader announces itself in its slot and then looks for writers; a writer announces itself and
-// then looks into the slots. All four steps are sequentially consistent, so at least one of the
-// two sees the other, and it is the reader that steps back.
-struct TReadWriteLock::State {
-    // Writers that wait or hold the lock. Readers only read it, until a writer comes.
-    alignas(separation) std::atomic<uint32> writers{0};
-    alignas(separation) std::mutex oneWriter;
-    std::size_t slotCount = ChooseSlotCount();
-    std::unique_ptr<ReaderSlot[]> slots = std::make_unique<ReaderSlot[]>(slotCount);
+struct TReadWriteLock::State : ListedLock {};
 
-    ReaderSlot& SlotOfThisThread() const noexcept {
-        return slots[cvlsys::ThreadNumber() & (slotCount - 1)];
-    }
+TReadWriteLock::TReadWriteLock(int /*options*/) : m_state(std::make_shared<State>()) {
+    AllLocks::Get().Add(m_state);
+}
 
-    void Leave(ReaderSlot& slot) noexcept {
-        if (slot.readers.fetch_sub(1, std::memory_order_seq_cst) == 1 &&
-            writers.load(std::memory_order_seq_cst) != 0) {
-            slot.readers.notify_all();
-        }
-    }
-};
-
-TReadWriteLock::TReadWriteLock(int /*options*/) : m_state(std::make_unique<State>()) {}
-
-TReadWriteLock::~TReadWriteLock() = default;
+TReadWriteLock::~TReadWriteLock() {
+    AllLocks::Get().Remove(*m_state);
+}
 
 void TReadWriteLock::LockRead() noexcept {
-    State& state = *m_state;
-    ReaderSlot& slot = state.SlotOfThisThread();
-    slot.readers.fetch_add(1, std::memory_order_seq_cst);
-    for (;;) {
-        uint32 writers = state.writers.load(std::memory_order_seq_cst);
-        if (writers == 0) {
-            return;
-        }
-        state.Leave(slot);
-        for (; writers != 0; writers = state.writers.load(std::memory_order_relaxed)) {
-            state.writers.wait(writers, std::memory_order_relaxed);
-        }
-        slot.readers.fetch_add(1, std::memory_order_seq_cst);
-    }
+    m_state->lock_shared();
 }
 
 void TReadWriteLock::UnlockRead() noexcept {
-    m_state->Leave(m_state->SlotOfThisThread());
+    m_state->unlock_shared();
 }
 
 void TReadWriteLock::LockWrite() noexcept {
-    State& state = *m_state;
-    state.writers.fetch_add(1, std::memory_order_seq_cst);
-    state.oneWriter.lock();
-    for (std::size_t i = 0; i < state.slotCount; ++i) {
-        std::atomic<uint32>& readers = state.slots[i].readers;
-        for (uint32 count = readers.load(std::memory_order_seq_cst); count != 0;
-             count = readers.load(std::memory_order_seq_cst)) {
-            readers.wait(count, std::memory_order_seq_cst);
-        }
-    }
+    m_state->lock();
 }
 
 void TReadWriteLock::UnlockWrite() noexcept {
-    State& state = *m_state;
-    state.oneWriter.unlock();
-    if (state.writers.fetch_sub(1, std::memory_order_seq_cst) == 1) {
-        state.writers.notify_all();
-    }
+    m_state->unlock();
 }

@@ -2,8 +2,9 @@
 
 #include "ThreadNumber.h"
 
+#include "cvlsys/host/ForkOrder.h"
+
 #include <atomic>
-#include <pthread.h>
 #include <unistd.h>
 
 namespace TSystem {
@@ -22,8 +23,7 @@ void ForgetIdsInChild() {
 
 // When the library is loaded, not at first use: a lock around the first use could be held by
 // another thread at the moment of the fork.
-[[maybe_unused]] const int forkHandlerRegistered =
-    pthread_atfork(nullptr, nullptr, ForgetIdsInChild);
+[[maybe_unused]] cvlsys::InForkedChild forgetIds(ForgetIdsInChild);
 
 }  // namespace
 

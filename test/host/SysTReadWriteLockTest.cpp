@@ -1,12 +1,17 @@
+#include "Sanitizers.h"
+#include "SysChildProcess.h"
+
 #include "cvlsys/TReadWriteLock.h"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -16,6 +21,7 @@
 
 namespace {
 
+using HostTest::SucceedsInChild;
 using namespace std::chrono_literals;
 
 // Long enough for a thread to come as far as it can, short enough for a test.
@@ -133,7 +139,7 @@ TEST(SysTReadWriteLockTest, AWaitingWriterKeepsNewReadersOutAndGoesFirst) {
     EXPECT_EQ(order, "writer reader ");
 }
 
-TEST(SysTReadWriteLockTest, ASecondWaitingWriterGoesBeforeTheReadersToo) {
+TEST(SysTReadWriteLockTest, ReadersThatWaitWhenAWriterLeavesGoBeforeTheNextOne) {
     TReadWriteLock lock(0);
     std::string order;
     lock.LockWrite();
@@ -152,14 +158,197 @@ TEST(SysTReadWriteLockTest, ASecondWaitingWriterGoesBeforeTheReadersToo) {
 
     EXPECT_TRUE(writer.IsDone(patience));
     EXPECT_TRUE(reader.IsDone(patience));
-    EXPECT_EQ(order, "writer reader ");
+    EXPECT_EQ(order, "reader writer ");
+}
+
+TEST(SysTReadWriteLockTest, WritersWithoutAPauseDoNotShutAReaderOut) {
+    constexpr int reads = 300;
+    TReadWriteLock lock(0);
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 2; ++i) {
+        writers.emplace_back([&] {
+            while (!isOver) {
+                const TReadWriteLock::WriteGuard guard(lock);
+            }
+        });
+    }
+
+    const Worker reader([&] {
+        for (int i = 0; i < reads; ++i) {
+            const TReadWriteLock::ReadGuard guard(lock);
+        }
+    });
+
+    EXPECT_TRUE(reader.IsDone(patience));
+    isOver = true;
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+}
+
+TEST(SysTReadWriteLockTest, ReadersWithoutAPauseDoNotShutAWriterOut) {
+    constexpr int writes = 300;
+    TReadWriteLock lock(0);
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&] {
+            while (!isOver) {
+                const TReadWriteLock::ReadGuard guard(lock);
+            }
+        });
+    }
+
+    const Worker writer([&] {
+        for (int i = 0; i < writes; ++i) {
+            const TReadWriteLock::WriteGuard guard(lock);
+        }
+    });
+
+    EXPECT_TRUE(writer.IsDone(patience));
+    isOver = true;
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+}
+
+TEST(SysTReadWriteLockTest, WhoGetsInLastMayDestroyIt) {
+    constexpr int rounds = 2000;
+
+    for (int round = 0; round < rounds; ++round) {
+        auto lock = std::make_unique<TReadWriteLock>(0);
+        lock->LockRead();
+        std::thread writer([&lock] {
+            lock->LockWrite();
+            lock->UnlockWrite();
+            lock.reset();
+        });
+        lock->UnlockRead();
+        writer.join();
+    }
+}
+
+TEST(SysTReadWriteLockTest, ErrnoIsLeftAlone) {
+    constexpr int hosts = 4711;
+    TReadWriteLock lock(0);
+    int seen = 0;
+    lock.LockWrite();
+
+    const Worker reader([&] {
+        errno = hosts;
+        { const TReadWriteLock::ReadGuard guard(lock); }
+        seen = errno;
+    });
+    EXPECT_TRUE(reader.ComesToWait());
+    lock.UnlockWrite();
+
+    EXPECT_TRUE(reader.IsDone(patience));
+    EXPECT_EQ(seen, hosts);
+}
+
+void LockBothWays(TReadWriteLock& lock) {
+    { const TReadWriteLock::WriteGuard guard(lock); }
+    { const TReadWriteLock::ReadGuard guard(lock); }
+}
+
+TEST(SysTReadWriteLockForkTest, AChildFindsItFreeThoughAThreadHadItAndAWriterWaited) {
+    TReadWriteLock lock(0);
+    std::promise<void> leave;
+    std::promise<void> isInside;
+    const Worker reader([&] {
+        const TReadWriteLock::ReadGuard guard(lock);
+        isInside.set_value();
+        leave.get_future().wait();
+    });
+    isInside.get_future().wait();
+    const Worker writer([&] { const TReadWriteLock::WriteGuard guard(lock); });
+    EXPECT_TRUE(writer.ComesToWait());
+
+    const bool isFree = SucceedsInChild([&] {
+        LockBothWays(lock);
+        return true;
+    });
+    leave.set_value();
+
+    EXPECT_TRUE(isFree);
+    EXPECT_TRUE(writer.IsDone(patience));
+    LockBothWays(lock);
+}
+
+TEST(SysTReadWriteLockForkTest, WhatTheForkingThreadHoldsItHoldsInTheChildToo) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
+    TReadWriteLock read(0);
+    TReadWriteLock written(0);
+    read.LockRead();
+    written.LockWrite();
+
+    const bool isWell = SucceedsInChild([&] {
+        const Worker readsToo([&] { const TReadWriteLock::ReadGuard guard(read); });
+        const bool getsIn = readsToo.IsDone(patience);
+        const Worker writer([&] { LockBothWays(read); });
+        const Worker reader([&] { LockBothWays(written); });
+        const bool areKeptOut = writer.ComesToWait() && reader.ComesToWait();
+        read.UnlockRead();
+        written.UnlockWrite();
+        return areKeptOut && getsIn && writer.IsDone(patience) && reader.IsDone(patience);
+    });
+    read.UnlockRead();
+    written.UnlockWrite();
+
+    EXPECT_TRUE(isWell);
+    LockBothWays(read);
+    LockBothWays(written);
+}
+
+TEST(SysTReadWriteLockForkTest, ChildrenFindItFreeWithItsDataWholeWhileThreadsReadAndWrite) {
+    if (tarn::test::hasAddressSanitizer) {
+        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
+    }
+    constexpr int forks = 50;
+    TReadWriteLock lock(0);
+    std::string first;
+    std::string second;
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&, i] {
+            while (!isOver) {
+                const TReadWriteLock::WriteGuard guard(lock);
+                first.assign(static_cast<std::size_t>(100 * (i + 1)), 'x');
+                second = first;
+            }
+        });
+        threads.emplace_back([&] {
+            while (!isOver) {
+                const TReadWriteLock::ReadGuard guard(lock);
+            }
+        });
+    }
+
+    int failures = 0;
+    for (int i = 0; i < forks; ++i) {
+        const bool isWell = SucceedsInChild([&] {
+            LockBothWays(lock);
+            return first == second;
+        });
+        failures += isWell ? 0 : 1;
+    }
+    isOver = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    EXPECT_EQ(failures, 0);
 }
 
 TEST(SysTReadWriteLockTest, ReadersNeverSeeAWritersWorkHalfDone) {
     // More threads than any machine has room to count apart, so that some share their place.
     constexpr int readers = 24;
     constexpr int writers = 4;
-    constexpr int writes = 500;
+    constexpr int writes = 100;
     TReadWriteLock lock(0);
     int first = 0;
     int second = 0;

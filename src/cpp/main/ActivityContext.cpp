@@ -25,6 +25,9 @@ const TString& FixedId() {
     return id.Get();
 }
 
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const TString& madeAtLoad = FixedId();
+
 }  // namespace
 
 ActivityContext::ActivityContext()

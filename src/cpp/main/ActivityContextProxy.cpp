@@ -14,8 +14,7 @@ namespace {
 
 using Metrics::NameValueList;
 
-/// What an adopted context owns: the caller's attributes do not override it.
-bool IsOwnedByContext(const TString& name) {
+const std::unordered_set<TString>& NamesOwnedByContext() {
     static const NeverDestroyed<std::unordered_set<TString>> names(
         std::unordered_set<TString>{Tokens().ridAttr,
                                     Tokens().foregroundRootAttr,
@@ -23,7 +22,15 @@ bool IsOwnedByContext(const TString& name) {
                                     Tokens().serviceDepthAttr,
                                     Tokens().activityIdAttr,
                                     Tokens().sponsorActivityIdAttr});
-    return names.Get().count(name) != 0;
+    return names.Get();
+}
+
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const std::unordered_set<TString>& madeAtLoad = NamesOwnedByContext();
+
+/// What an adopted context owns: the caller's attributes do not override it.
+bool IsOwnedByContext(const TString& name) {
+    return NamesOwnedByContext().count(name) != 0;
 }
 
 NameValueList ToPairs(const ActivityContextProxy::Attributes& attributes) {

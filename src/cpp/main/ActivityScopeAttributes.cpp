@@ -33,6 +33,9 @@ const MetricsValue& NarrowActivityAttributesName() {
     return name.Get();
 }
 
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const MetricsValue& madeAtLoad = NarrowActivityAttributesName();
+
 }  // namespace
 
 constinit const wchar_t* const ActivityScope::canceledAttrToken = ActivityTokenText::canceledAttr;

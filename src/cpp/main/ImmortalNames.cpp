@@ -3,8 +3,9 @@
 #include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
 
+#include "cvlsys/TReadWriteLock.h"
+
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <unordered_set>
 
@@ -17,7 +18,7 @@ constexpr std::size_t longestName = 64;
 class Names {
 public:
     TString Find(const TString& name) {
-        const std::lock_guard guard(m_mutex);
+        const TReadWriteLock::WriteGuard guard(m_lock);
         const std::u16string text(name.View());
         auto known = m_names.find(text);
         if (known == m_names.end()) {
@@ -30,19 +31,27 @@ public:
     }
 
 private:
-    std::mutex m_mutex;
+    // Unlike a mutex it is free in a forked child.
+    TReadWriteLock m_lock{0};
     // Its elements stay where they are.
     std::unordered_set<std::u16string> m_names;
 };
 
+Names& GetNames() {
+    static NeverDestroyed<Names> names;
+    return names.Get();
+}
+
+// While the library is loaded, so that no first use can meet a fork.
+[[maybe_unused]] const Names& madeAtLoad = GetNames();
+
 }  // namespace
 
 TString MakeImmortal(const TString& name) {
-    static NeverDestroyed<Names> names;
     if (name.IsEmpty() || name.Length() > longestName || name.SharedCharacters().use_count() == 0) {
         return name;
     }
-    return names.Get().Find(name);
+    return GetNames().Find(name);
 }
 
 }  // namespace tarn

@@ -1,7 +1,6 @@
-// What happens when the library is loaded: the tokens, the host's name and the settings are built
-// now, so that no traced thread pays for them, and the platform learns how to ask whether tracing
-// is on. Other constants are built when they are first asked for, such as the names that a proxy
-// keeps out and the monitor's own names.
+// What happens when the library is loaded: what every scope needs is built now, so that no traced
+// thread pays for it and no fork meets its making, and the platform learns how to ask whether
+// tracing is on. What single files need they make themselves then.
 #include "ActivityTokenText.h"
 
 #include "tarn/ActivityScope.h"

@@ -71,6 +71,7 @@ void TarnSettings::SetOffs(const Names& offs) {
     OffNames replacement(offs.begin(), offs.end());
     const TReadWriteLock::WriteGuard guard(m_lock);
     m_offs.swap(replacement);
+    m_someAreOff.store(!m_offs.empty(), std::memory_order_relaxed);
 }
 
 TarnSettings::Names TarnSettings::GetCopyOfOffs() const {
@@ -105,7 +106,12 @@ bool TarnSettings::IsEitherOff(TraceRank rank, const char* name) const {
     return IsOff(rank) || IsNameOff(name);
 }
 
+// Without names there is nothing to lock for: a scope that begins after `SetOffs` has returned sees
+// that there are some, and one that begins earlier may come before it in any case.
 bool TarnSettings::IsNameOff(std::string_view name) const {
+    if (!m_someAreOff.load(std::memory_order_relaxed)) {
+        return false;
+    }
     const TReadWriteLock::ReadGuard guard(m_lock);
     return m_offs.find(name) != m_offs.end();
 }

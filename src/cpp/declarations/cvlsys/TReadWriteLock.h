@@ -7,7 +7,13 @@
 /// Lock for data that is read all the time and written seldom: any number of readers, or one
 /// writer. Readers on different threads do not slow each other down. Not recursive: a thread
 /// that holds the lock in either way and takes it again may wait for ever. A waiting writer
-/// keeps new readers out.
+/// keeps new readers out; readers that wait when a writer leaves get in before the next one. Who
+/// has locked it last may destroy it, once all others have begun to leave.
+///
+/// A forked child finds the lock free, unless the thread that forked holds it, and what it guards
+/// as it is between two holds: the fork waits for those inside, for a second at most. So nobody
+/// should wait for a thread that forks while it holds the lock. A thread that forks may hold four
+/// of them for reading.
 class CVLSYS_API TReadWriteLock {
 public:
     /// `options` is reserved; pass 0.
@@ -51,5 +57,5 @@ public:
 
 private:
     struct State;
-    std::unique_ptr<State> m_state;
+    std::shared_ptr<State> m_state;
 };

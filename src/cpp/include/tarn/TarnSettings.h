@@ -93,6 +93,8 @@ private:
     bool IsNameOff(std::string_view name) const;
 
     OffNames m_offs;
+    // Whether `m_offs` has any, for looking without the lock.
+    std::atomic<bool> m_someAreOff{false};
     std::atomic<int32> m_rankOn{0};
     Mappings m_eventAttributeMappings;
     mutable TReadWriteLock m_lock;

@@ -23,8 +23,4 @@ CVLCOREPLATFORM_API void CountNestedCall() noexcept;
 /// lock of the logger's. Inside a back end only. A second call replaces the action.
 CVLCOREPLATFORM_API void CallAfterBackEnd(void (*action)() noexcept) noexcept;
 
-/// For a fork handler that goes on to take locks which a thread inside a back end may want: locks
-/// the logger first. The logger's own handler unlocks it.
-CVLCOREPLATFORM_API void LockLoggerForFork() noexcept;
-
 }  // namespace TLog

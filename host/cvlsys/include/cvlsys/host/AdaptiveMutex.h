@@ -43,7 +43,8 @@ public:
         }
     }
 
-    /// As `LockNext`, but gives up when `isOver` says so. Whether it has locked.
+    /// As `LockNext`, but gives up when `isOver` says so. Whether it has locked. It tries again and
+    /// again: `std::timed_mutex` would do it, but thread sanitizer does not see that lock.
     template <class Condition>
     bool LockNextUnless(const Condition& isOver) {
         if (m_mutex.try_lock()) {
@@ -58,8 +59,9 @@ public:
         return isLocked;
     }
 
-    /// For a forked child, whose only thread holds the mutex.
-    void ForgetWaitingThreads() noexcept { m_urgent.store(0, std::memory_order_relaxed); }
+    /// For the only thread of a forked child, which holds the mutex or not: nobody waits any more,
+    /// and what another thread held is free.
+    void ForgetOtherThreads(bool isHeldByThisThread) noexcept;
 
 private:
     static constexpr int looks = 100;
