@@ -29,6 +29,7 @@ struct HeldEvent {
 
 struct Held {
     std::vector<HeldEvent> events;
+    std::size_t eventsWritten = 0;  // the one that is being written included
 
     std::shared_ptr<HeldLinesTarget> target;
     std::string text;
@@ -58,11 +59,21 @@ void Held::WriteLines() noexcept {
 }
 
 void Held::WriteEvents() noexcept {
-    for (const HeldEvent& held : events) {
+    while (eventsWritten < events.size()) {
+        const HeldEvent& held = events[eventsWritten++];
         std::visit([&held](const auto& content) { held.target->WriteHeld(held.severity, content); },
                    held.content);
     }
     events.clear();
+    eventsWritten = 0;
+}
+
+void LogAgain(TLog::Severity severity, const TLog::Event& event) noexcept {
+    TLog::Logger::Get().Log(severity, event);
+}
+
+void LogAgain(TLog::Severity severity, const TString& message) noexcept {
+    TLog::Logger::Get().LogMessage(severity, message);
 }
 
 template <class Content>
@@ -148,6 +159,25 @@ void HeldLines::WriteFromOutside() noexcept {
     if (held != nullptr && !held->IsEmpty()) {
         const BackEndGuard guard;
         Write();
+    }
+}
+
+void* HeldLines::OfThisThread() noexcept {
+    return ThreadHeld::Peek();
+}
+
+// Complete lines are held by a thread that is not writing: the sink's lock is free. Of events the
+// back end may be locked, so they take the way of whoever logs.
+void HeldLines::WriteInterrupted(void* interrupted) noexcept {
+    auto* const held = static_cast<Held*>(interrupted);
+    if (held == nullptr) {
+        return;
+    }
+    held->WriteLines();
+    while (held->eventsWritten < held->events.size()) {
+        const HeldEvent& event = held->events[held->eventsWritten++];
+        std::visit([&event](const auto& content) { LogAgain(event.severity, content); },
+                   event.content);
     }
 }
 

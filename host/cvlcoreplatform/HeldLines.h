@@ -58,6 +58,13 @@ void Write() noexcept;
 /// The same from outside of a back end.
 void WriteFromOutside() noexcept;
 
+/// What the calling thread holds back, for `WriteInterrupted`; null if it never has. For signal
+/// handlers.
+void* OfThisThread() noexcept;
+
+/// Writes or logs what another thread holds back that will never do so itself.
+void WriteInterrupted(void* held) noexcept;
+
 }  // namespace HeldLines
 
 }  // namespace cvlcoreplatform

@@ -101,6 +101,15 @@ void JsonLineBackEnd::Flush() {
     }
 }
 
+std::shared_ptr<TLog::LogBackEnd> JsonLineBackEnd::MakeSuccessor() const {
+    const auto* const stream = dynamic_cast<const StreamSink*>(m_sink.get());
+    if (stream == nullptr) {
+        return nullptr;
+    }
+    return std::make_shared<JsonLineBackEnd>(std::make_shared<StreamSink>(stream->Descriptor()),
+                                             m_name);
+}
+
 template <class Content>
 void JsonLineBackEnd::FormatAndWrite(TLog::Severity severity, const Content& content) {
     if (!m_sink->should_log(LevelOf(severity))) {
@@ -250,6 +259,12 @@ void JsonFileBackEnd::WriteHeld(TLog::Severity severity, const TLog::Event& even
 
 void JsonFileBackEnd::WriteHeld(TLog::Severity severity, const TString& message) noexcept {
     CountExceptions([&] { JsonLineBackEnd::WriteMessage(severity, message); });
+}
+
+std::shared_ptr<TLog::LogBackEnd> JsonFileBackEnd::MakeSuccessor() const {
+    TLog::LogFileLimits none;
+    none.maxBytes = 0;
+    return std::make_shared<JsonFileBackEnd>(m_file->Path(), none);
 }
 
 bool JsonFileBackEnd::Rotate() {

@@ -30,6 +30,9 @@ public:
     void WriteMessage(TLog::Severity severity, const TString& text) override;
     void Flush() override;
 
+    /// One for the same stream; none for a sink of the host's.
+    std::shared_ptr<TLog::LogBackEnd> MakeSuccessor() const override;
+
 protected:
     /// What happens to a line that is complete.
     virtual void WriteLine(TLog::Severity severity,
@@ -68,6 +71,9 @@ public:
 
     bool Rotate() override;
     bool Reopen() override;
+
+    /// Writes to the file that is at the path.
+    std::shared_ptr<TLog::LogBackEnd> MakeSuccessor() const override;
 
     void Write(TLog::Severity severity, const TLog::Event& event) override;
     void WriteMessage(TLog::Severity severity, const TString& text) override;

@@ -39,6 +39,8 @@ public:
                      TLog::LogFileLimits limits,
                      std::shared_ptr<Losses> losses = nullptr);
 
+    const std::string& Path() const noexcept { return m_path; }
+
     /// Renames the file as if it were full, and begins a new one; an empty file stays. False if
     /// that failed, or if it is no regular file. What failed is tried again a second later.
     bool Rotate();

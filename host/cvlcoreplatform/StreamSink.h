@@ -16,6 +16,8 @@ class StreamSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
     explicit StreamSink(int descriptor);
 
+    int Descriptor() const noexcept { return m_descriptor; }
+
 private:
     /// The message is the line; no formatter has a say. Throws `std::system_error` when the line
     /// could not be written.

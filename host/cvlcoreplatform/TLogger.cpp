@@ -6,9 +6,12 @@
 #include "LogCounters.h"
 
 #include "cvlcoreplatform/host/InsideBackEnd.h"
+#include "cvlcoreplatform/host/InterruptedLogging.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/host/ForkOrder.h"
+#include "cvlsys/host/HostState.h"
+#include "cvlsys/host/MemoryCharging.h"
 #include "cvlsys/host/ReadWriteLock.h"
 
 #include <algorithm>
@@ -50,6 +53,9 @@ constinit thread_local Action t_afterBackEnd = nullptr;
 
 // Whether this thread has taken the lock to fork.
 constinit thread_local bool t_hasLockedToFork = false;
+
+// Where this thread logs to, in the place of a thread that will never leave the back end.
+constinit thread_local LogBackEnd* t_successor = nullptr;
 
 // A fork waits until nobody is inside the back end: the child would otherwise inherit a sink that
 // is locked for ever by a thread that the child does not have. If that takes too long, the child
@@ -93,10 +99,28 @@ private:
 
 LoggerFork forkParticipant;
 
+// Without the lock: the thread that has it will not go on.
+template <class Use>
+void WithSuccessor(const Use& use) noexcept {
+    const cvlsys::HostState hostState;
+    const corvala::memory::UnchargedAllocations uncharged;
+    t_isInsideBackEnd = true;
+    try {
+        use(*t_successor);
+    } catch (...) {
+        Count(logCounters.backEndExceptions);
+    }
+    t_isInsideBackEnd = false;
+}
+
 template <class Use>
 void WithBackEnd(const Use& use) noexcept {
     if (t_isInsideBackEnd) {
         CountNestedCall();
+        return;
+    }
+    if (t_successor != nullptr) {
+        WithSuccessor(use);
         return;
     }
     const cvlcoreplatform::BackEndGuard guard;
@@ -135,6 +159,30 @@ void CallAfterBackEnd(void (*action)() noexcept) noexcept {
     t_afterBackEnd = action;
 }
 
+InterruptedLogging GetInterruptedLogging() noexcept {
+    return {cvlcoreplatform::HeldLines::OfThisThread(), t_isInsideBackEnd};
+}
+
+// The interrupted thread has locked the logger for reading, so its back end stays. The successor is
+// never destroyed: the process is about to end.
+void TakeOverLogging(const InterruptedLogging& interrupted) noexcept {
+    const std::shared_ptr<LogBackEnd>& backEnd = GetState().backEnd;
+    if (interrupted.isInsideBackEnd && t_successor == nullptr && backEnd != nullptr) {
+        try {
+            if (auto successor = backEnd->MakeSuccessor()) {
+                t_successor = (new std::shared_ptr<LogBackEnd>(std::move(successor)))->get();
+            }
+        } catch (...) {
+            Count(logCounters.backEndExceptions);
+        }
+    }
+    cvlcoreplatform::HeldLines::WriteInterrupted(interrupted.held);
+}
+
+void EndTakingOverLogging() noexcept {
+    t_successor = nullptr;
+}
+
 LogBackEnd::~LogBackEnd() = default;
 
 void LogBackEnd::Flush() {}
@@ -145,6 +193,10 @@ bool LogBackEnd::Rotate() {
 
 bool LogBackEnd::Reopen() {
     return false;
+}
+
+std::shared_ptr<LogBackEnd> LogBackEnd::MakeSuccessor() const {
+    return nullptr;
 }
 
 Logger& Logger::Get() noexcept {

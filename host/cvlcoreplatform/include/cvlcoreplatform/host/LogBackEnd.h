@@ -5,6 +5,8 @@
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/TString.h"
 
+#include <memory>
+
 namespace TLog {
 
 /// Where the logger's events and messages go. Called by any number of threads at once, so it
@@ -29,6 +31,11 @@ public:
     /// no file, as is taken for granted unless they are overridden.
     virtual bool Rotate();
     virtual bool Reopen();
+
+    /// Another back end that writes to the same place and uses no lock of this one's. For the case
+    /// that a thread crashes inside this one: what locks that thread holds, nobody unlocks. Null if
+    /// there is no such thing, as unless it is overridden.
+    virtual std::shared_ptr<LogBackEnd> MakeSuccessor() const;
 };
 
 }  // namespace TLog
