@@ -60,12 +60,14 @@ MetricsMonitor::MetricsMonitor(uint64 contextId) : m_records(std::make_unique<Re
 }
 
 MetricsMonitor::~MetricsMonitor() {
+    m_records->openWork.Withdraw();
     m_records->uuidGenerator.reset();
     m_records->sink.reset();
 }
 
 void MetricsMonitor::Register(bool flag) {
     if (OptTarn::GetIsTarnEnabled()) {
+        m_records->openWork.Announce();
         Metrics::MetricsManager::GetInstance().AddConsumer(
             RefCntPtr<Metrics::IMetricsListener>(this), Metrics::flagTracing, flag);
     }
@@ -73,6 +75,7 @@ void MetricsMonitor::Register(bool flag) {
 
 void MetricsMonitor::Unregister() {
     if (OptTarn::GetIsTarnEnabled()) {
+        m_records->openWork.Withdraw();
         Metrics::MetricsManager::GetInstance().RemoveConsumer(
             RefCntPtr<Metrics::IMetricsListener>(this));
     }

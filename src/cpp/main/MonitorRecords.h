@@ -2,6 +2,7 @@
 
 #include "ContextInfo.h"
 #include "MonitorNames.h"
+#include "OpenWork.h"
 #include "RecordTable.h"
 #include "ScopeState.h"
 
@@ -28,6 +29,9 @@ struct MetricsMonitor::Records {
     /// The memory that the next scope gathers its opening attributes in; while it is open it needs
     /// none.
     ScopeState::Attributes spareAttributes;
+
+    /// What a crash interrupts.
+    const tarn::OpenWork openWork{scopes};
 
     const ContextInfo* FindContext(uint64 contextId) const { return contexts.Find(contextId); }
 

@@ -86,6 +86,14 @@ public:
 
     std::size_t Size() const noexcept { return m_records.size(); }
 
+    /// Calls `action` with every record, in no order.
+    template <class Action>
+    void ForEach(const Action& action) const {
+        for (const auto& [id, record] : m_records) {
+            action(record);
+        }
+    }
+
 private:
     struct Known {
         uint64 id = 0;

@@ -2,6 +2,8 @@
 
 #include "tarn/OptTarn.h"
 
+#include "cvlmetrics/LastWords.h"
+
 namespace tarn {
 namespace {
 
@@ -20,6 +22,12 @@ TracingSession::TracingSession()
       m_context(std::make_unique<Metrics::Context>(0, m_contextId)) {
     m_monitor->Register(true);
     m_context->OpenScope();
+}
+
+TracingSession::TracingSession(OnCrash onCrash) : TracingSession() {
+    if (onCrash == OnCrash::SaveLog && Metrics::SaveOnCrash != nullptr) {
+        Metrics::SaveOnCrash();
+    }
 }
 
 TracingSession::~TracingSession() {

@@ -10,6 +10,15 @@
 
 namespace tarn {
 
+/// What happens to the log when the process crashes.
+enum class OnCrash {
+    Nothing,
+    /// What is queued is delivered, and a message names the open scopes. From the session's
+    /// beginning on, to the end of the process. The host must offer it (`Metrics::SaveOnCrash`, as
+    /// the embedded one does); otherwise it is as `Nothing`.
+    SaveLog,
+};
+
 /// Tracing for as long as the object lives, for hosts that need nothing special: it enables
 /// tracing, makes a root metrics context that is current on the calling thread, and registers a
 /// monitor. Make one at the beginning of main, after the options are set:
@@ -24,6 +33,9 @@ namespace tarn {
 class TARN_EXPORT TracingSession {
 public:
     TracingSession();
+
+    /// Throws what `Metrics::SaveOnCrash` throws. Set the host's own signal handlers before.
+    explicit TracingSession(OnCrash onCrash);
 
     /// Unregisters the monitor and puts the option IsTarnEnabled back.
     ~TracingSession();
