@@ -74,6 +74,7 @@ public:
 
 private:
     friend OwnDelivery;
+    friend class RescueDelivery;
 
     using Lock = std::unique_lock<cvlsys::AdaptiveMutex>;
 

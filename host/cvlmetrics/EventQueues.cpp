@@ -53,6 +53,7 @@ public:
     // For the delivering role.
     EventRecord* Next() noexcept;
     void Pop() noexcept;
+    void PassOverMissing() noexcept;
     void WakeWriters() noexcept;
 
     std::size_t GetHighestFill();
@@ -154,6 +155,16 @@ void Registry::Pop() noexcept {
     m_current->queue->WakeWriter();
     m_current->LookAgain();
     s_taken.store(s_taken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
+void Registry::PassOverMissing() noexcept {
+    uint64 next = s_tickets.load(std::memory_order_acquire);
+    LookForNewEvents();
+    for (const Source& source : m_sources) {
+        next = std::min(next, source.ticket);
+    }
+    s_taken.store(std::max(next, s_taken.load(std::memory_order_relaxed)),
+                  std::memory_order_release);
 }
 
 void Registry::WakeWriters() noexcept {
@@ -307,6 +318,10 @@ EventRecord* Next() noexcept {
 
 void Pop() noexcept {
     Registry::Get().Pop();
+}
+
+void PassOverMissing() noexcept {
+    Registry::Get().PassOverMissing();
 }
 
 void WakeWriters() noexcept {

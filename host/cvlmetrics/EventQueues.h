@@ -49,6 +49,11 @@ EventRecord* Next() noexcept;
 /// room and has some.
 void Pop() noexcept;
 
+/// Goes on with the next event that is shown when the one whose turn it is will never be: its
+/// thread has crashed. If that one should come after all, it and what its thread emits stay queued
+/// for good.
+void PassOverMissing() noexcept;
+
 /// Wakes all threads that wait for room and have some, for those that were just falling asleep.
 void WakeWriters() noexcept;
 

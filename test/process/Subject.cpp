@@ -20,14 +20,15 @@
 
 // A process that forks while it has other threads leaves what those own behind in the child, where
 // nobody reaches it; and it means to start threads in the child. Threads that run to the very end
-// are what some scenarios are about. The sanitizers look these functions up by name.
-// NOLINTBEGIN(bugprone-reserved-identifier): named by the sanitizers
+// are what some scenarios are about, and crashes what others are. The sanitizers look these
+// functions up by name. NOLINTBEGIN(bugprone-reserved-identifier): named by the sanitizers
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
-    return "detect_leaks=0";
+    return "detect_leaks=0:handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0";
 }
 
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options() {
-    return "die_after_fork=0:report_thread_leaks=0";
+    return "die_after_fork=0:report_thread_leaks=0:report_signal_unsafe=0:"
+           "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0";
 }
 
 // NOLINTEND(bugprone-reserved-identifier)
@@ -168,7 +169,8 @@ int main(int count, char** texts) {
     try {
         const Arguments arguments = Parse(count, texts);
         SetUp(arguments);
-        for (const auto* scenarios : {&ExitScenarios(), &ForkScenarios(), &LastThreadScenarios()}) {
+        for (const auto* scenarios :
+             {&ExitScenarios(), &ForkScenarios(), &LastThreadScenarios(), &CrashScenarios()}) {
             const auto found = scenarios->find(arguments.scenario);
             if (found != scenarios->end()) {
                 return found->second();

@@ -33,5 +33,6 @@ using Scenario = std::function<int()>;
 const std::map<std::string, Scenario>& ExitScenarios();
 const std::map<std::string, Scenario>& ForkScenarios();
 const std::map<std::string, Scenario>& LastThreadScenarios();
+const std::map<std::string, Scenario>& CrashScenarios();
 
 }  // namespace ProcessTest

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "cvlcoreplatform/TString.h"
+#include "cvlsys/IntegerTypes.h"
+
+namespace Metrics::LastWordsSlot {
+
+/// What those that are set say; empty if there are none. With the delivering role.
+TString Describe(uint64 threadId, int64 time);
+
+}  // namespace Metrics::LastWordsSlot

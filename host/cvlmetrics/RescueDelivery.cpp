@@ -1,0 +1,64 @@
+#include "RescueDelivery.h"
+
+#include "EventQueues.h"
+#include "ThreadSide.h"
+
+#include <thread>
+
+namespace Metrics::Bus {
+
+namespace {
+
+constexpr std::chrono::microseconds pause{50};
+
+}  // namespace
+
+RescueDelivery::RescueDelivery(Dispatcher& dispatcher,
+                               const CrashedThreads& crashed,
+                               Clock::time_point end)
+    : m_dispatcher(dispatcher),
+      m_lock(dispatcher.m_mutex, std::defer_lock),
+      m_hasRole(TakeRole(crashed, end)) {
+    if (m_hasRole) {
+        t_side.delivery = &m_delivery;
+    }
+}
+
+RescueDelivery::~RescueDelivery() {
+    t_side.delivery = nullptr;
+}
+
+// The thread that has the role may crash while this one waits for it.
+bool RescueDelivery::TakeRole(const CrashedThreads& crashed, Clock::time_point end) {
+    m_dispatcher.m_othersWait.fetch_add(1, std::memory_order_relaxed);
+    bool hasRole = false;
+    while (!hasRole && Clock::now() < end) {
+        hasRole = crashed.HaveRole() || m_lock.try_lock();
+        if (!hasRole) {
+            std::this_thread::sleep_for(pause);
+        }
+    }
+    m_dispatcher.m_othersWait.fetch_sub(1, std::memory_order_relaxed);
+    return hasRole;
+}
+
+// A thread that crashed between drawing a ticket and showing its event never will show it. Others
+// that are at this point may need a while to get a processor.
+void RescueDelivery::DeliverQueued(Clock::time_point end) noexcept {
+    const uint64 queued = EventQueues::GetQueuedCount();
+    const Clock::time_point start = Clock::now();
+    const Clock::time_point waitsUntil = start + (end - start) / 4;
+    for (auto now = start; EventQueues::GetTakenCount() < queued && now < end; now = Clock::now()) {
+        if (m_dispatcher.DeliverNext(m_delivery)) {
+            continue;
+        }
+        if (now < waitsUntil) {
+            std::this_thread::sleep_for(pause);
+        } else {
+            EventQueues::PassOverMissing();
+        }
+    }
+    EventQueues::WakeWriters();
+}
+
+}  // namespace Metrics::Bus
