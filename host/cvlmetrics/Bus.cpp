@@ -68,15 +68,22 @@ bool WaitForRoom(const EventView& event) {
     return isQueued;
 }
 
-/// Whether the event has found a queue. If not, there is no memory for one.
-bool TryToQueue(const EventView& event) {
+enum class Outcome { Queued, Refused, NoMemory };
+
+/// Asks for room in the thread's queue; while there is none, waits for it or refuses the event.
+Outcome TryToQueue(const EventView& event, bool mayBeRefused) {
     try {
-        if (EventQueues::Append(event) == EventQueues::Outcome::NoRoom && !WaitForRoom(event)) {
-            LossReport::Count(LossReport::Loss::LostEvent);
+        if (EventQueues::Append(event) == EventQueues::Outcome::NoRoom) {
+            if (mayBeRefused) {
+                return Outcome::Refused;
+            }
+            if (!WaitForRoom(event)) {
+                LossReport::Count(LossReport::Loss::LostEvent);
+            }
         }
-        return true;
+        return Outcome::Queued;
     } catch (const std::bad_alloc&) {
-        return false;
+        return Outcome::NoMemory;
     }
 }
 
@@ -92,13 +99,16 @@ void DeliverAtOnce(const EventView& event) {
     Dispatcher::Get().Deliver(event);
 }
 
-[[gnu::noinline]] void QueueOrDeliver(const EventView& event) {
-    if (!TryToQueue(event)) {
+// False if the event was refused.
+[[gnu::noinline]] bool QueueOrDeliver(const EventView& event, bool mayBeRefused) {
+    const Outcome outcome = TryToQueue(event, mayBeRefused);
+    if (outcome == Outcome::NoMemory) {
         // To deliver it at once, behind what is queued, needs less memory.
         DeliverAtOnce(event);
-    } else if (t_side.bursts == 0) {
+    } else if (outcome == Outcome::Queued && t_side.bursts == 0) {
         NoticeQueued();
     }
+    return outcome != Outcome::Refused;
 }
 
 void DeliverPostponed() noexcept {
@@ -143,22 +153,26 @@ bool IsQueuing(const ThreadSide& side) noexcept {
            side.delivery == nullptr && !side.neverQueues && !TLog::IsInsideBackEnd();
 }
 
-/// Sends a stamped event on its way.
-void Send(const EventView& event) {
+/// Sends a stamped event on its way. False if it was refused.
+bool Send(const EventView& event, bool mayBeRefused) {
     const ThreadSide& side = t_side;
     if (!IsQueuing(side)) {
         EmitDirectly(event);
     } else if (!EventQueues::TryToAppend(event)) {
-        QueueOrDeliver(event);
+        return QueueOrDeliver(event, mayBeRefused);
     } else if (side.bursts == 0) {
         NoticeQueued();
     }
+    return true;
+}
+
+bool IsRefusing() noexcept {
+    return s_isRefusing.load(std::memory_order_relaxed) && t_side.delivery == nullptr;
 }
 
 /// Whether nothing is to be refused, or so many quarters of the thread's queue are free.
 bool HasFreeQuarters(unsigned quarters) noexcept {
-    return !s_isRefusing.load(std::memory_order_relaxed) || t_side.delivery != nullptr ||
-           EventQueues::HasFreeQuarters(quarters);
+    return !IsRefusing() || EventQueues::HasFreeQuarters(quarters);
 }
 
 /// Delivers what is queued before the consumers change, if that is done in time.
@@ -199,9 +213,25 @@ void CountRefusedScope() noexcept {
     }
 }
 
-void Emit(EventView& event) {
+bool TryToEmit(EventView& event) {
+    // The last quarter is left to ends, whatever the size of this event.
+    const bool isRefusing = IsRefusing();
+    if (isRefusing && !EventQueues::LeavesFreeQuarters(1, event)) {
+        return false;
+    }
     event.Stamp(ReadClock());
-    Send(event);
+    return Send(event, isRefusing);
+}
+
+void EmitAttribute(EventView& event) {
+    if (!TryToEmit(event)) {
+        LossReport::Count(LossReport::Loss::RefusedAttribute);
+    }
+}
+
+void EmitForSure(EventView& event) {
+    event.Stamp(ReadClock());
+    Send(event, false);
 }
 
 bool BeginBurst() noexcept {
@@ -232,7 +262,8 @@ void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
     constexpr milliseconds pause{1};
     for (int left = attempts; left != 0; --left) {
         try {
-            return Send(event);
+            Send(event, false);
+            return;
         } catch (const std::bad_alloc&) {
             if (IsDelivering() || TLog::IsInsideBackEnd()) {
                 return;  // it is counted, and a wait here would hold up everybody
@@ -277,6 +308,10 @@ bool DeliverSome() noexcept {
     return Dispatcher::Get().DeliverSome();
 }
 
+void TidyUp() noexcept {
+    Dispatcher::Get().TidyUp();
+}
+
 void AwaitDelivery() noexcept {
     Dispatcher::Get().AwaitDelivery();
 }
@@ -307,9 +342,12 @@ BusStatistics GetBusStatistics() noexcept {
             .consumerExceptions = consumers.exceptions.load(std::memory_order_relaxed),
             .lostEvents = LossReport::Get(LossReport::Loss::LostEvent),
             .refusedScopes = LossReport::Get(LossReport::Loss::RefusedScope),
+            .refusedAttributes = LossReport::Get(LossReport::Loss::RefusedAttribute),
+            .refusedPendingAttributes = LossReport::Get(LossReport::Loss::PendingAttribute),
             .waits = Bus::s_waits.load(std::memory_order_relaxed),
             .waitedNanoseconds = Bus::s_waitedNanos.load(std::memory_order_relaxed),
-            .highestQueueFill = EventQueues::GetHighestFill()};
+            .highestQueueFill = EventQueues::GetHighestFill(),
+            .queues = EventQueues::GetCount()};
 }
 
 }  // namespace Metrics

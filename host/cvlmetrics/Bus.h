@@ -35,10 +35,20 @@ bool HasRoomForContext() noexcept;
 /// By the reason for which it was refused.
 void CountRefusedScope() noexcept;
 
-/// Stamps an event with the time and sends it on its way. Whoever calls it has asked for admission
-/// before, so that nothing is built in vain. Throws `std::bad_alloc` when there is no memory for
-/// what has to be made of the event; it is lost then.
-void Emit(EventView& event);
+// Stamp an event with the time and send it on its way. Whoever calls them has asked for admission
+// before, so that nothing is built in vain. They throw `std::bad_alloc` when there is no memory for
+// what has to be made of the event; it is lost then.
+
+/// False, and nothing has happened, if the event is refused for want of room: where events may be
+/// refused at all, and the room that is left belongs to ends.
+bool TryToEmit(EventView& event);
+
+/// The same for an event that others do without. One that is refused is counted.
+void EmitAttribute(EventView& event);
+
+/// For an event without which consumers would be wrong about others: it is never refused, and waits
+/// for room when even that of the ends is full.
+void EmitForSure(EventView& event);
 
 /// For `InBurst`: whether the burst has begun, and `EndBurst` is to end it. Otherwise it is to be
 /// delivered by `DeliverBurst`.
@@ -61,8 +71,8 @@ void InBurst(const Body& body) noexcept {
     }
 }
 
-/// For destructors: as `Emit`, but a lost event is counted only. What happens at once may share one
-/// look at the clock.
+/// For destructors: as `EmitForSure`, but a lost event is counted only. What happens at once may
+/// share one look at the clock.
 void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept;
 
 /// Both first have what is queued delivered, and wait for consumers that are busy until the exit
@@ -75,6 +85,9 @@ bool Flush(const Deadline& deadline) noexcept;
 
 /// Delivers some of what is queued, for the delivering thread. Whether there was anything.
 bool DeliverSome() noexcept;
+
+/// Gives back what the queues of threads that have ended take.
+void TidyUp() noexcept;
 
 /// Waits until what other threads are just delivering has been through all consumers.
 void AwaitDelivery() noexcept;

@@ -53,9 +53,26 @@ void CorrectThreadInForkedChild(ContextState& context) {
     }
 }
 
-void EmitCreated(uint64 contextId, uint64 parentId) {
+bool TryToSayCreated(uint64 contextId, uint64 parentId) {
     EventView event = ContextEvent(MetricsEventType::CreateContext, contextId, parentId, 0);
-    Bus::Emit(event);
+    return Bus::TryToEmit(event);
+}
+
+// Consumers that want scopes of traced work only are to learn the thread as well, hence the flag.
+bool TryToSayThread(ContextState& context, uint64 threadId) {
+    if (!Bus::Admits(flagTracing)) {
+        return true;
+    }
+    EventView event;
+    event.contextId = context.id;
+    event.flags = flagTracing;
+    event.name = ThreadAttributeName();
+    event.value = threadId;
+    event.type = MetricsEventType::Attribute;
+    const bool isSaid = Bus::TryToEmit(event);
+    context.announcedThread.store(isSaid ? threadId : 0, std::memory_order_relaxed);
+    context.isThreadUnsaid.store(!isSaid, std::memory_order_relaxed);
+    return isSaid;
 }
 
 }  // namespace
@@ -64,34 +81,19 @@ bool SayCreated(uint64 contextId, uint64 parentId) {
     if (!Bus::AdmitsContextEvents()) {
         return true;
     }
-    if (!Bus::HasRoomForContext()) {
-        return false;
-    }
-    EmitCreated(contextId, parentId);
-    return true;
+    return Bus::HasRoomForContext() && TryToSayCreated(contextId, parentId);
 }
 
 void SayOpened(ContextState& context, uint64 threadId) {
     if (Bus::AdmitsContextEvents()) {
         EventView event = ContextEvent(MetricsEventType::OpenContext, context);
-        Bus::Emit(event);
+        Bus::EmitForSure(event);
     }
     SayThread(context, threadId);
 }
 
-// Consumers that want scopes of traced work only are to learn the thread as well, hence the flag.
 void SayThread(ContextState& context, uint64 threadId) {
-    if (!Bus::Admits(flagTracing)) {
-        return;
-    }
-    EventView event;
-    event.contextId = context.id;
-    event.flags = flagTracing;
-    event.name = ThreadAttributeName();
-    event.value = threadId;
-    event.type = MetricsEventType::Attribute;
-    Bus::Emit(event);
-    context.announcedThread.store(threadId, std::memory_order_relaxed);
+    TryToSayThread(context, threadId);
 }
 
 void SayClosed(const ContextState& context) noexcept {
@@ -104,7 +106,8 @@ void SayClosed(const ContextState& context) noexcept {
 bool IsKnown(ContextState& context) {
     if (!context.isUnannounced.load(std::memory_order_relaxed)) {
         CorrectThreadInForkedChild(context);
-        return true;
+        return !context.isThreadUnsaid.load(std::memory_order_relaxed) ||
+               TryToSayThread(context, TSystem::ThreadID());
     }
     // A child's parent may have ended meanwhile, or changed: what the child inherits from it would
     // be wrong, so a child stays unknown.
@@ -112,8 +115,8 @@ bool IsKnown(ContextState& context) {
         !Bus::HasRoomForContext()) {
         return false;
     }
-    if (Bus::AdmitsContextEvents()) {
-        EmitCreated(context.id, context.parentId);
+    if (Bus::AdmitsContextEvents() && !TryToSayCreated(context.id, context.parentId)) {
+        return false;
     }
     SayOpened(context, TSystem::ThreadID());
     context.isUnannounced.store(false, std::memory_order_relaxed);

@@ -13,7 +13,7 @@ bool SayCreated(uint64 contextId, uint64 parentId);
 /// That the context was opened on a thread.
 void SayOpened(ContextState& context, uint64 threadId);
 
-/// That the context is on a thread from now on.
+/// That the context is on a thread from now on; before its next scope if there is no room now.
 void SayThread(ContextState& context, uint64 threadId);
 
 /// That the context has ended.

@@ -3,6 +3,7 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
+#include <cstddef>
 
 namespace Metrics {
 
@@ -27,6 +28,12 @@ struct ContextState {
     // lost.
     std::atomic<bool> isUnannounced{false};
     std::atomic<bool> hasLostAttributes{false};
+
+    // That it is on this thread found no room to be said, and is to be said before its next scope.
+    std::atomic<bool> isThreadUnsaid{false};
+
+    // What its attributes take that were set since its last scope (`PendingAttributes`).
+    std::atomic<std::size_t> pendingAttributeBytes{0};
 };
 
 }  // namespace Metrics

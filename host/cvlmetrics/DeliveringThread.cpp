@@ -131,6 +131,7 @@ void Run() noexcept {
         const uint64 flush = s_flushesWanted.load(std::memory_order_seq_cst);
         const uint64 queued = EventQueues::GetQueuedCount();
         const bool wasBusy = DeliverUntil(queued);
+        Bus::TidyUp();
         LossReport::WriteIfDue();
         if (flush != s_flushesDone.load(std::memory_order_relaxed)) {
             CarryOutFlush(flush);

@@ -4,6 +4,7 @@
 #include "DeliveringThread.h"
 #include "EventQueues.h"
 #include "ExitDeadline.h"
+#include "PendingAttributes.h"
 
 #include "cvlsys/host/ForkAwareMutex.h"
 
@@ -62,6 +63,8 @@ void RegisterExitHandlers() {
 void Apply(const DeliveryOptions& options) {
     const bool isAsynchronous = options.mode == DeliveryMode::Asynchronous;
     EventQueues::SetCapacity(options.queueBytes);
+    EventQueues::SetKept(options.keptQueues);
+    PendingAttributes::SetLimit(options.pendingAttributeBytes);
     ExitDeadline::Set(options.exitDeadline);
     Bus::SetRefusing(isAsynchronous && options.whenFull == WhenQueueIsFull::Refuse);
     Bus::SetGivenUp(false);

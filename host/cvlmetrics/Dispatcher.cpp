@@ -207,6 +207,14 @@ void Dispatcher::AwaitDelivery() noexcept {
     m_mutex.unlock();
 }
 
+void Dispatcher::TidyUp() noexcept {
+    if (EventQueues::HasUnused()) {
+        m_mutex.LockNext();
+        const std::lock_guard lock(m_mutex, std::adopt_lock);
+        EventQueues::DropUnused();
+    }
+}
+
 bool Dispatcher::DeliverSome() noexcept {
     constexpr int atMost = 64;
     const cvlsys::HostState hostState;

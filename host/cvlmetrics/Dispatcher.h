@@ -63,6 +63,9 @@ public:
     /// See `Bus::AwaitDelivery`.
     void AwaitDelivery() noexcept;
 
+    /// See `Bus::TidyUp`.
+    void TidyUp() noexcept;
+
     /// All that was queued before the call, and what is just being delivered. False if that is not
     /// done in time.
     bool DeliverQueuedWithin(const Deadline& deadline) noexcept;

@@ -13,6 +13,7 @@ namespace Metrics {
 namespace {
 
 constexpr std::size_t smallestCapacity = 4 * EventRecord::largest;
+constexpr std::size_t largestCapacity = std::size_t{256} << 20;
 constexpr std::align_val_t ringAlignment{64};
 
 std::byte* AllocateRing(std::size_t bytes) {
@@ -25,8 +26,12 @@ void EventQueue::Free::operator()(std::byte* ring) const noexcept {
     operator delete(ring, ringAlignment);
 }
 
+std::size_t EventQueue::CapacityFor(std::size_t bytes) noexcept {
+    return std::bit_ceil(std::clamp(bytes, smallestCapacity, largestCapacity));
+}
+
 EventQueue::EventQueue(std::size_t bytes)
-    : m_capacity(std::bit_ceil(std::max(bytes, smallestCapacity))),
+    : m_capacity(CapacityFor(bytes)),
       m_mask(m_capacity - 1),
       m_ring(AllocateRing(m_capacity)) {}
 
@@ -42,6 +47,18 @@ bool EventQueue::HasRoom(uint64 begin, std::size_t bytes) noexcept {
         m_readAsKnown = m_read.load(std::memory_order_acquire);
     }
     return begin + bytes - m_readAsKnown <= m_capacity;
+}
+
+// Where the reader is, is read before what it has given back of the heap: whoever sleeps because of
+// that is not to sleep if the reader has moved since (see `WaitForRoom`).
+bool EventQueue::HasHeapRoom(std::size_t bytes) noexcept {
+    if (bytes == 0 || m_heapPrepared == m_heapReadAsKnown) {
+        return true;
+    }
+    m_readAsKnown = m_read.load(std::memory_order_acquire);
+    m_heapReadAsKnown = m_heapRead.load(std::memory_order_acquire);
+    const uint64 heapInUse = m_heapPrepared - m_heapReadAsKnown;
+    return heapInUse == 0 || m_prepared - m_readAsKnown + heapInUse + bytes <= m_capacity;
 }
 
 bool EventQueue::LookForEasyRoom() noexcept {
@@ -60,7 +77,8 @@ bool EventQueue::Prepare(const EventView& event) {
     const std::size_t bytes = EventRecord::BytesFor(event);
     // A record lies in one piece: what is left at the end of the ring may be too little for it.
     const std::size_t gap = atEnd < bytes ? atEnd : 0;
-    if (!HasRoom(begin, gap + bytes)) {
+    const std::size_t heapBytes = EventRecord::HeapBytesFor(event, bytes);
+    if (!HasRoom(begin, gap + bytes) || !HasHeapRoom(heapBytes)) {
         return false;
     }
     EventRecord::Write(At(begin + gap), bytes, event);
@@ -68,6 +86,7 @@ bool EventQueue::Prepare(const EventView& event) {
         EventRecord::WriteGap(At(begin), gap);
     }
     m_prepared = begin + gap + bytes;
+    m_heapPrepared += heapBytes;
     ++m_preparedCount;
     return true;
 }
@@ -86,13 +105,22 @@ void EventQueue::Publish(uint64 firstTicket) noexcept {
     m_written.store(m_prepared, std::memory_order_release);
 }
 
-bool EventQueue::HasFreeQuarters(unsigned quarters) noexcept {
+bool EventQueue::HasFreeQuarters(unsigned quarters, std::size_t beside) noexcept {
+    const auto inUse = [this, beside] {
+        return m_prepared - m_readAsKnown + m_heapPrepared - m_heapReadAsKnown + beside;
+    };
     const uint64 inUseAtMost = m_capacity / 4 * (4 - quarters);
-    const uint64 written = m_written.load(std::memory_order_relaxed);
-    if (written - m_readAsKnown > inUseAtMost) {
+    if (inUse() > inUseAtMost) {
         m_readAsKnown = m_read.load(std::memory_order_acquire);
+        m_heapReadAsKnown = m_heapRead.load(std::memory_order_acquire);
     }
-    return written - m_readAsKnown <= inUseAtMost;
+    return inUse() <= inUseAtMost;
+}
+
+// In front of a record there may be a gap, which is shorter than the record.
+bool EventQueue::LeavesFreeQuarters(unsigned quarters, const EventView& event) {
+    return HasFreeQuarters(quarters, 2 * EventRecord::largest) ||
+           HasFreeQuarters(quarters, 2 * EventRecord::BytesFor(event));
 }
 
 // The reader may look for waiting writers just before this one says that it waits. It looks again
@@ -131,6 +159,10 @@ EventRecord* EventQueue::Peek() noexcept {
 void EventQueue::Pop() noexcept {
     const uint64 read = m_read.load(std::memory_order_relaxed);
     const auto* const record = std::launder(reinterpret_cast<const EventRecord*>(At(read)));
+    if (record->IsBoxed()) {
+        m_heapRead.store(m_heapRead.load(std::memory_order_relaxed) + record->GetHeapBytes(),
+                         std::memory_order_release);
+    }
     m_read.store(read + record->GetBytes(), std::memory_order_release);
 }
 

@@ -12,14 +12,18 @@
 namespace Metrics {
 
 /// What one thread has emitted and nobody has delivered yet: a ring of records that one thread
-/// writes and one thread at a time reads, without a lock. It never grows.
+/// writes and one thread at a time reads, without a lock. It never grows; what its events take on
+/// the heap, because they are too large for a record, counts against its room.
 ///
 /// Records become visible in two steps: `Prepare` finds room and writes one, `Publish` shows all
 /// that were prepared to the reader. Between the two the writer draws their tickets.
 class EventQueue {
 public:
-    /// `bytes` is rounded up to a power of two, and to what a largest record needs. Throws
-    /// `std::bad_alloc`.
+    /// How much room a queue of `bytes` has: a power of two, enough for largest records, and not
+    /// more than 256 MiB.
+    static std::size_t CapacityFor(std::size_t bytes) noexcept;
+
+    /// Throws `std::bad_alloc`.
     explicit EventQueue(std::size_t bytes);
     ~EventQueue();
 
@@ -29,7 +33,8 @@ public:
     // For the thread that writes.
 
     /// Writes an event, behind what was prepared before, where the reader does not see it yet.
-    /// False when there is no room for it now. Throws `std::bad_alloc`.
+    /// False when there is no room for it now. One event that takes more of the heap than the queue
+    /// may is let in when no other one is there. Throws `std::bad_alloc`.
     bool Prepare(const EventView& event);
 
     /// The same where the largest record would find room, so that the event need not be measured
@@ -54,8 +59,11 @@ public:
     /// Gives the prepared records their tickets, from this one on, and shows them to the reader.
     void Publish(uint64 firstTicket) noexcept;
 
-    /// Whether so many quarters of the ring are free.
-    bool HasFreeQuarters(unsigned quarters) noexcept;
+    /// Whether so many quarters of the room are free, and `beside` bytes besides.
+    bool HasFreeQuarters(unsigned quarters, std::size_t beside = 0) noexcept;
+
+    /// Whether an event that is written now leaves so many quarters free. Throws `std::bad_alloc`.
+    bool LeavesFreeQuarters(unsigned quarters, const EventView& event);
 
     /// Sleeps until the reader has made room, but not for long: the caller looks again.
     void WaitForRoom() noexcept;
@@ -80,12 +88,13 @@ public:
 
     std::size_t GetCapacity() const noexcept { return m_capacity; }
 
-    /// Whether a thread writes to it. A queue whose thread has ended goes to another one when it is
-    /// empty.
+    /// Whether a thread writes to it. A queue whose thread has ended goes to another one, with what
+    /// is still in it.
     std::atomic<bool> hasOwner{true};
 
 private:
     bool HasRoom(uint64 begin, std::size_t bytes) noexcept;
+    bool HasHeapRoom(std::size_t bytes) noexcept;
     bool LookForEasyRoom() noexcept;
 
     std::byte* At(uint64 position) const noexcept { return m_ring.get() + (position & m_mask); }
@@ -109,8 +118,12 @@ private:
     // From the next position up to this one, the largest record finds room in one piece.
     uint64 m_easyUntil = 0;
     uint32 m_preparedCount = 0;
+    // What the events that were ever prepared took on the heap, and those that were read.
+    uint64 m_heapPrepared = 0;
+    uint64 m_heapReadAsKnown = 0;
 
     alignas(cacheLine) std::atomic<uint64> m_read{0};
+    std::atomic<uint64> m_heapRead{0};
     uint64 m_writtenAsKnown = 0;
     std::atomic<std::size_t> m_highestFill{0};
 

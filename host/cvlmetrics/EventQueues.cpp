@@ -27,6 +27,10 @@ namespace {
 constexpr uint64 unknown = std::numeric_limits<uint64>::max();
 
 constinit std::atomic<std::size_t> s_capacity{std::size_t{256} << 10};
+constinit std::atomic<std::size_t> s_kept{4};
+
+// How many queues have no thread.
+constinit std::atomic<std::size_t> s_withoutOwner{0};
 
 /// A number on cache lines of its own; processors fetch them in pairs.
 struct alignas(128) LoneNumber {
@@ -47,7 +51,7 @@ public:
         return registry;
     }
 
-    /// A queue for the calling thread, the queue of a thread that has ended if there is one.
+    /// A queue for the calling thread: that of a thread that has ended if there is one of the size.
     EventQueue& Acquire();
 
     // For the delivering role.
@@ -55,8 +59,11 @@ public:
     void Pop() noexcept;
     void PassOverMissing() noexcept;
     void WakeWriters() noexcept;
+    void DropUnused() noexcept;
 
     std::size_t GetHighestFill();
+
+    std::size_t GetCount() const noexcept { return m_queueCount.load(std::memory_order_relaxed); }
 
     void StartAnewInChild() noexcept;
 
@@ -82,6 +89,7 @@ private:
     // What a fork has left in the child: other threads' queues, perhaps half written.
     std::vector<std::unique_ptr<EventQueue>> m_abandoned;
     std::atomic<std::size_t> m_queueCount{0};
+    std::size_t m_highestFillOfDropped = 0;
 
     // Of the delivering role.
     std::vector<Source> m_sources;
@@ -91,14 +99,17 @@ private:
 // Sources have room for all queues from the beginning, so that delivering asks for no memory.
 EventQueue& Registry::Acquire() {
     const corvala::memory::UnchargedAllocations uncharged;
+    const std::size_t capacity =
+        EventQueue::CapacityFor(s_capacity.load(std::memory_order_relaxed));
     const std::lock_guard lock(m_mutex);
     for (const auto& queue : m_queues) {
-        if (!queue->hasOwner.load(std::memory_order_acquire)) {
+        if (queue->GetCapacity() == capacity && !queue->hasOwner.load(std::memory_order_acquire)) {
             queue->hasOwner.store(true, std::memory_order_relaxed);
+            s_withoutOwner.fetch_sub(1, std::memory_order_relaxed);
             return *queue;
         }
     }
-    m_queues.push_back(std::make_unique<EventQueue>(s_capacity.load(std::memory_order_relaxed)));
+    m_queues.push_back(std::make_unique<EventQueue>(capacity));
     m_queueCount.store(m_queues.size(), std::memory_order_release);
     return *m_queues.back();
 }
@@ -173,9 +184,32 @@ void Registry::WakeWriters() noexcept {
     }
 }
 
+// What the reader has not taken in yet is new, and in use.
+void Registry::DropUnused() noexcept {
+    const corvala::memory::UnchargedAllocations uncharged;
+    const std::lock_guard lock(m_mutex);
+    std::size_t toKeep = s_kept.load(std::memory_order_relaxed);
+    for (std::size_t i = m_sources.size(); i-- != 0;) {
+        EventQueue& queue = *m_queues[i];
+        if (queue.hasOwner.load(std::memory_order_acquire) || queue.Peek() != nullptr) {
+            continue;
+        }
+        if (toKeep != 0) {
+            --toKeep;
+            continue;
+        }
+        m_highestFillOfDropped = std::max(m_highestFillOfDropped, queue.GetHighestFill());
+        m_sources.erase(m_sources.begin() + static_cast<std::ptrdiff_t>(i));
+        m_queues.erase(m_queues.begin() + static_cast<std::ptrdiff_t>(i));
+        s_withoutOwner.fetch_sub(1, std::memory_order_relaxed);
+    }
+    m_current = nullptr;
+    m_queueCount.store(m_queues.size(), std::memory_order_release);
+}
+
 std::size_t Registry::GetHighestFill() {
     const std::lock_guard lock(m_mutex);
-    std::size_t highest = 0;
+    std::size_t highest = m_highestFillOfDropped;
     for (const auto& queue : m_queues) {
         highest = std::max(highest, queue->GetHighestFill());
     }
@@ -196,6 +230,7 @@ void Registry::StartAnewInChild() noexcept {
     }
     m_queues.clear();
     m_queueCount.store(0, std::memory_order_relaxed);
+    s_withoutOwner.store(0, std::memory_order_relaxed);
 }
 
 /// For what a thread emits after it has torn its own queue down. Threads take turns in writing it.
@@ -214,10 +249,11 @@ public:
     explicit Ownership(EventQueue& queue) noexcept { t_side.queue = &queue; }
 
     ~Ownership() {
-        if (t_side.queue != nullptr) {
-            t_side.queue->hasOwner.store(false, std::memory_order_release);
+        if (EventQueue* const queue = std::exchange(t_side.queue, nullptr)) {
+            // Before: who takes the queue over counts it down.
+            s_withoutOwner.fetch_add(1, std::memory_order_relaxed);
+            queue->hasOwner.store(false, std::memory_order_release);
         }
-        t_side.queue = nullptr;
         t_side.hasTornDownQueue = true;
     }
 
@@ -306,7 +342,16 @@ void WaitForRoom() noexcept {
 
 bool HasFreeQuarters(unsigned quarters) noexcept {
     try {
-        return WithQueue([quarters](EventQueue& queue) { return queue.HasFreeQuarters(quarters); });
+        return WithQueue([=](EventQueue& queue) { return queue.HasFreeQuarters(quarters); });
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool LeavesFreeQuarters(unsigned quarters, const EventView& event) noexcept {
+    try {
+        return WithQueue(
+            [&](EventQueue& queue) { return queue.LeavesFreeQuarters(quarters, event); });
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -326,6 +371,22 @@ void PassOverMissing() noexcept {
 
 void WakeWriters() noexcept {
     Registry::Get().WakeWriters();
+}
+
+void DropUnused() noexcept {
+    Registry::Get().DropUnused();
+}
+
+bool HasUnused() noexcept {
+    return s_withoutOwner.load(std::memory_order_relaxed) > s_kept.load(std::memory_order_relaxed);
+}
+
+std::size_t GetCount() noexcept {
+    return Registry::Get().GetCount();
+}
+
+void SetKept(std::size_t count) noexcept {
+    s_kept.store(count, std::memory_order_relaxed);
 }
 
 uint64 GetQueuedCount() noexcept {

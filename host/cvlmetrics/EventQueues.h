@@ -40,6 +40,9 @@ void WaitForRoom() noexcept;
 /// Whether so many quarters of the calling thread's queue are free.
 bool HasFreeQuarters(unsigned quarters) noexcept;
 
+/// Whether an event that is appended now leaves so many quarters of the queue free.
+bool LeavesFreeQuarters(unsigned quarters, const EventView& event) noexcept;
+
 // For whoever holds the delivering role; one thread at a time.
 
 /// The next event of all; null when its thread has not shown it yet, or nothing is queued.
@@ -57,7 +60,20 @@ void PassOverMissing() noexcept;
 /// Wakes all threads that wait for room and have some, for those that were just falling asleep.
 void WakeWriters() noexcept;
 
+/// Gives the memory of queues back whose threads have ended, but for some that are kept for the
+/// next threads.
+void DropUnused() noexcept;
+
 // For every thread.
+
+/// Whether there is anything for `DropUnused` to do.
+bool HasUnused() noexcept;
+
+/// How many queues there are, those that are kept included.
+std::size_t GetCount() noexcept;
+
+/// How many queues of threads that have ended are kept.
+void SetKept(std::size_t count) noexcept;
 
 /// How many events have been queued since the process started.
 uint64 GetQueuedCount() noexcept;

@@ -28,6 +28,12 @@ struct EventRecord::Fixed {
     MetricsEventType type;
 };
 
+/// The content of a record whose event stands on the heap.
+struct EventRecord::Box {
+    MetricsEvent* event;
+    std::size_t heapBytes;
+};
+
 namespace {
 
 /// What a value's first word means, in its lowest bits. The rest of the word is the value itself,
@@ -276,9 +282,59 @@ private:
 
 }  // namespace
 
+namespace {
+
+template <class Text>
+std::size_t BytesOf(const Text& text) noexcept {
+    return text.size() * sizeof(typename Text::value_type);
+}
+
+template <class Unit>
+std::size_t BytesOf(const SharedText<Unit>& text) noexcept {
+    return text.use_count() == 0 ? 0 : BytesOf(*text);
+}
+
+// Of texts only: the rest of a value lies where the event lies.
+std::size_t TextBytes(const MetricsValue& value) noexcept {
+    return BytesOf(value.utf8) + BytesOf(value.utf16);
+}
+
+std::size_t TextBytes(const ValueView& view) noexcept {
+    switch (view.GetKind()) {
+        case ValueView::Kind::Utf8:
+            return BytesOf(view.GetUtf8());
+        case ValueView::Kind::Utf16:
+            return BytesOf(view.GetUtf16());
+        case ValueView::Kind::Wide:
+            return std::wstring_view(view.GetWide()).size() * sizeof(char16_t);
+        case ValueView::Kind::Shared:
+            return BytesOf(view.GetShared());
+        case ValueView::Kind::Value:
+            return TextBytes(view.GetValue());
+        default:
+            return 0;
+    }
+}
+
+std::size_t HeapBytes(const EventView& event) noexcept {
+    std::size_t bytes = sizeof(MetricsEvent) + TextBytes(event.name) + TextBytes(event.value);
+    for (const PairView& pair : event.pairs) {
+        bytes += sizeof(NameValuePair) + TextBytes(pair.name) + TextBytes(pair.value);
+    }
+    return bytes;
+}
+
+}  // namespace
+
+std::size_t EventRecord::HeapBytesFor(const EventView& event, std::size_t bytes) noexcept {
+    static_assert(sizeof(Box) < sizeof(Fixed), "A record that is so short is boxed.");
+    return bytes == sizeof(EventRecord) + sizeof(Box) ? HeapBytes(event) : 0;
+}
+
 // Small as a record is, it is measured by writing it somewhere.
 std::size_t EventRecord::BytesFor(const EventView& event) {
-    constexpr std::size_t boxed = sizeof(EventRecord) + Aligned(sizeof(MetricsEvent*));
+    constexpr std::size_t boxed = sizeof(EventRecord) + sizeof(Box);
+    static_assert(sizeof(Box) % alignment == 0);
     // Written before it is read.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
     alignas(alignment) std::array<std::byte, largest> place;
@@ -317,11 +373,11 @@ EventRecord& EventRecord::Write(std::byte* place, std::size_t room, const EventV
 }
 
 EventRecord& EventRecord::WriteBoxed(std::byte* place, const EventView& event) {
-    auto box = std::make_unique<MetricsEvent>();
-    event.CopyTo(*box);
-    const MetricsEvent* const address = box.release();
-    std::memcpy(place + sizeof(EventRecord), &address, sizeof address);
-    return *new (place) EventRecord(sizeof(EventRecord) + sizeof address, Form::Boxed, 0);
+    auto boxed = std::make_unique<MetricsEvent>();
+    event.CopyTo(*boxed);
+    const Box box{.event = boxed.release(), .heapBytes = HeapBytes(event)};
+    std::memcpy(place + sizeof(EventRecord), &box, sizeof box);
+    return *new (place) EventRecord(sizeof(EventRecord) + sizeof box, Form::Boxed, 0);
 }
 
 void EventRecord::WriteGap(std::byte* place, std::size_t bytes) noexcept {
@@ -338,8 +394,8 @@ MetricsEventType EventRecord::GetType() const noexcept {
 void EventRecord::Read(MetricsEvent& event) {
     const std::byte* from = Content();
     if (m_form == Form::Boxed) {
-        const std::unique_ptr<MetricsEvent> box(ReadAs<MetricsEvent*>(from));
-        event = std::move(*box);
+        const std::unique_ptr<MetricsEvent> boxed(ReadAs<Box>(from).event);
+        event = std::move(*boxed);
         return;
     }
     const auto fixed = ReadAs<Fixed>(from);
@@ -363,8 +419,12 @@ void EventRecord::Read(MetricsEvent& event) {
 
 void EventRecord::Discard() noexcept {
     if (m_form == Form::Boxed) {
-        delete ReadAs<MetricsEvent*>(Content());
+        delete ReadAs<Box>(Content()).event;
     }
+}
+
+std::size_t EventRecord::GetHeapBytes() const noexcept {
+    return m_form == Form::Boxed ? ReadAs<Box>(Content()).heapBytes : 0;
 }
 
 }  // namespace Metrics

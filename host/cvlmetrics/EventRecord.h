@@ -26,6 +26,9 @@ public:
     /// `std::bad_alloc`.
     static std::size_t BytesFor(const EventView& event);
 
+    /// How many bytes the event takes on the heap, beside a record of so many bytes.
+    static std::size_t HeapBytesFor(const EventView& event, std::size_t bytes) noexcept;
+
     /// Writes the record of an event to `place`, where `room` bytes are free: what `BytesFor` says,
     /// or `largest`. Throws `std::bad_alloc` if the heap is needed and full; nothing has happened
     /// then.
@@ -50,6 +53,9 @@ public:
     /// into again, then.
     bool IsBoxed() const noexcept { return m_form == Form::Boxed; }
 
+    /// How many bytes the event takes on the heap; also after it was read.
+    std::size_t GetHeapBytes() const noexcept;
+
     /// The type of an event that is not boxed.
     MetricsEventType GetType() const noexcept;
 
@@ -69,6 +75,7 @@ private:
     enum class Form : std::uint16_t { Gap, Inline, Boxed };
 
     struct Fixed;
+    struct Box;
 
     EventRecord(std::size_t bytes, Form form, std::size_t pairCount) noexcept
         : m_bytes(static_cast<uint32>(bytes)),

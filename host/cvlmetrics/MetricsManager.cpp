@@ -4,6 +4,7 @@
 #include "ContextAnnouncement.h"
 #include "EventView.h"
 #include "MetricsManagerAccess.h"
+#include "PendingAttributes.h"
 #include "ThreadContexts.h"
 
 #include <type_traits>
@@ -83,9 +84,12 @@ void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
     if (!IsCurrentContextToldOf(bits)) {
         return;
     }
+    if (!PendingAttributes::TryToAdd(*ThreadContexts::Current(), name, value)) {
+        return;
+    }
     EventView event = AttributeEvent(MetricsEventType::Attribute, name, bits);
     event.value = value;
-    Bus::Emit(event);
+    Bus::EmitAttribute(event);
 }
 
 void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
@@ -96,7 +100,8 @@ void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits)
     const PairViews views(taken);
     EventView event = AttributeEvent(MetricsEventType::AttributePairs, name, bits);
     event.pairs = views.Span();
-    Bus::Emit(event);
+    // A list may be a layer, which the end of its scope takes back: refused, it would be missed.
+    Bus::EmitForSure(event);
 }
 
 }  // namespace Metrics

@@ -3,6 +3,7 @@
 #include "Bus.h"
 #include "ContextAnnouncement.h"
 #include "EventView.h"
+#include "PendingAttributes.h"
 #include "ThreadContexts.h"
 #include "ThreadSide.h"
 
@@ -119,7 +120,12 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
     if (isAdmitted) {
         const ScopeIdentity scope{id, m_contextId, m_flags};
         EventView event = scope.Event(MetricsEventType::OpenScope, name, 0, pairs);
-        Bus::Emit(event);
+        if (!Bus::TryToEmit(event)) {
+            Bus::CountRefusedScope();
+            m_id = id;
+            return;
+        }
+        PendingAttributes::AreTaken(*context);
     }
     // Only now: a scope whose beginning was lost sends no end either.
     m_id = id;
@@ -151,7 +157,7 @@ void Scope::Emit(MetricsEventType type, const ValueView& name, const ValueView& 
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
     EventView event = scope.Event(type, name, value);
-    Bus::Emit(event);
+    Bus::EmitAttribute(event);
 }
 
 void Scope::MultiEmitImpl(MetricsEventType type,
@@ -167,7 +173,7 @@ void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pai
     }
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
     EventView event = scope.Event(type, name, 0, pairs);
-    Bus::Emit(event);
+    Bus::EmitAttribute(event);
 }
 
 void Scope::SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions) {

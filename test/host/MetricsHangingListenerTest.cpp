@@ -25,6 +25,7 @@ using MetricsTest::Subscription;
 using MetricsTest::Work;
 using testing::Contains;
 using testing::IsEmpty;
+using testing::Not;
 using Clock = std::chrono::steady_clock;
 
 /// Does what it is told with each event, and says when it is destroyed.
@@ -78,7 +79,8 @@ TEST_F(MetricsHangingListenerTest, AListenerThatIsRemovedInItsOwnCallOutlivesThe
 }
 
 TEST_F(MetricsHangingListenerTest, AListenerThatIsRemovedWhileAnotherOneHangsIsNotCalledAfterIt) {
-    const RefCntPtr<IMetricsListener> newcomer = new RecordingListener;
+    const RefCntPtr<RecordingListener> recorder = new RecordingListener;
+    const RefCntPtr<IMetricsListener> newcomer(recorder.Get());
     std::atomic<bool> isDestroyed{false};
     std::atomic<int> calls{0};
     const Subscription first(*m_listener, flagTracing, false);
@@ -99,6 +101,9 @@ TEST_F(MetricsHangingListenerTest, AListenerThatIsRemovedWhileAnotherOneHangsIsN
 
     EXPECT_EQ(calls, 0);
     EXPECT_TRUE(isDestroyed);
+    EXPECT_THAT(recorder->Descriptions(), Not(Contains("create context")))
+        << "it starts with the next event";
+    EXPECT_THAT(recorder->Descriptions(), Contains("open context"));
     EXPECT_TRUE(Remove(newcomer));
 }
 

@@ -95,9 +95,7 @@ TEST_P(AsynchronousLastThreadTest, TheEndOfASessionAndOfTheProcessShareTheExitDe
 TEST_P(LastThreadTest, WhatMainIsDoneWithIsInTheLogThoughAnotherThreadEmitsMeanwhile) {
     constexpr int rounds = 20;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
-        Run("return-while-another-emits",
-            3,
-            {.count = 5, .pausePerLine = std::chrono::microseconds(1000)});
+        Run("return-while-another-emits", 3, {.count = 5});
 
         const ProcessLog log = Log();
         ExpectSoundLog(log);

@@ -4,6 +4,9 @@
 
 #include "cvlcoreplatform/host/LogBackEnd.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Delivery.h"
 
 #include <chrono>
@@ -74,7 +77,17 @@ int SessionEndsWhileLogHangs() {
     return 3;
 }
 
+/// Called before the monitor, which logs.
+class SlowListener : public Metrics::IMetricsListener {
+public:
+    void OnMetricsEvent(const Metrics::MetricsEvent&) override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+};
+
 int ReturnWhileAnotherEmits() {
+    Metrics::MetricsManager::GetInstance().AddConsumer(
+        new SlowListener, Metrics::flagTracing, false);
     TraceForEver();
     std::thread([] {
         for (;;) {

@@ -28,10 +28,11 @@ enum class WhenQueueIsFull {
     /// A scope that is to be opened while half of the queue is in use is not opened: it stays
     /// silent to its end and is counted. Whole scopes are missing then, never one end of them. So
     /// are metrics contexts that are made while three quarters are in use: a root with all its
-    /// scopes
-    /// until there is room again, a child context with all its scopes to its end. What belongs to
-    /// scopes that are open finds room in the other
-    /// half; should that be full as well, it waits.
+    /// scopes until there is room again, a child context with all its scopes to its end. Values and
+    /// attributes of what is open are refused and counted one by one when only the last quarter is
+    /// free: that one is left to what cannot be missing, the ends of scopes and contexts and the
+    /// custom context attributes that an end takes back. Should it be full as well, these wait, and
+    /// nothing else does.
     Refuse,
 };
 
@@ -39,11 +40,25 @@ struct DeliveryOptions {
     DeliveryMode mode = DeliveryMode::Synchronous;
     WhenQueueIsFull whenFull = WhenQueueIsFull::Wait;
 
-    /// The room of each emitting thread's queue, rounded up to a power of two, 16 KiB at least. A
-    /// scope with three short attributes takes about one KiB. Queues that exist keep their size.
+    /// The room of each emitting thread's queue, rounded up to a power of two, 16 KiB at least and
+    /// 256 MiB at most. A scope with three short attributes takes about one KiB. An event of more
+    /// than 4 KiB takes its memory elsewhere, which counts as well; one that is larger than the
+    /// whole queue has to wait until there is no other such event in it. Queues that exist keep
+    /// their size.
     std::size_t queueBytes = std::size_t{256} << 10;
 
-    /// How long the end of the process waits until everything is delivered.
+    /// How many queues of threads that have ended are kept for the next threads. The others' memory
+    /// is given back once they are empty.
+    std::size_t keptQueues = 4;
+
+    /// How many bytes the attributes may take that are set on a metrics context by `AttributeImpl`
+    /// before its next scope. What is beyond is refused and counted, in every mode.
+    std::size_t pendingAttributeBytes = std::size_t{64} << 10;
+
+    /// How long the end of the process waits until everything is delivered, and how long a listener
+    /// that comes or goes waits for one that is busy. Too long means without limit, negative means
+    /// not at all. Once somebody has waited that long in vain, nobody waits again until all that is
+    /// queued is delivered: the whole end of a process takes it once.
     std::chrono::milliseconds exitDeadline{5000};
 };
 
@@ -52,16 +67,18 @@ CVLMETRICS_API void SetDelivery(const DeliveryOptions& options);
 
 CVLMETRICS_API DeliveryOptions GetDelivery() noexcept;
 
-/// Waits until all that was emitted before the call is delivered and handed on by the log's back
-/// end, for `deadline` at the most, also if a consumer hangs. Whether it has come to that. Always
-/// false when it is called by a consumer during a delivery, which it cannot wait for.
+/// Waits until all that was emitted before the call has been through all consumers and is handed on
+/// by the log's back end, for `deadline` at the most, also if a consumer hangs. Whether it has come
+/// to that. Too long a deadline means without limit, a negative one not at all. With synchronous
+/// delivery the calling thread does it itself, and a back end that hangs in its own flush holds it
+/// up. Always false when it is called by a consumer during a delivery, which it cannot wait for.
 CVLMETRICS_API bool Flush(std::chrono::milliseconds deadline) noexcept;
 
 /// As `Flush`, and ends the delivering thread. What is emitted afterwards is delivered
 /// synchronously. If it returns false, the delivering thread goes on as long as the process lives;
 /// what is emitted afterwards is lost and counted, so that nobody waits for a consumer that hangs.
 /// The end of the process (return from main, `exit`, `quick_exit`) calls it with the chosen
-/// deadline. `SetDelivery` begins anew.
+/// deadline, unless one has given up already. `SetDelivery` begins anew.
 CVLMETRICS_API bool Shutdown(std::chrono::milliseconds deadline) noexcept;
 
 }  // namespace Metrics
