@@ -81,7 +81,7 @@ int SessionEndsWhileLogHangs() {
 class SlowListener : public Metrics::IMetricsListener {
 public:
     void OnMetricsEvent(const Metrics::MetricsEvent&) override {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
     }
 };
 
@@ -92,7 +92,7 @@ int ReturnWhileAnotherEmits() {
     std::thread([] {
         for (;;) {
             Work(1, 1);
-            std::this_thread::sleep_for(std::chrono::microseconds(20));
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }).detach();
     while (GetSubject().progress->Ended(1) < 10) {
