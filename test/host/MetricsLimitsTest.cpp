@@ -151,7 +151,8 @@ TEST_F(MetricsLimitsTest, RefusingNoCallWaitsForAnAttributeAndWhatIsMissingIsCou
         for (int i = 0; i < values; ++i) {
             scope.EmitImpl(MetricsEventType::NameValue, "rows", i);
             Metrics::AttributeImpl("user", "ann", flagTracing);
-            const std::size_t length = i < values / 2 ? 1 : 10'000;
+            // The second one finds room for its record, and none for what it takes on the heap.
+            const std::size_t length = i < 2 ? 10'000 : 1;
             scope.MultiEmitImpl(
                 MetricsEventType::NameValuePairs, "list", {{"text", std::string(length, 'x')}});
         }
