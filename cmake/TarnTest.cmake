@@ -4,7 +4,8 @@
 #                             private headers; never both, for there must be one copy of the state
 #     [INCLUDES <folder>...]
 #     [LABEL <label>]
-#     [TIMEOUT <seconds>])
+#     [TIMEOUT <seconds>]
+#     [OPTIMISED])            its own work takes longer than compiling it: without TARN_TEST_FLAGS
 #
 # One GoogleTest program, each of whose tests is a test of ctest; with TARN_TEST_BY_PROGRAM the whole
 # program is one, which spares a thousand starts of a process that a sanitizer makes slow. Test
@@ -14,8 +15,35 @@ find_package(nlohmann_json REQUIRED)
 find_package(Threads REQUIRED)
 include(GoogleTest)
 
+set(TARN_TEST_FLAGS "" CACHE STRING "Compiler flags of the test programs, after all others")
+separate_arguments(tarn_test_flags UNIX_COMMAND "${TARN_TEST_FLAGS}")
+
+# The headers of GoogleTest are most of what a compiler reads for a test. With GCC they are compiled
+# once, for all test programs; scripts/common.sh and the presets tell ccache that it may keep what is
+# compiled with them. Other compilers read them in each test: what one forgets to include is noticed
+# there.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "int main() {}\n" @ONLY)
+    add_executable(tarn_test_headers EXCLUDE_FROM_ALL "${PROJECT_BINARY_DIR}/test_headers.cpp")
+    tarn_configure_target(tarn_test_headers)
+    target_compile_options(tarn_test_headers PRIVATE ${tarn_test_flags})
+    target_link_libraries(tarn_test_headers PRIVATE GTest::gmock GTest::gtest_main)
+    target_precompile_headers(tarn_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
+
+# Flags and precompiled headers of a test program.
+function(tarn_configure_test name)
+    tarn_configure_target(${name})
+    target_compile_options(${name} PRIVATE ${tarn_test_flags})
+    if(TARGET tarn_test_headers)
+        target_precompile_headers(${name} REUSE_FROM tarn_test_headers)
+        # ccache asks for it.
+        target_compile_options(${name} PRIVATE -fpch-preprocess)
+    endif()
+endfunction()
+
 function(tarn_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL;TIMEOUT" "SOURCES;LIBRARIES;INCLUDES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMISED" "LABEL;TIMEOUT" "SOURCES;LIBRARIES;INCLUDES")
     if(arg_UNPARSED_ARGUMENTS)
         message(FATAL_ERROR "tarn_add_test(${name}): unknown arguments ${arg_UNPARSED_ARGUMENTS}")
     endif()
@@ -29,7 +57,11 @@ function(tarn_add_test name)
         set(arg_TIMEOUT 300)
     endif()
     add_executable(${name} ${arg_SOURCES})
-    tarn_configure_target(${name})
+    if(arg_OPTIMISED AND tarn_test_flags)
+        tarn_configure_target(${name})
+    else()
+        tarn_configure_test(${name})
+    endif()
     target_include_directories(${name} PRIVATE ${arg_INCLUDES})
     target_link_libraries(
         ${name}

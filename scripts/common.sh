@@ -5,6 +5,8 @@ jobs=$(nproc 2>/dev/null || echo 2)
 
 # Checkouts in different places share what ccache keeps.
 export CCACHE_BASEDIR=$project_root CCACHE_NOHASHDIR=1
+# So that it keeps what is compiled with precompiled headers.
+export CCACHE_SLOPPINESS=pch_defines,time_macros
 
 die() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2
