@@ -383,6 +383,54 @@ struct Expected {
     uint32 releases = 0;
 };
 
+// Counts how often a frame was folded into it.
+class FoldCounter : public MemoryCounter {
+public:
+    void Fold(const ThreadMemoryCounters& frame, uint64 base) noexcept override {
+        ++folds;
+        MemoryCounter::Fold(frame, base);
+    }
+
+    int folds = 0;
+};
+
+TEST_F(SysMemoryTrackingTest, WithTrackingOffTheEndOfAFrameTouchesNoneAround) {
+    SetMemoryTrackingMode(MemoryTrackingOff);
+    FoldCounter outer;
+    FoldCounter inner;
+    {
+        const MemoryScope outerScope(&outer);
+        { const MemoryScope innerScope(&inner); }
+
+        EXPECT_EQ(inner.folds, 1);
+        EXPECT_EQ(outer.folds, 0);
+    }
+    EXPECT_EQ(outer.folds, 1);
+}
+
+TEST_F(SysMemoryTrackingTest, WhatWasCountedBeforeTrackingWasSwitchedOffIsPassedOn) {
+    SetMemoryTrackingMode(MemoryTrackingAll);
+    MemoryCounter outer;
+    MemoryCounter middle;
+    MemoryCounter inner;
+    {
+        const MemoryScope outerScope(&outer);
+        const MemoryScope middleScope(&middle);
+        {
+            const MemoryScope innerScope(&inner);
+            ChargeAllocation(100);
+            ChargeRelease(100);
+            SetMemoryTrackingMode(MemoryTrackingOff);
+        }
+    }
+
+    EXPECT_EQ(middle.Allocated(), 100u);
+    EXPECT_EQ(middle.AllocatedPeakUsed(), 100u);
+    EXPECT_EQ(outer.Allocated(), 100u);
+    EXPECT_EQ(outer.AllocatedPeakUsed(), 100u);
+    EXPECT_EQ(outer.DeallocatedCount(), 1u);
+}
+
 TEST_F(SysMemoryTrackingTest, FiguresOfRandomNestingsAreExact) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << seed);

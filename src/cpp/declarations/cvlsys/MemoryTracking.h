@@ -131,10 +131,14 @@ private:
     static constexpr const char* sourceFile = "cvlsys/MemoryTracking";
 
     // Figures are inclusive: every enclosing counter receives them too, with what was in use
-    // below this frame as the base of its peak.
+    // below this frame as the base of its peak. Without tracking there is nothing to give on, and
+    // an end must not cost more the deeper it lies.
     void FoldIntoCounters() const {
         if (m_frame.counter != nullptr) {
             m_frame.counter->Fold(m_frame, 0);
+        }
+        if (HasCountedNothing() && GetMemoryTrackingMode() == MemoryTrackingOff) {
+            return;
         }
         uint64 base = 0;
         for (const ThreadMemoryCounters* enclosing = m_frame.parentThreadMemoryCounters;
@@ -145,6 +149,13 @@ private:
                 enclosing->counter->Fold(m_frame, base);
             }
         }
+    }
+
+    // Figures from before tracking was switched off still count.
+    bool HasCountedNothing() const noexcept {
+        return (m_frame.allocated | m_frame.allocatedCount | m_frame.deallocated |
+                m_frame.deallocatedCount | m_frame.inUse) == 0 &&
+               m_frame.peakInUse == 0;
     }
 
     ThreadMemoryCounters m_frame;
