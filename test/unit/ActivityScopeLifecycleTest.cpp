@@ -144,6 +144,16 @@ TEST_F(ActivityScopeLifecycleTest, TheFirstScopeOnAThreadMakesAMetricsContextAnd
     EXPECT_EQ(afterwards, 0U);
 }
 
+TEST_F(ActivityScopeLifecycleTest, TheEventsOfAnOwnedMetricsContextCarryNoFlags) {
+    OnAnotherThread([] { const ActivityScope scope("load", Traits(uint64{1} << 3)); });
+
+    for (const MetricsEventType type : {MetricsEventType::CreateContext,
+                                        MetricsEventType::OpenContext,
+                                        MetricsEventType::CloseContext}) {
+        EXPECT_EQ(m_events->First(type).flags, 0U) << static_cast<uint32>(type);
+    }
+}
+
 TEST_F(ActivityScopeLifecycleTest, ScopesWithinTheFirstShareItsMetricsContext) {
     OnAnotherThread([] {
         const ActivityScope first("first");
@@ -253,10 +263,14 @@ TEST_F(ActivityScopeLifecycleTest, AScopeWhoseBitsNobodyWantsStaysSilent) {
 TEST_F(ActivityScopeLifecycleTest, TheCallersFlagsCanBeWhatAListenerWants) {
     StopListening(m_events);
     const auto others = Listen(uint64{1} << 3, false);
-    { const ActivityScope scope("load", Traits(uint64{1} << 3)); }
+    for (const bool foreground : {false, true}) {
+        OptTarn::SetIsForegroundThreadContextEnabled(foreground);
+        others->Clear();
+        { const ActivityScope scope("load", Traits(uint64{1} << 3)); }
 
-    EXPECT_EQ(others->Count(MetricsEventType::OpenScope), 1U);
-    EXPECT_EQ(others->Count(MetricsEventType::CloseScope), 1U);
+        EXPECT_EQ(others->Count(MetricsEventType::OpenScope), 1U) << foreground;
+        EXPECT_EQ(others->Count(MetricsEventType::CloseScope), 1U) << foreground;
+    }
 }
 
 TEST_F(ActivityScopeLifecycleTest, CreationDoesNotAskWhetherTracingIsEnabled) {
