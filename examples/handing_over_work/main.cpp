@@ -1,31 +1,15 @@
 // Work that goes on in another thread stays part of its activity.
+#include "tarn/ActivityHandOver.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/OptTarn.h"
-#include "tarn/ThreadContextPropagator.h"
 #include "tarn/TracingSession.h"
-
-#include "cvlmetrics/Context.h"
 
 #include <thread>
 
 namespace {
 
-/// What the work takes along: the activity that it belongs to, and a metrics context of its own,
-/// a child of the one it comes from. By the first its scopes get their ids, by the second the log
-/// knows their sponsor, their user and their request.
-struct Task {
-    tarn::ThreadContextPropagator propagator;
-    uint64 contextId = Metrics::Context::Create(false);
-};
-
-void Run(const Task& task) {
-    Metrics::Context context(0, task.contextId);
-    context.OpenScope();
-    const tarn::ActivityScope work("work",
-                                   tarn::CustomContext(Metrics::NameValueList()),
-                                   tarn::Traits(),
-                                   {{"piece", 1}},
-                                   {task.propagator.GetContext(), false});
+void Run(const tarn::ActivityHandOver& handOver) {
+    const tarn::ActivityHandOver::Run work(handOver, "work", {{"piece", 1}});
     const tarn::ActivityScope part("part-of-work");
 }
 
@@ -37,6 +21,8 @@ int main() {
     const tarn::TracingSession session;
     const tarn::ActivityScope serve("serve");
     const tarn::ActivityScope step("step");
-    std::thread worker(Run, Task());
+    // What the work takes along: the activity that it belongs to, and what the log needs to know
+    // its sponsor, its user and its request.
+    std::thread worker(Run, tarn::ActivityHandOver());
     worker.join();
 }

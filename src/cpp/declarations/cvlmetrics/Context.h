@@ -9,7 +9,8 @@ namespace Metrics {
 
 /// A metrics context: the unit of work whose events arrive in order. Its creator owns it. It may
 /// be destroyed on any thread; apart from that one thread uses it at a time, and the threads hand
-/// it over with `DetachFromThread` and `AttachToThread`.
+/// it over with `DetachFromThread` and `AttachToThread`. One that is not open for scopes may be
+/// current on several threads at once, for them to create children of it.
 class CVLMETRICS_API Context {
 public:
     /// Makes the id of a new context, never 0, and announces it: a root with `isRoot`, else a

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "tarn/ActivityScope.h"
+#include "tarn/Export.h"
+#include "tarn/Traits.h"
+
+#include "cvlmetrics/Context.h"
+#include "cvlmetrics/MetricsValue.h"
+
+#include <memory>
+
+namespace tarn {
+
+/// Work that leaves its thread takes this along: the activity that it belongs to, and a metrics
+/// context by which the log knows its sponsor, its request and its user. Make it where the work is
+/// handed over, keep it in the work, and begin a `Run` where the work is done:
+///
+///     pool.Submit([handOver = tarn::ActivityHandOver()] {
+///         tarn::ActivityHandOver::Run run(handOver, "work", {{"piece", 1}});
+///         ...
+///     });
+///
+/// Work may run any number of times, on any threads and at once; each run is an activity of its
+/// own. Copies share what is held, and the last one frees it: work that never runs leaves nothing
+/// behind. Any thread may copy, run and destroy one. Making one throws `std::bad_alloc` when memory
+/// runs out.
+class TARN_EXPORT ActivityHandOver {
+public:
+    /// Captures the calling thread's current activity. Where none is current, each run begins a
+    /// tree of its own; so do runs of a hand-over that was moved from.
+    ActivityHandOver();
+
+    class Run;
+
+private:
+    struct Origin;
+
+    std::shared_ptr<Origin> m_origin;
+};
+
+/// One run of work that was handed over: a scope, in a metrics context of its own. It needs the
+/// hand-over during its construction only. Like a scope it belongs to the thread that made it, and
+/// runs of one thread end in the reverse order of their beginnings. A run whose type is `Untracked`
+/// may move to another thread and overlap others.
+class TARN_EXPORT ActivityHandOver::Run {
+public:
+    /// Throws what the constructors of `ActivityScope` throw. The list is empty afterwards.
+    Run(const ActivityHandOver& handOver,
+        const char* name,
+        Metrics::NameValueList&& attributes = {});
+    Run(const ActivityHandOver& handOver,
+        const char* name,
+        Traits traits,
+        Metrics::NameValueList&& attributes = {});
+
+    /// Ends the activity, as the destructor of a scope does.
+    ~Run() = default;
+
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    /// For attributes and results. To move, use the operations below: the scope alone is not all.
+    ActivityScope& Scope() noexcept { return m_scope; }
+
+    /// Makes the run current on the calling thread, above what is there: what begins there belongs
+    /// to it. Throws `std::bad_alloc`.
+    void AttachToThread();
+
+    /// Takes the run off the calling thread. Scopes that began in it there must have ended.
+    void DetachFromThread();
+
+private:
+    struct OpenContext {
+        explicit OpenContext(const ActivityHandOver& handOver);
+
+        Metrics::Context context;
+    };
+
+    // The scope ends before its context does.
+    OpenContext m_context;
+    ActivityScope m_scope;
+};
+
+}  // namespace tarn
