@@ -1,10 +1,12 @@
 // An activity that goes on in another service: the caller writes headers, the callee takes over
 // the context that they describe.
-#include "tarn/ActivityContextProxy.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/ActivityTracer.h"
 #include "tarn/OptTarn.h"
 #include "tarn/TracingSession.h"
+
+#include "cvlsys/MemoryTracking.h"
+#include "cvlsys/TAllocate.h"
 
 #include <iostream>
 #include <map>
@@ -27,26 +29,32 @@ private:
     Headers& m_headers;
 };
 
-/// The callee's side: the root stands before the first colon; the activity is one deeper.
+std::string Find(const Headers& headers, const char* name) {
+    const auto found = headers.find(name);
+    return found == headers.end() ? std::string() : found->second;
+}
+
+/// The callee's side. Headers come from outside: what the caller's tracer would not have written is
+/// refused, and the request begins a tree of its own.
 void Serve(const Headers& headers) {
-    const std::string trace = headers.at("corvala-trace-id");
-    const TString root(trace.substr(0, trace.find(':')));
-    const int depth = std::stoi(headers.at("corvala-extra-depth")) + 1;
-    tarn::ActivityContextProxy activity("serve",
-                                        {{u"path", u"/prices"}},
-                                        {{u"rid", u"-"},
-                                         {u"__root__", root},
-                                         {u"activityId", tarn::ActivityContext::NewTarnId()},
-                                         {u"sponsorId", root},
-                                         {u"depth", TString::number(depth)},
-                                         {u"sDepth", u"1"}});
+    const auto context =
+        tarn::ActivityTracer::ExtractContext(Find(headers, tarn::ActivityTracer::traceIdHeader),
+                                             Find(headers, tarn::ActivityTracer::extraDepthHeader));
+    const tarn::ActivityScope serve("serve",
+                                    tarn::CustomContext(Metrics::NameValueList()),
+                                    tarn::Traits(),
+                                    {{"path", "/prices"}},
+                                    context.value_or(tarn::ActivityContextInitializer()));
     const tarn::ActivityScope lookup("lookup");
+    TFree(TMalloc(504));
 }
 
 }  // namespace
 
 int main() {
     OptTarn::SetIsForegroundThreadContextEnabled(true);
+    OptTarn::SetIsTarnPlatforms(true);  // end events carry the figures
+    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
     const tarn::TracingSession session;
 
     Headers headers;
@@ -59,4 +67,7 @@ int main() {
         std::cout << name << ": " << value << std::endl;
     }
     Serve(headers);
+
+    Serve({{"corvala-trace-id", "\r\nSet-Cookie: x"}, {"corvala-extra-depth", "99999999999"}});
+    std::cout << "refused headers: " << tarn::ActivityTracer::GetRefusedHeaders() << std::endl;
 }
