@@ -165,6 +165,9 @@ ActivityScope::~ActivityScope() noexcept {
 
 bool ActivityScope::TurnOn(const char* name) {
     m_off = IsEitherOff(m_traits.rank, NameOrEmpty(name));
+    if (!m_off && m_trackResources) {
+        KeepForMisuse(NameOrEmpty(name));
+    }
     return !m_off;
 }
 

@@ -1,12 +1,15 @@
 // Memory and processor time that a scope uses.
 #include "ActivityTokenText.h"
 #include "LogicAssert.h"
+#include "MisusedScope.h"
 
 #include "tarn/ActivityScope.h"
 
+#include "cvlsys/CorvalaException.h"
 #include "cvlsys/TSystem.h"
 
 #include <cstddef>
+#include <cstring>
 
 namespace tarn {
 namespace {
@@ -31,13 +34,26 @@ void ActivityScope::InitializeResourceTracking() {
     m_memoryScope.Make(&m_memoryCounter);
 }
 
+// A broken invariant ends the process. The scope's name and its threads are known here only.
 void ActivityScope::ReleaseResources() {
-    if (!m_trackResources && (m_memoryScope.IsMade() || m_cpuScope.IsMade())) {
-        RaiseLogicAssert(
-            sourceFile, 249, "m_trackResources || (!m_memoryScope && !m_cpuScope)", 0xDDDE9A38);
+    try {
+        if (!m_trackResources && (m_memoryScope.IsMade() || m_cpuScope.IsMade())) {
+            RaiseLogicAssert(
+                sourceFile, 249, "m_trackResources || (!m_memoryScope && !m_cpuScope)", 0xDDDE9A38);
+        }
+        m_memoryScope.End();
+        m_cpuScope.End();
+    } catch (const LogicException& broken) {
+        ReportMisusedScope(m_name, sizeof m_name, m_threadAtBegin, broken);
+        throw;
     }
-    m_memoryScope.End();
-    m_cpuScope.End();
+}
+
+void ActivityScope::KeepForMisuse(const char* name) noexcept {
+    m_threadAtBegin = TSystem::ThreadID();
+    const std::size_t length = ::strnlen(name, sizeof m_name - 1);
+    std::memcpy(m_name, name, length);
+    m_name[length] = '\0';
 }
 
 // The thread's id, the figures, memory before processor time, and the end. The end event always

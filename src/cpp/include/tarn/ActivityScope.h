@@ -15,6 +15,7 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/MemoryTracking.h"
 
+#include <cstddef>
 #include <initializer_list>
 #include <list>
 #include <memory>
@@ -67,8 +68,9 @@ public:
     ActivityScope& operator=(const ActivityScope&) = delete;
 
     /// Ends the scope. An exception that is under way and was not reported before is recorded as
-    /// an early termination. Ends the process when a measured scope ends on another thread than
-    /// it began on, or out of order.
+    /// an early termination. Ends the process when a measured scope (any but an `Untracked` one,
+    /// whether tracking is on or not) ends on another thread than it began on, or out of order; a
+    /// line on standard error then says which scope it is and what to use instead.
     ~ActivityScope() noexcept;
 
     /// Adds attributes, which stand in the end event.
@@ -82,7 +84,8 @@ public:
     /// Marks the work as canceled, with more pairs that say why. The last report counts.
     void Cancel(Metrics::NameValueList&& attributes);
 
-    /// Adds context attributes that hold until the scope ends.
+    /// Adds context attributes that hold until the scope ends; those whose names are mapped to
+    /// attributes of the request hold until the request does.
     void AddContext(CustomContext&& context);
 
     /// Null for a scope that is off, and while foreground thread contexts are disabled.
@@ -137,6 +140,7 @@ private:
     void LeaveActivityContext();
     void ReportEarlyTermination();
     void ReleaseResources();
+    void KeepForMisuse(const char* name) noexcept;
 
     void AddToScope(Metrics::PairSpan attributes);
     void AddLogToScope(Metrics::PairSpan attributes);
@@ -162,6 +166,11 @@ private:
     Status m_status = Status::None;
     std::list<Metrics::MetricsCloseScopeActions> m_postCloseEvents;
     Traits m_traits;
+    // Of a measured scope, for the line that is written before its misuse ends the process; a
+    // longer name is cut.
+    static constexpr std::size_t nameSize = 56;
+    uint64 m_threadAtBegin = 0;
+    char m_name[nameSize];
 };
 
 }  // namespace tarn

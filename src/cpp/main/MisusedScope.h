@@ -1,0 +1,18 @@
+#pragma once
+
+#include "cvlsys/CorvalaException.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
+
+namespace tarn {
+
+/// Says on standard error, in one line, which measured scope was used in a way that ends the
+/// process, on which threads, and what to use instead. `name` ends with a NUL; one that fills
+/// `room` was cut. Called on the thread that the scope ended on.
+void ReportMisusedScope(const char* name,
+                        std::size_t room,
+                        uint64 threadAtBegin,
+                        const LogicException& broken) noexcept;
+
+}  // namespace tarn
