@@ -111,7 +111,7 @@ std::string_view JsonLine::End() {
 void JsonLine::WriteTime(TLog::EventTimePoint time) {
     // In microseconds, because the second that the earliest times lie in begins before the first
     // tick.
-    const auto rounded = std::chrono::floor<std::chrono::microseconds>(time);
+    const auto rounded = ClampToForm(time);
     const auto second = std::chrono::floor<std::chrono::seconds>(rounded);
     if (second != m_second) {
         m_secondText = FormatUtcUpToSecond(second);

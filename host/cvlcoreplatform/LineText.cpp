@@ -89,7 +89,31 @@ void LineText::AppendEscaped(std::u16string_view text) {
     m_escaper->escaped.Clear();
     m_escaper->writer.Reset(m_escaper->escaped);
     m_escaper->writer.String(m_escaper->utf8.data(), m_escaper->utf8.size());
-    Append(std::string_view(m_escaper->escaped.GetString(), m_escaper->escaped.GetSize()));
+    AppendWithoutControls(
+        std::string_view(m_escaper->escaped.GetString(), m_escaper->escaped.GetSize()));
+}
+
+void LineText::AppendWithoutControls(std::string_view json) {
+    constexpr char del = '\x7F';
+    constexpr char leadOfUpperControls = '\xC2';
+    constexpr char lastUpperControl = '\x9F';
+    constexpr std::string_view hexDigits = "0123456789ABCDEF";
+    std::size_t done = 0;
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        const bool isUpper = json[i] == leadOfUpperControls && i + 1 < json.size() &&
+                             json[i + 1] <= lastUpperControl;
+        if (json[i] != del && !isUpper) {
+            continue;
+        }
+        Append(json.substr(done, i - done));
+        i += isUpper ? 1 : 0;
+        const auto code = static_cast<unsigned char>(json[i]);
+        Append("\\u00");
+        Append(hexDigits[code / hexDigits.size()]);
+        Append(hexDigits[code % hexDigits.size()]);
+        done = i + 1;
+    }
+    Append(json.substr(done));
 }
 
 void LineText::AppendNumber(int64 value) {

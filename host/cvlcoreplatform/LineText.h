@@ -24,7 +24,8 @@ public:
 };
 
 /// The characters of a line, and how values are written in JSON. Texts that stand in JSON as they
-/// are, as nearly all names, ids and values do, are copied at once; all others RapidJSON escapes.
+/// are, as nearly all names, ids and values do, are copied at once; all others RapidJSON escapes,
+/// but for the control characters that JSON allows (U+007F to U+009F): a terminal may obey them.
 /// Memory that an ordinary line needs is kept for the next one. Throws `std::bad_alloc`, with part
 /// of a value written perhaps.
 class LineText {
@@ -89,6 +90,7 @@ private:
 
     void Grow(std::size_t bytes);
     void AppendEscaped(std::u16string_view text);
+    void AppendWithoutControls(std::string_view json);
 
     std::unique_ptr<char[]> m_characters;
     std::size_t m_length = 0;

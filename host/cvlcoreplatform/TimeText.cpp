@@ -14,16 +14,17 @@ using std::chrono::minutes;
 using std::chrono::seconds;
 using std::chrono::sys_time;
 
+// The form has four digits for the year.
+constexpr sys_time<microseconds> earliest = std::chrono::sys_days(std::chrono::year{0} / 1 / 1);
+constexpr sys_time<microseconds> latest =
+    std::chrono::sys_days(std::chrono::year{10'000} / 1 / 1) - microseconds{1};
+
 void AppendDateAndTime(TimeText& text, sys_time<seconds> time) noexcept {
     // The library's calendar, because the C functions take a lock that all threads share.
     const auto day = std::chrono::floor<std::chrono::days>(time);
     const std::chrono::year_month_day date(day);
     const std::chrono::hh_mm_ss clock(time - day);
-    const int year = static_cast<int>(date.year());
-    if (year < 0) {
-        text.Append('-');
-    }
-    text.AppendNumber(static_cast<unsigned>(std::abs(year)), 4);
+    text.AppendNumber(static_cast<unsigned>(static_cast<int>(date.year())), 4);
     text.Append('-');
     text.AppendNumber(static_cast<unsigned>(date.month()), 2);
     text.Append('-');
@@ -67,6 +68,10 @@ void TimeText::AppendNumber(unsigned value, unsigned width) noexcept {
     m_length += digits;
 }
 
+sys_time<microseconds> ClampToForm(TLog::EventTimePoint time) noexcept {
+    return std::clamp(std::chrono::floor<microseconds>(time), earliest, latest);
+}
+
 TimeText FormatUtcUpToSecond(std::chrono::sys_seconds time) noexcept {
     TimeText text;
     AppendDateAndTime(text, time);
@@ -74,10 +79,10 @@ TimeText FormatUtcUpToSecond(std::chrono::sys_seconds time) noexcept {
 }
 
 TimeText FormatLocal(TLog::EventTimePoint time) noexcept {
-    const auto utc = std::chrono::floor<microseconds>(time);
+    const auto utc = ClampToForm(time);
     const minutes offset = OffsetFromUtc(utc);
     TimeText text;
-    AppendDateAndTime(text, utc + offset);
+    AppendDateAndTime(text, std::clamp(utc + offset, earliest, latest));
     text.Append(offset < minutes(0) ? '-' : '+');
     const auto distance = static_cast<unsigned>(std::abs(offset.count()));
     text.AppendNumber(distance / 60, 2);

@@ -24,10 +24,13 @@ private:
     std::size_t m_length = 0;
 };
 
-/// "2026-02-01T12:00:00"
+/// The nearest time that the form can say, from the year 0000 to 9999.
+std::chrono::sys_time<std::chrono::microseconds> ClampToForm(TLog::EventTimePoint time) noexcept;
+
+/// "2026-02-01T12:00:00", for a time that the form can say.
 TimeText FormatUtcUpToSecond(std::chrono::sys_seconds time) noexcept;
 
-/// "2026-02-01T13:00:00.250000+01:00", in the time zone of the process.
+/// "2026-02-01T13:00:00.250000+01:00", in the time zone of the process; clamped to the form.
 TimeText FormatLocal(TLog::EventTimePoint time) noexcept;
 
 }  // namespace cvlcoreplatform

@@ -3,6 +3,7 @@
 #include "cvlsys/TSystem.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
@@ -130,8 +131,8 @@ TEST(CorePlatformJsonLineTest, TimesAreWrittenInUtcWithMicroseconds) {
     EXPECT_EQ(time(-1), "1969-12-31T23:59:59.999999Z");
     EXPECT_EQ(time(17'091'648'000'000'000), "2024-02-29T00:00:00.000000Z");
     EXPECT_EQ(time(2'534'023'007'999'999'999), "9999-12-31T23:59:59.999999Z");
-    EXPECT_EQ(time(std::numeric_limits<int64>::min()), "-27258-04-19T21:11:54.522419Z");
-    EXPECT_EQ(time(std::numeric_limits<int64>::max()), "31197-09-14T02:48:05.477580Z");
+    EXPECT_EQ(time(std::numeric_limits<int64>::min()), "0000-01-01T00:00:00.000000Z");
+    EXPECT_EQ(time(std::numeric_limits<int64>::max()), "9999-12-31T23:59:59.999999Z");
 }
 
 TEST(CorePlatformJsonLineTest, FieldsOfATableAreSortedByTheCodeUnitsOfTheirNames) {
@@ -275,11 +276,39 @@ TEST(CorePlatformJsonLineTest, RandomRealNumbersReadBackAsTheSame) {
     }
 }
 
+TEST(CorePlatformJsonLineTest, ControlCharactersThatJsonAllowsAreEscapedToo) {
+    EXPECT_EQ(WrittenAs(Text(u"a\u007Fb")), R"("a\u007Fb")");
+    EXPECT_EQ(WrittenAs(Text(u"\u0080\u009B31m\u009F")), R"("\u0080\u009B31m\u009F")");
+    EXPECT_EQ(WrittenAs(Text(u"\u007E\u00A0\u00FF\u0100\u20AC\u027F")),
+              "\"~\u00A0\u00FF\u0100\u20AC\u027F\"");
+    EXPECT_EQ(NamesOf(Json::parse(LineOf({{u"n\u0085", Text(u"")}}))["body"]),
+              std::vector<std::string>{"n\u0085"});
+    EXPECT_EQ(LineOf({{u"n\u0085", Text(u"")}}).find('\x85'), std::string::npos);
+}
+
+TEST(CorePlatformJsonLineTest, YearsThatTheFormCannotSayAreCutToThoseItCan) {
+    const auto timeOf = [](EventTimePoint now) {
+        return Json::parse(FormatJsonLine(Info, TString(), now))["time"].get<std::string>();
+    };
+    const auto at = [](int year, int month, int day) {
+        return EventTimePoint(
+            std::chrono::sys_days(std::chrono::year{year} / month / day).time_since_epoch());
+    };
+    constexpr EventTimePoint::duration tick{1};
+
+    EXPECT_EQ(timeOf(at(10'000, 1, 1) - tick), "9999-12-31T23:59:59.999999Z");
+    EXPECT_EQ(timeOf(at(10'000, 1, 1)), "9999-12-31T23:59:59.999999Z");
+    EXPECT_EQ(timeOf(EventTimePoint::max()), "9999-12-31T23:59:59.999999Z");
+    EXPECT_EQ(timeOf(at(0, 1, 1)), "0000-01-01T00:00:00.000000Z");
+    EXPECT_EQ(timeOf(at(0, 1, 1) - tick), "0000-01-01T00:00:00.000000Z");
+    EXPECT_EQ(timeOf(EventTimePoint::min()), "0000-01-01T00:00:00.000000Z");
+}
+
 TEST(CorePlatformJsonLineTest, QuotesBackslashesAndControlCharactersAreEscaped) {
     EXPECT_EQ(WrittenAs(Text(u"say \"hi\" \\ /")), R"("say \"hi\" \\ /")");
     EXPECT_EQ(WrittenAs(Text(u"\b\f\n\r\t")), R"("\b\f\n\r\t")");
     EXPECT_EQ(WrittenAs(Text(std::u16string(u"a\0b", 3))), R"("a\u0000b")");
-    EXPECT_EQ(WrittenAs(Text(u"\u001F\u007F")), "\"\\u001F\x7F\"");
+    EXPECT_EQ(WrittenAs(Text(u"\u001F\u007F")), R"("\u001F\u007F")");
     EXPECT_EQ(WrittenAs(Text(u"")), "\"\"");
 }
 
