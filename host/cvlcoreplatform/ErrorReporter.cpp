@@ -1,9 +1,10 @@
 #include "ErrorReporter.h"
 
-#include "PipeSignal.h"
+#include "LineOutput.h"
 
+#include <atomic>
 #include <cerrno>
-#include <poll.h>
+#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 
@@ -11,16 +12,17 @@ namespace cvlcoreplatform {
 
 namespace {
 
-// One call, so that the line stays in one piece; there is nobody to tell if it fails. Nor is it
-// worth waiting for whoever reads the stream, or ending the host when nobody does.
+// Where the stream is closed when the library is loaded, or later, its number may belong to a file
+// of the host's.
+std::atomic<bool> s_hasStandardError{fcntl(STDERR_FILENO, F_GETFD) >= 0};
+
+// There is nobody to tell if it fails. Nor is it worth waiting for whoever reads the stream, or
+// ending the host when nobody does.
 void WriteToStandardError(const std::string& line) noexcept {
-    pollfd stream{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&stream, 1, 0) <= 0) {
-        return;
-    }
-    const PipeSignalGuard guard;
-    if (write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EPIPE) {
-        guard.TakeBack();
+    constexpr std::chrono::milliseconds noWait{0};
+    if (s_hasStandardError.load(std::memory_order_relaxed) &&
+        WriteLine(STDERR_FILENO, OutputKind::Stream, line, false, noWait).error == EBADF) {
+        s_hasStandardError.store(false, std::memory_order_relaxed);
     }
 }
 
@@ -39,7 +41,7 @@ bool ErrorReporter::Report(Clock::time_point now,
     try {
         std::string line("log: ");
         line.append(what).append(": ").append(reason).append(", ").append(std::to_string(total));
-        line.append(" so far\n");
+        line.append(" so far");
         WriteToStandardError(line);
     } catch (...) {
         // Without memory there is no report, which is no reason to end the host.

@@ -9,7 +9,8 @@
 namespace cvlcoreplatform {
 
 /// Tells on the standard error stream that the log itself is in trouble; once a minute at the
-/// most, because a full disk would otherwise fill the stream instead. Any thread may call it.
+/// most, because a full disk would otherwise fill the stream instead. Nothing is written to a
+/// stream that was closed when the library was loaded. Any thread may call it.
 class ErrorReporter {
 public:
     using Clock = std::chrono::steady_clock;

@@ -61,6 +61,26 @@ void CountExceptions(const Call& call) noexcept {
     }
 }
 
+/// Counts the lines of a text whose first `bytes` were written. How far they go.
+std::size_t CountWhole(std::string_view text, std::size_t bytes) noexcept {
+    // A line is there with its last character; its end comes with the next line.
+    const std::size_t next = text.find('\n', bytes == 0 ? 0 : bytes - 1);
+    std::size_t whole = 0;
+    if (bytes >= text.size()) {
+        whole = text.size();
+    } else if (next == bytes || next + 1 == bytes) {
+        whole = next + 1;
+    } else {
+        whole = text.rfind('\n', bytes - 1) + 1;  // 0 if there is none
+    }
+    const std::string_view there = text.substr(0, whole);
+    Count(logCounters.bytes, whole);
+    Count(logCounters.lines,
+          static_cast<uint64>(std::count(there.begin(), there.end(), '\n')) +
+              (there.empty() || there.back() == '\n' ? 0 : 1));
+    return whole;
+}
+
 // Beyond 64 KiB, writing lines together wins nothing more. A file of limited size is to become
 // nearly full all the same.
 std::size_t MostHeld(TLog::LogFileLimits limits) noexcept {
@@ -216,7 +236,8 @@ void JsonFileBackEnd::WriteLine(TLog::Severity severity,
     JsonLineBackEnd::WriteLine(severity, line, now);
 }
 
-// What cannot be written together may go one by one, as far as there is room.
+// What cannot be written together may go one by one, as far as there is room, but for the lines
+// that are there already.
 void JsonFileBackEnd::WriteHeld(std::string_view text,
                                 uint64 lines,
                                 std::chrono::system_clock::time_point time) noexcept {
@@ -225,6 +246,8 @@ void JsonFileBackEnd::WriteHeld(std::string_view text,
         MentionLosses(time);
         HandOver(severity, text, lines, time);
         return;
+    } catch (const PartlyWritten& partly) {
+        text.remove_prefix(CountWhole(text, partly.bytes));
     } catch (...) {  // NOLINT(bugprone-empty-catch): the lines below say what is wrong
     }
     while (!text.empty()) {

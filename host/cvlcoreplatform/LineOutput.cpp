@@ -1,6 +1,7 @@
 #include "LineOutput.h"
 
 #include "PipeSignal.h"
+#include "StreamWriter.h"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +21,7 @@ using std::chrono::milliseconds;
 /// The end of the process stops other threads wherever they are, inside a line, too. So the very
 /// last that this library does, after everybody's exit handlers and static objects, is to let
 /// nobody begin another line and to wait for those that have been begun.
-constexpr std::chrono::seconds lastPatience{1};
+constexpr std::chrono::seconds lastTimeout{1};
 
 constinit std::atomic<int> s_linesBegun{0};
 constinit std::atomic<bool> s_isOver{false};
@@ -33,7 +34,7 @@ public:
         s_linesBegun.fetch_add(1, std::memory_order_seq_cst);
         if (s_isOver.load(std::memory_order_seq_cst)) {
             s_linesBegun.fetch_sub(1, std::memory_order_seq_cst);
-            std::this_thread::sleep_for(2 * lastPatience);
+            std::this_thread::sleep_for(2 * lastTimeout);
             s_linesBegun.fetch_add(1, std::memory_order_seq_cst);
         }
     }
@@ -46,25 +47,81 @@ public:
 
 [[gnu::destructor]] void AwaitLastLines() {
     s_isOver.store(true, std::memory_order_seq_cst);
-    const auto end = std::chrono::steady_clock::now() + lastPatience;
+    const auto end = std::chrono::steady_clock::now() + lastTimeout;
     while (s_linesBegun.load(std::memory_order_seq_cst) > 0 &&
            std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::microseconds{20});
     }
 }
 
-bool WaitForRoom(int descriptor, milliseconds patience) noexcept {
-    pollfd waiting{descriptor, POLLOUT, 0};
-    return poll(&waiting, 1, static_cast<int>(patience.count())) > 0;
+using Clock = std::chrono::steady_clock;
+
+/// The time that a line may wait; it begins with the first wait.
+class Waiting {
+public:
+    explicit Waiting(milliseconds timeout) noexcept : m_timeout(timeout) {}
+
+    /// Whether there is room before the time is over.
+    bool AwaitRoom(int descriptor) noexcept {
+        if (m_timeout <= milliseconds{0}) {
+            return false;
+        }
+        if (!m_hasBegun) {
+            m_hasBegun = true;
+            m_end = Clock::now() + m_timeout;
+        }
+        for (;;) {
+            const auto left = std::chrono::ceil<milliseconds>(m_end - Clock::now());
+            if (left <= milliseconds{0}) {
+                return false;
+            }
+            pollfd stream{descriptor, POLLOUT, 0};
+            const int found = poll(&stream, 1, static_cast<int>(left.count()));
+            if (found > 0) {
+                return true;
+            }
+            if (found < 0 && errno != EINTR) {
+                return false;
+            }
+        }
+    }
+
+private:
+    milliseconds m_timeout;
+    bool m_hasBegun = false;
+    Clock::time_point m_end;
+};
+
+struct Outcome {
+    std::size_t written;
+    int error;
+};
+
+LineResult ResultOf(Outcome outcome, std::string_view line, bool startsNewLine) noexcept {
+    const auto [written, error] = outcome;
+    const std::size_t lead = startsNewLine ? 1 : 0;
+    if (written <= lead) {
+        // A line end alone closes what was open.
+        return {written, error, written == 0 && lead != 0};
+    }
+    const std::size_t ofLine = written - lead;
+    if (ofLine >= line.size()) {
+        return {written, 0, ofLine == line.size()};  // its line end comes with the next line
+    }
+    return {written, error, line[ofLine - 1] != '\n'};
 }
 
-LineResult Write(int descriptor,
-                 std::string_view line,
-                 bool startsNewLine,
-                 milliseconds patience) noexcept {
+Outcome Write(StreamWriter writer,
+              int descriptor,
+              std::string_view line,
+              bool startsNewLine,
+              milliseconds timeout) noexcept {
+    constexpr milliseconds moment{1};
     const std::size_t lead = startsNewLine ? 1 : 0;
     const std::size_t total = lead + line.size() + 1;
     std::size_t written = 0;
+    Waiting waiting(timeout);
+    bool hasJustWaited = false;
     while (written < total) {
         // The parts are written from memory that is not ours to change, hence the casts.
         char lineEnd = '\n';
@@ -78,15 +135,20 @@ LineResult Write(int descriptor,
             part.iov_len -= done;
             skip -= done;
         }
-        const ssize_t taken = writev(descriptor, parts.data(), parts.size());
+        const ssize_t taken = writer.Write(parts.data(), parts.size());
         if (taken > 0) {
             written += static_cast<std::size_t>(taken);
+            hasJustWaited = false;
         } else if (taken == 0) {
             return {written, ENOSPC};
         } else if (errno == EAGAIN) {
-            if (!WaitForRoom(descriptor, patience)) {
+            if (hasJustWaited) {
+                std::this_thread::sleep_for(moment);  // there is room, but not enough
+            }
+            if (!waiting.AwaitRoom(descriptor)) {
                 return {written, EAGAIN};
             }
+            hasJustWaited = true;
         } else if (errno != EINTR) {
             return {written, errno};
         }
@@ -100,17 +162,21 @@ LineResult WriteLine(int descriptor,
                      OutputKind kind,
                      std::string_view line,
                      bool startsNewLine,
-                     milliseconds patience) noexcept {
+                     milliseconds timeout) noexcept {
     const LineGate gate;
     if (kind == OutputKind::File) {
-        return Write(descriptor, line, startsNewLine, patience);
+        return ResultOf(
+            Write(StreamWriter::OfFile(descriptor), descriptor, line, startsNewLine, timeout),
+            line,
+            startsNewLine);
     }
     const PipeSignalGuard guard;
-    const LineResult result = Write(descriptor, line, startsNewLine, patience);
-    if (result.error == EPIPE) {
+    const Outcome outcome =
+        Write(StreamWriter::OfStream(descriptor), descriptor, line, startsNewLine, timeout);
+    if (outcome.error == EPIPE) {
         guard.TakeBack();
     }
-    return result;
+    return ResultOf(outcome, line, startsNewLine);
 }
 
 }  // namespace cvlcoreplatform

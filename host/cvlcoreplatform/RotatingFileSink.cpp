@@ -1,14 +1,15 @@
 #include "RotatingFileSink.h"
 
 #include "FileRequests.h"
+#include "FullFiles.h"
 #include "LogCounters.h"
 #include "Losses.h"
+#include "RotationLock.h"
 
 #include "cvlsys/TSystem.h"
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <mutex>
@@ -27,9 +28,6 @@ constinit FileRequests fileRequests;
 
 namespace {
 
-// Logs name users and hosts: readable for the group, for nobody else.
-constexpr mode_t fileMode = 0640;
-
 // What failed is not tried again with every line.
 constexpr std::chrono::seconds attemptPause{1};
 
@@ -38,35 +36,6 @@ constexpr std::chrono::seconds lookPause{1};
 
 std::system_error LastError(const std::string& what) {
     return std::system_error(errno, std::generic_category(), what);
-}
-
-// Never one of the three standard descriptors: in a process that has closed its standard error
-// stream, whatever is written there would end up in the log file.
-FileDescriptor OpenForAppending(const std::string& path, int furtherFlags) noexcept {
-    FileDescriptor file(
-        open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | furtherFlags, fileMode));
-    if (file.IsOpen() && file.Get() <= STDERR_FILENO) {
-        return FileDescriptor(fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    }
-    return file;
-}
-
-// Of a file that this process may write but not read nothing is known; it is taken to be whole.
-// While another process is writing, the end of the file may be seen inside its line; that is so for
-// a moment only.
-bool EndsInsideLine(const std::string& path) noexcept {
-    constexpr int attempts = 20;
-    constexpr std::chrono::milliseconds moment{1};
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    for (int left = attempts; left != 0; --left) {
-        char last = '\n';
-        const off_t size = lseek(file.Get(), 0, SEEK_END);
-        if (size <= 0 || pread(file.Get(), &last, 1, size - 1) != 1 || last == '\n') {
-            return false;
-        }
-        std::this_thread::sleep_for(moment);
-    }
-    return true;
 }
 
 /// Of a text without a line end at its end.
@@ -83,39 +52,22 @@ std::string PathOfDescriptor(int descriptor) {
     return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
-// Keeps other processes from rotating the same file at the same time, as far as the file system
-// knows locks. The lock belongs to the process, so that a forked child and its parent part ways,
-// and ends at the latest when the file is closed.
-class RotationLock {
-public:
-    explicit RotationLock(const FileDescriptor& file) noexcept : m_descriptor(file.Get()) {
-        SetLock(F_WRLCK);
-    }
+std::string AbsolutePath(const std::string& path) {
+    return path.empty() ? path : std::filesystem::absolute(path).string();
+}
 
-    ~RotationLock() { SetLock(F_UNLCK); }
+bool IsPipe(const std::string& path) noexcept {
+    struct stat status {};
 
-    RotationLock(const RotationLock&) = delete;
-    RotationLock& operator=(const RotationLock&) = delete;
-
-private:
-    void SetLock(short type) const noexcept {
-        struct flock lock {};
-
-        lock.l_type = type;
-        lock.l_whence = SEEK_SET;
-        while (fcntl(m_descriptor, F_SETLKW, &lock) != 0 && errno == EINTR) {
-        }
-    }
-
-    int m_descriptor;
-};
+    return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
 
 }  // namespace
 
-RotatingFileSink::RotatingFileSink(std::string path,
+RotatingFileSink::RotatingFileSink(const std::string& path,
                                    TLog::LogFileLimits limits,
                                    std::shared_ptr<Losses> losses)
-    : m_path(std::move(path)),
+    : m_path(AbsolutePath(path)),
       m_limits(limits),
       m_losses(std::move(losses)),
       m_owner(TSystem::ProcessID()),
@@ -124,11 +76,19 @@ RotatingFileSink::RotatingFileSink(std::string path,
     if (m_limits.maxBytes != 0 && m_limits.maxFiles == 0) {
         throw std::invalid_argument("a log file of limited size needs at least one full file");
     }
-    FileDescriptor file = OpenForAppending(m_path, O_CREAT);
-    if (!file.IsOpen()) {
-        throw LastError("cannot open log file " + m_path);
+    FileDescriptor file = Open(m_path, O_CREAT);
+    const int error = errno;
+    if (file.IsOpen()) {
+        Adopt(std::move(file));
+    } else if (error == ENXIO && IsPipe(m_path)) {
+        m_nextAttempt = ErrorReporter::Clock::now() + attemptPause;
+    } else {
+        throw std::system_error(error, std::generic_category(), "cannot open log file " + m_path);
     }
-    Adopt(std::move(file));
+}
+
+RotatingFileSink::~RotatingFileSink() {
+    DisownForeignFile();
 }
 
 bool RotatingFileSink::Rotate() {
@@ -145,8 +105,29 @@ bool RotatingFileSink::Reopen() {
     return !m_isToReopen;
 }
 
+// A pipe that has no reader, or is full, is never waited for in the kernel. The file is never one
+// of the three standard descriptors: in a process that has closed its standard error stream,
+// whatever is written there would end up in the log.
+FileDescriptor RotatingFileSink::Open(const std::string& path, int furtherFlags) const noexcept {
+    const int link = m_limits.followsLinks ? 0 : O_NOFOLLOW;
+    FileDescriptor file(
+        open(path.c_str(),
+             O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | link | furtherFlags,
+             static_cast<mode_t>(m_limits.mode)));
+    if (file.IsOpen() && file.Get() <= STDERR_FILENO) {
+        return FileDescriptor(fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    }
+    return file;
+}
+
+int RotatingFileSink::StatusAtPath(struct stat& status) const noexcept {
+    return m_limits.followsLinks ? stat(m_path.c_str(), &status) : lstat(m_path.c_str(), &status);
+}
+
 void RotatingFileSink::Adopt(FileDescriptor file) {
     struct stat status {};
+
+    struct stat atRealPath {};
 
     const bool isKnown = fstat(file.Get(), &status) == 0;
     const bool isRegular = isKnown && S_ISREG(status.st_mode);
@@ -156,23 +137,54 @@ void RotatingFileSink::Adopt(FileDescriptor file) {
     m_kind = isRegular ? OutputKind::File : OutputKind::Stream;
     m_size = isRegular ? static_cast<uint64>(status.st_size) : 0;
     m_linesSinceLook = 0;
-    m_endsInsideLine = isRegular && EndsInsideLine(m_path);
+    m_isParents = false;
+    m_timeout = LineTimeout();
+    std::error_code none;
+    m_realPath = std::filesystem::canonical(m_path, none).string();
+    if (lstat(m_realPath.c_str(), &atRealPath) != 0 || !IsOurs(atRealPath)) {
+        m_realPath = m_path;  // it has been moved already
+    }
+    m_endsInsideLine = isRegular && EndsInsideLine();
+}
+
+// Of a file that this process may write but not read nothing is known; it is taken to be whole.
+// While another process is writing, the end of the file may be seen inside its line; that is so for
+// a moment only.
+bool RotatingFileSink::EndsInsideLine() const noexcept {
+    constexpr int attempts = 20;
+    constexpr std::chrono::milliseconds moment{1};
+    const FileDescriptor file(
+        open(m_realPath.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+
+    struct stat status {};
+
+    if (fstat(file.Get(), &status) != 0 || !IsOurs(status)) {
+        return false;
+    }
+    for (int left = attempts; left != 0; --left) {
+        char last = '\n';
+        const off_t size = lseek(file.Get(), 0, SEEK_END);
+        if (size <= 0 || pread(file.Get(), &last, 1, size - 1) != 1 || last == '\n') {
+            return false;
+        }
+        std::this_thread::sleep_for(moment);
+    }
+    return true;
 }
 
 void RotatingFileSink::sink_it_(const spdlog::details::log_msg& msg) {
     const std::string_view line(msg.payload.data(), msg.payload.size());
     LookAfterFile(msg.time);
     RotateIfFull(line.size() + 1);
-    int error = Append(line);
-    if (error == EBADF && m_file.IsOpen()) {
-        // The host has closed a descriptor that is not its own.
-        LookForFile(msg.time);
-        error = Append(line);
+    const std::size_t lead = m_endsInsideLine ? 1 : 0;
+    const LineResult result = Append(line);
+    if (result.error == 0) {
+        m_linesSinceLook += CountLines(line);
+    } else if (result.written > lead) {
+        throw PartlyWritten(result.error, result.written - lead);
+    } else {
+        throw std::system_error(result.error, std::generic_category());
     }
-    if (error != 0) {
-        throw std::system_error(error, std::generic_category());
-    }
-    m_linesSinceLook += CountLines(line);
 }
 
 void RotatingFileSink::flush_() {
@@ -180,38 +192,44 @@ void RotatingFileSink::flush_() {
     CarryOutRequests();
 }
 
-int RotatingFileSink::Append(std::string_view line) noexcept {
-    constexpr std::chrono::milliseconds patience{1000};
-    const LineResult result = WriteLine(m_file.Get(), m_kind, line, m_endsInsideLine, patience);
-    if (result.error == 0) {
-        m_size += result.written;
-        m_endsInsideLine = false;
-    } else {
-        CutBack(result.written);
+LineResult RotatingFileSink::Append(std::string_view line) noexcept {
+    if (!m_file.IsOpen()) {
+        return {0, ENXIO, m_endsInsideLine};
     }
-    return result.error;
+    LineResult result = WriteLine(m_file.Get(), m_kind, line, m_endsInsideLine, m_timeout.Get());
+    m_timeout.See(result);
+    if (result.error != 0 && CutBack(result.written)) {
+        result.written = 0;
+        return result;
+    }
+    m_size += result.written;
+    m_endsInsideLine = result.endsInsideLine;
+    return result;
 }
 
 // Takes back the part of a line that was written. The descriptor stands behind it, whoever else
-// appends to the file; what somebody else wrote after it stays, and a line end parts the two.
-void RotatingFileSink::CutBack(std::size_t written) noexcept {
+// appends to the file; what somebody else wrote after it stays, and a line end parts the two. The
+// lock keeps two processes from cutting at once.
+bool RotatingFileSink::CutBack(std::size_t written) noexcept {
     if (written == 0) {
-        return;
+        return true;
+    }
+    if (m_kind != OutputKind::File || m_isParents) {
+        return false;
     }
 
     struct stat status {};
 
+    const RotationLock lock(m_file);
     const off_t end = lseek(m_file.Get(), 0, SEEK_CUR);
-    const bool isLast = m_kind == OutputKind::File && end >= 0 &&
-                        fstat(m_file.Get(), &status) == 0 && status.st_size == end;
-    if (!isLast || ftruncate(m_file.Get(), end - static_cast<off_t>(written)) != 0) {
-        m_size += written;
-        m_endsInsideLine = true;
-    }
+    return !lock.IsRefused() && end >= 0 && fstat(m_file.Get(), &status) == 0 &&
+           status.st_size == end && ftruncate(m_file.Get(), end - static_cast<off_t>(written)) == 0;
 }
 
-// Before every line: without a reason to do something it costs a few comparisons.
+// Before every line: without a reason to do something it costs a look at the descriptor and a few
+// comparisons.
 void RotatingFileSink::LookAfterFile(Clock::time_point now) {
+    DisownForeignFile();
     if (m_owner != TSystem::ProcessID()) {
         PartFromParent();
     }
@@ -221,26 +239,43 @@ void RotatingFileSink::LookAfterFile(Clock::time_point now) {
             CarryOutRequests();
         }
     }
-    if (now < m_lastLook || now - m_lastLook >= lookPause) {
+    if (m_file.IsOpen() ? now < m_lastLook || now - m_lastLook >= lookPause
+                        : ErrorReporter::Clock::now() >= m_nextAttempt) {
         LookForFile(now);
     }
 }
 
-// A forked child shares the position in the file with its parent, and each would take the other's
-// line for its own when it cuts a part off. The path may lead elsewhere meanwhile, so it is the
-// descriptor that is opened once more.
+// A host that closes descriptors it has not opened, as one does that becomes a daemon, may have
+// given ours to another file since.
+void RotatingFileSink::DisownForeignFile() noexcept {
+    struct stat status {};
+
+    if (m_file.IsOpen() && (fstat(m_file.Get(), &status) != 0 || !IsOurs(status))) {
+        m_file.Release();
+        m_nextAttempt = {};
+    }
+}
+
+// A forked child shares the position in the file and its locks with its parent, and each would take
+// the other's line for its own when it cuts a part off. The path may lead elsewhere meanwhile, so
+// it is the descriptor that is opened once more, if that is possible.
 void RotatingFileSink::PartFromParent() {
     m_owner = TSystem::ProcessID();
     m_lastLook = {};
     if (m_kind != OutputKind::File) {
         return;
     }
-    FileDescriptor file = OpenForAppending(PathOfDescriptor(m_file.Get()), 0);
+    m_isParents = true;
+    for (const std::string& path : {PathOfDescriptor(m_file.Get()), m_realPath}) {
+        FileDescriptor file = Open(path, 0);
 
-    struct stat status {};
+        struct stat status {};
 
-    if (file.IsOpen() && fstat(file.Get(), &status) == 0 && IsOurs(status)) {
-        m_file = std::move(file);
+        if (file.IsOpen() && fstat(file.Get(), &status) == 0 && IsOurs(status)) {
+            m_file = std::move(file);
+            m_isParents = false;
+            return;
+        }
     }
 }
 
@@ -254,6 +289,7 @@ void RotatingFileSink::TakeRequests() noexcept {
 }
 
 void RotatingFileSink::CarryOutRequests() {
+    DisownForeignFile();
     if (m_isToReopen && Try(&RotatingFileSink::OpenPath)) {
         m_isToReopen = false;
         Count(logCounters.reopenings);
@@ -271,12 +307,10 @@ void RotatingFileSink::LookForFile(Clock::time_point now) {
 
     struct stat atPath {};
 
-    // A host that closes descriptors it has not opened, as one does that becomes a daemon, may have
-    // given ours to another file since.
-    if (fstat(m_file.Get(), &ours) != 0 || !IsOurs(ours)) {
+    if (m_file.IsOpen() && fstat(m_file.Get(), &ours) != 0) {
         m_file.Release();
     }
-    const bool isThere = stat(m_path.c_str(), &atPath) == 0;
+    const bool isThere = StatusAtPath(atPath) == 0;
     if (m_file.IsOpen() && (isThere ? IsOurs(atPath) : errno != ENOENT)) {
         m_linesSinceLook = 0;
         m_size = m_kind == OutputKind::File ? static_cast<uint64>(ours.st_size) : 0;
@@ -331,23 +365,24 @@ bool RotatingFileSink::Try(Action action) {
 void RotatingFileSink::BeginNewFile() {
     {
         const RotationLock lock(m_file);
+        if (lock.IsRefused() || m_isParents) {
+            throw std::system_error(
+                EAGAIN, std::generic_category(), m_realPath + ": locked by another process");
+        }
         // Otherwise somebody else has moved the file away already, for instance a forked child.
         if (IsStillAtItsPath()) {
-            MoveAway();
+            MoveAway(m_realPath, m_limits.maxFiles);
         }
     }
     OpenPath();
     Count(logCounters.rotations);
 }
 
-// Does not wait for the reader of a pipe that has taken the file's place.
 void RotatingFileSink::OpenPath() {
-    FileDescriptor file = OpenForAppending(m_path, O_CREAT | O_NONBLOCK);
+    FileDescriptor file = Open(m_path, O_CREAT);
     if (!file.IsOpen()) {
         throw LastError(m_path);
     }
-    const int flags = fcntl(file.Get(), F_GETFL);
-    fcntl(file.Get(), F_SETFL, flags & ~O_NONBLOCK);
     Adopt(std::move(file));
 }
 
@@ -355,46 +390,20 @@ bool RotatingFileSink::IsOurs(const struct stat& status) const noexcept {
     return status.st_dev == m_device && status.st_ino == m_inode;
 }
 
+// Both the path, which may be a link that leads elsewhere by now, and the place without links.
 bool RotatingFileSink::IsStillAtItsPath() const noexcept {
     struct stat atPath {};
 
-    return stat(m_path.c_str(), &atPath) == 0 && IsOurs(atPath);
+    struct stat atRealPath {};
+
+    return StatusAtPath(atPath) == 0 && IsOurs(atPath) &&
+           lstat(m_realPath.c_str(), &atRealPath) == 0 && IsOurs(atRealPath);
 }
 
 bool RotatingFileSink::IsEmptyAtItsPath() const noexcept {
     struct stat atPath {};
 
-    return stat(m_path.c_str(), &atPath) == 0 && IsOurs(atPath) && atPath.st_size == 0;
-}
-
-// Full files move up into the first gap, so that only the oldest is ever replaced, and that only
-// when there is no gap.
-void RotatingFileSink::MoveAway() const {
-    if (m_limits.maxFiles == 0) {
-        throw std::logic_error(m_path + ": no full file is to be kept");
-    }
-    std::size_t last = 1;
-    while (last < m_limits.maxFiles && access(PathOfFullFile(last).c_str(), F_OK) == 0) {
-        ++last;
-    }
-    for (std::size_t number = last; number != 0; --number) {
-        const std::string from = PathOfFullFile(number - 1);
-        // Somebody else may have moved the current file away just now.
-        if (rename(from.c_str(), PathOfFullFile(number).c_str()) != 0 &&
-            (number != 1 || errno != ENOENT)) {
-            throw LastError(from);
-        }
-    }
-}
-
-// The current file has the number 0.
-std::string RotatingFileSink::PathOfFullFile(std::size_t number) const {
-    if (number == 0) {
-        return m_path;
-    }
-    const std::filesystem::path path(m_path);
-    return (path.parent_path() / path.stem()).string() + "." + std::to_string(number) +
-           path.extension().string();
+    return StatusAtPath(atPath) == 0 && IsOurs(atPath) && atPath.st_size == 0;
 }
 
 }  // namespace cvlcoreplatform

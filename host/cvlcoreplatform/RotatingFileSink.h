@@ -16,16 +16,34 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace cvlcoreplatform {
+
+/// A line, or lines that were to be written together, of which a part stays in the file.
+class PartlyWritten : public std::system_error {
+public:
+    PartlyWritten(int error, std::size_t newBytes)
+        : std::system_error(error, std::generic_category()),
+          bytes(newBytes) {}
+
+    std::size_t bytes;
+};
 
 /// Appends lines to a file, and begins a new one when it is full or when that is asked for. Any
 /// number of threads may use it.
 ///
 /// A line is in the file as a whole or not at all: what a failed write left behind is cut off
 /// again. Nothing that was written before is ever touched; a full file is renamed, and only the
-/// oldest of `maxFiles` is replaced. When renaming fails, lines go on into the same file. Files
-/// that are no regular files (pipes, devices) are only written to.
+/// oldest of `maxFiles` is replaced. When renaming fails, or another process keeps the file locked,
+/// lines go on into the same file. Files that are no regular files (pipes, devices) are only
+/// written to, and one that takes nothing is waited for as a standard stream is.
+///
+/// The path is the one that it was when the sink was made, whatever folder the process works in
+/// later. Links in it are followed when the file is opened, and full files lie beside the real one.
+///
+/// Before each write the sink makes sure that its descriptor still leads to its file: a host may
+/// close it, and give its number to a file of its own.
 ///
 /// Once a second the sink makes sure that it still writes to the file that is at its path, and
 /// opens that one if not. Lines that have gone into a file that was removed meanwhile are lost, and
@@ -34,10 +52,14 @@ namespace cvlcoreplatform {
 /// Writing a line takes about a microsecond, less than falling asleep over another thread's.
 class RotatingFileSink final : public spdlog::sinks::base_sink<cvlsys::AdaptiveMutex> {
 public:
-    /// Throws `std::system_error` when the file cannot be opened.
-    RotatingFileSink(std::string path,
+    /// Throws `std::system_error` when the file cannot be opened. A named pipe without a reader is
+    /// opened later.
+    RotatingFileSink(const std::string& path,
                      TLog::LogFileLimits limits,
                      std::shared_ptr<Losses> losses = nullptr);
+    ~RotatingFileSink() override;
+    RotatingFileSink(const RotatingFileSink&) = delete;
+    RotatingFileSink& operator=(const RotatingFileSink&) = delete;
 
     const std::string& Path() const noexcept { return m_path; }
 
@@ -53,16 +75,17 @@ private:
     using Action = void (RotatingFileSink::*)();
 
     /// The message is the line; no formatter has a say. Throws `std::system_error` when the line
-    /// could not be written, and is in the file's state before the line then.
+    /// could not be written, and the file is as it was before then; `PartlyWritten` if it is not.
     void sink_it_(const spdlog::details::log_msg& msg) override;
 
     /// Lines are written at once. Only what has been asked for is still to do.
     void flush_() override;
 
-    int Append(std::string_view line) noexcept;
-    void CutBack(std::size_t written) noexcept;
+    LineResult Append(std::string_view line) noexcept;
+    bool CutBack(std::size_t written) noexcept;
 
     void LookAfterFile(Clock::time_point now);
+    void DisownForeignFile() noexcept;
     void PartFromParent();
     void TakeRequests() noexcept;
     void CarryOutRequests();
@@ -77,9 +100,10 @@ private:
     bool IsOurs(const struct stat& status) const noexcept;
     bool IsStillAtItsPath() const noexcept;
     bool IsEmptyAtItsPath() const noexcept;
-    void MoveAway() const;
+    FileDescriptor Open(const std::string& path, int furtherFlags) const noexcept;
+    int StatusAtPath(struct stat& status) const noexcept;
     void Adopt(FileDescriptor file);
-    std::string PathOfFullFile(std::size_t number) const;
+    bool EndsInsideLine() const noexcept;
 
     const std::string m_path;
     const TLog::LogFileLimits m_limits;
@@ -96,6 +120,10 @@ private:
     bool m_isToReopen = false;
 
     FileDescriptor m_file;
+    // Without links.
+    std::string m_realPath;
+    // Position and locks in the file are the parent's as well.
+    bool m_isParents = false;
     // Figures of the current file. The size may lag behind when other processes append as well.
     dev_t m_device = 0;
     ino_t m_inode = 0;
@@ -104,6 +132,7 @@ private:
     uint64 m_linesSinceLook = 0;
     // The file does not end with a line end, and what comes next must not become part of it.
     bool m_endsInsideLine = false;
+    LineTimeout m_timeout;
 };
 
 }  // namespace cvlcoreplatform

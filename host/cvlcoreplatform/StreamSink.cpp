@@ -1,32 +1,31 @@
 #include "StreamSink.h"
 
-#include "LineOutput.h"
-
 #include <cerrno>
-#include <chrono>
+#include <fcntl.h>
 #include <string_view>
 #include <system_error>
 
 namespace cvlcoreplatform {
 
-StreamSink::StreamSink(int descriptor) : m_descriptor(descriptor) {}
+StreamSink::StreamSink(int descriptor)
+    : m_descriptor(descriptor),
+      m_isClosed(fcntl(descriptor, F_GETFD) < 0) {}
 
 void StreamSink::sink_it_(const spdlog::details::log_msg& msg) {
-    constexpr std::chrono::milliseconds patience{1000};
+    if (m_isClosed) {
+        throw std::system_error(EBADF, std::generic_category());
+    }
     const LineResult result = WriteLine(m_descriptor,
                                         OutputKind::Stream,
                                         std::string_view(msg.payload.data(), msg.payload.size()),
                                         m_endsInsideLine,
-                                        m_isStuck ? std::chrono::milliseconds{0} : patience);
-    m_isStuck = result.error == EAGAIN;
-    if (result.error == 0) {
-        m_endsInsideLine = false;
-        return;
+                                        m_timeout.Get());
+    m_timeout.See(result);
+    m_endsInsideLine = result.endsInsideLine;
+    m_isClosed = result.error == EBADF;
+    if (result.error != 0) {
+        throw std::system_error(result.error, std::generic_category());
     }
-    // What was begun before and got no line end yet is still open.
-    const bool tookLineEndOnly = m_endsInsideLine && result.written == 1;
-    m_endsInsideLine = (m_endsInsideLine || result.written != 0) && !tookLineEndOnly;
-    throw std::system_error(result.error, std::generic_category());
 }
 
 }  // namespace cvlcoreplatform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LineOutput.h"
+
 #include <mutex>
 #include <spdlog/sinks/base_sink.h>
 
@@ -10,8 +12,11 @@ namespace cvlcoreplatform {
 /// stream.
 ///
 /// A line that the stream took only a part of is parted from the next one by a line end. A stream
-/// that does not block and is full is waited for a second; as long as it stays full, the lines that
-/// follow are not waited for.
+/// that takes nothing, whether it blocks or not, is waited for a second; as long as it stays full,
+/// the lines that follow are not waited for.
+///
+/// A stream that is closed when the sink is made, or found closed later, is not used again: its
+/// number may belong to any file that the host opens.
 class StreamSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
     explicit StreamSink(int descriptor);
@@ -27,8 +32,9 @@ private:
     void flush_() override {}
 
     const int m_descriptor;
+    bool m_isClosed;
     bool m_endsInsideLine = false;
-    bool m_isStuck = false;
+    LineTimeout m_timeout;
 };
 
 }  // namespace cvlcoreplatform

@@ -414,12 +414,13 @@ TEST_F(CorePlatformLogFileTest, AHalfLineThatCannotBeCutOffIsPartedFromTheNextLi
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const auto handlerBefore = signal(SIGPIPE, SIG_IGN);
     std::string start(10'000, '\0');
-    std::thread reader([&] {
-        const int descriptor = open(path.c_str(), O_RDONLY);
-        EXPECT_EQ(read(descriptor, start.data(), start.size()), static_cast<ssize_t>(start.size()));
-        close(descriptor);
-    });
+    const int first = open(path.c_str(), O_RDONLY | O_NONBLOCK);
     LogTo(path);
+    std::thread reader([&] {
+        fcntl(first, F_SETFL, 0);
+        EXPECT_EQ(read(first, start.data(), start.size()), static_cast<ssize_t>(start.size()));
+        close(first);
+    });
     testing::internal::CaptureStderr();
     LogMessage(std::string(1'000'000, 'x'));
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Broken pipe"));

@@ -1,6 +1,7 @@
 #include "ProcessTest.h"
 
 #include <csignal>
+#include <fstream>
 #include <sys/wait.h>
 
 #include <gmock/gmock.h>
@@ -146,7 +147,7 @@ TEST_P(ExitTest, AnUncaughtExceptionLeavesWholeLines) {
 }
 
 TEST_P(ExitTest, CancelledThreadsLeaveWholeScopesAndTheProcessAlive) {
-    Run("cancel-threads", 3, {.count = 200});
+    Run("cancel-threads", 3, {.count = 80});
 
     const ProcessLog log = Log();
     ExpectSoundLog(log);
@@ -158,6 +159,21 @@ TEST_P(ExitTest, CancelledThreadsLeaveWholeScopesAndTheProcessAlive) {
                   Ended(thread));
     }
     EXPECT_GT(ended, 500u);
+}
+
+TEST_P(ExitTest, AStreamThatNobodyReadsKeepsNeitherThreadsNorTheProcessFromEnding) {
+    Run("stuck-stream", 3, {.count = 500, .isExpectedToComplain = true});
+
+    EXPECT_LT(TimeOfLastRun(), std::chrono::seconds(30));
+    EXPECT_EQ(Ended(0) + Ended(1) + Ended(2), 1500u);
+}
+
+TEST_P(ExitTest, AFileThatHasTheNumberOfTheClosedErrorStreamGetsNoLine) {
+    Run("log-by-default", 3, {.hasStandardError = false});
+
+    std::ifstream file(LogPath() + ".host");
+    EXPECT_TRUE(file.is_open());
+    EXPECT_EQ(file.peek(), std::ifstream::traits_type::eof());
 }
 
 // With synchronous delivery who traces is stuck in the log, and who does not is free to end.

@@ -141,6 +141,13 @@ TEST_P(ForkTest, AForkWhileAQueueIsFullLeavesWhatIsQueuedToTheParent) {
     ExpectOwnThreadIds(log, children);
 }
 
+TEST_P(ForkTest, AStreamThatNobodyReadsHoldsUpNoFork) {
+    Start("fork-with-stuck-stream", {.count = 10, .isExpectedToComplain = true});
+
+    EXPECT_EQ(Wait(), 0);
+    EXPECT_LT(TimeOfLastRun(), std::chrono::seconds(40));
+}
+
 TEST_P(ForkTest, ProgramsThatAreStartedHaveNoPartInTheLog) {
     Start("start-programs", {.count = 50});
     const pid_t parent = Pid();

@@ -62,6 +62,9 @@ void ProcessTest::Start(const std::string& scenario, const SubjectOptions& optio
                                          O_WRONLY | O_CREAT,
                                          0600);
     }
+    if (!options.hasStandardError) {
+        posix_spawn_file_actions_addclose(&actions, STDERR_FILENO);
+    }
     m_begin = Clock::now();
     const int error =
         posix_spawn(&m_pid, TARN_PROCESS_SUBJECT, &actions, nullptr, arguments.data(), environ);

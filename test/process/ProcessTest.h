@@ -22,6 +22,7 @@ struct SubjectOptions {
     std::optional<std::chrono::milliseconds> exitDeadline{60'000};  ///< none: as it is by itself
     std::size_t limitBytes = 0;
     bool isExpectedToComplain = false;
+    bool hasStandardError = true;
 };
 
 /// Starts the subject and looks at what it leaves behind, in a folder that goes with the test. The

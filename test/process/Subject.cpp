@@ -7,12 +7,14 @@
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/host/Delivery.h"
 
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -125,7 +127,7 @@ void SetUp(const Arguments& arguments) {
                                             std::chrono::microseconds(arguments.pauseMicros),
                                             static_cast<std::size_t>(arguments.linesUntilHang));
     }
-    TLog::ReplaceBackEnd(std::move(log));
+    GetSubject().logByDefault = TLog::ReplaceBackEnd(std::move(log));
 
     Metrics::DeliveryOptions delivery;
     delivery.mode = arguments.delivery == "async" ? Metrics::DeliveryMode::Asynchronous
@@ -137,6 +139,7 @@ void SetUp(const Arguments& arguments) {
     Metrics::SetDelivery(delivery);
 
     GetSubject().progress = new Progress(arguments.path + ".progress");
+    GetSubject().hostsFile = arguments.path + ".host";
     GetSubject().count = arguments.count;
 }
 
@@ -160,6 +163,18 @@ void Work(std::size_t thread, std::size_t rounds) {
 
 void TraceForEver() {
     static_cast<void>(new tarn::TracingSession);
+}
+
+void LogToStuckStream() {
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) {
+        throw std::runtime_error("there is no pipe");
+    }
+    TLog::ReplaceBackEnd(TLog::MakeJsonStdoutBackEnd());
+    const std::string text(10'000, 'x');
+    while (TLog::GetLogStatistics().writeErrors == 0) {
+        TLog::Logger::Get().LogMessage(TLog::Error, TString(text));
+    }
 }
 
 }  // namespace ProcessTest

@@ -2,10 +2,13 @@
 
 #include "Progress.h"
 
+#include "cvlcoreplatform/host/LogBackEnd.h"
+
 #include <atomic>
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 /// The program that the tests of processes start: it logs as an application would, and ends in the
@@ -15,8 +18,10 @@ namespace ProcessTest {
 /// What a scenario may use. Lives as long as the process.
 struct Subject {
     Progress* progress = nullptr;
+    std::string hostsFile;  ///< the path of a file of the host's own
     std::size_t count = 0;  ///< the scenario's number, whatever it counts
     std::atomic<bool> isLogStuck{false};
+    std::shared_ptr<TLog::LogBackEnd> logByDefault;  ///< where lines go without any set-up
 };
 
 Subject& GetSubject();
@@ -26,6 +31,9 @@ void Work(std::size_t thread, std::size_t rounds);
 
 /// Begins tracing, never to end it: the session outlives all static objects.
 void TraceForEver();
+
+/// Connects standard output with a pipe that blocks and has no place left, and logs there.
+void LogToStuckStream();
 
 using Scenario = std::function<int()>;
 

@@ -129,6 +129,20 @@ int ForkWithFullQueue() {
     return failures == 0 ? 0 : 1;
 }
 
+int ForkWithStuckStream() {
+    LogToStuckStream();
+    TraceForEver();
+    int failures = 0;
+    {
+        const Workers workers(2);
+        for (std::size_t round = 0; round < GetSubject().count; ++round) {
+            Work(0, 5);
+            failures += EndedWell(ForkChild(5)) ? 0 : 1;
+        }
+    }
+    return failures == 0 ? 0 : 1;
+}
+
 pid_t VforkAndExec() {
     char program[] = "/bin/true";
     char* const arguments[] = {program, nullptr};
@@ -171,6 +185,7 @@ const std::map<std::string, Scenario>& ForkScenarios() {
                                              {"fork-twice", ForkTwice},
                                              {"fork-while-others-work", ForkWhileOthersWork},
                                              {"fork-with-full-queue", ForkWithFullQueue},
+                                             {"fork-with-stuck-stream", ForkWithStuckStream},
                                              {"start-programs", StartPrograms}};
     return scenarios;
 }

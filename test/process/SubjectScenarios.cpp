@@ -3,12 +3,15 @@
 #include "tarn/ActivityScope.h"
 #include "tarn/TracingSession.h"
 
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/host/Delivery.h"
 #include "cvlmetrics/host/Statistics.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
+#include <fcntl.h>
 #include <memory>
 #include <optional>
 #include <pthread.h>
@@ -219,6 +222,30 @@ int CancelThreads() {
     return 3;
 }
 
+// The log goes into a pipe that blocks and that nobody reads.
+int StuckStream() {
+    LogToStuckStream();
+    TraceForEver();
+    std::vector<std::thread> threads;
+    for (std::size_t thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([thread] { Work(thread, GetSubject().count); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return 3;
+}
+
+// Standard error is closed before the program begins; the host's own file gets its number.
+int LogByDefaultWithoutStandardError() {
+    const int file = open(GetSubject().hostsFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    TLog::ReplaceBackEnd(GetSubject().logByDefault);
+    for (int i = 0; i < 3; ++i) {
+        TLog::Logger::Get().LogMessage(TLog::Error, TString(u"not for this file"));
+    }
+    return file == STDERR_FILENO && TLog::GetLogStatistics().writeErrors == 3 ? 3 : 4;
+}
+
 int UntilKilled() {
     constexpr std::size_t threadCount = 3;
     TraceForEver();
@@ -241,6 +268,8 @@ const std::map<std::string, Scenario>& ExitScenarios() {
                                              {"give-up-on-log", GiveUpOnLog},
                                              {"uncaught-exception", UncaughtException},
                                              {"cancel-threads", CancelThreads},
+                                             {"log-by-default", LogByDefaultWithoutStandardError},
+                                             {"stuck-stream", StuckStream},
                                              {"until-killed", UntilKilled}};
     return scenarios;
 }

@@ -32,11 +32,18 @@ CVLCOREPLATFORM_API std::string FormatJsonLine(Severity severity,
                                                const TString& message,
                                                EventTimePoint now);
 
-/// When a log file is full. The file "a.log" becomes "a.1.log" then, that one becomes "a.2.log",
-/// and so on.
+/// How a log file is kept. When it is full, the file "a.log" becomes "a.1.log", that one becomes
+/// "a.2.log", and so on.
 struct LogFileLimits {
     uint64 maxBytes = uint64{64} << 20;  ///< a line that goes beyond begins a new file; 0: never
     std::size_t maxFiles = 8;            ///< how many full files are kept beside the current one
+
+    /// If not, a path whose last part is a symbolic link is refused, with `ELOOP`. For folders in
+    /// which others may make files.
+    bool followsLinks = true;
+
+    /// Of new files, less what the process's `umask` takes away.
+    uint32 mode = 0640;
 };
 
 /// JSON lines to a file, which is appended to if it exists. Lines are written at once, each whole
@@ -44,7 +51,10 @@ struct LogFileLimits {
 /// once a minute; nothing reaches whoever logs. When lines can be written again, a message of
 /// severity `Warn` before the first of them says how many are missing. Once a second it is made
 /// sure that the file is still at its path; if it was moved, removed or replaced, the path is
-/// opened again, `limits` or not. Throws `std::system_error`, whose text names the path and the
+/// opened again, `limits` or not. A relative path is made absolute at once. Links in the path are
+/// followed each time that it is opened, and full files lie beside the real file. At the path may
+/// also be a named pipe or a device; it is waited for as a standard stream is, and lines are lost
+/// while a pipe has no reader. Throws `std::system_error`, whose text names the path and the
 /// reason, when the file cannot be opened, and `std::invalid_argument` when no full file is to be
 /// kept.
 CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonFileBackEnd(const std::string& path,
@@ -53,7 +63,10 @@ CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonFileBackEnd(const std::s
 /// JSON lines to the standard error stream, or the standard output stream. They go directly to its
 /// descriptor, past what the host keeps in buffers of its own (`fflush`). A pipe without a reader
 /// loses lines as a full disk does; the signal that goes with it does not reach the host, and its
-/// handling stays as it is.
+/// handling stays as it is. A stream that does not take a line, whether its descriptor blocks or
+/// not, is waited for, a second in all; then lines are lost without waiting until it takes one. A
+/// stream that is closed when the back end is made, or later, loses lines until another back end is
+/// made: its number may belong to another file by then.
 CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonStderrBackEnd();
 CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> MakeJsonStdoutBackEnd();
 
