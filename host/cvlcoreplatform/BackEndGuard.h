@@ -3,11 +3,18 @@
 #include "cvlsys/host/HostState.h"
 #include "cvlsys/host/MemoryCharging.h"
 
+#include <memory>
+
 namespace TLog {
 
 // Of the logger.
 void LockBackEnd() noexcept;
 void UnlockBackEnd() noexcept;
+
+/// A share in the use of the current back end, for work that is left for later: `ReplaceBackEnd`
+/// waits until it is given back. Inside the back end only.
+using BackEndUse = std::shared_ptr<const void>;
+const BackEndUse& CurrentBackEndUse() noexcept;
 
 }  // namespace TLog
 

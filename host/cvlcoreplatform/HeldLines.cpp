@@ -23,6 +23,7 @@ constexpr std::size_t mostBytesKept = std::size_t{128} << 10;
 
 struct HeldEvent {
     std::shared_ptr<HeldLinesTarget> target;
+    TLog::BackEndUse use;
     TLog::Severity severity;
     std::variant<TLog::Event, TString> content;
 };
@@ -32,6 +33,7 @@ struct Held {
     std::size_t eventsWritten = 0;  // the one that is being written included
 
     std::shared_ptr<HeldLinesTarget> target;
+    TLog::BackEndUse use;
     std::string text;
     uint64 lines = 0;
     std::chrono::system_clock::time_point time;
@@ -50,6 +52,7 @@ void Held::WriteLines() noexcept {
     if (lines == 0) {
         return;
     }
+    const TLog::BackEndUse lastUse = std::move(use);
     const std::shared_ptr<HeldLinesTarget> lastTarget = std::move(target);
     lastTarget->WriteHeld(text, std::exchange(lines, 0), time);
     text.clear();
@@ -85,7 +88,7 @@ bool HoldContent(const std::shared_ptr<HeldLinesTarget>& target,
         if (held == nullptr) {
             return false;
         }
-        held->events.push_back({target, severity, content});
+        held->events.push_back({target, TLog::CurrentBackEndUse(), severity, content});
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -111,7 +114,8 @@ void HeldLines::Hold(const std::shared_ptr<HeldLinesTarget>& target,
         target->WriteHeld(line, 1, time);  // the thread is being torn down
         return;
     }
-    if (held->target != target || held->text.size() + line.size() > mostBytes) {
+    const TLog::BackEndUse& use = TLog::CurrentBackEndUse();
+    if (held->target != target || held->use != use || held->text.size() + line.size() > mostBytes) {
         held->WriteLines();
     }
     const std::size_t before = held->text.size();
@@ -124,7 +128,10 @@ void HeldLines::Hold(const std::shared_ptr<HeldLinesTarget>& target,
         held->text.resize(before);
         throw;
     }
-    held->target = target;
+    if (held->lines == 0) {
+        held->target = target;
+        held->use = use;
+    }
     held->time = time;
     ++held->lines;
 }

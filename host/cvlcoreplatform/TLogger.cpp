@@ -16,11 +16,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <shared_mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace TLog {
@@ -40,7 +42,17 @@ constinit std::atomic<int32> s_enabledFrom{Info};
 struct State {
     cvlsys::ReadWriteLock lock;
     std::shared_ptr<LogBackEnd> backEnd = MakeJsonStderrBackEnd();
+    // Of whom it is used besides: those who hold lines back for it.
+    BackEndUse use = std::make_shared<char>();
 };
+
+BackEndUse MakeUse() noexcept {
+    try {
+        return std::make_shared<char>();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 
 State& GetState() {
     static State& state = *new State;
@@ -62,9 +74,7 @@ constinit thread_local LogBackEnd* t_successor = nullptr;
 // has no back end.
 class LoggerFork final : private cvlsys::ForkParticipant {
 public:
-    LoggerFork() noexcept : ForkParticipant(cvlsys::ForkRank::Logger) {
-        GetState();  // while the library is loaded, so that no first use can meet a fork
-    }
+    LoggerFork() noexcept : ForkParticipant(cvlsys::ForkRank::Logger) { GetState(); }
 
     ~LoggerFork() = default;
     LoggerFork(const LoggerFork&) = delete;
@@ -90,13 +100,19 @@ private:
         const bool isBackEndAtRest = t_isInsideBackEnd || t_hasLockedToFork;
         AfterForkInParent();
         state.lock.FreeInForkedChild();
-        if (!isBackEndAtRest) {
+        // Lines that other threads held back stay with the parent.
+        if (isBackEndAtRest) {
+            state.use = MakeUse();
+        } else {
+            new (&state.use) BackEndUse(MakeUse());
             new (&state.backEnd) std::shared_ptr<LogBackEnd>;
             s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
         }
     }
 };
 
+// Made while the library is loaded: no first use can meet a fork, and a host that closes the
+// standard error stream does not mean the file that gets its number next.
 LoggerFork forkParticipant;
 
 // Without the lock: the thread that has it will not go on.
@@ -111,6 +127,18 @@ void WithSuccessor(const Use& use) noexcept {
         Count(logCounters.backEndExceptions);
     }
     t_isInsideBackEnd = false;
+}
+
+// What other threads hold back for a former back end is soon written. One that holds it for longer
+// may be waiting for this thread.
+void AwaitOtherUses(const BackEndUse& use) noexcept {
+    constexpr std::chrono::seconds timeout{5};
+    constexpr std::chrono::milliseconds pause{1};
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (use.use_count() > 1 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(pause);
+    }
+    std::atomic_thread_fence(std::memory_order_acquire);
 }
 
 template <class Use>
@@ -149,6 +177,10 @@ void UnlockBackEnd() noexcept {
     if (const auto action = std::exchange(t_afterBackEnd, nullptr)) {
         action();
     }
+}
+
+const BackEndUse& CurrentBackEndUse() noexcept {
+    return GetState().use;
 }
 
 void CountNestedCall() noexcept {
@@ -240,14 +272,20 @@ std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) 
     if (t_isInsideBackEnd) {
         throw std::logic_error("a log back end cannot replace the log back end");
     }
+    cvlcoreplatform::HeldLines::WriteFromOutside();
     State& state = GetState();
-    const std::unique_lock guard(state.lock);
-    state.backEnd.swap(backEnd);
-    if (state.backEnd != nullptr) {
-        s_enabledFrom.fetch_and(~noBackEnd, std::memory_order_relaxed);
-    } else {
-        s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
+    BackEndUse formerUse = std::make_shared<char>();
+    {
+        const std::unique_lock guard(state.lock);
+        state.backEnd.swap(backEnd);
+        state.use.swap(formerUse);
+        if (state.backEnd != nullptr) {
+            s_enabledFrom.fetch_and(~noBackEnd, std::memory_order_relaxed);
+        } else {
+            s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
+        }
     }
+    AwaitOtherUses(formerUse);
     return backEnd;
 }
 

@@ -4,12 +4,18 @@
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LineBatch.h"
 
+#include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <fcntl.h>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -162,6 +168,92 @@ TEST_P(CorePlatformLineBatchTest, LinesThatCannotBeWrittenAreCountedOneByOne) {
 
     EXPECT_EQ(Increase(&LogStatistics::lines), 0U);
     EXPECT_EQ(Increase(&LogStatistics::writeErrors), 3U);
+}
+
+TEST_P(CorePlatformLineBatchTest, WhoReplacesTheBackEndWaitsForWhatOthersHold) {
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isReplaced{false};
+    std::thread holder([&] {
+        const LineBatch batch(GetParam());
+        LogMessage("held");
+        isHeld = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_FALSE(isReplaced);
+    });
+    while (!isHeld) {
+        std::this_thread::yield();
+    }
+
+    LogTo("next.jsonl");
+    isReplaced = true;
+
+    EXPECT_THAT(Messages(), ElementsAre("held"));
+    holder.join();
+}
+
+TEST_P(CorePlatformLineBatchTest, AForkedChildDoesNotWaitForWhatItsParentsThreadsHold) {
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isOver{false};
+    std::thread holder([&] {
+        const LineBatch batch(GetParam());
+        LogMessage("held");
+        isHeld = true;
+        isOver.wait(false);
+    });
+    while (!isHeld) {
+        std::this_thread::yield();
+    }
+
+    const auto begin = std::chrono::steady_clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+        ReplaceBackEnd(nullptr);
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    const auto time = std::chrono::steady_clock::now() - begin;
+    isOver = true;
+    isOver.notify_all();
+    holder.join();
+
+    EXPECT_LT(time, std::chrono::seconds(4)) << "a batch that goes on is waited for five seconds";
+    EXPECT_THAT(Messages(), ElementsAre("held"));
+}
+
+TEST_F(CorePlatformLineBatchLinesTest, LinesThatAStreamTookBeforeItWasStuckAreNotWrittenTwice) {
+    constexpr int count = 30;
+    const std::string path = m_folder.PathOf("pipe");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    LogTo("pipe");
+    fcntl(reader, F_SETPIPE_SZ, 4096);
+    testing::internal::CaptureStderr();
+    {
+        const LineBatch batch(LineBatch::Holds::Lines);
+        for (int i = 0; i < count; ++i) {
+            LogMessage(std::to_string(i) + std::string(300, '.'));
+        }
+    }
+    testing::internal::GetCapturedStderr();
+
+    std::vector<char> buffer(65536);
+    const ssize_t length = read(reader, buffer.data(), buffer.size());
+    close(reader);
+    std::istringstream lines(std::string(buffer.data(), length > 0 ? std::size_t(length) : 0));
+    std::vector<std::string> numbers;
+    std::vector<std::string> expected;
+    for (std::string line; std::getline(lines, line);) {
+        const auto json = nlohmann::json::parse(line, nullptr, false);
+        if (json.is_object()) {
+            const auto message = json.at("message").get<std::string>();
+            numbers.push_back(message.substr(0, message.find('.')));
+            expected.push_back(std::to_string(expected.size()));
+        }
+    }
+    EXPECT_GT(numbers.size(), 5U);
+    EXPECT_EQ(numbers, expected);
+    EXPECT_EQ(Increase(&LogStatistics::lines), numbers.size());
+    EXPECT_EQ(Increase(&LogStatistics::writeErrors), count - numbers.size());
 }
 
 TEST_F(CorePlatformLineBatchLinesTest, ManyLinesAreWrittenInBetween) {

@@ -4,9 +4,9 @@
 
 namespace TLog {
 
-/// While one stands on a thread, what this thread logs to a file is held back; it is written at the
-/// latest when the batch ends. It goes to the back end that it was logged to, even if another one
-/// has taken its place meanwhile. A batch within a batch does nothing.
+/// While a thread has one, what it logs to a file is held back; it is written at the latest when
+/// the batch ends. It goes to the back end that it was logged to; who replaces that one waits for
+/// it. A batch within a batch does nothing.
 class CVLCOREPLATFORM_API LineBatch {
 public:
     enum class Holds {

@@ -17,9 +17,10 @@ CVLCOREPLATFORM_API void SetThreshold(Severity threshold) noexcept;
 CVLCOREPLATFORM_API Severity GetThreshold() noexcept;
 
 /// Makes `backEnd` the receiver of all that is logged from now on, and returns the one before.
-/// When it returns nobody is inside the former back end any more. Null switches logging off: no
-/// severity is enabled then. The back end that is current at the end of the process is never
-/// destroyed, because static destructors may log; flush it if it buffers. Throws
+/// When it returns nobody is inside the former back end any more, and what threads have held back
+/// for it (`LineBatch`) is written; a batch that goes on is waited for five seconds. Null switches
+/// logging off: no severity is enabled then. The back end that is current at the end of the process
+/// is never destroyed, because static destructors may log; flush it if it buffers. Throws
 /// `std::logic_error` when called from inside a back end.
 CVLCOREPLATFORM_API std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd);
 
