@@ -8,12 +8,16 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <utility>
 
 #include <boost/uuid/random_generator.hpp>
@@ -24,6 +28,44 @@ namespace {
 // The operating system's own numbers: slow, without any state of ours.
 using SystemGenerator = boost::uuids::random_generator_pure;
 
+// A child has a copy of its parent's generators and would repeat its ids. So there is a number that
+// is another one in the child, which each generator compares with the one that it was seeded under.
+// The kernel wipes the page of that number in every child that gets a copy of the memory, however
+// it was made. Where the kernel cannot do that, children made by `fork` are noticed all the same.
+class EpochOfIds {
+public:
+    EpochOfIds() noexcept {
+        const auto pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        void* const page =
+            mmap(nullptr, pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (page != MAP_FAILED && madvise(page, pageSize, MADV_WIPEONFORK) == 0) {
+            m_epoch = new (page) std::atomic<uint64>{0};
+        }
+    }
+
+    uint64 Get() noexcept {
+        const uint64 epoch = m_epoch->load(std::memory_order_relaxed);
+        return epoch != 0 ? epoch : Begin();
+    }
+
+    void End() noexcept { m_epoch->store(0, std::memory_order_relaxed); }
+
+private:
+    uint64 Begin() noexcept {
+        const uint64 epoch = m_last.fetch_add(1, std::memory_order_relaxed) + 1;
+        m_epoch->store(epoch, std::memory_order_relaxed);
+        return epoch;
+    }
+
+    std::atomic<uint64> m_last{0};
+    std::atomic<uint64> m_unwiped{0};
+    std::atomic<uint64>* m_epoch = &m_unwiped;
+};
+
+EpochOfIds epochOfIds;
+
+[[maybe_unused]] cvlsys::InForkedChild beginEpoch([] { epochOfIds.End(); });
+
 class Generator {
 public:
     Generator() { Seed(); }
@@ -33,8 +75,9 @@ public:
     Generator& operator=(const Generator&) = delete;
 
     std::array<unsigned char, 16> Next() {
-        if (m_stale) {
+        if (const uint64 epoch = epochOfIds.Get(); epoch != m_epoch) {
             Seed();
+            m_epoch = epoch;
         }
         const std::array<uint64, 2> bits{m_engine(), m_engine()};
         std::array<unsigned char, 16> bytes{};
@@ -45,9 +88,6 @@ public:
         bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
         return bytes;
     }
-
-    /// The next id begins a new sequence.
-    void MarkStale() noexcept { m_stale = true; }
 
 private:
     using Engine = std::mt19937_64;
@@ -62,24 +102,13 @@ private:
         std::memcpy(words.data(), entropy.data(), sizeof words);
         std::seed_seq sequence(words.begin(), words.end());
         m_engine.seed(sequence);
-        m_stale = false;
     }
 
     Engine m_engine;
-    bool m_stale = false;
+    uint64 m_epoch = epochOfIds.Get();
 };
 
 using ThreadGenerator = cvlcoreplatform::ThreadObject<Generator>;
-
-// A forked child has a copy of its parent's generator and would repeat its ids. The thread that
-// forked is the only one in the child.
-void ReseedInChild() {
-    if (Generator* const generator = ThreadGenerator::Peek()) {
-        generator->MarkStale();
-    }
-}
-
-[[maybe_unused]] cvlsys::InForkedChild reseed(ReseedInChild);
 
 using cvlcoreplatform::digitsInId;
 using Digits = cvlcoreplatform::HexDigits;

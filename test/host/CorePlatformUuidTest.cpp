@@ -3,9 +3,14 @@
 #include "cvlcoreplatform/TUUID.h"
 
 #include <array>
+#include <csignal>
+#include <new>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -174,6 +179,43 @@ TEST(CorePlatformUuidTest, AForkedChildDoesNotRepeatItsParentsIds) {
     }
     close(channel[0]);
     close(channel[1]);
+
+    EXPECT_EQ(all.size(), 3 * count);
+}
+
+// Without the handlers that `fork` calls.
+TEST(CorePlatformUuidTest, NorDoesOneThatWasMadeByABareSystemCall) {
+    constexpr std::size_t count = 16;
+
+    struct Ids {
+        std::array<TUUID, count> ids;
+    };
+
+    void* const page =
+        mmap(nullptr, sizeof(Ids), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(page, MAP_FAILED);
+    Ids& childs = *new (page) Ids;
+    static_cast<void>(TUUID::CreateUUID());
+
+    std::set<TUUID> all;
+    for (const bool isClone : {false, true}) {
+        const pid_t child =
+            isClone ? static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0)) : _Fork();
+        if (child == 0) {
+            for (TUUID& id : childs.ids) {
+                id = TUUID::CreateUUID();
+            }
+            _exit(0);
+        }
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        all.insert(childs.ids.begin(), childs.ids.end());
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        all.insert(TUUID::CreateUUID());
+    }
+    munmap(page, sizeof(Ids));
 
     EXPECT_EQ(all.size(), 3 * count);
 }

@@ -2,8 +2,15 @@
 #include "Sanitizers.h"
 #include "SysChildProcess.h"
 
+#include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlmetrics/MetricsManager.h"
+#include "cvlmetrics/host/Statistics.h"
+
 #include <atomic>
 #include <chrono>
+#include <memory>
+#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -124,6 +131,118 @@ TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_THAT(m_listener->Descriptions(), Contains("close query"));
+}
+
+TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAll) {
+    constexpr int threads = 8;
+    constexpr int works = 40;  // as many as a queue has room for
+    const Subscription subscription(*m_listener, flagTracing, false);
+    std::atomic<bool> isSlow{true};
+    m_listener->reaction = [&](const MetricsEvent&) {
+        if (isSlow) {
+            std::this_thread::sleep_for(milliseconds{1});
+        }
+    };
+    for (int i = 0; i < threads; ++i) {
+        tarn::test::OnAnotherThread([] {
+            const CurrentContext context;
+            for (int work = 0; work < works; ++work) {
+                Work("queued");
+            }
+        });
+    }
+
+    const uint64 before = Metrics::GetBusStatistics().deliveredEvents;
+    const bool isInTime = SucceedsInChild([before] {
+        return Metrics::GetBusStatistics().deliveredEvents - before < threads * works;
+    });
+    isSlow = false;
+    FlushAll();
+
+    EXPECT_TRUE(isInTime);
+    EXPECT_GE(m_listener->Descriptions().size(), std::size_t{2} * threads * works);
+}
+
+TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForAListenerThatHangsAndTheChildMayAddAnother) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
+    const Subscription subscription(*m_listener, flagTracing, false);
+    HoldConsumer();
+    const CurrentContext context;
+    Work("hangs");
+
+    const bool isWell = SucceedsInChild([] {
+        const bool isAlone = Metrics::MetricsManager::GetInstance().GetConsumerCount() == 0 &&
+                             !Metrics::TestBits(flagTracing);
+        Work("nobody hears it");
+        const CurrentContext own;
+        const RefCntPtr<MetricsTest::RecordingListener> another =
+            new MetricsTest::RecordingListener;
+        const Subscription childs(*another, flagTracing, false);
+        Work("childs");
+        return isAlone && Metrics::Flush(patience) &&
+               another->Descriptions() == std::vector<std::string>{"open childs", "close childs"};
+    });
+    m_gate.Open();
+    FlushAll();
+
+    EXPECT_TRUE(isWell);
+    EXPECT_THAT(m_listener->Descriptions(), Contains("close hangs"));
+}
+
+TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForALogThatHangsAndTheChildMaySetAnother) {
+    class HungLog : public TLog::LogBackEnd {
+    public:
+        explicit HungLog(MetricsTest::Gate& gate) : m_gate(gate) {}
+
+        void Write(TLog::Severity /*severity*/, const TLog::Event& /*event*/) override {
+            m_gate.Pass();
+        }
+
+        void WriteMessage(TLog::Severity /*severity*/, const TString& /*text*/) override {
+            m_gate.Pass();
+        }
+
+    private:
+        MetricsTest::Gate& m_gate;
+    };
+
+    m_gate.Close();
+    const auto former = TLog::ReplaceBackEnd(std::make_shared<HungLog>(m_gate));
+    std::thread logs([] { TLog::Logger::Get().LogMessage(TLog::Warn, u"hangs"); });
+    m_gate.AwaitSomeoneBefore();
+
+    const bool isWell = SucceedsInChild([&] {
+        const bool isOff = !TLog::Logger::Get().IsEnabled(TLog::Fatal);
+        TLog::Logger::Get().LogMessage(TLog::Warn, u"dropped");
+        TLog::ReplaceBackEnd(former);
+        return isOff && TLog::Logger::Get().IsEnabled(TLog::Warn);
+    });
+    m_gate.Open();
+    logs.join();
+    TLog::ReplaceBackEnd(former);
+
+    EXPECT_TRUE(isWell);
+}
+
+TEST_F(MetricsAsynchronousForkTest, AChildDoesNotTellWhatItsParentHasLost) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    Choose(Metrics::WhenQueueIsFull::Refuse);
+    HoldConsumer();
+    const CurrentContext context;
+    while (Metrics::GetBusStatistics().refusedScopes == 0) {
+        Work("queued or refused");
+    }
+
+    EXPECT_TRUE(SucceedsInChild([] {
+        const Metrics::BusStatistics statistics = Metrics::GetBusStatistics();
+        return statistics.refusedScopes == 0 && statistics.lostEvents == 0;
+    }));
+    m_gate.Open();
+    FlushAll();
+
+    EXPECT_GE(Metrics::GetBusStatistics().refusedScopes, 1u);
 }
 
 }  // namespace
