@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ostream>
 #include <vector>
 
 namespace ForkMatrix {
@@ -9,6 +10,9 @@ struct Operation {
     const char* name;    ///< of the function, or of the first one
     const char* others;  ///< names of others that it calls as well, with spaces between them
     void (*run)();
+
+    /// For the tests' messages.
+    friend void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 };
 
 /// All that the libraries export and that may be called so. What else they export is listed with

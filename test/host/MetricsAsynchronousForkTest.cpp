@@ -134,8 +134,8 @@ TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
 }
 
 TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAll) {
-    constexpr int threads = 8;
-    constexpr int works = 40;  // as many as a queue has room for
+    constexpr int threads = 12;
+    constexpr int works = 30;  // as many as a queue has room for
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<bool> isSlow{true};
     m_listener->reaction = [&](const MetricsEvent&) {
@@ -143,13 +143,23 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAl
             std::this_thread::sleep_for(milliseconds{1});
         }
     };
+    // Each keeps its queue until the fork is over.
+    std::atomic<int> haveEmitted{0};
+    std::vector<std::thread> emitters;
     for (int i = 0; i < threads; ++i) {
-        tarn::test::OnAnotherThread([] {
+        emitters.emplace_back([&] {
             const CurrentContext context;
             for (int work = 0; work < works; ++work) {
                 Work("queued");
             }
+            ++haveEmitted;
+            while (isSlow) {
+                std::this_thread::sleep_for(milliseconds{1});
+            }
         });
+    }
+    while (haveEmitted != threads) {
+        std::this_thread::yield();
     }
 
     const uint64 before = Metrics::GetBusStatistics().deliveredEvents;
@@ -157,6 +167,9 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAl
         return Metrics::GetBusStatistics().deliveredEvents - before < threads * works;
     });
     isSlow = false;
+    for (std::thread& emitter : emitters) {
+        emitter.join();
+    }
     FlushAll();
 
     EXPECT_TRUE(isInTime);
