@@ -1,3 +1,4 @@
+#include "Backoff.h"
 #include "MetricsAsynchronousTest.h"
 #include "SysChildProcess.h"
 
@@ -135,6 +136,23 @@ TEST_F(MetricsOwnThreadTest, ItRunsWhereTheProcessMayAndAsOrdinaryThreadsDo) {
 
     EXPECT_TRUE(CPU_EQUAL(&found, &processors));
     EXPECT_EQ(policy, SCHED_OTHER);
+}
+
+TEST_F(MetricsOwnThreadTest, WhoWaitsForAnotherThreadsNextStepsSleepsAfterAWhile) {
+    const auto sleeps = [] {
+        rusage usage{};
+        getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_nvcsw;
+    };
+    Metrics::Backoff backoff;
+    constexpr int pauses = 100;
+
+    const long before = sleeps();
+    for (int i = 0; i < pauses; ++i) {
+        backoff.Pause();
+    }
+
+    EXPECT_GE(sleeps() - before, pauses / 4);
 }
 
 TEST_F(MetricsOwnThreadTest, WhereThereIsNoThreadToBeHadErrnoStaysAndEverythingIsDelivered) {

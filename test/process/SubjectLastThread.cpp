@@ -9,6 +9,7 @@
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Delivery.h"
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -77,22 +78,34 @@ int SessionEndsWhileLogHangs() {
     return 3;
 }
 
-/// Called before the monitor, which logs.
+/// Takes its time for the ends of one context's work. Called before the monitor, which logs.
 class SlowListener : public Metrics::IMetricsListener {
 public:
-    void OnMetricsEvent(const Metrics::MetricsEvent&) override {
-        std::this_thread::sleep_for(std::chrono::microseconds(300));
+    explicit SlowListener(const std::atomic<uint64>& contextId) : m_contextId(contextId) {}
+
+    void OnMetricsEvent(const Metrics::MetricsEvent& event) override {
+        if (event.type == Metrics::MetricsEventType::CloseScope && event.contextId == m_contextId &&
+            event.name.utf8 != nullptr && *event.name.utf8 == "work") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
     }
+
+private:
+    const std::atomic<uint64>& m_contextId;
 };
 
+// The other thread delivers by itself as soon as the end of the process has begun, and then it is
+// this one's last event that it takes first.
 int ReturnWhileAnotherEmits() {
-    Metrics::MetricsManager::GetInstance().AddConsumer(
-        new SlowListener, Metrics::flagTracing, false);
+    static std::atomic<uint64> mainsContext{0};
+    Metrics::MetricsManager& bus = Metrics::MetricsManager::GetInstance();
+    bus.AddConsumer(new SlowListener(mainsContext), Metrics::flagTracing, false);
     TraceForEver();
+    mainsContext = bus.GetThreadContext().GetMetricsContextId();
     std::thread([] {
         for (;;) {
             Work(1, 1);
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            std::this_thread::sleep_for(std::chrono::microseconds(20));
         }
     }).detach();
     while (GetSubject().progress->Ended(1) < 10) {
