@@ -14,7 +14,8 @@ namespace Metrics {
 class CVLMETRICS_API Context {
 public:
     /// Makes the id of a new context, never 0, and announces it: a root with `isRoot`, else a
-    /// child of the calling thread's current context (a root where there is none).
+    /// child of the calling thread's current context (a root where there is none). Construct the
+    /// context for it: an id without one is remembered for as long as the process runs.
     static uint64 Create(bool isRoot);
 
     /// `id` comes from `Create`; `flags` travel with the context's own events.

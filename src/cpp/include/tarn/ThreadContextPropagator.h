@@ -9,7 +9,8 @@ namespace tarn {
 
 /// Takes the current activity along to another thread: construct it where the work is handed
 /// over, copy it into the work, and give `GetContext()` to the first scope over there. A copy may
-/// be read on any thread; the context stays alive as long as some copy holds it.
+/// be read on any thread; the context stays alive as long as some copy holds it. `ActivityHandOver`
+/// takes along what the log needs besides.
 class TARN_EXPORT ThreadContextPropagator {
 public:
     /// Captures the calling thread's current context.
