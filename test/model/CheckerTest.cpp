@@ -152,6 +152,13 @@ Mutation OnRaised(const std::function<void(Raised&)>& change) {
     };
 }
 
+Mutation OnLine(Entry::Kind kind) {
+    return OnEntry(kind, [](Entry& entry) {
+        entry.lineDifference = "two fields of one name";
+        return true;
+    });
+}
+
 struct NamedMutation {
     std::string field;  ///< what the difference must name
     Mutation mutation;
@@ -204,6 +211,8 @@ std::vector<NamedMutation> Mutations() {
                  [](Node& node) { std::swap(node.items[0], node.items[1]); })},
         {"body.\"logs\"",
          OnField(&LogEvent::body, {u"logs"}, [](Node& node) { node.items.pop_back(); })},
+        {"].line", OnLine(Entry::Kind::ActivityEvent)},
+        {"].line", OnLine(Entry::Kind::DiagnosticEvent)},
         {"counterName",
          OnEntry(Entry::Kind::CounterCall,
                  [](Entry& entry) {
