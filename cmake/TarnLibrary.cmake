@@ -59,12 +59,13 @@ function(tarn_configure_shared_library target)
     tarn_compile_for_shared_library(${target})
     tarn_configure_target(${target})
     target_compile_features(${target} INTERFACE cxx_std_17)
-    # As the compiler encodes them, functions and members, then tables and type information; written
-    # out, a foreign function would begin with its result, which may be one of these names.
+    # As the compiler encodes them: functions, members, tables and type information, the ways into a
+    # second base class, and what sets variables up. Written out, a foreign function would begin with
+    # its result, which may be one of these names.
     set(exported)
     foreach(name IN LISTS arg_EXPORTS)
         string(LENGTH "${name}" length)
-        foreach(prefix IN ITEMS _Z _ZN _ZN[KRO] _ZNK[RO] _ZT[ISTV] _ZT[ISTV]N _ZGVN)
+        foreach(prefix IN ITEMS _Z _ZN _ZN[KRO] _ZNK[RO] _ZT[HISTVW] _ZT[HISTVW]N _ZT[hv]*_N _ZGVN)
             string(APPEND exported "  ${prefix}${length}${name}*;\n")
         endforeach()
     endforeach()
