@@ -196,46 +196,72 @@ TEST_F(MetricsMonitorContextTest, AnEmptyCounterCallbackIsNotCalled) {
     OptTarn::SetCorvalaCounterContextsCreated(nullptr);
 }
 
-/// A counter callback that always fails.
-void InstallThrowingCallback() {
-    OptTarn::SetCmonIncrementCounter(
-        [](const std::string&, uint64) { throw std::runtime_error("no counter"); });
+/// A counter callback that fails whenever the counter of this name is counted.
+void InstallThrowingCallback(const std::string& throwingName) {
+    OptTarn::SetCmonIncrementCounter([throwingName](const std::string& name, uint64) {
+        if (name == throwingName) {
+            throw std::runtime_error("no counter");
+        }
+    });
 }
 
-TEST_F(MetricsMonitorContextTest, ACounterCallbackThatThrowsAtABeginningLeavesNoScopeBehind) {
-    InstallThrowingCallback();
+/// For each of the six counters.
+class CounterCallbackTest : public MetricsMonitorContextTest,
+                            public testing::WithParamInterface<const char*> {};
 
-    EXPECT_THROW(Open(7, "query"), std::runtime_error);
+TEST_P(CounterCallbackTest, WhatItThrowsCostsNothingAndIsSaidOnce) {
+    const HostCounters counters;
+    Send(EventBuilder::CreateContext(2, rootContext));
+    Send(EventBuilder::OpenContext(2));
+    InstallThrowingCallback(GetParam());
 
+    for (int round = 0; round < 2; ++round) {
+        Send(EventBuilder::CreateContext(3, rootContext));
+        Send(EventBuilder::OpenContext(3));
+        OpenIn(3, 7, "query");
+        CloseIn(3, 7);
+        Send(EventBuilder::CloseContext(3));
+    }
+    Send(EventBuilder::CloseContext(2));
+
+    EXPECT_THAT(EventNames(), ElementsAre("begin-query", "end-query", "begin-query", "end-query"));
+    EXPECT_EQ(counters.contextsCreated, 3);
+    EXPECT_EQ(counters.contextsClosed, 3);
+    EXPECT_EQ(counters.requestContextsCreated, 2);
+    EXPECT_EQ(counters.requestContextsClosed, 2);
+    EXPECT_EQ(counters.scopesOpened, 2);
+    EXPECT_EQ(counters.scopesClosed, 2);
+    EXPECT_EQ(monitor->GetNumberOpenContexts(), 1U);
     EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
-    EXPECT_EQ(monitor->GetNumberOpenScopesForContext(rootContext), 0U);
-    EXPECT_THAT(*events, IsEmpty());
+    EXPECT_THAT(
+        Log().Messages(),
+        testing::Contains(
+            testing::Pair(TLog::Warn, testing::StartsWith("The counter callback has thrown")))
+            .Times(1));
 }
 
-TEST_F(MetricsMonitorContextTest, ACounterCallbackThatThrowsAtAnEndDoesNotKeepTheScopeOpen) {
-    Open(7, "query");
-    InstallThrowingCallback();
+INSTANTIATE_TEST_SUITE_P(AllCounters,
+                         CounterCallbackTest,
+                         testing::Values("contextsCreated",
+                                         "contextsClosed",
+                                         "requestContextsCreated",
+                                         "requestContextsClosed",
+                                         "scopesOpened",
+                                         "scopesClosed"),
+                         [](const auto& counter) { return std::string(counter.param); });
 
-    EXPECT_THROW(Close(7), std::runtime_error);
+TEST_F(MetricsMonitorContextTest, TheNextCounterCallbackThatThrowsIsReportedToo) {
+    InstallThrowingCallback("");
+    Send(EventBuilder::CreateContext(2));
 
-    EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
-    EXPECT_EQ(monitor->GetNumberOpenScopesForContext(rootContext), 0U);
-    OptTarn::SetCmonIncrementCounter({});
-    Open(8, "next");
-    EXPECT_THAT(LastEvent(), AllOf(Begins("next"), HasActivityField("depth", 0)));
-}
+    InstallThrowingCallback("");
+    Send(EventBuilder::CreateContext(3));
 
-TEST_F(MetricsMonitorContextTest, ACounterCallbackThatThrowsKeepsNeitherRequestNorContext) {
-    std::atomic<int64> requestsClosed{0};
-    OptTarn::SetCorvalaCounterRequestContextsClosed(&requestsClosed);
-    Open(7, "query");
-    InstallThrowingCallback();
-
-    EXPECT_THROW(Send(EventBuilder::CloseContext(rootContext)), std::runtime_error);
-
-    EXPECT_EQ(monitor->GetNumberOpenContexts(), 0U);
-    EXPECT_EQ(requestsClosed, 1);
-    OptTarn::SetCorvalaCounterRequestContextsClosed(nullptr);
+    EXPECT_THAT(
+        Log().Messages(),
+        testing::Contains(
+            testing::Pair(TLog::Warn, testing::StartsWith("The counter callback has thrown")))
+            .Times(2));
 }
 
 // ---- Attributes of the request.

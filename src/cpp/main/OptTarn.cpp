@@ -4,14 +4,25 @@
 #include "OptTarnInternal.h"
 
 #include "cvlcoreplatform/ComputerName.h"
+#include "cvlcoreplatform/TLogger.h"
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace OptTarn {
 namespace {
 
-using CmonIncrementCounter = std::function<void(const std::string&, uint64)>;
+struct CmonIncrementCounter {
+    explicit CmonIncrementCounter(std::function<void(const std::string&, uint64)> callback)
+        : function(std::move(callback)) {}
+
+    const std::function<void(const std::string&, uint64)> function;
+    /// Whether it has thrown before, which the log says then.
+    mutable std::atomic<bool> hasThrown{false};
+};
 
 /// Texts and callbacks. They are built on first use, which the load of the library forces, and
 /// never destroyed: static destructors of the host may still trace.
@@ -50,6 +61,19 @@ void ReplaceCallback(Function& stored, Function&& replacement) {
 void ReplaceName(std::string& stored, const std::string& name) {
     if (&stored != &name) {
         stored = name;
+    }
+}
+
+void WarnOfCounterCallback() noexcept {
+    try {
+        TLog::Logger& logger = TLog::Logger::Get();
+        if (logger.IsEnabled(TLog::Warn)) {
+            logger.LogMessage(TLog::Warn,
+                              u"The counter callback has thrown an exception, which is ignored. "
+                              u"Further ones are not reported.");
+        }
+    } catch (const std::bad_alloc&) {
+        return;  // the host goes on without the message
     }
 }
 
@@ -141,13 +165,20 @@ void SetCmonIncrementCounter(std::function<void(const std::string&, uint64)> cmo
 }
 
 std::function<void(const std::string&, uint64)> GetCmonIncrementCounter() {
-    return *GetTexts().cmonIncrementCounter;
+    return GetTexts().cmonIncrementCounter->function;
 }
 
-void CountWithCmon(const std::string& counterName) {
+void CountWithCmon(const std::string& counterName) noexcept {
     const std::shared_ptr<const CmonIncrementCounter> count = GetTexts().cmonIncrementCounter;
-    if (*count) {
-        (*count)(counterName, 1);
+    if (!count->function) {
+        return;
+    }
+    try {
+        count->function(counterName, 1);
+    } catch (...) {
+        if (!count->hasThrown.exchange(true)) {
+            WarnOfCounterCallback();
+        }
     }
 }
 

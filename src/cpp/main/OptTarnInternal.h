@@ -13,8 +13,10 @@ std::function<void()> GetEmitEnvironmentMetrics();
 
 /// Calls the counter callback with amount 1, if there is one. It runs for every event that is
 /// counted, so it copies a pointer to the callback and not, as the exported getter does, the
-/// callback itself; and it never raises `bad_function_call`.
-void CountWithCmon(const std::string& counterName);
+/// callback itself; and it never raises `bad_function_call`. What the callback throws goes no
+/// further, so that what is counted goes on, and as much is closed as was created: the first time
+/// it is said in the log.
+void CountWithCmon(const std::string& counterName) noexcept;
 
 /// The stored texts themselves, for reading on the delivering thread without a copy.
 const TString& HostName();

@@ -13,11 +13,7 @@ RequestContextAttributes::RequestContextAttributes() {
 
 RequestContextAttributes::~RequestContextAttributes() {
     OptTarn::IncrementCorvalaCounterRequestContextsClosed();
-    try {
-        OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorRequestContextsClosedConst());
-    } catch (...) {  // NOLINT(bugprone-empty-catch): the host's callback failed; the request ends
-                     // all the same
-    }
+    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorRequestContextsClosedConst());
 }
 
 }  // namespace tarn
