@@ -98,6 +98,35 @@ TEST_F(TracingSessionTest, OneSessionAfterTheOtherLogsEachScopeOnce) {
                 ElementsAre(Begins("first"), Ends("first"), Begins("second"), Ends("second")));
 }
 
+TEST_F(TracingSessionTest, ItLeavesTheBusThoughTracingIsOffAtItsEnd) {
+    const uint64 before = ConsumerCount();
+    OptTarn::SetIsTarnEnabled(true);
+    {
+        const TracingSession session;
+        OptTarn::SetIsTarnEnabled(false);
+    }
+
+    EXPECT_EQ(ConsumerCount(), before);
+    EXPECT_TRUE(OptTarn::GetIsTarnEnabled()) << "as it was before the session";
+}
+
+TEST_F(TracingSessionTest, ASecondOneBesideTheFirstIsWarnedOf) {
+    const auto warnings =
+        testing::Contains(testing::Pair(TLog::Warn, testing::HasSubstr("another tracing session")));
+    {
+        const TracingSession first;
+        EXPECT_THAT(Log().Messages(), testing::Not(warnings));
+
+        const TracingSession second;
+        EXPECT_THAT(Log().Messages(), warnings);
+    }
+    Log().Clear();
+
+    const TracingSession alone;
+
+    EXPECT_THAT(Log().Messages(), testing::Not(warnings));
+}
+
 TEST_F(TracingSessionTest, AnExceptionThatEndsItLeavesNoConsumerBehind) {
     const uint64 before = ConsumerCount();
 

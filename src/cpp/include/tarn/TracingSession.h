@@ -28,8 +28,8 @@ enum class OnCrash {
 ///         ...
 ///     }
 ///
-/// One at a time: each monitor logs every scope. Scopes on all threads must have ended before the
-/// session does, and it ends on the thread that made it.
+/// One at a time: each monitor logs every scope, and the log warns of a second one. Scopes on all
+/// threads must have ended before the session does, and it ends on the thread that made it.
 class TARN_EXPORT TracingSession {
 public:
     TracingSession();
@@ -37,12 +37,14 @@ public:
     /// Throws what `Metrics::SaveOnCrash` throws. Set the host's own signal handlers before.
     explicit TracingSession(OnCrash onCrash);
 
-    /// Unregisters the monitor and puts the option IsTarnEnabled back.
+    /// Unregisters the monitor, even if tracing is disabled by now, and puts the option
+    /// IsTarnEnabled back.
     ~TracingSession();
 
     TracingSession(const TracingSession&) = delete;
     TracingSession& operator=(const TracingSession&) = delete;
 
+    /// For what a host sets on it: a sink of its own, additional fields, limits.
     MetricsMonitor& GetMonitor() const noexcept { return *m_monitor; }
 
 private:
