@@ -72,7 +72,7 @@ GatheredValue& GatheredFields::AddWithCare(ObjectId object,
     }
     // Names with the same text in different places are to give the same key.
     constexpr uint64 multiplier = 31;
-    m_names.push_back(name);
+    m_names.push_back({m_count, name});
     return Append({name.SharedCharacters().get(), constant, object, kind},
                   name.Length() * multiplier + *name.Data());
 }

@@ -1,6 +1,5 @@
 #include "EventFields.h"
 
-#include <algorithm>
 #include <cstddef>
 
 namespace TLog {
@@ -34,12 +33,12 @@ public:
         // An object's fields come after the object itself: from behind, it is complete when its
         // turn comes. Of two fields of one name, the last one stays.
         const auto places = gathered.GetPlaces();
+        const std::vector<TString> names = gathered.GetFieldNames();
         for (std::size_t i = places.size(); i-- != 0;) {
             const GatheredPlace& place = places[i];
             if (place.object != GatheredFields::head) {
                 TableOf(place.object)
-                    .emplace(gathered.GetFieldName(place),
-                             ToValue(place.kind, gathered.GetValues()[i]));
+                    .emplace(names[i], ToValue(place.kind, gathered.GetValues()[i]));
             }
         }
     }
@@ -94,14 +93,19 @@ const EventValues& EventFields::MakeValues() const {
     return *expected;
 }
 
-TString GatheredFields::GetFieldName(const GatheredPlace& field) const {
-    const auto owned = std::find_if(m_names.begin(), m_names.end(), [&field](const TString& name) {
-        return name.SharedCharacters().get() == field.name;
-    });
-    if (owned != m_names.end()) {
-        return *owned;
+std::vector<TString> GatheredFields::GetFieldNames() const {
+    std::vector<TString> names;
+    names.reserve(m_count);
+    auto owned = m_names.begin();
+    for (const GatheredPlace& place : GetPlaces()) {
+        if (owned != m_names.end() && owned->field == names.size()) {
+            names.push_back(owned->name);
+            ++owned;
+        } else {
+            names.push_back(place.name != nullptr ? TString::ReferTo(*place.name) : TString());
+        }
     }
-    return field.name != nullptr ? TString::ReferTo(*field.name) : TString();
+    return names;
 }
 
 EventValues GatheredFields::ToValues() const {

@@ -174,7 +174,8 @@ public:
     /// others.
     uint64 ShapeKey() const noexcept { return m_shapeKey; }
 
-    TString GetFieldName(const GatheredPlace& field) const;
+    /// Of all fields, in the order in which they came. Throws `std::bad_alloc`.
+    std::vector<TString> GetFieldNames() const;
 
     const std::shared_ptr<Value>& GetShared(const GatheredValue& value) const noexcept {
         return m_shared[value.shared];
@@ -221,8 +222,15 @@ private:
     std::size_t m_room = usualFields;
     uint32 m_objects;
     uint64 m_shapeKey = 0;
-    // What the fields refer to, unless it lives as long as the process.
-    std::vector<TString> m_names;
+
+    /// The name of a field, owned unless it lives as long as the process.
+    struct OwnedName {
+        std::size_t field;
+        TString name;
+    };
+
+    // What the fields refer to, in their order.
+    std::vector<OwnedName> m_names;
     std::vector<std::shared_ptr<Value>> m_shared;
     GatheredPlace m_usualPlaces[usualFields];
     GatheredValue m_usualValues[usualFields];

@@ -38,11 +38,8 @@ std::string Quoted(std::u16string_view text) {
 }  // namespace
 
 EventShape::EventShape(const GatheredFields& event)
-    : m_places(event.GetPlaces().begin(), event.GetPlaces().end()) {
-    m_names.reserve(m_places.size());
-    for (const GatheredPlace& place : m_places) {
-        m_names.push_back(event.GetFieldName(place));
-    }
+    : m_places(event.GetPlaces().begin(), event.GetPlaces().end()),
+      m_names(event.GetFieldNames()) {
     WriteHead(event, TLog::GetHeadNames().session);
     WriteHead(event, TLog::GetHeadNames().request);
     WriteHead(event, TLog::GetHeadNames().user);

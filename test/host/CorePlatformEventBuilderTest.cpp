@@ -1,4 +1,5 @@
 #include "AllocationCounter.h"
+#include "Cost.h"
 #include "JsonReader.h"
 #include "Threads.h"
 
@@ -330,6 +331,39 @@ private:
 
     std::mt19937 m_random;
 };
+
+TEST(CorePlatformEventBuilderTest, ManyFieldsTakeTimeInProportion) {
+    const auto costsOf = [](int count) {
+        EventBuilder builder;
+        for (int i = 0; i < count; ++i) {
+            builder.AddInt(ObjectId::Body, TString("name " + std::to_string(i)), i);
+        }
+        const Event event = Finish(builder);
+        return std::pair(
+            tarn::test::LeastCostOf(3, [&event] { FormatJsonLine(Info, event, EventTimePoint()); }),
+            tarn::test::LeastCostOf(1, [&event] { event.GetBody(); }));
+    };
+
+    const auto [fewInLine, fewAsValues] = costsOf(3'000);
+    const auto [manyInLine, manyAsValues] = costsOf(30'000);
+
+    // Ten times as many; a search for each among all would be a hundred times.
+    EXPECT_LT(manyInLine, fewInLine * 10 * 5);
+    EXPECT_LT(manyAsValues, fewAsValues * 10 * 5);
+}
+
+TEST(CorePlatformEventBuilderTest, NamesOfBothKindsAreGivenToTheirFields) {
+    static const std::u16string lasting = u"lasting";
+    EventBuilder builder;
+    builder.AddInt(ObjectId::Body, u"first", 1);
+    builder.AddInt(ObjectId::Body, Immortal(lasting), 2);
+    builder.AddInt(ObjectId::Body, TString(), 3);
+    builder.AddInt(ObjectId::Body, u"last", 4);
+
+    const json body = LineOf(Finish(builder))["body"];
+
+    EXPECT_EQ(body, (json{{"first", 1}, {"lasting", 2}, {"", 3}, {"last", 4}}));
+}
 
 TEST(CorePlatformEventBuilderTest, ALineIsTheSameAsThatOfAnEventMadeOfValues) {
     const unsigned seed = std::random_device()();
