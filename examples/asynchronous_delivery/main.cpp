@@ -1,7 +1,6 @@
 // Scopes whose events are delivered on a thread of the bus's own: the working thread does not wait
 // for a slow sink. What is refused under overload is counted, and nothing stays half.
 #include "tarn/ActivityScope.h"
-#include "tarn/MonitorUUIDGenerator.h"
 #include "tarn/TracingSession.h"
 
 #include "cvlmetrics/host/Delivery.h"
@@ -10,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <iostream>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -54,7 +54,7 @@ int main() {
 
     std::atomic<int> events{0};
     const tarn::TracingSession session;
-    session.GetMonitor().EnableTest(new SlowSink(events), new MonitorUUIDGenerator);
+    session.GetMonitor().SetSink(std::make_unique<SlowSink>(events));
 
     // Each step has two events, and the sink takes a millisecond for each.
     const auto took = TimeOf(Work);

@@ -1,9 +1,9 @@
 // Activity events in a form of one's own: a sink that draws them instead of logging them.
 #include "tarn/ActivityScope.h"
-#include "tarn/MonitorUUIDGenerator.h"
 #include "tarn/TracingSession.h"
 
 #include <iostream>
+#include <memory>
 
 namespace {
 
@@ -27,8 +27,8 @@ private:
 
 int main() {
     const tarn::TracingSession session;
-    // The monitor owns both.
-    session.GetMonitor().EnableTest(new DrawingSink, new MonitorUUIDGenerator);
+    // At any time, also while other threads trace.
+    session.GetMonitor().SetSink(std::make_unique<DrawingSink>());
 
     const tarn::ActivityScope load("load");
     { const tarn::ActivityScope read("read"); }

@@ -11,6 +11,7 @@
 #include "tarn/ThreadContextPropagator.h"
 
 #include "cvlmetrics/Context.h"
+#include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/host/Statistics.h"
 #include "cvlsys/TSystem.h"
 
@@ -19,6 +20,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -215,6 +217,69 @@ TEST_F(MonitorStressTest, AfterwardsNothingIsOpenAndTheCountersAgree) {
     EXPECT_THAT(
         Log().Messages(),
         testing::Each(testing::Pair(TLog::Info, testing::StartsWith("Opening MetricsMonitor"))));
+}
+
+/// Passes on what it is given, and fails the test if that happens after its end.
+class MortalSink : public tarn::test::CapturingSink {
+public:
+    explicit MortalSink(std::shared_ptr<tarn::test::CapturedEvents> events)
+        : CapturingSink(std::move(events)) {}
+
+    ~MortalSink() override { m_isAlive = false; }
+
+    void Log(const TLog::Event& event) override {
+        EXPECT_TRUE(m_isAlive);
+        CapturingSink::Log(event);
+        EXPECT_TRUE(m_isAlive) << "it ended during the call";
+    }
+
+private:
+    bool m_isAlive = true;
+};
+
+TEST_F(MonitorStressTest, TheSinkIsReplacedWhileThreadsTrace) {
+    std::atomic<bool> isDone{false};
+    std::atomic<int> replacements{0};
+    const auto replace = [&] {
+        while (!isDone) {
+            m_monitor->SetSink(std::make_unique<MortalSink>(m_events));
+            ++replacements;
+            std::this_thread::yield();
+        }
+    };
+    std::thread one(replace);
+    std::thread other(replace);
+
+    Emitters().Run();
+    isDone = true;
+    one.join();
+    other.join();
+
+    EXPECT_GT(replacements, 10);
+    ExpectWholeTrees();
+}
+
+TEST_F(MonitorStressTest, CountsMayBeAskedForByManyThreadsAtOnce) {
+    m_monitor->Unregister();
+    Metrics::MetricsEvent opening;
+    opening.type = Metrics::MetricsEventType::CreateContext;
+    for (uint64 id = 1000; id < 1020; ++id) {
+        opening.id = id;
+        m_monitor->OnMetricsEvent(opening);
+    }
+
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([this] {
+            for (uint64 id = 0; id < 2000; ++id) {
+                EXPECT_EQ(m_monitor->GetNumberOpenScopesForContext(1000 + id % 30), 0U);
+                EXPECT_EQ(m_monitor->GetNumberOpenScopes(), 0U);
+            }
+        });
+    }
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
 }
 
 // The monitor comes and goes while others trace; what it sees is incomplete, but it stays sound.

@@ -597,9 +597,7 @@ void Model::OnAttributePairs(uint64 contextId, const std::u16string& listName, c
                 forContext.emplace_back(name, value);
             }
         }
-        if (!forContext.empty()) {
-            OnAttributePairs(contextId, std::u16string(names::addContextAttributes), forContext);
-        }
+        OnAttributePairs(contextId, std::u16string(names::addContextAttributes), forContext);
         if (!forRequest.empty()) {
             OnAttributePairs(
                 contextId, std::u16string(names::requestContextAttributes), forRequest);

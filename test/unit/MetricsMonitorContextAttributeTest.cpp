@@ -70,6 +70,19 @@ TEST_F(MetricsMonitorAttributeTest, ThreadIdsOfAContextAreTheScopesThreads) {
     EXPECT_EQ(ThreadsOfLastEvent(), LogValue(3));
 }
 
+TEST_F(MetricsMonitorAttributeTest, AThreadThatComesBackIsTheScopesThreadAgain) {
+    ReportResources(corvala::memory::MemoryTrackingOff);
+    for (const int thread : {40, 50, 60, 50, 40}) {
+        Send(EventBuilder::ContextValue(rootContext, "tid", thread));
+    }
+
+    Open(7, "query");
+    EXPECT_THAT(LastEvent(), HasThreadId(40));
+    Close(7);
+
+    EXPECT_EQ(ThreadsOfLastEvent(), LogValue(3));
+}
+
 TEST_F(MetricsMonitorAttributeTest, AThreadIdThatComesLateConcernsLaterScopes) {
     Open(7, "outer");
 
@@ -230,16 +243,36 @@ TEST_F(MetricsMonitorAttributeTest, AMappableListWithoutMappingsIsOneLayer) {
     EXPECT_THAT(LastEvent(), HasExactlyAttributes({"base", "vw", "wb"}));
 }
 
-TEST_F(MetricsMonitorAttributeTest, AMappableListOfMappedNamesAloneMakesNoLayer) {
+TEST_F(MetricsMonitorAttributeTest, AMappableListOfMappedNamesAloneTakesItsOwnLayerAway) {
     Open(7, "query");
-    AddToContext("ctx", {{"base", 1}});
+    AddToContext("mctx", {{"tenant", "blue"}});
 
     AddToContext("mctx", {{"user", "ada"}, {"sid", "s-1"}});
+    Open(8, "inner");
+    EXPECT_THAT(LastEvent(), HasExactlyAttributes({"tenant", "vw", "wb"}));
+    Close(8);
+    Send(EventBuilder::PostClose(rootContext));
+    Open(8, "next");
+    EXPECT_THAT(LastEvent(), HasAttribute("tenant", "blue"));
+    Close(8);
     Send(EventBuilder::PostClose(rootContext));
     Close(7);
 
     EXPECT_THAT(LastEvent(),
                 AllOf(HasUser("ada"), HasSession("s-1"), HasExactlyAttributes({"vw", "wb"})));
+}
+
+TEST_F(MetricsMonitorAttributeTest, AMappedListInAChildContextLeavesTheParentsLayer) {
+    AddToContext("mctx", {{"tenant", "blue"}});
+    OpenContext(2, rootContext);
+
+    Send(EventBuilder::ContextPairs(2, "mctx", {{"user", "ada"}}));
+    Send(EventBuilder::PostClose(2));
+
+    Send(EventBuilder::OpenScope(7, "child").In(2));
+    EXPECT_THAT(LastEvent(), HasAttribute("tenant", "blue"));
+    Open(8, "parent");
+    EXPECT_THAT(LastEvent(), HasAttribute("tenant", "blue"));
 }
 
 TEST_F(MetricsMonitorAttributeTest, AMixedMappableListIsDivided) {
@@ -293,14 +326,14 @@ TEST_F(MetricsMonitorAttributeTest, MappedAttributesNeedARequest) {
     EXPECT_THAT(LastEvent(), AllOf(HasUser("-"), HasAttribute("tenant", "blue")));
 }
 
-TEST_F(MetricsMonitorAttributeTest, AnEmptyMappableListMakesNoLayer) {
+TEST_F(MetricsMonitorAttributeTest, AnEmptyMappableListIsALayerToo) {
     AddToContext("ctx", {{"tenant", "blue"}});
 
     AddToContext("mctx", {});
     Send(EventBuilder::PostClose(rootContext));
 
     Open(7, "query");
-    EXPECT_THAT(LastEvent(), LacksAttribute("tenant"));
+    EXPECT_THAT(LastEvent(), HasAttribute("tenant", "blue"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "FlatTable.h"
 #include "MonitorNames.h"
 #include "RecordTable.h"
+#include "SharedStack.h"
 #include "SponsorChain.h"
 #include "ThreadIds.h"
 
@@ -112,6 +113,23 @@ TEST(SponsorChainTest, AChainOfAMillionSponsorsIsGivenUpWithoutRecursion) {
     EXPECT_THAT(IdsOf(chain), ElementsAre(7));
 }
 
+TEST(SharedStackTest, WhatIsTakenFromOneCopyStaysInTheOther) {
+    SharedStack<std::string> one{"bottom", "top"};
+    SharedStack<std::string> other = one;
+
+    other.Pop();
+    other.Push("another");
+
+    EXPECT_THAT(std::vector<std::string>({*one.begin(), *++one.begin()}),
+                ElementsAre("top", "bottom"));
+    EXPECT_EQ(*other.begin(), "another");
+    one.Pop();
+    one.Pop();
+    one.Pop();
+    EXPECT_TRUE(one.IsEmpty());
+    EXPECT_EQ(*++other.begin(), "bottom");
+}
+
 // ---- Records.
 
 TEST(RecordTableTest, ARecordThatWasTakenOutIsNotFoundAnyMore) {
@@ -165,6 +183,18 @@ TEST(RecordTableTest, IdsThatShareAPlaceAmongTheLastOnesAreToldApart) {
     EXPECT_EQ(table.Find(1001), nullptr);
 }
 
+TEST(RecordTableTest, AReaderFindsTheSameAsAWriter) {
+    RecordTable<std::string> table;
+    *table.FindOrMake(1).first = "one";
+    const RecordTable<std::string>& asReader = table;
+
+    ASSERT_NE(asReader.Find(1), nullptr);
+    EXPECT_EQ(asReader.Find(1), table.Find(1));
+    EXPECT_EQ(asReader.Find(9), nullptr) << "its place among the last ones is taken";
+    table.TakeOut(1);
+    EXPECT_EQ(asReader.Find(1), nullptr);
+}
+
 // ---- Threads.
 
 TEST(ThreadIdsTest, EachThreadCountsOnce) {
@@ -181,6 +211,28 @@ TEST(ThreadIdsTest, EachThreadCountsOnce) {
     EXPECT_EQ(ids.Size(), 4U);
     ids.Release();
     EXPECT_EQ(ids.Size(), 0U);
+}
+
+TEST(ThreadIdsTest, ManyThreadsCountOnceEach) {
+    constexpr uint64 count = 1000;
+    ThreadIds ids;
+    ThreadIds others;
+    for (int round = 0; round < 2; ++round) {
+        for (uint64 id = 0; id < count; ++id) {
+            ids.Insert(id * 7 % count);
+            others.Insert(id + count / 2);
+        }
+    }
+    ASSERT_EQ(ids.Size(), count);
+
+    ids.Insert(others);
+    ids.Insert(others);
+
+    EXPECT_EQ(ids.Size(), count + count / 2);
+    ids.Release();
+    EXPECT_TRUE(ids.IsEmpty());
+    ids.Insert(5);
+    EXPECT_EQ(ids.Size(), 1U);
 }
 
 // ---- Names.

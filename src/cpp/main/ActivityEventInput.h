@@ -25,6 +25,8 @@ struct ActivityEventInput {
     const RequestContextAttributes::Table& attributes;
 
     uint64 timeInMicroseconds = 0;  ///< since the epoch
+
+    uint64 lineNumber = 0;  ///< with additional fields, else 0
 };
 
 }  // namespace tarn

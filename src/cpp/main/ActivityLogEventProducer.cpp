@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -150,6 +151,32 @@ void AddMonitorIds(EventBuilder& event, const ActivityEventInput& input) {
     }
 }
 
+/// The names of the additional fields.
+class AdditionalNames {
+    const std::u16string m_caller{u"caller"};
+    const std::u16string m_lineNumber{u"seq"};
+
+public:
+    const TString caller = TString::ReferTo(m_caller);
+    const TString lineNumber = TString::ReferTo(m_lineNumber);
+};
+
+/// Who started the scope, unless that is itself or unknown, and the line's number.
+void AddAdditionalFields(EventBuilder& event, const ActivityEventInput& input) {
+    static const NeverDestroyed<AdditionalNames> names;
+    const MetricsMonitor::ScopeState& scope = input.scope;
+    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
+        const TString& own = scope.traceDepth <= 0 ? scope.rootIdText : scope.ownIdText;
+        const TString& caller = scope.callerText;
+        if (!caller.IsEmpty() && caller != NoText() && caller != own) {
+            event.AddText(ObjectId::Activity, names.Get().caller, caller);
+        }
+    } else if (scope.callerId != TUUID() && scope.callerId != scope.activityId) {
+        event.AddUuid(ObjectId::Activity, names.Get().caller, scope.callerId);
+    }
+    event.AddInt(ObjectId::Activity, names.Get().lineNumber, static_cast<int64>(input.lineNumber));
+}
+
 std::shared_ptr<TLog::Literal> ToLiteral(const MetricsValue& value) {
     switch (value.type) {
         case MetricsValue::MV_Int64:
@@ -166,7 +193,7 @@ std::shared_ptr<TLog::Literal> ToLiteral(const MetricsValue& value) {
     }
 }
 
-/// What the layers say of the request, except what is read elsewhere; later layers count more.
+/// What the layers say of the request, except what is read elsewhere; the upper ones count more.
 void AddContextLayers(EventBuilder& event, const MetricsMonitor::ContextInfo::Layers& layers) {
     FlatTable<const MetricsValue*> table;
     for (const auto& layer : layers) {
@@ -174,7 +201,9 @@ void AddContextLayers(EventBuilder& event, const MetricsMonitor::ContextInfo::La
             // A kind that nobody knows costs the event, even where another layer says something
             // else.
             RequireKnownKind(value);
-            table.Set(name, &value);
+            if (table.Find(name) == nullptr) {
+                table.Set(name, &value);
+            }
         }
     }
     for (const auto& [name, value] : table) {
@@ -284,11 +313,14 @@ void ActivityLogEventProducer::AddIdentity(EventBuilder& event,
     event.AddText(ObjectId::Activity, tokens.nameAttr, input.scope.name.View());
     event.AddInt(ObjectId::Activity, tokens.depthAttr, input.scope.traceDepth);
     event.AddText(ObjectId::Activity, tokens.phaseAttr, WordOf(m_config.GetPhase()));
+    if (input.lineNumber != 0) {
+        AddAdditionalFields(event, input);
+    }
 }
 
 void ActivityLogEventProducer::AddRequestContextAttributes(EventBuilder& event,
                                                            const ActivityEventInput& input) const {
-    if (input.layers != nullptr && !input.layers->empty()) {
+    if (input.layers != nullptr && !input.layers->IsEmpty()) {
         AddContextLayers(event, *input.layers);
     }
     event.AddText(ObjectId::Attributes,

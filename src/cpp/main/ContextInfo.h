@@ -1,7 +1,10 @@
 #pragma once
 
+#include "OpenScopes.h"
 #include "RequestContextAttributes.h"
 #include "ScopeState.h"
+#include "SharedStack.h"
+#include "ThreadIds.h"
 
 #include "tarn/MetricsMonitor.h"
 
@@ -12,27 +15,29 @@
 #include <deque>
 #include <memory>
 #include <unordered_map>
-#include <vector>
 
 /// What the monitor knows of one context, from its creation to its close.
 struct MetricsMonitor::ContextInfo {
-    /// Attributes that hold for a while, by name; a later layer covers an earlier one.
+    /// Attributes that hold for a while, by name; a layer covers those below it.
     using Layer = std::unordered_map<TString, Metrics::MetricsValue>;
-    using Layers = std::vector<Layer>;
+    using Layers = tarn::SharedStack<Layer>;
 
     uint64 parentId = 0;  ///< 0 for a root
 
     /// Of the request that this context serves; null before there is one.
     std::shared_ptr<tarn::RequestContextAttributes> request;
 
-    // Ids of scopes, the innermost last. An id may have lost its record by an out-of-order close.
-    std::deque<uint64> openScopes;
+    tarn::OpenScopes openScopes;
+    /// The innermost last. An id may have lost its record by an out-of-order close.
     std::deque<uint64> openTracingScopes;
 
     Metrics::NameValueList pendingAttributes;  ///< wait for a request to be merged into
-    Metrics::NameValueList ownAttributes;      ///< "cid" and "tid"
 
-    /// Shared with the parent; whoever appends takes a copy first.
+    /// The threads that the context has been on, each once however often it comes back.
+    tarn::ThreadIds threads;
+    uint64 lastThread = 0;  ///< the last of them, if there are any
+
+    /// Shared with the parent: what is removed is gone for both. A new layer is put onto a copy.
     std::shared_ptr<Layers> layers;
 
     /// Layers on top of these that could not be made. Each still has its removal to come.

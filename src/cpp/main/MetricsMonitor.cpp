@@ -5,7 +5,6 @@
 #include "MonitorRecords.h"
 #include "ResourceTracking.h"
 
-#include "tarn/MonitorUUIDGenerator.h"
 #include "tarn/OptTarn.h"
 
 #include "cvlcoreplatform/TFormatString.h"
@@ -14,18 +13,11 @@
 #include "cvlsys/RefCntObject.h"
 
 #include <memory>
+#include <utility>
 
 namespace {
 
 constexpr const char* sourceFile = "src/cpp/main/MetricsMonitor";
-
-/// Takes over an object unless it is the owned one already.
-template <class Interface>
-void TakeOver(std::unique_ptr<Interface>& owned, Interface* replacement) {
-    if (owned.get() != replacement) {
-        owned.reset(replacement);
-    }
-}
 
 }  // namespace
 
@@ -41,8 +33,6 @@ void MetricsMonitor::LogSink::Log(const TLog::Event& event) {
 }
 
 MetricsMonitor::MetricsMonitor(uint64 contextId) : m_records(std::make_unique<Records>(contextId)) {
-    m_records->sink = std::make_unique<LogSink>();
-    m_records->uuidGenerator = std::make_unique<MonitorUUIDGenerator>();
     if (!OptTarn::GetIsTarnEnabled()) {
         return;
     }
@@ -61,8 +51,6 @@ MetricsMonitor::MetricsMonitor(uint64 contextId) : m_records(std::make_unique<Re
 
 MetricsMonitor::~MetricsMonitor() {
     m_records->openWork.Withdraw();
-    m_records->uuidGenerator.reset();
-    m_records->sink.reset();
 }
 
 void MetricsMonitor::Register(bool flag) {
@@ -121,8 +109,27 @@ void MetricsMonitor::EnableTest(IMetricsMonitorSink* sink, IMetricsMonitorUUID* 
         tarn::RaiseLogicAssert(sourceFile, 304, "uuidGenerator", 0xCFD85784);
     }
     m_records->testEnabled = true;
-    TakeOver(m_records->sink, sink);
-    TakeOver(m_records->uuidGenerator, uuidGenerator);
+    m_records->sink.Replace(std::unique_ptr<IMetricsMonitorSink>(sink));
+    if (m_records->uuidGenerator.get() != uuidGenerator) {
+        m_records->uuidGenerator.reset(uuidGenerator);
+    }
+}
+
+void MetricsMonitor::SetSink(std::unique_ptr<IMetricsMonitorSink> sink) {
+    m_records->sink.Replace(sink != nullptr ? std::move(sink) : std::make_unique<LogSink>());
+}
+
+void MetricsMonitor::SetAdditionalFields(bool enabled) noexcept {
+    m_records->hasAdditionalFields.store(enabled, std::memory_order_relaxed);
+}
+
+void MetricsMonitor::SetLimits(const Limits& limits) noexcept {
+    m_records->attributesPerScope.Set(limits.attributesPerScope);
+    m_records->nestedScopes.Set(limits.nestedScopes);
+}
+
+MetricsMonitor::Statistics MetricsMonitor::GetStatistics() const noexcept {
+    return {m_records->attributesPerScope.GetLeftOut(), m_records->nestedScopes.GetLeftOut()};
 }
 
 bool MetricsMonitor::IsEnabledForTest() const noexcept {
@@ -138,8 +145,8 @@ uint64 MetricsMonitor::GetNumberOpenScopes() const noexcept {
 }
 
 uint64 MetricsMonitor::GetNumberOpenScopesForContext(const uint64& contextId) const {
-    const ContextInfo* const context = m_records->FindContext(contextId);
-    return context != nullptr ? context->openScopes.size() : 0;
+    const ContextInfo* const context = std::as_const(*m_records).FindContext(contextId);
+    return context != nullptr ? context->openScopes.Size() : 0;
 }
 
 void MetricsMonitor::OverrideMemoryTrackingModeForTest(

@@ -7,7 +7,6 @@
 #include "tarn/TarnMetricsUtils.h"
 #include "tarn/TarnSettings.h"
 
-#include <cstddef>
 #include <memory>
 #include <utility>
 
@@ -18,10 +17,6 @@ namespace {
 
 TString ToText(const MetricsValue& value) {
     return TarnMetricsUtils::MetricsValueToString(value);
-}
-
-std::size_t CountLayers(const MetricsMonitor::ContextInfo& context) {
-    return context.layers != nullptr ? context.layers->size() : 0;
 }
 
 /// Query plans carry their query elsewhere; here it would be said twice.
@@ -47,8 +42,14 @@ void MetricsMonitor::AddAttributeToActivity(ScopeState& state,
         case tarn::ActivityAttributeName::Unknown:
             break;
     }
-    if (!IsQueryOfPlan(state.name, name.text)) {
+    if (IsQueryOfPlan(state.name, name.text)) {
+        return;
+    }
+    if (m_records->attributesPerScope.Admits(state.attributes.Size()) ||
+        state.attributes.Find(name.text) != nullptr) {
         state.attributes.Set(name.text, value);
+    } else {
+        m_records->attributesPerScope.LeaveOut();
     }
 }
 
@@ -57,8 +58,11 @@ void MetricsMonitor::OnCommandName(ScopeState& state, uint64 scopeId, const Metr
         state, scopeId, m_records->names.Read(MetricsValue(tarn::Tokens().nameAttr)), value);
 }
 
-void MetricsMonitor::RouteOpeningPairs(ScopeState& state, const Metrics::NameValueList& pairs) {
+void MetricsMonitor::RouteOpeningPairs(ScopeState& state,
+                                       const ScopeState& parent,
+                                       const Metrics::NameValueList& pairs) {
     using tarn::OpeningPairName;
+    const bool saysCaller = m_records->hasAdditionalFields.load(std::memory_order_relaxed);
     for (const auto& [nameValue, value] : pairs) {
         const tarn::MonitorName& name = m_records->names.Read(nameValue);
         switch (name.openingPair) {
@@ -80,6 +84,13 @@ void MetricsMonitor::RouteOpeningPairs(ScopeState& state, const Metrics::NameVal
                 }
                 break;
             case OpeningPairName::SponsorId:
+                // Who is not in the log cannot be named: then it is who started that one.
+                if (saysCaller) {
+                    TString starter = ToText(value);
+                    if (!IsSilent(parent) || starter != parent.ownIdText) {
+                        state.callerText = std::move(starter);
+                    }
+                }
                 break;
             case OpeningPairName::Unknown:
                 AddAttributeToActivity(state, state.scopeId, name, value);
@@ -136,9 +147,15 @@ void MetricsMonitor::OnAttribute(const MetricsEvent& event) {
     }
     switch (m_records->names.Read(event.name).contextAttribute) {
         case tarn::ContextAttributeName::ContextId:
-        case tarn::ContextAttributeName::ThreadId:
-            context->ownAttributes.emplace_back(event.name, event.value);
+            // Nothing in the log is made of it.
             return;
+        case tarn::ContextAttributeName::ThreadId: {
+            const auto thread =
+                static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(event.value));
+            context->threads.Insert(thread);
+            context->lastThread = thread;
+            return;
+        }
         default:
             context->pendingAttributes.emplace_back(event.name, event.value);
     }
@@ -153,7 +170,7 @@ void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
     if (list == tarn::ListName::RequestContextAttributes) {
         return AddAttributesToRequestContext(*context, event.pairs);
     }
-    const std::size_t layersBefore = CountLayers(*context);
+    const std::shared_ptr<ContextInfo::Layers> layersBefore = context->layers;
     try {
         if (list == tarn::ListName::MappableContextAttributes) {
             HandleMappableContextAttributes(*context, event.pairs);
@@ -162,7 +179,7 @@ void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
         }
     } catch (...) {
         // The removal that is to come must not take another scope's layer.
-        if (CountLayers(*context) == layersBefore) {
+        if (context->layers == layersBefore) {
             ++context->missingLayers;
         }
         throw;
@@ -182,9 +199,8 @@ void MetricsMonitor::HandleMappableContextAttributes(ContextInfo& context,
             contextPairs.emplace_back(name, value);
         }
     }
-    if (!contextPairs.empty()) {
-        AddContextAttributeLayer(context, contextPairs);
-    }
+    // Even one without attributes: the removal that is to come takes this layer, and no other.
+    AddContextAttributeLayer(context, contextPairs);
     if (!requestPairs.empty()) {
         AddAttributesToRequestContext(context, requestPairs);
     }
@@ -196,11 +212,13 @@ void MetricsMonitor::AddContextAttributeLayer(ContextInfo& context,
     for (const auto& [name, value] : pairs) {
         layer.insert_or_assign(ToText(name), value);
     }
-    // Whoever shares the list so far does not see the new layer.
+    // Whoever shares the layers so far does not see the new one.
     auto layers = context.layers != nullptr ? std::make_shared<ContextInfo::Layers>(*context.layers)
                                             : std::make_shared<ContextInfo::Layers>();
-    layers->resize(layers->size() + context.missingLayers);
-    layers->push_back(std::move(layer));
+    for (uint64 missing = context.missingLayers; missing > 0; --missing) {
+        layers->Push({});
+    }
+    layers->Push(std::move(layer));
     context.layers = std::move(layers);
     context.missingLayers = 0;
 }
@@ -208,11 +226,9 @@ void MetricsMonitor::AddContextAttributeLayer(ContextInfo& context,
 void MetricsMonitor::AddContextAttributesToScope(ScopeState& state,
                                                  ContextInfo& context,
                                                  uint64 /*scopeId*/) {
-    for (const auto& [name, value] : context.ownAttributes) {
-        if (m_records->names.Read(name).contextAttribute == tarn::ContextAttributeName::ThreadId) {
-            state.threadId = static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(value));
-            state.threadIds.Insert(state.threadId);
-        }
+    if (!context.threads.IsEmpty()) {
+        state.threadIds.Insert(context.threads);
+        state.threadId = context.lastThread;
     }
 }
 

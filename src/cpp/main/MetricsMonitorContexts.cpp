@@ -16,14 +16,14 @@ void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
     const auto [created, isNew] = m_records->contexts.FindOrMake(event.id);
     ContextInfo& child = *created;
     OptTarn::IncrementCorvalaCounterContextsCreated();
+    OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsCreatedConst());
+    if (event.contextId == 0) {
+        child.parentId = 0;
+        return;
+    }
     try {
-        OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsCreatedConst());
-        if (event.contextId == 0) {
-            child.parentId = 0;
-            return;
-        }
         // A child may be announced before its parent: the parent is known from then on.
-        const ContextInfo& parent = *m_records->contexts.FindOrMake(event.contextId).first;
+        ContextInfo& parent = *m_records->contexts.FindOrMake(event.contextId).first;
         ScopeState baseState = InnermostState(parent);
         if (!parent.openTracingScopes.empty()) {
             child.openTracingScopes.push_back(parent.openTracingScopes.back());
@@ -50,9 +50,12 @@ void MetricsMonitor::OnOpenContext(const MetricsEvent& event) {
 }
 
 void MetricsMonitor::OnCloseContext(const MetricsEvent& event) {
-    if (m_records->contexts.TakeOut(event.id).empty()) {
+    ContextInfo* const context = m_records->FindContext(event.id);
+    if (context == nullptr) {
         return;
     }
+    context->openScopes.Release(m_records->passedOver);
+    m_records->contexts.TakeOut(event.id);
     OptTarn::IncrementCorvalaCounterContextsClosed();
     OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorContextsClosedConst());
 }
@@ -66,14 +69,11 @@ bool MetricsMonitor::ContextExistsAndIsOpen(uint64 contextId) const {
     return context != nullptr && context->isOpen;
 }
 
-const MetricsMonitor::ScopeState& MetricsMonitor::InnermostState(const ContextInfo& context) const {
+const MetricsMonitor::ScopeState& MetricsMonitor::InnermostState(ContextInfo& context) {
     // Ids whose records were dropped out of order are passed over.
-    for (auto id = context.openScopes.rbegin(); id != context.openScopes.rend(); ++id) {
-        if (const ScopeState* const state = m_records->FindScope(*id)) {
-            return *state;
-        }
-    }
-    return context.baseState;
+    const ScopeState* const innermost = context.openScopes.FindInnermost(
+        m_records->passedOver, [this](uint64 id) { return m_records->FindScope(id); });
+    return innermost != nullptr ? *innermost : context.baseState;
 }
 
 bool MetricsMonitor::IsRequestScope(const MetricsEvent& event) const {

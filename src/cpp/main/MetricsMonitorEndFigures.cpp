@@ -2,6 +2,7 @@
 #include "ActivityTokenText.h"
 #include "LogicAssert.h"
 #include "MonitorRecords.h"
+#include "NeverDestroyed.h"
 #include "ScopeStateDump.h"
 
 #include "tarn/MetricsMonitor.h"
@@ -92,8 +93,13 @@ void PassResultOn(const TString& childResult, MetricsMonitor::ScopeState& parent
     } else {
         return;
     }
-    // Once for every sponsee that ends from then on: the pairs tell how often.
-    parent.resultPairs.emplace_back(tokens.messageAttr, u"detected in one or more sponsees");
+    // Of several pairs of one name the last one counts: what is the last already is not said again
+    // with every sponsee that ends from then on.
+    static const tarn::NeverDestroyed<TString> message(u"detected in one or more sponsees");
+    if (parent.resultPairs.empty() || parent.resultPairs.back().first != tokens.messageAttr ||
+        parent.resultPairs.back().second != message.Get()) {
+        parent.resultPairs.emplace_back(tokens.messageAttr, message.Get());
+    }
 }
 
 }  // namespace

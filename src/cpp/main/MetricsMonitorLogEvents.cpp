@@ -1,11 +1,14 @@
 // Log events: what the monitor gives to the producer for one scope at one moment.
 #include "ActivityEventInput.h"
 #include "ActivityLogEventProducer.h"
+#include "LineNumbers.h"
 #include "MonitorRecords.h"
 #include "NeverDestroyed.h"
 
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
+
+#include <atomic>
 
 namespace {
 
@@ -38,6 +41,7 @@ TLog::Event MetricsMonitor::CreateLogEvent(const ScopeStateWithEventTimeInfo& sc
         context != nullptr ? context->layers.get() : nullptr,
         hasRequest ? context->request->attributes : NoAttributes(),
         scope.time.WallMicroseconds(),
+        m_records->hasAdditionalFields.load(std::memory_order_relaxed) ? tarn::DrawLineNumber() : 0,
     };
 
     const bool foreground = OptTarn::GetIsForegroundThreadContextEnabled();

@@ -33,10 +33,6 @@ private:
     Function m_function;
 };
 
-bool IsLogged(bool transparent) {
-    return !transparent || OptTarn::GetShouldLogTransparent();
-}
-
 void PopBack(std::deque<uint64>& ids) {
     if (!ids.empty()) {
         ids.pop_back();
@@ -47,7 +43,9 @@ void PopBack(std::deque<uint64>& ids) {
 /// taken back, as if the scope had closed at once.
 class Opening {
 public:
-    explicit Opening(MetricsMonitor::ContextInfo& context) noexcept : m_context(context) {}
+    Opening(MetricsMonitor::ContextInfo& context, tarn::PassedOverIds& passedOver) noexcept
+        : m_context(context),
+          m_passedOver(passedOver) {}
 
     ~Opening() {
         if (!m_isDone) {
@@ -58,14 +56,14 @@ public:
     Opening(const Opening&) = delete;
     Opening& operator=(const Opening&) = delete;
 
-    void Count() {
+    void Count() noexcept {
         OptTarn::IncrementCorvalaCounterScopesOpened();
         m_isCounted = true;
         OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopeOpenedConst());
     }
 
     void Push(uint64 scopeId, bool tracing) {
-        m_context.openScopes.push_back(scopeId);
+        m_context.openScopes.Push(scopeId);
         m_isPushed = true;
         if (tracing) {
             m_context.openTracingScopes.push_back(scopeId);
@@ -82,22 +80,16 @@ private:
             m_context.openTracingScopes.pop_back();
         }
         if (m_isPushed) {
-            m_context.openScopes.pop_back();
+            m_context.openScopes.Pop(m_passedOver, true);
         }
         if (m_isCounted) {
-            CountClosed();
-        }
-    }
-
-    static void CountClosed() noexcept {
-        OptTarn::IncrementCorvalaCounterScopesClosed();
-        try {
+            OptTarn::IncrementCorvalaCounterScopesClosed();
             OptTarn::CountWithCmon(OptTarn::GetMetricsMonitorScopedClosedConst());
-        } catch (...) {  // NOLINT(bugprone-empty-catch): what has stopped the opening is under way
         }
     }
 
     MetricsMonitor::ContextInfo& m_context;
+    tarn::PassedOverIds& m_passedOver;
     bool m_isCounted = false;
     bool m_isPushed = false;
     bool m_isPushedAsTracing = false;
@@ -116,6 +108,14 @@ void WarnOfClosingOutOfSync(uint64 scopeId, const TString& name) {
     }
 }
 
+/// The scope was started by the one that it opens in, or by who started that one if the log does
+/// not say anything of it. That may have ended meanwhile.
+void NameCaller(MetricsMonitor::ScopeState& state, const MetricsMonitor::ScopeState& parent) {
+    const bool isLogged = parent.tracing && !IsSilent(parent);
+    state.callerId = isLogged ? parent.activityId : parent.callerId;
+    state.callerText = isLogged ? parent.ownIdText : parent.callerText;
+}
+
 /// Depths come from outside; one more than the largest wraps.
 int32 OneDeeper(int32 depth) {
     return static_cast<int32>(static_cast<uint32>(depth) + 1);
@@ -125,7 +125,7 @@ int32 OneDeeper(int32 depth) {
 
 bool MetricsMonitor::ShouldOpenScope(uint64 contextId, bool tracing) const {
     return ContextExistsAndIsOpen(contextId) &&
-           (tracing || m_records->FindContext(contextId)->openScopes.empty());
+           (tracing || m_records->FindContext(contextId)->openScopes.IsEmpty());
 }
 
 void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
@@ -135,15 +135,20 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
         return;
     }
     ContextInfo& context = *m_records->FindContext(event.contextId);
+    if (!m_records->nestedScopes.Admits(context.openScopes.Depth())) {
+        return m_records->nestedScopes.LeaveOut();
+    }
     auto record = m_records->scopes.TakeSpare();
     ScopeState& state = record.mapped();
-    state.BeginIn(InnermostState(context));
+    const ScopeState& parent = InnermostState(context);
+    state.BeginIn(parent);
+    NameCaller(state, parent);
     state.scopeId = event.id;
     state.name = m_records->names.Read(event.name).text;
     state.contextId = event.contextId;
     state.tracing = tracing;
 
-    Opening opening(context);
+    Opening opening(context, m_records->passedOver);
     opening.Count();
     const bool startsRequest = request || (tracing && context.openTracingScopes.empty());
     if (startsRequest) {
@@ -151,10 +156,11 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
         context.request = std::make_shared<tarn::RequestContextAttributes>();
     }
     if (tracing) {
-        FillTracingState(state, event, context, request, startsRequest);
+        FillTracingState(state, parent, event, context, request, startsRequest);
     }
     opening.Push(event.id, tracing);
     ScopeState& stored = m_records->scopes.Put(event.id, std::move(record));
+    m_records->passedOver.HasRecord(event.id);
     opening.Finish();
     if (tracing) {
         if (context.request != nullptr) {
@@ -165,6 +171,7 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
 }
 
 void MetricsMonitor::FillTracingState(ScopeState& state,
+                                      const ScopeState& parent,
                                       const MetricsEvent& event,
                                       ContextInfo& context,
                                       bool request,
@@ -172,7 +179,7 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
     std::swap(m_records->spareAttributes, state.attributes);
     const bool foreground = OptTarn::GetIsForegroundThreadContextEnabled();
     if (foreground) {
-        RouteOpeningPairs(state, event.pairs);
+        RouteOpeningPairs(state, parent, event.pairs);
     } else {
         for (const auto& [name, value] : event.pairs) {
             AddAttributeToActivity(state, event.id, m_records->names.Read(name), value);
@@ -192,7 +199,7 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
         }
     } else {
         state.sponsorChain.Push(context.openTracingScopes.back());
-        if (!foreground && IsLogged(state.transparent)) {
+        if (!foreground && !IsSilent(state)) {
             state.traceDepth = OneDeeper(state.traceDepth);
             state.serviceDepth = OneDeeper(state.serviceDepth);
         }
@@ -201,7 +208,7 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
 }
 
 void MetricsMonitor::LogBegin(ScopeState& state) {
-    if (!IsLogged(state.transparent)) {
+    if (IsSilent(state)) {
         return;
     }
     // What the begin event has said the end event does not repeat.
@@ -209,7 +216,7 @@ void MetricsMonitor::LogBegin(ScopeState& state) {
         state.attributes.Release();
         std::swap(m_records->spareAttributes, state.attributes);
     });
-    m_records->sink->Log(CreateBeginLogEvent({state, state.openTime}));
+    m_records->sink.Log(CreateBeginLogEvent({state, state.openTime}));
 }
 
 std::pair<bool, bool> MetricsMonitor::ShouldCloseScope(uint64 contextId, uint64 scopeId) const {
@@ -226,7 +233,10 @@ void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
     const auto [close, drop] = ShouldCloseScope(event.contextId, event.id);
     if (drop) {
         // The context's stacks keep the id: what was opened above it is still nested.
-        const Finally forgetRecord([this, &event] { m_records->ForgetScope(event.id); });
+        const Finally forgetRecord([this, &event] {
+            m_records->ForgetScope(event.id);
+            m_records->FindContext(event.contextId)->openScopes.CountLost();
+        });
         WarnOfClosingOutOfSync(event.id, m_records->FindScope(event.id)->name);
         return;
     }
@@ -238,9 +248,9 @@ void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
     // What the stacks say holds as long as nothing else does.
     bool tracing =
         !context.openTracingScopes.empty() && context.openTracingScopes.back() == event.id;
-    const Finally forgetScope([this, &event, &context, &tracing] {
+    const Finally forgetScope([this, &event, &context, &tracing, hadRecord = state != nullptr] {
         m_records->ForgetScope(event.id);
-        PopBack(context.openScopes);
+        context.openScopes.Pop(m_records->passedOver, hadRecord);
         if (tracing) {
             PopBack(context.openTracingScopes);
         }
@@ -261,8 +271,8 @@ void MetricsMonitor::LogEnd(ScopeState& state, const MetricsEvent& event) {
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
         AddSpecificContextAttributesToParent(state);
     }
-    if (IsLogged(state.transparent)) {
-        m_records->sink->Log(CreateEndLogEvent({state, closeTime}));
+    if (!IsSilent(state)) {
+        m_records->sink.Log(CreateEndLogEvent({state, closeTime}));
     }
 }
 
@@ -279,8 +289,8 @@ void MetricsMonitor::OnPostCloseScope(const MetricsEvent& event) {
     }
     if (context->missingLayers > 0) {
         --context->missingLayers;
-    } else if (context->layers != nullptr && !context->layers->empty()) {
-        context->layers->pop_back();
+    } else if (context->layers != nullptr) {
+        context->layers->Pop();
     }
 }
 
@@ -290,8 +300,8 @@ bool MetricsMonitor::ScopeIsOpen(uint64 scopeId) const {
 
 bool MetricsMonitor::ScopeIsOpenTopMostInContext(uint64 contextId, uint64 scopeId) const {
     const ContextInfo* const context = m_records->FindContext(contextId);
-    return context != nullptr && !context->openScopes.empty() &&
-           context->openScopes.back() == scopeId;
+    return context != nullptr && !context->openScopes.IsEmpty() &&
+           context->openScopes.Last() == scopeId;
 }
 
 uint64 MetricsMonitor::FindOpenSponsor(const ScopeState& state, bool anySponsor) const {

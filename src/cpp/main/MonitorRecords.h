@@ -1,30 +1,36 @@
 #pragma once
 
 #include "ContextInfo.h"
+#include "Limit.h"
 #include "MonitorNames.h"
+#include "OpenScopes.h"
 #include "OpenWork.h"
 #include "RecordTable.h"
 #include "ScopeState.h"
+#include "SinkSlot.h"
 
 #include "tarn/MetricsMonitor.h"
+#include "tarn/MonitorUUIDGenerator.h"
 
 #include "cvlsys/IntegerTypes.h"
 
+#include <atomic>
 #include <memory>
 #include <utility>
 
 /// All that a monitor holds. References to contexts and scopes stay valid until these are
 /// forgotten.
 struct MetricsMonitor::Records {
-    explicit Records(uint64 contextId) : rootContextId(contextId) {}
+    explicit Records(uint64 contextId)
+        : rootContextId(contextId),
+          sink(std::make_unique<LogSink>()),
+          uuidGenerator(std::make_unique<MonitorUUIDGenerator>()) {}
 
     const uint64 rootContextId;
     tarn::RecordTable<ContextInfo> contexts;
     tarn::RecordTable<ScopeState> scopes;
+    tarn::PassedOverIds passedOver;
     tarn::MonitorNames names;
-    std::unique_ptr<IMetricsMonitorSink> sink;
-    std::unique_ptr<IMetricsMonitorUUID> uuidGenerator;
-    bool testEnabled = false;
 
     /// The memory that the next scope gathers its opening attributes in; while it is open it needs
     /// none.
@@ -33,6 +39,21 @@ struct MetricsMonitor::Records {
     /// What a crash interrupts.
     const tarn::OpenWork openWork{scopes};
 
+    bool testEnabled = false;
+
+    std::atomic<bool> hasAdditionalFields{false};
+    tarn::Limit attributesPerScope{Limits().attributesPerScope,
+                                   u"A scope has more than %1 attributes. Further ones are left "
+                                   u"out, in this scope and in others."};
+    tarn::Limit nestedScopes{Limits().nestedScopes,
+                             u"More than %1 scopes are open within each other. Those further in "
+                             u"are left out, in this context and in others."};
+
+    // The host's objects go before the records, the generator first.
+    tarn::SinkSlot sink;
+    std::unique_ptr<IMetricsMonitorUUID> uuidGenerator;
+
+    /// Changes nothing, unlike the one below.
     const ContextInfo* FindContext(uint64 contextId) const { return contexts.Find(contextId); }
 
     ContextInfo* FindContext(uint64 contextId) { return contexts.Find(contextId); }

@@ -42,8 +42,11 @@ public:
         return known.record;
     }
 
-    // What was asked for last is all that changes.
-    const Record* Find(uint64 id) const { return const_cast<RecordTable*>(this)->Find(id); }
+    /// Leaves what is known of the last ones as it is: any number of threads may ask at once.
+    const Record* Find(uint64 id) const {
+        const auto found = m_records.find(id);
+        return found == m_records.end() ? nullptr : &found->second;
+    }
 
     /// The record of the id, made if there is none, and whether it was made.
     std::pair<Record*, bool> FindOrMake(uint64 id) {

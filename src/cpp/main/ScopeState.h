@@ -7,6 +7,7 @@
 #include "ThreadIds.h"
 
 #include "tarn/MetricsMonitor.h"
+#include "tarn/OptTarn.h"
 
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/TUUID.h"
@@ -70,6 +71,10 @@ struct __attribute__((visibility("hidden"))) MetricsMonitor::ScopeState {
     uint64 contextId = 0;
     uint64 threadId = 0;
     TUUID requestActivityId;
+    /// Who opened the scope, or is the nearest to that who is logged; as an id, and with foreground
+    /// thread contexts as a text. Empty if there is nobody.
+    TUUID callerId;
+    TString callerText;
     tarn::SponsorChain sponsorChain;
     int32 traceDepth = 0;
     int32 serviceDepth = 0;
@@ -109,6 +114,8 @@ inline void MetricsMonitor::ScopeState::BeginIn(const ScopeState& parent) {
     contextId = 0;
     threadId = parent.threadId;
     requestActivityId = parent.requestActivityId;
+    callerId = TUUID();
+    callerText = TString();
     sponsorChain = parent.sponsorChain;
     traceDepth = parent.traceDepth;
     serviceDepth = parent.serviceDepth;
@@ -135,6 +142,11 @@ inline void MetricsMonitor::ScopeState::LetGo() noexcept {
     resultPairs = {};
     threadIds.Release();
     sponsorChain = {};
+}
+
+/// Whether the scope passes through the log without a word.
+inline bool IsSilent(const MetricsMonitor::ScopeState& state) {
+    return state.transparent && !OptTarn::GetShouldLogTransparent();
 }
 
 /// A scope and the time of the event that is logged about it. Building the event may give the

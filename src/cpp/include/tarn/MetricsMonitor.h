@@ -63,8 +63,42 @@ public:
     /// consistent.
     void OnMetricsEvent(const Metrics::MetricsEvent& event) override;
 
-    /// Replaces the sink and the id generator and owns both from then on. A null argument raises
-    /// `LogicException` and nothing is taken over.
+    /// The sink that all further log events go to, instead of the former one; without an argument
+    /// the one that a monitor starts with. Any thread may call it at any time. When it returns, the
+    /// former sink is not called any more and has been destroyed: the call waits for the event that
+    /// the former sink may be at. Called from inside the former sink's own `Log`, it takes effect
+    /// when that returns. Throws `std::bad_alloc`, and then changes nothing.
+    void SetSink(std::unique_ptr<IMetricsMonitorSink> sink);
+
+    /// With `enabled`, each log event also carries, in its activity table,
+    /// - `caller`: the id of the activity that started this one, even if that has ended; missing
+    ///   where nobody did;
+    /// - `seq`: the events of a process numbered 1, 2, 3 and so on, over all monitors. What is
+    ///   missing later, in a log that was cut or a sink that failed, shows as a gap.
+    /// Off at first. Any thread may call it at any time; it holds for what is built from then on.
+    void SetAdditionalFields(bool enabled) noexcept;
+
+    /// What the monitor keeps of the host's work at most, so that a mistake there does not cost all
+    /// memory. What is over is left out, counted and, the first time, said in the log.
+    struct Limits {
+        uint64 attributesPerScope = 1'000'000;  ///< distinct names in one log event
+        uint64 nestedScopes = 1'000'000;        ///< open within each other in one context
+    };
+
+    /// Any thread may call it at any time; what is there already stays.
+    void SetLimits(const Limits& limits) noexcept;
+
+    struct Statistics {
+        uint64 attributesLeftOut = 0;
+        uint64 scopesLeftOut = 0;
+    };
+
+    /// Since the monitor was made. Any thread may ask.
+    Statistics GetStatistics() const noexcept;
+
+    /// Replaces the sink, as `SetSink` does, and the id generator, and owns both from then on. A
+    /// null argument raises `LogicException` and nothing is taken over. For moments when nothing is
+    /// delivered.
     void EnableTest(IMetricsMonitorSink* sink, IMetricsMonitorUUID* uuidGenerator);
 
     bool IsEnabledForTest() const noexcept;
@@ -94,7 +128,7 @@ private:
                                               uint64 scopeId);
     static bool IsReplaceableRequestDescription(const TString& current,
                                                 const Metrics::MetricsValue& incoming);
-    const ScopeState& InnermostState(const ContextInfo& context) const;
+    const ScopeState& InnermostState(ContextInfo& context);
 
     // Scopes.
     void OnOpenScope(const Metrics::MetricsEvent& event);
@@ -106,6 +140,7 @@ private:
     bool ScopeIsOpenTopMostInContext(uint64 contextId, uint64 scopeId) const;
     uint64 FindOpenSponsor(const ScopeState& state, bool anySponsor) const;
     void FillTracingState(ScopeState& state,
+                          const ScopeState& parent,
                           const Metrics::MetricsEvent& event,
                           ContextInfo& context,
                           bool request,
@@ -129,7 +164,9 @@ private:
     void OnResultAttrs(ScopeState& state, const Metrics::NameValueList& pairs);
     void AddContextAttributesToScope(ScopeState& state, ContextInfo& context, uint64 scopeId);
     void AddSpecificContextAttributesToParent(ScopeState& state);
-    void RouteOpeningPairs(ScopeState& state, const Metrics::NameValueList& pairs);
+    void RouteOpeningPairs(ScopeState& state,
+                           const ScopeState& parent,
+                           const Metrics::NameValueList& pairs);
 
     // End figures and log events.
     void AddEndActivitySpecificNameValues(ScopeState& state,
