@@ -255,6 +255,10 @@ bool Stop(const Deadline& deadline) noexcept {
         deadline);
 }
 
+bool IsRunning() noexcept {
+    return s_state.load(std::memory_order_seq_cst) != State::NotRunning;
+}
+
 bool IsCurrent() noexcept {
     return t_side.isDeliveringThread;
 }

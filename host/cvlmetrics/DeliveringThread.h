@@ -23,6 +23,9 @@ std::optional<bool> Flush(const Deadline& deadline) noexcept;
 /// thread.
 bool Stop(const Deadline& deadline) noexcept;
 
+/// Whether there is such a thread.
+bool IsRunning() noexcept;
+
 /// Whether the calling thread is the delivering one.
 bool IsCurrent() noexcept;
 

@@ -1,17 +1,13 @@
 #include "OwnThread.h"
 
+#include "ProcessThreads.h"
+
 #include "cvlsys/host/HostState.h"
 
-#include <array>
-#include <cstddef>
-#include <cstdio>
-#include <fcntl.h>
 #include <optional>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
-#include <string_view>
-#include <unistd.h>
 
 namespace Metrics::OwnThread {
 
@@ -57,39 +53,6 @@ sigset_t BlockedSignals(const sigset_t& ofStarter) noexcept {
     return blocked;
 }
 
-struct ProcessState {
-    char ofMainThread = 0;
-    int threads = 0;
-};
-
-// What /proc/self/stat says: "pid (name) state", and the 17th number behind it. The name may hold
-// anything.
-std::optional<ProcessState> ReadProcessState() noexcept {
-    const int file = open("/proc/self/stat", O_RDONLY | O_CLOEXEC);
-    if (file < 0) {
-        return std::nullopt;
-    }
-    std::array<char, 1024> content;
-    const ssize_t length = read(file, content.data(), content.size() - 1);
-    close(file);
-    if (length <= 0) {
-        return std::nullopt;
-    }
-    content[static_cast<std::size_t>(length)] = '\0';
-    const std::size_t endOfName =
-        std::string_view(content.data(), static_cast<std::size_t>(length)).rfind(')');
-    if (endOfName == std::string_view::npos) {
-        return std::nullopt;
-    }
-    ProcessState state;
-    const int found = std::sscanf(content.data() + endOfName + 1,
-                                  " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s "
-                                  "%*s %*s %d",
-                                  &state.ofMainThread,
-                                  &state.threads);
-    return found == 2 ? std::optional(state) : std::nullopt;
-}
-
 }  // namespace
 
 bool Start(Body body) noexcept {
@@ -117,11 +80,9 @@ bool Start(Body body) noexcept {
     return result == 0;
 }
 
-// A main thread that has left stays as a zombie and is counted.
 bool IsLastOfProcess() noexcept {
-    const std::optional<ProcessState> state = ReadProcessState();
-    return state.has_value() &&
-           (state->threads == 1 || (state->threads == 2 && state->ofMainThread == 'Z'));
+    const std::optional<ProcessThreads> threads = ProcessThreads::Count();
+    return threads.has_value() && threads->running == 1;
 }
 
 }  // namespace Metrics::OwnThread

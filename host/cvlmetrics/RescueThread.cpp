@@ -3,7 +3,9 @@
 #include "Bus.h"
 #include "CrashHandler.h"
 #include "CrashedThreads.h"
+#include "DeliveringThread.h"
 #include "Futex.h"
+#include "ProcessThreads.h"
 #include "Rescue.h"
 #include "ThreadSide.h"
 
@@ -11,6 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <optional>
 #include <pthread.h>
 #include <system_error>
 #include <unistd.h>
@@ -75,6 +78,28 @@ Stage SleepWhile(Stage stage) noexcept {
     return GetStage();
 }
 
+/// Whether the host's threads are gone, the main thread by `pthread_exit`: then this one must not
+/// keep the process alive.
+bool IsNobodyLeftToSave() noexcept {
+    const std::optional<ProcessThreads> threads = ProcessThreads::Count();
+    const int own = DeliveringThread::IsRunning() ? 2 : 1;
+    return threads.has_value() && threads->hasMainLeft && threads->running <= own;
+}
+
+/// The next stage. Looks from time to time whether there is still somebody who could call.
+Stage SleepUntilCalled() noexcept {
+    constexpr std::chrono::seconds pause{1};
+    for (;;) {
+        const Stage next = SleepIn(Stage::Ready, Clock::now() + pause);
+        if (next != Stage::Ready) {
+            return next;
+        }
+        if (IsNobodyLeftToSave() && TryToSetStage(Stage::Ready, Stage::Ending)) {
+            return Stage::Ending;
+        }
+    }
+}
+
 void* Run(void*) noexcept {
     t_isRescue = true;
     t_side.neverQueues = true;
@@ -82,7 +107,7 @@ void* Run(void*) noexcept {
     Rescue::Prepare();
     SetStage(Stage::Ready);
     for (;;) {
-        if (SleepWhile(Stage::Ready) == Stage::Ending) {
+        if (SleepUntilCalled() == Stage::Ending) {
             break;
         }
         Rescue::Run(s_crash, s_crashed);

@@ -268,6 +268,14 @@ TEST_P(AsynchronousCrashTest, ASinkThatCrashesMeanwhileDoesNotHoldUpTheRescue) {
     EXPECT_THAT(LastWords(log), ElementsAre(HasSubstr("Crashed by SIGABRT")));
 }
 
+TEST_P(CrashTest, WaitingForACrashDoesNotKeepAProcessAliveThatItsThreadsHaveLeft) {
+    Run("crash-never-main-leaves", 0, {.count = scopes});
+
+    const ProcessLog log = Log();
+    ExpectSoundLog(log);
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 0), NumbersUpTo(scopes));
+}
+
 TEST_P(CrashTest, TheHostsHandlerRunsOnceAfterwardsWithTheSameArguments) {
     Crash("crash-with-hosts-handler", SIGSEGV);
 

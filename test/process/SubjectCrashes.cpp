@@ -447,6 +447,13 @@ int InForkedChild() {
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT ? 3 : 4;
 }
 
+// The thread that waits for a crash must not keep the process alive.
+int MainLeaves() {
+    TraceForEverAndSave();
+    Work(0, GetSubject().count);
+    pthread_exit(nullptr);
+}
+
 bool IsDefault(int signal) {
     struct sigaction current {};
 
@@ -535,6 +542,7 @@ const std::map<std::string, Scenario>& CrashScenarios() {
         {"crash-mended", Mended},
         {"crash-while-log-hangs", WhileLogHangs},
         {"crash-in-forked-child", InForkedChild},
+        {"crash-never-main-leaves", MainLeaves},
         {"crash-switched-off", SwitchedOff},
         {"crash-of-signal-that-cannot-be-handled", OfSignalThatCannotBeHandled},
         {"crash-of-ignored-signal", OfIgnoredSignal},
