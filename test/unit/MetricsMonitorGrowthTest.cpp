@@ -186,21 +186,21 @@ TEST_F(MetricsMonitorGrowthTest, FailuresOfManyChildrenTakeNoMemoryInTheirReques
             events->clear();
         }
     };
-    fail(10);
-    const AllocationCounter tenTimes;
-    fail(10);
-    const uint64 usual = tenTimes.AllocatedBytes();
+    fail(100);
+    const AllocationCounter hundredTimes;
+    fail(100);
+    const uint64 usual = hundredTimes.AllocatedBytes();
 
+    const AllocationCounter tenThousandTimes;
     fail(10'000);
-    const AllocationCounter tenTimesLater;
-    fail(10);
 
-    EXPECT_LE(tenTimesLater.AllocatedBytes(), usual);
+    // A list that grows with each failure would have taken a megabyte.
+    EXPECT_LT(tenThousandTimes.AllocatedBytes(), usual * 100 + 200'000);
     Close(8);
     EXPECT_THAT(
         LastEvent(),
         testing::AllOf(
-            tarn::test::HasActivityField("rnerr", 10'030),
+            tarn::test::HasActivityField("rnerr", 10'200),
             tarn::test::HasActivityField(
                 "rv",
                 tarn::test::LogValue::Object({{"msg", "detected in one or more sponsees"}}))));
