@@ -496,12 +496,20 @@ TEST_F(TarnSettingsTest, WritersWaitForReaders) {
 TEST_F(TarnSettingsTest, ReadersOfNamesAndMappingsWaitForWriters) {
     m_patience = std::chrono::milliseconds(20);
     using WriteGuard = TReadWriteLock::WriteGuard;
+    Settings().SetOffs({"one of them"});
 
     EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().IsOff("a"); }));
     EXPECT_FALSE(
         EndsWhileLocked<WriteGuard>([this] { Settings().IsEitherOff(TraceRank{0}, "a"); }));
     EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().GetCopyOfOffs(); }));
     EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { MappingOf(u"site"); }));
+}
+
+TEST_F(TarnSettingsTest, WhileNoNameIsOffAskingForOneDoesNotLock) {
+    EXPECT_TRUE(EndsWhileLocked<TReadWriteLock::WriteGuard>([this] {
+        EXPECT_FALSE(Settings().IsOff("a"));
+        EXPECT_FALSE(Settings().IsEitherOff(TraceRank{0}, "a"));
+    }));
 }
 
 TEST_F(TarnSettingsTest, ReadersOnOtherThreadsSeeWholeSetsOnly) {
