@@ -1,3 +1,4 @@
+#include "LineNumbers.h"
 #include "MonitorTest.h"
 
 #include "tarn/OptTarn.h"
@@ -8,6 +9,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -185,6 +188,20 @@ TEST_F(AdditionalFieldsTest, AnEventThatCannotBeBuiltLeavesAGap) {
 
     ASSERT_EQ(events->size(), 2U);
     EXPECT_EQ(NumberOf(LastEvent()), NumberOf(events->front()) + 2);
+}
+
+TEST_F(AdditionalFieldsTest, AForkedChildNumbersItsEventsFromTheBeginning) {
+    const uint64 before = tarn::DrawLineNumber();
+
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(tarn::DrawLineNumber() == 1 && tarn::DrawLineNumber() == 2 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(tarn::DrawLineNumber(), before + 1);
 }
 
 }  // namespace
