@@ -216,10 +216,11 @@ TEST_F(MetricsOwnThreadTest, ASynchronousFlushIsCarriedOutByTheCaller) {
     const Subscription subscription(*m_listener, flagTracing, false);
 
     const bool isWell = SucceedsInChild([] {
+        const std::ptrdiff_t before = CountThreads();
         const CurrentContext context;
         Work("query");
-        return Metrics::Flush(patience) && CountThreads() == 1 && Metrics::Shutdown(patience) &&
-               CountThreads() == 1;
+        return Metrics::Flush(patience) && CountThreads() == before &&
+               Metrics::Shutdown(patience) && CountThreads() == before;
     });
 
     EXPECT_TRUE(isWell);
