@@ -1,5 +1,7 @@
 #include "FaultTest.h"
 
+#include "AllocationCounter.h"
+#include "EventLine.h"
 #include "KnownIds.h"
 #include "Matchers.h"
 
@@ -23,7 +25,7 @@ std::string TextOf(const TLog::Event& event, Table table, const std::string& fie
 }  // namespace
 
 FaultySink::FaultySink(std::shared_ptr<CapturedEvents> events, Fault fault)
-    : m_sink(std::move(events)),
+    : m_events(std::move(events)),
       m_fault(std::move(fault)) {}
 
 FaultySink::~FaultySink() = default;
@@ -32,7 +34,11 @@ void FaultySink::Log(const TLog::Event& event) {
     if (m_fault) {
         m_fault(event);
     }
-    m_sink.Log(event);
+    {
+        const UnfailingAllocations unfailing;  // of the test itself
+        EXPECT_EQ(DifferenceOfLine(TLog::Info, event), "");
+    }
+    m_events->push_back(event);
 }
 
 FaultTest::FaultTest() {

@@ -20,7 +20,7 @@
 namespace tarn::test {
 
 /// A sink that does something with every event before it keeps it. What it throws goes on, and
-/// the event is not kept.
+/// the event is not kept. The test fails when the event's line says otherwise than the event.
 class FaultySink : public IMetricsMonitorSink {
 public:
     using Fault = std::function<void(const TLog::Event&)>;
@@ -31,7 +31,7 @@ public:
     void Log(const TLog::Event& event) override;
 
 private:
-    CapturingSink m_sink;
+    std::shared_ptr<CapturedEvents> m_events;
     Fault m_fault;
 };
 

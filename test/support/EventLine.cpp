@@ -12,8 +12,8 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
-#include <exception>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 
 namespace tarn::test {
@@ -134,7 +134,7 @@ std::string DifferenceOfLine(const std::string& line,
         const std::string read = ReadJsonLine(line).dump();
         return values == read ? std::string()
                               : "the values say " + values + ", the line says " + read;
-    } catch (const std::exception& error) {
+    } catch (const std::invalid_argument& error) {
         return error.what();
     }
 }

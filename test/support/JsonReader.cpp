@@ -60,7 +60,9 @@ json ReadJsonLine(std::string_view line) {
                            [&names](int /*depth*/, json::parse_event_t event, const json& parsed) {
                                return names.On(event, parsed);
                            });
-    } catch (const std::exception& error) {
+    } catch (const json::exception& error) {
+        Refuse(error.what(), line);
+    } catch (const std::invalid_argument& error) {
         Refuse(error.what(), line);
     }
 }
