@@ -1,6 +1,7 @@
 #include "Operations.h"
 
 #include "tarn/ActivityContextProxy.h"
+#include "tarn/ActivityHandOver.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/ActivityTracer.h"
 #include "tarn/ContextAttributesUtils.h"
@@ -25,6 +26,7 @@
 #include "cvlmetrics/Scope.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Delivery.h"
+#include "cvlmetrics/host/SaveOnCrash.h"
 #include "cvlmetrics/host/Statistics.h"
 #include "cvlsys/CpuTime.h"
 #include "cvlsys/MemoryTracking.h"
@@ -121,6 +123,34 @@ void HandOver() {
     context.Get().DetachFromThread();
     context.Get().AttachToThread();
     static_cast<void>(context.Get().GetId());
+}
+
+void HandOverWork() {
+    const tarn::ActivityHandOver handOver;
+    tarn::ActivityHandOver::Run run(handOver, "run", tarn::TraceType::Untracked);
+    run.DetachFromThread();
+    run.AttachToThread();
+}
+
+void ReadHeaders() {
+    static_cast<void>(tarn::ActivityTracer::ExtractContext("R:R:0", "1,1"));
+    static_cast<void>(tarn::ActivityTracer::GetRefusedHeaders());
+}
+
+void ChangeMonitor() {
+    const tarn::TracingSession session;
+    MetricsMonitor& monitor = session.GetMonitor();
+    monitor.SetSink(nullptr);
+    monitor.SetLimits({});
+    monitor.SetAdditionalFields(true);
+    static_cast<void>(monitor.GetStatistics());
+    const ActivityScope scope("with additional fields");
+}
+
+void SaveOnCrash() {
+    Metrics::SaveOnCrash({});
+    const Metrics::CrashStack stack;
+    Metrics::StopSavingOnCrash();
 }
 
 void EmitByHand() {
@@ -299,6 +329,18 @@ const std::vector<Operation>& Operations() {
              tarn::ContextAttributesUtils::Set({{u"user", u"somebody"}});
              tarn::ContextAttributesUtils::SetCustomContextAttributes({{u"user", u"somebody"}});
          }},
+        {"tarn::ActivityHandOver::ActivityHandOver",
+         "tarn::ActivityHandOver::Run::Run tarn::ActivityHandOver::Run::AttachToThread "
+         "tarn::ActivityHandOver::Run::DetachFromThread "
+         "tarn::ActivityHandOver::Run::OpenContext::OpenContext",
+         HandOverWork},
+        {"tarn::ActivityTracer::ExtractContext",
+         "tarn::ActivityTracer::GetRefusedHeaders",
+         ReadHeaders},
+        {"MetricsMonitor::SetSink",
+         "MetricsMonitor::SetLimits MetricsMonitor::SetAdditionalFields "
+         "MetricsMonitor::GetStatistics",
+         ChangeMonitor},
         {"tarn::TracingSession::TracingSession",
          "tarn::TracingSession::~TracingSession MetricsMonitor::MetricsMonitor "
          "MetricsMonitor::~MetricsMonitor MetricsMonitor::Register MetricsMonitor::Unregister",
@@ -331,6 +373,10 @@ const std::vector<Operation>& Operations() {
              static_cast<void>(
                  Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId());
          }},
+        {"Metrics::SaveOnCrash",
+         "Metrics::StopSavingOnCrash Metrics::CrashStack::CrashStack "
+         "Metrics::CrashStack::~CrashStack",
+         SaveOnCrash},
         {"Metrics::Context::Create",
          "Metrics::Context::Context Metrics::Context::~Context Metrics::Context::OpenScope",
          [] { const CurrentContext context; }},

@@ -38,6 +38,8 @@ public:
     MonitoredHost(const MonitoredHost&) = delete;
     MonitoredHost& operator=(const MonitoredHost&) = delete;
 
+    MetricsMonitor& Monitor() const { return *m_monitor; }
+
     /// What has reached the log.
     const CapturedEvents& Events() const { return *m_events; }
 
