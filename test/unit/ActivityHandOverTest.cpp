@@ -7,6 +7,7 @@
 #include "ScopeTest.h"
 #include "ScopeTree.h"
 #include "SilentSink.h"
+#include "ThreadActivityRegistry.h"
 #include "Threads.h"
 
 #include "tarn/ActivityTracer.h"
@@ -284,6 +285,11 @@ TEST_F(ActivityHandOverTest, ARunThatFindsNoMemoryTakesItsMetricsContextAway) {
 
         const UnfailingAllocations unfailing;
         EXPECT_EQ(CurrentMetricsContext(), current) << number;
+        // As any scope's, the activity context stays if it had been pushed by then.
+        tarn::ThreadActivityRegistry& registry = tarn::ThreadActivityRegistry::GetInstance();
+        while (registry.GetCurrentContext() != serve.GetActivityContext()) {
+            registry.Remove(registry.GetCurrentContext());
+        }
     }
 
     EXPECT_FALSE(hasFailed);
