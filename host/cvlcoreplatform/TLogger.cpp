@@ -138,7 +138,8 @@ void AwaitOtherUses(const BackEndUse& use) noexcept {
     while (use.use_count() > 1 && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(pause);
     }
-    std::atomic_thread_fence(std::memory_order_acquire);
+    // To let go of a share is to see what the others did before they let go of theirs.
+    BackEndUse(use).reset();
 }
 
 template <class Use>
