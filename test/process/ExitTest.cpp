@@ -158,7 +158,7 @@ TEST_P(ExitTest, CancelledThreadsLeaveWholeScopesAndTheProcessAlive) {
         EXPECT_EQ(log.NumbersOf(OnlyPid(log), static_cast<std::int64_t>(thread)).size(),
                   Ended(thread));
     }
-    EXPECT_GT(ended, 500u);
+    EXPECT_GE(ended, 80u) << "each of the threads comes to the end of a scope";
 }
 
 TEST_P(ExitTest, AStreamThatNobodyReadsKeepsNeitherThreadsNorTheProcessFromEnding) {
