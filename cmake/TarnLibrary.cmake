@@ -80,23 +80,28 @@ function(tarn_configure_shared_library target)
 endfunction()
 
 # tarn_add_host_library(<name>
+#     ROOMS <folder>...       where the private headers are, relative to the caller's folder
 #     SOURCES <file>...       explicit list, relative to the caller's folder
 #     EXPORTS <name>...       the global names that are exported, see above
 #     [LIBRARIES <target>...] what users of the library need as well (lower host libraries)
 #     [PRIVATE <target>...])  what only the library's own sources need
 #
 # Defines <name> (alias tarn::<name>) with the declarations and host/<name>/include as its public
-# include folders.
+# include folders, and <name>_rooms, for tests that include private headers.
 function(tarn_add_host_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;EXPORTS;LIBRARIES;PRIVATE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "ROOMS;SOURCES;EXPORTS;LIBRARIES;PRIVATE")
     add_library(${name} SHARED ${arg_SOURCES})
     add_library(tarn::${name} ALIAS ${name})
     tarn_configure_shared_library(${name} EXPORTS ${arg_EXPORTS})
     target_include_directories(
         ${name}
         PUBLIC "$<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>"
-               "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>"
-        PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+               "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+    add_library(${name}_rooms INTERFACE)
+    foreach(room IN LISTS arg_ROOMS)
+        target_include_directories(${name}_rooms INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/${room}")
+        target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/${room}")
+    endforeach()
     target_link_libraries(
         ${name}
         PUBLIC tarn_declarations ${arg_LIBRARIES}
