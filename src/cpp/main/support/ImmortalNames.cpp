@@ -1,6 +1,5 @@
 #include "ImmortalNames.h"
 
-#include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
 
 #include "cvlsys/TReadWriteLock.h"
