@@ -2,7 +2,7 @@
 # any host on the compiler's command line; with the host's libraries named, the shared library links.
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
-# Fails if a compile command of tarn_objects in this build folder names the embedded host's folder.
+# Fails if a compile command of the library in this build folder names the embedded host's folder.
 function(ExpectNoPathToTheHost folder)
     file(READ "${folder}/compile_commands.json" commands)
     string(JSON count LENGTH "${commands}")
@@ -10,16 +10,16 @@ function(ExpectNoPathToTheHost folder)
     set(checked 0)
     foreach(index RANGE ${last})
         string(JSON command GET "${commands}" ${index} command)
-        if(command MATCHES "tarn_objects\\.dir")
+        if(command MATCHES "src/cpp/main/[a-z]+/CMakeFiles/")
             math(EXPR checked "${checked} + 1")
             string(FIND "${command}" "${SOURCE_DIR}/host" position)
             if(NOT position EQUAL -1)
-                message(FATAL_ERROR "tarn_objects sees the embedded host: ${command}")
+                message(FATAL_ERROR "the library sees the embedded host: ${command}")
             endif()
         endif()
     endforeach()
     if(checked EQUAL 0)
-        message(FATAL_ERROR "no compile command of tarn_objects in ${folder}")
+        message(FATAL_ERROR "no compile command of the library in ${folder}")
     endif()
 endfunction()
 
@@ -27,7 +27,7 @@ ExpectNoPathToTheHost("${BINARY_DIR}")
 
 set(options -DTARN_HOST=external "-DCMAKE_INSTALL_PREFIX=${SCRATCH_DIR}/installed")
 Configure("${SOURCE_DIR}" "${SCRATCH_DIR}/build" ${options})
-Build("${SCRATCH_DIR}/build" tarn_objects)
+Build("${SCRATCH_DIR}/build" all)
 ExpectNoPathToTheHost("${SCRATCH_DIR}/build")
 
 string(REPLACE "," ";" libraries "${HOST_LIBRARIES}")
