@@ -183,7 +183,7 @@ void Context_deleter::operator()(Context* context) const noexcept {
 
 void Scope::Close() noexcept {
     MetricsEvent event = MakeEvent(MetricsEventType::CloseScope, m_id, m_contextId, m_flags);
-    event.name = m_name;
+    event.name = *m_name;
     Deliver(event);
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
         event.type = MetricsEventType::PostCloseScope;
@@ -199,10 +199,10 @@ void Scope::OpenImpl(MetricsValue&& name) {
 void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
     m_id = NextId();
     m_contextId = CurrentContext();
-    m_name = std::move(name);
+    m_name = std::make_unique<MetricsValue>(std::move(name));
     m_open = true;
     MetricsEvent event = MakeEvent(MetricsEventType::OpenScope, m_id, m_contextId, m_flags);
-    event.name = m_name;
+    event.name = *m_name;
     event.pairs = std::move(pairs);
     Deliver(std::move(event));
 }

@@ -11,6 +11,7 @@
 #include "cvlsys/host/ShortCopy.h"
 
 #include <atomic>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -139,12 +140,18 @@ void Scope::KeepName(const ValueView& name) {
         m_shortNameLength = static_cast<unsigned char>(text.size());
         m_hasShortName = true;
     } else {
-        Assign(m_name, name);
+        auto kept = std::make_unique<MetricsValue>();
+        Assign(*kept, name);
+        m_name = std::move(kept);
     }
 }
 
 ValueView Scope::Name() const noexcept {
-    return m_hasShortName ? ValueView::OfUtf8({m_shortName, m_shortNameLength}) : m_name;
+    if (m_hasShortName) {
+        return ValueView::OfUtf8({m_shortName, m_shortNameLength});
+    }
+    // A scope that was refused may have none.
+    return m_name != nullptr ? ValueView(*m_name) : ValueView(0);
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {

@@ -16,7 +16,7 @@ int64 Microseconds(const timeval& time) noexcept {
     return int64{time.tv_sec} * 1'000'000 + time.tv_usec;
 }
 
-/// In microseconds; false when they cannot be had.
+/// In microseconds; false, with the figures as they were, when they cannot be had.
 [[gnu::noinline]] bool ReadTimes(int64& kernel, int64& user) noexcept {
     // A kernel that accounts by ticks brings a running thread's totals up to date when they are due
     // or when this clock is asked. `getrusage` alone says what they were up to some milliseconds
@@ -51,14 +51,14 @@ void SetCpuTrackingEnabled(bool enabled) noexcept {
 // Nearly every process has no use for the times; then there is next to nothing to do.
 ThreadTimeScope::ThreadTimeScope(ThreadTimeValue& value) noexcept : m_value(value) {
     if (GetCpuTrackingEnabled()) {
-        m_running = ReadTimes(m_kernelAtStart, m_userAtStart);
+        static_cast<void>(ReadTimes(m_kernelAtStart, m_userAtStart));
     }
 }
 
 ThreadTimeScope::~ThreadTimeScope() {
     int64 kernel = 0;
     int64 user = 0;
-    if (m_running && ReadTimes(kernel, user)) {
+    if (m_kernelAtStart != notMeasured && ReadTimes(kernel, user)) {
         m_value.kernel = Saturate(kernel - m_kernelAtStart);
         m_value.user = Saturate(user - m_userAtStart);
     }

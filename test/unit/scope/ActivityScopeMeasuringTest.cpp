@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -176,7 +177,22 @@ TEST_F(ActivityScopeMeasuringDeathTest, AScopeThatNobodyHearsOfIsNamedToo) {
         SaysFirst("tarn: scope \"unheard\" began on thread ", "MemoryScope"));
 }
 
-std::string ReportOf(const char* name, std::size_t room, uint32 code) {
+TEST_F(ActivityScopeMeasuringDeathTest, ALongNameIsCutInTheLine) {
+    EXPECT_DEATH(
+        {
+            auto scope = std::make_unique<ActivityScope>(
+                "a name that is much longer than what a scope keeps of names");
+            OnAnotherThread([&scope] { scope.reset(); });
+        },
+        SaysFirst("tarn: scope \"a name that is much longer th...\" began on thread ",
+                  "MemoryScope"));
+}
+
+TEST_F(ActivityScopeMeasuringTest, AScopeTakesNoMoreThan320BytesOfTheStack) {
+    EXPECT_LE(sizeof(ActivityScope), 320U);
+}
+
+std::string ReportOf(std::string_view name, std::size_t room, uint32 code) {
     const LogicException broken("file", 1, "text", CorvalaError(code, TStringCore("error")));
     testing::internal::CaptureStderr();
     ReportMisusedScope(name, room, 7, broken);
@@ -186,7 +202,9 @@ std::string ReportOf(const char* name, std::size_t room, uint32 code) {
 TEST_F(ActivityScopeMeasuringTest, TheReportIsOneLineWhateverTheNameAndTheError) {
     const std::string longName(200, 'x');
     for (const uint32 code : {0x4A90166DU, 0xB05D80FEU, 0xDDDE9A38U}) {
-        for (const char* const name : {"", "two\nlines \x1B[1m\x7F \"quoted\"", longName.c_str()}) {
+        for (const std::string_view name : {std::string_view(),
+                                            std::string_view("two\nlines \x1B[1m\x7F \"quoted\""),
+                                            std::string_view(longName)}) {
             const std::string report = ReportOf(name, 1000, code);
 
             EXPECT_THAT(report, AllOf(StartsWith("tarn: scope \""), EndsWith(".\n")));
@@ -200,7 +218,7 @@ TEST_F(ActivityScopeMeasuringTest, TheReportShowsWhereANameWasCutAndCutsNoCharac
     // The last character would have needed one more byte.
     const std::string cut = std::string(6, 'x') + "\xE2\x82";
 
-    EXPECT_THAT(ReportOf(cut.c_str(), 9, 0xB05D80FE), HasSubstr("\"xxxxxx...\""));
+    EXPECT_THAT(ReportOf(cut, cut.size(), 0xB05D80FE), HasSubstr("\"xxxxxx...\""));
     EXPECT_THAT(ReportOf("gr\xC3\xBC\xC3\x9F", 56, 0xB05D80FE),
                 HasSubstr("\"gr\xC3\xBC\xC3\x9F\""));
     EXPECT_THAT(ReportOf("short", 56, 0xB05D80FE), Not(HasSubstr("...")));

@@ -6,8 +6,11 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <cstddef>
+#include <cstring>
 #include <initializer_list>
 #include <list>
+#include <memory>
+#include <string_view>
 
 namespace Metrics {
 
@@ -80,6 +83,21 @@ public:
 
     uint64 GetFlags() const noexcept { return m_flags; }
 
+    /// So many bytes of a name are kept in the scope itself.
+    static constexpr std::size_t shortNameSize = 29;
+
+    /// Keeps the beginning of a name for messages about a scope that nobody may ever hear of. For
+    /// before the scope is opened.
+    void KeepBeginningOfName(const char* name) noexcept {
+        m_shortNameLength = static_cast<unsigned char>(::strnlen(name, shortNameSize));
+        std::memcpy(m_shortName, name, m_shortNameLength);
+    }
+
+    /// As much of a name as was kept last; one of `shortNameSize` bytes may have been cut.
+    std::string_view GetBeginningOfName() const noexcept {
+        return {m_shortName, m_shortNameLength};
+    }
+
 private:
     // Called once, of a scope that was given an id.
     void Close() noexcept;
@@ -88,17 +106,17 @@ private:
     void KeepName(const ValueView& name);
     ValueView Name() const noexcept;
 
-    // Stands first: the scope-live flag is the leading byte.
+    // First: the scope-live flag is the leading byte.
     bool m_open = false;
+    // The name comes again with the end. A host may keep short ones in here.
+    [[maybe_unused]] bool m_hasShortName = false;
+    unsigned char m_shortNameLength = 0;
+    char m_shortName[shortNameSize];
+    // Any other name.
+    std::unique_ptr<MetricsValue> m_name;
     uint64 m_flags;
     uint64 m_id = 0;
     uint64 m_contextId = 0;
-    // The name comes again with the end. A host may keep short ones in here.
-    static constexpr std::size_t shortNameSize = 30;
-    [[maybe_unused]] bool m_hasShortName = false;
-    [[maybe_unused]] unsigned char m_shortNameLength = 0;
-    [[maybe_unused]] char m_shortName[shortNameSize];
-    MetricsValue m_name;
     std::list<MetricsCloseScopeActions> m_postCloseActions;
 };
 

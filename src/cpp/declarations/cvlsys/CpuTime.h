@@ -31,11 +31,12 @@ public:
     ThreadTimeScope& operator=(const ThreadTimeScope&) = delete;
 
 private:
+    static constexpr int64 notMeasured = -1;
+
     // A host without processor times has no use for these.
     [[maybe_unused]] ThreadTimeValue& m_value;
-    [[maybe_unused]] int64 m_kernelAtStart = 0;
-    [[maybe_unused]] int64 m_userAtStart = 0;
-    [[maybe_unused]] bool m_running = false;
+    [[maybe_unused]] int64 m_kernelAtStart = notMeasured;
+    [[maybe_unused]] int64 m_userAtStart = notMeasured;
 };
 
 }  // namespace corvala::cputime

@@ -15,7 +15,6 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/MemoryTracking.h"
 
-#include <cstddef>
 #include <initializer_list>
 #include <list>
 #include <memory>
@@ -122,6 +121,17 @@ public:
 private:
     friend class ActivityContextProxy;
 
+    // What measures, in the order in which it begins.
+    struct Measurement {
+        Measurement(corvala::cputime::ThreadTimeValue& time,
+                    corvala::memory::MemoryCounter& counter)
+            : cpu(time),
+              memory(&counter) {}
+
+        corvala::cputime::ThreadTimeScope cpu;
+        corvala::memory::MemoryScope memory;
+    };
+
     // What was reported of the outcome; anything but None suppresses the early termination.
     enum class Status : int32 { None = 0, Failed = 1, Canceled = 2 };
 
@@ -140,7 +150,6 @@ private:
     void LeaveActivityContext();
     void ReportEarlyTermination();
     void ReleaseResources();
-    void KeepForMisuse(const char* name) noexcept;
 
     void AddToScope(Metrics::PairSpan attributes);
     void AddLogToScope(Metrics::PairSpan attributes);
@@ -157,20 +166,14 @@ private:
     std::unique_ptr<Metrics::Context, Metrics::Context_deleter> m_metricsContext;
     Metrics::Scope m_scope;
     corvala::memory::MemoryCounter m_memoryCounter;
-    InPlace<corvala::memory::MemoryScope> m_memoryScope;
-    std::shared_ptr<ActivityContext> m_activityContext;
     corvala::cputime::ThreadTimeValue m_cpuTime;
-    InPlace<corvala::cputime::ThreadTimeScope> m_cpuScope;
+    InPlace<Measurement> m_measurement;
+    std::shared_ptr<ActivityContext> m_activityContext;
     bool m_off = false;
     bool m_trackResources;
     Status m_status = Status::None;
     std::list<Metrics::MetricsCloseScopeActions> m_postCloseEvents;
     Traits m_traits;
-    // Of a measured scope, for the line that is written before its misuse ends the process; a
-    // longer name is cut.
-    static constexpr std::size_t nameSize = 56;
-    uint64 m_threadAtBegin = 0;
-    char m_name[nameSize];
 };
 
 }  // namespace tarn

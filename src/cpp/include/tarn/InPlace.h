@@ -19,6 +19,9 @@ public:
 
     bool IsMade() const noexcept { return m_object != nullptr; }
 
+    /// While there is one.
+    const T* operator->() const noexcept { return m_object; }
+
     /// Once at a time.
     template <class... Arguments>
     void Make(Arguments&&... arguments) {

@@ -166,7 +166,8 @@ ActivityScope::~ActivityScope() noexcept {
 bool ActivityScope::TurnOn(const char* name) {
     m_off = IsEitherOff(m_traits.rank, NameOrEmpty(name));
     if (!m_off && m_trackResources) {
-        KeepForMisuse(NameOrEmpty(name));
+        // For the line that is written before its misuse ends the process.
+        m_scope.KeepBeginningOfName(NameOrEmpty(name));
     }
     return !m_off;
 }

@@ -9,7 +9,6 @@
 #include "cvlsys/TSystem.h"
 
 #include <cstddef>
-#include <cstring>
 
 namespace tarn {
 namespace {
@@ -27,33 +26,29 @@ void ActivityScope::InitializeResourceTracking() {
     if (m_off || !m_trackResources) {
         return;
     }
-    if (m_memoryScope.IsMade()) {
+    if (m_measurement.IsMade()) {
         RaiseLogicAssert(sourceFile, 484, "!m_memoryScope", 0x592EEA0E);
     }
-    m_cpuScope.Make(m_cpuTime);
-    m_memoryScope.Make(&m_memoryCounter);
+    m_measurement.Make(m_cpuTime, m_memoryCounter);
 }
 
 // A broken invariant ends the process. The scope's name and its threads are known here only.
 void ActivityScope::ReleaseResources() {
+    if (!m_measurement.IsMade()) {
+        return;
+    }
+    const uint64 threadAtBegin = m_measurement->memory.GetThreadId();
     try {
-        if (!m_trackResources && (m_memoryScope.IsMade() || m_cpuScope.IsMade())) {
+        if (!m_trackResources) {
             RaiseLogicAssert(
                 sourceFile, 249, "m_trackResources || (!m_memoryScope && !m_cpuScope)", 0xDDDE9A38);
         }
-        m_memoryScope.End();
-        m_cpuScope.End();
+        m_measurement.End();
     } catch (const LogicException& broken) {
-        ReportMisusedScope(m_name, sizeof m_name, m_threadAtBegin, broken);
+        ReportMisusedScope(
+            m_scope.GetBeginningOfName(), Metrics::Scope::shortNameSize, threadAtBegin, broken);
         throw;
     }
-}
-
-void ActivityScope::KeepForMisuse(const char* name) noexcept {
-    m_threadAtBegin = TSystem::ThreadID();
-    const std::size_t length = ::strnlen(name, sizeof m_name - 1);
-    std::memcpy(m_name, name, length);
-    m_name[length] = '\0';
 }
 
 // The thread's id, the figures, memory before processor time, and the end. The end event always

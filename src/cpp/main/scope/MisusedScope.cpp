@@ -21,14 +21,14 @@ bool IsContinuation(char byte) noexcept {
 }
 
 /// Nothing in it breaks the line; what was cut says so, and ends with a whole character.
-PrintableName Printable(const char* name, std::size_t room) noexcept {
+PrintableName Printable(std::string_view name, std::size_t room) noexcept {
     PrintableName printable{};
     std::size_t length = 0;
-    for (; length < roomForName && name[length] != '\0'; ++length) {
+    for (; length < roomForName && length < name.size(); ++length) {
         const auto byte = static_cast<unsigned char>(name[length]);
         printable[length] = byte < 0x20 || byte == 0x7F || byte == '"' ? '?' : name[length];
     }
-    if (length + 1 >= room || length == roomForName) {
+    if (length >= room || length == roomForName) {
         while (length > 0 && IsContinuation(printable[length - 1])) {
             --length;
         }
@@ -42,7 +42,7 @@ PrintableName Printable(const char* name, std::size_t room) noexcept {
 
 }  // namespace
 
-void ReportMisusedScope(const char* name,
+void ReportMisusedScope(std::string_view name,
                         std::size_t room,
                         uint64 threadAtBegin,
                         const LogicException& broken) noexcept {
