@@ -1,5 +1,6 @@
 // Scopes: which are tracked, what they inherit, and when they are logged.
 #include "ContextInfo.h"
+#include "Depth.h"
 #include "MonitorRecords.h"
 #include "OptTarnInternal.h"
 #include "RequestContextAttributes.h"
@@ -116,11 +117,6 @@ void NameCaller(MetricsMonitor::ScopeState& state, const MetricsMonitor::ScopeSt
     state.callerText = isLogged ? parent.ownIdText : parent.callerText;
 }
 
-/// Depths come from outside; one more than the largest wraps.
-int32 OneDeeper(int32 depth) {
-    return static_cast<int32>(static_cast<uint32>(depth) + 1);
-}
-
 }  // namespace
 
 bool MetricsMonitor::ShouldOpenScope(uint64 contextId, bool tracing) const {
@@ -200,8 +196,8 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
     } else {
         state.sponsorChain.Push(context.openTracingScopes.back());
         if (!foreground && !IsSilent(state)) {
-            state.traceDepth = OneDeeper(state.traceDepth);
-            state.serviceDepth = OneDeeper(state.serviceDepth);
+            state.traceDepth = tarn::OneDeeper(state.traceDepth);
+            state.serviceDepth = tarn::OneDeeper(state.serviceDepth);
         }
     }
     state.openTime = MetricsTimeInfo::Of(event);

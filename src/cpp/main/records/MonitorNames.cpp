@@ -1,8 +1,8 @@
 #include "MonitorNames.h"
 
 #include "ActivityTokenText.h"
-#include "ImmortalNames.h"
 #include "ShortText.h"
+#include "StaticText.h"
 
 #include "tarn/ActivityConfig.h"
 #include "tarn/TarnMetricsUtils.h"
@@ -74,7 +74,7 @@ MonitorNames::MonitorNames() {
 
 MonitorName MonitorNames::Describe(const MetricsValue& name) const {
     MonitorName described;
-    described.text = MakeImmortal(TarnMetricsUtils::MetricsValueToString(name));
+    described.text = MakeStaticText(TarnMetricsUtils::MetricsValueToString(name));
     described.list = lists.Find(described.text);
     described.activityAttribute = activityAttributes.Find(described.text);
     described.figure = figures.Find(described.text);
@@ -85,16 +85,16 @@ MonitorName MonitorNames::Describe(const MetricsValue& name) const {
 
 const MonitorName& MonitorNames::ReadAnew(const MetricsValue& name) {
     if (name.type == MetricsValue::MV_Utf16String && name.utf16 != nullptr) {
-        if (name.utf16.use_count() == 0) {
-            return ReadImmortal(name, name.utf16.get());
+        if (IsStaticText(name.utf16)) {
+            return ReadStatic(name, name.utf16.get());
         }
         return ReadRecent(name,
                           {reinterpret_cast<const char*>(name.utf16->data()),
                            name.utf16->size() * sizeof(char16_t)});
     }
     if (name.type == MetricsValue::MV_Utf8String && name.utf8 != nullptr) {
-        if (name.utf8.use_count() == 0) {
-            return ReadImmortal(name, name.utf8.get());
+        if (IsStaticText(name.utf8)) {
+            return ReadStatic(name, name.utf8.get());
         }
         return ReadRecent(name, *name.utf8);
     }
@@ -102,8 +102,8 @@ const MonitorName& MonitorNames::ReadAnew(const MetricsValue& name) {
     return m_other;
 }
 
-const MonitorName& MonitorNames::ReadImmortal(const MetricsValue& name, const void* text) {
-    Immortal& slot = m_immortal[SlotOfImmortal(text)];
+const MonitorName& MonitorNames::ReadStatic(const MetricsValue& name, const void* text) {
+    Static& slot = m_static[SlotOfStatic(text)];
     if (slot.text != text) {
         slot.name = Describe(name);
         slot.text = text;
@@ -117,8 +117,7 @@ const MonitorName& MonitorNames::ReadRecent(const MetricsValue& name, std::strin
         return m_other;
     }
     Recent& slot = m_recent[SlotOf(bytes, slots)];
-    if (slot.type != name.type || slot.length != bytes.size() ||
-        !IsSameText(slot.bytes.data(), bytes.data(), bytes.size())) {
+    if (slot.type != name.type || !IsSameText({slot.bytes.data(), slot.length}, bytes)) {
         slot.name = Describe(name);
         slot.type = name.type;
         slot.length = static_cast<uint32>(bytes.size());
@@ -136,8 +135,8 @@ TString MonitorNames::EventName(ActivityPhase phase, const TString& scopeName) {
     Events& slot = m_events[SlotOf(characters, slots)];
     if (slot.scopeName.SharedCharacters() != scopeName.SharedCharacters()) {
         std::array<TString, 2> names{
-            MakeImmortal(ActivityConfig(ActivityPhase::Begin, scopeName).GetUniqueActivityName()),
-            MakeImmortal(ActivityConfig(ActivityPhase::End, scopeName).GetUniqueActivityName())};
+            MakeStaticText(ActivityConfig(ActivityPhase::Begin, scopeName).GetUniqueActivityName()),
+            MakeStaticText(ActivityConfig(ActivityPhase::End, scopeName).GetUniqueActivityName())};
         slot.names = std::move(names);
         slot.scopeName = scopeName;
     }

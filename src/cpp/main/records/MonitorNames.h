@@ -1,5 +1,7 @@
 #pragma once
 
+#include "StaticText.h"
+
 #include "tarn/ActivitySchema.h"
 
 #include "cvlcoreplatform/TString.h"
@@ -107,9 +109,9 @@ public:
 
     /// The name that an event gives. Valid until the next call.
     const MonitorName& Read(const Metrics::MetricsValue& name) {
-        // A text that lives as long as the process is known by its address.
-        if (name.type == Metrics::MetricsValue::MV_Utf16String && name.utf16.use_count() == 0) {
-            const Immortal& slot = m_immortal[SlotOfImmortal(name.utf16.get())];
+        // A static text is known by its address.
+        if (name.type == Metrics::MetricsValue::MV_Utf16String && IsStaticText(name.utf16)) {
+            const Static& slot = m_static[SlotOfStatic(name.utf16.get())];
             if (slot.text == name.utf16.get() && slot.text != nullptr) {
                 return slot.name;
             }
@@ -130,7 +132,7 @@ private:
     static constexpr std::size_t slots = 128;
     static constexpr std::size_t longestKey = 40;
 
-    struct Immortal {
+    struct Static {
         const void* text = nullptr;
         MonitorName name;
     };
@@ -150,16 +152,16 @@ private:
     };
 
     /// The tokens stand side by side: each gets a slot of its own.
-    static std::size_t SlotOfImmortal(const void* text) noexcept {
+    static std::size_t SlotOfStatic(const void* text) noexcept {
         return reinterpret_cast<std::uintptr_t>(text) / sizeof(std::u16string) % slots;
     }
 
     const MonitorName& ReadAnew(const Metrics::MetricsValue& name);
     MonitorName Describe(const Metrics::MetricsValue& name) const;
-    const MonitorName& ReadImmortal(const Metrics::MetricsValue& name, const void* text);
+    const MonitorName& ReadStatic(const Metrics::MetricsValue& name, const void* text);
     const MonitorName& ReadRecent(const Metrics::MetricsValue& name, std::string_view bytes);
 
-    std::array<Immortal, slots> m_immortal;
+    std::array<Static, slots> m_static;
     std::array<Recent, slots> m_recent;
     std::array<Events, slots> m_events;
     MonitorName m_other;

@@ -1,20 +1,11 @@
 #include "ActivityContextDerivation.h"
 
 #include "ContextAllocator.h"
+#include "Depth.h"
 
 #include "tarn/OptTarn.h"
 
-#include "cvlsys/IntegerTypes.h"
-
 namespace tarn {
-namespace {
-
-/// Adopted depths come from outside; one more than the largest wraps.
-int OneDeeper(int depth) {
-    return static_cast<int>(static_cast<uint32>(depth) + 1);
-}
-
-}  // namespace
 
 std::shared_ptr<ActivityContext> DeriveActivityContext(const ActivityContext* parent,
                                                        bool adopt,

@@ -231,13 +231,14 @@ void ActivityScope::OpenMetricsScopeWithContext(const char* name,
                                                 Metrics::PairSpan attributes,
                                                 const ActivityContext& context) {
     const TokenStrings& tokens = Tokens();
-    PairBuffer pairs(attributes, 6);
-    pairs.Add(tokens.traceDepthAttr, context.m_traceDepth);
-    pairs.Add(tokens.serviceDepthAttr, context.m_serviceDepth);
-    pairs.Add(tokens.foregroundRootAttr, context.m_rootId);
-    pairs.Add(tokens.activityIdAttr, context.m_activityId);
-    pairs.Add(tokens.sponsorActivityIdAttr, context.m_sponsorId);
-    pairs.Add(tokens.ridAttr, context.m_requestId);
+    using Pair = Metrics::PairView;
+    const PairBuffer pairs(attributes,
+                           Pair(tokens.traceDepthAttr, context.m_traceDepth),
+                           Pair(tokens.serviceDepthAttr, context.m_serviceDepth),
+                           Pair(tokens.foregroundRootAttr, context.m_rootId),
+                           Pair(tokens.activityIdAttr, context.m_activityId),
+                           Pair(tokens.sponsorActivityIdAttr, context.m_sponsorId),
+                           Pair(tokens.ridAttr, context.m_requestId));
     m_scope.Open(name, pairs.Span());
 }
 

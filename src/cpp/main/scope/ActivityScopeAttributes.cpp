@@ -2,6 +2,7 @@
 #include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
 #include "PairBuffer.h"
+#include "StaticText.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/ContextAttributesUtils.h"
@@ -18,18 +19,10 @@ namespace {
 using Metrics::MetricsEventType;
 using Metrics::MetricsValue;
 
-/// A value with a text that lives as long as the process.
-MetricsValue MakeImmortal(const std::string& text) {
-    MetricsValue value;
-    value.type = MetricsValue::MV_Utf8String;
-    value.utf8 = {std::shared_ptr<const std::string>(), &text};
-    return value;
-}
-
 /// The name of attribute lists and supplements travels as narrow text, unlike all other names.
 const MetricsValue& NarrowActivityAttributesName() {
     static const NeverDestroyed<std::string> text(Tokens().activityAttributes.ToUtf8());
-    static const NeverDestroyed<MetricsValue> name(MakeImmortal(text.Get()));
+    static const NeverDestroyed<MetricsValue> name(ReferToStaticText(text.Get()));
     return name.Get();
 }
 

@@ -1,5 +1,8 @@
 #include "ContextAllocator.h"
 
+#include "BlockPool.h"
+#include "ThreadObject.h"
+
 namespace tarn {
 namespace {
 
@@ -17,67 +20,23 @@ constexpr std::size_t mostBlocks = 32;
 constexpr std::size_t mostBlocks = 32;
 #endif
 
-// A block that waits for its next use begins with the address of the next one.
-struct FreeBlock {
-    FreeBlock* next;
-};
+using Blocks = BlockPool<contextBlock, mostBlocks>;
 
-// Trivially destructible, so that it can be asked for as long as the thread runs any code.
-struct ThreadBlocks {
-    FreeBlock* first = nullptr;
-    std::size_t count = 0;
-    // How many it may keep: none before there is somebody to give them back, and none afterwards.
-    std::size_t most = 0;
-    bool isTornDown = false;
-};
-
-[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadBlocks t_blocks;
-
-// Gives the kept blocks back when the thread ends.
-struct Owner {
-    Owner() noexcept { t_blocks.most = mostBlocks; }
-
-    ~Owner() {
-        t_blocks.most = 0;
-        t_blocks.isTornDown = true;
-        while (FreeBlock* const block = t_blocks.first) {
-            t_blocks.first = block->next;
-            ::operator delete(block);
-        }
-        t_blocks.count = 0;
-    }
-
-    Owner(const Owner&) = delete;
-    Owner& operator=(const Owner&) = delete;
-};
-
-[[gnu::noinline]] void ReleaseForGood(void* block) noexcept {
-    if (!t_blocks.isTornDown) {
-        thread_local const Owner owner;
-        static_cast<void>(owner);
-    }
-    ::operator delete(block);
-}
+[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadObject<Blocks> t_blocks;
 
 }  // namespace
 
 void* TakeContextBlock() {
-    FreeBlock* const block = t_blocks.first;
-    if (block == nullptr) {
-        return ::operator new(contextBlock);
-    }
-    t_blocks.first = block->next;
-    --t_blocks.count;
-    return block;
+    Blocks* const blocks = t_blocks.Peek();
+    return blocks != nullptr ? blocks->Take() : ::operator new(contextBlock);
 }
 
 void ReleaseContextBlock(void* block) noexcept {
-    if (t_blocks.count >= t_blocks.most) {
-        ReleaseForGood(block);
-        return;
+    if (Blocks* const blocks = t_blocks.Get()) {
+        blocks->Release(block);
+    } else {
+        ::operator delete(block);
     }
-    t_blocks.first = new (block) FreeBlock{t_blocks.first};
-    ++t_blocks.count;
 }
 
 }  // namespace tarn

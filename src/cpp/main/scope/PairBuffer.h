@@ -13,34 +13,26 @@ namespace tarn {
 /// as a scope ordinarily has stand in the buffer itself.
 class PairBuffer {
 public:
-    /// With room for `more` pairs beside these.
-    template <class Pairs>
-    explicit PairBuffer(const Pairs& pairs, std::size_t more = 0) {
-        const auto count = static_cast<std::size_t>(pairs.end() - pairs.begin());
-        if (count + more > few) {
-            m_many.reset(static_cast<Metrics::PairView*>(
-                ::operator new((count + more) * sizeof(Metrics::PairView))));
+    /// The pairs of a list, and after them the further ones.
+    template <class Pairs, class... Further>
+    explicit PairBuffer(const Pairs& pairs, const Further&... further) {
+        const std::size_t count =
+            static_cast<std::size_t>(pairs.end() - pairs.begin()) + sizeof...(further);
+        if (count > few) {
+            m_many.reset(
+                static_cast<Metrics::PairView*>(::operator new(count * sizeof(Metrics::PairView))));
             m_first = m_many.get();
             m_end = m_first;
         }
         for (const auto& pair : pairs) {
             Add(pair);
         }
+        (Add(further), ...);
     }
 
     PairBuffer(const PairBuffer&) = delete;
     PairBuffer& operator=(const PairBuffer&) = delete;
     ~PairBuffer() = default;
-
-    void Add(const Metrics::PairView& pair) noexcept {
-        new (static_cast<void*>(m_end)) Metrics::PairView(pair);
-        ++m_end;
-    }
-
-    void Add(const Metrics::ValueView& name, const Metrics::ValueView& value) noexcept {
-        new (static_cast<void*>(m_end)) Metrics::PairView(name, value);
-        ++m_end;
-    }
 
     Metrics::PairSpan Span() const noexcept {
         return {m_first, static_cast<std::size_t>(m_end - m_first)};
@@ -48,6 +40,11 @@ public:
 
 private:
     static constexpr std::size_t few = 24;
+
+    void Add(const Metrics::PairView& pair) noexcept {
+        new (static_cast<void*>(m_end)) Metrics::PairView(pair);
+        ++m_end;
+    }
 
     struct Free {
         void operator()(Metrics::PairView* pairs) const noexcept { ::operator delete(pairs); }

@@ -1,5 +1,7 @@
 #include "ThreadActivityRegistry.h"
 
+#include "ThreadObject.h"
+
 #include <cstddef>
 #include <limits>
 #include <new>
@@ -11,39 +13,8 @@ namespace {
 
 using ContextStack = ThreadActivityRegistry::ContextStack;
 
-// Trivially destructible, so it can be read however late the thread is in its exit. At a fixed
-// distance from the thread pointer: every scope reads it several times.
-struct StackOfThread {
-    ContextStack* stack = nullptr;
-    bool isGone = false;
-};
-
-[[gnu::tls_model("initial-exec")]] constinit thread_local StackOfThread t_thread;
-
-struct Slot {
-    std::shared_ptr<ContextStack> stack = std::make_shared<ContextStack>();
-
-    Slot() { t_thread.stack = stack.get(); }
-
-    Slot(const Slot&) = delete;
-    Slot& operator=(const Slot&) = delete;
-
-    ~Slot() { t_thread = {.stack = nullptr, .isGone = true}; }
-};
-
-[[gnu::noinline]] ContextStack* MakeStack() {
-    if (!t_thread.isGone) {
-        thread_local const Slot slot;
-        static_cast<void>(slot);
-    }
-    return t_thread.stack;
-}
-
-/// The calling thread's stack, made on first use; null when the thread has given it up.
-ContextStack* FindStack() {
-    ContextStack* const stack = t_thread.stack;
-    return stack != nullptr ? stack : MakeStack();
-}
+// At a fixed distance from the thread pointer: every scope reads it several times.
+[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadObject<ContextStack> t_stack;
 
 }  // namespace
 
@@ -51,10 +22,7 @@ ThreadActivityRegistry::ContextStack::~ContextStack() {
     while (m_top != nullptr) {
         Entry& entry = *m_top;
         Unlink(entry);
-        delete &entry;
-    }
-    while (m_spare != nullptr) {
-        delete std::exchange(m_spare, m_spare->below);
+        Destroy(entry);
     }
 }
 
@@ -74,8 +42,7 @@ void ThreadActivityRegistry::ContextStack::Push(const std::shared_ptr<ActivityCo
     if (m_size == std::numeric_limits<std::ptrdiff_t>::max()) {
         throw std::length_error("list too long");
     }
-    Entry& entry = TakeSpare();
-    entry.context = context;
+    Entry& entry = *new (m_blocks.Take()) Entry{.context = context};
     Link(entry);
     ++m_notIndexed;
 }
@@ -96,7 +63,7 @@ void ThreadActivityRegistry::ContextStack::Remove(
         --m_notIndexed;
     }
     Unlink(*known);
-    MakeSpare(*known);
+    Destroy(*known);
 }
 
 void ThreadActivityRegistry::ContextStack::Link(Entry& entry) noexcept {
@@ -121,23 +88,9 @@ void ThreadActivityRegistry::ContextStack::Unlink(Entry& entry) noexcept {
     --m_size;
 }
 
-ThreadActivityRegistry::ContextStack::Entry& ThreadActivityRegistry::ContextStack::TakeSpare() {
-    if (m_spare == nullptr) {
-        return *new Entry;
-    }
-    --m_spareCount;
-    return *std::exchange(m_spare, m_spare->below);
-}
-
-void ThreadActivityRegistry::ContextStack::MakeSpare(Entry& entry) noexcept {
-    constexpr std::size_t most = 16;
-    if (m_spareCount == most) {
-        delete &entry;
-        return;
-    }
-    entry.below = m_spare;
-    m_spare = &entry;
-    ++m_spareCount;
+void ThreadActivityRegistry::ContextStack::Destroy(Entry& entry) noexcept {
+    entry.~Entry();
+    m_blocks.Release(&entry);
 }
 
 ThreadActivityRegistry::ContextStack::Entry* ThreadActivityRegistry::ContextStack::Find(
@@ -173,12 +126,12 @@ ThreadActivityRegistry& ThreadActivityRegistry::GetInstance() {
 }
 
 std::shared_ptr<ActivityContext> ThreadActivityRegistry::GetCurrentContext() const {
-    const ContextStack* const stack = FindStack();
+    const ContextStack* const stack = t_stack.Get();
     return stack != nullptr ? stack->Top() : nullptr;
 }
 
 const ActivityContext* ThreadActivityRegistry::PeekCurrentContext() const {
-    const ContextStack* const stack = FindStack();
+    const ContextStack* const stack = t_stack.Get();
     return stack != nullptr ? stack->Top().get() : nullptr;
 }
 
@@ -186,19 +139,19 @@ void ThreadActivityRegistry::Push(const std::shared_ptr<ActivityContext>& contex
     if (context == nullptr) {
         return;
     }
-    if (ContextStack* const stack = FindStack()) {
+    if (ContextStack* const stack = t_stack.Get()) {
         stack->Push(context);
     }
 }
 
 void ThreadActivityRegistry::Remove(const std::shared_ptr<ActivityContext>& context) {
-    if (ContextStack* const stack = FindStack()) {
+    if (ContextStack* const stack = t_stack.Get()) {
         stack->Remove(context);
     }
 }
 
 std::size_t ThreadActivityRegistry::GetDepth() const {
-    const ContextStack* const stack = FindStack();
+    const ContextStack* const stack = t_stack.Get();
     return stack != nullptr ? stack->Size() : 0;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "BlockPool.h"
+
 #include "tarn/ActivityContext.h"
 
 #include <cstddef>
@@ -45,8 +47,7 @@ public:
 
         void Link(Entry& entry) noexcept;
         void Unlink(Entry& entry) noexcept;
-        Entry& TakeSpare();
-        void MakeSpare(Entry& entry) noexcept;
+        void Destroy(Entry& entry) noexcept;
 
         Entry* Find(const ActivityContext* context) noexcept;
         bool BringIndexUpToDate() noexcept;
@@ -57,10 +58,7 @@ public:
         // So many entries are not in the index: the topmost ones, unless memory ran out.
         std::size_t m_notIndexed = 0;
         std::unordered_map<const ActivityContext*, Entry*> m_index;
-
-        // Entries of contexts that have left, for the next ones that come, linked by `below`.
-        Entry* m_spare = nullptr;
-        std::size_t m_spareCount = 0;
+        BlockPool<sizeof(Entry), 16> m_blocks;
     };
 
     static ThreadActivityRegistry& GetInstance();

@@ -47,11 +47,15 @@ inline uint64 HashText(std::string_view bytes) noexcept {
     return mixed * multiplier;
 }
 
-/// Whether the texts, of the same length, are the same.
-inline bool IsSameText(const char* one, const char* other, std::size_t bytes) noexcept {
+/// Whether the texts are the same.
+inline bool IsSameText(std::string_view one, std::string_view other) noexcept {
+    if (one.size() != other.size()) {
+        return false;
+    }
+    const std::size_t bytes = one.size();
     const auto sameAt = [one, other](auto word, std::size_t place) {
         using Word = decltype(word);
-        return WordAt<Word>(one + place) == WordAt<Word>(other + place);
+        return WordAt<Word>(one.data() + place) == WordAt<Word>(other.data() + place);
     };
     if (bytes >= sizeof(uint64)) {
         const std::size_t last = bytes - sizeof(uint64);
@@ -65,7 +69,7 @@ inline bool IsSameText(const char* one, const char* other, std::size_t bytes) no
     if (bytes >= sizeof(uint32)) {
         return sameAt(uint32{}, 0) && sameAt(uint32{}, bytes - sizeof(uint32));
     }
-    return std::string_view(one, bytes) == std::string_view(other, bytes);
+    return one == other;
 }
 
 }  // namespace tarn

@@ -1,4 +1,4 @@
-#include "ImmortalNames.h"
+#include "StaticText.h"
 
 #include "NeverDestroyed.h"
 
@@ -46,11 +46,18 @@ Names& GetNames() {
 
 }  // namespace
 
-TString MakeImmortal(const TString& name) {
-    if (name.IsEmpty() || name.Length() > longestName || name.SharedCharacters().use_count() == 0) {
+TString MakeStaticText(const TString& name) {
+    if (name.IsEmpty() || name.Length() > longestName || IsStaticText(name.SharedCharacters())) {
         return name;
     }
     return GetNames().Find(name);
+}
+
+Metrics::MetricsValue ReferToStaticText(const std::string& text) noexcept {
+    Metrics::MetricsValue value;
+    value.type = Metrics::MetricsValue::MV_Utf8String;
+    value.utf8 = {std::shared_ptr<const std::string>(), &text};
+    return value;
 }
 
 }  // namespace tarn
