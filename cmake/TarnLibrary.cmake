@@ -1,5 +1,6 @@
 # What all of the project's libraries have in common.
 include(TarnHardening)
+include(TarnRooms)
 
 # Until 1.0.0 a new minor version may break its users. A program says by the name of the library
 # which ones it can be loaded with, and find_package(tarn) follows the same rule.
@@ -80,27 +81,29 @@ function(tarn_configure_shared_library target)
 endfunction()
 
 # tarn_add_host_library(<name>
-#     ROOMS <folder>...       where the private headers are, relative to the caller's folder
-#     SOURCES <file>...       explicit list, relative to the caller's folder
+#     ROOMS <target>...       the rooms whose objects it is made of
 #     EXPORTS <name>...       the global names that are exported, see above
 #     [LIBRARIES <target>...] what users of the library need as well (lower host libraries)
-#     [PRIVATE <target>...])  what only the library's own sources need
+#     [PRIVATE <target>...])  what only the library itself is linked with
 #
 # Defines <name> (alias tarn::<name>) with the declarations and host/<name>/include as its public
-# include folders, and <name>_rooms, for tests that include private headers.
+# include folders, and <name>_rooms, for tests that include private headers. The property TARN_ROOMS
+# has the list of the rooms.
 function(tarn_add_host_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "ROOMS;SOURCES;EXPORTS;LIBRARIES;PRIVATE")
-    add_library(${name} SHARED ${arg_SOURCES})
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "ROOMS;EXPORTS;LIBRARIES;PRIVATE")
+    list(TRANSFORM arg_ROOMS REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE objects)
+    add_library(${name} SHARED ${objects})
     add_library(tarn::${name} ALIAS ${name})
     tarn_configure_shared_library(${name} EXPORTS ${arg_EXPORTS})
+    set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX TARN_ROOMS "${arg_ROOMS}")
     target_include_directories(
         ${name}
         PUBLIC "$<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>"
                "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
     add_library(${name}_rooms INTERFACE)
-    foreach(room IN LISTS arg_ROOMS)
-        target_include_directories(${name}_rooms INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/${room}")
-        target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/${room}")
+    foreach(room IN LISTS arg_ROOMS ITEMS host_support)
+        target_include_directories(
+            ${name}_rooms INTERFACE "$<TARGET_PROPERTY:${room},INTERFACE_INCLUDE_DIRECTORIES>")
     endforeach()
     target_link_libraries(
         ${name}

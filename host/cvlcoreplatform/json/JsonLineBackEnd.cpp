@@ -1,5 +1,6 @@
 #include "JsonLineBackEnd.h"
 
+#include "EnabledSeverities.h"
 #include "JsonLine.h"
 #include "LogCounters.h"
 #include "RotatingFileSink.h"
@@ -160,7 +161,7 @@ void JsonLineBackEnd::WriteLine(TLog::Severity severity,
 void JsonLineBackEnd::MentionLosses(std::chrono::system_clock::time_point now) {
     constexpr TLog::Severity severity = TLog::Warn;
     if (m_losses->IsEmpty() || !m_sink->should_log(LevelOf(severity)) ||
-        !TLog::Logger::Get().IsEnabled(severity)) {
+        !EnabledSeverities::Contain(severity)) {
         return;
     }
     const uint64 lines = m_losses->Take();

@@ -1,6 +1,7 @@
 #include "cvlcoreplatform/TLogger.h"
 
 #include "BackEndGuard.h"
+#include "EnabledSeverities.h"
 #include "FileRequests.h"
 #include "HeldLines.h"
 #include "LogCounters.h"
@@ -29,22 +30,17 @@ namespace TLog {
 
 namespace {
 
+using cvlcoreplatform::BackEndAccess;
+using cvlcoreplatform::BackEndUse;
 using cvlcoreplatform::Count;
 using cvlcoreplatform::logCounters;
+using cvlcoreplatform::EnabledSeverities::SetBackEndIsThere;
 
-// The lowest severity that is enabled. The high bit is set while there is no back end; the number
-// is larger than any severity then.
-constexpr int32 noBackEnd = 1 << 30;
-constinit std::atomic<int32> s_enabledFrom{Info};
-
-// Readers are those who log, for as long as the back end works; a writer replaces the back end,
-// and so knows that nobody is inside the old one.
-struct State {
-    cvlsys::ReadWriteLock lock;
-    std::shared_ptr<LogBackEnd> backEnd = MakeJsonStderrBackEnd();
-    // Of whom it is used besides: those who hold lines back for it.
-    BackEndUse use = std::make_shared<char>();
-};
+/// Under the lock of `BackEndAccess`.
+std::shared_ptr<LogBackEnd>& CurrentBackEnd() {
+    static auto& backEnd = *new std::shared_ptr<LogBackEnd>(MakeJsonStderrBackEnd());
+    return backEnd;
+}
 
 BackEndUse MakeUse() noexcept {
     try {
@@ -53,15 +49,6 @@ BackEndUse MakeUse() noexcept {
         return nullptr;
     }
 }
-
-State& GetState() {
-    static State& state = *new State;
-    return state;
-}
-
-// What is to be called when this thread has left the back end.
-using Action = void (*)() noexcept;
-constinit thread_local Action t_afterBackEnd = nullptr;
 
 // Whether this thread has taken the lock to fork.
 constinit thread_local bool t_hasLockedToFork = false;
@@ -74,7 +61,10 @@ constinit thread_local LogBackEnd* t_successor = nullptr;
 // has no back end.
 class LoggerFork final : private cvlsys::ForkParticipant {
 public:
-    LoggerFork() noexcept : ForkParticipant(cvlsys::ForkRank::Logger) { GetState(); }
+    LoggerFork() noexcept : ForkParticipant(cvlsys::ForkRank::Logger) {
+        BackEndAccess::Get();
+        CurrentBackEnd();
+    }
 
     ~LoggerFork() = default;
     LoggerFork(const LoggerFork&) = delete;
@@ -85,28 +75,28 @@ private:
         if (!t_isInsideBackEnd) {
             // The child would write them once more.
             cvlcoreplatform::HeldLines::WriteFromOutside();
-            t_hasLockedToFork = GetState().lock.LockUntil(end);
+            t_hasLockedToFork = BackEndAccess::Get().lock.LockUntil(end);
         }
     }
 
     void AfterForkInParent() noexcept override {
         if (std::exchange(t_hasLockedToFork, false)) {
-            GetState().lock.unlock();
+            BackEndAccess::Get().lock.unlock();
         }
     }
 
     void AfterForkInChild() noexcept override {
-        State& state = GetState();
+        BackEndAccess& access = BackEndAccess::Get();
         const bool isBackEndAtRest = t_isInsideBackEnd || t_hasLockedToFork;
         AfterForkInParent();
-        state.lock.FreeInForkedChild();
+        access.lock.FreeInForkedChild();
         // Lines that other threads held back stay with the parent.
         if (isBackEndAtRest) {
-            state.use = MakeUse();
+            access.use = MakeUse();
         } else {
-            new (&state.use) BackEndUse(MakeUse());
-            new (&state.backEnd) std::shared_ptr<LogBackEnd>;
-            s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
+            new (&access.use) BackEndUse(MakeUse());
+            new (&CurrentBackEnd()) std::shared_ptr<LogBackEnd>;
+            SetBackEndIsThere(false);
         }
     }
 };
@@ -142,6 +132,18 @@ void AwaitOtherUses(const BackEndUse& use) noexcept {
     BackEndUse(use).reset();
 }
 
+/// What a crashed thread holds back takes the way of whatever is logged.
+class LogAgain final : public cvlcoreplatform::HeldEventsTarget {
+public:
+    void WriteHeld(Severity severity, const Event& event) noexcept override {
+        Logger::Get().Log(severity, event);
+    }
+
+    void WriteHeld(Severity severity, const TString& message) noexcept override {
+        Logger::Get().LogMessage(severity, message);
+    }
+};
+
 template <class Use>
 void WithBackEnd(const Use& use) noexcept {
     if (t_isInsideBackEnd) {
@@ -154,7 +156,7 @@ void WithBackEnd(const Use& use) noexcept {
     }
     const cvlcoreplatform::BackEndGuard guard;
     try {
-        if (const auto& backEnd = GetState().backEnd) {
+        if (const auto& backEnd = CurrentBackEnd()) {
             use(*backEnd);
         }
     } catch (...) {
@@ -164,34 +166,6 @@ void WithBackEnd(const Use& use) noexcept {
 
 }  // namespace
 
-// Where this is set, the thread holds the lock for reading.
-__thread bool t_isInsideBackEnd = false;
-
-void LockBackEnd() noexcept {
-    GetState().lock.lock_shared();
-    t_isInsideBackEnd = true;
-}
-
-void UnlockBackEnd() noexcept {
-    t_isInsideBackEnd = false;
-    GetState().lock.unlock_shared();
-    if (const auto action = std::exchange(t_afterBackEnd, nullptr)) {
-        action();
-    }
-}
-
-const BackEndUse& CurrentBackEndUse() noexcept {
-    return GetState().use;
-}
-
-void CountNestedCall() noexcept {
-    Count(logCounters.nestedCalls);
-}
-
-void CallAfterBackEnd(void (*action)() noexcept) noexcept {
-    t_afterBackEnd = action;
-}
-
 InterruptedLogging GetInterruptedLogging() noexcept {
     return {cvlcoreplatform::HeldLines::OfThisThread(), t_isInsideBackEnd};
 }
@@ -199,7 +173,7 @@ InterruptedLogging GetInterruptedLogging() noexcept {
 // The interrupted thread has locked the logger for reading, so its back end stays. The successor is
 // never destroyed: the process is about to end.
 void TakeOverLogging(const InterruptedLogging& interrupted) noexcept {
-    const std::shared_ptr<LogBackEnd>& backEnd = GetState().backEnd;
+    const std::shared_ptr<LogBackEnd>& backEnd = CurrentBackEnd();
     if (interrupted.isInsideBackEnd && t_successor == nullptr && backEnd != nullptr) {
         try {
             if (auto successor = backEnd->MakeSuccessor()) {
@@ -209,37 +183,17 @@ void TakeOverLogging(const InterruptedLogging& interrupted) noexcept {
             Count(logCounters.backEndExceptions);
         }
     }
-    cvlcoreplatform::HeldLines::WriteInterrupted(interrupted.held);
+    cvlcoreplatform::HeldLines::WriteInterrupted(interrupted.held, LogAgain());
 }
 
 void EndTakingOverLogging() noexcept {
     t_successor = nullptr;
 }
 
-LogBackEnd::~LogBackEnd() = default;
-
-void LogBackEnd::Flush() {}
-
-bool LogBackEnd::Rotate() {
-    return false;
-}
-
-bool LogBackEnd::Reopen() {
-    return false;
-}
-
-std::shared_ptr<LogBackEnd> LogBackEnd::MakeSuccessor() const {
-    return nullptr;
-}
-
 Logger& Logger::Get() noexcept {
     // Without members and without a destructor that does anything: it is always there.
     static constinit Logger logger;
     return logger;
-}
-
-bool Logger::IsEnabled(Severity severity) const noexcept {
-    return severity >= s_enabledFrom.load(std::memory_order_relaxed);
 }
 
 // Not const, though it changes no member: whoever logs changes the log.
@@ -258,15 +212,11 @@ void Logger::LogMessage(Severity severity, const TString& text) noexcept {
 }
 
 void SetThreshold(Severity threshold) noexcept {
-    const int32 severity = std::clamp<int32>(threshold, Trace, Fatal);
-    int32 before = s_enabledFrom.load(std::memory_order_relaxed);
-    while (!s_enabledFrom.compare_exchange_weak(
-        before, severity | (before & noBackEnd), std::memory_order_relaxed)) {
-    }
+    cvlcoreplatform::EnabledSeverities::SetThreshold(threshold);
 }
 
 Severity GetThreshold() noexcept {
-    return static_cast<Severity>(s_enabledFrom.load(std::memory_order_relaxed) & ~noBackEnd);
+    return cvlcoreplatform::EnabledSeverities::GetThreshold();
 }
 
 std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) {
@@ -274,17 +224,13 @@ std::shared_ptr<LogBackEnd> ReplaceBackEnd(std::shared_ptr<LogBackEnd> backEnd) 
         throw std::logic_error("a log back end cannot replace the log back end");
     }
     cvlcoreplatform::HeldLines::WriteFromOutside();
-    State& state = GetState();
+    BackEndAccess& access = BackEndAccess::Get();
     BackEndUse formerUse = std::make_shared<char>();
     {
-        const std::unique_lock guard(state.lock);
-        state.backEnd.swap(backEnd);
-        state.use.swap(formerUse);
-        if (state.backEnd != nullptr) {
-            s_enabledFrom.fetch_and(~noBackEnd, std::memory_order_relaxed);
-        } else {
-            s_enabledFrom.fetch_or(noBackEnd, std::memory_order_relaxed);
-        }
+        const std::unique_lock guard(access.lock);
+        CurrentBackEnd().swap(backEnd);
+        access.use.swap(formerUse);
+        SetBackEndIsThere(CurrentBackEnd() != nullptr);
     }
     AwaitOtherUses(formerUse);
     return backEnd;

@@ -2,23 +2,26 @@
 
 #include "cvlsys/host/HostState.h"
 #include "cvlsys/host/MemoryCharging.h"
+#include "cvlsys/host/ReadWriteLock.h"
 
 #include <memory>
 
-namespace TLog {
-
-// Of the logger.
-void LockBackEnd() noexcept;
-void UnlockBackEnd() noexcept;
-
-/// A share in the use of the current back end, for work that is left for later: `ReplaceBackEnd`
-/// waits until it is given back. Inside the back end only.
-using BackEndUse = std::shared_ptr<const void>;
-const BackEndUse& CurrentBackEndUse() noexcept;
-
-}  // namespace TLog
-
 namespace cvlcoreplatform {
+
+/// A share in the use of the current back end, for work that is left for later:
+/// `TLog::ReplaceBackEnd` waits until it is given back.
+using BackEndUse = std::shared_ptr<const void>;
+
+/// Who is inside the back end. Readers of the lock are those who log, for as long as the back end
+/// works; a writer replaces the back end, and so knows that nobody is inside the old one.
+struct BackEndAccess {
+    cvlsys::ReadWriteLock lock;
+    /// Of whom it is used besides: those who hold lines back for it. Under the lock.
+    BackEndUse use = std::make_shared<char>();
+
+    /// Made while the library is loaded, never destroyed.
+    static BackEndAccess& Get();
+};
 
 /// Around all work of a back end, whether the logger asks for it or it was left for later. While
 /// one exists, the thread's `errno` and its cancellation are not touched, what it allocates is
@@ -26,10 +29,8 @@ namespace cvlcoreplatform {
 /// another one on the same thread.
 class BackEndGuard {
 public:
-    BackEndGuard() noexcept { TLog::LockBackEnd(); }
-
-    ~BackEndGuard() { TLog::UnlockBackEnd(); }
-
+    BackEndGuard() noexcept;
+    ~BackEndGuard();
     BackEndGuard(const BackEndGuard&) = delete;
     BackEndGuard& operator=(const BackEndGuard&) = delete;
 

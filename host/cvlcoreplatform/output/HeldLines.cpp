@@ -23,7 +23,7 @@ constexpr std::size_t mostBytesKept = std::size_t{128} << 10;
 
 struct HeldEvent {
     std::shared_ptr<HeldLinesTarget> target;
-    TLog::BackEndUse use;
+    BackEndUse use;
     TLog::Severity severity;
     std::variant<TLog::Event, TString> content;
 };
@@ -33,7 +33,7 @@ struct Held {
     std::size_t eventsWritten = 0;  // the one that is being written included
 
     std::shared_ptr<HeldLinesTarget> target;
-    TLog::BackEndUse use;
+    BackEndUse use;
     std::string text;
     uint64 lines = 0;
     std::chrono::system_clock::time_point time;
@@ -52,7 +52,7 @@ void Held::WriteLines() noexcept {
     if (lines == 0) {
         return;
     }
-    const TLog::BackEndUse lastUse = std::move(use);
+    const BackEndUse lastUse = std::move(use);
     const std::shared_ptr<HeldLinesTarget> lastTarget = std::move(target);
     lastTarget->WriteHeld(text, std::exchange(lines, 0), time);
     text.clear();
@@ -71,14 +71,6 @@ void Held::WriteEvents() noexcept {
     eventsWritten = 0;
 }
 
-void LogAgain(TLog::Severity severity, const TLog::Event& event) noexcept {
-    TLog::Logger::Get().Log(severity, event);
-}
-
-void LogAgain(TLog::Severity severity, const TString& message) noexcept {
-    TLog::Logger::Get().LogMessage(severity, message);
-}
-
 template <class Content>
 bool HoldContent(const std::shared_ptr<HeldLinesTarget>& target,
                  TLog::Severity severity,
@@ -88,7 +80,7 @@ bool HoldContent(const std::shared_ptr<HeldLinesTarget>& target,
         if (held == nullptr) {
             return false;
         }
-        held->events.push_back({target, TLog::CurrentBackEndUse(), severity, content});
+        held->events.push_back({target, BackEndAccess::Get().use, severity, content});
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -114,7 +106,7 @@ void HeldLines::Hold(const std::shared_ptr<HeldLinesTarget>& target,
         target->WriteHeld(line, 1, time);  // the thread is being torn down
         return;
     }
-    const TLog::BackEndUse& use = TLog::CurrentBackEndUse();
+    const BackEndUse& use = BackEndAccess::Get().use;
     if (held->target != target || held->use != use || held->text.size() + line.size() > mostBytes) {
         held->WriteLines();
     }
@@ -175,7 +167,7 @@ void* HeldLines::OfThisThread() noexcept {
 
 // Complete lines are held by a thread that is not writing: the sink's lock is free. Of events the
 // back end may be locked, so they take the way of whoever logs.
-void HeldLines::WriteInterrupted(void* interrupted) noexcept {
+void HeldLines::WriteInterrupted(void* interrupted, HeldEventsTarget&& events) noexcept {
     auto* const held = static_cast<Held*>(interrupted);
     if (held == nullptr) {
         return;
@@ -183,7 +175,7 @@ void HeldLines::WriteInterrupted(void* interrupted) noexcept {
     held->WriteLines();
     while (held->eventsWritten < held->events.size()) {
         const HeldEvent& event = held->events[held->eventsWritten++];
-        std::visit([&event](const auto& content) { LogAgain(event.severity, content); },
+        std::visit([&](const auto& content) { events.WriteHeld(event.severity, content); },
                    event.content);
     }
 }

@@ -12,16 +12,26 @@
 
 namespace cvlcoreplatform {
 
-/// Takes what was held back. Throws nothing; what cannot be written is counted.
-class HeldLinesTarget {
+/// Takes events and messages that were held back. Throws nothing; what cannot be written is
+/// counted.
+class HeldEventsTarget {
 public:
+    virtual void WriteHeld(TLog::Severity severity, const TLog::Event& event) noexcept = 0;
+    virtual void WriteHeld(TLog::Severity severity, const TString& message) noexcept = 0;
+
+protected:
+    ~HeldEventsTarget() = default;
+};
+
+/// Takes complete lines as well.
+class HeldLinesTarget : public HeldEventsTarget {
+public:
+    using HeldEventsTarget::WriteHeld;
+
     /// `lines` of them, with a line end between any two, and the time of the last one.
     virtual void WriteHeld(std::string_view text,
                            uint64 lines,
                            std::chrono::system_clock::time_point time) noexcept = 0;
-
-    virtual void WriteHeld(TLog::Severity severity, const TLog::Event& event) noexcept = 0;
-    virtual void WriteHeld(TLog::Severity severity, const TString& message) noexcept = 0;
 
 protected:
     ~HeldLinesTarget() = default;
@@ -62,8 +72,9 @@ void WriteFromOutside() noexcept;
 /// handlers.
 void* OfThisThread() noexcept;
 
-/// Writes or logs what another thread holds back that will never do so itself.
-void WriteInterrupted(void* held) noexcept;
+/// Writes the lines that another thread holds back and will never write itself, and gives its
+/// events to `events`.
+void WriteInterrupted(void* held, HeldEventsTarget&& events) noexcept;
 
 }  // namespace HeldLines
 

@@ -1,15 +1,16 @@
 #include "Bus.h"
 
 #include "DeliveringThread.h"
+#include "DeliverySide.h"
 #include "Dispatcher.h"
 #include "EventQueues.h"
 #include "ExitDeadline.h"
 #include "LossReport.h"
-#include "ThreadSide.h"
+#include "MetricsManagerAccess.h"
+#include "QueueSide.h"
 
 #include "cvlcoreplatform/host/InsideBackEnd.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
-#include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Statistics.h"
 
@@ -28,12 +29,14 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constinit std::atomic<bool> s_isAsynchronous{false};
 constinit std::atomic<bool> s_isRefusing{false};
 constinit std::atomic<bool> s_isGivenUp{false};
 
 constinit std::atomic<uint64> s_waits{0};
 constinit std::atomic<uint64> s_waitedNanos{0};
+
+// What this thread has emitted inside a log back end that it is still in.
+constinit thread_local std::vector<MetricsEvent>* t_postponed = nullptr;
 
 void Wait(std::vector<MetricsEvent>& others, const EventView& event) {
     try {
@@ -105,15 +108,14 @@ void DeliverAtOnce(const EventView& event) {
     if (outcome == Outcome::NoMemory) {
         // To deliver it at once, behind what is queued, needs less memory.
         DeliverAtOnce(event);
-    } else if (outcome == Outcome::Queued && t_side.bursts == 0) {
+    } else if (outcome == Outcome::Queued && t_queueSide.bursts == 0) {
         NoticeQueued();
     }
     return outcome != Outcome::Refused;
 }
 
 void DeliverPostponed() noexcept {
-    const std::unique_ptr<std::vector<MetricsEvent>> events(
-        std::exchange(t_side.postponed, nullptr));
+    const std::unique_ptr<std::vector<MetricsEvent>> events(std::exchange(t_postponed, nullptr));
     if (s_isGivenUp.load(std::memory_order_relaxed)) {
         for (std::size_t left = events->size(); left != 0; --left) {
             LossReport::Count(LossReport::Loss::LostEvent);
@@ -127,20 +129,20 @@ void DeliverPostponed() noexcept {
 // Inside a log back end the thread holds a lock of the logger's, which whoever has the bus's lock
 // may be waiting for.
 void Postpone(const EventView& event) {
-    if (t_side.postponed == nullptr) {
-        t_side.postponed = new std::vector<MetricsEvent>;
+    if (t_postponed == nullptr) {
+        t_postponed = new std::vector<MetricsEvent>;
         TLog::CallAfterBackEnd(DeliverPostponed);
     }
-    Wait(*t_side.postponed, event);
+    Wait(*t_postponed, event);
 }
 
 [[gnu::noinline]] void EmitDirectly(const EventView& event) {
-    if (t_side.delivery != nullptr) {
-        Wait(t_side.delivery->waiting, event);
+    if (t_deliverySide.delivery != nullptr) {
+        Wait(t_deliverySide.delivery->waiting, event);
     } else if (TLog::IsInsideBackEnd()) {
         Postpone(event);
-    } else if (t_side.ownDelivery != nullptr) {
-        t_side.ownDelivery->Deliver(event);
+    } else if (t_deliverySide.ownDelivery != nullptr) {
+        t_deliverySide.ownDelivery->Deliver(event);
     } else if (s_isGivenUp.load(std::memory_order_relaxed)) {
         LossReport::Count(LossReport::Loss::LostEvent);
     } else {
@@ -148,26 +150,25 @@ void Postpone(const EventView& event) {
     }
 }
 
-bool IsQueuing(const ThreadSide& side) noexcept {
-    return IsAsynchronous() && !s_isGivenUp.load(std::memory_order_relaxed) &&
+bool IsQueuing(const DeliverySide& side) noexcept {
+    return DeliveringThread::IsWanted() && !s_isGivenUp.load(std::memory_order_relaxed) &&
            side.delivery == nullptr && !side.neverQueues && !TLog::IsInsideBackEnd();
 }
 
 /// Sends a stamped event on its way. False if it was refused.
 bool Send(const EventView& event, bool mayBeRefused) {
-    const ThreadSide& side = t_side;
-    if (!IsQueuing(side)) {
+    if (!IsQueuing(t_deliverySide)) {
         EmitDirectly(event);
     } else if (!EventQueues::TryToAppend(event)) {
         return QueueOrDeliver(event, mayBeRefused);
-    } else if (side.bursts == 0) {
+    } else if (t_queueSide.bursts == 0) {
         NoticeQueued();
     }
     return true;
 }
 
 bool IsRefusing() noexcept {
-    return s_isRefusing.load(std::memory_order_relaxed) && t_side.delivery == nullptr;
+    return s_isRefusing.load(std::memory_order_relaxed) && t_deliverySide.delivery == nullptr;
 }
 
 /// Whether nothing is to be refused, or so many quarters of the thread's queue are free.
@@ -185,16 +186,12 @@ void FlushQueues(const Deadline& deadline) noexcept {
 
 }  // namespace
 
-bool IsAsynchronous() noexcept {
-    return s_isAsynchronous.load(std::memory_order_acquire);
-}
-
 bool Admits(uint64 flags) noexcept {
     return admission.Admits(flags);
 }
 
 bool AdmitsContextEvents() noexcept {
-    return MetricsManager::GetInstance().GetConsumerCount() != 0;
+    return MetricsManagerAccess::ConsumerCount().load(std::memory_order_relaxed) != 0;
 }
 
 bool HasRoomForScope() noexcept {
@@ -235,17 +232,17 @@ void EmitForSure(EventView& event) {
 }
 
 bool BeginBurst() noexcept {
-    ThreadSide& side = t_side;
+    const DeliverySide& side = t_deliverySide;
     if (!IsQueuing(side) && side.delivery == nullptr && side.ownDelivery == nullptr &&
         !s_isGivenUp.load(std::memory_order_relaxed) && !TLog::IsInsideBackEnd()) {
         return false;
     }
-    ++side.bursts;
+    ++t_queueSide.bursts;
     return true;
 }
 
 void EndBurst() noexcept {
-    if (--t_side.bursts == 0 && EventQueues::Show()) {
+    if (--t_queueSide.bursts == 0 && EventQueues::Show()) {
         NoticeQueued();
     }
 }
@@ -304,20 +301,8 @@ bool Flush(const Deadline& deadline) noexcept {
     return true;
 }
 
-bool DeliverSome() noexcept {
-    return Dispatcher::Get().DeliverSome();
-}
-
-void TidyUp() noexcept {
-    Dispatcher::Get().TidyUp();
-}
-
-void AwaitDelivery() noexcept {
-    Dispatcher::Get().AwaitDelivery();
-}
-
 bool IsDelivering() noexcept {
-    return t_side.delivery != nullptr;
+    return t_deliverySide.delivery != nullptr;
 }
 
 void SetGivenUp(bool givenUp) noexcept {
@@ -325,7 +310,7 @@ void SetGivenUp(bool givenUp) noexcept {
 }
 
 void SetAsynchronous(bool asynchronous) noexcept {
-    s_isAsynchronous.store(asynchronous, std::memory_order_release);
+    DeliveringThread::SetWanted(asynchronous);
 }
 
 void SetRefusing(bool refusing) noexcept {

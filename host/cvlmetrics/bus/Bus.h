@@ -1,11 +1,16 @@
 #pragma once
 
-#include "Deadline.h"
 #include "EventView.h"
 
 #include "cvlmetrics/IMetricsListener.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
+
+namespace Metrics {
+
+class Deadline;
+
+}  // namespace Metrics
 
 /// The inside of the process's event bus: the road of an event from the thread that emits it to the
 /// consumers. It is delivered at once, or queued for the delivering thread; one that is emitted
@@ -83,15 +88,6 @@ bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);
 /// See `Metrics::Flush`. Where there is no delivering thread, the calling one delivers.
 bool Flush(const Deadline& deadline) noexcept;
 
-/// Delivers some of what is queued, for the delivering thread. Whether there was anything.
-bool DeliverSome() noexcept;
-
-/// Gives back what the queues of threads that have ended take.
-void TidyUp() noexcept;
-
-/// Waits until what other threads are just delivering has been through all consumers.
-void AwaitDelivery() noexcept;
-
 /// Whether the calling thread is inside of a delivery.
 bool IsDelivering() noexcept;
 
@@ -100,7 +96,6 @@ bool IsDelivering() noexcept;
 void SetGivenUp(bool givenUp) noexcept;
 
 /// Whether events are queued for the delivering thread.
-bool IsAsynchronous() noexcept;
 void SetAsynchronous(bool asynchronous) noexcept;
 void SetRefusing(bool refusing) noexcept;
 

@@ -4,7 +4,7 @@
 
 #include "cvlmetrics/MetricsEvent.h"
 
-namespace Metrics::PendingAttributes {
+namespace Metrics {
 
 namespace {
 
@@ -17,20 +17,20 @@ std::size_t TextBytes(const MetricsValue& value) noexcept {
 
 }  // namespace
 
-void SetLimit(std::size_t bytes) noexcept {
+void PendingAttributes::SetLimit(std::size_t bytes) noexcept {
     s_limit.store(bytes, std::memory_order_relaxed);
 }
 
-bool TryToAdd(ContextState& context, const MetricsValue& name, const MetricsValue& value) noexcept {
+bool PendingAttributes::TryToAdd(const MetricsValue& name, const MetricsValue& value) noexcept {
     const std::size_t bytes = sizeof(NameValuePair) + TextBytes(name) + TextBytes(value);
-    const std::size_t before = context.pendingAttributeBytes.load(std::memory_order_relaxed);
+    const std::size_t before = m_bytes.load(std::memory_order_relaxed);
     const std::size_t limit = s_limit.load(std::memory_order_relaxed);
     if (before > limit || bytes > limit - before) {
         LossReport::Count(LossReport::Loss::PendingAttribute);
         return false;
     }
-    context.pendingAttributeBytes.fetch_add(bytes, std::memory_order_relaxed);
+    m_bytes.fetch_add(bytes, std::memory_order_relaxed);
     return true;
 }
 
-}  // namespace Metrics::PendingAttributes
+}  // namespace Metrics

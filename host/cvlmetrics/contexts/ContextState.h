@@ -1,9 +1,10 @@
 #pragma once
 
+#include "PendingAttributes.h"
+
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
-#include <cstddef>
 
 namespace Metrics {
 
@@ -32,8 +33,7 @@ struct ContextState {
     // That it is on this thread found no room to be said, and is to be said before its next scope.
     std::atomic<bool> isThreadUnsaid{false};
 
-    // What its attributes take that were set since its last scope (`PendingAttributes`).
-    std::atomic<std::size_t> pendingAttributeBytes{0};
+    PendingAttributes pendingAttributes;
 };
 
 }  // namespace Metrics

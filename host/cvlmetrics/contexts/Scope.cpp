@@ -3,11 +3,10 @@
 #include "Bus.h"
 #include "ContextAnnouncement.h"
 #include "EventView.h"
-#include "PendingAttributes.h"
 #include "ThreadContexts.h"
-#include "ThreadSide.h"
 
 #include "cvlmetrics/host/Clock.h"
+#include "cvlsys/host/IdBatch.h"
 #include "cvlsys/host/ShortCopy.h"
 
 #include <atomic>
@@ -20,6 +19,7 @@ namespace Metrics {
 namespace {
 
 constinit std::atomic<uint64> s_idsSetAside{0};
+[[gnu::tls_model("initial-exec")]] constinit thread_local cvlsys::IdBatch t_scopeIds;
 
 /// The part of its events by which consumers know a scope.
 struct ScopeIdentity {
@@ -110,7 +110,7 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
         m_postCloseActions.clear();
         return;
     }
-    const uint64 id = t_side.scopeIds.Next(s_idsSetAside);
+    const uint64 id = t_scopeIds.Next(s_idsSetAside);
     m_contextId = context->id;
     if (isAdmitted && !Bus::HasRoomForScope()) {
         Bus::CountRefusedScope();
@@ -126,7 +126,7 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
             m_id = id;
             return;
         }
-        PendingAttributes::AreTaken(*context);
+        context->pendingAttributes.AreTaken();
     }
     // Only now: a scope whose beginning was lost sends no end either.
     m_id = id;

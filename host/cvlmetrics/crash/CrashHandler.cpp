@@ -1,9 +1,9 @@
 #include "CrashHandler.h"
 
-#include "Futex.h"
 #include "RescueThread.h"
 
 #include "cvlsys/IntegerTypes.h"
+#include "cvlsys/host/Futex.h"
 
 #include <array>
 #include <atomic>
@@ -141,7 +141,7 @@ public:
         if (m_isFirst) {
             t_isInTurn = false;
             s_turn.store(0, std::memory_order_release);
-            Futex::WakeAll(s_turn);
+            cvlsys::Futex::WakeAll(s_turn);
         }
     }
 
@@ -170,7 +170,7 @@ private:
                     m_isMissed = true;
                     return false;
                 }
-                Futex::Wait(s_turn, other, left);
+                cvlsys::Futex::Wait(s_turn, other, left);
             }
         }
         t_isInTurn = true;

@@ -1,6 +1,6 @@
 #include "CrashedThreads.h"
 
-#include "ThreadSide.h"
+#include "DeliverySide.h"
 
 namespace Metrics {
 
@@ -11,18 +11,12 @@ void CrashedThreads::AddCurrent(uint64 id) noexcept {
     }
     Entry& entry = m_entries[index];
     entry.thread.id = id;
-    entry.thread.isDelivering = t_side.delivery != nullptr || t_side.ownDelivery != nullptr;
     entry.thread.logging = TLog::GetInterruptedLogging();
     entry.isComplete.store(true, std::memory_order_release);
-}
-
-bool CrashedThreads::HaveRole() const noexcept {
-    for (const Entry& entry : m_entries) {
-        if (entry.isComplete.load(std::memory_order_acquire) && entry.thread.isDelivering) {
-            return true;
-        }
+    // After: what this thread holds back is known to whoever takes the role in its place.
+    if (t_deliverySide.HasRole()) {
+        m_haveRole.store(true, std::memory_order_release);
     }
-    return false;
 }
 
 void CrashedThreads::Clear() noexcept {
@@ -30,6 +24,7 @@ void CrashedThreads::Clear() noexcept {
         entry.isComplete.store(false, std::memory_order_relaxed);
         entry.isSeen = false;
     }
+    m_haveRole.store(false, std::memory_order_relaxed);
     m_count.store(0, std::memory_order_release);
 }
 

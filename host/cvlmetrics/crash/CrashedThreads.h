@@ -11,8 +11,7 @@ namespace Metrics {
 
 /// What a thread was in the middle of when it crashed. It does not go on before the rescue is over.
 struct CrashedThread {
-    uint64 id = 0;              ///< the kernel's
-    bool isDelivering = false;  ///< has the bus's delivering role, lock included
+    uint64 id = 0;  ///< the kernel's
     TLog::InterruptedLogging logging;
 };
 
@@ -26,8 +25,8 @@ public:
     /// Takes note of the calling thread.
     void AddCurrent(uint64 id) noexcept;
 
-    /// Whether one of them has the delivering role.
-    bool HaveRole() const noexcept;
+    /// Whether one of them has the bus's delivering role, lock included.
+    const std::atomic<bool>& HaveRole() const noexcept { return m_haveRole; }
 
     /// Calls `action` for each that it was not called for before.
     template <class Action>
@@ -52,6 +51,7 @@ private:
 
     std::array<Entry, most> m_entries;
     std::atomic<std::size_t> m_count{0};
+    std::atomic<bool> m_haveRole{false};
 };
 
 }  // namespace Metrics

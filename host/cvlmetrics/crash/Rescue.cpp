@@ -113,7 +113,7 @@ void AwaitLastQueued(Clock::time_point end) noexcept {
 bool DeliverAndSay(const Crash& crash, CrashedThreads& crashed) noexcept {
     // Some time is left to say at least that.
     const Clock::time_point endOfWait = crash.end - (crash.end - Clock::now()) / 4;
-    Bus::RescueDelivery delivery(Bus::Dispatcher::Get(), crashed, endOfWait);
+    Bus::RescueDelivery delivery(Bus::Dispatcher::Get(), crashed.HaveRole(), endOfWait);
     TakeOverLogging(crashed);
     if (!delivery.HasRole()) {
         return false;

@@ -4,10 +4,11 @@
 #include "CrashHandler.h"
 #include "CrashedThreads.h"
 #include "DeliveringThread.h"
-#include "Futex.h"
+#include "DeliverySide.h"
 #include "ProcessThreads.h"
 #include "Rescue.h"
-#include "ThreadSide.h"
+
+#include "cvlsys/host/Futex.h"
 
 #include <algorithm>
 #include <atomic>
@@ -22,6 +23,7 @@ namespace Metrics::RescueThread {
 
 namespace {
 
+namespace Futex = cvlsys::Futex;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -102,7 +104,7 @@ Stage SleepUntilCalled() noexcept {
 
 void* Run(void*) noexcept {
     t_isRescue = true;
-    t_side.neverQueues = true;
+    t_deliverySide.neverQueues = true;
     pthread_setname_np(pthread_self(), "tarn-rescue");
     Rescue::Prepare();
     SetStage(Stage::Ready);

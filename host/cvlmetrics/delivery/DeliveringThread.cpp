@@ -1,17 +1,18 @@
 #include "DeliveringThread.h"
 
 #include "Backoff.h"
-#include "Bus.h"
+#include "DeliverySide.h"
+#include "Dispatcher.h"
 #include "EventQueues.h"
 #include "ExitDeadline.h"
-#include "Futex.h"
 #include "LossReport.h"
 #include "OwnThread.h"
-#include "ThreadSide.h"
 
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/host/ForkAwareMutex.h"
+#include "cvlsys/host/ForkOrder.h"
+#include "cvlsys/host/Futex.h"
 
 #include <atomic>
 #include <chrono>
@@ -19,7 +20,11 @@
 
 namespace Metrics::DeliveringThread {
 
+constinit std::atomic<bool> isWanted{false};
+
 namespace {
+
+namespace Futex = cvlsys::Futex;
 
 using std::chrono::milliseconds;
 
@@ -87,7 +92,7 @@ void Rest(State state, std::chrono::nanoseconds time) noexcept {
 
 // What others have taken off the queues may still be inside of a consumer.
 void CarryOutFlush(uint64 flush) noexcept {
-    Bus::AwaitDelivery();
+    Bus::Dispatcher::Get().AwaitDelivery();
     ExitDeadline::Meet();
     LossReport::Write();
     TLog::FlushLog();
@@ -100,7 +105,7 @@ bool DeliverUntil(uint64 queued) noexcept {
     bool wasBusy = false;
     Backoff backoff;
     while (EventQueues::GetTakenCount() < queued) {
-        if (Bus::DeliverSome()) {
+        if (Bus::Dispatcher::Get().DeliverSome()) {
             wasBusy = true;
             backoff = {};
         } else {
@@ -124,14 +129,14 @@ bool TryToEnd() noexcept {
 }
 
 void Run() noexcept {
-    t_side.isDeliveringThread = true;
-    t_side.neverQueues = true;
+    t_deliverySide.isDeliveringThread = true;
+    t_deliverySide.neverQueues = true;
     int naps = 0;
     for (;;) {
         const uint64 flush = s_flushesWanted.load(std::memory_order_seq_cst);
         const uint64 queued = EventQueues::GetQueuedCount();
         const bool wasBusy = DeliverUntil(queued);
-        Bus::TidyUp();
+        Bus::Dispatcher::Get().TidyUp();
         LossReport::WriteIfDue();
         if (flush != s_flushesDone.load(std::memory_order_relaxed)) {
             CarryOutFlush(flush);
@@ -154,8 +159,8 @@ void Run() noexcept {
             Rest(State::Asleep, sleepTime);
         }
     }
-    t_side.isDeliveringThread = false;
-    t_side.neverQueues = false;
+    t_deliverySide.isDeliveringThread = false;
+    t_deliverySide.neverQueues = false;
     Progress();
 }
 
@@ -178,6 +183,14 @@ bool StartIfNotRunning() noexcept {
     return true;
 }
 
+// The parent's thread is not there, unless it is the one that forked.
+[[maybe_unused]] cvlsys::InForkedChild startAnew([] {
+    s_state.store(t_deliverySide.isDeliveringThread ? State::Awake : State::NotRunning,
+                  std::memory_order_seq_cst);
+    s_stops.store(false, std::memory_order_seq_cst);
+    s_flushesDone.store(s_flushesWanted.load(std::memory_order_relaxed), std::memory_order_seq_cst);
+});
+
 bool Start() noexcept {
     const std::lock_guard lock(s_startMutex);
     return StartIfNotRunning();
@@ -187,7 +200,7 @@ bool Start() noexcept {
 uint64 AskForFlush() noexcept {
     const std::lock_guard lock(s_startMutex);
     const bool isRunning = s_state.load(std::memory_order_seq_cst) != State::NotRunning ||
-                           (Bus::IsAsynchronous() && StartIfNotRunning());
+                           (IsWanted() && StartIfNotRunning());
     return isRunning ? s_flushesWanted.fetch_add(1, std::memory_order_seq_cst) + 1 : 0;
 }
 
@@ -209,6 +222,10 @@ bool WaitUntil(const Condition& isDone, const Deadline& deadline) noexcept {
 
 }  // namespace
 
+void SetWanted(bool wanted) noexcept {
+    isWanted.store(wanted, std::memory_order_release);
+}
+
 bool Notice() noexcept {
     State state = s_state.load(std::memory_order_seq_cst);
     if (state == State::Awake) {
@@ -216,7 +233,7 @@ bool Notice() noexcept {
     }
     if (state == State::NotRunning) {
         // After a shutdown, who was just queuing an event delivers it before its call returns.
-        return Bus::IsAsynchronous() && Start();
+        return IsWanted() && Start();
     }
     if (state == State::Napping && EventQueues::HasFreeQuarters(2)) {
         return true;
@@ -260,14 +277,7 @@ bool IsRunning() noexcept {
 }
 
 bool IsCurrent() noexcept {
-    return t_side.isDeliveringThread;
-}
-
-void StartAnewInChild() noexcept {
-    s_state.store(t_side.isDeliveringThread ? State::Awake : State::NotRunning,
-                  std::memory_order_seq_cst);
-    s_stops.store(false, std::memory_order_seq_cst);
-    s_flushesDone.store(s_flushesWanted.load(std::memory_order_relaxed), std::memory_order_seq_cst);
+    return t_deliverySide.isDeliveringThread;
 }
 
 }  // namespace Metrics::DeliveringThread

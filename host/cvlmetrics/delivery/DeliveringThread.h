@@ -2,11 +2,21 @@
 
 #include "Deadline.h"
 
+#include <atomic>
 #include <optional>
 
 /// The thread that delivers what is queued. It starts with the first event that needs it, also in a
 /// forked child, and sleeps while there is nothing to do. Any thread may call these functions.
 namespace Metrics::DeliveringThread {
+
+extern constinit std::atomic<bool> isWanted;
+
+/// Whether events are to be queued for it: only then it is started.
+inline bool IsWanted() noexcept {
+    return isWanted.load(std::memory_order_acquire);
+}
+
+void SetWanted(bool wanted) noexcept;
 
 /// To be called after each event that was queued. Costs one load while the thread is awake. False
 /// if there is no such thread and none is to be had, or a shutdown has ended it: the caller has to
@@ -28,9 +38,5 @@ bool IsRunning() noexcept;
 
 /// Whether the calling thread is the delivering one.
 bool IsCurrent() noexcept;
-
-// For a fork.
-
-void StartAnewInChild() noexcept;
 
 }  // namespace Metrics::DeliveringThread

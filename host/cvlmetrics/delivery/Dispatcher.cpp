@@ -1,11 +1,10 @@
 #include "Dispatcher.h"
 
 #include "Backoff.h"
-#include "DeliveringThread.h"
+#include "DeliverySide.h"
 #include "EventQueues.h"
 #include "ExitDeadline.h"
 #include "LossReport.h"
-#include "ThreadSide.h"
 
 #include "cvlsys/host/ForkOrder.h"
 
@@ -13,6 +12,12 @@
 #include <new>
 #include <thread>
 #include <utility>
+
+namespace Metrics {
+
+constinit thread_local DeliverySide t_deliverySide;
+
+}  // namespace Metrics
 
 namespace Metrics::Bus {
 
@@ -28,9 +33,9 @@ constexpr milliseconds forkDelivers{200};
 // Around the calls of the consumers.
 class CurrentDelivery {
 public:
-    explicit CurrentDelivery(Delivery& delivery) noexcept { t_side.delivery = &delivery; }
+    explicit CurrentDelivery(Delivery& delivery) noexcept { t_deliverySide.delivery = &delivery; }
 
-    ~CurrentDelivery() { t_side.delivery = nullptr; }
+    ~CurrentDelivery() { t_deliverySide.delivery = nullptr; }
 
     CurrentDelivery(const CurrentDelivery&) = delete;
     CurrentDelivery& operator=(const CurrentDelivery&) = delete;
@@ -69,19 +74,20 @@ public:
 
 private:
     void BeforeFork(ForkClock::time_point end) noexcept override {
-        if (t_side.delivery == nullptr) {
-            t_side.hasLockedToFork = Get().LockForFork(end);
+        if (t_deliverySide.delivery == nullptr) {
+            t_deliverySide.hasLockedToFork = Get().LockForFork(end);
         }
     }
 
     void AfterForkInParent() noexcept override {
-        if (std::exchange(t_side.hasLockedToFork, false)) {
+        if (std::exchange(t_deliverySide.hasLockedToFork, false)) {
             Get().m_mutex.unlock();
         }
     }
 
     void AfterForkInChild() noexcept override {
-        Get().StartAnewInChild(t_side.delivery != nullptr || t_side.hasLockedToFork);
+        Get().StartAnewInChild(t_deliverySide.delivery != nullptr ||
+                               t_deliverySide.hasLockedToFork);
         AfterForkInParent();
     }
 };
@@ -112,7 +118,6 @@ bool Dispatcher::LockForFork(std::chrono::steady_clock::time_point end) noexcept
 
 void Dispatcher::StartAnewInChild(bool isLocked) noexcept {
     EventQueues::StartAnewInChild();
-    DeliveringThread::StartAnewInChild();
     m_othersWait.store(0, std::memory_order_relaxed);
     m_mutex.ForgetOtherThreads(isLocked);
     if (!isLocked) {
@@ -169,11 +174,11 @@ void Dispatcher::Deliver(std::vector<MetricsEvent>&& events) noexcept {
 
 void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
     OwnDelivery delivery(*this);
-    t_side.ownDelivery = &delivery;
-    t_side.neverQueues = true;
+    t_deliverySide.ownDelivery = &delivery;
+    t_deliverySide.neverQueues = true;
     body(context);
-    t_side.neverQueues = t_side.isDeliveringThread;
-    t_side.ownDelivery = nullptr;
+    t_deliverySide.neverQueues = t_deliverySide.isDeliveringThread;
+    t_deliverySide.ownDelivery = nullptr;
 }
 
 void Dispatcher::DeliverQueued() noexcept {
@@ -311,8 +316,8 @@ void Dispatcher::DeliverWaiting(Delivery& delivery) noexcept {
 
 // A thread that delivers holds the lock already, and is inside of a listener.
 void Dispatcher::AddConsumer(Consumer newcomer, const Deadline& deadline) {
-    if (t_side.delivery != nullptr) {
-        return m_consumers.Add(std::move(newcomer), t_side.delivery->retired);
+    if (t_deliverySide.delivery != nullptr) {
+        return m_consumers.Add(std::move(newcomer), t_deliverySide.delivery->retired);
     }
     Consumers::List retired;  // outlives the lock, as in a delivery
 
@@ -326,8 +331,8 @@ void Dispatcher::AddConsumer(Consumer newcomer, const Deadline& deadline) {
 
 bool Dispatcher::RemoveConsumer(const RefCntPtr<IMetricsListener>& listener,
                                 const Deadline& deadline) {
-    if (t_side.delivery != nullptr) {
-        return m_consumers.Remove(*listener, t_side.delivery->retired);
+    if (t_deliverySide.delivery != nullptr) {
+        return m_consumers.Remove(*listener, t_deliverySide.delivery->retired);
     }
     Consumers::List retired;
 

@@ -51,19 +51,19 @@ public:
     /// What the calling thread has emitted earlier, behind what is queued.
     void Deliver(std::vector<MetricsEvent>&& events) noexcept;
 
-    /// What the calling thread emits in `body`, see `InBurst`.
+    /// What the calling thread emits in `body`: others do not deliver in between.
     void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
 
     /// All that is queued.
     void DeliverQueued() noexcept;
 
-    /// See `Bus::DeliverSome`.
+    /// Some of what is queued, for the delivering thread. Whether there was anything.
     bool DeliverSome() noexcept;
 
-    /// See `Bus::AwaitDelivery`.
+    /// Waits until what other threads are just delivering has been through all consumers.
     void AwaitDelivery() noexcept;
 
-    /// See `Bus::TidyUp`.
+    /// Gives back what the queues of threads that have ended take.
     void TidyUp() noexcept;
 
     /// All that was queued before the call, and what is just being delivered. False if that is not

@@ -1,7 +1,7 @@
 #include "RescueDelivery.h"
 
+#include "DeliverySide.h"
 #include "EventQueues.h"
-#include "ThreadSide.h"
 
 #include <thread>
 
@@ -14,26 +14,26 @@ constexpr std::chrono::microseconds pause{50};
 }  // namespace
 
 RescueDelivery::RescueDelivery(Dispatcher& dispatcher,
-                               const CrashedThreads& crashed,
+                               const std::atomic<bool>& isOrphaned,
                                Clock::time_point end)
     : m_dispatcher(dispatcher),
       m_lock(dispatcher.m_mutex, std::defer_lock),
-      m_hasRole(TakeRole(crashed, end)) {
+      m_hasRole(TakeRole(isOrphaned, end)) {
     if (m_hasRole) {
-        t_side.delivery = &m_delivery;
+        t_deliverySide.delivery = &m_delivery;
     }
 }
 
 RescueDelivery::~RescueDelivery() {
-    t_side.delivery = nullptr;
+    t_deliverySide.delivery = nullptr;
 }
 
 // The thread that has the role may crash while this one waits for it.
-bool RescueDelivery::TakeRole(const CrashedThreads& crashed, Clock::time_point end) {
+bool RescueDelivery::TakeRole(const std::atomic<bool>& isOrphaned, Clock::time_point end) {
     m_dispatcher.m_othersWait.fetch_add(1, std::memory_order_relaxed);
     bool hasRole = false;
     while (!hasRole && Clock::now() < end) {
-        hasRole = crashed.HaveRole() || m_lock.try_lock();
+        hasRole = isOrphaned.load(std::memory_order_acquire) || m_lock.try_lock();
         if (!hasRole) {
             std::this_thread::sleep_for(pause);
         }

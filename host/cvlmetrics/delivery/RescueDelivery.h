@@ -1,8 +1,8 @@
 #pragma once
 
-#include "CrashedThreads.h"
 #include "Dispatcher.h"
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 
@@ -18,8 +18,11 @@ class RescueDelivery {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Waits for the role until then. Keeps it until the object ends.
-    RescueDelivery(Dispatcher& dispatcher, const CrashedThreads& crashed, Clock::time_point end);
+    /// Waits for the role until then. Keeps it until the object ends. `isOrphaned` is set as soon
+    /// as the thread that has the role will not go on.
+    RescueDelivery(Dispatcher& dispatcher,
+                   const std::atomic<bool>& isOrphaned,
+                   Clock::time_point end);
     ~RescueDelivery();
     RescueDelivery(const RescueDelivery&) = delete;
     RescueDelivery& operator=(const RescueDelivery&) = delete;
@@ -33,7 +36,7 @@ public:
     void DeliverQueued(Clock::time_point end) noexcept;
 
 private:
-    bool TakeRole(const CrashedThreads& crashed, Clock::time_point end);
+    bool TakeRole(const std::atomic<bool>& isOrphaned, Clock::time_point end);
 
     Dispatcher& m_dispatcher;
     Delivery m_delivery;

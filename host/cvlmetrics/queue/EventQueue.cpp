@@ -1,6 +1,6 @@
 #include "EventQueue.h"
 
-#include "Futex.h"
+#include "cvlsys/host/Futex.h"
 
 #include <algorithm>
 #include <bit>
@@ -129,7 +129,7 @@ void EventQueue::WaitForRoom() noexcept {
     constexpr std::chrono::milliseconds patience{20};
     m_writerWaits.store(1, std::memory_order_seq_cst);
     if (m_read.load(std::memory_order_seq_cst) == m_readAsKnown) {
-        Futex::Wait(m_writerWaits, 1, patience);
+        cvlsys::Futex::Wait(m_writerWaits, 1, patience);
     }
     m_writerWaits.store(0, std::memory_order_relaxed);
 }
@@ -174,7 +174,7 @@ void EventQueue::WakeWriter() noexcept {
     const uint64 read = m_read.load(std::memory_order_relaxed);
     const bool isMostlyFree = m_written.load(std::memory_order_acquire) - read <= m_capacity / 2;
     if (isMostlyFree && m_writerWaits.exchange(0, std::memory_order_acq_rel) != 0) {
-        Futex::WakeAll(m_writerWaits);
+        cvlsys::Futex::WakeAll(m_writerWaits);
     }
 }
 

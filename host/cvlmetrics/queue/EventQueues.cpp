@@ -1,6 +1,6 @@
 #include "EventQueues.h"
 
-#include "ThreadSide.h"
+#include "QueueSide.h"
 
 #include "cvlsys/host/ForkAwareMutex.h"
 #include "cvlsys/host/MemoryCharging.h"
@@ -16,7 +16,7 @@
 
 namespace Metrics {
 
-constinit thread_local ThreadSide t_side;
+constinit thread_local QueueSide t_queueSide;
 
 }  // namespace Metrics
 
@@ -246,15 +246,15 @@ LateQueue& GetLateQueue() {
 
 class Ownership {
 public:
-    explicit Ownership(EventQueue& queue) noexcept { t_side.queue = &queue; }
+    explicit Ownership(EventQueue& queue) noexcept { t_queueSide.queue = &queue; }
 
     ~Ownership() {
-        if (EventQueue* const queue = std::exchange(t_side.queue, nullptr)) {
+        if (EventQueue* const queue = std::exchange(t_queueSide.queue, nullptr)) {
             // Before: who takes the queue over counts it down.
             s_withoutOwner.fetch_add(1, std::memory_order_relaxed);
             queue->hasOwner.store(false, std::memory_order_release);
         }
-        t_side.hasTornDownQueue = true;
+        t_queueSide.hasTornDownQueue = true;
     }
 
     Ownership(const Ownership&) = delete;
@@ -262,19 +262,19 @@ public:
 };
 
 [[gnu::noinline]] EventQueue* AcquireQueue() {
-    if (t_side.hasTornDownQueue) {
+    if (t_queueSide.hasTornDownQueue) {
         return nullptr;
     }
     thread_local const Ownership ownership(Registry::Get().Acquire());
-    if (t_side.queue == nullptr) {
-        t_side.queue = &Registry::Get().Acquire();  // in a forked child the first one is gone
+    if (t_queueSide.queue == nullptr) {
+        t_queueSide.queue = &Registry::Get().Acquire();  // in a forked child the first one is gone
     }
-    return t_side.queue;
+    return t_queueSide.queue;
 }
 
 /// The calling thread's own queue; null once the thread has torn it down.
 EventQueue* OwnQueue() {
-    EventQueue* const queue = t_side.queue;
+    EventQueue* const queue = t_queueSide.queue;
     return queue != nullptr ? queue : AcquireQueue();
 }
 
@@ -300,7 +300,7 @@ auto WithQueue(const Action& action) {
 }  // namespace
 
 bool TryToAppend(const EventView& event) noexcept {
-    EventQueue* const queue = t_side.queue;
+    EventQueue* const queue = t_queueSide.queue;
     try {
         if (queue == nullptr || !queue->TryToPrepare(event)) {
             return false;
@@ -308,7 +308,7 @@ bool TryToAppend(const EventView& event) noexcept {
     } catch (const std::bad_alloc&) {
         return false;
     }
-    if (t_side.bursts == 0) {
+    if (t_queueSide.bursts == 0) {
         Publish(*queue);
     }
     return true;
@@ -320,7 +320,7 @@ Outcome Append(const EventView& event) {
             return Outcome::NoRoom;
         }
         // What threads share at their end is never left half done.
-        if (t_side.bursts == 0 || &queue != t_side.queue) {
+        if (t_queueSide.bursts == 0 || &queue != t_queueSide.queue) {
             Publish(queue);
         }
         return Outcome::Queued;
@@ -328,7 +328,7 @@ Outcome Append(const EventView& event) {
 }
 
 bool Show() noexcept {
-    EventQueue* const queue = t_side.queue;
+    EventQueue* const queue = t_queueSide.queue;
     if (queue == nullptr || queue->GetPreparedCount() == 0) {
         return false;
     }
@@ -413,7 +413,7 @@ std::size_t GetHighestFill() noexcept {
 void StartAnewInChild() noexcept {
     Registry::Get().StartAnewInChild();
     GetLateQueue().queue = nullptr;
-    t_side.queue = nullptr;
+    t_queueSide.queue = nullptr;
     s_taken.store(s_tickets.load(std::memory_order_relaxed), std::memory_order_relaxed);
 }
 

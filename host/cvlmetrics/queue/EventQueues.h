@@ -26,9 +26,9 @@ enum class Outcome { Queued, NoRoom };
 /// for any record. False then, and nothing has happened.
 bool TryToAppend(const EventView& event) noexcept;
 
-/// Appends an event to the calling thread's queue. Within a burst (`Bus::InBurst`) it draws its
-/// ticket and is shown with the others, when `Show` is called. Throws `std::bad_alloc` if that
-/// needs memory and there is none.
+/// Appends an event to the calling thread's queue. Within a burst (`QueueSide::bursts`) it
+/// draws its ticket and is shown with the others, when `Show` is called. Throws `std::bad_alloc` if
+/// that needs memory and there is none.
 Outcome Append(const EventView& event);
 
 /// Shows what the calling thread has appended and not shown yet. Whether there was anything.
