@@ -46,17 +46,19 @@ endfunction()
 # tarn_add_host_room(<library> <folder>
 #     SOURCES <file>...       explicit list, relative to the folder
 #     [USES <folder>...]      the rooms below it in the same library
+#     [VALUES <folder>...]    the value types whose private headers it may include
 #     [LIBRARIES <target>...] what else its sources need: lower host libraries, packages)
 #
 # Defines <library>_<folder>, a room of one of the host's libraries.
 function(tarn_add_host_room library folder)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;USES;LIBRARIES")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;USES;VALUES;LIBRARIES")
     list(TRANSFORM arg_USES PREPEND "${library}_")
+    list(TRANSFORM arg_VALUES PREPEND values_)
     tarn_add_room_objects(
         ${library}_${folder}
         FOLDER "${CMAKE_CURRENT_SOURCE_DIR}/${folder}"
         SOURCES ${arg_SOURCES}
-        USES host_support ${arg_USES}
+        USES host_support ${arg_VALUES} ${arg_USES}
         LIBRARIES tarn_declarations ${arg_LIBRARIES})
     target_include_directories(${library}_${folder} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/include")
 endfunction()

@@ -21,7 +21,7 @@ endfunction()
 # ExpectFlags(<build folder> HAS <flag>... HAS_NOT <flag>...), of the library's and the host's sources.
 function(ExpectFlags folder)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HAS;HAS_NOT")
-    foreach(source IN ITEMS src/cpp/main/vocabulary/Traits.cpp host/cvlsys/text/TError.cpp)
+    foreach(source IN ITEMS src/cpp/main/vocabulary/Traits.cpp host/values/errors/TError.cpp)
         CompileCommand("${folder}" "${source}")
         foreach(flag IN LISTS arg_HAS)
             string(FIND "${COMMAND}" " ${flag} " position)

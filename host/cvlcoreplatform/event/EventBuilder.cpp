@@ -26,7 +26,11 @@ constexpr uint32 mostObjects = 256;
 }  // namespace
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): fields are written when they are added
-GatheredFields::GatheredFields() noexcept : m_objects(firstObjects) {}
+GatheredFields::GatheredFields() noexcept
+    : EventFields([](const EventFields& fields) {
+          return static_cast<const GatheredFields&>(fields).ToValues();
+      }),
+      m_objects(firstObjects) {}
 
 void GatheredFields::MakeRoom() {
     auto* const places = m_memory.Take<GatheredPlace>(2 * m_room);

@@ -75,24 +75,6 @@ private:
 
 }  // namespace
 
-EventFields::~EventFields() {
-    const EventValues* const values = m_values.load(std::memory_order_relaxed);
-    if (!m_given.has_value()) {
-        delete values;
-    }
-}
-
-// Threads that ask at the same time may both make the values; the first one that is done wins.
-const EventValues& EventFields::MakeValues() const {
-    auto made = std::make_unique<const EventValues>(AsGathered()->ToValues());
-    const EventValues* expected = nullptr;
-    if (m_values.compare_exchange_strong(
-            expected, made.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
-        return *made.release();
-    }
-    return *expected;
-}
-
 std::vector<TString> GatheredFields::GetFieldNames() const {
     std::vector<TString> names;
     names.reserve(m_count);

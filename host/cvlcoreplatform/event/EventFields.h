@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Arena.h"
+#include "EventValues.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
 #include "cvlcoreplatform/TLogEventBuilder.h"
@@ -8,10 +9,8 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlsys/IntegerTypes.h"
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,49 +18,6 @@
 #include <vector>
 
 namespace TLog {
-
-/// What an event gives to those who ask for its values.
-struct EventValues {
-    std::shared_ptr<Object> body;
-    std::optional<ActivityInfo> information;
-};
-
-/// What the copies of an event share. Immutable, except that the values of a gathered event come
-/// into being when they are asked for; any number of threads may do that.
-class EventFields {
-public:
-    EventFields(TString name, EventValues values)
-        : m_name(std::move(name)),
-          m_given(std::move(values)),
-          m_values(&*m_given) {}
-
-    EventFields(const EventFields&) = delete;
-    EventFields& operator=(const EventFields&) = delete;
-    ~EventFields();
-
-    const TString& GetName() const noexcept { return m_name; }
-
-    /// Throws `std::bad_alloc`.
-    const EventValues& GetValues() const {
-        const EventValues* const values = m_values.load(std::memory_order_acquire);
-        return values != nullptr ? *values : MakeValues();
-    }
-
-    /// Null for an event that was made of values.
-    const GatheredFields* AsGathered() const noexcept;
-
-protected:
-    EventFields() noexcept = default;
-
-    TString m_name;
-
-private:
-    const EventValues& MakeValues() const;
-
-    const std::optional<EventValues> m_given;
-    // Owned unless they were given; null until they are needed.
-    mutable std::atomic<const EventValues*> m_values{nullptr};
-};
 
 /// A text that lives as long as the event. `GatheredText()` is empty; without parentheses it is
 /// nothing.
@@ -237,8 +193,9 @@ private:
     cvlcoreplatform::Arena<textBytes> m_memory;
 };
 
-inline const GatheredFields* EventFields::AsGathered() const noexcept {
-    return m_given.has_value() ? nullptr : static_cast<const GatheredFields*>(this);
+/// Null for an event that was made of values.
+inline const GatheredFields* AsGathered(const EventFields& fields) noexcept {
+    return fields.HasGivenValues() ? nullptr : static_cast<const GatheredFields*>(&fields);
 }
 
 }  // namespace TLog

@@ -49,7 +49,7 @@ uint64 FirstUnits(std::u16string_view text) noexcept {
 std::string_view JsonLine::Format(TLog::Severity severity,
                                   const TLog::Event& event,
                                   TLog::EventTimePoint now) {
-    if (const TLog::GatheredFields* const gathered = event.GetFields().AsGathered()) {
+    if (const TLog::GatheredFields* const gathered = TLog::AsGathered(event.GetFields())) {
         Begin(gathered->time, severity);
         WriteGathered(*gathered);
         return End();

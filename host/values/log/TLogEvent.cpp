@@ -1,6 +1,6 @@
 #include "cvlcoreplatform/TLogEvent.h"
 
-#include "EventFields.h"
+#include "EventValues.h"
 #include "TimeText.h"
 
 #include "cvlcoreplatform/TUUID.h"
