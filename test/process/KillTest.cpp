@@ -4,14 +4,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <sys/wait.h>
-#include <system_error>
 #include <thread>
 
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 namespace ProcessTest {
@@ -32,10 +31,7 @@ protected:
         Start("until-killed", options);
         // A dozen lines.
         constexpr std::uintmax_t begun = 5000;
-        std::error_code missing;
-        while (std::filesystem::file_size(LogPath(), missing) < begun || missing) {
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        }
+        ASSERT_TRUE(WaitForLog(begun));
         std::this_thread::sleep_for(moment);
         Kill();
         const int status = Wait();
@@ -68,6 +64,12 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Delivering, KillTest, testing::Values("sync", "async"), DeliveryName);
+
+TEST_P(KillTest, AProcessThatEndsByItselfIsWaitedForNoLonger) {
+    Start("no such scenario", {.hasStandardError = false});
+
+    EXPECT_NONFATAL_FAILURE(WaitForLog(1), "the process has ended");
+}
 
 TEST_P(KillTest, EveryLineButTheLastIsWhole) {
     KillFiftyTimes({});

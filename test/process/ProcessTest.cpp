@@ -6,8 +6,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -97,8 +99,30 @@ void ProcessTest::Run(const std::string& scenario, int status, const SubjectOpti
     ASSERT_EQ(WEXITSTATUS(found), status) << scenario;
 }
 
+bool ProcessTest::WaitForLog(std::uintmax_t bytes) {
+    std::error_code missing;
+    while (std::filesystem::file_size(m_log, missing) < bytes || missing) {
+        int status = 0;
+        if (m_pid <= 0 || waitpid(m_pid, &status, WNOHANG) != 0) {
+            ADD_FAILURE() << "the process has ended before it had logged " << bytes
+                          << " bytes; its status is " << status;
+            m_pid = -1;
+            return false;
+        }
+        if (Clock::now() - m_begin > patience) {
+            ADD_FAILURE() << "the process does not log " << bytes << " bytes";
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
+}
+
 void ProcessTest::Kill() const {
-    kill(m_pid, SIGKILL);
+    // -1 would be all processes.
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+    }
 }
 
 std::uint64_t ProcessTest::Ended(std::size_t thread) const {

@@ -43,6 +43,10 @@ protected:
     /// Starts it and waits for it, and expects that it exits with `status`.
     void Run(const std::string& scenario, int status, const SubjectOptions& options = {});
 
+    /// Waits until the log has grown to `bytes`. Fails, and is false, if the process ends before
+    /// that or takes two minutes.
+    bool WaitForLog(std::uintmax_t bytes);
+
     void Kill() const;
 
     pid_t Pid() const { return m_pid; }
