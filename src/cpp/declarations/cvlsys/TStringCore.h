@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
