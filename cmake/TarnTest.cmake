@@ -7,9 +7,8 @@
 #     [TIMEOUT <seconds>]
 #     [OPTIMISED])            its own work takes longer than compiling it: without TARN_TEST_FLAGS
 #
-# One GoogleTest program, each of whose tests is a test of ctest; with TARN_TEST_BY_PROGRAM the whole
-# program is one, which spares a thousand starts of a process that a sanitizer makes slow. Test
-# support and the embedded host are linked to it.
+# One GoogleTest program, whose tests ctest runs as tarn_discover_tests() says. Test support and the
+# embedded host are linked to it.
 find_package(GTest REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(Threads REQUIRED)
@@ -18,27 +17,68 @@ include(GoogleTest)
 set(TARN_TEST_FLAGS "" CACHE STRING "Compiler flags of the test programs, after all others")
 separate_arguments(tarn_test_flags UNIX_COMMAND "${TARN_TEST_FLAGS}")
 
-# The headers of GoogleTest are most of what a compiler reads for a test. With GCC they are compiled
-# once, for all test programs; scripts/common.sh and the presets tell ccache that it may keep what is
-# compiled with them. Other compilers read them in each test: what one forgets to include is noticed
-# there.
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "int main() {}\n" @ONLY)
-    add_executable(tarn_test_headers EXCLUDE_FROM_ALL "${PROJECT_BINARY_DIR}/test_headers.cpp")
-    tarn_configure_target(tarn_test_headers)
-    target_compile_options(tarn_test_headers PRIVATE ${tarn_test_flags})
-    target_link_libraries(tarn_test_headers PRIVATE GTest::gmock GTest::gtest_main)
-    target_precompile_headers(tarn_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+option(TARN_TEST_BY_PROGRAM "Make each test program one test of ctest" OFF)
+option(TARN_TEST_THREADS_ONLY "Leave out what runs on one thread: for thread sanitizer" OFF)
+
+# The headers of GoogleTest are most of what a compiler reads for a test. They are compiled once, for
+# all test programs; scripts/common.sh and the presets tell ccache that it may keep what is compiled
+# with them.
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_headers.cpp" CONTENT "int main() {}\n" @ONLY)
+add_executable(tarn_test_headers EXCLUDE_FROM_ALL "${PROJECT_BINARY_DIR}/test_headers.cpp")
+tarn_configure_target(tarn_test_headers)
+target_compile_options(tarn_test_headers PRIVATE ${tarn_test_flags})
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # ccache compares contents.
+    target_compile_options(tarn_test_headers PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
 endif()
+target_link_libraries(tarn_test_headers PRIVATE GTest::gmock GTest::gtest_main)
+target_precompile_headers(tarn_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 
 # Flags and precompiled headers of a test program.
 function(tarn_configure_test name)
     tarn_configure_target(${name})
     target_compile_options(${name} PRIVATE ${tarn_test_flags})
-    if(TARGET tarn_test_headers)
-        target_precompile_headers(${name} REUSE_FROM tarn_test_headers)
+    target_precompile_headers(${name} REUSE_FROM tarn_test_headers)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # ccache asks for it.
         target_compile_options(${name} PRIVATE -fpch-preprocess)
+    endif()
+endfunction()
+
+# Into `result`: the sources without those whose tests start no thread and no process. A source without
+# tests is kept, as others need it.
+function(tarn_sources_with_threads result)
+    set(kept)
+    foreach(source IN LISTS ARGN)
+        cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}" OUTPUT_VARIABLE file)
+        file(STRINGS "${file}" tests REGEX "^TEST(_F|_P)?[(]" LIMIT_COUNT 1)
+        file(STRINGS "${file}" threads LIMIT_COUNT 1
+             REGEX "std::(jthread|thread|async)|<thread>|pthread_|Threads[.]h|fork|[Aa]synchronous|ProcessTest[.]h|Workload")
+        if(threads OR NOT tests)
+            list(APPEND kept "${source}")
+        endif()
+    endforeach()
+    set(${result} ${kept} PARENT_SCOPE)
+endfunction()
+
+# tarn_discover_tests(<name> PREFIX <prefix> LABEL <label> TIMEOUT <seconds>)
+#
+# Each test of the GoogleTest program <name> becomes a test of ctest, "<prefix>.<suite>.<test>". With
+# TARN_TEST_BY_PROGRAM the whole program is one, "<prefix>.<name>", which spares a thousand starts of a
+# process that a sanitizer makes slow, and lets the tests meet what others leave behind. These programs
+# take longest, so they begin first.
+function(tarn_discover_tests name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "PREFIX;LABEL;TIMEOUT" "")
+    if(TARN_TEST_BY_PROGRAM)
+        add_test(NAME ${arg_PREFIX}.${name} COMMAND ${name})
+        set_tests_properties(
+            ${arg_PREFIX}.${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 900 COST 100)
+    else()
+        gtest_discover_tests(
+            ${name}
+            DISCOVERY_MODE PRE_TEST
+            TEST_PREFIX "${arg_PREFIX}."
+            PROPERTIES LABELS ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
     endif()
 endfunction()
 
@@ -55,6 +95,9 @@ function(tarn_add_test name)
     endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 300)
+    endif()
+    if(TARN_TEST_THREADS_ONLY)
+        tarn_sources_with_threads(arg_SOURCES ${arg_SOURCES})
     endif()
     add_executable(${name} ${arg_SOURCES})
     if(arg_OPTIMISED AND tarn_test_flags)
@@ -73,15 +116,5 @@ function(tarn_add_test name)
                 GTest::gmock
                 GTest::gtest_main
                 Threads::Threads)
-    if(TARN_TEST_BY_PROGRAM)
-        add_test(NAME ${arg_LABEL}.${name} COMMAND ${name} --gtest_brief=1)
-        set_tests_properties(${arg_LABEL}.${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 1200)
-    else()
-        gtest_discover_tests(
-            ${name}
-            DISCOVERY_MODE PRE_TEST
-            TEST_PREFIX "${arg_LABEL}."
-            PROPERTIES LABELS ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
-    endif()
-    set_property(GLOBAL APPEND PROPERTY TARN_TEST_PROGRAMS ${name})
+    tarn_discover_tests(${name} PREFIX ${arg_LABEL} LABEL ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
 endfunction()

@@ -7,6 +7,8 @@ jobs=$(nproc 2>/dev/null || echo 2)
 export CCACHE_BASEDIR=$project_root CCACHE_NOHASHDIR=1
 # So that it keeps what is compiled with precompiled headers.
 export CCACHE_SLOPPINESS=pch_defines,time_macros
+# It learns from the compiler what a source includes, and need not run the preprocessor for it.
+export CCACHE_DEPEND=1
 
 die() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2

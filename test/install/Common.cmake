@@ -15,11 +15,13 @@ function(Run message)
     set(RUN_OUTPUT "${output}" PARENT_SCOPE)
 endfunction()
 
-# Configure(<source> <build folder> [option]...)
+# Configure(<source> <build folder> [option]...). What is built is looked at and run once, so the
+# compiler takes as little time as it can.
 function(Configure source folder)
     Run("configuring ${source} failed"
         ${CMAKE_COMMAND} --fresh -S "${source}" -B "${folder}" -G "${GENERATOR}"
-        "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}" ${ARGN})
+        "-DCMAKE_CXX_COMPILER=${CXX_COMPILER}" "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}"
+        "-DCMAKE_CXX_FLAGS_DEBUG=-O0" ${ARGN})
 endfunction()
 
 # Build(<build folder> <target>...)
