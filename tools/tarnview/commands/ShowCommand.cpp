@@ -85,7 +85,7 @@ private:
         if (activity.hasEnd) {
             PrintField("elapsed", FormatDuration(static_cast<double>(activity.Duration()) / 1e6));
             PrintField("exclusive",
-                       FormatDuration(static_cast<double>(m_forest.ExclusiveTime(index)) / 1e6));
+                       FormatDuration(static_cast<double>(activity.ExclusiveTime()) / 1e6));
         }
     }
 
@@ -107,27 +107,34 @@ private:
     }
 
     void PrintFigures(const Figures& figures) {
-        if (!figures.isPresent) {
-            return;
-        }
         const auto calls = [](double count) {
             return " in " + std::to_string(std::llround(count)) + (count == 1 ? " call" : " calls");
         };
         const auto pair = [](const std::string& inclusive, const std::string& exclusive) {
             return inclusive + ", exclusive " + exclusive;
         };
-        PrintField("allocated",
-                   pair(FormatBytes(figures.ai) + calls(figures.ani),
-                        FormatBytes(figures.ae) + calls(figures.ane)));
-        PrintField("released",
-                   pair(FormatBytes(figures.di) + calls(figures.dni),
-                        FormatBytes(figures.de) + calls(figures.dne)));
-        PrintField("most in use", FormatBytes(figures.apeak));
-        PrintField("cpu in kernel",
-                   pair(FormatDuration(figures.ki / 1e6), FormatDuration(figures.ke / 1e6)));
-        PrintField("cpu in program",
-                   pair(FormatDuration(figures.ui / 1e6), FormatDuration(figures.ue / 1e6)));
-        PrintField("threads", std::to_string(std::llround(figures.threads)));
+        if (figures.hasAllocated) {
+            PrintField("allocated",
+                       pair(FormatBytes(figures.ai) + calls(figures.ani),
+                            FormatBytes(figures.ae) + calls(figures.ane)));
+        }
+        if (figures.hasReleased) {
+            PrintField("released",
+                       pair(FormatBytes(figures.di) + calls(figures.dni),
+                            FormatBytes(figures.de) + calls(figures.dne)));
+        }
+        if (figures.hasPeak) {
+            PrintField("most in use", FormatBytes(figures.apeak));
+        }
+        if (figures.hasCpu) {
+            PrintField("cpu in kernel",
+                       pair(FormatDuration(figures.ki / 1e6), FormatDuration(figures.ke / 1e6)));
+            PrintField("cpu in program",
+                       pair(FormatDuration(figures.ui / 1e6), FormatDuration(figures.ue / 1e6)));
+        }
+        if (figures.hasThreads) {
+            PrintField("threads", std::to_string(std::llround(figures.threads)));
+        }
     }
 
     void PrintTable(const char* title, const std::string& table) {

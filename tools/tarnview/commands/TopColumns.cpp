@@ -9,112 +9,73 @@ namespace tarnview {
 
 namespace {
 
-constexpr std::string_view openName = "open";
-
 std::string Whole(double value) {
     return std::to_string(std::llround(value));
 }
 
-std::string Milliseconds(double value) {
-    return value == 0 ? "0" : FormatDuration(value / 1e3);
+std::string Duration(double microseconds) {
+    return FormatDuration(microseconds / 1e6);
 }
 
-// The log cuts off what is less than a millisecond.
-std::string OneDuration(double value) {
-    return value == 0 ? "<1 ms" : FormatDuration(value / 1e3);
-}
-
-std::string Microseconds(double value) {
-    return value == 0 ? "0" : FormatDuration(value / 1e6);
-}
-
-std::string Bytes(double value) {
-    return value == 0 ? "0" : FormatBytes(value);
-}
-
-// Seconds with the millisecond as the last digit, or what is needed for a mean.
-std::string Seconds(double milliseconds) {
+std::string Seconds(double microseconds) {
     char text[48];
-    const bool isWhole = milliseconds == std::floor(milliseconds);
-    std::snprintf(text, sizeof(text), isWhole ? "%.3f" : "%.6f", milliseconds / 1e3);
+    std::snprintf(text, sizeof(text), "%.6f", microseconds / 1e6);
     return text;
 }
 
+template <auto member>
+std::optional<double> Count(const TopRow& row) {
+    return static_cast<double>(row.*member);
+}
+
+// A time of what has ended, if anything has.
+template <auto member>
+std::optional<double> Time(const TopRow& row) {
+    return row.count == 0 ? std::nullopt : std::optional(static_cast<double>(row.*member));
+}
+
+std::optional<double> Mean(const TopRow& row) {
+    return row.count == 0 ? std::nullopt : std::optional(row.Mean());
+}
+
 template <int PerMille>
-double Quantile(const TopRow& row) {
-    return static_cast<double>(row.durations.Quantile(PerMille / 1000.0));
+std::optional<double> Quantile(const TopRow& row) {
+    return row.count == 0
+               ? std::nullopt
+               : std::optional(static_cast<double>(row.durations.Quantile(PerMille / 1000.0)));
 }
 
-double Count(const TopRow& row) {
-    return static_cast<double>(row.count);
+std::optional<double> Cpu(const TopRow& row) {
+    return row.cpuCount == 0 ? std::nullopt : std::optional(row.cpu);
 }
 
-double Failed(const TopRow& row) {
-    return static_cast<double>(row.failed);
+std::optional<double> Memory(const TopRow& row) {
+    return row.memoryCount == 0 ? std::nullopt : std::optional(row.memory);
 }
-
-double Terminated(const TopRow& row) {
-    return static_cast<double>(row.terminated);
-}
-
-double Open(const TopRow& row) {
-    return static_cast<double>(row.Open());
-}
-
-double Total(const TopRow& row) {
-    return static_cast<double>(row.total);
-}
-
-double Mean(const TopRow& row) {
-    return row.Mean();
-}
-
-double Maximum(const TopRow& row) {
-    return static_cast<double>(row.maximum);
-}
-
-double Exclusive(const TopRow& row) {
-    return static_cast<double>(row.exclusive);
-}
-
-double Cpu(const TopRow& row) {
-    return row.cpu;
-}
-
-double Memory(const TopRow& row) {
-    return row.memory;
-}
-
-constexpr TopColumn columns[] = {
-    {"count", "count", 8, false, Count, Whole, Whole},
-    {"failed", "failed", 7, true, Failed, Whole, Whole},
-    {"early", "early_terminations", 6, true, Terminated, Whole, Whole},
-    {openName, "open", 6, true, Open, Whole, Whole},
-    {"total", "total_seconds", 12, false, Total, Milliseconds, Seconds},
-    {"mean", "mean_seconds", 8, false, Mean, Milliseconds, Seconds},
-    {"p50", "p50_seconds", 8, false, Quantile<500>, OneDuration, Seconds},
-    {"p90", "p90_seconds", 8, false, Quantile<900>, OneDuration, Seconds},
-    {"p99", "p99_seconds", 8, false, Quantile<990>, OneDuration, Seconds},
-    {"max", "max_seconds", 8, false, Maximum, OneDuration, Seconds},
-    {"exclusive", "exclusive_seconds", 12, false, Exclusive, Milliseconds, Seconds},
-    {"cpu", "cpu_exclusive_microseconds", 12, false, Cpu, Microseconds, Whole},
-    {"memory", "memory_exclusive_bytes", 8, false, Memory, Bytes, Whole},
-};
 
 }  // namespace
 
-std::vector<TopColumn> TopColumns(bool countsBegins) {
-    std::vector<TopColumn> result;
-    for (const TopColumn& column : columns) {
-        if (countsBegins || column.name != openName) {
-            result.push_back(column);
-        }
-    }
-    return result;
+const std::vector<TopColumn>& TopColumns() {
+    static const std::vector<TopColumn> columns{
+        {"count", "count", 8, false, Count<&TopRow::count>, Whole, Whole},
+        {"failed", "failed", 7, true, Count<&TopRow::failed>, Whole, Whole},
+        {"early", "early_terminations", 6, true, Count<&TopRow::terminated>, Whole, Whole},
+        {"open", "open", 6, true, Count<&TopRow::open>, Whole, Whole},
+        {"total", "total_seconds", 12, false, Time<&TopRow::total>, Duration, Seconds},
+        {"mean", "mean_seconds", 8, false, Mean, Duration, Seconds},
+        {"p50", "p50_seconds", 8, false, Quantile<500>, Duration, Seconds},
+        {"p90", "p90_seconds", 8, false, Quantile<900>, Duration, Seconds},
+        {"p99", "p99_seconds", 8, false, Quantile<990>, Duration, Seconds},
+        {"max", "max_seconds", 8, false, Time<&TopRow::maximum>, Duration, Seconds},
+        {"exclusive", "exclusive_seconds", 12, false, Time<&TopRow::exclusive>, Duration, Seconds},
+        {"cpu", "cpu_exclusive_microseconds", 12, false, Cpu, Duration, Whole},
+        {"memory", "memory_exclusive_bytes", 8, false, Memory, FormatBytes, Whole},
+    };
+    return columns;
 }
 
 const TopColumn* FindTopColumn(std::string_view name) {
-    for (const TopColumn& column : columns) {
+    for (const TopColumn& column : TopColumns()) {
         if (column.name == name) {
             return &column;
         }

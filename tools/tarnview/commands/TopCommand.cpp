@@ -1,6 +1,6 @@
 #include "commands/TopCommand.h"
 
-#include "commands/Input.h"
+#include "commands/LoadTrees.h"
 #include "commands/TopColumns.h"
 #include "model/TopStatistics.h"
 #include "output/Units.h"
@@ -18,7 +18,8 @@ using Rows = std::vector<TopRow>;
 using Columns = std::vector<TopColumn>;
 using Headings = std::vector<std::string>;
 
-// Numbers from the largest down, keys from A to Z; equal ones by key, so that the order is fixed.
+// Numbers from the largest down, what was not measured last, keys from A to Z; equal ones by key,
+// so that the order is fixed.
 void Sort(Rows& rows, const Headings& groups, const TopOptions& options) {
     const auto group = std::find(groups.begin(), groups.end(), options.sortBy);
     const TopColumn* const column = FindTopColumn(options.sortBy);
@@ -28,8 +29,8 @@ void Sort(Rows& rows, const Headings& groups, const TopOptions& options) {
         if (isByGroup) {
             return a.key[key] != b.key[key] ? a.key[key] < b.key[key] : a.key < b.key;
         }
-        const double first = column->value(a);
-        const double second = column->value(b);
+        const auto first = column->value(a);
+        const auto second = column->value(b);
         return first != second ? first > second : a.key < b.key;
     };
     std::sort(rows.begin(), rows.end(), [&](const TopRow& a, const TopRow& b) {
@@ -66,13 +67,12 @@ void PrintTable(std::ostream& out,
             line += FitLeft(OnOneLine(row.key[index]), keyWidths[index]) + " ";
         }
         for (const TopColumn& column : columns) {
-            const double value = column.value(row);
-            const bool isUnknown = row.count == 0 && value == 0;
-            const std::string text = FitRight(isUnknown ? "0" : column.format(value), column.width);
+            const auto value = column.value(row);
+            const std::string text = FitRight(value ? column.format(*value) : "", column.width);
             const bool isBad = column.isBad && value != 0;
             line += (isBad ? terminal.Paint(text, Colour::Red) : text) + " ";
         }
-        line.pop_back();
+        line.erase(line.find_last_not_of(' ') + 1);
         out << line << '\n';
     }
 }
@@ -100,7 +100,8 @@ void PrintCsv(std::ostream& out, const Rows& rows, const Headings& groups, const
             out << CsvField(key) << ',';
         }
         for (const TopColumn& column : columns) {
-            out << column.raw(column.value(row)) << (&column == &columns.back() ? "\n" : ",");
+            const auto value = column.value(row);
+            out << (value ? column.raw(*value) : "") << (&column == &columns.back() ? "\n" : ",");
         }
     }
 }
@@ -120,9 +121,12 @@ void PrintJson(std::ostream& out,
             writer.String(row.key[index]);
         }
         for (const TopColumn& column : columns) {
-            const std::string number = column.raw(column.value(row));
+            const auto value = column.value(row);
+            const std::string number = value ? column.raw(*value) : "null";
             writer.Key(column.field.data(), static_cast<unsigned>(column.field.size()));
-            writer.RawValue(number.data(), number.size(), rapidjson::kNumberType);
+            writer.RawValue(number.data(),
+                            number.size(),
+                            value ? rapidjson::kNumberType : rapidjson::kNullType);
         }
         writer.EndObject();
     }
@@ -134,7 +138,7 @@ void PrintJson(std::ostream& out,
 
 std::vector<std::string> TopColumnNames() {
     std::vector<std::string> names;
-    for (const TopColumn& column : TopColumns(true)) {
+    for (const TopColumn& column : TopColumns()) {
         names.emplace_back(column.name);
     }
     return names;
@@ -145,14 +149,13 @@ int RunTop(const TopOptions& options, Context& context) {
     Input input(options.input, context);
     ParserOptions parsing;
     parsing.wantsTables = statistics.GroupedBy().NeedsTables();
-    input.Scanner().Scan(parsing,
-                         [&](const LogLine& line, const Place&) { statistics.Take(line); });
+    ReadActivities(input, parsing, [&](Activity&& activity) { statistics.Take(activity); });
     Rows rows = statistics.TakeRows();
     Sort(rows, options.groupBy, options);
     if (options.limit != 0 && rows.size() > options.limit) {
         rows.resize(options.limit);
     }
-    const Columns columns = TopColumns(statistics.CountsBegins());
+    const Columns& columns = TopColumns();
     switch (options.format) {
         case TopFormat::Table:
             PrintTable(context.out, rows, options.groupBy, columns, context.terminal);

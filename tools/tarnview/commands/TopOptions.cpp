@@ -10,9 +10,8 @@ namespace tarnview {
 namespace {
 
 constexpr const char* footer =
-    R"(Times are those of activities that have ended, as the log has them: whole milliseconds, cut off. So
-'<1 ms' is what the log has as 0, and sums of many short ones are too small; 'tree', 'show' and
-'report' have the microseconds.
+    R"(Times are of activities that have ended, in microseconds, from the times of their lines. What was
+not measured is left empty.
 
 Examples:
   tarnview top server.log

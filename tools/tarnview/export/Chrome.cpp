@@ -246,10 +246,13 @@ private:
         if (activity.hasEnd) {
             m_json.Member("elapsed-ms", Rounded(activity.elapsed * 1e3));
             m_json.Member("exclusive-ms", Rounded(activity.exclusive * 1e3));
+            m_json.Member("exclusive-us", activity.ExclusiveTime());
         }
-        if (activity.figures.isPresent) {
+        if (activity.figures.hasAllocated) {
             m_json.Member("allocated-bytes", Rounded(activity.figures.ai));
             m_json.Member("allocated-exclusive-bytes", Rounded(activity.figures.ae));
+        }
+        if (activity.figures.hasCpu) {
             m_json.Member("cpu-us", Rounded(activity.figures.CpuInclusive()));
             m_json.Member("cpu-exclusive-us", Rounded(activity.figures.CpuExclusive()));
         }

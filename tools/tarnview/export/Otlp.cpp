@@ -147,9 +147,11 @@ private:
         WriteText("tarn.site", activity.site);
         WriteText("tarn.req-desc", activity.description);
         const Figures& figures = activity.figures;
-        if (figures.isPresent) {
+        if (figures.hasAllocated) {
             WriteInteger("tarn.allocated.inclusive", Rounded(figures.ai));
             WriteInteger("tarn.allocated.exclusive", Rounded(figures.ae));
+        }
+        if (figures.hasCpu) {
             WriteInteger("tarn.cpu.inclusive", Rounded(figures.CpuInclusive()));
             WriteInteger("tarn.cpu.exclusive", Rounded(figures.CpuExclusive()));
         }

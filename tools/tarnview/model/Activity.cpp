@@ -2,7 +2,7 @@
 
 #include "read/Rounding.h"
 
-#include <cmath>
+#include <cstdlib>
 
 namespace tarnview {
 
@@ -33,12 +33,27 @@ void ReadOwner(const LogLine& line, Activity& activity) {
 
 }  // namespace
 
+Microseconds Activity::LoggedDuration() const {
+    return Rounded(elapsed * microsecondsPerSecond);
+}
+
+Microseconds Activity::LoggedExclusiveTime() const {
+    return Rounded(exclusive * microsecondsPerSecond);
+}
+
 Microseconds Activity::Duration() const {
     constexpr Microseconds tolerance = 2'000;
-    const auto logged = Rounded(elapsed * microsecondsPerSecond);
+    const Microseconds logged = LoggedDuration();
     const Microseconds measured = end - begin;
     const bool agrees = measured >= logged && measured < logged + tolerance;
     return hasBegin && hasEnd && agrees ? measured : logged;
+}
+
+Microseconds Activity::ExclusiveTime() const {
+    constexpr Microseconds halfOfTheLastDigit = 500;
+    const Microseconds logged = LoggedExclusiveTime();
+    const Microseconds difference = LoggedDuration() - childrenLoggedTime - logged;
+    return std::abs(difference) < halfOfTheLastDigit ? Duration() - childrenTime : logged;
 }
 
 void ReadBegin(const LogLine& line, const Place& place, Activity& activity) {

@@ -34,7 +34,10 @@ struct Activity {
 
     double elapsed = 0;    ///< seconds, as the log says
     double exclusive = 0;  ///< seconds, as the log says
-    std::string result;    ///< empty if it has not ended
+    // Of the children that ended while this one ran, on the thread that it began on.
+    Microseconds childrenTime = 0;        ///< the sum of their Duration()
+    Microseconds childrenLoggedTime = 0;  ///< the sum of what the log says
+    std::string result;                   ///< empty if it has not ended
     std::int64_t failedChildren = 0;
     std::int64_t terminatedChildren = 0;
     Figures figures;
@@ -50,9 +53,18 @@ struct Activity {
 
     bool IsEarlyTermination() const { return hasEnd && result == "early-termination"; }
 
+    /// `elapsed` and `exclusive` in microseconds, as coarse as the log has them.
+    Microseconds LoggedDuration() const;
+    Microseconds LoggedExclusiveTime() const;
+
     /// From begin to end: by the times of the two lines, which are finer than `elapsed`, if they
-    /// agree with it; else `elapsed`. Clocks that are set make them disagree.
+    /// agree with it; else `elapsed`. Clocks that are set make them disagree. 0 if it never ended.
     Microseconds Duration() const;
+
+    /// Its duration less `childrenTime`, if the log's own figures say the same of the same
+    /// children; else `exclusive`. Lines that are missing, and children that the log does not show,
+    /// make them disagree. 0 if it never ended.
+    Microseconds ExclusiveTime() const;
 };
 
 /// Takes from a begin line all that it says, or from an end line what the begin line did not say.

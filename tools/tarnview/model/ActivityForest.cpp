@@ -1,10 +1,6 @@
 #include "model/ActivityForest.h"
 
-#include "read/Rounding.h"
-
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <tuple>
 #include <utility>
 
@@ -148,26 +144,6 @@ void ActivityForest::CutCircles(Problems& problems) {
                         activity.hasBegin ? activity.beginPlace : activity.endPlace,
                         activity.name + " " + activity.id);
     }
-}
-
-Microseconds ActivityForest::ExclusiveTime(Index index) const {
-    constexpr Microseconds lastDigit = 1'000;  // of the log
-    const Activity& activity = m_nodes[index].activity;
-    if (!activity.hasEnd) {
-        return 0;
-    }
-    Microseconds time = activity.Duration();
-    Microseconds tolerance = 2 * lastDigit;
-    for (const Index child : m_nodes[index].children) {
-        const Activity& other = m_nodes[child].activity;
-        if (other.hasEnd && other.sponsor == activity.id && other.process == activity.process &&
-            other.endThread == activity.beginThread) {
-            time -= other.Duration();
-            tolerance += lastDigit;
-        }
-    }
-    const Microseconds logged = Rounded(activity.exclusive * 1e6);
-    return std::abs(time - logged) <= tolerance ? time : logged;
 }
 
 std::vector<ActivityForest::Step> ActivityForest::PreOrder(Index top) const {

@@ -47,11 +47,6 @@ public:
 
     const std::vector<Index>& Tops() const { return m_tops; }
 
-    /// Its time less that of its children on its thread, from the times of the lines, which are
-    /// finer than the exclusive time in the log; if the two do not agree, that. Zero if it never
-    /// ended.
-    Microseconds ExclusiveTime(Index index) const;
-
     /// An activity and all below it, each before its children.
     std::vector<Step> PreOrder(Index top) const;
 

@@ -1,5 +1,6 @@
 #include "model/DurationHistogram.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -31,18 +32,39 @@ std::uint64_t LowerEdge(std::size_t index) {
 
 }  // namespace
 
-void DurationHistogram::Add(std::uint64_t milliseconds) {
-    constexpr std::uint64_t aCentury = 3'155'760'000'000;
-    const std::size_t index = ClassOf(milliseconds < aCentury ? milliseconds : aCentury);
+void DurationHistogram::Add(std::uint64_t microseconds) {
+    constexpr std::uint64_t mostValues = 16'384;
+    ++m_count;
+    if (m_count <= mostValues) {
+        m_values.push_back(microseconds);
+        m_isSorted = false;
+        return;
+    }
+    for (const std::uint64_t value : m_values) {
+        Classify(value);
+    }
+    m_values = {};
+    Classify(microseconds);
+}
+
+void DurationHistogram::Classify(std::uint64_t microseconds) {
+    constexpr std::uint64_t aCentury = 3'155'760'000'000'000;
+    const std::size_t index = ClassOf(std::min(microseconds, aCentury));
     if (index >= m_counts.size()) {
         m_counts.resize(index + 1);
     }
     ++m_counts[index];
-    ++m_count;
 }
 
 std::uint64_t DurationHistogram::Quantile(double share) const {
     const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(m_count)));
+    if (!m_values.empty()) {
+        if (!m_isSorted) {
+            std::sort(m_values.begin(), m_values.end());
+            m_isSorted = true;
+        }
+        return m_values[wanted == 0 ? 0 : wanted - 1];
+    }
     std::uint64_t seen = 0;
     for (std::size_t index = 0; index < m_counts.size(); ++index) {
         seen += m_counts[index];

@@ -101,9 +101,14 @@ void FiguresCheck::Compare(const LogLine& line, const Node& node, const Place& p
     std::string detail;
     const Sums inclusive = Inclusive(line.figures);
     const Sums exclusive = Exclusive(line.figures);
-    for (std::size_t index = 0; index < figureCount && line.figures.isPresent; ++index) {
+    const std::array<bool, figureCount> isMeasured = {line.figures.hasAllocated,
+                                                      line.figures.hasAllocated,
+                                                      line.figures.hasReleased,
+                                                      line.figures.hasReleased,
+                                                      line.figures.hasCpu};
+    for (std::size_t index = 0; index < figureCount; ++index) {
         const double expected = exclusive[index] + node.children[index];
-        if (std::fabs(inclusive[index] - expected) > 0.5) {
+        if (isMeasured[index] && std::fabs(inclusive[index] - expected) > 0.5) {
             detail.append(", ").append(inclusiveNames[index]);
             detail.append(" is ").append(Number(inclusive[index])).append(" and not ");
             detail.append(exclusiveNames[index]).append(" ").append(Number(exclusive[index]));

@@ -19,10 +19,6 @@ bool FitsOne(const std::vector<std::string>& patterns, const std::string& text) 
            });
 }
 
-bool FitsOne(const std::vector<std::string>& patterns, std::string_view text) {
-    return patterns.empty() || FitsOne(patterns, std::string(text));
-}
-
 bool BeginsWithOne(const std::vector<std::string>& beginnings, std::string_view text) {
     return beginnings.empty() ||
            std::any_of(beginnings.begin(), beginnings.end(), [&](const std::string& beginning) {
@@ -48,39 +44,27 @@ bool Filter::Passes(const Activity& activity) const {
     return BeginsWithOne(roots, activity.root) && FitsOne(names, activity.name) &&
            FitsOne(users, activity.user) && FitsOne(sites, activity.site) &&
            FitsOne(results, activity.result) && (!isFailed || activity.result != "ok") &&
-           (!slowerThan || activity.elapsed > *slowerThan) &&
+           (!slowerThan || activity.Duration() > *slowerThan) &&
            (activity.hasEnd ? IsWithin(*this, activity.begin, activity.end)
                             : !before || activity.begin < *before);
 }
 
-bool Filter::Passes(const LogLine& line) const {
-    const Microseconds begin = line.time - Rounded(line.elapsed * 1e6);
-    return BeginsWithOne(roots, line.root) && FitsOne(names, line.name) &&
-           FitsOne(users, line.user) && FitsOne(sites, line.site) &&
-           FitsOne(results, line.result) && (!isFailed || line.result != "ok") &&
-           (!slowerThan || line.elapsed > *slowerThan) && IsWithin(*this, begin, line.time);
-}
+std::optional<Microseconds> ParseDuration(const std::string& text) {
+    struct Unit {
+        std::string_view name;
+        double microseconds;
+    };
 
-std::optional<double> ParseDuration(const std::string& text) {
+    constexpr Unit units[] = {
+        {"", 1e6}, {"s", 1e6}, {"us", 1}, {"ms", 1e3}, {"m", 60e6}, {"min", 60e6}, {"h", 3600e6}};
     char* rest = nullptr;
     const double number = std::strtod(text.c_str(), &rest);
-    const std::string_view unit(rest);
-    if (rest == text.c_str() || !std::isfinite(number) || number < 0) {
+    const auto unit = std::find_if(
+        std::begin(units), std::end(units), [&](const Unit& it) { return it.name == rest; });
+    if (rest == text.c_str() || !std::isfinite(number) || number < 0 || unit == std::end(units)) {
         return std::nullopt;
     }
-    if (unit.empty() || unit == "s") {
-        return number;
-    }
-    if (unit == "us") {
-        return number / 1e6;
-    }
-    if (unit == "ms") {
-        return number / 1e3;
-    }
-    if (unit == "m" || unit == "min") {
-        return number * 60;
-    }
-    return unit == "h" ? std::optional(number * 3600) : std::nullopt;
+    return Rounded(number * unit->microseconds);
 }
 
 }  // namespace tarnview

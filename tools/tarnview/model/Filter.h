@@ -1,7 +1,6 @@
 #pragma once
 
 #include "model/Activity.h"
-#include "read/LogLine.h"
 
 #include <optional>
 #include <string>
@@ -17,8 +16,8 @@ struct Filter {
     std::vector<std::string> users{};
     std::vector<std::string> sites{};
     std::vector<std::string> results{};
-    bool isFailed = false;                 ///< anything but "ok"
-    std::optional<double> slowerThan{};    ///< seconds
+    bool isFailed = false;  ///< anything but "ok"
+    std::optional<Microseconds> slowerThan{};
     std::optional<Microseconds> since{};   ///< still running at this time or later
     std::optional<Microseconds> before{};  ///< begun earlier than this
 
@@ -28,12 +27,9 @@ struct Filter {
     bool WantsOpen() const { return !isFailed && results.empty() && !slowerThan; }
 
     bool Passes(const Activity& activity) const;
-
-    /// For an end line alone: its begin is computed from what it says.
-    bool Passes(const LogLine& endLine) const;
 };
 
 /// "250ms", "1.5s", "2m", "1h", or seconds without a unit. Nothing if it is none of these.
-std::optional<double> ParseDuration(const std::string& text);
+std::optional<Microseconds> ParseDuration(const std::string& text);
 
 }  // namespace tarnview

@@ -1,6 +1,8 @@
 #include "model/Grouping.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace tarnview {
 
@@ -9,26 +11,29 @@ namespace {
 constexpr std::string_view attributesPrefix = "attributes.";
 constexpr std::string_view bodyPrefix = "body.";
 
+// In the key, each value follows its length.
+using Length = std::uint64_t;
+
 struct TextField {
     std::string_view name;
-    std::string_view LogLine::*text;
+    std::string Activity::*text;
 };
 
 struct NumberField {
     std::string_view name;
-    std::int64_t LogLine::*number;
+    std::int64_t Activity::*number;
 };
 
-constexpr TextField textFields[] = {{"name", &LogLine::name},
-                                    {"user", &LogLine::user},
-                                    {"site", &LogLine::site},
-                                    {"req-desc", &LogLine::description},
-                                    {"session", &LogLine::session},
-                                    {"request", &LogLine::request},
-                                    {"result", &LogLine::result},
-                                    {"root", &LogLine::root}};
+constexpr TextField textFields[] = {{"name", &Activity::name},
+                                    {"user", &Activity::user},
+                                    {"site", &Activity::site},
+                                    {"req-desc", &Activity::description},
+                                    {"session", &Activity::session},
+                                    {"request", &Activity::request},
+                                    {"result", &Activity::result},
+                                    {"root", &Activity::root}};
 constexpr NumberField numberFields[] = {
-    {"pid", &LogLine::process}, {"tid", &LogLine::thread}, {"depth", &LogLine::depth}};
+    {"pid", &Activity::process}, {"tid", &Activity::endThread}, {"depth", &Activity::depth}};
 
 bool BeginsWith(std::string_view text, std::string_view beginning) {
     return text.substr(0, beginning.size()) == beginning && text.size() > beginning.size();
@@ -69,60 +74,61 @@ std::string Grouping::KnownNames() {
     return names + "attributes.NAME, body.NAME";
 }
 
-std::string_view Grouping::KeyOf(const LogLine& line) {
-    if (IsByNameOnly()) {
-        return line.name;
-    }
+std::string_view Grouping::KeyOf(const Activity& activity) {
     m_key.clear();
-    for (std::size_t index = 0; index < m_names.size(); ++index) {
-        if (index != 0) {
-            m_key.push_back('\0');
-        }
-        Append(m_names[index], line);
+    for (const std::string& name : m_names) {
+        const std::size_t begin = m_key.size();
+        m_key.resize(begin + sizeof(Length));
+        AppendValue(name, activity);
+        const Length length = m_key.size() - begin - sizeof(Length);
+        memcpy(&m_key[begin], &length, sizeof(length));
     }
     return m_key;
 }
 
-void Grouping::Append(const std::string& name, const LogLine& line) {
+void Grouping::AppendValue(const std::string& name, const Activity& activity) {
     for (const TextField& field : textFields) {
         if (field.name == name) {
-            const std::string_view text = line.*field.text;
+            const std::string& text = activity.*field.text;
             m_key.append(text.empty() ? "-" : text);
             return;
         }
     }
     for (const NumberField& field : numberFields) {
         if (field.name == name) {
-            m_key.append(std::to_string(line.*field.number));
+            m_key.append(std::to_string(activity.*field.number));
             return;
         }
     }
-    const bool isBody = BeginsWith(name, bodyPrefix);
-    AppendMember(isBody ? line.body : line.attributes,
-                 name.substr(isBody ? bodyPrefix.size() : attributesPrefix.size()));
-}
-
-void Grouping::AppendMember(std::string_view table, const std::string& member) {
-    simdjson::dom::element value;
-    const auto error = m_parser.parse(table.data(), table.size())[member].get(value);
-    if (error != simdjson::SUCCESS) {
+    const std::string_view text(name);
+    const bool isFound =
+        BeginsWith(text, bodyPrefix)
+            ? AppendMember(activity.endBody, text.substr(bodyPrefix.size())) ||
+                  AppendMember(activity.beginBody, text.substr(bodyPrefix.size()))
+            : AppendMember(activity.attributes, text.substr(attributesPrefix.size()));
+    if (!isFound) {
         m_key.append("-");
-    } else if (value.is_string()) {
-        m_key.append(std::string_view(value));
-    } else {
-        m_key.append(simdjson::minify(value));
     }
 }
 
-std::vector<std::string> Grouping::ValuesOf(std::string_view key) {
-    std::vector<std::string> values;
-    std::size_t begin = 0;
-    for (std::size_t end = key.find('\0'); end != std::string_view::npos;
-         end = key.find('\0', begin)) {
-        values.emplace_back(key.substr(begin, end - begin));
-        begin = end + 1;
+bool Grouping::AppendMember(const std::string& table, std::string_view member) {
+    simdjson::dom::element value;
+    if (table.empty() || m_parser.parse(table)[member].get(value) != simdjson::SUCCESS) {
+        return false;
     }
-    values.emplace_back(key.substr(begin));
+    m_key.append(value.is_string() ? std::string(std::string_view(value))
+                                   : simdjson::minify(value));
+    return true;
+}
+
+std::vector<std::string> Grouping::ValuesOf(std::string_view key) const {
+    std::vector<std::string> values;
+    while (values.size() < m_names.size()) {
+        Length length = 0;
+        memcpy(&length, key.data(), sizeof(length));
+        values.emplace_back(key.substr(sizeof(length), length));
+        key.remove_prefix(sizeof(length) + length);
+    }
     return values;
 }
 

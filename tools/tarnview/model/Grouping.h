@@ -1,7 +1,6 @@
 #pragma once
 
 #include "model/Activity.h"
-#include "read/LogLine.h"
 
 #include <optional>
 #include <simdjson.h>
@@ -11,7 +10,7 @@
 
 namespace tarnview {
 
-/// By what activities are grouped: one or several fields of their end lines. Used by one thread.
+/// By what activities are grouped: one or several of their fields. Used by one thread.
 class Grouping {
 public:
     /// Names of fields ("name", "user", "site", "req-desc", "session", "request", "result", "pid",
@@ -23,20 +22,20 @@ public:
 
     const std::vector<std::string>& Names() const { return m_names; }
 
-    bool IsByNameOnly() const { return m_names.size() == 1 && m_names.front() == "name"; }
-
     /// Whether lines must be parsed with their tables.
     bool NeedsTables() const { return m_needsTables; }
 
-    /// The group of a line: the values of the fields, with a '\0' between them. "-" stands for what
-    /// the line does not have. Valid until the next call.
-    std::string_view KeyOf(const LogLine& line);
+    /// The values of the fields in one text, whatever characters they hold. "-" stands for what the
+    /// activity does not have. Of a body attribute that both lines have, the end line's value
+    /// counts. Valid until the next call.
+    std::string_view KeyOf(const Activity& activity);
 
-    static std::vector<std::string> ValuesOf(std::string_view key);
+    /// The values that KeyOf() has put into the text.
+    std::vector<std::string> ValuesOf(std::string_view key) const;
 
 private:
-    void Append(const std::string& name, const LogLine& line);
-    void AppendMember(std::string_view table, const std::string& member);
+    void AppendValue(const std::string& name, const Activity& activity);
+    bool AppendMember(const std::string& table, std::string_view member);
 
     std::vector<std::string> m_names;
     bool m_needsTables = false;

@@ -45,7 +45,29 @@ void Joiner::End(const LogLine& line, const Place& place) {
         --m_openCount;
     }
     ReadEnd(line, place, activity);
+    ChargeSponsor(line, activity);
     m_onActivity(std::move(activity));
+}
+
+// As the library does: to the open sponsor in its process, if that began on the thread.
+void Joiner::ChargeSponsor(const LogLine& line, const Activity& activity) {
+    if (line.sponsor.empty() || line.sponsor == line.id) {
+        return;
+    }
+    m_key = line.sponsor;
+    const auto found = m_open.find(m_key);
+    if (found == m_open.end()) {
+        return;
+    }
+    std::vector<OpenActivity>& open = found->second;
+    const auto sponsor = std::find_if(open.rbegin(), open.rend(), [&](const OpenActivity& other) {
+        return other.activity.process == activity.process &&
+               other.activity.beginThread == activity.endThread;
+    });
+    if (sponsor != open.rend()) {
+        sponsor->activity.childrenTime += activity.Duration();
+        sponsor->activity.childrenLoggedTime += activity.LoggedDuration();
+    }
 }
 
 // The number of the activity that the line ends; the size if it is none of them.

@@ -16,6 +16,9 @@ namespace tarnview {
 ///
 /// An id is that of one activity in one process. Two that are open at once under the same id are
 /// told apart by thread and name; the later one ends first.
+///
+/// Each activity that ends is charged to the one that its end line names as its sponsor: the
+/// nearest one around it that was still open, which is where its time was taken from.
 class Joiner {
 public:
     using OnActivity = std::function<void(Activity&&)>;
@@ -50,6 +53,7 @@ private:
 
     void Begin(const LogLine& line, const Place& place);
     void End(const LogLine& line, const Place& place);
+    void ChargeSponsor(const LogLine& line, const Activity& activity);
     static std::size_t Match(const std::vector<OpenActivity>& open, const LogLine& line);
 
     Problems& m_problems;

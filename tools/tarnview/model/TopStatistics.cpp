@@ -1,7 +1,5 @@
 #include "model/TopStatistics.h"
 
-#include "read/Rounding.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -10,40 +8,43 @@ namespace tarnview {
 TopStatistics::TopStatistics(Grouping grouping, Filter filter)
     : m_grouping(std::move(grouping)),
       m_filter(std::move(filter)),
-      m_hasFilter(!m_filter.IsEmpty()),
-      m_countsBegins(!m_hasFilter && m_grouping.IsByNameOnly()) {}
+      m_hasFilter(!m_filter.IsEmpty()) {}
 
-void TopStatistics::Take(const LogLine& line) {
-    if (line.kind == LineKind::Begin && m_countsBegins) {
-        ++RowOf(line).begun;
-    }
-    if (line.kind != LineKind::End || (m_hasFilter && !m_filter.Passes(line))) {
+void TopStatistics::Take(const Activity& activity) {
+    if (m_hasFilter && !m_filter.Passes(activity)) {
         return;
     }
-    TopRow& row = RowOf(line);
-    const std::int64_t elapsed = Rounded(line.elapsed * 1e3);
-    ++row.count;
-    if (line.result == "early-termination") {
-        ++row.terminated;
-    } else if (line.result != "ok") {
-        ++row.failed;
+    TopRow& row = RowOf(activity);
+    if (!activity.hasEnd) {
+        ++row.open;
+        return;
     }
-    row.total += elapsed;
-    row.maximum = std::max(row.maximum, elapsed);
-    row.exclusive += Rounded(line.exclusive * 1e3);
-    row.cpu += line.figures.CpuExclusive();
-    row.memory += line.figures.ae;
-    row.durations.Add(static_cast<std::uint64_t>(std::max<std::int64_t>(elapsed, 0)));
+    const Microseconds duration = activity.Duration();
+    ++row.count;
+    row.failed += activity.IsFailure() ? 1U : 0U;
+    row.terminated += activity.IsEarlyTermination() ? 1U : 0U;
+    row.total += duration;
+    row.maximum = std::max(row.maximum, duration);
+    row.exclusive += activity.ExclusiveTime();
+    if (activity.figures.hasCpu) {
+        ++row.cpuCount;
+        row.cpu += activity.figures.CpuExclusive();
+    }
+    if (activity.figures.hasAllocated) {
+        ++row.memoryCount;
+        row.memory += activity.figures.ae;
+    }
+    row.durations.Add(static_cast<std::uint64_t>(std::max<Microseconds>(duration, 0)));
 }
 
-TopRow& TopStatistics::RowOf(const LogLine& line) {
-    const std::string_view key = m_grouping.KeyOf(line);
+TopRow& TopStatistics::RowOf(const Activity& activity) {
+    const std::string_view key = m_grouping.KeyOf(activity);
     const auto found = m_rows.find(key);
     if (found != m_rows.end()) {
         return found->second;
     }
     TopRow& row = m_rows[std::string(key)];
-    row.key = Grouping::ValuesOf(key);
+    row.key = m_grouping.ValuesOf(key);
     return row;
 }
 

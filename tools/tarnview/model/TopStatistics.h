@@ -3,7 +3,6 @@
 #include "model/DurationHistogram.h"
 #include "model/Filter.h"
 #include "model/Grouping.h"
-#include "read/LogLine.h"
 
 #include <cstdint>
 #include <string>
@@ -13,38 +12,34 @@
 
 namespace tarnview {
 
-/// Figures of all activities of one group that have ended. Times are whole milliseconds, as the
-/// log has them, so that sums are exact.
+/// Figures of all activities of one group. Times are microseconds.
 struct TopRow {
     std::vector<std::string> key;
-    std::uint64_t count = 0;
+    std::uint64_t count = 0;  ///< that have ended; all figures are of these
     std::uint64_t failed = 0;
     std::uint64_t terminated = 0;  ///< early
-    std::uint64_t begun = 0;       ///< only if begins are counted
-    std::int64_t total = 0;
-    std::int64_t maximum = 0;
-    std::int64_t exclusive = 0;
-    double cpu = 0;     ///< exclusive, microseconds
+    std::uint64_t open = 0;        ///< begun and not ended
+    Microseconds total = 0;
+    Microseconds maximum = 0;
+    Microseconds exclusive = 0;
+    std::uint64_t cpuCount = 0;  ///< activities whose processor time was measured
+    double cpu = 0;              ///< exclusive, microseconds
+    std::uint64_t memoryCount = 0;
     double memory = 0;  ///< allocated, exclusive, bytes
     DurationHistogram durations;
-
-    /// Begun and not ended.
-    std::uint64_t Open() const { return begun > count ? begun - count : 0; }
 
     double Mean() const {
         return count == 0 ? 0 : static_cast<double>(total) / static_cast<double>(count);
     }
 };
 
-/// Adds up end lines group by group. Memory is bounded by the number of groups. Used by one thread.
+/// Adds up activities group by group. Memory is bounded by the number of groups. Used by one
+/// thread.
 class TopStatistics {
 public:
     TopStatistics(Grouping grouping, Filter filter);
 
-    void Take(const LogLine& line);
-
-    /// Begins say what never ended; a begin line does not say enough for all filters and groups.
-    bool CountsBegins() const { return m_countsBegins; }
+    void Take(const Activity& activity);
 
     const Grouping& GroupedBy() const { return m_grouping; }
 
@@ -62,12 +57,11 @@ private:
         }
     };
 
-    TopRow& RowOf(const LogLine& line);
+    TopRow& RowOf(const Activity& activity);
 
     Grouping m_grouping;
     Filter m_filter;
     bool m_hasFilter;
-    bool m_countsBegins;
     std::unordered_map<std::string, TopRow, TextHash, std::equal_to<>> m_rows;
 };
 

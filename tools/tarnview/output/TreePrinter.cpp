@@ -35,12 +35,8 @@ std::string DurationText(const Activity& activity) {
 
 std::string ExclusiveText(const ActivityForest& forest, ActivityForest::Index index) {
     return forest[index].hasEnd
-               ? FormatDuration(static_cast<double>(forest.ExclusiveTime(index)) / 1e6)
+               ? FormatDuration(static_cast<double>(forest[index].ExclusiveTime()) / 1e6)
                : "?";
-}
-
-std::string FigureText(const Activity& activity, const std::string& text) {
-    return activity.figures.isPresent ? text : "";
 }
 
 std::string ThreadText(const Activity& activity) {
@@ -94,10 +90,11 @@ std::string OutcomeOf(const Activity& activity) {
 std::array<std::string, 4> TreePrinter::FiguresOf(const ActivityForest& forest,
                                                   ActivityForest::Index index) {
     const Activity& activity = forest[index];
+    const Figures& figures = activity.figures;
     return {DurationText(activity),
             ExclusiveText(forest, index),
-            FigureText(activity, FormatDuration(activity.figures.CpuInclusive() / 1e6)),
-            FigureText(activity, FormatBytes(activity.figures.ai))};
+            figures.hasCpu ? FormatDuration(figures.CpuInclusive() / 1e6) : "",
+            figures.hasAllocated ? FormatBytes(figures.ai) : ""};
 }
 
 TreePrinter::TreePrinter(std::ostream& out, const Terminal& terminal, Options options)
@@ -172,7 +169,7 @@ void TreePrinter::PrintRow(const ActivityForest& forest,
     for (const std::string& figure : FiguresOf(forest, step.index)) {
         row += " " + FitRight(figure, widths.figure);
     }
-    const bool hasThreads = activity.figures.threads != 0;
+    const bool hasThreads = activity.figures.hasThreads;
     row +=
         " " + FitRight(hasThreads ? std::to_string(std::llround(activity.figures.threads)) : "", 7);
     row += "  " + FitLeft(ThreadText(activity), threadWidth) + "  ";

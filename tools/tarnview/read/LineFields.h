@@ -28,6 +28,7 @@ struct FigureField {
 /// A group of `res`.
 struct GroupField {
     std::string_view key;
+    bool Figures::*isMeasured;
 };
 
 constexpr LineField TextField(std::string_view key, std::string_view LogLine::*member) {
@@ -79,7 +80,11 @@ inline constexpr LineField activityFields[] = {
     TextField("sponsor", &LogLine::sponsor),
     {"type", FieldKind::Phase},
 };
-inline constexpr GroupField groupFields[] = {{"alloc"}, {"free"}, {"kcpu"}, {"ntid"}, {"ucpu"}};
+inline constexpr GroupField groupFields[] = {{"alloc", &Figures::hasAllocated},
+                                             {"free", &Figures::hasReleased},
+                                             {"kcpu", &Figures::hasCpu},
+                                             {"ntid", &Figures::hasThreads},
+                                             {"ucpu", &Figures::hasCpu}};
 inline constexpr FigureField figureFields[] = {
     {"ae", &Figures::ae},
     {"ai", &Figures::ai},

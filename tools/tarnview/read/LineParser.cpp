@@ -159,8 +159,8 @@ bool LineParser::ReadResources(Value& value, Figures& figures) {
         NoteWrongKind("res");
         return true;
     }
-    figures.isPresent = true;
     return ForEachField(groups, groupFields, [&](const GroupField& field, Value& group) {
+        figures.*field.isMeasured = true;
         return field.key == "ntid" ? ReadNumber(field.key, group, figures.threads)
                                    : ReadGroup(group, figures);
     });
@@ -173,6 +173,7 @@ bool LineParser::ReadGroup(Value& value, Figures& figures) {
         return true;
     }
     return ForEachField(object, figureFields, [&](const FigureField& field, Value& figure) {
+        figures.hasPeak = figures.hasPeak || field.figure == &Figures::apeak;
         return ReadNumber(field.key, figure, figures.*field.figure);
     });
 }

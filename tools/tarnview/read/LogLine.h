@@ -14,9 +14,14 @@ enum class LineKind {
     Message,
 };
 
-/// The resource figures of an end event, under the names that they have in the log.
+/// The resource figures of an end event, under the names that they have in the log. A host measures
+/// all of them, some or none; what it did not measure is 0 here and says nothing.
 struct Figures {
-    bool isPresent = false;
+    bool hasAllocated = false;  ///< `ai`, `ae`, `ani`, `ane`
+    bool hasPeak = false;       ///< `apeak`
+    bool hasReleased = false;   ///< `di`, `de`, `dni`, `dne`
+    bool hasCpu = false;        ///< `ki`, `ke`, `ui`, `ue`
+    bool hasThreads = false;    ///< `ntid`
     double ai = 0, ae = 0, apeak = 0, ani = 0, ane = 0;
     double di = 0, de = 0, dni = 0, dne = 0;
     double ki = 0, ke = 0, ui = 0, ue = 0;

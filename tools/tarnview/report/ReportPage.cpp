@@ -102,7 +102,7 @@ private:
         json.Number(static_cast<long long>(m_levels[index]));
         json.Number(static_cast<long long>(span.begin - m_base));
         json.Number(static_cast<long long>(span.end - span.begin));
-        json.Number(static_cast<long long>(m_forest.ExclusiveTime(index)));
+        json.Number(static_cast<long long>(activity.ExclusiveTime()));
         json.Number(Rounded(activity.figures.CpuExclusive()));
         json.Number(Rounded(activity.figures.ae));
         json.Number(TextNumber(activity.hasEnd ? activity.result : "never ended"));

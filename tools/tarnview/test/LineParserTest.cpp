@@ -77,7 +77,7 @@ TEST_F(LineParserTest, AnEndLineSaysHowLongAndWithWhatResult) {
     EXPECT_DOUBLE_EQ(Line().exclusive, -0.003);
     EXPECT_EQ(Line().result, "exception");
     const Figures& figures = Line().figures;
-    EXPECT_TRUE(figures.isPresent);
+    EXPECT_TRUE(figures.hasAllocated);
     EXPECT_EQ(figures.ae, 1);
     EXPECT_EQ(figures.ai, 2);
     EXPECT_EQ(figures.ane, 3);

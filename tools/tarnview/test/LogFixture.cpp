@@ -21,7 +21,8 @@ std::string Seconds(int milliseconds) {
 std::string LineText::ToString() const {
     const Microseconds start = *ParseTimestamp("2026-03-01T10:00:00Z");
     std::ostringstream text;
-    text << R"({"time":")" << FormatTimestamp(start + Microseconds{milliseconds} * 1000)
+    text << R"({"time":")"
+         << FormatTimestamp(start + Microseconds{milliseconds} * 1000 + microseconds)
          << R"(","severity":"info","event":")" << phase << '-' << name << R"(","pid":)" << process
          << R"(,"tid":)" << thread << R"(,"session":"-","request":"r","user":")" << user
          << R"(","site":"-","environment":{},"activity":{"depth":)" << depth;

@@ -21,6 +21,7 @@ struct LineText {
     std::string sponsor{};
     std::string root{};
     int milliseconds = 0;  ///< of the time, from 2026-03-01T10:00:00Z on
+    int microseconds = 0;  ///< beyond these
     int process = 1;
     int thread = 1;
     int depth = 0;

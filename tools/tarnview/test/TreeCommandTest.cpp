@@ -130,7 +130,7 @@ TEST_F(TreeCommandTest, ATreeIsShownWholeIfOneActivityFits) {
 TEST_F(TreeCommandTest, AllFiltersMustFitTheSameActivity) {
     TreeOptions options = Sample();
     options.filter.names = {"price"};
-    options.filter.slowerThan = 0.03;
+    options.filter.slowerThan = 30'000;
 
     EXPECT_THAT(Rows(options), IsEmpty());
     EXPECT_THAT(Errors(), HasSubstr("nothing to show"));
