@@ -1,0 +1,48 @@
+#pragma once
+
+#include "expression/Value.h"
+#include "model/Activity.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tarnview {
+
+/// A field of an activity that can be asked for by its name: one that all have, as "user", or a
+/// member of one of its tables, as "body.shard". A value.
+class ActivityField {
+public:
+    /// Nothing if no field has this name.
+    static std::optional<ActivityField> Find(std::string_view name);
+
+    /// The names that Find() takes, for people.
+    static std::string KnownNames();
+
+    const std::string& Name() const { return m_name; }
+
+    ValueType Type() const;
+
+    /// Whether lines must be parsed with their tables.
+    bool NeedsTables() const { return m_common == nullptr; }
+
+    /// Missing if the activity does not have the field, as times of what never ended, or figures
+    /// that were not measured. Of an attribute that begin and end have, the end's counts.
+    Value Of(const Activity& activity) const;
+
+private:
+    struct Common;
+    struct Table;
+
+    ActivityField() = default;
+
+    static const Common s_common[];
+    static const Table s_tables[];
+
+    std::string m_name;
+    std::string m_member;
+    const Common* m_common = nullptr;
+    const Table* m_table = nullptr;
+};
+
+}  // namespace tarnview
