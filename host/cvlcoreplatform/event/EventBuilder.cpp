@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -164,6 +165,24 @@ inline ObjectId GatheredFields::AddObject(ObjectId object, const TString& name) 
 const HeadNames& GetHeadNames() {
     static const HeadNames& names = *new const HeadNames;
     return names;
+}
+
+bool IsFurtherField(std::u16string_view name) noexcept {
+    static constexpr std::u16string_view taken[] = {u"time",
+                                                    u"severity",
+                                                    u"event",
+                                                    u"message",
+                                                    u"pid",
+                                                    u"tid",
+                                                    u"session",
+                                                    u"request",
+                                                    u"user",
+                                                    u"site",
+                                                    u"environment",
+                                                    u"activity",
+                                                    u"attributes",
+                                                    u"body"};
+    return std::find(std::begin(taken), std::end(taken), name) == std::end(taken);
 }
 
 EventBuilder::EventBuilder() : m_fields(cvlsys::MakeRecycled<GatheredFields>()) {}

@@ -24,6 +24,19 @@ TString HeadText(const GatheredFields& gathered, const TString& name) {
     return TString();
 }
 
+/// Those in the head that have no place of their own; null where there are none.
+std::shared_ptr<Object> FurtherFields(const GatheredFields& gathered) {
+    const auto places = gathered.GetPlaces();
+    NameTable table;
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (places[i].object == GatheredFields::head && IsFurtherField(places[i].Name())) {
+            table.insert_or_assign(TString(places[i].Name()),
+                                   Literal::String(ToText(gathered.GetValues()[i].text)));
+        }
+    }
+    return table.empty() ? nullptr : Object::Make(std::move(table));
+}
+
 /// Makes the values of gathered fields, and puts each into the table of its object.
 class ValueMaker {
 public:
@@ -96,17 +109,20 @@ EventValues GatheredFields::ToValues() const {
     auto environment = values.Take(ObjectId::Environment);
     auto activity = values.Take(ObjectId::Activity);
     auto attributes = values.Take(ObjectId::Attributes);
-    return {values.Take(ObjectId::Body),
-            ActivityInfo(time,
-                         processId,
-                         threadId,
-                         HeadText(*this, GetHeadNames().session),
-                         HeadText(*this, GetHeadNames().request),
-                         HeadText(*this, GetHeadNames().user),
-                         HeadText(*this, GetHeadNames().site),
-                         std::move(environment),
-                         std::move(activity),
-                         std::move(attributes))};
+    ActivityInfo information(time,
+                             processId,
+                             threadId,
+                             HeadText(*this, GetHeadNames().session),
+                             HeadText(*this, GetHeadNames().request),
+                             HeadText(*this, GetHeadNames().user),
+                             HeadText(*this, GetHeadNames().site),
+                             std::move(environment),
+                             std::move(activity),
+                             std::move(attributes));
+    if (std::shared_ptr<Object> further = FurtherFields(*this)) {
+        information = information.WithFurtherFields(std::move(further));
+    }
+    return {values.Take(ObjectId::Body), std::move(information)};
 }
 
 }  // namespace TLog

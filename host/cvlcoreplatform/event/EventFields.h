@@ -100,6 +100,10 @@ public:
 /// Lives as long as the process.
 const HeadNames& GetHeadNames();
 
+/// Whether a field of this name may be added to the line: all names that it has by itself are
+/// taken.
+bool IsFurtherField(std::u16string_view name) noexcept;
+
 /// An event as it was gathered: its fields in the order in which they came, and their texts, in
 /// one block of memory unless they are many.
 class GatheredFields final : public EventFields {
@@ -143,8 +147,8 @@ public:
     uint32 processId = 0;
     uint64 threadId = 0;
 
-    /// Of the fields that stand in front of all objects.
-    static constexpr ObjectId head = static_cast<ObjectId>(0xFFFFFFFFU);
+    /// Of the fields that come before all objects.
+    static constexpr ObjectId head = ObjectId::Line;
 
 private:
     // An end event with a few attributes.

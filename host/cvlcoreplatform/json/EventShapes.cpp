@@ -44,6 +44,7 @@ EventShape::EventShape(const GatheredFields& event)
     WriteHead(event, TLog::GetHeadNames().request);
     WriteHead(event, TLog::GetHeadNames().user);
     WriteHead(event, TLog::GetHeadNames().site);
+    WriteFurtherFields(event);
     m_text += R"(,"environment":)";
     WriteObject(event, EventBuilder::ObjectId::Environment);
     m_text += R"(,"activity":)";
@@ -75,6 +76,18 @@ void EventShape::WriteHead(const GatheredFields& event, const TString& name) {
         WriteField(event, static_cast<std::size_t>(field - places.begin()));
     } else {
         m_text += R"("")";
+    }
+}
+
+void EventShape::WriteFurtherFields(const GatheredFields& event) {
+    for (const std::size_t index : SortedFields(event, GatheredFields::head)) {
+        const std::u16string_view name = event.GetPlaces()[index].Name();
+        if (TLog::IsFurtherField(name)) {
+            m_text += ',';
+            m_text += Quoted(name);
+            m_text += ':';
+            WriteField(event, index);
+        }
     }
 }
 

@@ -43,6 +43,7 @@ public:
 
 private:
     void WriteHead(const TLog::GatheredFields& event, const TString& name);
+    void WriteFurtherFields(const TLog::GatheredFields& event);
     void WriteField(const TLog::GatheredFields& event, std::size_t index);
     void WriteObject(const TLog::GatheredFields& event, TLog::EventBuilder::ObjectId object);
 

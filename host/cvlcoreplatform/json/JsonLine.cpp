@@ -68,6 +68,9 @@ std::string_view JsonLine::Format(TLog::Severity severity,
         m_line.AppendText(info->GetUser().View());
         m_line.Append(R"(,"site":)");
         m_line.AppendText(info->GetSite().View());
+        if (info->GetFurtherFields() != nullptr) {
+            WriteFurtherFields(*info->GetFurtherFields());
+        }
         WriteOptional(R"(,"environment":)", info->GetEnvironment().get());
         WriteOptional(R"(,"activity":)", info->GetActivity().get());
         WriteOptional(R"(,"attributes":)", info->GetAttributes().get());
@@ -168,6 +171,25 @@ void JsonLine::WriteArray(const TLog::Array& array, int depth) {
 }
 
 void JsonLine::WriteObject(const TLog::Object& object, int depth) {
+    m_line.Append('{');
+    WriteFields(object, depth);
+    m_line.Append('}');
+}
+
+void JsonLine::WriteFurtherFields(const TLog::Object& object) {
+    TLog::NameTable fields;
+    for (const auto& [name, value] : object.GetFields()) {
+        if (value != nullptr && TLog::IsFurtherField(name.View())) {
+            fields.emplace(name, value);
+        }
+    }
+    if (!fields.empty()) {
+        m_line.Append(',');
+        WriteFields(*TLog::Object::Make(std::move(fields)), 1);
+    }
+}
+
+void JsonLine::WriteFields(const TLog::Object& object, int depth) {
     const std::size_t first = m_fields.size();
     for (const auto& [name, value] : object.GetFields()) {
         if (value != nullptr) {
@@ -181,7 +203,6 @@ void JsonLine::WriteObject(const TLog::Object& object, int depth) {
                                                       : *a.name < *b.name;
               });
 
-    m_line.Append('{');
     // By index, because objects inside this one lengthen the list while they are written.
     for (std::size_t i = first, end = m_fields.size(); i != end; ++i) {
         const Field field = m_fields[i];
@@ -192,7 +213,6 @@ void JsonLine::WriteObject(const TLog::Object& object, int depth) {
         m_line.Append(':');
         WriteValue(*field.value, depth + 1);
     }
-    m_line.Append('}');
     m_fields.resize(first);
 }
 

@@ -53,6 +53,8 @@ private:
     void WriteValue(const TLog::Value& value, int depth);
     void WriteLiteral(const TLog::Literal& literal);
     void WriteObject(const TLog::Object& object, int depth);
+    void WriteFields(const TLog::Object& object, int depth);
+    void WriteFurtherFields(const TLog::Object& object);
     void WriteArray(const TLog::Array& array, int depth);
     void WriteGathered(const TLog::GatheredFields& event);
     void WriteField(const TLog::GatheredFields& event, std::size_t index);

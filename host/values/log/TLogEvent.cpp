@@ -24,6 +24,7 @@ struct ActivityInfo::Fields {
     std::shared_ptr<Value> environment;
     std::shared_ptr<Value> activity;
     std::shared_ptr<Object> attributes;
+    std::shared_ptr<Object> further = nullptr;
 };
 
 ActivityInfo::ActivityInfo(EventTimePoint time,
@@ -46,6 +47,9 @@ ActivityInfo::ActivityInfo(EventTimePoint time,
                                                          std::move(environment),
                                                          std::move(activity),
                                                          std::move(attributes)})) {}
+
+ActivityInfo::ActivityInfo(std::shared_ptr<const Fields> fields) noexcept
+    : m_fields(std::move(fields)) {}
 
 EventTimePoint ActivityInfo::GetTime() const noexcept {
     return m_fields->time;
@@ -85,6 +89,16 @@ const std::shared_ptr<Value>& ActivityInfo::GetActivity() const noexcept {
 
 const std::shared_ptr<Object>& ActivityInfo::GetAttributes() const noexcept {
     return m_fields->attributes;
+}
+
+const std::shared_ptr<Object>& ActivityInfo::GetFurtherFields() const noexcept {
+    return m_fields->further;
+}
+
+ActivityInfo ActivityInfo::WithFurtherFields(std::shared_ptr<Object> fields) const {
+    Fields extended = *m_fields;
+    extended.further = std::move(fields);
+    return ActivityInfo(cvlsys::MakeRecycled<const Fields>(std::move(extended)));
 }
 
 ActivityInfo ActivityInfoFactory::CreateActivityInfo(int64 time, const TString& requestId) {

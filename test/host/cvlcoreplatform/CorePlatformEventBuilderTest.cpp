@@ -29,6 +29,7 @@ namespace {
 
 using namespace TLog;
 using nlohmann::json;
+using testing::HasSubstr;
 using ObjectId = EventBuilder::ObjectId;
 
 constexpr EventTimePoint noon(EventTimePoint::duration(17'699'472'002'500'000));
@@ -120,6 +121,39 @@ TEST(CorePlatformEventBuilderTest, AnEventGivesTheValuesThatWereAdded) {
               LiteralType::Double);
     EXPECT_EQ(LiteralOf(information.GetAttributes()->GetFields(), u"share").GetDouble(), 0.5);
     EXPECT_EQ(FieldsOf(information.GetEnvironment()).at(u"shared"), shared);
+}
+
+TEST(CorePlatformEventBuilderTest, FurtherFieldsOfTheLineFollowTheSiteByName) {
+    EventBuilder builder;
+    builder.AddText(ObjectId::Line, u"tenant", std::string_view("blue"));
+    builder.SetSite(std::string_view("north"));
+    builder.AddText(ObjectId::Line, u"cell", std::string_view("\xC3\xA4"));
+    const Event event = Finish(builder);
+
+    const auto fields = FieldsOf(event.GetActivityInfo()->GetFurtherFields());
+
+    EXPECT_EQ(fields.size(), 2U);
+    EXPECT_EQ(LiteralOf(fields, u"tenant").GetString(), TString(u"blue"));
+    for (const Event& either : {event, MadeOfValues(event)}) {
+        EXPECT_THAT(FormatJsonLine(Info, either, EventTimePoint()),
+                    HasSubstr("\"site\":\"north\",\"cell\":\"\xC3\xA4\",\"tenant\":\"blue\","
+                              "\"environment\":"));
+    }
+}
+
+TEST(CorePlatformEventBuilderTest, AFurtherFieldDoesNotTakeANameOfTheLine) {
+    EventBuilder builder;
+    for (const char16_t* const name : {u"time", u"pid", u"event", u"message", u"body"}) {
+        builder.AddText(ObjectId::Line, name, std::string_view("taken"));
+    }
+    const Event event = Finish(builder);
+    const ActivityInfo information = event.GetActivityInfo()->WithFurtherFields(
+        Object::Make({{u"pid", Literal::Int(1)}, {u"user", Literal::Int(1)}}));
+
+    EXPECT_EQ(event.GetActivityInfo()->GetFurtherFields(), nullptr);
+    EXPECT_EQ(LineOf(event).at("pid"), 12);
+    EXPECT_EQ(LineOf(MadeOfValues(event)), LineOf(event));
+    EXPECT_EQ(LineOf(Event(event.GetName(), event.GetBody(), information)), LineOf(event));
 }
 
 TEST(CorePlatformEventBuilderTest, AnEventOfNothingHasItsObjects) {

@@ -42,8 +42,18 @@ public:
     const std::shared_ptr<Value>& GetActivity() const noexcept;
     const std::shared_ptr<Object>& GetAttributes() const noexcept;
 
+    /// Further fields beside the user and the site; null where there are none.
+    const std::shared_ptr<Object>& GetFurtherFields() const noexcept;
+
+    /// The same information with these further fields; those under a name that a line has by itself
+    /// are not written. Throws `std::bad_alloc`.
+    ActivityInfo WithFurtherFields(std::shared_ptr<Object> fields) const;
+
 private:
     struct Fields;
+
+    explicit ActivityInfo(std::shared_ptr<const Fields> fields) noexcept;
+
     std::shared_ptr<const Fields> m_fields;
 };
 

@@ -65,8 +65,16 @@ private:
 class CVLCOREPLATFORM_API EventBuilder {
 public:
     /// One of the event's objects. The first four are always there; the builder knows the others
-    /// that it has made.
-    enum class ObjectId : uint32 { Environment = 0, Activity = 1, Attributes = 2, Body = 3 };
+    /// that it has made. `Line` is the event itself: texts that are added to it are further fields
+    /// beside the user and the site, and those under a name that the line has by itself are left
+    /// out.
+    enum class ObjectId : uint32 {
+        Environment = 0,
+        Activity = 1,
+        Attributes = 2,
+        Body = 3,
+        Line = ~uint32{0}
+    };
 
     EventBuilder();
     ~EventBuilder();

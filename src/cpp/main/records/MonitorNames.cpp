@@ -53,16 +53,10 @@ MonitorNames::MonitorNames() {
     figures.Add(tokens.cpuTimeUserInclusiveAttr, FigureName::UserTime);
     figures.Add(tokens.cpuTimeKernelInclusiveAttr, FigureName::KernelTime);
 
-    contextAttributes.Add(tokens.cidAttr, ContextAttributeName::ContextId);
-    contextAttributes.Add(tokens.pidAttr, ContextAttributeName::ProcessId);
-    contextAttributes.Add(tokens.ridAttr, ContextAttributeName::RequestId);
-    contextAttributes.Add(tokens.requestDescription, ContextAttributeName::RequestDescription);
-    contextAttributes.Add(tokens.sidAttr, ContextAttributeName::SessionId);
-    contextAttributes.Add(tokens.tidAttr, ContextAttributeName::ThreadId);
-    contextAttributes.Add(tokens.siteAttr, ContextAttributeName::Site);
-    contextAttributes.Add(tokens.userAttr, ContextAttributeName::User);
-    contextAttributes.Add(tokens.workbookAttr, ContextAttributeName::Workbook);
-    contextAttributes.Add(tokens.viewAttr, ContextAttributeName::View);
+#define TARN_ADD_REQUEST_ATTRIBUTE(name, token, kind) \
+    contextAttributes.Add(tokens.token, ContextAttributeName::name);
+    TARN_REQUEST_ATTRIBUTES(TARN_ADD_REQUEST_ATTRIBUTE)
+#undef TARN_ADD_REQUEST_ATTRIBUTE
 
     openingPairs.Add(tokens.traceDepthAttr, OpeningPairName::TraceDepth);
     openingPairs.Add(tokens.serviceDepthAttr, OpeningPairName::ServiceDepth);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RequestAttributes.h"
 #include "StaticText.h"
 
 #include "tarn/ActivitySchema.h"
@@ -45,20 +46,6 @@ enum class FigureName : int32 {
     UserTime = 5,
     KernelTime = 6,
     Unknown = 7,
-};
-
-enum class ContextAttributeName : int32 {
-    ContextId = 0,
-    ProcessId = 1,
-    RequestId = 2,
-    RequestDescription = 3,
-    SessionId = 4,
-    ThreadId = 5,
-    Site = 6,
-    User = 7,
-    Workbook = 8,
-    View = 9,
-    Unknown = 10,
 };
 
 /// What the opening of a scope says with foreground thread contexts.

@@ -2,6 +2,7 @@
 
 #include "ActivityTokenText.h"
 #include "NeverDestroyed.h"
+#include "RequestAttributes.h"
 #include "ShortText.h"
 
 #include "cvlcoreplatform/TLog.h"
@@ -12,16 +13,20 @@
 namespace tarn {
 namespace {
 
+std::unordered_set<TString> MappableAttributes() {
+    std::unordered_set<TString> names;
+#define TARN_ADD_IF_MAPPABLE(name, token, kind)                                   \
+    if constexpr (RequestAttributeKind::kind == RequestAttributeKind::Mappable) { \
+        names.insert(Tokens().token);                                             \
+    }
+    TARN_REQUEST_ATTRIBUTES(TARN_ADD_IF_MAPPABLE)
+#undef TARN_ADD_IF_MAPPABLE
+    return names;
+}
+
 /// The attribute names that the log events read from a request.
 const std::unordered_set<TString>& CanonicalEventAttributes() {
-    static const NeverDestroyed<std::unordered_set<TString>> names(
-        std::unordered_set<TString>{Tokens().ridAttr,
-                                    Tokens().sidAttr,
-                                    Tokens().siteAttr,
-                                    Tokens().userAttr,
-                                    Tokens().requestDescription,
-                                    Tokens().workbookAttr,
-                                    Tokens().viewAttr});
+    static const NeverDestroyed<std::unordered_set<TString>> names(MappableAttributes());
     return names.Get();
 }
 

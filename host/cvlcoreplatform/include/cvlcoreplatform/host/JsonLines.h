@@ -18,10 +18,11 @@ class sink;
 
 /// The default form of the log: one JSON object a line, in UTF-8, with the fields `time`,
 /// `severity`, `event` or `message`, `pid`, `tid`, `session`, `request`, `user`, `site`,
-/// `environment`, `activity`, `attributes` and `body` in this order. The fields of a table are
-/// sorted by the UTF-16 code units of their names. A field whose object is null is left out, an
-/// empty table is `{}`. What belongs to no activity has neither of the seven fields from `session`
-/// to `attributes`, and carries the time, process and thread of writing.
+/// `environment`, `activity`, `attributes` and `body` in this order, further fields behind `site`.
+/// The fields of a table are sorted by the UTF-16 code units of their names. A field whose object
+/// is null is left out, an empty table is `{}`. What belongs to no activity has neither of the
+/// seven fields from `session` to `attributes`, and carries the time, process and thread of
+/// writing.
 namespace TLog {
 
 /// The line, without line end. `now` is the time of an event that has none of its own.
