@@ -1,17 +1,16 @@
 #pragma once
 
-#include "cvlsys/IntegerTypes.h"
-
+#include <cstdint>
 #include <utility>
 
-namespace cvlsys {
+namespace host {
 
 /// Blocks that wait for their next use, linked by their member `next`. Trivially destructible:
 /// whoever owns the blocks takes them out.
 template <class Block>
 struct FreeList {
     Block* first = nullptr;
-    uint32 count = 0;
+    std::uint32_t count = 0;
 
     /// Null when there is none.
     Block* Take() noexcept {
@@ -27,6 +26,14 @@ struct FreeList {
         block->next = std::exchange(first, block);
         ++count;
     }
+
+    /// Takes all of them out, and gives each to `release`.
+    template <class Release>
+    void Empty(const Release& release) noexcept {
+        while (Block* const block = Take()) {
+            release(block);
+        }
+    }
 };
 
-}  // namespace cvlsys
+}  // namespace host

@@ -8,7 +8,7 @@
 #include <emmintrin.h>
 #endif
 
-namespace cvlcoreplatform {
+namespace host {
 
 inline constexpr std::size_t digitsInId = 32;
 
@@ -58,4 +58,4 @@ inline HexDigits HexDigitsOf(const std::array<unsigned char, 16>& bytes, bool up
 
 #endif
 
-}  // namespace cvlcoreplatform
+}  // namespace host

@@ -6,7 +6,7 @@
 #include <emmintrin.h>
 #endif
 
-namespace cvlcoreplatform {
+namespace host {
 
 namespace {
 
@@ -147,4 +147,4 @@ bool CopyPlainOneByOne(std::string_view text, char* to) noexcept {
     return CopyOneByOne(text.data(), text.size(), to);
 }
 
-}  // namespace cvlcoreplatform
+}  // namespace host

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace cvlcoreplatform {
+namespace host {
 
 /// Copy a text that stands in JSON as it is: printable ASCII without quotation marks and
 /// backslashes. `to` must have room for all of it. False if there is anything else in it; part of
@@ -15,4 +15,4 @@ bool CopyPlain(std::string_view text, char* to) noexcept;
 bool CopyPlainOneByOne(std::u16string_view text, char* to) noexcept;
 bool CopyPlainOneByOne(std::string_view text, char* to) noexcept;
 
-}  // namespace cvlcoreplatform
+}  // namespace host

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <memory>
+#include "ThreadEnd.h"
+
 #include <utility>
 
-namespace cvlcoreplatform {
+namespace host {
 
 /// One object of type `T` for each thread, made when it is first asked for. Once the thread is
 /// being torn down there is none: whoever asks then, from another thread-local's or a static
@@ -13,8 +14,8 @@ class ThreadObject {
 public:
     /// Null during the thread's teardown.
     static T* Get() {
-        if (s_object == nullptr && !s_tornDown) {
-            Make();
+        if (s_object == nullptr && End::Watch()) {
+            s_object = new T;
         }
         return s_object;
     }
@@ -23,27 +24,13 @@ public:
     static T* Peek() noexcept { return s_object; }
 
 private:
-    struct Owner {
-        Owner() = default;
-        Owner(const Owner&) = delete;
-        Owner& operator=(const Owner&) = delete;
+    friend class ThreadEnd<ThreadObject>;
+    using End = ThreadEnd<ThreadObject>;
 
-        ~Owner() {
-            s_tornDown = true;
-            delete std::exchange(s_object, nullptr);
-        }
-    };
+    static void AtThreadEnd() noexcept { delete std::exchange(s_object, nullptr); }
 
-    static void Make() {
-        auto object = std::make_unique<T>();
-        thread_local const Owner owner;
-        static_cast<void>(owner);
-        s_object = object.release();
-    }
-
-    // Both need no destructor and can therefore be read to the very end of the thread.
+    // Needs no destructor and can therefore be read to the very end of the thread.
     static inline constinit thread_local T* s_object = nullptr;
-    static inline constinit thread_local bool s_tornDown = false;
 };
 
-}  // namespace cvlcoreplatform
+}  // namespace host

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PaddedText.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -17,7 +19,7 @@ namespace cvlcoreplatform {
 template <std::size_t bytes>
 class Arena {
 public:
-    static constexpr std::size_t slack = 16;
+    static constexpr std::size_t slack = host::PaddedText::slack;
 
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): pieces belong to those who take them
     Arena() noexcept : m_next(m_block) {}

@@ -1,5 +1,6 @@
 #include "EventFields.h"
 #include "PlainText.h"
+#include "StaticText.h"
 #include "UuidText.h"
 
 #include "cvlcoreplatform/TLogEventBuilder.h"
@@ -57,8 +58,7 @@ inline GatheredValue* GatheredFields::TryToAdd(ObjectId object,
                                                Kind kind,
                                                const char16_t* constant) noexcept {
     const TString::Characters& characters = name.SharedCharacters();
-    // A pointer that owns nothing points to a name that lives as long as the process.
-    if (m_count == m_room || characters.use_count() != 0) {
+    if (m_count == m_room || !host::IsStaticOrNull(characters)) {
         return nullptr;
     }
     return &Append({characters.get(), constant, object, kind},
@@ -94,15 +94,15 @@ inline GatheredText GatheredFields::Copy(TextView text) {
     if (text.IsUtf8()) {
         const std::string_view utf8 = text.GetUtf8();
         char* const plain = m_memory.Take<char>(utf8.size());
-        if (cvlcoreplatform::CopyPlain(utf8, plain)) {
-            return GatheredText(std::string_view(plain, utf8.size()));
+        if (host::CopyPlain(utf8, plain)) {
+            return GatheredText(host::PaddedText(plain, utf8.size()));
         }
         return CopyUnits(TString::FromUtf8(utf8).View());
     }
     const std::u16string_view units = text.GetUtf16();
     char* const plain = m_memory.Take<char>(units.size());
-    if (cvlcoreplatform::CopyPlain(units, plain)) {
-        return GatheredText(std::string_view(plain, units.size()));
+    if (host::CopyPlain(units, plain)) {
+        return GatheredText(host::PaddedText(plain, units.size()));
     }
     return CopyUnits(units);
 }
@@ -131,7 +131,7 @@ inline void GatheredFields::AddUuid(ObjectId object, const TString& name, const 
     char* const plain = m_memory.Take<char>(cvlcoreplatform::uuidTextLength);
     cvlcoreplatform::WriteUuid(id, plain);
     Add(object, name, Kind::Text).text =
-        GatheredText(std::string_view(plain, cvlcoreplatform::uuidTextLength));
+        GatheredText(host::PaddedText(plain, cvlcoreplatform::uuidTextLength));
 }
 
 inline void GatheredFields::AddInteger(ObjectId object,

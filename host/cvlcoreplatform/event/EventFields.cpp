@@ -10,7 +10,7 @@ using Kind = GatheredPlace::Kind;
 using ObjectId = EventBuilder::ObjectId;
 
 TString ToText(const GatheredText& text) {
-    return text.IsPlain() ? TString::FromUtf8(text.Plain()) : TString(text.Units());
+    return text.IsPlain() ? TString::FromUtf8(text.Plain().View()) : TString(text.Units());
 }
 
 /// One of the texts in the head.

@@ -2,6 +2,7 @@
 
 #include "Arena.h"
 #include "EventValues.h"
+#include "PaddedText.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
 #include "cvlcoreplatform/TLogEventBuilder.h"
@@ -25,18 +26,18 @@ class GatheredText {
 public:
     GatheredText() noexcept = default;
 
-    explicit GatheredText(std::string_view plain) noexcept
-        : m_text(plain.data()),
-          m_size(plain.size() * 2) {}
+    explicit GatheredText(host::PaddedText plain) noexcept
+        : m_text(plain.View().data()),
+          m_size(plain.Length() * 2) {}
 
     explicit GatheredText(std::u16string_view units) noexcept
         : m_text(units.data()),
           m_size(units.size() * 2 + 1) {}
 
-    /// Whether it is known to stand in JSON as it is.
+    /// Whether it is known to be plain (`host::CopyPlain`).
     bool IsPlain() const noexcept { return m_size % 2 == 0; }
 
-    std::string_view Plain() const noexcept {
+    host::PaddedText Plain() const noexcept {
         return {static_cast<const char*>(m_text), m_size / 2};
     }
 

@@ -54,14 +54,13 @@ EventShape::EventShape(const GatheredFields& event)
     m_text += R"(,"body":)";
     WriteObject(event, EventBuilder::ObjectId::Body);
     const std::size_t end = m_text.size();
-    m_text.append(LineText::Cursor::slack, '\0');
-    const char* next = m_text.data();
+    m_text.append(host::PaddedText::slack, '\0');
+    std::size_t begin = 0;
     for (std::size_t i = 0; i < m_steps.size(); ++i) {
-        const char* const last = m_text.data() + m_ends[i];
-        m_steps[i].before = {next, static_cast<std::size_t>(last - next)};
-        next = last;
+        m_steps[i].before = host::PaddedText::Within(m_text, begin, m_ends[i]);
+        begin = m_ends[i];
     }
-    m_afterAll = {next, static_cast<std::size_t>(m_text.data() + end - next)};
+    m_afterAll = host::PaddedText::Within(m_text, begin, end);
 }
 
 void EventShape::WriteHead(const GatheredFields& event, const TString& name) {

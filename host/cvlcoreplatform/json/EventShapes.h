@@ -1,6 +1,7 @@
 #pragma once
 
 #include "EventFields.h"
+#include "PaddedText.h"
 
 #include "cvlcoreplatform/TString.h"
 #include "cvlsys/IntegerTypes.h"
@@ -16,13 +17,12 @@
 namespace cvlcoreplatform {
 
 /// The objects, names and constants of an event, as one event after another has them: in which
-/// order its other values are written, and all that stands between them. Behind all texts, there
-/// are `LineText::Cursor::slack` bytes more.
+/// order its other values are written, and all that stands between them.
 class EventShape {
 public:
     /// A value, and what stands in front of it.
     struct Step {
-        std::string_view before;
+        host::PaddedText before;
         std::size_t field;  ///< its place in the event
         bool isText;
     };
@@ -39,7 +39,7 @@ public:
     const std::vector<Step>& GetSteps() const noexcept { return m_steps; }
 
     /// What stands behind the last value.
-    std::string_view AfterAll() const noexcept { return m_afterAll; }
+    host::PaddedText AfterAll() const noexcept { return m_afterAll; }
 
 private:
     void WriteHead(const TLog::GatheredFields& event, const TString& name);
@@ -52,7 +52,7 @@ private:
     std::vector<Step> m_steps;
     std::string m_text;
     std::vector<std::size_t> m_ends;  ///< of what stands in front of each value, in the text
-    std::string_view m_afterAll;
+    host::PaddedText m_afterAll;
 };
 
 /// The shapes that came lately. One thread at a time.

@@ -138,7 +138,7 @@ void JsonLineBackEnd::FormatAndWrite(TLog::Severity severity, const Content& con
     }
     const auto now = std::chrono::system_clock::now();
     const auto time = std::chrono::floor<TLog::EventTimePoint::duration>(now);
-    if (JsonLine* const formatter = ThreadObject<JsonLine>::Get()) {
+    if (JsonLine* const formatter = host::ThreadObject<JsonLine>::Get()) {
         WriteLine(severity, formatter->Format(severity, content, time), now);
     } else {
         WriteLine(severity, JsonLine().Format(severity, content, time), now);

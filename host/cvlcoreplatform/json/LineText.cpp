@@ -71,7 +71,7 @@ void LineText::Grow(std::size_t bytes) {
 void LineText::AppendText(std::u16string_view text) {
     constexpr std::size_t quotationMarks = 2;
     char* const to = Room(text.size() + quotationMarks);
-    if (!CopyPlain(text, to + 1)) {
+    if (!host::CopyPlain(text, to + 1)) {
         AppendEscaped(text);
         return;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PaddedText.h"
 #include "RapidJson.h"
 
 #include "cvlsys/IntegerTypes.h"
@@ -103,31 +104,27 @@ private:
 /// to be called at the end, too.
 class LineText::Cursor {
 public:
-    /// Short texts, of which lines consist, are copied fastest by whole blocks: so many bytes may
-    /// be read behind each text that says so.
-    static constexpr std::size_t slack = 16;
-
     explicit Cursor(LineText& line) noexcept : m_line(line) { Resume(); }
 
     ~Cursor() = default;
     Cursor(const Cursor&) = delete;
     Cursor& operator=(const Cursor&) = delete;
 
-    /// As they are, with `slack`.
-    void Append(std::string_view characters) {
-        char* const to = Room(characters.size() + slack);
-        CopyPadded(characters, to);
-        m_to = to + characters.size();
+    /// As they are.
+    void Append(host::PaddedText characters) {
+        char* const to = Room(characters.RoomToCopy());
+        characters.CopyTo(to);
+        m_to = to + characters.Length();
     }
 
-    /// In quotation marks, for a text with `slack` that stands in JSON as it is.
-    void AppendText(std::string_view text) {
+    /// In quotation marks, for a text that stands in JSON as it is.
+    void AppendText(host::PaddedText plain) {
         constexpr std::size_t quotationMarks = 2;
-        char* const to = Room(text.size() + quotationMarks + slack);
+        char* const to = Room(plain.RoomToCopy() + quotationMarks);
         to[0] = '"';
-        CopyPadded(text, to + 1);
-        to[text.size() + 1] = '"';
-        m_to = to + text.size() + quotationMarks;
+        plain.CopyTo(to + 1);
+        to[plain.Length() + 1] = '"';
+        m_to = to + plain.Length() + quotationMarks;
     }
 
     /// The line has all that was written.
@@ -142,12 +139,6 @@ public:
     }
 
 private:
-    static void CopyPadded(std::string_view characters, char* to) noexcept {
-        for (std::size_t i = 0; i < characters.size(); i += slack) {
-            std::memcpy(to + i, characters.data() + i, slack);
-        }
-    }
-
     char* Room(std::size_t bytes) {
         if (static_cast<std::size_t>(m_end - m_to) < bytes) {
             Pause();

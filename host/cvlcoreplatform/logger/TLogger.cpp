@@ -10,9 +10,8 @@
 #include "cvlcoreplatform/host/InterruptedLogging.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlsys/host/DeliveryGuard.h"
 #include "cvlsys/host/ForkOrder.h"
-#include "cvlsys/host/HostState.h"
-#include "cvlsys/host/MemoryCharging.h"
 #include "cvlsys/host/ReadWriteLock.h"
 
 #include <algorithm>
@@ -108,8 +107,7 @@ LoggerFork forkParticipant;
 // Without the lock: the thread that has it will not go on.
 template <class Use>
 void WithSuccessor(const Use& use) noexcept {
-    const cvlsys::HostState hostState;
-    const corvala::memory::UnchargedAllocations uncharged;
+    const cvlsys::DeliveryGuard guard;
     t_isInsideBackEnd = true;
     try {
         use(*t_successor);

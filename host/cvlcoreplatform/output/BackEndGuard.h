@@ -1,7 +1,6 @@
 #pragma once
 
-#include "cvlsys/host/HostState.h"
-#include "cvlsys/host/MemoryCharging.h"
+#include "cvlsys/host/DeliveryGuard.h"
 #include "cvlsys/host/ReadWriteLock.h"
 
 #include <memory>
@@ -24,9 +23,8 @@ struct BackEndAccess {
 };
 
 /// Around all work of a back end, whether the logger asks for it or it was left for later. While
-/// one exists, the thread's `errno` and its cancellation are not touched, what it allocates is
-/// charged to nobody, no fork happens, and what the back end logs itself is dropped. Not within
-/// another one on the same thread.
+/// one exists, no fork happens, and what the back end logs itself is dropped. Not within another
+/// one on the same thread.
 class BackEndGuard {
 public:
     BackEndGuard() noexcept;
@@ -35,8 +33,7 @@ public:
     BackEndGuard& operator=(const BackEndGuard&) = delete;
 
 private:
-    const cvlsys::HostState m_hostState;
-    const corvala::memory::UnchargedAllocations m_uncharged;
+    const cvlsys::DeliveryGuard m_guard;
 };
 
 }  // namespace cvlcoreplatform

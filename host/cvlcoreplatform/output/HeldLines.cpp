@@ -44,7 +44,7 @@ struct Held {
     void WriteEvents() noexcept;
 };
 
-using ThreadHeld = ThreadObject<Held>;
+using ThreadHeld = host::ThreadObject<Held>;
 
 constinit thread_local std::optional<LineBatch::Holds> t_holds;
 

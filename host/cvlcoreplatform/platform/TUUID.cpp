@@ -102,7 +102,7 @@ private:
     uint64 m_epoch = epochOfIds.Get();
 };
 
-using ThreadGenerator = cvlcoreplatform::ThreadObject<Generator>;
+using ThreadGenerator = host::ThreadObject<Generator>;
 
 }  // namespace
 

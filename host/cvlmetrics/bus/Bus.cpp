@@ -13,6 +13,7 @@
 #include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlmetrics/host/Statistics.h"
+#include "cvlsys/host/DeliveryGuard.h"
 
 #include <atomic>
 #include <chrono>
@@ -291,8 +292,7 @@ bool Flush(const Deadline& deadline) noexcept {
     if (const std::optional<bool> isDone = DeliveringThread::Flush(deadline)) {
         return *isDone;
     }
-    const cvlsys::HostState hostState;
-    const corvala::memory::UnchargedAllocations uncharged;
+    const cvlsys::DeliveryGuard guard;
     if (!Dispatcher::Get().DeliverQueuedWithin(deadline)) {
         return false;
     }

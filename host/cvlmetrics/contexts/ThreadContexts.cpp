@@ -1,5 +1,7 @@
 #include "ThreadContexts.h"
 
+#include "ThreadObject.h"
+
 #include <utility>
 #include <vector>
 
@@ -7,66 +9,42 @@ namespace Metrics::ThreadContexts {
 
 namespace {
 
-using Stack = std::vector<std::shared_ptr<ContextState>>;
+// On top of the thread's stack; null when that is not known.
+[[gnu::tls_model("initial-exec")]] constinit thread_local ContextState* t_top = nullptr;
 
-// Trivially destructible, so that it can be asked for as long as the thread runs any code; the
-// stack itself goes when the thread's other thread-local objects go.
-struct StackOfThread {
-    Stack* stack = nullptr;
-    // On top of the stack; null when that is not known.
-    ContextState* top = nullptr;
-    bool isTornDown = false;
+struct Stack {
+    Stack() noexcept = default;
+    Stack(const Stack&) = delete;
+    Stack& operator=(const Stack&) = delete;
+
+    ~Stack() { t_top = nullptr; }
+
+    std::vector<std::shared_ptr<ContextState>> contexts;
 };
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local StackOfThread t_thread;
-
-class OwnedStack {
-public:
-    OwnedStack() noexcept { t_thread.stack = &m_stack; }
-
-    ~OwnedStack() { t_thread = {.stack = nullptr, .top = nullptr, .isTornDown = true}; }
-
-    OwnedStack(const OwnedStack&) = delete;
-    OwnedStack& operator=(const OwnedStack&) = delete;
-
-    Stack& Get() noexcept { return m_stack; }
-
-private:
-    Stack m_stack;
-};
-
-Stack* StackForPushing() {
-    if (t_thread.stack == nullptr && !t_thread.isTornDown) {
-        thread_local OwnedStack ownedStack;
-        return &ownedStack.Get();
-    }
-    return t_thread.stack;
-}
+using ThreadStack = host::ThreadObject<Stack>;
 
 bool HasEnded(const ContextState& context) noexcept {
     return context.ended.load(std::memory_order_relaxed);
 }
 
-}  // namespace
-
-namespace {
-
 [[gnu::noinline]] ContextState* FindCurrent() noexcept {
-    Stack* const stack = t_thread.stack;
+    Stack* const stack = ThreadStack::Peek();
     if (stack == nullptr) {
         return nullptr;
     }
-    while (!stack->empty() && HasEnded(*stack->back())) {
-        stack->pop_back();
+    auto& contexts = stack->contexts;
+    while (!contexts.empty() && HasEnded(*contexts.back())) {
+        contexts.pop_back();
     }
-    t_thread.top = stack->empty() ? nullptr : stack->back().get();
-    return t_thread.top;
+    t_top = contexts.empty() ? nullptr : contexts.back().get();
+    return t_top;
 }
 
 }  // namespace
 
 ContextState* Current() noexcept {
-    ContextState* const top = t_thread.top;
+    ContextState* const top = t_top;
     return top != nullptr && !HasEnded(*top) ? top : FindCurrent();
 }
 
@@ -76,21 +54,22 @@ uint64 CurrentId() noexcept {
 }
 
 void Push(std::shared_ptr<ContextState> context) {
-    Stack* const stack = StackForPushing();
+    Stack* const stack = ThreadStack::Get();
     if (stack == nullptr) {
         return;
     }
-    t_thread.top = nullptr;
+    t_top = nullptr;
     // What has ended elsewhere goes as well: a thread that never asks for its current context
     // would gather it for ever.
-    std::erase_if(*stack, [&](const auto& other) { return other == context || HasEnded(*other); });
-    stack->push_back(std::move(context));
+    std::erase_if(stack->contexts,
+                  [&](const auto& other) { return other == context || HasEnded(*other); });
+    stack->contexts.push_back(std::move(context));
 }
 
 void Remove(const ContextState& context) noexcept {
-    t_thread.top = nullptr;
-    if (t_thread.stack != nullptr) {
-        std::erase_if(*t_thread.stack, [&](const auto& other) { return other.get() == &context; });
+    t_top = nullptr;
+    if (Stack* const stack = ThreadStack::Peek()) {
+        std::erase_if(stack->contexts, [&](const auto& other) { return other.get() == &context; });
     }
 }
 

@@ -7,6 +7,7 @@
 #include "LossReport.h"
 
 #include "cvlsys/host/ForkOrder.h"
+#include "cvlsys/host/HostState.h"
 
 #include <algorithm>
 #include <new>
@@ -109,8 +110,7 @@ bool Dispatcher::LockForFork(std::chrono::steady_clock::time_point end) noexcept
     const Claim claim(m_othersWait);
     // The child forgets what is queued, and its consumers are to know the contexts and scopes that
     // are open on the thread that forks.
-    const cvlsys::HostState hostState;
-    const corvala::memory::UnchargedAllocations uncharged;
+    const cvlsys::DeliveryGuard guard;
     DeliverQueuedWithin(Deadline(std::min(end, std::chrono::steady_clock::now() + forkDelivers)));
     const Deadline deadline(end);
     return m_mutex.LockNextUnless([&deadline] { return deadline.IsOver(); });
@@ -182,8 +182,7 @@ void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* co
 }
 
 void Dispatcher::DeliverQueued() noexcept {
-    const cvlsys::HostState hostState;
-    const corvala::memory::UnchargedAllocations uncharged;
+    const cvlsys::DeliveryGuard guard;
     Delivery delivery;
 
     const auto lock = LockAhead();
@@ -222,8 +221,7 @@ void Dispatcher::TidyUp() noexcept {
 
 bool Dispatcher::DeliverSome() noexcept {
     constexpr int atMost = 64;
-    const cvlsys::HostState hostState;
-    const corvala::memory::UnchargedAllocations uncharged;
+    const cvlsys::DeliveryGuard guard;
     Delivery delivery;
 
     for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {

@@ -12,8 +12,7 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 #include "cvlsys/host/AdaptiveMutex.h"
-#include "cvlsys/host/HostState.h"
-#include "cvlsys/host/MemoryCharging.h"
+#include "cvlsys/host/DeliveryGuard.h"
 
 #include <atomic>
 #include <mutex>
@@ -123,9 +122,8 @@ public:
 
 private:
     Dispatcher& m_dispatcher;
-    // These outlive all that follows: lines are still written when the lock is free.
-    cvlsys::HostState m_hostState;
-    corvala::memory::UnchargedAllocations m_uncharged;
+    // Outlives all that follows: lines are still written when the lock is free.
+    cvlsys::DeliveryGuard m_guard;
     // Outlives the lock: the destructor of a listener that goes with its last reference here may do
     // anything, waiting for other threads included.
     Delivery m_delivery;

@@ -1,6 +1,7 @@
 #include "EventQueues.h"
 
 #include "QueueSide.h"
+#include "ThreadEnd.h"
 
 #include "cvlsys/host/ForkAwareMutex.h"
 #include "cvlsys/host/MemoryCharging.h"
@@ -244,31 +245,22 @@ LateQueue& GetLateQueue() {
     return late;
 }
 
-class Ownership {
-public:
-    explicit Ownership(EventQueue& queue) noexcept { t_queueSide.queue = &queue; }
-
-    ~Ownership() {
+/// A thread's own queue, which outlives it and goes to another one.
+struct Ownership {
+    static void AtThreadEnd() noexcept {
         if (EventQueue* const queue = std::exchange(t_queueSide.queue, nullptr)) {
             // Before: who takes the queue over counts it down.
             s_withoutOwner.fetch_add(1, std::memory_order_relaxed);
             queue->hasOwner.store(false, std::memory_order_release);
         }
-        t_queueSide.hasTornDownQueue = true;
     }
-
-    Ownership(const Ownership&) = delete;
-    Ownership& operator=(const Ownership&) = delete;
 };
 
 [[gnu::noinline]] EventQueue* AcquireQueue() {
-    if (t_queueSide.hasTornDownQueue) {
+    if (!host::ThreadEnd<Ownership>::Watch()) {
         return nullptr;
     }
-    thread_local const Ownership ownership(Registry::Get().Acquire());
-    if (t_queueSide.queue == nullptr) {
-        t_queueSide.queue = &Registry::Get().Acquire();  // in a forked child the first one is gone
-    }
+    t_queueSide.queue = &Registry::Get().Acquire();
     return t_queueSide.queue;
 }
 

@@ -1,6 +1,7 @@
 #include "EventRecord.h"
 
 #include "RewrittenValue.h"
+#include "StaticText.h"
 
 #include "cvlsys/host/ShortCopy.h"
 
@@ -38,7 +39,7 @@ namespace {
 
 /// What a value's first word means, in its lowest bits. The rest of the word is the value itself,
 /// or the kind of the value in the next word, or how many bytes of text follow.
-enum class Tag : uint64 { ImmortalUtf16, ImmortalUtf8, ShortInteger, Scalar, Utf16, Utf8 };
+enum class Tag : uint64 { StaticUtf16, StaticUtf8, ShortInteger, Scalar, Utf16, Utf8 };
 
 constexpr int tagBits = 3;
 constexpr uint64 tagMask = (uint64{1} << tagBits) - 1;
@@ -105,9 +106,8 @@ private:
             case ValueView::Kind::Int64:
                 return PutInteger(to, end, view.GetInteger());
             case ValueView::Kind::Shared:
-                return view.GetShared().use_count() == 0 && view.GetShared() != nullptr
-                           ? PutImmortal(to, end, view.GetShared())
-                           : PutOther(to, end, view);
+                return host::IsStatic(view.GetShared()) ? PutStatic(to, end, view.GetShared())
+                                                        : PutOther(to, end, view);
             case ValueView::Kind::Utf8:
                 return PutText(to, end, view.GetUtf8());
             default:
@@ -180,15 +180,15 @@ private:
     static std::byte* PutShared(std::byte* to,
                                 const std::byte* end,
                                 const SharedText<Unit>& text) noexcept {
-        return text.use_count() == 0 ? PutImmortal(to, end, text)
-                                     : PutText(to, end, std::basic_string_view<Unit>(*text));
+        return host::IsStaticOrNull(text) ? PutStatic(to, end, text)
+                                          : PutText(to, end, std::basic_string_view<Unit>(*text));
     }
 
     template <class Unit>
-    [[gnu::always_inline]] static std::byte* PutImmortal(std::byte* to,
-                                                         const std::byte* end,
-                                                         const SharedText<Unit>& text) noexcept {
-        constexpr Tag tag = isNarrow<Unit> ? Tag::ImmortalUtf8 : Tag::ImmortalUtf16;
+    [[gnu::always_inline]] static std::byte* PutStatic(std::byte* to,
+                                                       const std::byte* end,
+                                                       const SharedText<Unit>& text) noexcept {
+        constexpr Tag tag = isNarrow<Unit> ? Tag::StaticUtf8 : Tag::StaticUtf16;
         return PutWord(to, end, reinterpret_cast<uint64>(text.get()) | static_cast<uint64>(tag));
     }
 
@@ -234,8 +234,8 @@ public:
                                                         MetricsValue& value) {
         const auto word = ReadAs<uint64>(from);
         switch (static_cast<Tag>(word & tagMask)) {
-            case Tag::ImmortalUtf16:
-                RewrittenValue::SetImmortal(value, AddressIn<char16_t>(word));
+            case Tag::StaticUtf16:
+                RewrittenValue::SetStatic(value, AddressIn<char16_t>(word));
                 return from + wordBytes;
             case Tag::ShortInteger:
                 RewrittenValue::SetInteger(value, static_cast<int64>(word) >> tagBits);
@@ -255,8 +255,8 @@ private:
                 return ReadText<char>(from, word >> tagBits, value);
             case Tag::Utf16:
                 return ReadText<char16_t>(from, word >> tagBits, value);
-            case Tag::ImmortalUtf8:
-                RewrittenValue::SetImmortal(value, AddressIn<char>(word));
+            case Tag::StaticUtf8:
+                RewrittenValue::SetStatic(value, AddressIn<char>(word));
                 return from;
             default:
                 RewrittenValue::BecomeOtherScalar(value, static_cast<uint32>(word >> tagBits));
@@ -291,7 +291,7 @@ std::size_t BytesOf(const Text& text) noexcept {
 
 template <class Unit>
 std::size_t BytesOf(const SharedText<Unit>& text) noexcept {
-    return text.use_count() == 0 ? 0 : BytesOf(*text);
+    return host::IsStaticOrNull(text) ? 0 : BytesOf(*text);
 }
 
 // Of texts only: the rest of a value lies where the event lies.

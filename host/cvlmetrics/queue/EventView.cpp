@@ -1,6 +1,7 @@
 #include "EventView.h"
 
 #include "RewrittenValue.h"
+#include "StaticText.h"
 
 #include "cvlcoreplatform/TString.h"
 
@@ -10,15 +11,11 @@ namespace Metrics {
 
 namespace {
 
-bool IsImmortal(const TString::Characters& text) noexcept {
-    return text.use_count() == 0 && text != nullptr;
-}
-
 void SetShared(MetricsValue& to, const TString::Characters& text) {
     if (text == nullptr) {
         RewrittenValue::SetText(to, std::u16string_view());
-    } else if (IsImmortal(text)) {
-        RewrittenValue::SetImmortal(to, text.get());
+    } else if (host::IsStatic(text)) {
+        RewrittenValue::SetStatic(to, text.get());
     } else {
         to.utf16 = text;
         RewrittenValue::BecomeText<char16_t>(to);
@@ -29,7 +26,7 @@ void SetShared(MetricsValue& to, const TString::Characters& text) {
 bool IsShared(const ValueView& view) noexcept {
     switch (view.GetKind()) {
         case ValueView::Kind::Shared:
-            return view.GetShared().use_count() != 0;
+            return !host::IsStaticOrNull(view.GetShared());
         case ValueView::Kind::Value:
             return true;
         default:
@@ -52,8 +49,8 @@ using SharedValues = std::vector<MetricsValue*>;
                                         SharedValues* shared) {
     if (view.GetKind() == ValueView::Kind::Int64) {
         RewrittenValue::SetInteger(to, view.GetInteger());
-    } else if (view.GetKind() == ValueView::Kind::Shared && IsImmortal(view.GetShared())) {
-        RewrittenValue::SetImmortal(to, view.GetShared().get());
+    } else if (view.GetKind() == ValueView::Kind::Shared && host::IsStatic(view.GetShared())) {
+        RewrittenValue::SetStatic(to, view.GetShared().get());
     } else {
         AssignOther(to, view, shared);
     }

@@ -15,7 +15,6 @@ struct QueueSide {
     /// How many bursts this thread is inside of: what it appends is shown at the end of the
     /// outermost one (`EventQueues::Show`).
     uint32 bursts = 0;
-    bool hasTornDownQueue = false;
 };
 
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local QueueSide t_queueSide;

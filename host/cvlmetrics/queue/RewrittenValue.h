@@ -1,5 +1,7 @@
 #pragma once
 
+#include "StaticText.h"
+
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/host/RecycledTexts.h"
@@ -65,18 +67,17 @@ void SetText(MetricsValue& value, std::basic_string_view<Unit> text) {
 }
 
 template <class Unit>
-[[gnu::noinline]] void BecomeImmortal(MetricsValue& value,
-                                      const std::basic_string<Unit>* text) noexcept {
-    TextOf<Unit>(value) = SharedText<Unit>(SharedText<Unit>(), text);
+[[gnu::noinline]] void BecomeStatic(MetricsValue& value,
+                                    const std::basic_string<Unit>* text) noexcept {
+    TextOf<Unit>(value) = host::ReferToStatic(text);
     BecomeText<Unit>(value);
 }
 
 /// A text that lives as long as the process.
 template <class Unit>
-void SetImmortal(MetricsValue& value, const std::basic_string<Unit>* text) noexcept {
-    const SharedText<Unit>& known = TextOf<Unit>(value);
-    if (known.get() != text || known.use_count() != 0) {
-        BecomeImmortal(value, text);
+void SetStatic(MetricsValue& value, const std::basic_string<Unit>* text) noexcept {
+    if (!host::IsStatic(TextOf<Unit>(value), text)) {
+        BecomeStatic(value, text);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "cvlsys/host/RecycledBlocks.h"
 
 #include "FreeList.h"
+#include "ThreadEnd.h"
 #include "ThreadNumber.h"
 
 #include "cvlsys/IntegerTypes.h"
@@ -21,15 +22,16 @@ struct FreeBlock {
     FreeBlock* next;
 };
 
-using FreeBlocks = FreeList<FreeBlock>;
+using FreeBlocks = host::FreeList<FreeBlock>;
 
 // Trivially destructible, so that it can be asked for as long as the thread runs any code.
 struct ThreadBlocks {
     FreeBlocks small;
     FreeBlocks large;
     FreeBlocks huge;
-    bool isOwned = false;
-    bool isTornDown = false;
+
+    // Gives them back.
+    static void AtThreadEnd() noexcept;
 };
 
 CVLSYS_FAST_THREAD_LOCAL ThreadBlocks t_blocks;
@@ -44,26 +46,11 @@ void Free(void* block) noexcept {
     operator delete(block);
 }
 
-void FreeAll(FreeBlocks& blocks) noexcept {
-    while (FreeBlock* const block = blocks.Take()) {
-        Free(block);
-    }
+void ThreadBlocks::AtThreadEnd() noexcept {
+    t_blocks.small.Empty(Free);
+    t_blocks.large.Empty(Free);
+    t_blocks.huge.Empty(Free);
 }
-
-// Gives the kept blocks back when the thread ends.
-struct Owner {
-    Owner() noexcept { t_blocks.isOwned = true; }
-
-    ~Owner() {
-        t_blocks.isTornDown = true;
-        FreeAll(t_blocks.small);
-        FreeAll(t_blocks.large);
-        FreeAll(t_blocks.huge);
-    }
-
-    Owner(const Owner&) = delete;
-    Owner& operator=(const Owner&) = delete;
-};
 
 void* Take(FreeBlocks& blocks, std::size_t bytes) {
     FreeBlock* const block = blocks.Take();
@@ -71,13 +58,9 @@ void* Take(FreeBlocks& blocks, std::size_t bytes) {
 }
 
 void Release(FreeBlocks& blocks, uint32 most, void* memory) noexcept {
-    if (!isRecycling || blocks.count == most || t_blocks.isTornDown) {
+    if (!isRecycling || blocks.count == most || !host::ThreadEnd<ThreadBlocks>::Watch()) {
         Free(memory);
         return;
-    }
-    if (!t_blocks.isOwned) {
-        thread_local const Owner owner;
-        static_cast<void>(owner);
     }
     blocks.Keep(new (memory) FreeBlock);
 }

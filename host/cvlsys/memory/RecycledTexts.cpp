@@ -1,6 +1,7 @@
 #include "cvlsys/host/RecycledTexts.h"
 
 #include "FreeList.h"
+#include "ThreadEnd.h"
 #include "ThreadNumber.h"
 
 #include "cvlsys/IntegerTypes.h"
@@ -27,14 +28,15 @@ struct TextBlock {
 };
 
 template <class Unit>
-using FreeTexts = FreeList<TextBlock<Unit>>;
+using FreeTexts = host::FreeList<TextBlock<Unit>>;
 
 // Trivially destructible, so that it can be asked for as long as the thread runs any code.
 struct ThreadTexts {
     FreeTexts<char> narrow;
     FreeTexts<char16_t> wide;
-    bool isOwned = false;
-    bool isTornDown = false;
+
+    // Gives them back.
+    static void AtThreadEnd() noexcept;
 };
 
 CVLSYS_FAST_THREAD_LOCAL ThreadTexts t_texts;
@@ -54,30 +56,9 @@ void Delete(TextBlock<Unit>* block) noexcept {
     delete block;
 }
 
-template <class Unit>
-void DeleteAll(FreeTexts<Unit>& texts) noexcept {
-    while (TextBlock<Unit>* const block = texts.Take()) {
-        Delete(block);
-    }
-}
-
-// Gives the kept texts back when the thread ends.
-struct Owner {
-    Owner() noexcept { t_texts.isOwned = true; }
-
-    ~Owner() {
-        t_texts.isTornDown = true;
-        DeleteAll(t_texts.narrow);
-        DeleteAll(t_texts.wide);
-    }
-
-    Owner(const Owner&) = delete;
-    Owner& operator=(const Owner&) = delete;
-};
-
-void Own() {
-    thread_local const Owner owner;
-    static_cast<void>(owner);
+void ThreadTexts::AtThreadEnd() noexcept {
+    t_texts.narrow.Empty(Delete<char>);
+    t_texts.wide.Empty(Delete<char16_t>);
 }
 
 template <class Unit>
@@ -96,12 +77,9 @@ template <class Unit>
 void Release(TextBlock<Unit>* block) noexcept {
     FreeTexts<Unit>& texts = Free<Unit>();
     if (texts.count == mostTexts || block->text.capacity() * sizeof(Unit) > mostBytes ||
-        t_texts.isTornDown) {
+        !host::ThreadEnd<ThreadTexts>::Watch()) {
         Delete(block);
         return;
-    }
-    if (!t_texts.isOwned) {
-        Own();
     }
     texts.Keep(block);
 }

@@ -11,8 +11,8 @@
 
 namespace {
 
-using cvlcoreplatform::digitsInId;
-using Digits = cvlcoreplatform::HexDigits;
+using host::digitsInId;
+using Digits = host::HexDigits;
 
 // In groups of 8, 4, 4, 4 and 12.
 void WriteHyphenated(const Digits& digits, char* to) noexcept {
@@ -80,7 +80,7 @@ TUUID::TUUID(const TString& text) {
 
 TString TUUID::ToString(TUUIDFormatOption option) const {
     const Digits digits =
-        cvlcoreplatform::HexDigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
+        host::HexDigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
     std::array<char, 40> text{};
     std::size_t first = 0;
     std::size_t length = cvlcoreplatform::uuidTextLength;
@@ -104,5 +104,5 @@ TString TUUID::ToString(TUUIDFormatOption option) const {
 }
 
 void cvlcoreplatform::WriteUuid(const TUUID& id, char* to) noexcept {
-    WriteHyphenated(HexDigitsOf(id.Bytes(), true), to);
+    WriteHyphenated(host::HexDigitsOf(id.Bytes(), true), to);
 }

@@ -47,9 +47,9 @@ void ExpectSameCopy(std::basic_string_view<Character> text) {
     blocks.fill(untouched);
     single.fill(untouched);
 
-    const bool plain = cvlcoreplatform::CopyPlain(text, blocks.data());
+    const bool plain = host::CopyPlain(text, blocks.data());
 
-    ASSERT_EQ(plain, cvlcoreplatform::CopyPlainOneByOne(text, single.data()));
+    ASSERT_EQ(plain, host::CopyPlainOneByOne(text, single.data()));
     EXPECT_EQ(
         std::count(
             blocks.begin() + static_cast<std::ptrdiff_t>(text.size()), blocks.end(), untouched),
@@ -61,12 +61,12 @@ void ExpectSameCopy(std::basic_string_view<Character> text) {
 }
 
 template <class Character>
-class CorePlatformTextKernelsTest : public testing::Test {};
+class HostTextKernelsTest : public testing::Test {};
 
 using Characters = testing::Types<char, char16_t>;
-TYPED_TEST_SUITE(CorePlatformTextKernelsTest, Characters);
+TYPED_TEST_SUITE(HostTextKernelsTest, Characters);
 
-TYPED_TEST(CorePlatformTextKernelsTest, PlainTextsOfAnyLengthAreCopiedWhole) {
+TYPED_TEST(HostTextKernelsTest, PlainTextsOfAnyLengthAreCopiedWhole) {
     std::mt19937 random(1);
     for (std::size_t length = 0; length <= longest; ++length) {
         for (int round = 0; round < 20; ++round) {
@@ -76,13 +76,13 @@ TYPED_TEST(CorePlatformTextKernelsTest, PlainTextsOfAnyLengthAreCopiedWhole) {
             ExpectSameCopy(sample.View());
 
             std::array<char, longest> to{};
-            EXPECT_TRUE(cvlcoreplatform::CopyPlain(sample.View(), to.data()));
+            EXPECT_TRUE(host::CopyPlain(sample.View(), to.data()));
         }
     }
 }
 
 // Each of the first 512 units, at each place of texts of different lengths, and some at random.
-TYPED_TEST(CorePlatformTextKernelsTest, OneCharacterOfAnotherKindIsSeenWhereverItIs) {
+TYPED_TEST(HostTextKernelsTest, OneCharacterOfAnotherKindIsSeenWhereverItIs) {
     constexpr unsigned every = sizeof(TypeParam) == 1 ? 256 : 512;
     std::mt19937 random(2);
     for (const std::size_t length : {1U, 7U, 8U, 9U, 15U, 16U, 17U, 31U, 32U, 33U, 70U}) {
@@ -103,15 +103,14 @@ TYPED_TEST(CorePlatformTextKernelsTest, OneCharacterOfAnotherKindIsSeenWhereverI
     }
 }
 
-TEST(CorePlatformHexDigitsTest, AllDigitsAtOnceAreThoseOneByOne) {
+TEST(HostHexDigitsTest, AllDigitsAtOnceAreThoseOneByOne) {
     std::mt19937 random(3);
     for (int round = 0; round < 2000; ++round) {
         std::array<unsigned char, 16> bytes{};
         std::generate(
             bytes.begin(), bytes.end(), [&] { return static_cast<unsigned char>(random()); });
         for (const bool upper : {false, true}) {
-            EXPECT_EQ(cvlcoreplatform::HexDigitsOf(bytes, upper),
-                      cvlcoreplatform::HexDigitsOneByOne(bytes, upper));
+            EXPECT_EQ(host::HexDigitsOf(bytes, upper), host::HexDigitsOneByOne(bytes, upper));
         }
     }
 }

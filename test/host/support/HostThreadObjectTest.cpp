@@ -7,7 +7,7 @@
 
 namespace {
 
-using cvlcoreplatform::ThreadObject;
+using host::ThreadObject;
 
 std::atomic<int> s_alive{0};
 std::atomic<int> s_made{0};
@@ -38,15 +38,15 @@ struct AsksLate {
     bool& gotOne;
 };
 
-class CorePlatformThreadObjectTest : public testing::Test {
+class HostThreadObjectTest : public testing::Test {
 protected:
-    CorePlatformThreadObjectTest() {
+    HostThreadObjectTest() {
         s_made = 0;
         s_alive = 0;
     }
 };
 
-TEST_F(CorePlatformThreadObjectTest, EachThreadMakesItsObjectWhenItFirstAsks) {
+TEST_F(HostThreadObjectTest, EachThreadMakesItsObjectWhenItFirstAsks) {
     const Counted* first = nullptr;
     const Counted* again = nullptr;
     const Counted* before = nullptr;
@@ -64,7 +64,7 @@ TEST_F(CorePlatformThreadObjectTest, EachThreadMakesItsObjectWhenItFirstAsks) {
     EXPECT_EQ(s_made, 1);
 }
 
-TEST_F(CorePlatformThreadObjectTest, TheObjectGoesWithItsThread) {
+TEST_F(HostThreadObjectTest, TheObjectGoesWithItsThread) {
     int whileAlive = 0;
 
     std::thread([&] {
@@ -76,7 +76,7 @@ TEST_F(CorePlatformThreadObjectTest, TheObjectGoesWithItsThread) {
     EXPECT_EQ(s_alive, 0);
 }
 
-TEST_F(CorePlatformThreadObjectTest, DuringTheTeardownThereIsNoneAnyMore) {
+TEST_F(HostThreadObjectTest, DuringTheTeardownThereIsNoneAnyMore) {
     bool gotOne = true;
 
     std::thread([&] {
