@@ -81,7 +81,7 @@ function(tarn_configure_shared_library target)
 endfunction()
 
 # tarn_add_host_library(<name>
-#     ROOMS <target>...       the rooms whose objects it is made of
+#     ROOMS <target>...       the rooms whose objects it is made of, from below to above
 #     EXPORTS <name>...       the global names that are exported, see above
 #     [LIBRARIES <target>...] what users of the library need as well (lower host libraries)
 #     [PRIVATE <target>...])  what only the library itself is linked with
