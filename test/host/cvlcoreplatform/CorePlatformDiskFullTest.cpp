@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "CorePlatformLogFileTestSupport.h"
-#include "SysChildProcess.h"
 #include "Threads.h"
 
 #include <algorithm>
@@ -10,7 +10,6 @@
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -40,21 +39,19 @@ protected:
     template <class Body>
     void WithSmallDisk(const Body& body) {
         std::filesystem::create_directory(m_disk);
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
-            if (!MountSmallDisk()) {
-                _exit(cannotMount);
-            }
-            _exit(body() ? EXIT_SUCCESS : EXIT_FAILURE);
-        }
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFEXITED(status));
-        if (WEXITSTATUS(status) == cannotMount) {
+        constexpr unsigned timeoutInSeconds = 60;
+        const int code = tarn::test::ExitCodeOf(tarn::test::StartChild(
+            [this, &body] {
+                if (!MountSmallDisk()) {
+                    return cannotMount;
+                }
+                return body() ? EXIT_SUCCESS : EXIT_FAILURE;
+            },
+            timeoutInSeconds));
+        if (code == cannotMount) {
             GTEST_SKIP() << "no file system can be mounted here";
         }
-        EXPECT_EQ(WEXITSTATUS(status), EXIT_SUCCESS);
+        EXPECT_EQ(code, EXIT_SUCCESS);
     }
 
     // Takes all the room there is.

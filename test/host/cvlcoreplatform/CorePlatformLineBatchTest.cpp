@@ -1,3 +1,4 @@
+#include "ChildProcess.h"
 #include "CorePlatformTestSupport.h"
 #include "Threads.h"
 
@@ -14,7 +15,6 @@
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -124,13 +124,11 @@ TEST_P(CorePlatformLineBatchTest, AForkedChildDoesNotWriteWhatItsParentHolds) {
     {
         const LineBatch batch(GetParam());
         LogMessage("before");
-        const pid_t child = fork();
-        if (child == 0) {
+        ASSERT_TRUE(tarn::test::SucceedsInChild([] {
             { const LineBatch own(GetParam()); }
             FlushLog();
-            _exit(0);
-        }
-        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+            return true;
+        }));
         LogMessage("after");
     }
 
@@ -205,12 +203,10 @@ TEST_P(CorePlatformLineBatchTest, AForkedChildDoesNotWaitForWhatItsParentsThread
     }
 
     const auto begin = std::chrono::steady_clock::now();
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(tarn::test::SucceedsInChild([] {
         ReplaceBackEnd(nullptr);
-        _exit(0);
-    }
-    waitpid(child, nullptr, 0);
+        return true;
+    }));
     const auto time = std::chrono::steady_clock::now() - begin;
     isOver = true;
     isOver.notify_all();

@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "CorePlatformLogFileTestSupport.h"
-#include "SysChildProcess.h"
 #include "Threads.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -94,7 +94,7 @@ TEST_F(CorePlatformLogFileTest, ALogIsNotForEverybodysEyes) {
 }
 
 TEST_F(CorePlatformLogFileTest, AProcessThatClosedItsStandardStreamsDoesNotMixThemWithTheLog) {
-    const bool done = HostTest::SucceedsInChild([&] {
+    const bool done = tarn::test::SucceedsInChild([&] {
         for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             close(standard);
         }
@@ -310,7 +310,7 @@ TEST_F(CorePlatformLogFileTest, AForkedChildAndItsParentShareTheFile) {
 
     bool succeeded = false;
     std::thread waiting(
-        [&] { succeeded = HostTest::SucceedsInChild([&] { return log("child "); }); });
+        [&] { succeeded = tarn::test::SucceedsInChild([&] { return log("child "); }); });
     log("parent ");
     waiting.join();
 
@@ -355,7 +355,7 @@ TEST_F(CorePlatformLogFileTest, ADeviceIsNeverRenamed) {
 }
 
 TEST_F(CorePlatformLogFileTest, AFullDiskLosesWholeLinesAndKeepsWhatIsThere) {
-    const bool asExpected = HostTest::SucceedsInChild([&] {
+    const bool asExpected = tarn::test::SucceedsInChild([&] {
         SilenceStandardError();
         const std::size_t line = LineLength(3);
         LogTo(m_path);
@@ -381,7 +381,7 @@ TEST_F(CorePlatformLogFileTest, AFullDiskCutsEveryPossiblePartOfALineOffAgain) {
 
     for (std::size_t missing = 0; missing < roughly; missing += 3) {
         const std::string path = m_folder.PathOf(std::to_string(missing));
-        const bool asExpected = HostTest::SucceedsInChild([&] {
+        const bool asExpected = tarn::test::SucceedsInChild([&] {
             SilenceStandardError();
             const std::size_t line = LineLength(3);
             LogTo(path);

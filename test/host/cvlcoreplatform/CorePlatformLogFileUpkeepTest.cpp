@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "CorePlatformLogFileTestSupport.h"
-#include "SysChildProcess.h"
 
 #include <atomic>
 #include <chrono>
@@ -340,7 +340,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, APipeThatTookTheFilesPlaceDoesNotStopTheHo
 }
 
 TEST_F(CorePlatformLogFileUpkeepTest, AHostThatClosesForeignDescriptorsLosesNoLine) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTo(m_path);
         LogMessage("one");
         constexpr int many = 256;
@@ -357,7 +357,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, AHostThatClosesForeignDescriptorsLosesNoLi
 
 TEST_F(CorePlatformLogFileUpkeepTest, AForeignFileUnderTheDescriptorIsNoticedAndNotClosed) {
     const std::string other = m_folder.PathOf("other");
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTo(m_path);
         LogMessage("one");
         const int descriptor = DescriptorOfLog();
@@ -380,7 +380,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, AForkedChildHasAPositionInTheFileOfItsOwn)
     LogMessage("one");
     const off_t position = lseek(DescriptorOfLog(), 0, SEEK_CUR);
 
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogMessage("childs");
         return true;
     });
@@ -393,7 +393,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, AForkedChildHasAPositionInTheFileOfItsOwn)
 }
 
 TEST_F(CorePlatformLogFileUpkeepTest, AForkedChildDoesNotMentionItsParentsLosses) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         const std::size_t line = LineLength(3);
         LogTo(m_path);
@@ -401,7 +401,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, AForkedChildDoesNotMentionItsParentsLosses
         LogTest::LimitFileSize(line);
         LogMessage("002");
         LogTest::LimitFileSize(100 * line);
-        const bool childSucceeded = HostTest::SucceedsInChild([&] {
+        const bool childSucceeded = tarn::test::SucceedsInChild([&] {
             LogMessage("003");
             return true;
         });

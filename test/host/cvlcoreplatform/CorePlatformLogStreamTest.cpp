@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "CorePlatformLogFileTestSupport.h"
-#include "SysChildProcess.h"
 
 #include <array>
 #include <atomic>
@@ -127,7 +127,7 @@ TEST_F(CorePlatformLogStreamTest, LinesGoToStandardError) {
 
 TEST_F(CorePlatformLogStreamTest, APipeWithoutAReaderLosesLinesAndNotTheHost) {
     const std::string complaints = m_folder.PathOf("complaints");
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         signal(SIGPIPE, SIG_DFL);
         dup2(open(complaints.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
         CloseStdoutPipe();
@@ -149,7 +149,7 @@ TEST_F(CorePlatformLogStreamTest, APipeWithoutAReaderLosesLinesAndNotTheHost) {
 std::atomic<int> s_signals{0};
 
 TEST_F(CorePlatformLogStreamTest, AHostsHandlerIsNotCalledForTheLog) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         signal(SIGPIPE, [](int) { ++s_signals; });
         CloseStdoutPipe();
@@ -165,7 +165,7 @@ TEST_F(CorePlatformLogStreamTest, AHostsHandlerIsNotCalledForTheLog) {
 }
 
 TEST_F(CorePlatformLogStreamTest, ASignalThatWaitsForTheHostIsLeftToIt) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         CloseStdoutPipe();
         BlockSignal();
@@ -182,7 +182,7 @@ TEST_F(CorePlatformLogStreamTest, ASignalThatWaitsForTheHostIsLeftToIt) {
 }
 
 TEST_F(CorePlatformLogStreamTest, TheComplaintItselfMayFindAPipeWithoutAReader) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         signal(SIGPIPE, SIG_DFL);
         CloseStdoutPipe();
         dup2(STDOUT_FILENO, STDERR_FILENO);
@@ -196,7 +196,7 @@ TEST_F(CorePlatformLogStreamTest, TheComplaintItselfMayFindAPipeWithoutAReader) 
 }
 
 TEST_F(CorePlatformLogStreamTest, TheComplaintDoesNotWaitForWhoeverReadsIt) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         const Pipe full;
         fcntl(full.ends[1], F_SETFL, O_NONBLOCK);
         const std::string page(4096, 'x');
@@ -216,7 +216,7 @@ TEST_F(CorePlatformLogStreamTest, TheComplaintDoesNotWaitForWhoeverReadsIt) {
 
 TEST_F(CorePlatformLogStreamTest, AStreamThatIsConnectedAgainTellsWhatIsMissing) {
     const std::string path = m_folder.PathOf("out");
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         CloseStdoutPipe();
         LogToStdout();
@@ -235,7 +235,7 @@ TEST_F(CorePlatformLogStreamTest, AStreamThatIsConnectedAgainTellsWhatIsMissing)
 
 TEST_F(CorePlatformLogStreamTest, LossesAtTheEndAreMentionedByAFlush) {
     const std::string path = m_folder.PathOf("out");
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         CloseStdoutPipe();
         LogToStdout();
@@ -254,7 +254,7 @@ TEST_F(CorePlatformLogStreamTest, LossesAtTheEndAreMentionedByAFlush) {
 
 TEST_F(CorePlatformLogStreamTest, AThresholdAboveWarningsKeepsTheRecordOfLossesOut) {
     const std::string path = m_folder.PathOf("out");
-    HostTest::SucceedsInChild([&] {
+    tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         SetThreshold(Error);
         CloseStdoutPipe();
@@ -283,7 +283,7 @@ TEST_F(CorePlatformLogStreamTest, APipeThatIsFullForAWhileLosesNothing) {
             }
             text += pipe.Read();
         });
-        result = HostTest::SucceedsInChild([&] {
+        result = tarn::test::SucceedsInChild([&] {
             fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK);
             dup2(pipe.ends[1], STDOUT_FILENO);
             LogToStdout();
@@ -308,7 +308,7 @@ TEST_F(CorePlatformLogStreamTest, APipeThatIsFullForAWhileLosesNothing) {
 TEST_F(CorePlatformLogStreamTest, APipeThatStaysFullIsWaitedForOnceAndLosesLines) {
     using Clock = std::chrono::steady_clock;
     std::string rest;
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         const Pipe pipe;
         fcntl(pipe.ends[1], F_SETFL, O_NONBLOCK);
@@ -335,7 +335,7 @@ TEST_F(CorePlatformLogStreamTest, APipeThatStaysFullIsWaitedForOnceAndLosesLines
 TEST_F(CorePlatformLogStreamTest, ANamedPipeWithoutAReaderLosesLinesAndFindsTheNextReader) {
     const std::string path = m_folder.PathOf("pipe");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         signal(SIGPIPE, SIG_DFL);
         int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);

@@ -1,6 +1,6 @@
 #include "AllocationCounter.h"
+#include "ChildProcess.h"
 #include "CorePlatformTestSupport.h"
-#include "SysChildProcess.h"
 
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -335,7 +335,7 @@ TEST_F(CorePlatformLoggerTest, AChildThatIsForkedWhileOthersLogCanLog) {
     int succeeded = 0;
     constexpr int forks = 30;
     for (int i = 0; i < forks; ++i) {
-        succeeded += HostTest::SucceedsInChild([] {
+        succeeded += tarn::test::SucceedsInChild([] {
             LogMessage("child");
             return true;
         });
@@ -350,7 +350,8 @@ TEST_F(CorePlatformLoggerTest, AChildThatIsForkedWhileOthersLogCanLog) {
 
 TEST_F(CorePlatformLoggerTest, AForkFromInsideTheBackEndDoesNotBlock) {
     bool succeeded = false;
-    Script([&](const std::string&) { succeeded = HostTest::SucceedsInChild([] { return true; }); });
+    Script(
+        [&](const std::string&) { succeeded = tarn::test::SucceedsInChild([] { return true; }); });
 
     LogMessage("m");
     EXPECT_TRUE(succeeded);

@@ -1,7 +1,7 @@
+#include "ChildProcess.h"
 #include "CorePlatformLogFileTestSupport.h"
 #include "FileDescriptor.h"
 #include "RotationLock.h"
-#include "SysChildProcess.h"
 
 #include <array>
 #include <cerrno>
@@ -120,7 +120,7 @@ TEST_F(CorePlatformRotationTest, TheLockStaysWhenTheHostClosesAnotherDescriptorO
     const RotationLock lock(file);
     close(open(m_path.c_str(), O_RDONLY));
 
-    const bool isLockedForOthers = HostTest::SucceedsInChild([&] {
+    const bool isLockedForOthers = tarn::test::SucceedsInChild([&] {
         const FileDescriptor own(open(m_path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
         return RotationLock(own).IsRefused();
     });
@@ -130,7 +130,7 @@ TEST_F(CorePlatformRotationTest, TheLockStaysWhenTheHostClosesAnotherDescriptorO
 }
 
 TEST_F(CorePlatformRotationTest, NothingIsCutOffWhileAnotherProcessHasLockedTheFile) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         const std::size_t line = LineLength(3);
         LogTo(m_path);
@@ -152,7 +152,7 @@ TEST_F(CorePlatformRotationTest, NothingIsCutOffWhileAnotherProcessHasLockedTheF
 TEST_F(CorePlatformRotationTest, AHostWithTheRightsOfAnotherUserReplacesNoFullFile) {
     LogTest::SetContentOf(PathOfFullFile(1), "precious\n");
     ASSERT_EQ(chmod(m_folder.Path().c_str(), 0700), 0);
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTo(m_path, LogFileLimits{0, 2});
         LogMessage("one");
         // Only the administrator may play another user.
@@ -171,7 +171,7 @@ TEST_F(CorePlatformRotationTest, AHostWithTheRightsOfAnotherUserReplacesNoFullFi
 TEST_F(CorePlatformRotationTest, ARelativePathStaysInTheFolderItWasMeantFor) {
     const std::string first = MakeFolder("first");
     const std::string second = MakeFolder("second");
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         if (chdir(first.c_str()) != 0) {
             return false;
         }
@@ -276,7 +276,7 @@ TEST_F(CorePlatformRotationTest, FilesHaveTheModeThatTheHostGives) {
 
 TEST_F(CorePlatformRotationTest, AFileThatTheHostOpensInThePlaceOfItsLogGetsNoLine) {
     const std::string other = m_folder.PathOf("other");
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTo(m_path);
         LogMessage("one");
         constexpr int many = 256;

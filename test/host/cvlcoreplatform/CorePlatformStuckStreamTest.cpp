@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "CorePlatformLogFileTestSupport.h"
-#include "SysChildProcess.h"
 
 #include <array>
 #include <atomic>
@@ -149,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(CorePlatformStuckStreamTest, IsWaitedForOnceThoughItBlocksAndLosesWholeLines) {
     const bool isTerminal = GetParam().make == &Stream::Terminal;
     for (const std::size_t length : {std::size_t{100}, std::size_t{100'000}}) {
-        const bool succeeded = HostTest::SucceedsInChild([&] {
+        const bool succeeded = tarn::test::SucceedsInChild([&] {
             const Stream stream = GetParam().make();
             if (!LogTo(stream)) {
                 return false;
@@ -189,7 +189,7 @@ TEST_P(CorePlatformStuckStreamTest, IsWaitedForOnceThoughItBlocksAndLosesWholeLi
 }
 
 TEST_P(CorePlatformStuckStreamTest, IsWaitedForAgainOnlyWhenItHasTakenALine) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         const Stream stream = GetParam().make();
         if (!LogTo(stream)) {
             return false;
@@ -226,7 +226,7 @@ TEST_P(CorePlatformStuckStreamTest, TimersOfTheHostDoNotCostLines) {
         text += stream.Read();
     });
 
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTo(stream);
         struct sigaction action {};
 
@@ -254,7 +254,7 @@ protected:
 };
 
 TEST_F(CorePlatformNamedPipeTest, NeedsNoReaderToBeginWith) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         LogTo(m_path);
         LogMessage("lost");
@@ -273,7 +273,7 @@ TEST_F(CorePlatformNamedPipeTest, NeedsNoReaderToBeginWith) {
 }
 
 TEST_F(CorePlatformNamedPipeTest, IsWaitedForAsAStandardStreamIs) {
-    const bool succeeded = HostTest::SucceedsInChild([&] {
+    const bool succeeded = tarn::test::SucceedsInChild([&] {
         LogTest::SilenceStandardError();
         const int reader = OpenReader();
         LogTo(m_path);

@@ -1,4 +1,4 @@
-#include "SysChildProcess.h"
+#include "ChildProcess.h"
 
 #include "cvlcoreplatform/TUUID.h"
 
@@ -164,7 +164,7 @@ TEST(CorePlatformUuidTest, AForkedChildDoesNotRepeatItsParentsIds) {
     std::set<TUUID> all;
     for (int child = 0; child < 2; ++child) {
         std::array<TUUID, count> ids;
-        EXPECT_TRUE(HostTest::SucceedsInChild([&] {
+        EXPECT_TRUE(tarn::test::SucceedsInChild([&] {
             for (TUUID& id : ids) {
                 id = TUUID::CreateUUID();
             }

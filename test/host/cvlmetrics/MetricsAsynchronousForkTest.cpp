@@ -1,6 +1,6 @@
+#include "ChildProcess.h"
 #include "MetricsAsynchronousTest.h"
 #include "Sanitizers.h"
-#include "SysChildProcess.h"
 
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
@@ -11,7 +11,6 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -21,7 +20,6 @@
 
 namespace {
 
-using HostTest::SucceedsInChild;
 using Metrics::flagTracing;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
@@ -31,6 +29,7 @@ using MetricsTest::patience;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
 using std::chrono::milliseconds;
+using tarn::test::SucceedsInChild;
 using testing::Contains;
 
 class MetricsAsynchronousForkTest : public MetricsAsynchronousTest {};
@@ -114,12 +113,7 @@ TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
     std::atomic<pid_t> child{-1};
     m_listener->reaction = [&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::OpenScope) {
-            const pid_t forked = fork();
-            if (forked == 0) {
-                alarm(20);
-                _exit(0);
-            }
-            child = forked;
+            child = tarn::test::StartChild([] {});
         }
     };
     const CurrentContext context;
@@ -127,9 +121,7 @@ TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
     Work("query");
     FlushAll();
 
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
     EXPECT_THAT(m_listener->Descriptions(), Contains("close query"));
 }
 

@@ -1,12 +1,10 @@
+#include "ChildProcess.h"
 #include "MetricsAsynchronousTest.h"
-#include "SysChildProcess.h"
 
 #include <atomic>
 #include <chrono>
 #include <limits>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -96,11 +94,7 @@ TEST_F(MetricsDeadlineTest, AfterAFlushNothingIsStillOnItsWayThoughAnotherThread
     std::atomic<bool> isOver{false};
     std::thread forking([&isOver] {
         while (!isOver) {
-            const pid_t child = fork();
-            if (child == 0) {
-                _exit(0);
-            }
-            waitpid(child, nullptr, 0);
+            EXPECT_TRUE(tarn::test::SucceedsInChild([] { return true; }));
         }
     });
 

@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "MetricsAsynchronousTest.h"
-#include "SysChildProcess.h"
 
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -233,7 +233,7 @@ TEST_P(MetricsLogBackEndTest, ForksReplacementsAndABackEndThatTracesDoNotWaitFor
             const CurrentContext own;
             Work("nested");
         });
-        succeeded += HostTest::SucceedsInChild([] { return true; }) ? 1 : 0;
+        succeeded += tarn::test::SucceedsInChild([] { return true; }) ? 1 : 0;
     }
     isOver = true;
     for (std::thread& thread : threads) {

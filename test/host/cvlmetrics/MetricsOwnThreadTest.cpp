@@ -1,6 +1,6 @@
 #include "Backoff.h"
+#include "ChildProcess.h"
 #include "MetricsAsynchronousTest.h"
-#include "SysChildProcess.h"
 
 #include <atomic>
 #include <cerrno>
@@ -20,7 +20,6 @@
 
 namespace {
 
-using HostTest::SucceedsInChild;
 using Metrics::flagTracing;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
@@ -30,6 +29,7 @@ using MetricsTest::patience;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
 using tarn::test::OnAnotherThread;
+using tarn::test::SucceedsInChild;
 
 std::ptrdiff_t CountThreads() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});

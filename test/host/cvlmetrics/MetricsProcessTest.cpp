@@ -1,6 +1,6 @@
 #include "AtThreadExit.h"
+#include "ChildProcess.h"
 #include "MetricsTestSupport.h"
-#include "SysChildProcess.h"
 
 #include <atomic>
 #include <cstdio>
@@ -8,7 +8,6 @@
 #include <memory>
 #include <pthread.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -17,7 +16,6 @@
 
 namespace {
 
-using HostTest::SucceedsInChild;
 using Metrics::flagTracing;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
@@ -26,6 +24,7 @@ using MetricsTest::CurrentContext;
 using MetricsTest::CurrentContextId;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::SucceedsInChild;
 
 /// Counts and keeps nothing: after a fork the child had better not allocate.
 class CountingListener : public Metrics::IMetricsListener {
@@ -99,9 +98,7 @@ TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
         _exit(m_listener->events.size() == 4 ? 0 : 1);
     }
 
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
     EXPECT_EQ(m_listener->events.size(), 4U);
 }
 
@@ -126,9 +123,7 @@ TEST_F(MetricsForkTest, AListenerMayForkInTheMiddleOfAScopesEnd) {
         _exit(said[2] == "close query" && said.back() == "close afterwards" ? 0 : 1);
     }
 
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
     EXPECT_EQ(m_listener->events.size(), 3U);
 }
 

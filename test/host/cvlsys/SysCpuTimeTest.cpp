@@ -1,4 +1,4 @@
-#include "SysChildProcess.h"
+#include "ChildProcess.h"
 
 #include "cvlsys/CpuTime.h"
 
@@ -159,13 +159,13 @@ TEST_F(SysCpuTimeTest, AScopeThatStartedWithTrackingOffStaysOff) {
 }
 
 TEST_F(SysCpuTimeTest, WithTrackingOffNoSystemCallIsMade) {
-    if (!HostTest::SucceedsInChild([] { return Forbid(SYS_getrusage); })) {
+    if (!tarn::test::SucceedsInChild([] { return Forbid(SYS_getrusage); })) {
         GTEST_SKIP() << "this system does not let a process restrict its system calls";
     }
 
     for (const uint32 systemCall : {uint32{SYS_clock_gettime}, uint32{SYS_getrusage}}) {
         const auto survives = [systemCall](bool enabled) {
-            return HostTest::SucceedsInChild([systemCall, enabled] {
+            return tarn::test::SucceedsInChild([systemCall, enabled] {
                 SetCpuTrackingEnabled(enabled);
                 Forbid(systemCall);
                 ThreadTimeValue value;
@@ -187,7 +187,7 @@ TEST_F(SysCpuTimeTest, AScopeAcrossAForkMeasuresNothingImpossibleInTheChild) {
 
     {
         auto scope = std::make_unique<ThreadTimeScope>(value);
-        plausible = HostTest::SucceedsInChild([&] {
+        plausible = tarn::test::SucceedsInChild([&] {
             // The child's clocks start again from 0, far below the scope's start.
             scope.reset();
             return value.kernel < 1'000'000 && value.user < 1'000'000;

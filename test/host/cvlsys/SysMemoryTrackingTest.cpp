@@ -1,4 +1,4 @@
-#include "SysChildProcess.h"
+#include "ChildProcess.h"
 
 #include "cvlsys/MemoryTracking.h"
 #include "cvlsys/TAllocate.h"
@@ -345,7 +345,7 @@ TEST_F(SysMemoryTrackingTest, AThreadsIdIsItsOwnAndOutlivesAFork) {
 
     std::thread([&] { others = MemoryScope::GetCurrentThreadId(); }).join();
     const bool sameInChild =
-        HostTest::SucceedsInChild([&] { return MemoryScope::GetCurrentThreadId() == mine; });
+        tarn::test::SucceedsInChild([&] { return MemoryScope::GetCurrentThreadId() == mine; });
 
     EXPECT_NE(mine, 0u);
     EXPECT_NE(mine, others);

@@ -1,5 +1,5 @@
+#include "ChildProcess.h"
 #include "Sanitizers.h"
-#include "SysChildProcess.h"
 
 #include "cvlsys/TReadWriteLock.h"
 
@@ -21,7 +21,7 @@
 
 namespace {
 
-using HostTest::SucceedsInChild;
+using tarn::test::SucceedsInChild;
 using namespace std::chrono_literals;
 
 // Long enough for a thread to come as far as it can, short enough for a test.

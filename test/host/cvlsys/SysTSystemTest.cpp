@@ -1,4 +1,4 @@
-#include "SysChildProcess.h"
+#include "ChildProcess.h"
 
 #include "cvlsys/TSystem.h"
 
@@ -41,7 +41,7 @@ TEST(SysTSystemTest, BothIdsAreRightInAForkedChild) {
     const uint64 parentThread = TSystem::ThreadID();
     const uint32 parentProcess = TSystem::ProcessID();
 
-    const bool rightInChild = HostTest::SucceedsInChild([&] {
+    const bool rightInChild = tarn::test::SucceedsInChild([&] {
         return TSystem::ThreadID() == static_cast<uint64>(gettid()) &&
                TSystem::ProcessID() == static_cast<uint32>(getpid()) &&
                TSystem::ThreadID() != parentThread && TSystem::ProcessID() != parentProcess;
@@ -53,9 +53,9 @@ TEST(SysTSystemTest, BothIdsAreRightInAForkedChild) {
 }
 
 TEST(SysTSystemTest, BothIdsAreRightInAChildOfAChild) {
-    const bool rightInGrandchild = HostTest::SucceedsInChild([] {
+    const bool rightInGrandchild = tarn::test::SucceedsInChild([] {
         static_cast<void>(TSystem::ThreadID());
-        return HostTest::SucceedsInChild([] {
+        return tarn::test::SucceedsInChild([] {
             return TSystem::ThreadID() == static_cast<uint64>(gettid()) &&
                    TSystem::ProcessID() == static_cast<uint32>(getpid());
         });
@@ -69,7 +69,7 @@ TEST(SysTSystemTest, AForkFromASecondThreadLeavesThatThreadsIdRight) {
 
     std::thread([&] {
         static_cast<void>(TSystem::ThreadID());
-        rightInChild = HostTest::SucceedsInChild(
+        rightInChild = tarn::test::SucceedsInChild(
             [] { return TSystem::ThreadID() == static_cast<uint64>(gettid()); });
     }).join();
 

@@ -1,3 +1,4 @@
+#include "ChildProcess.h"
 #include "LineNumbers.h"
 #include "MonitorTest.h"
 
@@ -9,8 +10,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -193,14 +192,10 @@ TEST_F(AdditionalFieldsTest, AnEventThatCannotBeBuiltLeavesAGap) {
 TEST_F(AdditionalFieldsTest, AForkedChildNumbersItsEventsFromTheBeginning) {
     const uint64 before = tarn::DrawLineNumber();
 
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(tarn::DrawLineNumber() == 1 && tarn::DrawLineNumber() == 2 ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
+    const bool isNumberedAnew = tarn::test::SucceedsInChild(
+        [] { return tarn::DrawLineNumber() == 1 && tarn::DrawLineNumber() == 2; });
 
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(isNumberedAnew);
     EXPECT_EQ(tarn::DrawLineNumber(), before + 1);
 }
 
