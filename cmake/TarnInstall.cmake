@@ -2,14 +2,13 @@
 # host in one include folder, a package for find_package(tarn), and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
-if(NOT TARGET tarn)
-    message(STATUS "tarn: nothing to install, there is no shared library without a host")
-    return()
-endif()
-
 set(tarn_package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tarn")
-set(tarn_installed_targets tarn tarn_declarations)
+# For a host of one's own, static: tarn::logic, tarn::defaults, tarn::values.
+set(tarn_installed_targets tarn_declarations tarn_logic tarn_defaults tarn_values)
 set(tarn_installed_headers src/cpp/include/ src/cpp/declarations/)
+if(TARGET tarn)
+    list(APPEND tarn_installed_targets tarn)
+endif()
 set(tarn_link_flags "-ltarn")
 if(TARN_HOST STREQUAL "embedded")
     foreach(library IN ITEMS cvlmetrics cvlcoreplatform cvlsys)
@@ -25,6 +24,7 @@ install(
     TARGETS ${tarn_installed_targets}
     EXPORT tarn-targets
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
     OBJECTS DESTINATION "${CMAKE_INSTALL_LIBDIR}/tarn")
 install(
     DIRECTORY ${tarn_installed_headers}
@@ -44,6 +44,10 @@ write_basic_package_version_file(
 install(FILES "${PROJECT_BINARY_DIR}/tarn-config.cmake"
               "${PROJECT_BINARY_DIR}/tarn-config-version.cmake"
         DESTINATION "${tarn_package_folder}")
+
+if(NOT TARGET tarn)
+    return()
+endif()
 
 # The file finds its prefix from its own place, so that an installed tree can be moved.
 set(tarn_pkgconfig_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

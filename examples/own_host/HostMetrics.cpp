@@ -1,4 +1,9 @@
-// A host of one's own, upper layer: an event bus that delivers at once, under one lock.
+// A host of one's own, upper layer: an event bus that delivers on the emitting thread, one event at
+// a time. Listeners that are subscribed twice, and attributes of a context that wait for a scope,
+// are for a larger host.
+#include "Host.h"
+
+#include "cvlcoreplatform/TLogger.h"
 #include "cvlmetrics/Context.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/Scope.h"
@@ -6,8 +11,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
+#include <deque>
+#include <memory>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 namespace Metrics {
 
@@ -17,8 +25,10 @@ namespace {
 struct Bus {
     std::recursive_mutex mutex;
     RefCntPtr<IMetricsListener> listener;
-    uint64 bits = 0;
-    bool everything = false;
+    std::deque<MetricsEvent> waiting;
+    bool isDelivering = false;
+    std::atomic<uint64> bits{0};
+    std::atomic<bool> everything{false};
 };
 
 Bus& GetBus() {
@@ -26,10 +36,64 @@ Bus& GetBus() {
     return bus;
 }
 
-thread_local std::vector<uint64> t_contexts;
+void DeliverFirst(Bus& bus) {
+    const MetricsEvent& event = bus.waiting.front();
+    const bool isOfContext = event.type <= MetricsEventType::CloseContext;
+    const RefCntPtr<IMetricsListener> listener = bus.listener;
+    try {
+        if (listener && (isOfContext || TestBits(event.flags))) {
+            listener->OnMetricsEvent(event);
+        }
+    } catch (...) {
+        TLog::Logger::Get().LogMessage(TLog::Warn, u"A listener has failed.");
+    }
+    bus.waiting.pop_front();
+}
 
-uint64 CurrentContext() noexcept {
-    return t_contexts.empty() ? 0 : t_contexts.back();
+/// The scope or context that an event is about.
+struct Source {
+    uint64 id = 0;
+    uint64 contextId = 0;
+    uint64 flags = 0;
+};
+
+// What a listener emits waits until its call has returned.
+void Send(MetricsEventType type,
+          Source source,
+          MetricsValue name = {},
+          MetricsValue value = {},
+          NameValueList pairs = {}) {
+    const own_host::Moment now = own_host::Now();
+    Bus& bus = GetBus();
+    const std::lock_guard lock(bus.mutex);
+    bus.waiting.push_back({source.id,
+                           source.contextId,
+                           source.flags,
+                           now.nanoseconds,
+                           static_cast<uint64>(now.wallMicroseconds / 1'000'000),
+                           static_cast<uint32>(now.wallMicroseconds % 1'000'000),
+                           std::move(name),
+                           std::move(value),
+                           std::move(pairs),
+                           type});
+    if (!std::exchange(bus.isDelivering, true)) {
+        while (!bus.waiting.empty()) {
+            DeliverFirst(bus);
+        }
+        bus.isDelivering = false;
+    }
+}
+
+// For destructors: an event for which there is no memory is lost.
+void TryToSend(MetricsEventType type,
+               Source source,
+               const MetricsValue& name = {},
+               const MetricsValue& value = {}) noexcept {
+    try {
+        Send(type, source, name, value);
+    } catch (...) {
+        return;
+    }
 }
 
 uint64 NextId() {
@@ -37,53 +101,25 @@ uint64 NextId() {
     return ++last;
 }
 
-void Deliver(MetricsEvent event) {
-    using namespace std::chrono;
-    event.time = steady_clock::now().time_since_epoch() / nanoseconds(1);
-    const auto wall = duration_cast<microseconds>(system_clock::now().time_since_epoch());
-    event.wallSeconds = static_cast<uint64>(wall / seconds(1));
-    event.wallMicros = static_cast<uint32>((wall % seconds(1)).count());
+/// A context, as long as somebody knows it. One that has ended leaves a thread's stack when it
+/// comes to its top.
+struct ContextRecord {
+    uint64 id = 0;
+    uint64 flags = 0;
+    std::atomic<bool> hasEnded{false};
+    std::atomic<uint64> announcedThread{0};
+};
 
-    Bus& bus = GetBus();
-    const std::lock_guard lock(bus.mutex);
-    const bool isContextEvent = event.type == MetricsEventType::CreateContext ||
-                                event.type == MetricsEventType::OpenContext ||
-                                event.type == MetricsEventType::CloseContext;
-    if (bus.listener && (isContextEvent || bus.everything || (event.flags & bus.bits) != 0)) {
-        bus.listener->OnMetricsEvent(event);
+thread_local std::vector<std::shared_ptr<ContextRecord>> t_contexts;
+
+uint64 CurrentContext() noexcept {
+    while (!t_contexts.empty() && t_contexts.back()->hasEnded) {
+        t_contexts.pop_back();
     }
-}
-
-MetricsEvent MakeEvent(MetricsEventType type, uint64 id, uint64 contextId, uint64 flags) {
-    MetricsEvent event;
-    event.type = type;
-    event.id = id;
-    event.contextId = contextId;
-    event.flags = flags;
-    return event;
-}
-
-std::shared_ptr<const std::u16string> Characters(const TString& text) {
-    return text.SharedCharacters() ? text.SharedCharacters()
-                                   : std::make_shared<const std::u16string>();
+    return t_contexts.empty() ? 0 : t_contexts.back()->id;
 }
 
 }  // namespace
-
-MetricsValue::MetricsValue(const char* text)
-    : MetricsValue(std::string(text != nullptr ? text : "")) {}
-
-MetricsValue::MetricsValue(const std::string& text) : MetricsValue(std::string(text)) {}
-
-MetricsValue::MetricsValue(std::string&& text)
-    : type(MV_Utf8String),
-      utf8(std::make_shared<const std::string>(std::move(text))) {}
-
-MetricsValue::MetricsValue(const wchar_t* text) : MetricsValue(TString(text)) {}
-
-MetricsValue::MetricsValue(const char16_t* text) : MetricsValue(TString(text)) {}
-
-MetricsValue::MetricsValue(const TString& text) : type(MV_Utf16String), utf16(Characters(text)) {}
 
 IMetricsListener::~IMetricsListener() = default;
 
@@ -92,7 +128,7 @@ uint64 MetricsThreadContext::GetMetricsContextId() const noexcept {
 }
 
 MetricsManager& MetricsManager::GetInstance() noexcept {
-    static MetricsManager manager;
+    static MetricsManager& manager = *new MetricsManager;
     return manager;
 }
 
@@ -109,72 +145,71 @@ bool MetricsManager::AddConsumer(const RefCntPtr<IMetricsListener>& listener,
     bus.listener = listener;
     bus.bits = bits;
     bus.everything = flag;
-    m_consumerCount = 1;
-    return true;
+    m_consumerCount = listener ? 1 : 0;
+    return m_consumerCount != 0;
 }
 
-bool MetricsManager::RemoveConsumer(const RefCntPtr<IMetricsListener>& /*listener*/) {
-    Bus& bus = GetBus();
-    const std::lock_guard lock(bus.mutex);
-    bus.listener = RefCntPtr<IMetricsListener>();
-    m_consumerCount = 0;
-    return true;
+bool MetricsManager::RemoveConsumer(const RefCntPtr<IMetricsListener>& listener) {
+    const std::lock_guard lock(GetBus().mutex);
+    return listener == GetBus().listener && !AddConsumer({}, 0, false);
 }
 
 bool TestBits(uint64 bits) noexcept {
-    const Bus& bus = GetBus();
-    return MetricsManager::GetInstance().GetConsumerCount() != 0 &&
-           (bus.everything || (bits & bus.bits) != 0);
+    return (bits & GetBus().bits) != 0 || GetBus().everything;
 }
 
 bool TestBitsAndContext(uint64 bits) noexcept {
     return TestBits(bits) && CurrentContext() != 0;
 }
 
-void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
-    MetricsEvent event = MakeEvent(MetricsEventType::AttributePairs, 0, CurrentContext(), bits);
-    event.name = std::move(name);
-    event.pairs = std::move(pairs);
-    Deliver(std::move(event));
+void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
+    if (const uint64 id = CurrentContext(); id != 0) {
+        Send(MetricsEventType::Attribute, {0, id, bits}, std::move(name), std::move(value));
+    }
 }
 
-struct Context::State {
-    uint64 id;
-    uint64 flags;
-};
+void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
+    if (const uint64 id = CurrentContext(); id != 0) {
+        Send(
+            MetricsEventType::AttributePairs, {0, id, bits}, std::move(name), {}, std::move(pairs));
+    }
+}
+
+struct Context::State : ContextRecord {};
 
 uint64 Context::Create(bool isRoot) {
     const uint64 id = NextId();
-    Deliver(MakeEvent(MetricsEventType::CreateContext, id, isRoot ? 0 : CurrentContext(), 0));
+    Send(MetricsEventType::CreateContext, {id, isRoot ? 0 : CurrentContext()});
     return id;
 }
 
-Context::Context(uint64 flags, uint64 id) : m_state(std::make_shared<State>(State{id, flags})) {}
+Context::Context(uint64 flags, uint64 id) : m_state(std::make_shared<State>()) {
+    m_state->id = id;
+    m_state->flags = flags;
+}
 
 Context::~Context() {
-    DetachFromThread();
-    Deliver(MakeEvent(MetricsEventType::CloseContext, m_state->id, 0, m_state->flags));
+    TryToSend(MetricsEventType::CloseContext, {m_state->id, 0, m_state->flags});
+    m_state->hasEnded = true;
 }
 
 void Context::OpenScope() {
-    Deliver(MakeEvent(MetricsEventType::OpenContext, m_state->id, 0, m_state->flags));
+    Send(MetricsEventType::OpenContext, {m_state->id, 0, m_state->flags});
     AttachToThread();
 }
 
 void Context::AttachToThread() {
-    t_contexts.push_back(m_state->id);
-    // Tells which thread the scopes to come run on: without it, the time of every child would
-    // count as that of another thread.
-    MetricsEvent event =
-        MakeEvent(MetricsEventType::Attribute, 0, m_state->id, m_state->flags | flagTracing);
-    event.name = MetricsValue(u"tid");
-    event.value = MetricsValue(TSystem::ThreadID());
-    Deliver(std::move(event));
+    t_contexts.push_back(m_state);
+    // Tells which thread the scopes to come run on: without it, the time of every child would count
+    // as that of another thread.
+    const uint64 thread = TSystem::ThreadID();
+    if (m_state->announcedThread.exchange(thread) != thread) {
+        Send(MetricsEventType::Attribute, {0, m_state->id, flagTracing}, u"tid", thread);
+    }
 }
 
 void Context::DetachFromThread() {
-    t_contexts.erase(std::remove(t_contexts.begin(), t_contexts.end(), m_state->id),
-                     t_contexts.end());
+    t_contexts.erase(std::remove(t_contexts.begin(), t_contexts.end(), m_state), t_contexts.end());
 }
 
 void Context_deleter::operator()(Context* context) const noexcept {
@@ -182,13 +217,10 @@ void Context_deleter::operator()(Context* context) const noexcept {
 }
 
 void Scope::Close() noexcept {
-    MetricsEvent event = MakeEvent(MetricsEventType::CloseScope, m_id, m_contextId, m_flags);
-    event.name = *m_name;
-    Deliver(event);
+    const Source source{m_id, m_contextId, m_flags};
+    TryToSend(MetricsEventType::CloseScope, source, *m_name);
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
-        event.type = MetricsEventType::PostCloseScope;
-        event.value = MetricsValue(static_cast<uint32>(action));
-        Deliver(event);
+        TryToSend(MetricsEventType::PostCloseScope, source, *m_name, static_cast<uint32>(action));
     }
 }
 
@@ -197,58 +229,30 @@ void Scope::OpenImpl(MetricsValue&& name) {
 }
 
 void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
-    m_id = NextId();
     m_contextId = CurrentContext();
+    if (m_contextId == 0) {
+        m_postCloseActions.clear();
+        return;
+    }
     m_name = std::make_unique<MetricsValue>(std::move(name));
+    const uint64 id = NextId();
+    Send(MetricsEventType::OpenScope, {id, m_contextId, m_flags}, *m_name, {}, std::move(pairs));
+    m_id = id;
     m_open = true;
-    MetricsEvent event = MakeEvent(MetricsEventType::OpenScope, m_id, m_contextId, m_flags);
-    event.name = *m_name;
-    event.pairs = std::move(pairs);
-    Deliver(std::move(event));
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {
-    MetricsEvent event = MakeEvent(type, m_id, m_contextId, m_flags);
-    event.name = name;
-    event.value = std::move(value);
-    Deliver(std::move(event));
+    if (m_open) {
+        Send(type, {m_id, m_contextId, m_flags}, name, std::move(value));
+    }
 }
 
 void Scope::MultiEmitImpl(MetricsEventType type,
                           const MetricsValue& name,
                           NameValueList&& pairs) const {
-    MetricsEvent event = MakeEvent(type, m_id, m_contextId, m_flags);
-    event.name = name;
-    event.pairs = std::move(pairs);
-    Deliver(std::move(event));
-}
-
-void Scope::Open(const ValueView& name, PairSpan pairs) {
-    OpenImpl(name.ToValue(), pairs.ToList());
-}
-
-void Scope::Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const {
-    EmitImpl(type, name.ToValue(), value.ToValue());
-}
-
-void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const {
-    MultiEmitImpl(type, name.ToValue(), pairs.ToList());
-}
-
-void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
-    if (!m_open) {
-        return;
+    if (m_open) {
+        Send(type, {m_id, m_contextId, m_flags}, name, {}, std::move(pairs));
     }
-    for (const Statement& statement : statements) {
-        MetricsEvent event = MakeEvent(statement.type, m_id, m_contextId, m_flags);
-        event.name = statement.name.ToValue();
-        event.value = statement.value.ToValue();
-        event.pairs = statement.pairs.ToList();
-        Deliver(std::move(event));
-    }
-    Close();
-    m_open = false;
-    m_id = 0;
 }
 
 void Scope::SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions) {

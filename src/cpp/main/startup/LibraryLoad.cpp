@@ -19,6 +19,12 @@ bool InitializeLibrary() {
     return true;
 }
 
-[[maybe_unused]] const bool isInitialized = InitializeLibrary();
-
 }  // namespace
+
+extern "C" {
+
+// Its name is what a program asks for that links the library as an archive, which would leave this
+// file out otherwise.
+extern const bool tarnIsLoaded;
+const bool tarnIsLoaded = InitializeLibrary();
+}
