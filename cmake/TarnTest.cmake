@@ -5,10 +5,12 @@
 #     [INCLUDES <folder>...]
 #     [LABEL <label>]
 #     [TIMEOUT <seconds>]
-#     [OPTIMISED])            its own work takes longer than compiling it: without TARN_TEST_FLAGS
+#     [PREFIX <prefix>]       of the tests' names, after the label
+#     [OPTIMISED]             its own work takes longer than compiling it: without TARN_TEST_FLAGS
+#     [WITHOUT_HOST])         it brings a host of its own, and uses no test support
 #
 # One GoogleTest program, whose tests ctest runs as tarn_discover_tests() says. Test support and the
-# embedded host are linked to it.
+# embedded host are linked to it unless it says otherwise.
 find_package(GTest REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(Threads REQUIRED)
@@ -83,7 +85,8 @@ function(tarn_discover_tests name)
 endfunction()
 
 function(tarn_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMISED" "LABEL;TIMEOUT" "SOURCES;LIBRARIES;INCLUDES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "OPTIMISED;WITHOUT_HOST" "LABEL;PREFIX;TIMEOUT"
+                          "SOURCES;LIBRARIES;INCLUDES")
     if(arg_UNPARSED_ARGUMENTS)
         message(FATAL_ERROR "tarn_add_test(${name}): unknown arguments ${arg_UNPARSED_ARGUMENTS}")
     endif()
@@ -106,15 +109,21 @@ function(tarn_add_test name)
         tarn_configure_test(${name})
     endif()
     target_include_directories(${name} PRIVATE ${arg_INCLUDES})
+    if(arg_WITHOUT_HOST)
+        set(support)
+        set(host)
+    else()
+        set(support tarn_test_support)
+        set(host tarn::cvlmetrics tarn::cvlcoreplatform tarn::cvlsys)
+    endif()
     target_link_libraries(
         ${name}
-        PRIVATE tarn_test_support
+        PRIVATE ${support}
                 ${arg_LIBRARIES}
-                tarn::cvlmetrics
-                tarn::cvlcoreplatform
-                tarn::cvlsys
+                ${host}
                 GTest::gmock
                 GTest::gtest_main
                 Threads::Threads)
-    tarn_discover_tests(${name} PREFIX ${arg_LABEL} LABEL ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
+    string(JOIN "." prefix ${arg_LABEL} ${arg_PREFIX})
+    tarn_discover_tests(${name} PREFIX ${prefix} LABEL ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
 endfunction()

@@ -1,7 +1,7 @@
-#include "CapturingSink.h"
 #include "KnownIds.h"
+#include "ScenarioHost.h"
 #include "ScopeTree.h"
-#include "TarnTest.h"
+#include "Threads.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/ContextAttributesUtils.h"
@@ -10,14 +10,10 @@
 #include "tarn/TarnSettings.h"
 #include "tarn/ThreadContextPropagator.h"
 
-#include "cvlcoreplatform/host/JsonLines.h"
-#include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/Context.h"
 #include "cvlmetrics/MetricsManager.h"
-#include "cvlmetrics/host/Clock.h"
 #include "cvlsys/MemoryTracking.h"
 #include "cvlsys/TSystem.h"
-#include "cvlsys/host/MemoryCharging.h"
 
 #include <algorithm>
 #include <atomic>
@@ -49,29 +45,16 @@ using tarn::Traits;
 // A clock that stands still unless the scenario moves it.
 constinit std::atomic<int64> s_microseconds{0};
 
-Metrics::ClockReading ReadStandingClock() noexcept {
-    constexpr uint64 start = 1'700'000'000;
-    const auto passed = static_cast<uint64>(s_microseconds.load(std::memory_order_relaxed));
-    return {.time = static_cast<int64>(passed) * 1000,
-            .wallSeconds = start + passed / 1'000'000,
-            .wallMicros = static_cast<uint32>(passed % 1'000'000)};
+int64 ReadStandingClock() noexcept {
+    return s_microseconds.load(std::memory_order_relaxed);
 }
 
 void Pass(int64 microseconds) {
     s_microseconds.fetch_add(microseconds, std::memory_order_relaxed);
 }
 
-// As if blocks of this size were allocated and released. A real allocator may hand out a somewhat
-// larger block, and what is counted is the block.
-constexpr uint64 blockBytes = 1016;
-
 void AllocateAndFree(int allocations, int releases) {
-    for (int i = 0; i < allocations; ++i) {
-        corvala::memory::ChargeAllocation(blockBytes);
-    }
-    for (int i = 0; i < releases; ++i) {
-        corvala::memory::ChargeRelease(blockBytes);
-    }
+    tarn::test::ScenarioHost::AllocateAndFree(allocations, releases);
 }
 
 /// The host's work: an import whose second half runs on another thread. The clock moves by odd
@@ -168,7 +151,7 @@ private:
     uint64 m_workersThread = 0;
 };
 
-class GoldenScenarioTest : public tarn::test::TarnTest {
+class GoldenScenarioTest : public tarn::test::ScenarioHost {
 protected:
     void SetUp() override {
         // Supplements carry local times.
@@ -178,21 +161,15 @@ protected:
         tzset();
 
         s_microseconds = 0;
-        Metrics::SetClock(ReadStandingClock);
-        corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
+        Begin(ReadStandingClock);
         OptTarn::SetIsTarnEnabled(true);
         OptTarn::SetIsTarnPlatforms(true);
         OptTarn::SetIsServer(true);
         OptTarn::SetIsUnitTest(true);
         OptTarn::SetServerEnvironment(u"staging");
-
-        m_logPath = std::filesystem::path(testing::TempDir()) /
-                    ("golden-" + std::to_string(TSystem::ProcessID()) + ".jsonl");
-        std::filesystem::remove(m_logPath);
     }
 
     void TearDown() override {
-        std::filesystem::remove(m_logPath);
         if (m_zone) {
             setenv("TZ", m_zone->c_str(), 1);
         } else {
@@ -201,19 +178,17 @@ protected:
         tzset();
     }
 
-    /// Runs the work in a root context with a monitor that logs to the file, and returns the lines.
+    /// Runs the work in a root context with a monitor, and returns the lines.
     std::vector<std::string> LinesOfAnImport() {
-        TLog::ReplaceBackEnd(TLog::MakeJsonFileBackEnd(m_logPath.string()));
-        TLog::SetThreshold(TLog::Warn);  // while the monitor says that it begins
-        const uint64 workersThread = RunImport(new MetricsMonitor::LogSink);
-        TLog::FlushLog();
-        return Normalised(ReadLines(m_logPath), workersThread);
+        uint64 workersThread = 0;
+        const std::vector<std::string> lines =
+            LinesOf([&](IMetricsMonitorSink* sink) { workersThread = RunImport(sink); });
+        return Normalised(lines, workersThread);
     }
 
     std::string TreeOfAnImport() {
-        const auto events = std::make_shared<tarn::test::CapturedEvents>();
-        RunImport(new tarn::test::CapturingSink(events));
-        return tarn::test::DrawScopeTree(*events);
+        return tarn::test::DrawScopeTree(
+            EventsOf([](IMetricsMonitorSink* sink) { RunImport(sink); }));
     }
 
     /// Compares with the file of that name, byte by byte.
@@ -248,7 +223,6 @@ private:
         monitor->EnableTest(sink, new tarn::test::KnownIds);
         monitor->OverrideMemoryTrackingModeForTest(corvala::memory::MemoryTrackingAll);
         monitor->Register(true);
-        TLog::SetThreshold(TLog::Info);
 
         Import import;
         {
@@ -329,7 +303,6 @@ private:
     }
 
     std::optional<std::string> m_zone;
-    std::filesystem::path m_logPath;
 };
 
 TEST_F(GoldenScenarioTest, AnImportIsLoggedAsInTheGoldenFile) {
