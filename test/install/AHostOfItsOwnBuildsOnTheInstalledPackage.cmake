@@ -16,6 +16,11 @@ Run("cannot read the program" "${READELF}" -W --dynamic "${build}/own_host")
 if(NOT RUN_OUTPUT MATCHES "NEEDED" OR RUN_OUTPUT MATCHES "NEEDED[^\n]*(tarn|cvl)")
     message(FATAL_ERROR "the program needs a library of the package:\n${RUN_OUTPUT}")
 endif()
+# What happens when the library is loaded happens in an archive, too.
+Run("cannot read the program" "${NM}" "${build}/own_host")
+if(NOT RUN_OUTPUT MATCHES " tarnIsLoaded\n")
+    message(FATAL_ERROR "the program leaves out what happens at load")
+endif()
 Run("the program does not print what is expected"
     "${SOURCE_DIR}/examples/run-and-compare" "${build}/own_host" "${example}/expected.txt")
 

@@ -1,5 +1,6 @@
 # With TARN_HOST=external the library's objects build from the declarations alone, without a path to
-# any host on the compiler's command line; with the host's libraries named, the shared library links.
+# any host on the compiler's command line; with the host's libraries named, the shared library links:
+# with the embedded host's, and with one that has what the declarations list and no more.
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
 # Fails if a compile command of the library in this build folder names the embedded host's folder.
@@ -32,9 +33,34 @@ Configure("${SOURCE_DIR}" "${SCRATCH_DIR}/build" ${options})
 Build("${SCRATCH_DIR}/build" all)
 ExpectNoPathToTheHost("${SCRATCH_DIR}/build")
 
+# LinkWith(<library>...): the shared library, with a host of these libraries.
+function(LinkWith)
+    file(WRITE "${SCRATCH_DIR}/host.cmake"
+         "set(TARN_HOST_LIBRARIES \"${ARGN}\" CACHE STRING \"\")\n")
+    Configure("${SOURCE_DIR}" "${SCRATCH_DIR}/build" -C "${SCRATCH_DIR}/host.cmake" ${options})
+    Build("${SCRATCH_DIR}/build" tarn)
+    Run("cannot read the library" "${NM}" -C --defined-only "${SCRATCH_DIR}/build/src/cpp/libtarn.so")
+    set(SYMBOLS "${RUN_OUTPUT}" PARENT_SCOPE)
+endfunction()
+
+set(objects)
+foreach(part IN ITEMS Clock Metrics Platform System)
+    set(object "${SCRATCH_DIR}/Host${part}.o")
+    Run("compiling a host failed" "${CXX_COMPILER}" -std=c++17 -fPIC "-I${SOURCE_DIR}/src/cpp/declarations"
+        -c "${SOURCE_DIR}/examples/own_host/Host${part}.cpp" -o "${object}")
+    list(APPEND objects "${object}")
+endforeach()
+LinkWith("${objects}")
+if(NOT SYMBOLS MATCHES " [tT] Metrics::Scope::Finish[(]")
+    message(FATAL_ERROR "the default of Metrics::Scope::Finish is missing")
+endif()
+
+# What the host defines is not taken from the defaults, which would be slower.
 string(REPLACE "," ";" libraries "${HOST_LIBRARIES}")
-file(WRITE "${SCRATCH_DIR}/host.cmake" "set(TARN_HOST_LIBRARIES \"${libraries}\" CACHE STRING \"\")\n")
-Configure("${SOURCE_DIR}" "${SCRATCH_DIR}/build" -C "${SCRATCH_DIR}/host.cmake" ${options})
+LinkWith("${libraries}")
+if(NOT SYMBOLS MATCHES " tarn::" OR SYMBOLS MATCHES " [tTwW] (Metrics::Scope::Finish|TLog::EventBuilder::Finish|THash32)[(]")
+    message(FATAL_ERROR "the library has a default of what the host defines: ${CMAKE_MATCH_0}")
+endif()
 Build("${SCRATCH_DIR}/build" all)
 file(REMOVE_RECURSE "${SCRATCH_DIR}/installed")
 Run("installing failed" ${CMAKE_COMMAND} --install "${SCRATCH_DIR}/build")

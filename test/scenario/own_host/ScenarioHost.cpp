@@ -11,11 +11,14 @@
 #include "cvlsys/TAllocate.h"
 
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace {
 
 int64 (*s_clock)() noexcept = nullptr;
+
+int s_failures = 0;
 
 // The allocator gives out a block of exactly this size.
 constexpr std::size_t blockBytes = 1016;
@@ -65,8 +68,12 @@ std::string LineOf(const TLog::Event& event) {
 
 }  // namespace
 
-// The clock of the example's host.
+// The clock of the example's host, which it reads for every event.
 own_host::Moment own_host::Now() {
+    if (s_failures != 0) {
+        --s_failures;
+        throw std::bad_alloc();
+    }
     constexpr int64 start = 1'700'000'000'000'000;
     const int64 passed = s_clock != nullptr ? s_clock() : 0;
     return {passed * 1000, start + passed};
@@ -101,6 +108,10 @@ ScenarioHost::~ScenarioHost() {
     while (!s_blocks.empty()) {
         ReleaseLastBlock();
     }
+}
+
+void ScenarioHost::FailToEmit(int events) {
+    s_failures = events;
 }
 
 void ScenarioHost::Begin(Clock clock) {

@@ -31,6 +31,9 @@ protected:
     ScenarioHost();
     ~ScenarioHost() override;
 
+    /// The host has no memory for its next events.
+    static void FailToEmit(int events);
+
     /// Has the bus read the time from a clock, and memory counted in every way.
     static void Begin(Clock clock);
 
