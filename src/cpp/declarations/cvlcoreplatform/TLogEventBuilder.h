@@ -61,7 +61,8 @@ private:
 
 /// Gathers an activity event field by field, in one piece of memory: texts are copied, and no value
 /// is made before somebody asks the event for it. Within one object no two fields may have the same
-/// name. One thread at a time. What adds something throws `std::bad_alloc`.
+/// name. One thread at a time. What adds something throws `std::bad_alloc`. Optional for a host:
+/// the default makes the values at once.
 class CVLCOREPLATFORM_API EventBuilder {
 public:
     /// One of the event's objects. The first four are always there; the builder knows the others

@@ -45,7 +45,8 @@ public:
                        const MetricsValue& name,
                        NameValueList&& pairs) const;
 
-    // The same with values that are lent for the call, which spares what nobody receives.
+    // The same with values that are lent for the call, which spares what nobody receives. Optional
+    // for a host, as is `Finish`: the defaults use the operations above.
 
     void Open(const ValueView& name, PairSpan pairs);
     void Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const;
@@ -99,7 +100,7 @@ public:
     }
 
 private:
-    // Called once, of a scope that was given an id.
+    // What a host supplies of the destructor. Called once, of a scope that was given an id.
     void Close() noexcept;
     void SayClosed(const ClockReading& now) noexcept;
 
