@@ -344,7 +344,7 @@ TEST_F(MetricsAsynchronousTest, AfterShutdownEventsAreDeliveredAtOnce) {
 // A thread that has begun to queue an event before the shutdown may do so after the delivering
 // thread has ended. It delivers the event itself then, and starts no other thread.
 TEST_F(MetricsAsynchronousTest, AShutdownSucceedsWhileThreadsEmit) {
-    constexpr int rounds = 400;
+    constexpr int rounds = 200;
     constexpr int threadCount = 3;
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<uint64> closed{0};

@@ -348,7 +348,7 @@ TEST(SysTReadWriteLockTest, ReadersNeverSeeAWritersWorkHalfDone) {
     // More threads than any machine has room to count apart, so that some share their place.
     constexpr int readers = 24;
     constexpr int writers = 4;
-    constexpr int writes = 100;
+    constexpr int writes = 50;
     TReadWriteLock lock(0);
     int first = 0;
     int second = 0;

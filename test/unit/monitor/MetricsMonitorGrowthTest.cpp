@@ -114,11 +114,11 @@ TEST_F(MetricsMonitorGrowthTest, EndsOutOfOrderMakeLaterScopesNoDearer) {
     Overlap(1);
     const double before = CostOfScopes();
 
-    Overlap(30'000);
+    Overlap(15'000);
 
     EXPECT_LT(CostOfScopes(), before * 5);
     EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
-    EXPECT_EQ(monitor->GetNumberOpenScopesForContext(rootContext), 30'001U)
+    EXPECT_EQ(monitor->GetNumberOpenScopesForContext(rootContext), 15'001U)
         << "the ids stay where they are";
 }
 
