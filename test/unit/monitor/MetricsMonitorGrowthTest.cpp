@@ -272,6 +272,34 @@ TEST_F(MetricsMonitorGrowthTest, ScopesThatLieTooDeepAreLeftOutAndTheOthersGoOn)
     EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
 }
 
+TEST_F(MetricsMonitorGrowthTest, AttributesThatNoRequestTakesAreLimitedAndTheOthersStay) {
+    MetricsMonitor::Limits limits;
+    limits.pendingAttributes = 2;
+    monitor->SetLimits(limits);
+
+    for (const char* const name : {"user", "sid", "site", "pid"}) {
+        Send(EventBuilder::ContextValue(rootContext, name, "known"));
+    }
+    Send(EventBuilder::ContextValue(rootContext, "tid", 41));
+    Open(7, "query");
+
+    EXPECT_THAT(LastEvent(),
+                testing::AllOf(tarn::test::HasUser("known"),
+                               tarn::test::HasSession("known"),
+                               tarn::test::HasThreadId(41)));
+    EXPECT_EQ(monitor->GetStatistics().pendingAttributesLeftOut, 2U);
+    EXPECT_THAT(
+        Log().Messages(),
+        testing::Contains(testing::Pair(
+            TLog::Warn, testing::StartsWith("A context without a request has got more than 2"))));
+    EXPECT_THAT(Log().Messages(), testing::SizeIs(2)) << "beside that the monitor was made";
+
+    Send(EventBuilder::ContextValue(rootContext, "user", "next"));
+    Close(7);
+    Open(8, "query");
+    EXPECT_THAT(LastEvent(), tarn::test::HasUser("next")) << "there is room again";
+}
+
 TEST_F(MetricsMonitorGrowthTest, IdsWithoutARecordDoNotCountAsDepth) {
     Overlap(10);
     MetricsMonitor::Limits limits;

@@ -69,6 +69,33 @@ TEST_P(MetricsMonitorLayerFaultTest, TheRemovalOfALayerThatFoundNoMemoryTakesNot
     EXPECT_GE(failures, 1U) << "a layer is made without an allocation";
 }
 
+TEST_P(MetricsMonitorLayerFaultTest, SoItIsIfEvenTheNameOfTheListCannotBeRead) {
+    Send(Layer("tenant", "blue"));
+    const MetricsEvent inner = EventBuilder::ContextPairs(
+        rootContext, TString(std::string(GetParam())), {{"known", "inner"}});
+
+    uint64 failures = 0;
+    for (; FailsToSend(inner, failures); ++failures) {
+        RemoveLayer();
+        Open(7, "query");
+        EXPECT_THAT(LastEvent(), HasExactlyAttributes({"tenant", "vw", "wb"})) << failures;
+        Close(7);
+    }
+
+    EXPECT_GE(failures, 2U);
+}
+
+TEST_F(MetricsMonitorLayerFaultTest, AListForTheRequestThatCannotBeReadLeavesTheLayersAlone) {
+    Send(EventBuilder::ContextPairs(rootContext, "ctx", {{"tenant", "blue"}}));
+    ASSERT_TRUE(FailsToSend(
+        EventBuilder::ContextPairs(rootContext, TString(u"reqCtxAttrs"), {{"user", "ada"}}), 0));
+
+    RemoveLayer();
+
+    Open(7, "query");
+    EXPECT_THAT(LastEvent(), HasExactlyAttributes({"vw", "wb"}));
+}
+
 TEST_P(MetricsMonitorLayerFaultTest, LayersThatCameLaterAreRemovedBeforeTheMissingOne) {
     Send(Layer("known", "before"));
     RemoveLayer();

@@ -83,6 +83,7 @@ public:
     struct Limits {
         uint64 attributesPerScope = 1'000'000;  ///< distinct names in one log event
         uint64 nestedScopes = 1'000'000;        ///< open within each other in one context
+        uint64 pendingAttributes = 10'000;      ///< of one context, until a request takes them
     };
 
     /// Any thread may call it at any time; what is there already stays.
@@ -91,6 +92,7 @@ public:
     struct Statistics {
         uint64 attributesLeftOut = 0;
         uint64 scopesLeftOut = 0;
+        uint64 pendingAttributesLeftOut = 0;
     };
 
     /// Since the monitor was made. Any thread may ask.

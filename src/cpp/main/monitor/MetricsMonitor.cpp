@@ -126,10 +126,13 @@ void MetricsMonitor::SetAdditionalFields(bool enabled) noexcept {
 void MetricsMonitor::SetLimits(const Limits& limits) noexcept {
     m_records->attributesPerScope.Set(limits.attributesPerScope);
     m_records->nestedScopes.Set(limits.nestedScopes);
+    m_records->pendingAttributes.Set(limits.pendingAttributes);
 }
 
 MetricsMonitor::Statistics MetricsMonitor::GetStatistics() const noexcept {
-    return {m_records->attributesPerScope.GetLeftOut(), m_records->nestedScopes.GetLeftOut()};
+    return {m_records->attributesPerScope.GetLeftOut(),
+            m_records->nestedScopes.GetLeftOut(),
+            m_records->pendingAttributes.GetLeftOut()};
 }
 
 bool MetricsMonitor::IsEnabledForTest() const noexcept {

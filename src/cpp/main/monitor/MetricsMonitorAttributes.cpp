@@ -8,6 +8,7 @@
 #include "tarn/TarnSettings.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 using Metrics::MetricsEvent;
@@ -17,6 +18,11 @@ namespace {
 
 TString ToText(const MetricsValue& value) {
     return TarnMetricsUtils::MetricsValueToString(value);
+}
+
+bool IsLayer(tarn::ListName list) {
+    return list == tarn::ListName::MappableContextAttributes ||
+           list == tarn::ListName::ContextAttributes;
 }
 
 /// Query plans carry their query elsewhere; here it would be said twice.
@@ -157,7 +163,11 @@ void MetricsMonitor::OnAttribute(const MetricsEvent& event) {
             return;
         }
         default:
-            context->pendingAttributes.emplace_back(event.name, event.value);
+            if (m_records->pendingAttributes.Admits(context->pendingAttributes.size())) {
+                context->pendingAttributes.emplace_back(event.name, event.value);
+            } else {
+                m_records->pendingAttributes.LeaveOut();
+            }
     }
 }
 
@@ -166,20 +176,21 @@ void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
     if (context == nullptr) {
         return;
     }
-    const tarn::ListName list = m_records->names.Read(event.name).list;
-    if (list == tarn::ListName::RequestContextAttributes) {
-        return AddAttributesToRequestContext(*context, event.pairs);
-    }
     const std::shared_ptr<ContextInfo::Layers> layersBefore = context->layers;
+    std::optional<tarn::ListName> list;
     try {
-        if (list == tarn::ListName::MappableContextAttributes) {
+        list = m_records->names.Read(event.name).list;
+        if (list == tarn::ListName::RequestContextAttributes) {
+            AddAttributesToRequestContext(*context, event.pairs);
+        } else if (list == tarn::ListName::MappableContextAttributes) {
             HandleMappableContextAttributes(*context, event.pairs);
         } else if (list == tarn::ListName::ContextAttributes) {
             AddContextAttributeLayer(*context, event.pairs);
         }
     } catch (...) {
         // The removal that is to come must not take another scope's layer.
-        if (context->layers == layersBefore) {
+        if (IsLayer(list ? *list : m_records->names.FindListAsSpelled(event.name)) &&
+            context->layers == layersBefore) {
             ++context->missingLayers;
         }
         throw;

@@ -7,10 +7,31 @@
 #include "tarn/OptTarn.h"
 #include "tarn/TarnMetricsUtils.h"
 
+#include "cvlcoreplatform/TFormatString.h"
+#include "cvlcoreplatform/TLog.h"
+
 #include <utility>
 
 using Metrics::MetricsEvent;
 using Metrics::MetricsValue;
+
+namespace {
+
+void WarnOfUselessOpening(uint64 contextId) {
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (logger.IsEnabled(TLog::Warn)) {
+        logger.LogMessage(
+            TLog::Warn,
+            TFormatString(u"Context %1 was opened although it is open or has ended, or was made "
+                          u"before this monitor. What is traced in it may be missing here; so may "
+                          u"what is traced in other such contexts. Work that runs several times "
+                          u"needs a context for each run (tarn::ActivityHandOver).")
+                .Arg(contextId)
+                .ToString());
+    }
+}
+
+}  // namespace
 
 void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
     const auto [created, isNew] = m_records->contexts.FindOrMake(event.id);
@@ -44,8 +65,12 @@ void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
 }
 
 void MetricsMonitor::OnOpenContext(const MetricsEvent& event) {
-    if (ContextInfo* const context = m_records->FindContext(event.id)) {
+    ContextInfo* const context = m_records->FindContext(event.id);
+    const bool isFirstOpening = context != nullptr && !context->isOpen;
+    if (isFirstOpening) {
         context->isOpen = true;
+    } else if (!std::exchange(m_records->hasWarnedOfUselessOpening, true)) {
+        WarnOfUselessOpening(event.id);
     }
 }
 

@@ -41,6 +41,9 @@ struct MetricsMonitor::Records {
 
     bool testEnabled = false;
 
+    /// One warning is enough: a timer opens its context again and again.
+    bool hasWarnedOfUselessOpening = false;
+
     std::atomic<bool> hasAdditionalFields{false};
     tarn::Limit attributesPerScope{Limits().attributesPerScope,
                                    u"A scope has more than %1 attributes. Further ones are left "
@@ -48,6 +51,10 @@ struct MetricsMonitor::Records {
     tarn::Limit nestedScopes{Limits().nestedScopes,
                              u"More than %1 scopes are open within each other. Those further in "
                              u"are left out, in this context and in others."};
+    tarn::Limit pendingAttributes{
+        Limits().pendingAttributes,
+        u"A context without a request has got more than %1 attributes. Further ones are left out, "
+        u"in this context and in others."};
 
     // The host's objects go before the records, the generator first.
     tarn::SinkSlot sink;

@@ -120,6 +120,16 @@ const MonitorName& MonitorNames::ReadRecent(const MetricsValue& name, std::strin
     return slot.name;
 }
 
+ListName MonitorNames::FindListAsSpelled(const MetricsValue& name) const noexcept {
+    if (name.type == MetricsValue::MV_Utf16String && name.utf16 != nullptr) {
+        return lists.FindSpelled(*name.utf16);
+    }
+    if (name.type == MetricsValue::MV_Utf8String && name.utf8 != nullptr) {
+        return lists.FindSpelled(*name.utf8);
+    }
+    return ListName::Unknown;
+}
+
 TString MonitorNames::EventName(ActivityPhase phase, const TString& scopeName) {
     const bool isKnownPhase = phase == ActivityPhase::Begin || phase == ActivityPhase::End;
     if (!isKnownPhase || scopeName.SharedCharacters() == nullptr) {

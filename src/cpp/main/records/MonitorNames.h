@@ -9,6 +9,7 @@
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -74,6 +75,18 @@ public:
         return Code::Unknown;
     }
 
+    /// For any kind of characters; the known names are ASCII.
+    template <class Text>
+    Code FindSpelled(const Text& name) const noexcept {
+        for (const auto& [known, code] : m_codes) {
+            const std::u16string_view view = known.View();
+            if (std::equal(name.begin(), name.end(), view.begin(), view.end())) {
+                return code;
+            }
+        }
+        return Code::Unknown;
+    }
+
 private:
     std::vector<std::pair<TString, Code>> m_codes;
 };
@@ -105,6 +118,9 @@ public:
         }
         return ReadAnew(name);
     }
+
+    /// The list that a name means if it is spelled as the token is; needs no memory.
+    ListName FindListAsSpelled(const Metrics::MetricsValue& name) const noexcept;
 
     /// "begin-" or "end-" and the name.
     TString EventName(ActivityPhase phase, const TString& scopeName);
