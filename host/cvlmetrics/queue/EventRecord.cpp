@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string>
@@ -59,6 +61,8 @@ constexpr uint64 Word(Tag tag, uint64 content) noexcept {
 
 template <class Unit>
 constexpr bool isNarrow = sizeof(Unit) == 1;
+
+constexpr std::size_t mostDigits = std::numeric_limits<uint64>::digits10 + 1;
 
 using RewrittenValue::SharedText;
 
@@ -134,6 +138,8 @@ private:
                 return PutText(to, end, view.GetUtf16());
             case ValueView::Kind::Wide:
                 return PutText(to, end, TString(view.GetWide()).View());
+            case ValueView::Kind::Digits:
+                return PutDigits(to, end, view.GetLargeInteger());
             case ValueView::Kind::Value:
                 return Put(to, end, view.GetValue());
             case ValueView::Kind::Int64:
@@ -174,6 +180,16 @@ private:
                                                   uint64 scalar) noexcept {
         to = PutWord(to, end, Word(Tag::Scalar, type));
         return to != nullptr ? PutWord(to, end, scalar) : nullptr;
+    }
+
+    static std::byte* PutDigits(std::byte* to, const std::byte* end, uint64 value) noexcept {
+        std::array<char, mostDigits> digits{};
+        const char* const behind =
+            std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+        return PutText(
+            to,
+            end,
+            std::string_view(digits.data(), static_cast<std::size_t>(behind - digits.data())));
     }
 
     template <class Unit>
@@ -309,6 +325,8 @@ std::size_t TextBytes(const ValueView& view) noexcept {
             return std::wstring_view(view.GetWide()).size() * sizeof(char16_t);
         case ValueView::Kind::Shared:
             return BytesOf(view.GetShared());
+        case ValueView::Kind::Digits:
+            return mostDigits;
         case ValueView::Kind::Value:
             return TextBytes(view.GetValue());
         default:
@@ -389,6 +407,15 @@ MetricsEventType EventRecord::GetType() const noexcept {
     MetricsEventType type{};
     std::memcpy(&type, Content() + offsetof(Fixed, type), sizeof type);
     return type;
+}
+
+EventRecord::Head EventRecord::GetHead() const noexcept {
+    if (m_form == Form::Boxed) {
+        const MetricsEvent& event = *ReadAs<Box>(Content()).event;
+        return {event.type, event.id};
+    }
+    const auto fixed = ReadAs<Fixed>(Content());
+    return {fixed.type, fixed.id};
 }
 
 void EventRecord::Read(MetricsEvent& event) {

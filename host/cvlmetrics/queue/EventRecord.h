@@ -59,6 +59,14 @@ public:
     /// The type of an event that is not boxed.
     MetricsEventType GetType() const noexcept;
 
+    /// The type of the event, and the scope or context that it is about.
+    struct Head {
+        MetricsEventType type;
+        uint64 id;
+    };
+
+    Head GetHead() const noexcept;
+
     /// Releases what the record holds, unread.
     void Discard() noexcept;
 

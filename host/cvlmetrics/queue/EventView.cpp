@@ -5,6 +5,7 @@
 
 #include "cvlcoreplatform/TString.h"
 
+#include <string>
 #include <string_view>
 
 namespace Metrics {
@@ -95,6 +96,9 @@ void Assign(MetricsValue& to, const ValueView& view) {
             break;
         case ValueView::Kind::Wide:
             RewrittenValue::SetText(to, TString(view.GetWide()).View());
+            break;
+        case ValueView::Kind::Digits:
+            RewrittenValue::SetText(to, std::string_view(std::to_string(view.GetLargeInteger())));
             break;
         case ValueView::Kind::Bool:
         case ValueView::Kind::Double:

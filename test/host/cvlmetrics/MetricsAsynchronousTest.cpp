@@ -224,6 +224,26 @@ TEST_F(MetricsAsynchronousTest, RecordsOfEverySizeGoRoundTheRing) {
     EXPECT_EQ(arrived, sizes);
 }
 
+TEST_F(MetricsAsynchronousTest, AnIntegerThatIsTooLargeArrivesAsItsDigits) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    const CurrentContext context;
+    {
+        Scope scope(flagTracing);
+        scope.OpenImpl("query");
+        scope.Emit(MetricsEventType::NameValue, "lent", ~uint64{0});
+        scope.EmitImpl(MetricsEventType::NameValue, "given", ~uint64{0});
+    }
+    FlushAll();
+
+    std::vector<std::string> texts;
+    for (const MetricsEvent& event : m_listener->events) {
+        if (event.type == MetricsEventType::NameValue) {
+            texts.push_back(*event.value.utf8);
+        }
+    }
+    EXPECT_THAT(texts, testing::ElementsAre("18446744073709551615", "18446744073709551615"));
+}
+
 TEST_F(MetricsAsynchronousTest, WhatAConsumerEmitsArrivesAfterTheEventThatItAnswers) {
     const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->reaction = [](const MetricsEvent& event) {

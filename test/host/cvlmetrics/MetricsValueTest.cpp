@@ -1,6 +1,7 @@
 #include "cvlmetrics/MetricsValue.h"
 
 #include "cvlcoreplatform/TString.h"
+#include "cvlmetrics/ValueView.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <limits>
@@ -42,11 +43,37 @@ TEST(MetricsValueTest, ABoolLeavesTheOtherBytesOfTheScalarZero) {
 
 TEST(MetricsValueTest, EveryIntegralTypeMakesAnInteger) {
     EXPECT_EQ(MetricsValue(-1).integer, -1);
-    EXPECT_EQ(MetricsValue('a').integer, 'a');
     EXPECT_EQ(MetricsValue(uint32{4000000000}).integer, 4000000000);
     EXPECT_EQ(MetricsValue(std::numeric_limits<int64>::min()).integer,
               std::numeric_limits<int64>::min());
-    EXPECT_EQ(MetricsValue(std::numeric_limits<uint64>::max()).integer, -1);
+    EXPECT_EQ(MetricsValue(static_cast<uint64>(std::numeric_limits<int64>::max())).integer,
+              std::numeric_limits<int64>::max());
+    EXPECT_EQ(MetricsValue(static_cast<signed char>(-3)).integer, -3);
+    EXPECT_EQ(MetricsValue(static_cast<unsigned char>(200)).integer, 200);
+}
+
+TEST(MetricsValueTest, AnIntegerThatIsTooLargeForTheTagBecomesItsDigits) {
+    const MetricsValue largest(~0ULL);
+    const MetricsValue justTooLarge(uint64{1} << 63);
+
+    EXPECT_EQ(largest.GetType(), MetricsValue::MV_Utf8String);
+    EXPECT_EQ(largest.integer, 0);
+    EXPECT_EQ(*largest.utf8, "18446744073709551615");
+    EXPECT_EQ(*justTooLarge.utf8, "9223372036854775808");
+}
+
+template <class T>
+void ExpectNoCharacter() {
+    EXPECT_FALSE((std::is_constructible_v<MetricsValue, T>));
+    EXPECT_FALSE((std::is_constructible_v<Metrics::ValueView, T>));
+}
+
+TEST(MetricsValueTest, ASingleCharacterDoesNotCompile) {
+    ExpectNoCharacter<char>();
+    ExpectNoCharacter<wchar_t>();
+    ExpectNoCharacter<char8_t>();
+    ExpectNoCharacter<char16_t>();
+    ExpectNoCharacter<char32_t>();
 }
 
 TEST(MetricsValueTest, FloatingTypesMakeADouble) {

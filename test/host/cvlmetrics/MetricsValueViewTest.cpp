@@ -39,8 +39,9 @@ TEST(MetricsValueViewTest, MeansWhatAValueOfTheSameMeans) {
     ExpectSameValue(true);
     ExpectSameValue(false);
     ExpectSameValue(-7);
-    ExpectSameValue('c');
     ExpectSameValue(std::numeric_limits<uint64>::max());
+    ExpectSameValue(uint64{1} << 63);
+    ExpectSameValue((uint64{1} << 63) - 1);
     ExpectSameValue(0.25F);
     ExpectSameValue(-1e300);
     ExpectSameValue(static_cast<const char*>("narrow"));

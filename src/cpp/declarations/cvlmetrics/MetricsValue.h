@@ -4,6 +4,7 @@
 #include "cvlmetrics/Export.h"
 #include "cvlsys/IntegerTypes.h"
 
+#include <limits>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -11,6 +12,30 @@
 #include <vector>
 
 namespace Metrics {
+
+/// The types of single characters, which are neither numbers nor texts.
+template <class T>
+inline constexpr bool isCharacter =
+    std::is_same_v<T, char> || std::is_same_v<T, wchar_t> || std::is_same_v<T, char16_t> ||
+#ifdef __cpp_char8_t
+    std::is_same_v<T, char8_t> ||
+#endif
+    std::is_same_v<T, char32_t>;
+
+/// The types that make an integer.
+template <class T>
+inline constexpr bool isInteger =
+    std::is_integral_v<T> && !std::is_same_v<T, bool> && !isCharacter<T>;
+
+/// Whether an integer is too large for `int64`.
+template <class T>
+constexpr bool ExceedsInt64(T value) noexcept {
+    if constexpr (std::is_unsigned_v<T> && sizeof(T) >= sizeof(int64)) {
+        return value > static_cast<T>(std::numeric_limits<int64>::max());
+    } else {
+        return false;
+    }
+}
 
 /// A tagged value. Texts are immutable and shared: copying a value never copies characters. The
 /// members are public as in any record of the bus; `type` says which of them counts, and kinds
@@ -50,9 +75,20 @@ struct CVLMETRICS_API MetricsValue {
         boolean = value;
     }
 
-    template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>, int> = 0>
-    MetricsValue(T value) noexcept : type(MV_Int64),
-                                     integer(static_cast<int64>(value)) {}
+    /// An integer. One that is too large for `int64` becomes the text of its digits, and may throw
+    /// `std::bad_alloc`.
+    template <class T, std::enable_if_t<isInteger<T>, int> = 0>
+    MetricsValue(T value) noexcept(sizeof(T) < sizeof(int64) || std::is_signed_v<T>)
+        : type(MV_Int64),
+          integer(static_cast<int64>(value)) {
+        if (ExceedsInt64(value)) {
+            *this = MetricsValue(std::to_string(static_cast<uint64>(value)));
+        }
+    }
+
+    /// Does not compile: write "c" for the text, or `int('c')` for the number.
+    template <class T, std::enable_if_t<isCharacter<T>, int> = 0>
+    MetricsValue(T character) = delete;
 
     template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
     MetricsValue(T value) noexcept : type(MV_Double),

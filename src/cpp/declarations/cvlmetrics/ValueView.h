@@ -18,7 +18,8 @@ namespace Metrics {
 /// and means the same. Like a `std::string_view` it must not outlive what it is made of.
 class ValueView {
 public:
-    enum class Kind : uint32 { Int64, Bool, Double, Utf8, Utf16, Wide, Shared, Value };
+    /// `Digits` is an integer that is too large for `int64`, and means the text of its digits.
+    enum class Kind : uint32 { Int64, Bool, Double, Utf8, Utf16, Wide, Shared, Value, Digits };
 
     // Values stand for themselves in attribute lists, hence the implicit constructors below. Only
     // bool itself makes a bool: no pointer turns into one.
@@ -28,8 +29,14 @@ public:
     ValueView(T value) noexcept : m_kind(Kind::Bool),
                                   m_integer(value ? 1 : 0) {}
 
-    template <class T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>, int> = 0>
-    ValueView(T value) noexcept : m_integer(static_cast<int64>(value)) {}
+    template <class T, std::enable_if_t<isInteger<T>, int> = 0>
+    ValueView(T value) noexcept
+        : m_kind(ExceedsInt64(value) ? Kind::Digits : Kind::Int64),
+          m_integer(static_cast<int64>(value)) {}
+
+    /// Does not compile, see `MetricsValue`.
+    template <class T, std::enable_if_t<isCharacter<T>, int> = 0>
+    ValueView(T character) = delete;
 
     template <class T, std::enable_if_t<std::is_floating_point_v<T>, int> = 0>
     ValueView(T value) noexcept : m_kind(Kind::Double),
@@ -77,6 +84,9 @@ public:
     /// Of `Int64` and `Bool`.
     int64 GetInteger() const noexcept { return m_integer; }
 
+    /// Of `Digits`.
+    uint64 GetLargeInteger() const noexcept { return static_cast<uint64>(m_integer); }
+
     double GetReal() const noexcept { return m_real; }
 
     std::string_view GetUtf8() const noexcept { return {m_utf8, m_size}; }
@@ -107,6 +117,8 @@ public:
                 return m_wide;
             case Kind::Shared:
                 return TString(*m_shared);
+            case Kind::Digits:
+                return GetLargeInteger();
             case Kind::Value:
                 break;
         }

@@ -15,6 +15,11 @@ namespace {
 
 constexpr const char* sourceFile = "src/cpp/main/ActivityScope";
 
+/// Amounts are signed in two's complement: what was in use before may be freed.
+int64 Signed(uint64 amount) noexcept {
+    return static_cast<int64>(amount);
+}
+
 template <std::size_t size>
 Metrics::PairSpan SpanOf(const Metrics::PairView (&pairs)[size]) noexcept {
     return {pairs, size};
@@ -73,16 +78,16 @@ void ActivityScope::FinishMetricsScope() noexcept {
     const auto mode = corvala::memory::GetMemoryTrackingMode();
     if (mode == corvala::memory::MemoryTrackingAll) {
         const Metrics::PairView figures[] = {
-            {tokens.deallocatedInclusiveAttr, m_memoryCounter.Deallocated()},
+            {tokens.deallocatedInclusiveAttr, Signed(m_memoryCounter.Deallocated())},
             {tokens.deallocatedCountInclusiveAttr, m_memoryCounter.DeallocatedCount()},
-            {tokens.allocatedPeakAttr, m_memoryCounter.AllocatedPeakUsed()},
-            {tokens.allocatedInclusiveAttr, m_memoryCounter.Allocated()},
+            {tokens.allocatedPeakAttr, Signed(m_memoryCounter.AllocatedPeakUsed())},
+            {tokens.allocatedInclusiveAttr, Signed(m_memoryCounter.Allocated())},
             {tokens.allocatedCountInclusiveAttr, m_memoryCounter.AllocatedCount()}};
         m_scope.Finish({thread, {list, tokens.memoryAttrsName, SpanOf(figures)}, cpu});
     } else {
         const bool isTracking = mode == corvala::memory::MemoryTrackingAllocations;
         const Metrics::PairView figures[] = {
-            {tokens.allocatedInclusiveAttr, isTracking ? m_memoryCounter.Allocated() : 0},
+            {tokens.allocatedInclusiveAttr, isTracking ? Signed(m_memoryCounter.Allocated()) : 0},
             {tokens.allocatedCountInclusiveAttr,
              isTracking ? m_memoryCounter.AllocatedCount() : 0}};
         m_scope.Finish({thread, {list, tokens.memoryAttrsName, SpanOf(figures)}, cpu});
