@@ -282,6 +282,13 @@ TEST_P(AsynchronousCrashTest, ASinkThatCrashesMeanwhileDoesNotHoldUpTheRescue) {
     EXPECT_THAT(LastWords(log), ElementsAre(HasSubstr("Crashed by SIGABRT")));
 }
 
+TEST_P(AsynchronousCrashTest, AThreadThatGoesOnWaitsForTheRescueThatHasTakenItsPlace) {
+    Run("crash-returning-late", 3);
+
+    const ProcessLog log = Log();
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 2), NumbersUpTo(5)) << "what it emits afterwards is kept";
+}
+
 TEST_P(CrashTest, WaitingForACrashDoesNotKeepAProcessAliveThatItsThreadsHaveLeft) {
     Run("crash-never-main-leaves", 0, {.count = scopes});
 

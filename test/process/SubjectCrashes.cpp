@@ -355,6 +355,50 @@ void SetHostsHandler(void (*handler)(int, siginfo_t*, void*), struct sigaction* 
     sigaction(SIGSEGV, &action, former);
 }
 
+/// Crashes inside a delivery and goes on when the host's handler returns. The rescue, which goes on
+/// in its place, needs longer than its deadline.
+class ReturningSink : public IMetricsMonitorSink {
+public:
+    void Log(const TLog::Event& event) override {
+        if (event.GetName() == TString(u"begin-fatal")) {
+            s_mayCrash.wait(false);
+            m_isSlow = true;
+            raise(SIGABRT);
+            s_hasOverlapped = m_isInside.load();
+            s_hasReturned = true;
+            s_hasReturned.notify_all();
+        }
+        m_isInside = true;
+        if (m_isSlow.exchange(false)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        }
+        TLog::Logger::Get().Log(TLog::Info, event);
+        m_isInside = false;
+    }
+
+    static inline std::atomic<bool> s_mayCrash{false};
+    static inline std::atomic<bool> s_hasReturned{false};
+    static inline std::atomic<bool> s_hasOverlapped{false};
+
+private:
+    std::atomic<bool> m_isInside{false};
+    std::atomic<bool> m_isSlow{false};
+};
+
+int ReturningLate() {
+    auto* const session = new tarn::TracingSession;
+    session->GetMonitor().EnableTest(new ReturningSink, new MonitorUUIDGenerator);
+    std::signal(SIGABRT, [](int) {});
+    SaveOnCrash(std::chrono::milliseconds(50));
+    { const ActivityScope fatal("fatal"); }
+    Work(1, 5);
+    ReturningSink::s_mayCrash = true;
+    ReturningSink::s_mayCrash.notify_all();
+    ReturningSink::s_hasReturned.wait(false);
+    Work(2, 5);
+    return Metrics::Flush(generous) && !ReturningSink::s_hasOverlapped ? 3 : 4;
+}
+
 int WithHostsHandler() {
     TraceForEver();
     SetHostsHandler([](int signal, siginfo_t* info, void* context) {
@@ -514,6 +558,7 @@ int KeepingErrno() {
 
 const std::map<std::string, Scenario>& CrashScenarios() {
     static const auto& scenarios = *new std::map<std::string, Scenario>{
+        {"crash-returning-late", ReturningLate},
         {"crash-by-abort", AfterScopes([] { std::abort(); })},
         {"crash-by-segv", AfterScopes(Touch)},
         {"crash-by-bus", AfterScopes(TouchBeyondEndOfFile)},

@@ -4,6 +4,11 @@
 
 namespace Metrics {
 
+bool CrashedThreads::IsCurrentInTheMiddle() noexcept {
+    const TLog::InterruptedLogging logging = TLog::GetInterruptedLogging();
+    return t_deliverySide.HasRole() || logging.held != nullptr || logging.isInsideBackEnd;
+}
+
 void CrashedThreads::AddCurrent(uint64 id) noexcept {
     const std::size_t index = m_count.fetch_add(1, std::memory_order_relaxed);
     if (index >= most) {

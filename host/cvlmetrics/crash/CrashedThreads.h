@@ -9,7 +9,8 @@
 
 namespace Metrics {
 
-/// What a thread was in the middle of when it crashed. It does not go on before the rescue is over.
+/// What a thread was in the middle of when it crashed. If that is anything, it does not go on
+/// before the rescue is over.
 struct CrashedThread {
     uint64 id = 0;  ///< the kernel's
     TLog::InterruptedLogging logging;
@@ -24,6 +25,9 @@ public:
 
     /// Takes note of the calling thread.
     void AddCurrent(uint64 id) noexcept;
+
+    /// Whether the calling thread is in the middle of something that a rescue goes on with.
+    static bool IsCurrentInTheMiddle() noexcept;
 
     /// Whether one of them has the bus's delivering role, lock included.
     const std::atomic<bool>& HaveRole() const noexcept { return m_haveRole; }

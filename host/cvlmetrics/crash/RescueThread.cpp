@@ -213,8 +213,13 @@ void NoteCrashMeanwhile(uint64 threadId) noexcept {
     s_crashed.AddCurrent(threadId);
 }
 
-// The host's choice of the delivery is back when the thread goes on, unless that takes too long.
+// What the thread was in the middle of may be in the rescue's hands, which then goes before it. The
+// host's choice of the delivery is back when the thread goes on, unless that takes too long.
 void GoOn() noexcept {
+    if (CrashedThreads::IsCurrentInTheMiddle()) {
+        SleepWhile(Stage::Called);
+        SleepWhile(Stage::LeftAlone);
+    }
     if (!TryToSetStage(Stage::Called, Stage::LeftAlone) &&
         TryToSetStage(Stage::Done, Stage::GoingOn)) {
         SleepIn(Stage::GoingOn, Clock::now() + s_deadline.load(std::memory_order_relaxed));

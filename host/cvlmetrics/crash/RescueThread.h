@@ -32,7 +32,8 @@ void Rescue(int signal, uint64 threadId) noexcept;
 /// The calling thread has crashed as well, and waits for its turn.
 void NoteCrashMeanwhile(uint64 threadId) noexcept;
 
-/// After a rescue, when the process goes on after all.
+/// After a rescue, when the process goes on after all. A thread that has crashed in the middle of a
+/// delivery or of logging waits for a rescue that is still at work, for as long as that takes.
 void GoOn() noexcept;
 
 /// For the rescue's own thread, when it crashes: nobody waits for it any longer.
