@@ -211,6 +211,14 @@ void CountRefusedScope() noexcept {
     }
 }
 
+void CountRefusedAttribute() noexcept {
+    if (TLog::IsInsideBackEnd()) {
+        TLog::CountNestedCall();
+    } else {
+        LossReport::Count(LossReport::Loss::RefusedAttribute);
+    }
+}
+
 bool TryToEmit(EventView& event) {
     // The last quarter is left to ends, whatever the size of this event.
     const bool isRefusing = IsRefusing();

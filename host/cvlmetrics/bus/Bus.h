@@ -39,6 +39,7 @@ bool HasRoomForContext() noexcept;
 
 /// By the reason for which it was refused.
 void CountRefusedScope() noexcept;
+void CountRefusedAttribute() noexcept;
 
 // Stamp an event with the time and send it on its way. Whoever calls them has asked for admission
 // before, so that nothing is built in vain. They throw `std::bad_alloc` when there is no memory for

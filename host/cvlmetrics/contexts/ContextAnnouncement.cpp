@@ -9,7 +9,6 @@
 #include "cvlsys/host/ForkOrder.h"
 
 #include <atomic>
-#include <utility>
 
 namespace Metrics::ContextAnnouncement {
 
@@ -58,9 +57,16 @@ bool TryToSayCreated(uint64 contextId, uint64 parentId) {
     return Bus::TryToEmit(event);
 }
 
+// One thread at a time says what there is to say of a context.
+void Note(ContextState& context, uint32 what, bool isUnsaid) noexcept {
+    const uint32 others = context.unsaid.load(std::memory_order_relaxed) & ~what;
+    context.unsaid.store(isUnsaid ? others | what : others, std::memory_order_relaxed);
+}
+
 // Consumers that want scopes of traced work only are to learn the thread as well, hence the flag.
 bool TryToSayThread(ContextState& context, uint64 threadId) {
     if (!Bus::Admits(flagTracing)) {
+        Note(context, ContextState::threadIsUnsaid, false);
         return true;
     }
     EventView event;
@@ -71,8 +77,27 @@ bool TryToSayThread(ContextState& context, uint64 threadId) {
     event.type = MetricsEventType::Attribute;
     const bool isSaid = Bus::TryToEmit(event);
     context.announcedThread.store(isSaid ? threadId : 0, std::memory_order_relaxed);
-    context.isThreadUnsaid.store(!isSaid, std::memory_order_relaxed);
+    Note(context, ContextState::threadIsUnsaid, !isSaid);
     return isSaid;
+}
+
+bool TryToSayOpened(ContextState& context) {
+    bool isSaid = true;
+    if (Bus::AdmitsContextEvents()) {
+        EventView event = ContextEvent(MetricsEventType::OpenContext, context);
+        isSaid = Bus::TryToEmit(event);
+    }
+    Note(context, ContextState::openingIsUnsaid, !isSaid);
+    return isSaid;
+}
+
+bool TryToSayWhatIsUnsaid(ContextState& context) {
+    const uint32 unsaid = context.unsaid.load(std::memory_order_relaxed);
+    if ((unsaid & ContextState::openingIsUnsaid) != 0 && !TryToSayOpened(context)) {
+        return false;
+    }
+    return (unsaid & ContextState::threadIsUnsaid) == 0 ||
+           TryToSayThread(context, TSystem::ThreadID());
 }
 
 }  // namespace
@@ -85,11 +110,10 @@ bool SayCreated(uint64 contextId, uint64 parentId) {
 }
 
 void SayOpened(ContextState& context, uint64 threadId) {
-    if (Bus::AdmitsContextEvents()) {
-        EventView event = ContextEvent(MetricsEventType::OpenContext, context);
-        Bus::EmitForSure(event);
+    Note(context, ContextState::threadIsUnsaid, true);
+    if (TryToSayOpened(context)) {
+        SayThread(context, threadId);
     }
-    SayThread(context, threadId);
 }
 
 void SayThread(ContextState& context, uint64 threadId) {
@@ -106,8 +130,7 @@ void SayClosed(const ContextState& context) noexcept {
 bool IsKnown(ContextState& context) {
     if (!context.isUnannounced.load(std::memory_order_relaxed)) {
         CorrectThreadInForkedChild(context);
-        return !context.isThreadUnsaid.load(std::memory_order_relaxed) ||
-               TryToSayThread(context, TSystem::ThreadID());
+        return context.unsaid.load(std::memory_order_relaxed) == 0 || TryToSayWhatIsUnsaid(context);
     }
     // A child's parent may have ended meanwhile, or changed: what the child inherits from it would
     // be wrong, so a child stays unknown.
@@ -120,7 +143,7 @@ bool IsKnown(ContextState& context) {
     }
     SayOpened(context, TSystem::ThreadID());
     context.isUnannounced.store(false, std::memory_order_relaxed);
-    return true;
+    return context.unsaid.load(std::memory_order_relaxed) == 0;
 }
 
 }  // namespace Metrics::ContextAnnouncement

@@ -10,7 +10,7 @@ namespace Metrics::ContextAnnouncement {
 /// That a context was made. False if there was no room for that, and it is to be made up for.
 bool SayCreated(uint64 contextId, uint64 parentId);
 
-/// That the context was opened on a thread.
+/// That the context was opened on a thread; before its next scope if there is no room now.
 void SayOpened(ContextState& context, uint64 threadId);
 
 /// That the context is on a thread from now on; before its next scope if there is no room now.
@@ -19,8 +19,8 @@ void SayThread(ContextState& context, uint64 threadId);
 /// That the context has ended.
 void SayClosed(const ContextState& context) noexcept;
 
-/// Whether consumers know the context. One that they do not know yet is announced now, if there is
-/// room and nothing about it was lost.
+/// Whether consumers know the context, as open and on this thread. What they do not know yet is
+/// said now, if there is room and nothing about the context was lost.
 bool IsKnown(ContextState& context);
 
 }  // namespace Metrics::ContextAnnouncement

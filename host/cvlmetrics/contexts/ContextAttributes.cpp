@@ -25,17 +25,15 @@ bool TestBitsAndContext(uint64 bits) noexcept {
 
 namespace {
 
+/// The current context, if anybody wants to hear of it.
+ContextState* AdmittedContext(uint64 bits) {
+    return Bus::Admits(bits) ? ThreadContexts::Current() : nullptr;
+}
+
 // An attribute of a context that nobody knows of is lost with it.
-bool IsCurrentContextToldOf(uint64 bits) {
-    ContextState* const context = ThreadContexts::Current();
-    if (context == nullptr || !Bus::Admits(bits)) {
-        return false;
-    }
-    if (!ContextAnnouncement::IsKnown(*context)) {
-        context->hasLostAttributes.store(true, std::memory_order_relaxed);
-        return false;
-    }
-    return true;
+void LoseAttribute(ContextState& context) noexcept {
+    context.hasLostAttributes.store(true, std::memory_order_relaxed);
+    Bus::CountRefusedAttribute();
 }
 
 EventView AttributeEvent(MetricsEventType type, const MetricsValue& name, uint64 bits) noexcept {
@@ -50,10 +48,14 @@ EventView AttributeEvent(MetricsEventType type, const MetricsValue& name, uint64
 }  // namespace
 
 void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
-    if (!IsCurrentContextToldOf(bits)) {
+    ContextState* const context = AdmittedContext(bits);
+    if (context == nullptr) {
         return;
     }
-    if (!ThreadContexts::Current()->pendingAttributes.TryToAdd(name, value)) {
+    if (!ContextAnnouncement::IsKnown(*context)) {
+        return LoseAttribute(*context);
+    }
+    if (!context->pendingAttributes.TryToAdd(name, value)) {
         return;
     }
     EventView event = AttributeEvent(MetricsEventType::Attribute, name, bits);
@@ -62,14 +64,20 @@ void AttributeImpl(MetricsValue&& name, MetricsValue&& value, uint64 bits) {
 }
 
 void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits) {
-    if (!IsCurrentContextToldOf(bits)) {
+    ContextState* const context = AdmittedContext(bits);
+    if (context == nullptr) {
         return;
+    }
+    if (!ContextAnnouncement::IsKnown(*context) &&
+        context->isUnannounced.load(std::memory_order_relaxed)) {
+        return LoseAttribute(*context);
     }
     const NameValueList taken = std::move(pairs);
     const PairViews views(taken);
     EventView event = AttributeEvent(MetricsEventType::AttributePairs, name, bits);
     event.pairs = views.Span();
-    // A list may be a layer, which the end of its scope takes back: refused, it would be missed.
+    // A list may be a layer, which the end of its scope takes back: refused, it would be missed. So
+    // it comes before what else is still to be said of the context.
     Bus::EmitForSure(event);
 }
 

@@ -30,8 +30,11 @@ struct ContextState {
     std::atomic<bool> isUnannounced{false};
     std::atomic<bool> hasLostAttributes{false};
 
-    // That it is on this thread found no room to be said, and is to be said before its next scope.
-    std::atomic<bool> isThreadUnsaid{false};
+    // What found no room to be said, and is to be said before its next scope: that it was opened,
+    // and that it is on this thread.
+    static constexpr uint32 openingIsUnsaid = 1;
+    static constexpr uint32 threadIsUnsaid = 2;
+    std::atomic<uint32> unsaid{0};
 
     PendingAttributes pendingAttributes;
 };

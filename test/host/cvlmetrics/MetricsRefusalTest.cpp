@@ -44,6 +44,18 @@ protected:
                              m_listener->events.end(),
                              [type](const MetricsEvent& event) { return event.type == type; });
     }
+
+    /// Scopes that have left the thread's queue no room but that of the ends.
+    static std::list<Scope> FillAllButTheRoomOfEnds() {
+        std::list<Scope> scopes;
+        while (scopes.empty() || scopes.back().IsOpen()) {
+            scopes.emplace_back(flagTracing).OpenImpl("filler");
+        }
+        for (int i = 0; i < 500; ++i) {
+            scopes.front().EmitImpl(MetricsEventType::NameValue, "rows", i);
+        }
+        return scopes;
+    }
 };
 
 TEST_F(MetricsRefusalTest, WholeScopesAreMissingAndEachIsCounted) {
@@ -136,7 +148,6 @@ TEST_F(MetricsRefusalTest, ThreadsThatMakeContextsDoNotWaitEither) {
 
     EXPECT_EQ(waitsAfter, waitsBefore);
     EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::CloseContext));
-    EXPECT_EQ(Count(MetricsEventType::OpenContext), Count(MetricsEventType::CloseContext));
     EXPECT_EQ(Count(MetricsEventType::OpenScope), Count(MetricsEventType::CloseScope));
 }
 
@@ -166,11 +177,67 @@ TEST_F(MetricsRefusalTest, AContextThatFoundNoRoomIsAnnouncedWithTheFirstScopeTh
                             "open query",
                             "close query",
                             "close context"));
-    EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::OpenContext));
+    EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::CloseContext));
+}
+
+TEST_F(MetricsRefusalTest, AContextIsOpenedWithoutTheRoomOfEndsAndSaidWithAScopeThatFindsRoom) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    HoldConsumer();
+    uint64 lateId = 0;
+    OnAnotherThread([&] {
+        const CurrentContext context;
+        lateId = Metrics::Context::Create(true);
+        Metrics::Context late(0, lateId);
+        std::list<Scope> fillers = FillAllButTheRoomOfEnds();
+        late.OpenScope();
+        Work("too early");
+        fillers.pop_front();  // an end that finds room
+        m_gate.Open();
+        FlushAll();
+        Work("query");
+    });
+    FlushAll();
+
+    EXPECT_THAT(m_listener->DescriptionsOf(lateId),
+                ElementsAre("create context",
+                            "open context",
+                            HasSubstr("attribute tid="),
+                            "open query",
+                            "close query",
+                            "close context"));
+    const auto isAbout = [lateId](MetricsEventType type) {
+        return [=](const MetricsEvent& event) { return event.type == type && event.id == lateId; };
+    };
+    const auto& events = m_listener->events;
+    const auto opened =
+        std::find_if(events.begin(), events.end(), isAbout(MetricsEventType::OpenContext));
+    EXPECT_TRUE(std::any_of(events.begin(), opened, [](const MetricsEvent& event) {
+        return event.type == MetricsEventType::CloseScope;
+    })) << "the ends that came later were there first";
+}
+
+TEST_F(MetricsRefusalTest, AListOfAContextThatHasComeToAFullThreadArrives) {
+    const Subscription subscription(*m_listener, flagTracing, false);
+    CurrentContext wandering;
+    Scope scope(flagTracing);
+    scope.OpenImpl("outer");
+    HoldConsumer();
+    OnAnotherThread([&] {
+        const CurrentContext context;
+        const std::list<Scope> fillers = FillAllButTheRoomOfEnds();
+        wandering.Get().AttachToThread();
+        Metrics::MultiAttributeImpl("layer", {{"user", "ann"}}, flagTracing);
+        wandering.Get().DetachFromThread();
+        m_gate.Open();
+    });
+    FlushAll();
+
+    EXPECT_EQ(Count(MetricsEventType::AttributePairs), 1) << "its scope's end takes it back";
 }
 
 TEST_F(MetricsRefusalTest, AContextThatHasLostAttributesStaysUnknownWithItsScopes) {
     const Subscription subscription(*m_listener, flagTracing, false);
+    const uint64 refusedBefore = Metrics::GetBusStatistics().refusedAttributes;
     HoldConsumer();
     uint64 lateId = 0;
     OnAnotherThread([&] {
@@ -188,6 +255,7 @@ TEST_F(MetricsRefusalTest, AContextThatHasLostAttributesStaysUnknownWithItsScope
     FlushAll();
 
     EXPECT_THAT(m_listener->DescriptionsOf(lateId), IsEmpty());
+    EXPECT_EQ(Metrics::GetBusStatistics().refusedAttributes - refusedBefore, 1U);
     EXPECT_EQ(Count(MetricsEventType::OpenContext), Count(MetricsEventType::CloseContext));
 }
 
