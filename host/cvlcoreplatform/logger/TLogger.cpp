@@ -10,6 +10,7 @@
 #include "cvlcoreplatform/host/InterruptedLogging.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlcoreplatform/host/Silence.h"
 #include "cvlsys/host/DeliveryGuard.h"
 #include "cvlsys/host/ForkOrder.h"
 #include "cvlsys/host/ReadWriteLock.h"
@@ -52,8 +53,19 @@ BackEndUse MakeUse() noexcept {
 // Whether this thread has taken the lock to fork.
 constinit thread_local bool t_hasLockedToFork = false;
 
-// Where this thread logs to, in the place of a thread that will never leave the back end.
+// Where this thread logs to instead: in the place of a thread that will never leave the back end,
+// or to nowhere.
 constinit thread_local LogBackEnd* t_successor = nullptr;
+
+class Nowhere final : public LogBackEnd {
+public:
+    void Write(Severity, const Event&) override {}
+
+    void WriteMessage(Severity, const TString&) override {}
+};
+
+// While the library is loaded, so that no first use can meet a fork. Never destroyed.
+Nowhere& nowhere = *new Nowhere;
 
 // A fork waits until nobody is inside the back end: the child would otherwise inherit a sink that
 // is locked for ever by a thread that the child does not have. If that takes too long, the child
@@ -186,6 +198,12 @@ void TakeOverLogging(const InterruptedLogging& interrupted) noexcept {
 
 void EndTakingOverLogging() noexcept {
     t_successor = nullptr;
+}
+
+Silence::Silence() noexcept : m_before(std::exchange(t_successor, &nowhere)) {}
+
+Silence::~Silence() {
+    t_successor = m_before;
 }
 
 Logger& Logger::Get() noexcept {

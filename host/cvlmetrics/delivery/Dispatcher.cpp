@@ -6,11 +6,13 @@
 #include "ExitDeadline.h"
 #include "LossReport.h"
 
+#include "cvlcoreplatform/host/Silence.h"
 #include "cvlsys/host/ForkOrder.h"
 #include "cvlsys/host/HostState.h"
 
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -117,7 +119,7 @@ bool Dispatcher::LockForFork(std::chrono::steady_clock::time_point end) noexcept
 }
 
 void Dispatcher::StartAnewInChild(bool isLocked) noexcept {
-    EventQueues::StartAnewInChild();
+    EventQueues::StartAnewInChild(isLocked);
     m_othersWait.store(0, std::memory_order_relaxed);
     m_mutex.ForgetOtherThreads(isLocked);
     if (!isLocked) {
@@ -271,6 +273,10 @@ bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
     EventRecord* const record = EventQueues::Next();
     if (record == nullptr) {
         return false;
+    }
+    std::optional<TLog::Silence> silence;
+    if (EventQueues::IsFromBeforeFork(*record)) {
+        silence.emplace();  // its lines are the parent's
     }
     const MetricsEvent* const event = Read(*record);
     EventQueues::Pop();

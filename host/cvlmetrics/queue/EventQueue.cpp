@@ -134,6 +134,13 @@ void EventQueue::WaitForRoom() noexcept {
     m_writerWaits.store(0, std::memory_order_relaxed);
 }
 
+void EventQueue::TakeOut(EventRecord& record) noexcept {
+    m_heapRead.store(m_heapRead.load(std::memory_order_relaxed) + record.GetHeapBytes(),
+                     std::memory_order_relaxed);
+    record.Discard();
+    EventRecord::WriteGap(reinterpret_cast<std::byte*>(&record), record.GetBytes());
+}
+
 EventRecord* EventQueue::Peek() noexcept {
     uint64 read = m_read.load(std::memory_order_relaxed);
     for (;;) {

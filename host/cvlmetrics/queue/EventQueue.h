@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <new>
 
 namespace Metrics {
 
@@ -79,6 +80,30 @@ public:
     /// Wakes the writer if it waits for room and there is some again.
     void WakeWriter() noexcept;
 
+    // For a forked child, in which there is no other thread.
+
+    /// Calls `action` with the head of each record that was not read yet, the oldest first.
+    template <class Action>
+    void ForEachHead(const Action& action) const {
+        ForEachRecord([&action](const EventRecord& record) { action(record.GetHead()); });
+    }
+
+    /// Takes out those records that `drops` says of their heads, and gives the others new tickets,
+    /// from this one on. How many others there are.
+    template <class Condition>
+    uint64 Renumber(uint64 firstTicket, const Condition& drops) noexcept {
+        uint64 ticket = firstTicket;
+        ForEachRecord([&](EventRecord& record) {
+            if (drops(record.GetHead())) {
+                TakeOut(record);
+            } else {
+                record.SetTicket(ticket);
+                ++ticket;
+            }
+        });
+        return ticket - firstTicket;
+    }
+
     // For every thread.
 
     /// How many bytes were in use at most when the reader looked.
@@ -93,6 +118,20 @@ public:
     std::atomic<bool> hasOwner{true};
 
 private:
+    template <class Action>
+    void ForEachRecord(const Action& action) const {
+        const uint64 end = m_written.load(std::memory_order_relaxed);
+        for (uint64 position = m_read.load(std::memory_order_relaxed); position != end;) {
+            auto* const record = std::launder(reinterpret_cast<EventRecord*>(At(position)));
+            position += record->GetBytes();
+            if (!record->IsGap()) {
+                action(*record);
+            }
+        }
+    }
+
+    void TakeOut(EventRecord& record) noexcept;
+
     bool HasRoom(uint64 begin, std::size_t bytes) noexcept;
     bool HasHeapRoom(std::size_t bytes) noexcept;
     bool LookForEasyRoom() noexcept;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -66,7 +67,7 @@ public:
 
     std::size_t GetCount() const noexcept { return m_queueCount.load(std::memory_order_relaxed); }
 
-    void StartAnewInChild() noexcept;
+    void StartAnewInChild(const EventQueue* kept) noexcept;
 
 private:
     /// A queue and its oldest event, as far as the reader has looked.
@@ -169,14 +170,17 @@ void Registry::Pop() noexcept {
     s_taken.store(s_taken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
+// An event whose turn was passed over before, and that has come after all, is none to go on with.
 void Registry::PassOverMissing() noexcept {
+    const uint64 taken = s_taken.load(std::memory_order_relaxed);
     uint64 next = s_tickets.load(std::memory_order_acquire);
     LookForNewEvents();
     for (const Source& source : m_sources) {
-        next = std::min(next, source.ticket);
+        if (source.ticket >= taken) {
+            next = std::min(next, source.ticket);
+        }
     }
-    s_taken.store(std::max(next, s_taken.load(std::memory_order_relaxed)),
-                  std::memory_order_release);
+    s_taken.store(next, std::memory_order_release);
 }
 
 void Registry::WakeWriters() noexcept {
@@ -217,9 +221,17 @@ std::size_t Registry::GetHighestFill() {
     return highest;
 }
 
-void Registry::StartAnewInChild() noexcept {
+void Registry::StartAnewInChild(const EventQueue* kept) noexcept {
     m_sources.clear();
     m_current = nullptr;
+    std::unique_ptr<EventQueue> own;
+    const auto found = std::find_if(m_queues.begin(), m_queues.end(), [kept](const auto& queue) {
+        return queue.get() == kept;
+    });
+    if (found != m_queues.end()) {
+        own = std::move(*found);
+        m_queues.erase(found);
+    }
     // Kept within reach: what they hold belongs to the parent's threads.
     try {
         m_abandoned.reserve(m_abandoned.size() + m_queues.size());
@@ -230,7 +242,10 @@ void Registry::StartAnewInChild() noexcept {
         }
     }
     m_queues.clear();
-    m_queueCount.store(0, std::memory_order_relaxed);
+    if (own != nullptr) {
+        m_queues.push_back(std::move(own));  // it has room for one that it had before
+    }
+    m_queueCount.store(m_queues.size(), std::memory_order_relaxed);
     s_withoutOwner.store(0, std::memory_order_relaxed);
 }
 
@@ -402,11 +417,72 @@ std::size_t GetHighestFill() noexcept {
     return Registry::Get().GetHighestFill();
 }
 
-void StartAnewInChild() noexcept {
-    Registry::Get().StartAnewInChild();
+namespace {
+
+// What was queued before the fork has smaller tickets.
+constinit uint64 s_firstOfChild = 0;
+
+bool IsOfScope(MetricsEventType type) noexcept {
+    switch (type) {
+        case MetricsEventType::OpenScope:
+        case MetricsEventType::CloseScope:
+        case MetricsEventType::NameValue:
+        case MetricsEventType::NameValuePairs:
+        case MetricsEventType::SupplementalPairs:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/// The scopes that begin and end in a queue. Throws `std::bad_alloc`.
+std::vector<uint64> EndedScopes(const EventQueue& queue) {
+    std::vector<uint64> opened;
+    std::vector<uint64> ended;
+    queue.ForEachHead([&](const EventRecord::Head& head) {
+        if (head.type == MetricsEventType::OpenScope) {
+            opened.push_back(head.id);
+        } else if (head.type == MetricsEventType::CloseScope) {
+            ended.push_back(head.id);
+        }
+    });
+    std::sort(opened.begin(), opened.end());
+    std::sort(ended.begin(), ended.end());
+    std::vector<uint64> both;
+    std::set_intersection(
+        opened.begin(), opened.end(), ended.begin(), ended.end(), std::back_inserter(both));
+    return both;
+}
+
+/// Gives what is left of a queue the tickets from this one on, and says how many.
+uint64 KeepWhatIsOpen(EventQueue& queue, uint64 firstTicket) {
+    const std::vector<uint64> ended = EndedScopes(queue);
+    return queue.Renumber(firstTicket, [&ended](const EventRecord::Head& head) {
+        return IsOfScope(head.type) && std::binary_search(ended.begin(), ended.end(), head.id);
+    });
+}
+
+}  // namespace
+
+void StartAnewInChild(bool keepsOwn) noexcept {
+    const uint64 first = s_tickets.load(std::memory_order_relaxed);
+    uint64 kept = 0;
+    EventQueue* own = keepsOwn ? t_queueSide.queue : nullptr;
+    try {
+        kept = own != nullptr ? KeepWhatIsOpen(*own, first) : 0;
+    } catch (const std::bad_alloc&) {
+        own = nullptr;
+    }
+    Registry::Get().StartAnewInChild(own);
     GetLateQueue().queue = nullptr;
-    t_queueSide.queue = nullptr;
-    s_taken.store(s_tickets.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    t_queueSide.queue = own;
+    s_taken.store(first, std::memory_order_relaxed);
+    s_tickets.store(first + kept, std::memory_order_relaxed);
+    s_firstOfChild = first + kept;
+}
+
+bool IsFromBeforeFork(const EventRecord& record) noexcept {
+    return record.GetTicket() < s_firstOfChild;
 }
 
 }  // namespace Metrics::EventQueues

@@ -93,7 +93,11 @@ void Initialize();
 
 // For a fork.
 
-/// The parent delivers what is queued; the child begins with nothing.
-void StartAnewInChild() noexcept;
+/// The parent delivers what is queued. The child forgets it, but for what its thread has queued of
+/// scopes and contexts that are still open, if it `keepsOwn`: its consumers have not heard of them.
+void StartAnewInChild(bool keepsOwn) noexcept;
+
+/// Whether an event was queued before the fork, so that the parent's consumers receive it as well.
+bool IsFromBeforeFork(const EventRecord& record) noexcept;
 
 }  // namespace Metrics::EventQueues

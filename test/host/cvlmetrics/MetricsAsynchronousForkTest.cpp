@@ -168,6 +168,87 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAl
     EXPECT_GE(m_listener->Descriptions().size(), std::size_t{2} * threads * works);
 }
 
+/// Keeps the messages; only one thread logs.
+class KeepingBackEnd : public TLog::LogBackEnd {
+public:
+    void Write(TLog::Severity, const TLog::Event&) override {}
+
+    void WriteMessage(TLog::Severity, const TString& text) override {
+        messages.push_back(text.ToUtf8());
+    }
+
+    std::vector<std::string> messages;
+};
+
+TEST_F(MetricsAsynchronousForkTest, AChildKnowsWhatIsOpenOnItsThreadAndDoesNotSayItAgain) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
+    const auto log = std::make_shared<KeepingBackEnd>();
+    const auto former = TLog::ReplaceBackEnd(log);
+    const Subscription subscription(*m_listener, flagTracing, false);
+    std::atomic<bool> isSlow{true};
+    m_listener->reaction = [&](const MetricsEvent& event) {
+        TLog::Logger::Get().LogMessage(TLog::Warn, TString(MetricsTest::Describe(event)));
+        if (isSlow) {
+            std::this_thread::sleep_for(milliseconds{10});
+        }
+    };
+    const CurrentContext context;
+    Metrics::Scope begun(flagTracing);
+    begun.OpenImpl("begun");
+    FlushAll();
+    tarn::test::OnAnotherThread([] {
+        const CurrentContext others;
+        for (int i = 0; i < 25; ++i) {
+            Work("others");
+        }
+    });
+    const std::string large(5000, 'y');
+    {
+        Metrics::Scope ended(flagTracing);
+        ended.OpenImpl("ended");
+        ended.EmitImpl(MetricsEventType::NameValue, "large", large);
+    }
+    begun.Finish({});
+    Metrics::Scope outer(flagTracing);
+    outer.OpenImpl("outer");
+    outer.EmitImpl(MetricsEventType::NameValue, "large", large);
+
+    const bool isWell = SucceedsInChild([&] {
+        isSlow = false;
+        const std::size_t known = m_listener->events.size();
+        const std::size_t said = log->messages.size();
+        Work("childs");
+        if (!Metrics::Flush(patience)) {
+            return false;
+        }
+        std::vector<std::string> heard = m_listener->Descriptions();
+        heard.erase(heard.begin(), heard.begin() + static_cast<std::ptrdiff_t>(known));
+        const std::vector<std::string> told(
+            log->messages.begin() + static_cast<std::ptrdiff_t>(said), log->messages.end());
+        EXPECT_THAT(heard,
+                    testing::ElementsAre("close begun",
+                                         "open outer",
+                                         testing::StartsWith("value large="),
+                                         testing::StartsWith("attribute tid="),
+                                         "open childs",
+                                         "close childs"));
+        EXPECT_THAT(told,
+                    testing::ElementsAre(
+                        testing::StartsWith("attribute tid="), "open childs", "close childs"));
+        return !testing::Test::HasFailure();
+    });
+    isSlow = false;
+    FlushAll();
+    m_listener->reaction = nullptr;
+    TLog::ReplaceBackEnd(former);
+
+    EXPECT_TRUE(isWell);
+    EXPECT_THAT(log->messages, Contains("open outer").Times(1));
+    EXPECT_THAT(log->messages, Contains("close ended").Times(1));
+}
+
 TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForAListenerThatHangsAndTheChildMayAddAnother) {
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
