@@ -5,6 +5,7 @@
 
 #include <new>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,6 +24,15 @@ class MetricsMonitorLayerFaultTest : public tarn::test::MonitorTest,
 protected:
     MetricsEvent Layer(const char* name, const char* value) {
         return EventBuilder::ContextPairs(rootContext, GetParam(), {{name, value}});
+    }
+
+    /// Texts that are alive: afterwards none is there to be recycled, and a new one needs memory.
+    static std::vector<TString> UseUpRecycledTexts() {
+        std::vector<TString> texts;
+        for (int i = 0; i < 5000; ++i) {
+            texts.emplace_back(std::string("text ") + std::to_string(i));
+        }
+        return texts;
     }
 
     void RemoveLayer() { Send(EventBuilder::PostClose(rootContext)); }
@@ -70,9 +80,10 @@ TEST_P(MetricsMonitorLayerFaultTest, TheRemovalOfALayerThatFoundNoMemoryTakesNot
 }
 
 TEST_P(MetricsMonitorLayerFaultTest, SoItIsIfEvenTheNameOfTheListCannotBeRead) {
-    Send(Layer("tenant", "blue"));
-    const MetricsEvent inner = EventBuilder::ContextPairs(
-        rootContext, TString(std::string(GetParam())), {{"known", "inner"}});
+    Send(EventBuilder::ContextPairs(
+        rootContext, TString(std::string(GetParam())), {{"tenant", "blue"}}));
+    const MetricsEvent inner = Layer("known", "inner");
+    const std::vector<TString> texts = UseUpRecycledTexts();
 
     uint64 failures = 0;
     for (; FailsToSend(inner, failures); ++failures) {
@@ -87,8 +98,9 @@ TEST_P(MetricsMonitorLayerFaultTest, SoItIsIfEvenTheNameOfTheListCannotBeRead) {
 
 TEST_F(MetricsMonitorLayerFaultTest, AListForTheRequestThatCannotBeReadLeavesTheLayersAlone) {
     Send(EventBuilder::ContextPairs(rootContext, "ctx", {{"tenant", "blue"}}));
-    ASSERT_TRUE(FailsToSend(
-        EventBuilder::ContextPairs(rootContext, TString(u"reqCtxAttrs"), {{"user", "ada"}}), 0));
+    const std::vector<TString> texts = UseUpRecycledTexts();
+    ASSERT_TRUE(
+        FailsToSend(EventBuilder::ContextPairs(rootContext, "reqCtxAttrs", {{"user", "ada"}}), 0));
 
     RemoveLayer();
 
