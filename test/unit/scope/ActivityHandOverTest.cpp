@@ -219,6 +219,43 @@ TEST_F(ActivityHandOverTest, ARunTakesTypeAttributesAndResults) {
             Ends("work"), HasBodyField("found", 3), HasActivityField("rk", "early-termination"))));
 }
 
+TEST_F(ActivityHandOverTest, WhatBeginsInAContinuationBelongsToTheActivityThatHandedOver) {
+    {
+        const ActivityScope serve("serve");
+        std::optional<ActivityHandOver> handOver;
+        {
+            const ActivityScope step("step");
+            handOver.emplace();
+        }
+        {
+            const ActivityHandOver::Continuation continuation(*handOver);
+            const ActivityScope work("work");
+        }
+        const ActivityScope after("after");
+    }
+
+    EXPECT_EQ(CountOf(AllOf(Begins("work"), HasActivityField("depth", 2))), 1U);
+    EXPECT_EQ(CountOf(AllOf(Begins("after"), HasActivityField("depth", 1))), 1U);
+}
+
+TEST_F(ActivityHandOverTest, ScopesGoOnInAContinuationThatHasLeft) {
+    {
+        const ActivityScope serve("serve");
+        const ActivityHandOver handOver;
+        ActivityHandOver::Continuation continuation(handOver);
+        std::optional<ActivityScope> inside(std::in_place, "inside", TraceType::Untracked);
+        continuation.Leave();
+        const ActivityScope outside("outside", TraceType::Untracked);
+        inside.reset();
+    }
+
+    EXPECT_EQ(Tree(),
+              "serve\n"
+              "  inside\n"
+              "  outside\n");
+    EXPECT_EQ(CountOf(Ends("serve")), 1U);
+}
+
 // ---- What is left behind
 
 TEST_F(ActivityHandOverTest, WorkThatNeverRunsLeavesNothingBehind) {

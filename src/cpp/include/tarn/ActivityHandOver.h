@@ -31,6 +31,7 @@ public:
     ActivityHandOver();
 
     class Run;
+    class Continuation;
 
 private:
     struct Origin;
@@ -79,6 +80,28 @@ private:
     // The scope ends before its context does.
     OpenContext m_context;
     ActivityScope m_scope;
+};
+
+/// While one exists, what begins on the calling thread belongs to the activity that was handed
+/// over, without an activity for this stay itself. It belongs to the thread that made it, and may
+/// end in any order with others and with scopes. Scopes that began within it should have ended
+/// before it does; the ends of others are lost.
+class TARN_EXPORT ActivityHandOver::Continuation {
+public:
+    /// Throws `std::bad_alloc`.
+    explicit Continuation(const ActivityHandOver& handOver);
+    ~Continuation();
+
+    Continuation(const Continuation&) = delete;
+    Continuation& operator=(const Continuation&) = delete;
+
+    /// Takes it off the thread at once: what begins afterwards does not belong to it, and scopes
+    /// that began within it may go on until it ends.
+    void Leave();
+
+private:
+    std::shared_ptr<ActivityContext> m_activity;
+    Metrics::Context m_context;
 };
 
 }  // namespace tarn

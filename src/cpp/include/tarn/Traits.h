@@ -2,12 +2,12 @@
 
 #include "tarn/Export.h"
 
-#include "cvlsys/IntegerTypes.h"
+#include <cstdint>
 
 namespace tarn {
 
 /// What kind of trace a scope is. Any other value counts as `Normal`.
-enum class TraceType : int32 {
+enum class TraceType : std::int32_t {
     Normal = 0,
     Transparent = 1,  ///< not logged and not counted in depths unless the option says so
     Untracked = 2,    ///< logged, but its memory and processor time are not measured
@@ -15,13 +15,13 @@ enum class TraceType : int32 {
 
 /// How unimportant a scope is: the larger, the sooner it is switched off
 /// (`TarnSettings::SetRankOn`). Any value may be used by a cast.
-enum class TraceRank : int32 { Default = 0 };
+enum class TraceRank : std::int32_t { Default = 0 };
 
 /// How a scope is to be traced. A value; what is not given is zero.
 struct Traits {
     TraceType type = TraceType::Normal;
     TraceRank rank = TraceRank::Default;
-    uint64 flags = 0;  ///< extra bits of the metrics scope, added to those of the type
+    std::uint64_t flags = 0;  ///< extra bits of the metrics scope, added to those of the type
 
     constexpr Traits() noexcept = default;
 
@@ -29,7 +29,7 @@ struct Traits {
     // NOLINTBEGIN(google-explicit-constructor): see above
     constexpr Traits(TraceRank rankValue) noexcept : rank(rankValue) {}
 
-    constexpr Traits(TraceRank rankValue, uint64 flagBits) noexcept
+    constexpr Traits(TraceRank rankValue, std::uint64_t flagBits) noexcept
         : rank(rankValue),
           flags(flagBits) {}
 
@@ -39,22 +39,22 @@ struct Traits {
         : type(typeValue),
           rank(rankValue) {}
 
-    constexpr Traits(TraceType typeValue, TraceRank rankValue, uint64 flagBits) noexcept
+    constexpr Traits(TraceType typeValue, TraceRank rankValue, std::uint64_t flagBits) noexcept
         : type(typeValue),
           rank(rankValue),
           flags(flagBits) {}
 
-    constexpr Traits(TraceType typeValue, uint64 flagBits) noexcept
+    constexpr Traits(TraceType typeValue, std::uint64_t flagBits) noexcept
         : type(typeValue),
           flags(flagBits) {}
 
-    constexpr Traits(uint64 flagBits) noexcept : flags(flagBits) {}
+    constexpr Traits(std::uint64_t flagBits) noexcept : flags(flagBits) {}
 
     // NOLINTEND(google-explicit-constructor)
 };
 
 /// The bits that a scope of this type adds to its metrics scope: always the tracing bit (53), for
 /// transparent scopes also bit 51, for untracked ones bit 54.
-TARN_EXPORT uint64 GetFlagsForTraceType(TraceType type) noexcept;
+TARN_EXPORT std::uint64_t GetFlagsForTraceType(TraceType type) noexcept;
 
 }  // namespace tarn

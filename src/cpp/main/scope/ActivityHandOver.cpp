@@ -1,5 +1,7 @@
 #include "tarn/ActivityHandOver.h"
 
+#include "ThreadActivityRegistry.h"
+
 #include "tarn/ThreadContextPropagator.h"
 
 #include <memory>
@@ -35,6 +37,11 @@ private:
 uint64 CreateChildOf(Metrics::Context& parent) {
     const Attachment attachment(parent);
     return Metrics::Context::Create(false);
+}
+
+/// The same identity, to be current beside the original: each can leave without the other.
+std::shared_ptr<ActivityContext> CopyOf(const std::shared_ptr<ActivityContext>& context) {
+    return context != nullptr ? std::make_shared<ActivityContext>(*context) : nullptr;
 }
 
 }  // namespace
@@ -73,6 +80,25 @@ void ActivityHandOver::Run::AttachToThread() {
 void ActivityHandOver::Run::DetachFromThread() {
     m_scope.DetachFromThread();
     m_context.context.DetachFromThread();
+}
+
+ActivityHandOver::Continuation::Continuation(const ActivityHandOver& handOver)
+    : m_activity(CopyOf(handOver.m_origin != nullptr ? handOver.m_origin->activity.GetContext()
+                                                     : nullptr)),
+      m_context(0,
+                handOver.m_origin != nullptr ? CreateChildOf(handOver.m_origin->context)
+                                             : Metrics::Context::Create(true)) {
+    m_context.OpenScope();
+    ThreadActivityRegistry::GetInstance().Push(m_activity);
+}
+
+ActivityHandOver::Continuation::~Continuation() {
+    ThreadActivityRegistry::GetInstance().Remove(m_activity);
+}
+
+void ActivityHandOver::Continuation::Leave() {
+    ThreadActivityRegistry::GetInstance().Remove(m_activity);
+    m_context.DetachFromThread();
 }
 
 }  // namespace tarn
