@@ -44,19 +44,20 @@ function(tarn_compile_for_shared_library target)
     tarn_harden(${target})
 endfunction()
 
-# tarn_configure_shared_library(<target> EXPORTS <name>...)
+# tarn_configure_shared_library(<target> EXPORTS <name>... [EXPORTS_IN_C <pattern>...])
 #
 # Settings of the four shared libraries. They are never unloaded (-z nodelete), because scopes and
 # thread-local state may outlive any dlclose(); and they are complete in themselves.
 #
 # What a library exports says so in its header, and belongs to one of the global names given here:
-# namespaces with what is in them, classes with their members, functions. The linker keeps everything
+# namespaces with what is in them, classes with their members, functions; functions of C go by
+# patterns of their own. The linker keeps everything
 # else in. Without that, templates and exceptions of the standard library and of others would be seen
 # outside wherever a library uses them, as their own headers say so, and mixed with those of a program
 # that another version of these headers was compiled into. An atomic's wait() and notify_one() meet in
 # such a template's table, hence must be called in one and the same library.
 function(tarn_configure_shared_library target)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXPORTS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXPORTS;EXPORTS_IN_C")
     tarn_compile_for_shared_library(${target})
     tarn_configure_target(${target})
     target_compile_features(${target} INTERFACE cxx_std_17)
@@ -69,6 +70,9 @@ function(tarn_configure_shared_library target)
         foreach(prefix IN ITEMS _Z _ZN _ZN[KRO] _ZNK[RO] _ZT[HISTVW] _ZT[HISTVW]N _ZT[hv]*_N _ZGVN)
             string(APPEND exported "  ${prefix}${length}${name}*;\n")
         endforeach()
+    endforeach()
+    foreach(pattern IN LISTS arg_EXPORTS_IN_C)
+        string(APPEND exported "  ${pattern};\n")
     endforeach()
     set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}.exports")
     file(CONFIGURE OUTPUT "${script}"

@@ -11,6 +11,7 @@
 #include "tarn/ScopeWithVisualId.h"
 #include "tarn/TarnSettings.h"
 #include "tarn/ThreadContextPropagator.h"
+#include "tarn/Trace.h"
 #include "tarn/TracingSession.h"
 
 #include "cvlcoreplatform/ComputerName.h"
@@ -130,6 +131,46 @@ void HandOverWork() {
     tarn::ActivityHandOver::Run run(handOver, "run", tarn::TraceType::Untracked);
     run.DetachFromThread();
     run.AttachToThread();
+}
+
+void ContinueWork() {
+    tarn::ActivityHandOver::Continuation continuation{tarn::ActivityHandOver()};
+    const ActivityScope scope("continued");
+    continuation.Leave();
+}
+
+void TraceThroughFrontDoor() {
+    tarn::Scope scope("front door", {{"number", ~0ULL}});
+    scope.Add("more", "text");
+    scope.Log("what", "happened");
+    scope.AddContext({{"user", "somebody"}});
+    scope.Cancel();
+    scope.Fail("reason");
+    scope.FailException(std::runtime_error("message"));
+    tarn::abi::tarn_fail_exception(
+        tarn::abi::tarn_current(), "type", TARN_TO_NUL, "message", TARN_TO_NUL);
+    tarn::Current().Add("id", scope.GetActivityId().View());
+    tarn::Wrap("wrapped", [] {
+        try {
+            throw std::runtime_error("message");
+        } catch (...) {
+            tarn::Current().FailCurrentException();
+        }
+    })();
+}
+
+void TraceActivitiesThroughFrontDoor() {
+    tarn::Activity activity("activity");
+    const tarn::Activity child = activity.Child("child");
+    {
+        const tarn::Resumed resumed(activity);
+        tarn::Handoff handoff;
+        const tarn::Handoff copy = handoff;
+        const tarn::Scope scope(copy, "inside");
+    }
+    activity.FailException(std::runtime_error("message"));
+    activity.End();
+    activity.Add("after", "its end");
 }
 
 void ReadHeaders() {
@@ -334,6 +375,19 @@ const std::vector<Operation>& Operations() {
          "tarn::ActivityHandOver::Run::DetachFromThread "
          "tarn::ActivityHandOver::Run::OpenContext::OpenContext",
          HandOverWork},
+        {"tarn::ActivityHandOver::Continuation::Continuation",
+         "tarn::ActivityHandOver::Continuation::~Continuation "
+         "tarn::ActivityHandOver::Continuation::Leave",
+         ContinueWork},
+        {"tarn_scope_open",
+         "tarn_scope_close tarn_add tarn_log tarn_add_context tarn_cancel tarn_fail "
+         "tarn_fail_exception "
+         "tarn_current tarn_get_id tarn::abi::FailException tarn::abi::FailCurrentException",
+         TraceThroughFrontDoor},
+        {"tarn_activity_begin",
+         "tarn_activity_end tarn_activity_retain tarn_activity_release tarn_activity_resume "
+         "tarn_activity_suspend tarn_handoff_take tarn_handoff_retain tarn_handoff_release",
+         TraceActivitiesThroughFrontDoor},
         {"tarn::ActivityTracer::ExtractContext",
          "tarn::ActivityTracer::GetRefusedHeaders",
          ReadHeaders},

@@ -21,6 +21,8 @@
 
 namespace tarn {
 
+class PairSource;
+
 /// A timed piece of work, from construction to destruction. Make one on the stack where the work
 /// begins:
 ///
@@ -120,6 +122,12 @@ public:
 
 private:
     friend class ActivityContextProxy;
+    friend class ScopeAccess;
+
+    // A scope that was found to be on, whose attributes are made if somebody wants them.
+    [[gnu::visibility("hidden")]] ActivityScope(const char* name,
+                                                Traits traits,
+                                                const PairSource& attributes);
 
     // What measures, in the order in which it begins.
     struct Measurement {
@@ -138,15 +146,21 @@ private:
     // Decides, once, whether the scope is on.
     bool TurnOn(const char* name);
 
-    void BeginScope(const char* name,
-                    Metrics::PairSpan attributes,
-                    const ActivityContext* parent,
-                    bool adopt);
-    void BeginScope(const char* name, Metrics::PairSpan attributes);
+    // `Pairs` are lent, or made when they are wanted.
+    template <class Pairs>
+    [[gnu::visibility("hidden")]] void BeginScope(const char* name,
+                                                  const Pairs& attributes,
+                                                  const ActivityContext* parent,
+                                                  bool adopt);
+    template <class Pairs>
+    [[gnu::visibility("hidden")]] void BeginScope(const char* name, const Pairs& attributes);
     void OpenMetricsScope(const char* name, Metrics::PairSpan attributes);
-    void OpenMetricsScopeWithContext(const char* name,
-                                     Metrics::PairSpan attributes,
-                                     const ActivityContext& context);
+    [[gnu::visibility("hidden")]] void OpenMetricsScope(const char* name,
+                                                        const PairSource& attributes);
+    template <class Pairs>
+    [[gnu::visibility("hidden")]] void OpenMetricsScopeWithContext(const char* name,
+                                                                   const Pairs& attributes,
+                                                                   const ActivityContext& context);
     void LeaveActivityContext();
     void ReportEarlyTermination();
     void ReleaseResources();

@@ -71,7 +71,7 @@ ActivityScope::ActivityScope(const char* name, Traits traits)
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name), {});
+        BeginScope(NameOrEmpty(name), Metrics::PairSpan());
         InitializeResourceTracking();
     }
 }
@@ -82,7 +82,7 @@ ActivityScope::ActivityScope(const char* name, Traits traits, Attributes attribu
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name), attributes);
+        BeginScope(NameOrEmpty(name), Metrics::PairSpan(attributes));
         InitializeResourceTracking();
     }
 }
@@ -107,7 +107,7 @@ ActivityScope::ActivityScope(const char* name, CustomContext&& context, Traits t
     Metrics::NameValueList contextPairs = std::move(context.attributes);
     if (TurnOn(name)) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name), {});
+        BeginScope(NameOrEmpty(name), Metrics::PairSpan());
         InitializeResourceTracking();
     }
 }
@@ -150,6 +150,18 @@ ActivityScope::ActivityScope(const char* name,
     }
 }
 
+ActivityScope::ActivityScope(const char* name, Traits traits, const PairSource& attributes)
+    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    if (m_trackResources) {
+        KeepForMisuse(name);
+    }
+    BeginScope(name, attributes);
+    InitializeResourceTracking();
+}
+
 ActivityScope::~ActivityScope() noexcept {
     if (m_off) {
         return;
@@ -187,7 +199,8 @@ ActivityScope::CreateMetricsContextIfOneDoesNotAlreadyExist() {
     return context;
 }
 
-void ActivityScope::BeginScope(const char* name, Metrics::PairSpan attributes) {
+template <class Pairs>
+void ActivityScope::BeginScope(const char* name, const Pairs& attributes) {
     if (m_off) {
         return;
     }
@@ -199,8 +212,9 @@ void ActivityScope::BeginScope(const char* name, Metrics::PairSpan attributes) {
     }
 }
 
+template <class Pairs>
 void ActivityScope::BeginScope(const char* name,
-                               Metrics::PairSpan attributes,
+                               const Pairs& attributes,
                                const ActivityContext* parent,
                                bool adopt) {
     if (m_off) {
@@ -227,8 +241,15 @@ void ActivityScope::OpenMetricsScope(const char* name, Metrics::PairSpan attribu
     }
 }
 
+void ActivityScope::OpenMetricsScope(const char* name, const PairSource& attributes) {
+    if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
+        m_scope.Open(name, PairBuffer(attributes).Span());
+    }
+}
+
+template <class Pairs>
 void ActivityScope::OpenMetricsScopeWithContext(const char* name,
-                                                Metrics::PairSpan attributes,
+                                                const Pairs& attributes,
                                                 const ActivityContext& context) {
     const TokenStrings& tokens = Tokens();
     using Pair = Metrics::PairView;

@@ -9,6 +9,53 @@
 
 namespace tarn {
 
+/// Pairs in a row that are made one by one, and only if somebody wants them.
+class PairSource {
+public:
+    /// Makes the pair at an index. What it refers to lives as long as the source.
+    using Make = Metrics::PairView (*)(const PairSource&, std::size_t index);
+
+    PairSource(Make make, std::size_t size) noexcept : m_make(make), m_size(size) {}
+
+    class Iterator {
+    public:
+        Iterator(const PairSource& source, std::size_t index) noexcept
+            : m_source(&source),
+              m_index(index) {}
+
+        Metrics::PairView operator*() const { return m_source->m_make(*m_source, m_index); }
+
+        Iterator& operator++() noexcept {
+            ++m_index;
+            return *this;
+        }
+
+        friend bool operator!=(const Iterator& one, const Iterator& other) noexcept {
+            return one.m_index != other.m_index;
+        }
+
+        friend std::size_t operator-(const Iterator& one, const Iterator& other) noexcept {
+            return one.m_index - other.m_index;
+        }
+
+    private:
+        const PairSource* m_source;
+        std::size_t m_index;
+    };
+
+    // NOLINTBEGIN(readability-identifier-naming): named by the language
+
+    Iterator begin() const noexcept { return {*this, 0}; }
+
+    Iterator end() const noexcept { return {*this, m_size}; }
+
+    // NOLINTEND(readability-identifier-naming)
+
+private:
+    Make m_make;
+    std::size_t m_size;
+};
+
 /// Pairs that are lent to the bus together: those of the caller, and what the library adds. As many
 /// as a scope ordinarily has stand in the buffer itself.
 class PairBuffer {
