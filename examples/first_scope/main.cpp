@@ -1,9 +1,9 @@
-#include "tarn/ActivityScope.h"
+#include "tarn/Trace.h"
 #include "tarn/TracingSession.h"
 
 int main() {
     const tarn::TracingSession session;
-    const tarn::ActivityScope load("load", {{"path", "/etc/hosts"}});
-    tarn::ActivityScope parse("parse", {{"lines", 12}});
-    parse.Add({{"skipped", 3}});
+    const tarn::Scope load("load", {{"path", "/etc/hosts"}});
+    tarn::Scope parse("parse", {{"lines", 12}});
+    parse.Add("skipped", 3);
 }

@@ -1,0 +1,22 @@
+// Work on other threads stays part of what started it: a task, and a timer that fires three times.
+#include "tarn/OptTarn.h"
+#include "tarn/Trace.h"
+#include "tarn/TracingSession.h"
+
+#include <functional>
+#include <future>
+
+int main() {
+    OptTarn::SetIsForegroundThreadContextEnabled(true);
+    const tarn::TracingSession session;
+
+    const tarn::Scope serve("serve");
+    const auto square = [](int number) { return number * number; };
+    std::async(std::launch::async, tarn::Wrap("square", square), 12).get();
+
+    const std::function<void()> tick =
+        tarn::Wrap("tick", [] { tarn::Current().Add("on time", true); });
+    for (int i = 0; i < 3; ++i) {
+        std::async(std::launch::async, tick).get();
+    }
+}
