@@ -250,6 +250,27 @@ TEST_F(DoorScopeTest, AScopeThatADestructorOpensDuringAnExceptionEndsRegularly) 
     EXPECT_EQ(Tree(), "clean up\n");
 }
 
+TEST_F(DoorScopeTest, AnExceptionWithinADestructorDuringAnotherOneEndsItsScopeEarly) {
+    struct CleanUp {
+        ~CleanUp() {
+            try {
+                const Scope scope("clean up");
+                throw std::runtime_error("second");
+            } catch (const std::exception&) {
+                const Scope scope("handled");
+            }
+        }
+    };
+
+    try {
+        const CleanUp cleanUp;
+        throw std::runtime_error("first");
+    } catch (const std::exception&) {
+    }
+
+    EXPECT_EQ(Tree(), "clean up: early-termination\nhandled\n");
+}
+
 TEST_F(DoorScopeTest, CurrentIsTheInnermostScope) {
     EXPECT_FALSE(Current());
     Current().Add("nowhere", 1);

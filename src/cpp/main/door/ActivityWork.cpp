@@ -82,7 +82,6 @@ bool Leave(ThreadWork& thread, Stay& stay) {
     const bool hasScopes = HasScopes(thread, stay);
     if (hasScopes) {
         stay.hasLeft = true;
-        stay.work = nullptr;
         stay.continuation.Leave();
     } else {
         thread.Remove(stay);
@@ -132,7 +131,7 @@ ActivityWork::ActivityWork(const char* activityName,
 }
 
 Stay::Stay(ActivityWork& resumed)
-    : ThreadWork::Frame{nullptr, &resumed, true},
+    : ThreadWork::Frame{nullptr, true},
       activity(resumed),
       continuation(resumed.inside) {
     activity.references.fetch_add(1, std::memory_order_relaxed);
@@ -248,9 +247,13 @@ void tarn_activity_suspend(tarn_work* activity) noexcept {
 
 tarn_work* tarn_current() noexcept {
     ThreadWork& thread = ThreadWork::OfThisThread();
-    for (const ThreadWork::Frame* frame = thread.Top(); frame != nullptr; frame = frame->below) {
-        if (!frame->isStay || !static_cast<const Stay*>(frame)->IsOver()) {
-            return frame->work;
+    for (ThreadWork::Frame* frame = thread.Top(); frame != nullptr; frame = frame->below) {
+        if (!frame->isStay) {
+            return static_cast<ScopeWork*>(frame);
+        }
+        auto* const stay = static_cast<Stay*>(frame);
+        if (!stay->IsOver()) {
+            return &stay->activity;
         }
     }
     return nullptr;

@@ -62,24 +62,32 @@ std::string Encoded(uint64 point) {
 
 Metrics::NameValueList AttributePairs::ToList() const {
     Metrics::NameValueList list;
-    list.reserve(end() - begin());
-    for (const Metrics::PairView& pair : *this) {
+    list.reserve(Size());
+    const PairBuffer pairs(*this);
+    for (const Metrics::PairView& pair : pairs.Span()) {
         list.emplace_back(pair.name.ToValue(), pair.value.ToValue());
     }
     return list;
 }
 
-Metrics::PairView AttributePairs::MakePair(const PairSource& source, std::size_t index) {
+void AttributePairs::MakePairs(const PairSource& source, Metrics::PairView* room) {
     const auto& pairs = static_cast<const AttributePairs&>(source);
-    const abi::tarn_attribute& attribute = pairs.m_first[index];
-    return {ValueView::OfUtf8(ViewOf(attribute.key, attribute.key_length)),
-            pairs.MakeValue(attribute)};
+    const abi::tarn_attribute* const end = pairs.m_first + pairs.Size();
+    for (const abi::tarn_attribute* next = pairs.m_first; next != end; ++next, ++room) {
+        const ValueView name = ValueView::OfUtf8(ViewOf(next->key, next->key_length));
+        if (next->type == abi::TARN_TEXT) {
+            new (static_cast<void*>(room)) Metrics::PairView(
+                name, ValueView::OfUtf8(ViewOf(next->value.text, next->more.length)));
+        } else if (next->type == abi::TARN_INTEGER) {
+            new (static_cast<void*>(room)) Metrics::PairView(name, next->value.integer);
+        } else {
+            new (static_cast<void*>(room)) Metrics::PairView(name, pairs.MakeUncommonValue(*next));
+        }
+    }
 }
 
-ValueView AttributePairs::MakeValue(const abi::tarn_attribute& attribute) const {
+ValueView AttributePairs::MakeUncommonValue(const abi::tarn_attribute& attribute) const {
     switch (attribute.type) {
-        case abi::TARN_INTEGER:
-            return attribute.value.integer;
         case abi::TARN_NATURAL:
             // The bus has signed integers only.
             if (attribute.value.natural > static_cast<uint64>(std::numeric_limits<int64>::max())) {
@@ -90,8 +98,6 @@ ValueView AttributePairs::MakeValue(const abi::tarn_attribute& attribute) const 
             return attribute.value.real;
         case abi::TARN_BOOLEAN:
             return attribute.value.integer != 0;
-        case abi::TARN_TEXT:
-            return ValueView::OfUtf8(ViewOf(attribute.value.text, attribute.more.length));
         case abi::TARN_CHARACTER:
             return Keep(Encoded(attribute.value.natural));
         case abi::TARN_CONVERTED: {

@@ -18,16 +18,16 @@ namespace tarn {
 class AttributePairs : public PairSource {
 public:
     AttributePairs(const abi::tarn_attribute* first, std::size_t count) noexcept
-        : PairSource(MakePair, first != nullptr ? count : 0),
+        : PairSource(MakePairs, first != nullptr ? count : 0),
           m_first(first) {}
 
     /// Pairs that own what they hold.
     Metrics::NameValueList ToList() const;
 
 private:
-    static Metrics::PairView MakePair(const PairSource& source, std::size_t index);
+    static void MakePairs(const PairSource& source, Metrics::PairView* room);
 
-    Metrics::ValueView MakeValue(const abi::tarn_attribute& attribute) const;
+    Metrics::ValueView MakeUncommonValue(const abi::tarn_attribute& attribute) const;
     Metrics::ValueView Keep(std::string&& text) const;
 
     const abi::tarn_attribute* m_first;

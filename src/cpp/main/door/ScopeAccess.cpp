@@ -25,10 +25,4 @@ void ScopeAccess::Fail(ActivityScope& scope, Metrics::NameValueList&& result) {
     }
 }
 
-void ScopeAccess::EndRegularly(ActivityScope& scope) noexcept {
-    if (scope.m_status == ActivityScope::Status::None) {
-        scope.m_status = ActivityScope::Status::Failed;
-    }
-}
-
 }  // namespace tarn

@@ -33,7 +33,11 @@ public:
     static void Fail(ActivityScope& scope, Metrics::NameValueList&& result);
 
     /// Its end is not to be taken for an early termination.
-    static void EndRegularly(ActivityScope& scope) noexcept;
+    static void EndRegularly(ActivityScope& scope) noexcept {
+        if (scope.m_status == ActivityScope::Status::None) {
+            scope.m_status = ActivityScope::Status::Failed;
+        }
+    }
 
     static bool IsOff(const ActivityScope& scope) noexcept { return scope.m_off; }
 

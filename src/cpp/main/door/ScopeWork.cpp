@@ -6,8 +6,8 @@
 
 #include "tarn/TarnSettings.h"
 
+#include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <new>
 #include <utility>
@@ -25,62 +25,86 @@ Traits TraitsOf(const tarn_options* options) noexcept {
                : Traits(TraceType(options->type), TraceRank(options->rank), options->flags);
 }
 
-/// Constructs what is in the room.
-void Begin(ScopeWork& work,
-           const char* name,
-           Traits traits,
-           const tarn_options* options,
-           const AttributePairs& attributes) {
-    if (options == nullptr || (options->from == nullptr && options->context_count == 0)) {
-        work.scope = ScopeAccess::Construct(work.room, name, traits, attributes);
-        work.kind = Kind::Scope;
-        return;
-    }
+/// Constructs what is in the room, where there is more to say than a name and attributes.
+void BeginWithOptions(ScopeWork& work,
+                      const char* name,
+                      Traits traits,
+                      const tarn_options& options,
+                      const AttributePairs& attributes) {
     Metrics::NameValueList context =
-        AttributePairs(options->context, options->context_count).ToList();
-    if (options->from == nullptr) {
-        work.scope = new (work.room)
+        AttributePairs(options.context, options.context_count).ToList();
+    if (options.from == nullptr) {
+        new (work.room)
             ActivityScope(name, CustomContext(std::move(context)), traits, attributes.ToList());
         work.kind = Kind::Scope;
         return;
     }
-    auto* const run = new (work.room)
-        ActivityHandOver::Run(options->from->handOver, name, traits, attributes.ToList());
-    work.scope = &run->Scope();
+    new (work.room)
+        ActivityHandOver::Run(options.from->handOver, name, traits, attributes.ToList());
     work.kind = Kind::Run;
     if (!context.empty()) {
-        work.scope->AddContext(CustomContext(std::move(context)));
+        work.Scope().AddContext(CustomContext(std::move(context)));
     }
 }
 
 void End(ScopeWork& work) noexcept {
-    if (work.kind == Kind::Run) {
-        reinterpret_cast<ActivityHandOver::Run*>(work.room)->~Run();
+    if (work.kind == Kind::Scope) {
+        work.Scope().~ActivityScope();
     } else {
-        work.scope->~ActivityScope();
+        std::launder(reinterpret_cast<ActivityHandOver::Run*>(work.room))->~Run();
     }
     work.kind = Kind::Off;
 }
 
-void OpenOrThrow(ScopeWork& work,
+/// The settings, which are never destroyed: found once.
+const TarnSettings& Settings() noexcept {
+    static constinit std::atomic<const TarnSettings*> found{nullptr};
+    const TarnSettings* settings = found.load(std::memory_order_acquire);
+    if (settings == nullptr) {
+        settings = &TarnSettings::GetInstance();
+        found.store(settings, std::memory_order_release);
+    }
+    return *settings;
+}
+
+inline void Open(ScopeWork& work,
                  const char* name,
                  const tarn_options* options,
                  const tarn_attribute* attributes,
                  std::size_t count) {
     const Traits traits = TraitsOf(options);
-    if (TarnSettings::GetInstance().IsEitherOff(traits.rank, name)) {
+    if (Settings().IsEitherOff(traits.rank, name)) {
         return;
     }
     ThreadWork& thread = ThreadWork::OfThisThread();
     if (thread.Top() != nullptr && thread.Top()->isStay) {
         DropStaysThatAreOver(thread);
     }
-    Begin(work, name, traits, options, AttributePairs(attributes, count));
-    work.exceptionsAtBegin = std::uncaught_exceptions();
+    const AttributePairs pairs(attributes, count);
+    if (options == nullptr || (options->from == nullptr && options->context_count == 0)) {
+        ScopeAccess::Construct(work.room, name, traits, pairs);
+        work.kind = Kind::Scope;
+    } else {
+        BeginWithOptions(work, name, traits, *options, pairs);
+    }
+    work.exceptionsAtBegin = thread.UncaughtExceptions();
     work.thread = &thread;
-    work.frame.work = &work;
-    work.frame.isStay = false;
-    thread.Push(work.frame);
+    work.isStay = false;
+    thread.Push(work);
+}
+
+/// The same with a name that does not end with a NUL, or that the hand-over has.
+[[gnu::noinline]] void OpenWithOtherName(ScopeWork& work,
+                                         const char* name,
+                                         std::size_t nameLength,
+                                         const tarn_options* options,
+                                         const tarn_attribute* attributes,
+                                         std::size_t count) {
+    if (name == nullptr && options != nullptr && options->from != nullptr) {
+        Open(work, options->from->name.c_str(), options, attributes, count);
+    } else {
+        Open(work, NameText(name, nameLength).Get(), options, attributes, count);
+    }
 }
 
 /// Measured scopes are checked when they end; this is for the others, whose thread's list would be
@@ -108,11 +132,9 @@ void tarn_scope_open(tarn_scope* scope,
     work.kind = Kind::Off;
     try {
         if (name_length == TARN_TO_NUL && name != nullptr) {
-            OpenOrThrow(work, name, options, attributes, count);
-        } else if (name != nullptr || options == nullptr || options->from == nullptr) {
-            OpenOrThrow(work, NameText(name, name_length).Get(), options, attributes, count);
+            Open(work, name, options, attributes, count);
         } else {
-            OpenOrThrow(work, options->from->name.c_str(), options, attributes, count);
+            OpenWithOtherName(work, name, name_length, options, attributes, count);
         }
     } catch (...) {
         // Without memory for it there is no scope.
@@ -129,14 +151,14 @@ void tarn_scope_close(tarn_scope* scope) noexcept {
     }
     ThreadWork& thread = *work.thread;
     if (&thread == &ThreadWork::OfThisThread()) {
-        thread.Remove(work.frame);
-    } else if (work.scope->GetTraits().type == TraceType::Untracked) {
+        thread.Remove(work);
+    } else if (work.Scope().GetTraits().type == TraceType::Untracked) {
         EndProcessForOtherThread();
     }
     // Only what is thrown within a scope makes it end early; a scope of a destructor that an
     // exception has called does not.
-    if (work.exceptionsAtBegin != 0 && std::uncaught_exceptions() <= work.exceptionsAtBegin) {
-        ScopeAccess::EndRegularly(*work.scope);
+    if (thread.UncaughtExceptions() <= work.exceptionsAtBegin) {
+        ScopeAccess::EndRegularly(work.Scope());
     }
     End(work);
     if (thread.Top() != nullptr && thread.Top()->isStay) {

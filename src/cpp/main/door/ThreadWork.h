@@ -1,7 +1,5 @@
 #pragma once
 
-#include "tarn/tarn.h"
-
 namespace tarn {
 
 /// What is current on a thread: its open scopes and the activities that were resumed there, the
@@ -11,12 +9,20 @@ class ThreadWork {
 public:
     struct Frame {
         Frame* below;
-        abi::tarn_work* work;  ///< null for what is switched off
-        bool isStay;           ///< of an activity, which may end elsewhere
+        bool isStay;  ///< a `Stay` of an activity, which may end elsewhere; else a `ScopeWork`
     };
 
     /// The list of the calling thread, which is there to the thread's very end.
     static ThreadWork& OfThisThread() noexcept { return t_work; }
+
+    /// How many exceptions are on their way on this thread: `std::uncaught_exceptions`, without a
+    /// call.
+    unsigned UncaughtExceptions() noexcept {
+        if (m_exceptions == nullptr) {
+            m_exceptions = FindExceptions();
+        }
+        return m_exceptions->uncaught;
+    }
 
     Frame* Top() const noexcept { return m_top; }
 
@@ -35,9 +41,18 @@ public:
     }
 
 private:
-    [[gnu::tls_model("initial-exec")]] static thread_local ThreadWork t_work;
+    /// What the C++ runtime has of each thread, as its binary interface lays it out.
+    struct Exceptions {
+        void* caught;
+        unsigned uncaught;
+    };
+
+    static const Exceptions* FindExceptions() noexcept;
+
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local ThreadWork t_work;
 
     Frame* m_top = nullptr;
+    const Exceptions* m_exceptions = nullptr;
 };
 
 }  // namespace tarn

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstddef>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -27,11 +28,15 @@ enum : uint64 { Off = 0, Scope = 1, Run = 2, Activity = 3 };
 }  // namespace Kind
 
 /// In the caller's `tarn_scope`. Nothing but the kind is set while it is off.
-struct ScopeWork : abi::tarn_work {
-    int exceptionsAtBegin;
-    ActivityScope* scope;  ///< in the room
-    ThreadWork* thread;    ///< that it began on
-    ThreadWork::Frame frame;
+struct ScopeWork : abi::tarn_work, ThreadWork::Frame {
+    ActivityScope& Scope() noexcept {
+        return kind == Kind::Scope
+                   ? *std::launder(reinterpret_cast<ActivityScope*>(room))
+                   : std::launder(reinterpret_cast<ActivityHandOver::Run*>(room))->Scope();
+    }
+
+    ThreadWork* thread;  ///< that it began on
+    unsigned exceptionsAtBegin;
 
     // An `ActivityScope`, or an `ActivityHandOver::Run`.
     alignas(ActivityHandOver::Run)

@@ -28,7 +28,7 @@ void WithScope(tarn_work* work, Action&& action) noexcept {
     }
     try {
         if (work->kind != Kind::Activity) {
-            action(*static_cast<ScopeWork*>(work)->scope);
+            action(static_cast<ScopeWork*>(work)->Scope());
             return;
         }
         auto& activity = *static_cast<ActivityWork*>(work);

@@ -156,7 +156,7 @@ ActivityScope::ActivityScope(const char* name, Traits traits, const PairSource& 
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     if (m_trackResources) {
-        KeepForMisuse(name);
+        m_scope.KeepBeginningOfName(name);
     }
     BeginScope(name, attributes);
     InitializeResourceTracking();
@@ -169,7 +169,9 @@ ActivityScope::~ActivityScope() noexcept {
     if (!m_postCloseEvents.empty()) {
         m_scope.SetPostScopeCloseEvents(std::move(m_postCloseEvents));
     }
-    Attempt([this] { ReportEarlyTermination(); });
+    if (m_status == Status::None) {
+        Attempt([this] { ReportEarlyTermination(); });
+    }
     Attempt([this] { ReleaseResources(); });
     Attempt([this] { LeaveActivityContext(); });
     FinishMetricsScope();

@@ -121,7 +121,7 @@ void ActivityScope::SetCustomContext(Metrics::NameValueList&& attributes) {
 }
 
 void ActivityScope::ReportEarlyTermination() {
-    if (m_status != Status::None || std::uncaught_exceptions() == 0) {
+    if (std::uncaught_exceptions() == 0) {
         return;
     }
     Metrics::NameValueList pairs;

@@ -6,50 +6,21 @@
 #include <cstddef>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 namespace tarn {
 
-/// Pairs in a row that are made one by one, and only if somebody wants them.
+/// Pairs in a row that are made when somebody wants them.
 class PairSource {
 public:
-    /// Makes the pair at an index. What it refers to lives as long as the source.
-    using Make = Metrics::PairView (*)(const PairSource&, std::size_t index);
+    /// Constructs all pairs in `room`. What they refer to lives as long as the source. May throw.
+    using Make = void (*)(const PairSource& source, Metrics::PairView* room);
 
     PairSource(Make make, std::size_t size) noexcept : m_make(make), m_size(size) {}
 
-    class Iterator {
-    public:
-        Iterator(const PairSource& source, std::size_t index) noexcept
-            : m_source(&source),
-              m_index(index) {}
+    std::size_t Size() const noexcept { return m_size; }
 
-        Metrics::PairView operator*() const { return m_source->m_make(*m_source, m_index); }
-
-        Iterator& operator++() noexcept {
-            ++m_index;
-            return *this;
-        }
-
-        friend bool operator!=(const Iterator& one, const Iterator& other) noexcept {
-            return one.m_index != other.m_index;
-        }
-
-        friend std::size_t operator-(const Iterator& one, const Iterator& other) noexcept {
-            return one.m_index - other.m_index;
-        }
-
-    private:
-        const PairSource* m_source;
-        std::size_t m_index;
-    };
-
-    // NOLINTBEGIN(readability-identifier-naming): named by the language
-
-    Iterator begin() const noexcept { return {*this, 0}; }
-
-    Iterator end() const noexcept { return {*this, m_size}; }
-
-    // NOLINTEND(readability-identifier-naming)
+    void MakeIn(Metrics::PairView* room) const { m_make(*this, room); }
 
 private:
     Make m_make;
@@ -62,18 +33,22 @@ class PairBuffer {
 public:
     /// The pairs of a list, and after them the further ones.
     template <class Pairs, class... Further>
-    explicit PairBuffer(const Pairs& pairs, const Further&... further) {
-        const std::size_t count =
-            static_cast<std::size_t>(pairs.end() - pairs.begin()) + sizeof...(further);
-        if (count > few) {
-            m_many.reset(
-                static_cast<Metrics::PairView*>(::operator new(count * sizeof(Metrics::PairView))));
-            m_first = m_many.get();
-            m_end = m_first;
-        }
+
+    requires(!std::is_base_of_v<PairSource, Pairs>) explicit PairBuffer(const Pairs& pairs,
+                                                                        const Further&... further) {
+        MakeRoomFor(static_cast<std::size_t>(pairs.end() - pairs.begin()) + sizeof...(further));
         for (const auto& pair : pairs) {
             Add(pair);
         }
+        (Add(further), ...);
+    }
+
+    /// The same with pairs that are made here.
+    template <class... Further>
+    explicit PairBuffer(const PairSource& pairs, const Further&... further) {
+        MakeRoomFor(pairs.Size() + sizeof...(further));
+        pairs.MakeIn(m_end);
+        m_end += pairs.Size();
         (Add(further), ...);
     }
 
@@ -96,6 +71,15 @@ private:
     struct Free {
         void operator()(Metrics::PairView* pairs) const noexcept { ::operator delete(pairs); }
     };
+
+    void MakeRoomFor(std::size_t count) {
+        if (count > few) {
+            m_many.reset(
+                static_cast<Metrics::PairView*>(::operator new(count * sizeof(Metrics::PairView))));
+            m_first = m_many.get();
+            m_end = m_first;
+        }
+    }
 
     alignas(Metrics::PairView) std::byte m_few[few * sizeof(Metrics::PairView)];
     std::unique_ptr<Metrics::PairView, Free> m_many;
