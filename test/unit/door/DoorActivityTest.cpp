@@ -222,9 +222,16 @@ TEST_F(DoorActivityTest, AMovedActivityKeepsItsIdentityAndLeavesNone) {
 
 // ---- Wrong use
 
+/// A name that was not warned of in this process, however often the tests are repeated.
+std::string FreshName(const char* text) {
+    static int number = 0;
+    return text + std::string(" ") + std::to_string(++number);
+}
+
 TEST_F(DoorActivityTest, UseAfterTheEndHasNoEffectAndIsWarnedOfOnce) {
+    const std::string name = FreshName("late");
     for (int i = 0; i < 3; ++i) {
-        Activity activity("used after its end");
+        Activity activity(name);
         activity.End();
         activity.Add("late", 1);
         activity.Resume();
@@ -232,11 +239,11 @@ TEST_F(DoorActivityTest, UseAfterTheEndHasNoEffectAndIsWarnedOfOnce) {
         activity.End();
     }
 
-    EXPECT_EQ(CountOf(Ends("used after its end")), 3U);
+    EXPECT_EQ(CountOf(Ends(name)), 3U);
     EXPECT_THAT(Warnings(),
-                ElementsAre(HasSubstr("\"used after its end\" was used after its end"),
-                            HasSubstr("\"used after its end\" was resumed after its end"),
-                            HasSubstr("\"used after its end\" was ended after its end")));
+                ElementsAre(HasSubstr(name + "\" was used after its end"),
+                            HasSubstr(name + "\" was resumed after its end"),
+                            HasSubstr(name + "\" was ended after its end")));
 }
 
 TEST_F(DoorActivityTest, AnActivityThatEndsBeforeItsScopesLosesNoEnds) {
@@ -258,9 +265,10 @@ TEST_F(DoorActivityTest, AnActivityThatEndsBeforeItsScopesLosesNoEnds) {
 }
 
 TEST_F(DoorActivityTest, SuspendedBeforeItsScopesItLosesNoEnds) {
+    const std::string name = FreshName("early");
     {
         const Scope serve("serve");
-        Activity activity("suspended early");
+        Activity activity(name);
         activity.Resume();
         {
             const Scope inner("inner");
@@ -271,15 +279,18 @@ TEST_F(DoorActivityTest, SuspendedBeforeItsScopesItLosesNoEnds) {
 
     EXPECT_EQ(Tree(),
               "serve\n"
-              "  suspended early\n"
-              "    inner\n"
-              "  after\n");
-    EXPECT_THAT(Warnings(), ElementsAre(HasSubstr("\"suspended early\" was suspended before")));
+              "  " +
+                  name +
+                  "\n"
+                  "    inner\n"
+                  "  after\n");
+    EXPECT_THAT(Warnings(), ElementsAre(HasSubstr(name + "\" was suspended before")));
 }
 
 TEST_F(DoorActivityTest, ResumedTwiceOrSuspendedWhereItIsNotItStaysAsItIs) {
+    const std::string name = FreshName("twice");
     {
-        Activity activity("twice");
+        Activity activity(name);
         activity.Suspend();
         activity.Resume();
         activity.Resume();
@@ -289,18 +300,20 @@ TEST_F(DoorActivityTest, ResumedTwiceOrSuspendedWhereItIsNotItStaysAsItIs) {
     }
 
     EXPECT_EQ(Tree(),
-              "twice\n"
-              "  inside\n"
-              "outside\n");
+              name +
+                  "\n"
+                  "  inside\n"
+                  "outside\n");
     EXPECT_THAT(Warnings(),
                 ElementsAre(HasSubstr("suspended on a thread where it is not resumed"),
                             HasSubstr("resumed on a thread where it is resumed already")));
 }
 
 TEST_F(DoorActivityTest, EndedOnAnotherThreadThanItIsResumedOnItLosesNothing) {
+    const std::string name = FreshName("elsewhere");
     {
         const Scope serve("serve");
-        auto activity = std::make_unique<Activity>("ends elsewhere");
+        auto activity = std::make_unique<Activity>(name);
         activity->Resume();
         OnAnotherThread([&activity] { activity.reset(); });
         EXPECT_TRUE(Current());
@@ -309,8 +322,10 @@ TEST_F(DoorActivityTest, EndedOnAnotherThreadThanItIsResumedOnItLosesNothing) {
 
     EXPECT_EQ(Tree(),
               "serve\n"
-              "  ends elsewhere\n"
-              "  after\n");
+              "  " +
+                  name +
+                  "\n"
+                  "  after\n");
     EXPECT_THAT(Warnings(), ElementsAre(HasSubstr("resumed on another thread")));
 }
 
