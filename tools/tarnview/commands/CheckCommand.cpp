@@ -3,43 +3,47 @@
 #include "commands/Input.h"
 #include "model/FiguresCheck.h"
 #include "model/Joiner.h"
+#include "model/ProcessWatch.h"
 #include "model/SeenIds.h"
+#include "model/SponsorCheck.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <ostream>
+#include <set>
 #include <string>
 
 namespace tarnview {
 
 namespace {
 
-// With this the host begins its message about lines that it could not write.
-constexpr std::string_view lostLinesMessage = "Missing in this log";
-
 class Checker {
 public:
-    explicit Checker(Problems& problems)
+    Checker(Problems& problems, const LogScanner& scanner)
         : m_problems(problems),
+          m_scanner(scanner),
           m_figures(problems),
-          m_joiner(problems, [this](Activity&& activity) { Count(activity); }) {}
+          m_joiner(
+              problems,
+              [this](Activity&& activity) { Count(activity); },
+              [this](const LogLine& end) { return WasBegunElsewhere(end); }),
+          m_sponsors(m_joiner, m_ids, problems) {}
 
     void Take(const LogLine& line, const Place& place) {
         ++m_lines;
-        if (line.kind == LineKind::Message) {
-            TakeMessage(line, place);
-        }
-        // One that is open already is reported by the joiner; at depth 0 an adopted context may
-        // well show an id once more.
-        if (line.kind == LineKind::Begin && !m_ids.Add(line.process, line.id) && line.depth != 0 &&
-            m_joiner.FindOpen(std::string(line.id)) == nullptr) {
-            m_problems.Report(
-                ProblemKind::RepeatedId, place, std::string(line.id) + " has been used before");
-        }
+        m_messages += line.kind == LineKind::Message ? 1U : 0U;
+        m_processes.insert(line.process);
+        m_watch.Take(line, place);
+        TakeId(line, place);
         m_joiner.Take(line, place);
         m_figures.Take(line, place);
     }
 
-    void Finish() { m_joiner.Finish(); }
+    void Finish() {
+        m_watch.ReportDead(m_joiner.Open(), m_problems);
+        m_joiner.Finish();
+        m_sponsors.Finish();
+    }
 
     void PrintSummary(std::ostream& out) const {
         out << m_lines << " lines, " << m_ended << " activities, " << m_failed << " failed, "
@@ -48,19 +52,42 @@ public:
             const auto kind = static_cast<ProblemKind>(index);
             const std::uint64_t count = m_problems.Count(kind);
             if (count != 0) {
-                out << count << ' ' << (count == 1 ? DescriptionOf(kind) : PluralOf(kind)) << " ("
-                    << WordFor(kind) << ")\n";
+                out << CountOf(kind, count) << " (" << WordFor(kind) << ")\n";
             }
         }
-        out << (m_problems.Total() == 0 ? "the log is whole\n" : "the log is not whole\n");
+        out << (m_problems.Total() == 0 ? "the log is whole" : "the log is not whole");
+        out << (m_scanner.HasLineNumbers() || m_lines == 0
+                    ? "\n"
+                    : "; its lines have no numbers (seq), so whole activities may be missing\n");
     }
 
 private:
-    void TakeMessage(const LogLine& line, const Place& place) {
-        ++m_messages;
-        if (line.message.substr(0, lostLinesMessage.size()) == lostLinesMessage) {
-            m_problems.Report(ProblemKind::LostLines, place, line.message);
+    void TakeId(const LogLine& line, const Place& place) {
+        if (!line.IsOfActivity()) {
+            return;
         }
+        const bool isOpen = m_joiner.FindOpen(std::string(line.id)) != nullptr;
+        if (line.kind == LineKind::End) {
+            // One without a begin is in the log all the same.
+            if (!isOpen && m_ids.Add(line.process, line.id)) {
+                m_sponsors.Take(line, place);
+            }
+            return;
+        }
+        m_sponsors.Take(line, place);
+        // One that is open already is reported by the joiner; at depth 0 an adopted context may
+        // well show an id once more.
+        if (!m_ids.Add(line.process, line.id) && line.depth != 0 && !isOpen) {
+            m_problems.Report(
+                ProblemKind::RepeatedId, place, std::string(line.id) + " has been used before");
+        }
+    }
+
+    // A forked process ends what its parent has begun, and the parent may have ended it before.
+    bool WasBegunElsewhere(const LogLine& end) const {
+        return std::any_of(m_processes.begin(), m_processes.end(), [&](std::int64_t process) {
+            return process != end.process && m_ids.Has(process, end.id);
+        });
     }
 
     void Count(const Activity& activity) {
@@ -75,9 +102,13 @@ private:
     }
 
     Problems& m_problems;
+    const LogScanner& m_scanner;
     FiguresCheck m_figures;
-    Joiner m_joiner;
     SeenIds m_ids;
+    Joiner m_joiner;
+    SponsorCheck m_sponsors;
+    ProcessWatch m_watch;
+    std::set<std::int64_t> m_processes;
     std::uint64_t m_lines = 0;
     std::uint64_t m_messages = 0;
     std::uint64_t m_ended = 0;
@@ -92,16 +123,16 @@ int RunCheck(const CheckOptions& options, Context& context) {
     for (const ProblemKind kind : options.ignored) {
         input.Findings().Ignore(kind);
     }
-    Checker checker(input.Findings());
+    Checker checker(input.Findings(), input.Scanner());
     input.Scanner().Scan({.isStrict = true}, [&](const LogLine& line, const Place& place) {
         checker.Take(line, place);
     });
     checker.Finish();
-    input.Finish();
+    input.EndPass();
     if (!options.isQuiet) {
         checker.PrintSummary(context.out);
     }
-    return input.Findings().Total() == 0 ? exitSuccess : exitFound;
+    return input.Findings().Total() == 0 ? exitSuccess : exitNegative;
 }
 
 }  // namespace tarnview

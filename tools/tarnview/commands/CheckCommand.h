@@ -13,7 +13,7 @@ struct CheckOptions {
     bool isQuiet = false;  ///< the exit status and what is wrong, no summary
 };
 
-/// Says whether a log is whole: exitSuccess if nothing is wrong, else exitFound. Throws
+/// Says whether a log is whole: exitSuccess if nothing is wrong, else exitNegative. Throws
 /// `std::system_error` if a file cannot be read.
 int RunCheck(const CheckOptions& options, Context& context);
 

@@ -2,11 +2,15 @@
 
 #include "commands/CommonOptions.h"
 #include "output/OutputFile.h"
+#include "read/InputFiles.h"
+#include "read/LineParser.h"
+#include "read/LineReader.h"
 
 #include <csignal>
 #include <exception>
 #include <iostream>
-#include <system_error>
+#include <string>
+#include <sys/stat.h>
 
 namespace tarnview {
 
@@ -29,21 +33,60 @@ constexpr const char* footer = R"(From a log to an answer:
 
 'tarnview COMMAND --help' has the options of a command, and examples.
 
-Exit status: 0 success, 1 'check' found the log not whole or 'show' nothing, 2 a command line that
-is not understood, 3 a file that cannot be read or written. What is wrong with a log is named on
+Exit status: 0 success, 1 'check' found the log not whole or 'show' not exactly one activity, 2 a
+command line that is not understood, 3 a file that cannot be read or written or is no log. What is wrong with a log is named on
 the standard error stream and does not change the exit status of the other commands.)";
+
+// Who forgets the name of the output and gives that of a log instead means no harm to the log.
+void RefuseToReplaceALog(const std::string& path) {
+    struct stat status {};
+
+    if (path.empty() || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    const InputFile file(path);
+    LineReader reader(file.Descriptor());
+    LineParser parser;
+    LogLine line;
+    if (reader.Next() == LineReader::Result::Line &&
+        parser.Parse(reader.Text(), line) != LineParser::Result::Unreadable) {
+        throw CommandLineError("--output: " + path + " is a log, and is not replaced");
+    }
+}
+
+// The parser of the command line would only say that a command is missing.
+bool IsUnknownCommand(const CLI::App& program, int argumentCount, char** arguments) {
+    if (argumentCount < 2 || arguments[1][0] == '-') {
+        return false;
+    }
+    std::string known;
+    for (const CLI::App* const command : program.get_subcommands({})) {
+        if (command->get_name() == arguments[1]) {
+            return false;
+        }
+        known += (known.empty() ? "" : ", ") + command->get_name();
+    }
+    std::cerr << "tarnview: '" << arguments[1] << "' is no command; there are " << known
+              << ". See tarnview --help.\n";
+    return true;
+}
 
 int RunCommand(const CommonOptions& common, const Command& command) {
     try {
+        RefuseToReplaceALog(common.output);
         OutputFile output(common.output);
         Context context{output.Stream(),
                         std::cerr,
-                        FindTerminal(common.colour, common.hasProgress, !common.output.empty())};
+                        FindTerminal(common.colour, common.hasProgress, !common.output.empty()),
+                        common.output};
         const int status = command(context);
-        output.Commit();
+        if (status != exitInputOutput) {
+            output.Commit();
+        }
         return status;
-    } catch (const std::system_error& error) {
+    } catch (const CommandLineError& error) {
         std::cerr << "tarnview: " << error.what() << '\n';
+        return exitCommandLine;
     } catch (const std::exception& error) {
         std::cerr << "tarnview: " << error.what() << '\n';
     }
@@ -68,6 +111,9 @@ int Run(int argumentCount, char** arguments) {
     AddCheck(program, common, command);
     AddReport(program, common, command);
     AddExport(program, common, command);
+    if (IsUnknownCommand(program, argumentCount, arguments)) {
+        return exitCommandLine;
+    }
     try {
         program.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {

@@ -30,6 +30,18 @@ void AddParsed(CLI::App& command,
         ->type_name(type);
 }
 
+void AddPatterns(CLI::App& command,
+                 const char* name,
+                 std::vector<std::string>& patterns,
+                 const char* type,
+                 const char* help) {
+    command.add_option(name, patterns, help)
+        ->type_name(type)
+        ->delimiter(',')
+        ->group("Filters")
+        ->allow_extra_args(false);
+}
+
 }  // namespace
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options) {
@@ -77,22 +89,27 @@ void AddInputOptions(CLI::App& command, InputOptions& options) {
     });
 }
 
+void AddOpenFilterOptions(CLI::App& command, Filter& filter) {
+    AddPatterns(command, "--name", filter.names, "PATTERN", "Name, as 'load' or 'load*'");
+    AddPatterns(command, "--user", filter.users, "PATTERN", "User");
+    command.add_option("--pid", filter.processes, "Process")
+        ->type_name("ID")
+        ->delimiter(',')
+        ->group("Filters")
+        ->allow_extra_args(false);
+}
+
 void AddFilterOptions(CLI::App& command, Filter& filter) {
-    const auto addPatterns = [&](const char* name,
-                                 std::vector<std::string>& patterns,
-                                 const char* type,
-                                 const char* help) {
-        command.add_option(name, patterns, help)
-            ->type_name(type)
-            ->group("Filters")
-            ->allow_extra_args(false);
-    };
-    addPatterns("--root", filter.roots, "ID", "Root activity, or the beginning of its id");
-    addPatterns("--name", filter.names, "PATTERN", "Name, as 'load' or 'load*'");
-    addPatterns("--user", filter.users, "PATTERN", "User");
-    addPatterns("--site", filter.sites, "PATTERN", "Site");
-    addPatterns("--result", filter.results, "PATTERN", "Result, as 'exception'");
-    command.add_flag("--failed", filter.isFailed, "Any result but 'ok'")->group("Filters");
+    AddPatterns(command, "--root", filter.roots, "ID", "Root activity, or the beginning of its id");
+    AddOpenFilterOptions(command, filter);
+    AddPatterns(command, "--site", filter.sites, "PATTERN", "Site");
+    AddPatterns(command, "--result", filter.results, "PATTERN", "Result, as 'exception'");
+    command
+        .add_flag("--failed",
+                  filter.isFailed,
+                  "Any result but 'ok' and 'early-termination', as top counts failures")
+        ->group("Filters");
+    command.add_flag("--not-ok", filter.isNotOk, "Any result but 'ok'")->group("Filters");
     AddParsed(command,
               "--slower-than",
               filter.slowerThan,

@@ -23,6 +23,8 @@ using Command = std::function<int(Context&)>;
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
 void AddInputOptions(CLI::App& command, InputOptions& options);
 void AddFilterOptions(CLI::App& command, Filter& filter);
+/// Those that say something about what has not ended, which are among the above.
+void AddOpenFilterOptions(CLI::App& command, Filter& filter);
 
 // Each adds one command to the program.
 void AddTop(CLI::App& program, CommonOptions& common, Command& chosen);

@@ -5,6 +5,7 @@
 #include "read/Problems.h"
 
 #include <iosfwd>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,17 +13,25 @@ namespace tarnview {
 
 // What the program ends with.
 inline constexpr int exitSuccess = 0;
-/// `check` found the log not whole, or `show` did not find the activity.
-inline constexpr int exitFound = 1;
+/// `check` found the log not whole, or `show` not exactly one activity.
+inline constexpr int exitNegative = 1;
+/// The command line is not understood.
 inline constexpr int exitCommandLine = 2;
-/// A file could not be read or written.
+/// A file cannot be read or written, or is no log.
 inline constexpr int exitInputOutput = 3;
+
+/// The command line asks for what must not be done.
+class CommandLineError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// What all commands have in common. The streams must live as long.
 struct Context {
     std::ostream& out;
     std::ostream& err;
     Terminal terminal;
+    std::string outputPath{};  ///< empty: the standard output stream
 };
 
 /// Which files to read.

@@ -2,8 +2,6 @@
 
 #include "commands/LoadTrees.h"
 
-#include <ostream>
-
 namespace tarnview {
 
 int RunExport(const ExportOptions& options, Context& context) {
@@ -11,7 +9,6 @@ int RunExport(const ExportOptions& options, Context& context) {
     std::vector<std::string> roots;
     const ActivityForest forest =
         LoadSelected(input, options.filter, options.order, options.count, roots);
-    std::uint64_t leftOut = 0;
     switch (options.format) {
         case ExportFormat::Chrome:
             ExportChrome(forest, context.out);
@@ -20,18 +17,14 @@ int RunExport(const ExportOptions& options, Context& context) {
             ExportSpeedscope(forest, context.out);
             break;
         case ExportFormat::Otlp:
-            leftOut = ExportOtlp(forest, options.service, context.out);
+            ExportOtlp(forest, options.service, context.out);
             break;
         case ExportFormat::Folded:
             ExportFolded(forest, options.weight, context.out);
             break;
     }
-    input.Finish();
-    SayIfEmpty(forest, context);
-    if (leftOut != 0) {
-        context.err << "left out because they never ended: " << leftOut << '\n';
-    }
-    return exitSuccess;
+    SayWhatIsGuessed(forest, context);
+    return input.Finish();
 }
 
 }  // namespace tarnview

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "commands/Context.h"
+#include "model/Activity.h"
 #include "output/Progress.h"
 #include "read/LogScanner.h"
 #include "read/Problems.h"
+
+#include <cstdint>
 
 namespace tarnview {
 
@@ -13,8 +16,12 @@ class Input {
 public:
     Input(const InputOptions& options, Context& context);
 
-    /// At the end: how much was wrong in all.
-    void Finish();
+    /// Reading begins anew after this pass; to be called before the first one.
+    void AllowSecondPass();
+
+    /// At the end: says in a line how much was wrong in all, and what follows from it. Returns what
+    /// the program ends with: exitInputOutput if a file is no log, else exitSuccess.
+    int Finish();
 
     LogScanner& Scanner() { return m_scanner; }
 
@@ -23,13 +30,19 @@ public:
     /// Where what a pass over the input finds belongs: nowhere after the first one.
     Problems& FindingsOfThisPass() { return m_isFirstPass ? m_problems : m_muted; }
 
-    void EndPass() { m_isFirstPass = false; }
+    void EndPass();
+
+    /// Looks at what was measured of an activity, for Finish().
+    void Look(const Activity& activity);
 
 private:
     std::vector<std::string> m_files;
+    std::ostream& m_err;
     Problems m_problems;
     Problems m_muted;
     bool m_isFirstPass = true;
+    std::uint64_t m_leaves = 0;        // activities of which processor time was measured
+    std::uint64_t m_coarseLeaves = 0;  // whose processor time cannot be right
     Progress m_progress;
     LogScanner m_scanner;
 };

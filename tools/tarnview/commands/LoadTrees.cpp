@@ -1,7 +1,10 @@
 #include "commands/LoadTrees.h"
 
 #include "model/Joiner.h"
+#include "model/ProcessWatch.h"
+#include "output/Units.h"
 
+#include <cmath>
 #include <ostream>
 #include <utility>
 
@@ -10,9 +13,16 @@ namespace tarnview {
 void ReadActivities(Input& input,
                     const ParserOptions& parsing,
                     const std::function<void(Activity&&)>& onActivity) {
-    Joiner joiner(input.FindingsOfThisPass(), onActivity);
-    input.Scanner().Scan(
-        parsing, [&](const LogLine& line, const Place& place) { joiner.Take(line, place); });
+    ProcessWatch processes;
+    Joiner joiner(input.FindingsOfThisPass(), [&](Activity&& activity) {
+        input.Look(activity);
+        onActivity(std::move(activity));
+    });
+    input.Scanner().Scan(parsing, [&](const LogLine& line, const Place& place) {
+        processes.Take(line, place);
+        joiner.Take(line, place);
+    });
+    processes.ReportDead(joiner.Open(), input.FindingsOfThisPass());
     joiner.Finish();
     input.EndPass();
 }
@@ -51,15 +61,36 @@ ActivityForest LoadSelected(Input& input,
         return LoadAll(input);
     }
     TreeSelection selection(filter, order, count);
-    input.Scanner().AllowSecondPass();
+    input.AllowSecondPass();
     ReadActivities(input, {}, [&](Activity&& activity) { selection.Take(activity); });
     roots = selection.Chosen();
     return LoadTrees(input, roots);
 }
 
-void SayIfEmpty(const ActivityForest& forest, Context& context) {
+void SayWhatIsGuessed(const ActivityForest& forest, Context& context) {
     if (forest.Size() == 0) {
         context.err << "tarnview: nothing to show, no activity fits\n";
+    }
+    std::uint64_t guessed = 0;
+    std::uint64_t ambiguous = 0;
+    for (ActivityForest::Index index = 0; index < forest.Size(); ++index) {
+        guessed += forest.LinkOf(index) == LinkKind::Guessed ? 1U : 0U;
+        ambiguous += forest.LinkOf(index) == LinkKind::Ambiguous ? 1U : 0U;
+    }
+    if (guessed + ambiguous != 0) {
+        context.err << "tarnview: callers that the log does not name were guessed: "
+                    << guessed + ambiguous;
+        if (ambiguous != 0) {
+            context.err << ", " << ambiguous << " of them among several";
+        }
+        context.err << '\n';
+    }
+    for (const auto& [processes, skew] : forest.ClockSkews()) {
+        context.err << "tarnview: by the calls between them, the clock of process "
+                    << processes.second << " is "
+                    << FormatDuration(std::fabs(static_cast<double>(skew)) / 1e6)
+                    << (skew > 0 ? " ahead of" : " behind") << " that of process "
+                    << processes.first << '\n';
     }
 }
 

@@ -29,7 +29,8 @@ ActivityForest LoadSelected(Input& input,
                             std::size_t count,
                             std::vector<std::string>& roots);
 
-/// Nothing to show may well be a mistake in a filter: says so.
-void SayIfEmpty(const ActivityForest& forest, Context& context);
+/// Says how many links were guessed, and what they tell about clocks. Nothing to show may well be a
+/// mistake in a filter: says so, too.
+void SayWhatIsGuessed(const ActivityForest& forest, Context& context);
 
 }  // namespace tarnview

@@ -9,15 +9,19 @@ namespace tarnview {
 
 struct OpenOptions {
     InputOptions input;
-    double stuck = 0;    ///< seconds that an activity must have been running
-    bool isNow = false;  ///< measure up to now, not up to the last line of the log
+    Filter filter;
+    double stuck = 0;         ///< seconds that an activity must have been running
+    double silentAfter = 60;  ///< seconds without a line, after which a process is called silent
+    bool isNow = false;       ///< measure up to now, not up to the last line of the log
     bool isFollowing = false;
     std::chrono::milliseconds interval{1000};
     std::size_t updates = 0;  ///< tables, when following; 0: without end
 };
 
-/// Prints what is running, or was when the log ended, longest first. Throws `std::system_error` if
-/// a file cannot be read.
+/// Prints what is running, or was when the log ended, longest first, and apart from it what has not
+/// ended in processes that have been silent for a while, or are gone: another one has taken over
+/// their log, or, measured up to now, they do not exist on this machine any more. Throws
+/// `std::system_error` if a file cannot be read.
 int RunOpen(const OpenOptions& options, Context& context);
 
 }  // namespace tarnview

@@ -11,6 +11,7 @@ namespace {
 
 constexpr const char* examples = R"(Examples:
   tarnview open server.log
+  tarnview open --user ada --pid 4711 server.log
   tarnview open --stuck 30 --now server.log
   tarnview open --follow server.log)";
 
@@ -39,7 +40,15 @@ void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->needs(follow);
     command.add_option("--updates", options->updates, "End after as many tables, with --follow")
         ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000).description(""))
         ->needs(follow);
+    command
+        .add_option("--silent-after",
+                    options->silentAfter,
+                    "Seconds after which a process that writes nothing is not called running (60)")
+        ->type_name("SECONDS")
+        ->check(CLI::NonNegativeNumber);
+    AddOpenFilterOptions(command, options->filter);
     AddCommonOptions(command, common);
     command.footer(examples);
     command.callback([options, &chosen] {

@@ -11,9 +11,8 @@ int RunReport(const ReportOptions& options, Context& context) {
     const ActivityForest forest =
         LoadSelected(input, options.filter, options.order, options.count, roots);
     WriteReportPage(forest, context.out);
-    input.Finish();
-    SayIfEmpty(forest, context);
-    return exitSuccess;
+    SayWhatIsGuessed(forest, context);
+    return input.Finish();
 }
 
 }  // namespace tarnview

@@ -49,9 +49,12 @@ public:
     }
 
 private:
+    // With what ties each to the one before.
+    using Relatives = std::vector<std::pair<Index, LinkKind>>;
+
     void PrintField(const std::string& name, const std::string& value) {
         if (!value.empty()) {
-            m_context.out << "  " << FitLeft(name, 16) << OnOneLine(value) << '\n';
+            m_context.out << "  " << FitLeft(OnOneLine(name), 16) << OnOneLine(value) << '\n';
         }
     }
 
@@ -86,6 +89,7 @@ private:
             PrintField("elapsed", FormatDuration(static_cast<double>(activity.Duration()) / 1e6));
             PrintField("exclusive",
                        FormatDuration(static_cast<double>(activity.ExclusiveTime()) / 1e6));
+            PrintField("self", FormatDuration(static_cast<double>(m_forest.SelfTime(index)) / 1e6));
         }
     }
 
@@ -169,30 +173,38 @@ private:
     }
 
     void PrintSponsors(Index index) {
-        std::vector<Index> chain;
-        for (Index next = m_forest.ParentOf(index); next != ActivityForest::none;
+        Relatives chain;
+        for (Index next = index; m_forest.ParentOf(next) != ActivityForest::none;
              next = m_forest.ParentOf(next)) {
-            chain.push_back(next);
+            chain.emplace_back(m_forest.ParentOf(next), m_forest.LinkOf(next));
         }
         PrintList("sponsors, the nearest first", chain);
     }
 
-    void PrintChildren(Index index) { PrintList("children", m_forest.ChildrenOf(index)); }
+    void PrintChildren(Index index) {
+        Relatives children;
+        for (const Index child : m_forest.ChildrenOf(index)) {
+            children.emplace_back(child, m_forest.LinkOf(child));
+        }
+        PrintList("children", children);
+    }
 
-    void PrintList(const char* title, const std::vector<Index>& activities) {
+    void PrintList(const char* title, const Relatives& activities) {
         if (activities.empty()) {
             return;
         }
         m_context.out << title << '\n';
-        for (const Index index : activities) {
+        for (const auto& [index, kind] : activities) {
             const Activity& activity = m_forest[index];
             const std::string outcome = OutcomeOf(activity);
             const std::string duration =
                 activity.hasEnd ? FormatDuration(static_cast<double>(activity.Duration()) / 1e6)
                                 : "?";
-            m_context.out << "  " << activity.id << FitRight(duration, 13) << "  "
+            const std::string link = LinkNote(kind);
+            m_context.out << "  " << OnOneLine(activity.id) << FitRight(duration, 13) << "  "
                           << OnOneLine(activity.name)
-                          << (outcome.empty() ? "" : "  " + OnOneLine(outcome)) << '\n';
+                          << (outcome.empty() ? "" : "  " + OnOneLine(outcome))
+                          << (link.empty() ? "" : "  " + link) << '\n';
         }
     }
 
@@ -205,7 +217,7 @@ private:
 
 int RunShow(const ShowOptions& options, Context& context) {
     Input input(options.input, context);
-    input.Scanner().AllowSecondPass();
+    input.AllowSecondPass();
     std::map<std::string, std::string> roots;  // by id
     ReadActivities(input, {}, [&](Activity&& activity) {
         if (BeginsWith(activity.id, options.id)) {
@@ -225,20 +237,24 @@ int RunShow(const ShowOptions& options, Context& context) {
             }
             context.err << "  " << OnOneLine(id) << '\n';
         }
-        return exitFound;
+        return exitNegative;
     }
     const ActivityForest forest = LoadTrees(input, {roots.begin()->second});
     Sheet sheet(forest, context);
-    const char* separator = "";
+    std::size_t shown = 0;
     for (Index index = 0; index < forest.Size(); ++index) {
         if (forest[index].id == roots.begin()->first) {
-            context.out << separator;
+            context.out << (shown++ == 0 ? "" : "\n");
             sheet.Print(index);
-            separator = "\n";
         }
     }
-    input.Finish();
-    return exitSuccess;
+    SayWhatIsGuessed(forest, context);
+    const int status = input.Finish();
+    if (shown > 1) {
+        context.err << "tarnview: " << shown << " activities have this id\n";
+        return exitNegative;
+    }
+    return status;
 }
 
 }  // namespace tarnview

@@ -11,8 +11,8 @@ struct ShowOptions {
     std::string id;  ///< or its beginning
 };
 
-/// Prints all that is known about one activity; exitFound if the log has none or several whose ids
-/// begin so. Throws `std::system_error` if a file cannot be read.
+/// Prints all that is known about one activity; exitNegative if the log has none or several whose
+/// ids begin so. Throws `std::system_error` if a file cannot be read.
 int RunShow(const ShowOptions& options, Context& context);
 
 }  // namespace tarnview

@@ -21,7 +21,8 @@ void AddShow(CLI::App& program, CommonOptions& common, Command& chosen) {
         "show", "All about one activity: fields, attributes, supplements, sponsors, children");
     command.add_option("id", options->id, "The activity's id, or its beginning")
         ->type_name("ID")
-        ->required();
+        ->required()
+        ->check([](const std::string& id) { return id.empty() ? "an id is needed" : ""; });
     AddInputOptions(command, options->input);
     AddCommonOptions(command, common);
     command.footer(examples);

@@ -167,8 +167,7 @@ int RunTop(const TopOptions& options, Context& context) {
             PrintJson(context.out, rows, options.groupBy, columns);
             break;
     }
-    input.Finish();
-    return exitSuccess;
+    return input.Finish();
 }
 
 }  // namespace tarnview

@@ -62,7 +62,9 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->type_name("COLUMN")
         ->capture_default_str();
     command.add_flag("--reverse", options->isReversed, "The smallest first");
-    command.add_option("--limit", options->limit, "As many rows at most")->type_name("N");
+    command.add_option("--limit", options->limit, "As many rows at most")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000).description(""));
     auto* const csv = command.add_flag_callback(
         "--csv",
         [options] { options->format = TopFormat::Csv; },

@@ -44,9 +44,8 @@ int RunTree(const TreeOptions& options, Context& context) {
         printer.Print(forest, top);
         separator = "\n";
     }
-    input.Finish();
-    SayIfEmpty(forest, context);
-    return exitSuccess;
+    SayWhatIsGuessed(forest, context);
+    return input.Finish();
 }
 
 }  // namespace tarnview

@@ -40,7 +40,9 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
         },
         "The N trees that began last");
     last->type_name("N")->check(CLI::Range(1, mostTrees).description(""))->excludes(slowest);
-    command.add_option("--depth", options->depth, "As many levels at most")->type_name("N");
+    command.add_option("--depth", options->depth, "As many levels at most")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000).description(""));
     command.add_flag("-a,--attributes",
                      options->showsAttributes,
                      "Below each activity its attributes and supplements");

@@ -4,11 +4,12 @@ _tarnview() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands="top tree open show check report export"
     local common="--help --output --color --no-progress --no-rotated"
-    local filters="--root --name --user --site --result --failed --slower-than --since --before"
+    local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
+    filters+=" --since --before"
     local fields="name user site req-desc session request result root pid tid depth"
     local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"
-    local kinds="unreadable long cut duplicate wrong no-begin repeated cycle clock lost figures"
-    kinds+=" never-ended"
+    local kinds="unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle clock"
+    kinds+=" died figures never-ended"
     COMPREPLY=()
 
     if [ "$COMP_CWORD" -eq 1 ]; then
@@ -23,8 +24,9 @@ _tarnview() {
         --by) words=$fields ;;
         --sort) words="$columns $fields" ;;
         --ignore) words=$kinds ;;
-        --root | --name | --user | --site | --result | --slower-than | --since | --before | \
-            --limit | --slowest | --last | --depth | --stuck | --interval | --updates | --service)
+        --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
+            --limit | --slowest | --last | --depth | --stuck | --interval | --updates | --service | \
+            --silent-after)
             return
             ;;
     esac
@@ -41,7 +43,7 @@ _tarnview() {
         case ${COMP_WORDS[1]} in
             top) words="$common $filters --by --sort --reverse --limit --csv --json" ;;
             tree) words="$common $filters --slowest --last --depth --attributes" ;;
-            open) words="$common --stuck --now --follow --interval --updates" ;;
+            open) words="$common --stuck --now --follow --interval --updates --silent-after --name --user --pid" ;;
             show) words=$common ;;
             check) words="$common --ignore --quiet" ;;
             report) words="$common $filters --slowest" ;;

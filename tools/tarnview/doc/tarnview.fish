@@ -24,14 +24,18 @@ complete -c tarnview -n $any -s o -l output -r -F -d 'Write to this file'
 # Filters.
 set -l filtered '__fish_seen_subcommand_from top tree report export'
 complete -c tarnview -n $filtered -l root -x -d 'Root activity, or the beginning of its id'
-complete -c tarnview -n $filtered -l name -x -d 'Name, as load*'
-complete -c tarnview -n $filtered -l user -x -d 'User'
 complete -c tarnview -n $filtered -l site -x -d 'Site'
 complete -c tarnview -n $filtered -l result -x -d 'Result'
-complete -c tarnview -n $filtered -l failed -d 'Any result but ok'
+complete -c tarnview -n $filtered -l failed -d 'Any result but ok and early-termination'
+complete -c tarnview -n $filtered -l not-ok -d 'Any result but ok'
 complete -c tarnview -n $filtered -l slower-than -x -d 'Longer than this, as 250ms'
 complete -c tarnview -n $filtered -l since -x -d 'Still running at this time or later'
 complete -c tarnview -n $filtered -l before -x -d 'Begun before this time'
+
+set -l named '__fish_seen_subcommand_from top tree open report export'
+complete -c tarnview -n $named -l name -x -d 'Name, as load*'
+complete -c tarnview -n $named -l user -x -d 'User'
+complete -c tarnview -n $named -l pid -x -d 'Process'
 
 set -l top '__fish_seen_subcommand_from top'
 complete -c tarnview -n $top -l by -x -a "(__fish_complete_list , 'printf %s\\\n $fields')" \
@@ -57,10 +61,11 @@ complete -c tarnview -n $open -l now -d 'Measure up to now'
 complete -c tarnview -n $open -s f -l follow -d 'Go on while the log grows'
 complete -c tarnview -n $open -l interval -x -d 'Time between two tables'
 complete -c tarnview -n $open -l updates -x -d 'End after as many tables'
+complete -c tarnview -n $open -l silent-after -x -d 'When a process is called silent'
 
 set -l check '__fish_seen_subcommand_from check'
-set -l kinds unreadable long cut duplicate wrong no-begin repeated cycle clock lost figures \
-    never-ended
+set -l kinds unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle clock \
+    died figures never-ended
 complete -c tarnview -n $check -l ignore -x -a "(__fish_complete_list , 'printf %s\\\n $kinds')" \
     -d 'What is no fault'
 complete -c tarnview -n $check -s q -l quiet -d 'No summary'

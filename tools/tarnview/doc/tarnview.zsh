@@ -7,12 +7,12 @@ _tarnview_fields() {
 }
 
 _tarnview_kinds() {
-    _values -s , kind unreadable long cut duplicate wrong no-begin repeated cycle clock lost \
-        figures never-ended
+    _values -s , kind unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle \
+        clock died figures never-ended
 }
 
 _tarnview() {
-    local -a commands common filters its
+    local -a commands common named filters its
     commands=(
         'top:figures of all activities of each name, or other group'
         'tree:activities as trees, with figures and failures'
@@ -29,13 +29,18 @@ _tarnview() {
         '--no-rotated[read the named files only]'
         '(-o --output)'{-o,--output}'[write to this file]:file:_files'
     )
-    filters=(
-        '*--root[root activity, or the beginning of its id]:id:'
+    named=(
         '*--name[name]:pattern:'
         '*--user[user]:pattern:'
+        '*--pid[process]:id:'
+    )
+    filters=(
+        $named
+        '*--root[root activity, or the beginning of its id]:id:'
         '*--site[site]:pattern:'
         '*--result[result]:pattern:'
-        "--failed[any result but 'ok']"
+        "--failed[any result but 'ok' and 'early-termination']"
+        "--not-ok[any result but 'ok']"
         "--slower-than[longer than this, as '250ms']:duration:"
         '--since[still running at this time or later]:time:'
         '--before[begun before this time]:time:'
@@ -67,11 +72,13 @@ _tarnview() {
                 '(-a --attributes)'{-a,--attributes}'[attributes and supplements too]')
             ;;
         open)
-            its=('--stuck[only what has been running as long as this]:seconds:'
+            its=($named
+                '--stuck[only what has been running as long as this]:seconds:'
                 '--now[measure up to now]'
                 '(-f --follow)'{-f,--follow}'[go on while the log grows]'
                 '--interval[time between two tables]:seconds:'
-                '--updates[end after as many tables]:number:')
+                '--updates[end after as many tables]:number:'
+                '--silent-after[when a process is called silent]:seconds:')
             ;;
         show) its=('1:id:') ;;
         check)

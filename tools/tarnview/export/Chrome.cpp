@@ -92,7 +92,7 @@ private:
         const TimeSpan span = SpanOf(m_forest, index);
         BeginEvent("X", m_forest[index], span.begin);
         m_json.Member("dur", span.end - span.begin);
-        WriteArguments(m_forest[index]);
+        WriteArguments(index);
         m_json.EndObject();
     }
 
@@ -100,7 +100,7 @@ private:
         const TimeSpan span = SpanOf(m_forest, index);
         BeginEvent("b", m_forest[index], span.begin);
         m_json.Member("id", m_forest[index].id);
-        WriteArguments(m_forest[index]);
+        WriteArguments(index);
         m_json.EndObject();
         BeginEvent("e", m_forest[index], span.end);
         m_json.Member("id", m_forest[index].id);
@@ -231,12 +231,14 @@ private:
         m_json.EndObject();
     }
 
-    void WriteArguments(const Activity& activity) {
+    void WriteArguments(Index index) {
+        const Activity& activity = m_forest[index];
         m_json.Key("args");
         m_json.BeginObject();
         WriteText("id", activity.id);
         WriteText("root", activity.root);
         WriteText("sponsor", activity.sponsor);
+        WriteText("caller", std::string(TextOf(m_forest.LinkOf(index))));
         WriteText("request", activity.request);
         WriteText("user", activity.user);
         WriteText("site", activity.site);

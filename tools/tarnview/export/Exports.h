@@ -3,7 +3,6 @@
 #include "model/ActivityForest.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <iosfwd>
 #include <string>
 
@@ -19,11 +18,9 @@ void ExportChrome(const ActivityForest& forest, std::ostream& out);
 void ExportSpeedscope(const ActivityForest& forest, std::ostream& out);
 
 /// OpenTelemetry's JSON, one export request a line, of a few hundred spans of one process each.
-/// `service` names all processes; if it is empty, each has the name of its site. Returns how many
-/// activities were left out because they never ended.
-std::uint64_t ExportOtlp(const ActivityForest& forest,
-                         const std::string& service,
-                         std::ostream& out);
+/// `service` names all processes; if it is empty, each has the name of its site. What never ended
+/// goes on until the log ends, and has failed.
+void ExportOtlp(const ActivityForest& forest, const std::string& service, std::ostream& out);
 
 /// Stacks are no deeper than this: each is written whole, so that depth would count twice. What
 /// lies deeper belongs to the last that is in.
@@ -32,7 +29,8 @@ inline constexpr std::size_t deepestStack = 1000;
 enum class FoldedWeight { Time, Cpu, Memory };
 
 /// A line for each stack of names: "serve;query;read 1234". The weight is the exclusive one, in
-/// microseconds or bytes; stacks without any are left out.
+/// microseconds or bytes; for time that in which none of the children ran, on any thread, so that
+/// waiting does not count on top of what is waited for. Stacks without any are left out.
 void ExportFolded(const ActivityForest& forest, FoldedWeight weight, std::ostream& out);
 
 }  // namespace tarnview

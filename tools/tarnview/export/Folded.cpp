@@ -24,7 +24,7 @@ std::string FrameOf(std::string name) {
 long long WeightOf(const ActivityForest& forest, Index index, FoldedWeight weight) {
     switch (weight) {
         case FoldedWeight::Time:
-            return forest[index].ExclusiveTime();
+            return forest.SelfTime(index);
         case FoldedWeight::Cpu:
             return Rounded(forest[index].figures.CpuExclusive());
         case FoldedWeight::Memory:

@@ -31,6 +31,8 @@ public:
 
     void Boolean(bool value) { m_writer.Bool(value); }
 
+    void Nothing() { m_writer.Null(); }
+
     void Member(std::string_view name, std::string_view text) {
         Key(name);
         Text(text);

@@ -1,6 +1,7 @@
 #include "export/Exports.h"
 #include "export/Json.h"
 #include "export/SpanIds.h"
+#include "export/ThreadLanes.h"
 #include "read/Rounding.h"
 
 #include <algorithm>
@@ -27,17 +28,13 @@ public:
         : m_forest(forest),
           m_service(service),
           m_out(out),
-          m_json(out) {}
+          m_json(out),
+          m_ids(forest) {}
 
-    std::uint64_t Write() {
-        std::uint64_t leftOut = 0;
+    void Write() {
         std::map<std::int64_t, std::vector<Index>> processes;
         for (Index index = 0; index < m_forest.Size(); ++index) {
-            if (m_forest[index].hasEnd) {
-                processes[m_forest[index].process].push_back(index);
-            } else {
-                ++leftOut;
-            }
+            processes[m_forest[index].process].push_back(index);
         }
         for (const auto& [process, spans] : processes) {
             const Resource resource = ResourceOf(process, spans);
@@ -46,7 +43,6 @@ public:
                 WriteLine(resource, spans, first, last);
             }
         }
-        return leftOut;
     }
 
 private:
@@ -119,19 +115,20 @@ private:
         const Activity& activity = m_forest[index];
         const Index parent = m_forest.ParentOf(index);
         m_json.BeginObject();
-        m_json.Member("traceId", TraceIdOf(activity));
-        m_json.Member("spanId", SpanIdOf(activity));
+        m_json.Member("traceId", m_ids.TraceIdOf(index));
+        m_json.Member("spanId", m_ids.SpanIdOf(index));
         if (parent != ActivityForest::none) {
-            m_json.Member("parentSpanId", SpanIdOf(m_forest[parent]));
+            m_json.Member("parentSpanId", m_ids.SpanIdOf(parent));
         }
         m_json.Member("name", activity.name);
         m_json.Member("kind", 1LL);  // internal
-        m_json.Member("startTimeUnixNano", Nanoseconds(activity.begin));
-        m_json.Member("endTimeUnixNano",
-                      Nanoseconds(activity.begin + std::max<Microseconds>(activity.Duration(), 0)));
+        const TimeSpan span = SpanOf(m_forest, index);
+        m_json.Member("startTimeUnixNano", Nanoseconds(span.begin));
+        m_json.Member("endTimeUnixNano", Nanoseconds(span.end));
         m_json.Key("attributes");
         m_json.BeginArray();
         WriteAttributes(activity);
+        WriteText("tarn.caller", TextOf(m_forest.LinkOf(index)));
         m_json.EndArray();
         WriteSupplements(activity);
         WriteStatus(activity);
@@ -219,7 +216,10 @@ private:
     void WriteStatus(const Activity& activity) {
         m_json.Key("status");
         m_json.BeginObject();
-        if (activity.IsFailure()) {
+        if (!activity.hasEnd) {
+            m_json.Member("message", "never ended");
+            m_json.Member("code", 2LL);
+        } else if (activity.IsFailure()) {
             std::string_view message;
             if (!activity.resultDetails.empty() &&
                 m_parser.parse(activity.resultDetails)["msg"].get(message) == simdjson::SUCCESS) {
@@ -283,15 +283,14 @@ private:
     const std::string& m_service;
     std::ostream& m_out;
     Json m_json;
+    SpanIds m_ids;
     simdjson::dom::parser m_parser;
 };
 
 }  // namespace
 
-std::uint64_t ExportOtlp(const ActivityForest& forest,
-                         const std::string& service,
-                         std::ostream& out) {
-    return OtlpWriter(forest, service, out).Write();
+void ExportOtlp(const ActivityForest& forest, const std::string& service, std::ostream& out) {
+    OtlpWriter(forest, service, out).Write();
 }
 
 }  // namespace tarnview

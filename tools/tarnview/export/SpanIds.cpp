@@ -1,6 +1,7 @@
 #include "export/SpanIds.h"
 
 #include <cstdio>
+#include <unordered_set>
 #include <xxhash.h>
 
 namespace tarnview {
@@ -36,14 +37,38 @@ std::string DigitsOf(const std::string& id) {
     return digits;
 }
 
-}  // namespace
-
-std::string TraceIdOf(const Activity& activity) {
-    return DigitsOf(activity.root);
+std::string HexadecimalOf(std::uint64_t number) {
+    char text[spanDigits + 1];
+    std::snprintf(text, sizeof(text), "%016llx", static_cast<unsigned long long>(number));
+    return text;
 }
 
-std::string SpanIdOf(const Activity& activity) {
-    return DigitsOf(activity.id).substr(traceDigits - spanDigits);
+}  // namespace
+
+// A trace id is that of the tree, so it is enough that no two activities of all have the same one.
+SpanIds::SpanIds(const ActivityForest& forest) : m_forest(forest) {
+    std::unordered_set<std::uint64_t> used{0};  // which stands for no span
+    m_ids.reserve(forest.Size());
+    for (ActivityForest::Index index = 0; index < forest.Size(); ++index) {
+        const std::string& id = forest[index].id;
+        std::uint64_t number =
+            std::stoull(DigitsOf(id).substr(traceDigits - spanDigits), nullptr, 16);
+        for (std::uint64_t attempt = 0; !used.insert(number).second; ++attempt) {
+            const std::string text = id + " " + std::to_string(forest[index].process) + " " +
+                                     std::to_string(forest[index].begin) + " " +
+                                     std::to_string(attempt);
+            number = XXH3_64bits(text.data(), text.size());
+        }
+        m_ids.push_back(number);
+    }
+}
+
+std::string SpanIds::TraceIdOf(ActivityForest::Index index) const {
+    return DigitsOf(m_forest[index].root);
+}
+
+std::string SpanIds::SpanIdOf(ActivityForest::Index index) const {
+    return HexadecimalOf(m_ids[index]);
 }
 
 }  // namespace tarnview

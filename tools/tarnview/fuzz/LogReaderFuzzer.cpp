@@ -41,7 +41,7 @@ Counts ReadAll(int descriptor, Problems& problems, ActivityForest& forest) {
     Counts lines;
     Counts joined;
     Joiner joiner(problems, [&](Activity&& activity) {
-        joined.begins += activity.hasBegin ? 1U : 0U;
+        joined.begins += activity.hasBegin && !activity.isForked ? 1U : 0U;
         joined.ends += activity.hasEnd ? 1U : 0U;
         forest.Add(std::move(activity));
     });

@@ -15,6 +15,7 @@ void ReadIdentity(const LogLine& line, Activity& activity) {
     activity.name = line.name;
     activity.sponsor = line.sponsor;
     activity.root = line.root;
+    activity.caller = line.caller;
     activity.depth = line.depth;
     activity.process = line.process;
 }
@@ -67,6 +68,7 @@ void ReadBegin(const LogLine& line, const Place& place, Activity& activity) {
 }
 
 void ReadEnd(const LogLine& line, const Place& place, Activity& activity) {
+    activity.hasSeveralRequests = activity.hasBegin && activity.request != line.request;
     ReadOwner(line, activity);
     activity.elapsed = line.elapsed;
     activity.end = line.time;

@@ -15,6 +15,7 @@ struct Activity {
     std::string name;
     std::string sponsor;  ///< empty at the top of a tree
     std::string root;     ///< at the top of a tree the id
+    std::string caller;   ///< who started it; empty if the log does not say
     std::int64_t depth = 0;
     std::int64_t process = 0;
     std::int64_t beginThread = 0;
@@ -27,8 +28,10 @@ struct Activity {
 
     bool hasBegin = false;
     bool hasEnd = false;
-    Microseconds begin = 0;  ///< without a begin line: computed from the end line
-    Microseconds end = 0;    ///< without an end line: `begin`
+    bool isForked = false;            ///< begun by the parent of the process, which may end it, too
+    bool hasSeveralRequests = false;  ///< its begin and its end line name different ones
+    Microseconds begin = 0;           ///< without a begin line: computed from the end line
+    Microseconds end = 0;             ///< without an end line: `begin`
     Place beginPlace;
     Place endPlace;
 
@@ -48,6 +51,12 @@ struct Activity {
     std::string attributes;
     std::string beginBody;
     std::string endBody;
+
+    /// "-" stands for no sponsor as well.
+    bool HasSponsor() const { return !sponsor.empty() && sponsor != "-"; }
+
+    /// The line to name when something is wrong with it.
+    const Place& FirstPlace() const { return hasBegin ? beginPlace : endPlace; }
 
     bool IsFailure() const { return hasEnd && result != "ok" && result != "early-termination"; }
 

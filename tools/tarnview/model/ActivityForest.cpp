@@ -1,25 +1,40 @@
 #include "model/ActivityForest.h"
 
+#include "model/CallerSearch.h"
+
 #include <algorithm>
 #include <tuple>
 #include <utility>
 
 namespace tarnview {
 
+std::string_view TextOf(LinkKind kind) {
+    switch (kind) {
+        case LinkKind::None:
+        case LinkKind::Named:
+            return "";
+        case LinkKind::Guessed:
+            return "guessed";
+        case LinkKind::Ambiguous:
+            return "guessed among several";
+    }
+    return "";
+}
+
 void ActivityForest::Add(Activity&& activity) {
     m_lastTime = std::max(m_lastTime, activity.end);
-    m_nodes.push_back({std::move(activity), none, {}});
+    Node& node = m_nodes.emplace_back();
+    node.activity = std::move(activity);
 }
 
 void ActivityForest::Link(Problems& problems) {
+    IndicesById byId;
     for (Index index = 0; index < m_nodes.size(); ++index) {
-        m_byId[m_nodes[index].activity.id].push_back(index);
-        m_byRoot[m_nodes[index].activity.root].push_back(index);
-        m_bySponsor[m_nodes[index].activity.sponsor].push_back(index);
+        byId[m_nodes[index].activity.id].push_back(index);
     }
-    for (Index index = 0; index < m_nodes.size(); ++index) {
-        m_nodes[index].parent = FindParent(index);
-    }
+    LinkNamed(byId);
+    LinkAdopted(byId);
+    ReportOrphans(problems);
     CutCircles(problems);
     for (Index index = 0; index < m_nodes.size(); ++index) {
         const Index parent = m_nodes[index].parent;
@@ -30,32 +45,86 @@ void ActivityForest::Link(Problems& problems) {
     for (Node& node : m_nodes) {
         std::sort(node.children.begin(), node.children.end(), isBefore);
     }
-    m_byId = m_byRoot = m_bySponsor = {};
 }
 
 // Many begin in the same microsecond; in one file the line decides then.
 bool ActivityForest::BeganBefore(Index a, Index b) const {
     const auto order = [this](Index index) {
         const Activity& activity = m_nodes[index].activity;
-        const Place& place = activity.hasBegin ? activity.beginPlace : activity.endPlace;
+        const Place& place = activity.FirstPlace();
         return std::tuple(activity.begin, place.file, place.line, index);
     };
     return order(a) < order(b);
 }
 
-ActivityForest::Index ActivityForest::FindParent(Index index) const {
-    const Activity& activity = m_nodes[index].activity;
-    if (activity.sponsor.empty() || activity.sponsor == "-") {
-        return none;
+void ActivityForest::LinkNamed(const IndicesById& byId) {
+    for (Index index = 0; index < m_nodes.size(); ++index) {
+        Node& node = m_nodes[index];
+        const Activity& activity = node.activity;
+        if (!activity.caller.empty()) {
+            node.parent = FindById(byId, activity.caller, index);
+        }
+        if (node.parent == none && activity.HasSponsor() && activity.sponsor != activity.id) {
+            node.parent = FindById(byId, activity.sponsor, index);
+        }
+        node.link = node.parent == none ? LinkKind::None : LinkKind::Named;
     }
-    return activity.sponsor == activity.id ? FindAdopter(index) : FindSponsor(index);
+}
+
+void ActivityForest::LinkAdopted(const IndicesById& byId) {
+    std::vector<Index> adopted;
+    for (Index index = 0; index < m_nodes.size(); ++index) {
+        const Activity& activity = m_nodes[index].activity;
+        if (m_nodes[index].parent == none && activity.HasSponsor() &&
+            activity.sponsor == activity.id) {
+            adopted.push_back(index);
+        }
+    }
+    if (adopted.empty()) {
+        return;
+    }
+    CallerSearch search(*this);
+    for (Index index = 0; index < m_nodes.size(); ++index) {
+        const Node& node = m_nodes[index];
+        if (node.parent != none && node.activity.sponsor == node.activity.id) {
+            search.AddKnown(index, node.parent);
+        }
+    }
+    for (const auto& [callee, caller, isAmbiguous] : search.Find(adopted)) {
+        Node& node = m_nodes[callee];
+        const std::string& root = node.activity.root;
+        node.parent =
+            caller != none || root == node.activity.id ? caller : FindById(byId, root, callee);
+        const bool isSure = caller != none && !isAmbiguous;
+        node.link = node.parent == none ? LinkKind::None
+                    : isSure            ? LinkKind::Guessed
+                                        : LinkKind::Ambiguous;
+    }
+    m_skews = search.Skews();
+}
+
+void ActivityForest::ReportOrphans(Problems& problems) const {
+    for (const Node& node : m_nodes) {
+        const Activity& activity = node.activity;
+        const bool isAdopted = activity.sponsor == activity.id;
+        if (node.parent == none && activity.HasSponsor() &&
+            !(isAdopted && activity.root == activity.id)) {
+            problems.Report(
+                ProblemKind::Orphan,
+                activity.FirstPlace(),
+                activity.name + " " + activity.id + ", " +
+                    (isAdopted ? "root " + activity.root : "sponsor " + activity.sponsor));
+        }
+    }
 }
 
 // Of several activities with that id the one that ran when this one began, best in this process.
-ActivityForest::Index ActivityForest::FindSponsor(Index index) const {
-    const Activity& activity = m_nodes[index].activity;
-    const auto found = m_byId.find(activity.sponsor);
-    if (found == m_byId.end()) {
+ActivityForest::Index ActivityForest::FindById(const IndicesById& byId,
+                                               const std::string& id,
+                                               Index child) const {
+    const Activity& activity = m_nodes[child].activity;
+    const auto found = byId.find(id);
+    if (found == byId.end()) {
         return none;
     }
     Index best = none;
@@ -63,58 +132,12 @@ ActivityForest::Index ActivityForest::FindSponsor(Index index) const {
     for (const Index candidate : found->second) {
         const int likeness = (m_nodes[candidate].activity.process == activity.process ? 2 : 0) +
                              (RanAt(candidate, activity.begin) ? 1 : 0);
-        if (candidate != index && likeness > bestLikeness) {
+        if (candidate != child && likeness > bestLikeness) {
             best = candidate;
             bestLikeness = likeness;
         }
     }
     return best;
-}
-
-ActivityForest::Index ActivityForest::FindAdopter(Index index) const {
-    const Activity& activity = m_nodes[index].activity;
-    const auto found = m_byRoot.find(activity.root);
-    // What waits for an answer does nothing else meanwhile, most often nothing else at all, and
-    // goes on until it has come. The same request is a better sign than that, the later begin a
-    // worse one.
-    const auto likeness = [&](Index candidate) {
-        const Activity& other = m_nodes[candidate].activity;
-        const Microseconds end = other.hasEnd ? other.end : m_lastTime;
-        return std::tuple(other.request == activity.request,
-                          !HasChildBetween(candidate, activity.begin, activity.end),
-                          !HasChildBetween(candidate, other.begin, end),
-                          end >= activity.end,
-                          other.begin);
-    };
-    Index best = none;
-    for (const Index candidate : found->second) {
-        const Activity& other = m_nodes[candidate].activity;
-        const bool isElsewhere =
-            other.process != activity.process || other.beginThread != activity.beginThread;
-        const bool fits = candidate != index && isElsewhere && other.depth + 1 == activity.depth &&
-                          RanAt(candidate, activity.begin);
-        if (fits && (best == none || likeness(best) < likeness(candidate))) {
-            best = candidate;
-        }
-    }
-    if (best == none && activity.root != activity.id) {
-        const auto root = m_byId.find(activity.root);
-        best = root == m_byId.end() ? none : root->second.front();
-    }
-    return best;
-}
-
-// On its own thread.
-bool ActivityForest::HasChildBetween(Index index, Microseconds begin, Microseconds end) const {
-    const Activity& activity = m_nodes[index].activity;
-    const auto found = m_bySponsor.find(activity.id);
-    return found != m_bySponsor.end() &&
-           std::any_of(found->second.begin(), found->second.end(), [&](Index child) {
-               const Activity& other = m_nodes[child].activity;
-               return child != index && other.process == activity.process &&
-                      other.beginThread == activity.beginThread && other.begin <= end &&
-                      (!other.hasEnd || other.end >= begin);
-           });
 }
 
 bool ActivityForest::RanAt(Index index, Microseconds time) const {
@@ -139,11 +162,55 @@ void ActivityForest::CutCircles(Problems& problems) {
             earliest = BeganBefore(next, earliest) ? next : earliest;
         }
         m_nodes[earliest].parent = none;
+        m_nodes[earliest].link = LinkKind::None;
         const Activity& activity = m_nodes[earliest].activity;
-        problems.Report(ProblemKind::SponsorCycle,
-                        activity.hasBegin ? activity.beginPlace : activity.endPlace,
-                        activity.name + " " + activity.id);
+        problems.Report(
+            ProblemKind::SponsorCycle, activity.FirstPlace(), activity.name + " " + activity.id);
     }
+}
+
+Microseconds ActivityForest::SkewBetween(const Skews& skews,
+                                         std::int64_t process,
+                                         std::int64_t other) {
+    const auto found = skews.find({process, other});
+    if (found != skews.end()) {
+        return found->second;
+    }
+    const auto opposite = skews.find({other, process});
+    return opposite == skews.end() ? 0 : -opposite->second;
+}
+
+Microseconds ActivityForest::SelfTime(Index index) const {
+    struct Span {
+        Microseconds begin;
+        Microseconds end;
+    };
+
+    const auto spanOf = [this](const Activity& activity) {
+        const Microseconds length =
+            activity.hasEnd ? activity.Duration() : m_lastTime - activity.begin;
+        return Span{activity.begin, activity.begin + std::max<Microseconds>(length, 0)};
+    };
+    const Activity& activity = m_nodes[index].activity;
+    const Span own = spanOf(activity);
+    std::vector<Span> parts;
+    for (const Index child : m_nodes[index].children) {
+        const Activity& other = m_nodes[child].activity;
+        const Microseconds skew = SkewBetween(m_skews, activity.process, other.process);
+        const Span span = spanOf(other);
+        parts.push_back({span.begin - skew, span.end - skew});
+    }
+    std::sort(
+        parts.begin(), parts.end(), [](const Span& a, const Span& b) { return a.begin < b.begin; });
+    Microseconds self = own.end - own.begin;
+    Microseconds covered = own.begin;  // up to here
+    for (const Span& part : parts) {
+        const Microseconds begin = std::max(part.begin, covered);
+        const Microseconds end = std::min(part.end, own.end);
+        self -= std::max<Microseconds>(end - begin, 0);
+        covered = std::max(covered, end);
+    }
+    return self;
 }
 
 std::vector<ActivityForest::Step> ActivityForest::PreOrder(Index top) const {

@@ -3,14 +3,26 @@
 #include "model/Activity.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tarnview {
+
+/// How the parent of an activity is known.
+enum class LinkKind {
+    None,       ///< it has none
+    Named,      ///< the log names it
+    Guessed,    ///< by tree, level and time, and there is no other
+    Ambiguous,  ///< likewise, but it may be another one
+};
+
+/// "" for what the log names, else "guessed" or "guessed among several".
+std::string_view TextOf(LinkKind kind);
 
 /// Activities as trees by their sponsors, across threads and processes. Filled with Add(), then
 /// linked once; read-only from then on. Used by one thread.
@@ -24,15 +36,18 @@ public:
         std::size_t level = 0;
     };
 
+    /// By how many microseconds the clock of the second process of a pair is ahead of that of the
+    /// first. Pairs whose clocks agree are not there.
+    using Skews = std::map<std::pair<std::int64_t, std::int64_t>, Microseconds>;
+
     void Add(Activity&& activity);
 
     /// Finds the parent of each activity:
-    /// - the activity that it names as its sponsor;
+    /// - the one that it names as its caller;
+    /// - else the one that it names as its sponsor;
     /// - for one that names itself, as work does that came from another process or without its
-    ///   metrics context: an activity of the same root one level higher that ran when it began,
-    ///   else the root. Of several preferably one of the same request, one that did nothing else
-    ///   on its thread meanwhile, or ever, one that did not end earlier, and then the latest;
-    /// - none, if that is not in the log.
+    ///   metrics context: the one that CallerSearch finds, else the root;
+    /// - none, if that is not in the log, which is reported.
     /// Sponsors that go in a circle are reported, and the earliest of them has no parent.
     void Link(Problems& problems);
 
@@ -41,6 +56,17 @@ public:
     const Activity& operator[](Index index) const { return m_nodes[index].activity; }
 
     Index ParentOf(Index index) const { return m_nodes[index].parent; }
+
+    LinkKind LinkOf(Index index) const { return m_nodes[index].link; }
+
+    /// What the calls between processes say about their clocks.
+    const Skews& ClockSkews() const { return m_skews; }
+
+    static Microseconds SkewBetween(const Skews& skews, std::int64_t process, std::int64_t other);
+
+    /// The time in which it ran and none of its children did, on any thread and in any process.
+    /// What never ended ran until the last line.
+    Microseconds SelfTime(Index index) const;
 
     /// In the order in which they began.
     const std::vector<Index>& ChildrenOf(Index index) const { return m_nodes[index].children; }
@@ -57,24 +83,23 @@ private:
     struct Node {
         Activity activity;
         Index parent = none;
+        LinkKind link = LinkKind::None;
         std::vector<Index> children;
     };
 
-    Index FindParent(Index index) const;
-    Index FindSponsor(Index index) const;
-    Index FindAdopter(Index index) const;
-    bool HasChildBetween(Index index, Microseconds begin, Microseconds end) const;
+    using IndicesById = std::unordered_map<std::string_view, std::vector<Index>>;
+
+    void LinkNamed(const IndicesById& byId);
+    void LinkAdopted(const IndicesById& byId);
+    void ReportOrphans(Problems& problems) const;
+    Index FindById(const IndicesById& byId, const std::string& id, Index child) const;
     bool RanAt(Index index, Microseconds time) const;
     void CutCircles(Problems& problems);
     bool BeganBefore(Index a, Index b) const;
 
     std::vector<Node> m_nodes;
     std::vector<Index> m_tops;
-    // Needed to link, and empty afterwards.
-    using IndicesByText = std::unordered_map<std::string_view, std::vector<Index>>;
-    IndicesByText m_byId;
-    IndicesByText m_byRoot;
-    IndicesByText m_bySponsor;
+    Skews m_skews;
     Microseconds m_lastTime = 0;
 };
 

@@ -26,6 +26,11 @@ bool BeginsWithOne(const std::vector<std::string>& beginnings, std::string_view 
            });
 }
 
+bool IsOneOf(const std::vector<std::int64_t>& processes, std::int64_t process) {
+    return processes.empty() ||
+           std::find(processes.begin(), processes.end(), process) != processes.end();
+}
+
 bool IsWithin(const Filter& filter, Microseconds begin, Microseconds end) {
     return (!filter.since || end >= *filter.since) && (!filter.before || begin < *filter.before);
 }
@@ -33,8 +38,8 @@ bool IsWithin(const Filter& filter, Microseconds begin, Microseconds end) {
 }  // namespace
 
 bool Filter::IsEmpty() const {
-    return roots.empty() && names.empty() && users.empty() && sites.empty() && WantsOpen() &&
-           !since && !before;
+    return roots.empty() && names.empty() && users.empty() && sites.empty() && processes.empty() &&
+           WantsOpen() && !since && !before;
 }
 
 bool Filter::Passes(const Activity& activity) const {
@@ -43,7 +48,8 @@ bool Filter::Passes(const Activity& activity) const {
     }
     return BeginsWithOne(roots, activity.root) && FitsOne(names, activity.name) &&
            FitsOne(users, activity.user) && FitsOne(sites, activity.site) &&
-           FitsOne(results, activity.result) && (!isFailed || activity.result != "ok") &&
+           FitsOne(results, activity.result) && IsOneOf(processes, activity.process) &&
+           (!isFailed || activity.IsFailure()) && (!isNotOk || activity.result != "ok") &&
            (!slowerThan || activity.Duration() > *slowerThan) &&
            (activity.hasEnd ? IsWithin(*this, activity.begin, activity.end)
                             : !before || activity.begin < *before);

@@ -2,6 +2,7 @@
 
 #include "model/Activity.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,7 +17,9 @@ struct Filter {
     std::vector<std::string> users{};
     std::vector<std::string> sites{};
     std::vector<std::string> results{};
-    bool isFailed = false;  ///< anything but "ok"
+    std::vector<std::int64_t> processes{};
+    bool isFailed = false;  ///< anything but "ok" and "early-termination"
+    bool isNotOk = false;   ///< anything but "ok"
     std::optional<Microseconds> slowerThan{};
     std::optional<Microseconds> since{};   ///< still running at this time or later
     std::optional<Microseconds> before{};  ///< begun earlier than this
@@ -24,7 +27,7 @@ struct Filter {
     bool IsEmpty() const;
 
     /// Whether an activity that has not ended can pass.
-    bool WantsOpen() const { return !isFailed && results.empty() && !slowerThan; }
+    bool WantsOpen() const { return !isFailed && !isNotOk && results.empty() && !slowerThan; }
 
     bool Passes(const Activity& activity) const;
 };

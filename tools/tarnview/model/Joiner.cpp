@@ -34,8 +34,7 @@ void Joiner::End(const LogLine& line, const Place& place) {
     const auto found = m_open.find(m_key);
     const std::size_t match = found == m_open.end() ? 0 : Match(found->second, line);
     if (found == m_open.end() || match == found->second.size()) {
-        m_problems.Report(
-            ProblemKind::EndWithoutBegin, place, std::string(line.name) + " " + m_key);
+        BeginInParent(line, place, activity);
     } else {
         activity = std::move(found->second[match].activity);
         found->second.erase(found->second.begin() + static_cast<std::ptrdiff_t>(match));
@@ -47,6 +46,27 @@ void Joiner::End(const LogLine& line, const Place& place) {
     ReadEnd(line, place, activity);
     ChargeSponsor(line, activity);
     m_onActivity(std::move(activity));
+}
+
+// Takes over what another process has begun and not ended; its children so far are unknown.
+void Joiner::BeginInParent(const LogLine& line, const Place& place, Activity& activity) {
+    const auto found = m_open.find(m_key);
+    if (found != m_open.end()) {
+        const auto parent = std::find_if(
+            found->second.rbegin(), found->second.rend(), [&](const OpenActivity& other) {
+                return other.activity.process != line.process && other.activity.name == line.name;
+            });
+        if (parent != found->second.rend()) {
+            activity = parent->activity;
+            activity.process = line.process;
+            activity.isForked = true;
+            return;
+        }
+    }
+    if (!m_wasBegun || !m_wasBegun(line)) {
+        m_problems.Report(
+            ProblemKind::EndWithoutBegin, place, std::string(line.name) + " " + m_key);
+    }
 }
 
 // As the library does: to the open sponsor in its process, if that began on the thread.
@@ -111,15 +131,19 @@ const Activity* Joiner::FindOpen(const std::string& id) const {
 }
 
 void Joiner::Finish() {
-    std::vector<Activity> rest;
-    for (const Activity* activity : Open()) {
-        rest.push_back(*activity);
+    std::vector<OpenActivity*> rest;
+    for (auto& [id, activities] : m_open) {
+        for (OpenActivity& activity : activities) {
+            rest.push_back(&activity);
+        }
+    }
+    std::sort(
+        rest.begin(), rest.end(), [](const auto* a, const auto* b) { return a->order < b->order; });
+    for (OpenActivity* const open : rest) {
+        m_onActivity(std::move(open->activity));
     }
     m_open.clear();
     m_openCount = 0;
-    for (Activity& activity : rest) {
-        m_onActivity(std::move(activity));
-    }
 }
 
 }  // namespace tarnview

@@ -13,6 +13,8 @@ public:
     /// False if the id of that process has been added before.
     bool Add(std::int64_t process, std::string_view id);
 
+    bool Has(std::int64_t process, std::string_view id) const;
+
 private:
     struct Print {
         std::uint64_t low = 0;
@@ -23,6 +25,8 @@ private:
     struct PrintHash {
         std::size_t operator()(const Print& print) const { return print.low; }
     };
+
+    static Print PrintOf(std::int64_t process, std::string_view id);
 
     std::unordered_set<Print, PrintHash> m_prints;
 };

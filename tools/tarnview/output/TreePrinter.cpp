@@ -39,6 +39,11 @@ std::string ExclusiveText(const ActivityForest& forest, ActivityForest::Index in
                : "?";
 }
 
+std::string SelfText(const ActivityForest& forest, ActivityForest::Index index) {
+    return forest[index].hasEnd ? FormatDuration(static_cast<double>(forest.SelfTime(index)) / 1e6)
+                                : "?";
+}
+
 std::string ThreadText(const Activity& activity) {
     return std::to_string(activity.process) + ":" + std::to_string(activity.beginThread);
 }
@@ -87,12 +92,18 @@ std::string OutcomeOf(const Activity& activity) {
     return activity.result + (details.empty() ? "" : ": " + details);
 }
 
-std::array<std::string, 4> TreePrinter::FiguresOf(const ActivityForest& forest,
-                                                  ActivityForest::Index index) {
+std::string LinkNote(LinkKind kind) {
+    const std::string_view text = TextOf(kind);
+    return text.empty() ? "" : "(caller " + std::string(text) + ")";
+}
+
+std::array<std::string, TreePrinter::figureCount> TreePrinter::FiguresOf(
+    const ActivityForest& forest, ActivityForest::Index index) {
     const Activity& activity = forest[index];
     const Figures& figures = activity.figures;
     return {DurationText(activity),
             ExclusiveText(forest, index),
+            SelfText(forest, index),
             figures.hasCpu ? FormatDuration(figures.CpuInclusive() / 1e6) : "",
             figures.hasAllocated ? FormatBytes(figures.ai) : ""};
 }
@@ -134,7 +145,9 @@ void TreePrinter::PrintTitle(const Activity& activity) {
             title.append("  ").append(name).append(" ").append(text);
         }
     };
-    add("request", activity.request);
+    if (!activity.hasSeveralRequests) {
+        add("request", activity.request);
+    }
     add("user", activity.user);
     add("site", activity.site);
     m_out << m_terminal.Paint(OnOneLine(title), Colour::Faint) << '\n';
@@ -142,7 +155,7 @@ void TreePrinter::PrintTitle(const Activity& activity) {
         m_out << m_terminal.Paint(OnOneLine(activity.description), Colour::Bold) << '\n';
     }
     if (activity.id != activity.root && !activity.sponsor.empty()) {
-        m_out << m_terminal.Paint("its sponsor is not in the log: " + activity.sponsor,
+        m_out << m_terminal.Paint("its sponsor is not in the log: " + OnOneLine(activity.sponsor),
                                   Colour::Yellow)
               << '\n';
     }
@@ -150,7 +163,7 @@ void TreePrinter::PrintTitle(const Activity& activity) {
 
 void TreePrinter::PrintHeading(const Widths& widths) {
     std::string heading = FitLeft("activity", widths.name);
-    for (const char* const column : {"elapsed", "exclusive", "cpu", "memory"}) {
+    for (const char* const column : {"elapsed", "exclusive", "self", "cpu", "memory"}) {
         heading += " " + FitRight(column, widths.figure);
     }
     heading += " " + FitRight("threads", 7) + "  " + FitLeft("process:thread", threadWidth) + "  " +
@@ -177,13 +190,17 @@ void TreePrinter::PrintRow(const ActivityForest& forest,
         activity.hasEnd ? activity.Duration() : whole.begin + whole.length - activity.begin;
     const std::string bar = Bar(whole, {activity.begin, length});
     const std::string outcome = OnOneLine(OutcomeOf(activity));
+    std::string link = LinkNote(forest.LinkOf(step.index));
+    if (!link.empty()) {
+        link = "  " + m_terminal.Paint(link, Colour::Faint);
+    }
     if (outcome.empty()) {
-        m_out << row << m_terminal.Paint(bar, Colour::Cyan) << '\n';
+        m_out << row << m_terminal.Paint(bar, Colour::Cyan) << link << '\n';
     } else {
         const bool isFailure = activity.hasEnd && activity.result != "ok";
         m_out << m_terminal.Paint(row + bar + "  " + outcome,
                                   isFailure ? Colour::Red : Colour::Yellow)
-              << '\n';
+              << link << '\n';
     }
     if (m_options.showsAttributes) {
         PrintDetails(activity, indent + 2);

@@ -36,6 +36,8 @@ private:
         std::size_t figure = 0;
     };
 
+    static constexpr std::size_t figureCount = 5;
+
     void PrintTitle(const Activity& activity);
     void PrintHeading(const Widths& widths);
     void PrintRow(const ActivityForest& forest,
@@ -43,8 +45,8 @@ private:
                   const Span& whole,
                   const Widths& widths);
     void PrintDetails(const Activity& activity, std::size_t indent);
-    static std::array<std::string, 4> FiguresOf(const ActivityForest& forest,
-                                                ActivityForest::Index index);
+    static std::array<std::string, figureCount> FiguresOf(const ActivityForest& forest,
+                                                          ActivityForest::Index index);
     static std::string Bar(const Span& whole, const Span& part);
 
     std::ostream& m_out;
@@ -54,6 +56,9 @@ private:
 
 /// What there is to say about a result: "" for "ok", "never ended", "exception: type=..., msg=...".
 std::string OutcomeOf(const Activity& activity);
+
+/// "" for a parent that the log names, else "(caller guessed)" or the like.
+std::string LinkNote(LinkKind kind);
 
 /// The members of a JSON table as "name=value", parted by blanks; those that say nothing are left
 /// out. A table that is broken reads "(unreadable)".

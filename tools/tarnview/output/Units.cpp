@@ -1,5 +1,7 @@
 #include "output/Units.h"
 
+#include "read/Printable.h"
+
 #include <cmath>
 #include <cstdio>
 
@@ -96,13 +98,7 @@ std::string FitRight(std::string_view text, std::size_t width) {
 }
 
 std::string OnOneLine(std::string_view text) {
-    std::string result(text);
-    for (char& byte : result) {
-        if (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F) {
-            byte = '?';
-        }
-    }
-    return result;
+    return Printable(text);
 }
 
 }  // namespace tarnview

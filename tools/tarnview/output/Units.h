@@ -19,7 +19,7 @@ std::size_t TextWidth(std::string_view text);
 std::string FitLeft(std::string_view text, std::size_t width);
 std::string FitRight(std::string_view text, std::size_t width);
 
-/// Without control characters, which would confuse a terminal: each reads as "?".
+/// Without characters that would confuse a terminal: each reads as "?".
 std::string OnOneLine(std::string_view text);
 
 }  // namespace tarnview

@@ -54,6 +54,10 @@ std::string IdentityOf(const std::string& path) {
 
 }  // namespace
 
+std::string LogOf(const std::string& path) {
+    return SetAndNumber(path).first;
+}
+
 std::string PathOfFullFile(const std::string& path, std::size_t number) {
     const std::filesystem::path file(path);
     return (file.parent_path() / file.stem()).string() + "." + std::to_string(number) +

@@ -16,6 +16,9 @@ inline constexpr const char* standardInput = "-";
 /// opening them says why.
 std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool addsRotated);
 
+/// The log that a file belongs to, as the path of its current file: that of "a.3.log" is "a.log".
+std::string LogOf(const std::string& path);
+
 /// The path of the full file `number` of a log, 1 being the youngest: "a.log" has "a.1.log".
 std::string PathOfFullFile(const std::string& path, std::size_t number);
 

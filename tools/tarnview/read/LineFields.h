@@ -65,6 +65,7 @@ inline constexpr LineField lineFields[] = {
     TableField("body", &LogLine::body),
 };
 inline constexpr LineField activityFields[] = {
+    TextField("caller", &LogLine::caller),
     IntegerField("depth", &LogLine::depth),
     RealField("elapsed", &LogLine::elapsed),
     RealField("exclusive", &LogLine::exclusive),
@@ -77,6 +78,7 @@ inline constexpr LineField activityFields[] = {
     IntegerField("rnterm", &LogLine::terminatedChildren),
     TextField("root", &LogLine::root),
     TableField("rv", &LogLine::resultDetails),
+    IntegerField("seq", &LogLine::number),
     TextField("sponsor", &LogLine::sponsor),
     {"type", FieldKind::Phase},
 };

@@ -32,8 +32,7 @@ LineReader::Result LineReader::Next() {
                 m_isSkipping = false;
                 continue;
             }
-            m_text = std::string_view(begin, length);
-            ++m_number;
+            TakeText(begin, length);
             return length > m_maxLine ? Result::LongLine : Result::Line;
         }
         m_scanned = m_end;
@@ -41,9 +40,8 @@ LineReader::Result LineReader::Next() {
             m_begin = m_scanned = m_end = 0;
         } else if (m_end - m_begin > m_maxLine) {
             m_isSkipping = true;
-            m_text = std::string_view(&m_buffer[m_begin], m_maxLine);
+            TakeText(&m_buffer[m_begin], m_maxLine);
             m_begin = m_end;
-            ++m_number;
             return Result::LongLine;
         }
         if (!Fill()) {
@@ -56,10 +54,18 @@ bool LineReader::TakeRest() {
     if (m_isSkipping || m_begin == m_end) {
         return false;
     }
-    m_text = std::string_view(&m_buffer[m_begin], m_end - m_begin);
+    TakeText(&m_buffer[m_begin], m_end - m_begin);
     m_begin = m_scanned = m_end;
-    ++m_number;
     return true;
+}
+
+void LineReader::TakeText(const char* begin, std::size_t length) {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    m_text = std::string_view(begin, length);
+    if (m_number == 0 && m_text.substr(0, byteOrderMark.size()) == byteOrderMark) {
+        m_text.remove_prefix(byteOrderMark.size());
+    }
+    ++m_number;
 }
 
 bool LineReader::Fill() {

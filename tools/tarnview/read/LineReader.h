@@ -7,7 +7,8 @@
 
 namespace tarnview {
 
-/// Cuts what a file descriptor yields into lines. It reads in large pieces instead of mapping the
+/// Cuts what a file descriptor yields into lines. A byte order mark before the first one belongs to
+/// no line. It reads in large pieces instead of mapping the
 /// file: a mapped file that somebody truncates ends the reading process, a pipe cannot be mapped,
 /// and a file that is still written grows.
 ///
@@ -43,6 +44,7 @@ public:
 private:
     bool Fill();
     void MakeRoom();
+    void TakeText(const char* begin, std::size_t length);
 
     int m_descriptor;
     std::size_t m_maxLine;

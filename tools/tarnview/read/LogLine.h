@@ -50,7 +50,9 @@ struct LogLine {
     std::string_view id;
     std::string_view name;
     std::string_view sponsor;
-    std::string_view root;  ///< at the top of a tree, where the line names none: the id
+    std::string_view caller;  ///< who started it, if the log says so
+    std::int64_t number = 0;  ///< of the line within its process, from 1 on, if the log says so
+    std::string_view root;    ///< at the top of a tree, where the line names none: the id
     std::int64_t depth = 0;
     std::string_view description;
     double elapsed = 0;    ///< seconds

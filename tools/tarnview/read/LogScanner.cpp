@@ -1,7 +1,6 @@
 #include "read/LogScanner.h"
 
-#include "output/Progress.h"
-
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -60,7 +59,33 @@ const LogLine* LineExaminer::Examine(std::string_view text, const Place& place) 
         return nullptr;
     }
     CheckClock(place);
+    CheckLosses(place);
     return &m_line;
+}
+
+// The host begins a report so, which names each kind of loss with its number:
+// "Missing in this log: refused events: 3; lines that could not be written: 12".
+void LineExaminer::CheckLosses(const Place& place) {
+    constexpr std::string_view beginning = "Missing in this log";
+    if (m_line.kind != LineKind::Message ||
+        m_line.message.substr(0, beginning.size()) != beginning) {
+        return;
+    }
+    std::uint64_t lost = 0;
+    std::uint64_t number = 0;
+    for (const char letter : m_line.message.substr(beginning.size())) {
+        if (letter >= '0' && letter <= '9') {
+            constexpr std::uint64_t most = 1'000'000'000'000'000;
+            number = std::min(number * 10 + static_cast<std::uint64_t>(letter - '0'), most);
+        } else {
+            lost += std::exchange(number, 0);
+        }
+    }
+    lost += number;
+    if (m_problems != nullptr) {
+        m_problems->Report(
+            ProblemKind::LostLines, place, m_line.message, std::max<std::uint64_t>(lost, 1));
+    }
 }
 
 void LineExaminer::CheckClock(const Place& place) {
@@ -81,14 +106,13 @@ void LineExaminer::Report(ProblemKind kind, const Place& place, std::string_view
     }
 }
 
-LogScanner::LogScanner(std::vector<std::string> files, Problems& problems, Progress& progress)
+LogScanner::LogScanner(std::vector<std::string> files, Problems& problems, OnBytes onBytes)
     : m_files(std::move(files)),
       m_problems(problems),
-      m_progress(progress) {}
+      m_onBytes(std::move(onBytes)) {}
 
 void LogScanner::AllowSecondPass() {
     m_isReadTwice = true;
-    m_progress.ExpectSecondPass();
 }
 
 void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
@@ -99,7 +123,9 @@ void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
     for (const std::string& file : m_files) {
         ScanFile(file, parser, onLine);
     }
-    m_progress.Clear();
+    if (m_isFirstPass) {
+        m_numbers.ReportGaps(m_problems);
+    }
     m_isFirstPass = false;
 }
 
@@ -109,9 +135,14 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
     Problems* const problems = m_isFirstPass ? &m_problems : nullptr;
     LineReader reader(input.Descriptor());
     LineExaminer examiner(parser, problems);
+    bool hasALog = false;
     const auto take = [&] {
         const Place place{name, reader.Number()};
         if (const LogLine* const line = examiner.Examine(reader.Text(), place)) {
+            hasALog = true;
+            if (m_isFirstPass) {
+                m_numbers.Take(*line, place);
+            }
             onLine(*line, place);
         }
     };
@@ -123,8 +154,8 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
             } else if (problems != nullptr) {
                 problems->Report(ProblemKind::LongLine, {name, reader.Number()}, "");
             }
-            if (++m_lines % linesBetweenUpdates == 0) {
-                m_progress.Update(m_bytesBefore + m_bytes + reader.BytesRead());
+            if (++m_lines % linesBetweenUpdates == 0 && m_onBytes) {
+                m_onBytes(m_bytesBefore + m_bytes + reader.BytesRead());
             }
         }
     } catch (const std::system_error& error) {
@@ -141,6 +172,9 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
         if (parser.Parse(reader.Text(), line) != LineParser::Result::Unreadable) {
             take();
         }
+    }
+    if (m_isFirstPass && !hasALog && reader.BytesRead() != 0) {
+        m_filesWithoutALog.emplace_back(name);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "read/InputFiles.h"
+#include "read/LineNumbers.h"
 #include "read/LineParser.h"
 #include "read/LineReader.h"
 #include "read/LogLine.h"
@@ -14,16 +15,17 @@
 
 namespace tarnview {
 
-class Progress;
-
-/// Reads the lines of many files, in the order of the files. What is wrong with single lines, and
-/// clocks that go back, is reported in the first pass only. Used by one thread.
+/// Reads the lines of many files, in the order of the files. What is wrong with single lines,
+/// clocks that go back, and lines that are missing, is reported in the first pass only. Used by one
+/// thread.
 class LogScanner {
 public:
     using OnLine = std::function<void(const LogLine&, const Place&)>;
+    using OnBytes = std::function<void(std::uint64_t)>;
 
-    /// All of these must live as long as the scanner.
-    LogScanner(std::vector<std::string> files, Problems& problems, Progress& progress);
+    /// `onBytes` hears now and then how many bytes have been read, in all passes together.
+    /// `problems` must live as long as the scanner.
+    LogScanner(std::vector<std::string> files, Problems& problems, OnBytes onBytes = {});
 
     /// To be called before the first pass if there is to be a second: what cannot be read again, as
     /// a pipe, is copied to a temporary file then.
@@ -38,6 +40,12 @@ public:
 
     std::uint64_t Bytes() const { return m_bytes; }
 
+    /// Files that are not empty and hold no line of a log.
+    const std::vector<std::string>& FilesWithoutALog() const { return m_filesWithoutALog; }
+
+    /// Whether lines have numbers, by which it is known that none is missing.
+    bool HasLineNumbers() const { return m_numbers.HasAny(); }
+
 private:
     void ScanFile(const std::string& file, LineParser& parser, const OnLine& onLine);
     InputFile Open(const std::string& file);
@@ -46,7 +54,9 @@ private:
     std::vector<std::string> m_files;
     std::map<std::string, InputFile> m_copies;
     Problems& m_problems;
-    Progress& m_progress;
+    OnBytes m_onBytes;
+    LineNumbers m_numbers;
+    std::vector<std::string> m_filesWithoutALog;
     bool m_isReadTwice = false;
     bool m_isFirstPass = true;
     std::uint64_t m_lines = 0;
@@ -55,7 +65,8 @@ private:
 };
 
 /// Turns raw lines into log lines, and reports what is wrong with them and with the order of their
-/// times. One for each file, for clocks are compared within a file only.
+/// times, and what the host says is missing. One for each file, for clocks are compared within a
+/// file only.
 class LineExaminer {
 public:
     /// Without `problems` nothing is reported.
@@ -67,6 +78,7 @@ public:
 private:
     void Report(ProblemKind kind, const Place& place, std::string_view detail);
     void CheckClock(const Place& place);
+    void CheckLosses(const Place& place);
 
     LineParser& m_parser;
     Problems* m_problems;

@@ -1,5 +1,7 @@
 #include "read/Problems.h"
 
+#include "read/Printable.h"
+
 #include <ostream>
 
 namespace tarnview {
@@ -8,55 +10,77 @@ namespace {
 
 struct KindTexts {
     std::string_view word;
-    std::string_view description;
-    std::string_view plural;
+    std::string_view description;  // of a case
+    std::string_view one;          // of what is counted
+    std::string_view many;
 };
 
 constexpr std::array<KindTexts, problemKinds> kindTexts{{
-    {"unreadable", "line that does not parse", "lines that do not parse"},
-    {"long", "line that is too long", "lines that are too long"},
-    {"cut", "line without an end", "lines without an end"},
-    {"duplicate", "field that stands twice", "fields that stand twice"},
-    {"wrong", "field that is missing or of a wrong kind", "fields missing or of a wrong kind"},
-    {"no-begin", "end without a begin", "ends without a begin"},
-    {"repeated", "id that repeats", "ids that repeat"},
-    {"cycle", "sponsors in a circle", "circles of sponsors"},
-    {"clock", "clock that went back", "times that the clock went back"},
-    {"lost", "report of lost lines", "reports of lost lines"},
-    {"figures", "activity whose figures do not add up", "activities whose figures do not add up"},
-    {"never-ended", "activity that never ended", "activities that never ended"},
+    {"unreadable",
+     "line that does not parse",
+     "line that does not parse",
+     "lines that do not parse"},
+    {"long", "line that is too long", "line that is too long", "lines that are too long"},
+    {"cut", "line without an end", "line without an end", "lines without an end"},
+    {"lost", "report of lost lines", "line that was lost", "lines that were lost"},
+    {"gap",
+     "gap in the numbers of lines",
+     "line missing by its number",
+     "lines missing by their numbers"},
+    {"duplicate", "field that stands twice", "field that stands twice", "fields that stand twice"},
+    {"wrong",
+     "field that is missing or of a wrong kind",
+     "field missing or of a wrong kind",
+     "fields missing or of a wrong kind"},
+    {"no-begin", "end without a begin", "end without a begin", "ends without a begin"},
+    {"repeated", "id that repeats", "id that repeats", "ids that repeat"},
+    {"orphan",
+     "activity whose sponsor is not in the log",
+     "activity whose sponsor is not in the log",
+     "activities whose sponsors are not in the log"},
+    {"cycle", "sponsors in a circle", "circle of sponsors", "circles of sponsors"},
+    {"clock",
+     "clock that went back",
+     "time that the clock went back",
+     "times that the clock went back"},
+    {"died",
+     "process that was replaced in the middle of its work",
+     "process that was replaced in the middle of its work",
+     "processes that were replaced in the middle of their work"},
+    {"figures",
+     "activity whose figures do not add up",
+     "activity whose figures do not add up",
+     "activities whose figures do not add up"},
+    {"never-ended",
+     "activity that never ended",
+     "activity that never ended",
+     "activities that never ended"},
 }};
-
-// Control characters of a broken log must not reach a terminal.
-std::string Printable(std::string_view text) {
-    std::string result;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        result.push_back(byte < 0x20 || byte == 0x7F ? '.' : character);
-    }
-    return result;
-}
 
 }  // namespace
 
-std::string_view DescriptionOf(ProblemKind kind) {
-    return kindTexts[static_cast<std::size_t>(kind)].description;
-}
-
-std::string_view PluralOf(ProblemKind kind) {
-    return kindTexts[static_cast<std::size_t>(kind)].plural;
-}
-
 std::string_view WordFor(ProblemKind kind) {
     return kindTexts[static_cast<std::size_t>(kind)].word;
+}
+
+std::string CountOf(ProblemKind kind, std::uint64_t count) {
+    const KindTexts& texts = kindTexts[static_cast<std::size_t>(kind)];
+    return std::to_string(count).append(" ").append(count == 1 ? texts.one : texts.many);
 }
 
 Problems::Problems(std::ostream& out, std::size_t shownPerKind)
     : m_out(out),
       m_shownPerKind(shownPerKind) {}
 
-void Problems::Report(ProblemKind kind, const Place& place, std::string_view detail) {
-    if (IsIgnored(kind) || ++m_counts[Index(kind)] > m_shownPerKind) {
+void Problems::Report(ProblemKind kind,
+                      const Place& place,
+                      std::string_view detail,
+                      std::uint64_t amount) {
+    if (IsIgnored(kind)) {
+        return;
+    }
+    m_counts[Index(kind)] += amount;
+    if (++m_cases[Index(kind)] > m_shownPerKind) {
         return;
     }
     if (m_beforeOutput) {
@@ -66,7 +90,7 @@ void Problems::Report(ProblemKind kind, const Place& place, std::string_view det
     if (place.line != 0) {
         m_out << ':' << place.line;
     }
-    m_out << ": " << DescriptionOf(kind);
+    m_out << ": " << kindTexts[Index(kind)].description;
     if (!detail.empty()) {
         m_out << ": " << Printable(detail);
     }
@@ -85,12 +109,15 @@ std::uint64_t Problems::Total() const {
     return total;
 }
 
-void Problems::PrintRest() const {
+std::string Problems::Summary() const {
+    std::string summary;
     for (std::size_t index = 0; index < problemKinds; ++index) {
-        if (m_counts[index] > m_shownPerKind) {
-            m_out << "in all " << m_counts[index] << ' ' << kindTexts[index].plural << '\n';
+        if (m_counts[index] != 0) {
+            summary.append(summary.empty() ? "" : ", ");
+            summary.append(CountOf(static_cast<ProblemKind>(index), m_counts[index]));
         }
     }
+    return summary;
 }
 
 }  // namespace tarnview

@@ -23,23 +23,27 @@ enum class ProblemKind {
     UnreadableLine,
     LongLine,
     CutLine,
+    LostLines,
+    MissingLines,
     DuplicateField,
     WrongField,
     EndWithoutBegin,
     RepeatedId,
+    Orphan,
     SponsorCycle,
     ClockJump,
-    LostLines,
+    DeadProcess,
     Figures,
     NeverEnded,
 };
 
-inline constexpr std::size_t problemKinds = 12;
+inline constexpr std::size_t problemKinds = 15;
 
-/// The kind in a few words ("line that does not parse"), and the word by which options name it.
-std::string_view DescriptionOf(ProblemKind kind);
-std::string_view PluralOf(ProblemKind kind);
+/// The word by which options name the kind.
 std::string_view WordFor(ProblemKind kind);
+
+/// "1 line that does not parse", "3 lines that do not parse"
+std::string CountOf(ProblemKind kind, std::uint64_t count);
 
 /// Counts what is wrong with the input, and names the first cases of each kind in a stream, one a
 /// line: "FILE:LINE: what it is: detail". Belongs to one run of a command, used by one thread; the
@@ -48,19 +52,25 @@ class Problems {
 public:
     explicit Problems(std::ostream& out, std::size_t shownPerKind = 5);
 
-    void Report(ProblemKind kind, const Place& place, std::string_view detail);
+    /// One case, which may stand for several lines: `amount` of them.
+    void Report(ProblemKind kind,
+                const Place& place,
+                std::string_view detail,
+                std::uint64_t amount = 1);
 
     /// Cases of such a kind are neither counted nor shown.
     void Ignore(ProblemKind kind);
 
     bool IsIgnored(ProblemKind kind) const { return m_isIgnored[Index(kind)]; }
 
+    /// The amounts of all cases of this kind together.
     std::uint64_t Count(ProblemKind kind) const { return m_counts[Index(kind)]; }
 
     std::uint64_t Total() const;
 
-    /// For each kind of which more cases were seen than shown, how many there are. Nothing if none.
-    void PrintRest() const;
+    /// How much is wrong, as one line: "3 lines that do not parse, 1 end without a begin". Empty if
+    /// nothing is.
+    std::string Summary() const;
 
     /// Called before anything is shown, for instance to take a progress bar away.
     void SetBeforeOutput(std::function<void()> call) { m_beforeOutput = std::move(call); }
@@ -71,6 +81,7 @@ private:
     std::ostream& m_out;
     std::size_t m_shownPerKind;
     std::function<void()> m_beforeOutput;
+    std::array<std::uint64_t, problemKinds> m_cases{};
     std::array<std::uint64_t, problemKinds> m_counts{};
     std::array<bool, problemKinds> m_isIgnored{};
 };

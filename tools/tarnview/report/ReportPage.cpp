@@ -103,15 +103,25 @@ private:
         json.Number(static_cast<long long>(span.begin - m_base));
         json.Number(static_cast<long long>(span.end - span.begin));
         json.Number(static_cast<long long>(activity.ExclusiveTime()));
-        json.Number(Rounded(activity.figures.CpuExclusive()));
-        json.Number(Rounded(activity.figures.ae));
+        const Figures& figures = activity.figures;
+        WriteFigure(json, figures.hasCpu, figures.CpuExclusive());
+        WriteFigure(json, figures.hasAllocated, figures.ae);
         json.Number(TextNumber(activity.hasEnd ? activity.result : "never ended"));
         json.Number(TextNumber(PairsOf(activity.resultDetails)));
-        WriteMore(json, activity);
+        WriteMore(json, index);
         json.Number(StateOf(activity));
-        json.Number(Rounded(activity.figures.CpuInclusive()));
-        json.Number(Rounded(activity.figures.ai));
+        WriteFigure(json, figures.hasCpu, figures.CpuInclusive());
+        WriteFigure(json, figures.hasAllocated, figures.ai);
+        json.Number(static_cast<long long>(m_forest.SelfTime(index)));
         json.EndArray();
+    }
+
+    static void WriteFigure(Json& json, bool isMeasured, double figure) {
+        if (isMeasured) {
+            json.Number(Rounded(figure));
+        } else {
+            json.Nothing();
+        }
     }
 
     // 0: good, 1: failed, 2: terminated early, 3: never ended.
@@ -122,7 +132,8 @@ private:
         return activity.IsEarlyTermination() ? 2 : activity.IsFailure() ? 1 : 0;
     }
 
-    void WriteMore(Json& json, const Activity& activity) {
+    void WriteMore(Json& json, Index index) {
+        const Activity& activity = m_forest[index];
         json.BeginObject();
         const auto add = [&](std::string_view name, const std::string& text) {
             if (!text.empty() && text != "-") {
@@ -130,6 +141,7 @@ private:
             }
         };
         add("about", activity.description);
+        add("caller", std::string(TextOf(m_forest.LinkOf(index))));
         add("user", activity.user);
         add("site", activity.site);
         add("session", activity.session);

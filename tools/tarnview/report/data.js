@@ -1,12 +1,13 @@
 "use strict";
 // What the page shows. In the data, texts are numbers of entries in `texts`; times are microseconds
-// from `base` on; a state is 0 good, 1 failed, 2 terminated early, 3 never ended.
+// from `base` on; a state is 0 good, 1 failed, 2 terminated early, 3 never ended. What was not
+// measured is null.
 const data = JSON.parse(document.getElementById("data").textContent);
 const rows = data.activities.map((r, index) => ({
   index, id: r[0], name: data.texts[r[1]], parent: r[2], lane: r[3], level: r[4], begin: r[5],
   length: r[6], exclusive: r[7], cpu: r[8], memory: r[9], result: data.texts[r[10]],
   detail: data.texts[r[11]], more: r[12], state: r[13], cpuAll: r[14], memoryAll: r[15],
-  children: []}));
+  self: r[16], children: []}));
 for (const row of rows) if (row.parent >= 0) rows[row.parent].children.push(row.index);
 for (const row of rows) row.children.sort((a, b) => rows[a].begin - rows[b].begin);
 const tops = rows.filter(row => row.parent < 0).sort((a, b) => a.begin - b.begin)

@@ -22,10 +22,13 @@ function choose(index, isRevealed) {
   line(list, "result", row.result + (row.detail ? ": " + row.detail : ""));
   if (row.state) list.lastChild.className = "bad";
   line(list, "elapsed", isOpen(row) ? "until the log ends " + duration(row.length)
-                                    : `${duration(row.length)}, exclusive ${duration(row.exclusive)}`);
+                                    : `${duration(row.length)}, exclusive ${duration(row.exclusive)}, ` +
+                                      `itself ${duration(row.self)}`);
   line(list, "begin", `${duration(row.begin)} after the first`);
-  if (row.cpuAll || row.memoryAll) {
+  if (row.cpuAll !== null) {
     line(list, "cpu", `${duration(row.cpuAll)}, exclusive ${duration(row.cpu)}`);
+  }
+  if (row.memoryAll !== null) {
     line(list, "memory", `${bytes(row.memoryAll)}, exclusive ${bytes(row.memory)}`);
   }
   line(list, "where", lanes[row.lane].name);

@@ -1,4 +1,5 @@
-// Flame chart: stacks of names, as wide as their exclusive figures together.
+// Flame chart: stacks of names, as wide as their own figures together. The time of one's own is that
+// in which no child ran, on any thread: who waits for a child does not count beside it.
 const flameRow = 18, deepestFlame = 100;
 let flameBoxes = [], flameRoot = null;
 const flameText = value => (element("weight").value === "memory" ? bytes : duration)(value);

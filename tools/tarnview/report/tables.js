@@ -11,7 +11,7 @@ const groups = new Map();
 for (const row of rows) {
   if (!groups.has(row.name)) {
     groups.set(row.name, {name: row.name, count: 0, failed: 0, early: 0, open: 0, total: 0, mean: 0,
-                          exclusive: 0, cpu: 0, memory: 0, lengths: []});
+                          exclusive: 0, cpu: null, memory: null, lengths: []});
   }
   const group = groups.get(row.name);
   if (isOpen(row)) { ++group.open; continue; }
@@ -20,11 +20,18 @@ for (const row of rows) {
   group.early += row.state === 2 ? 1 : 0;
   group.total += row.length;
   group.lengths.push(row.length);
-  group.exclusive += row.exclusive; group.cpu += row.cpu; group.memory += row.memory;
+  group.exclusive += row.exclusive;
+  for (const figure of ["cpu", "memory"]) {
+    if (row[figure] !== null) group[figure] += row[figure];
+  }
 }
 for (const group of groups.values()) {
   const lengths = group.lengths.sort((a, b) => a - b);
-  group.mean = group.count ? group.total / group.count : 0;
+  if (!group.count) {  // nothing of it has ended: there are no times
+    for (const name of ["total", "mean", "p50", "p90", "p99", "max", "exclusive"]) group[name] = null;
+    continue;
+  }
+  group.mean = group.total / group.count;
   [group.p50, group.p90, group.p99, group.max] = [0.5, 0.9, 0.99, 1].map(it => quantile(lengths, it));
 }
 const columns = [["name"], ["count"], ["failed", null, "bad"], ["early", null, "bad"],
@@ -64,7 +71,8 @@ function drawTop() {
         button.onclick = () => search(group.name);
         cell(line, button);
       } else {
-        cell(line, String(format && group[name] ? format(group[name]) : group[name]),
+        const value = group[name];
+        cell(line, value === null ? "" : format ? format(value) : String(value),
              group[name] ? badness : "");
       }
     }
@@ -104,7 +112,7 @@ function drawFailures() {
     `${duration(end)} from ${data.base}`;
 }
 function drawAll() { drawTimeline(); drawFlame(); }
-flameRoot = buildFlame("exclusive");
+flameRoot = buildFlame("self");
 drawAll(); drawTop(); drawFailures();
 addEventListener("resize", drawAll);
 dark.addEventListener("change", drawAll);

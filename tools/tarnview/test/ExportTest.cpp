@@ -311,7 +311,35 @@ TEST_F(ExportTest, OtlpHasALineForEachProcess) {
     const json& lookup = Find(spans, "name", "lookup");
     EXPECT_EQ(lookup["status"]["code"], 2);
     EXPECT_EQ(lookup["status"]["message"], "no such item");
-    EXPECT_THAT(Errors(), HasSubstr("left out because they never ended: 1"));
+    const json& front = requests[0]["resourceSpans"][0]["scopeSpans"][0]["spans"];
+    const json& sweep = Find(front, "name", "sweep");
+    EXPECT_EQ(sweep["status"]["code"], 2);
+    EXPECT_EQ(sweep["status"]["message"], "never ended");
+    EXPECT_EQ(Find(stock["attributes"], "key", "tarn.caller")["value"]["stringValue"], "guessed");
+}
+
+TEST_F(ExportTest, OtlpSpansOfOneIdAreToldApartAndTheirChildrenFollow) {
+    const std::string id = "00000000-0000-4000-8000-000000000001";
+    const std::string child = "00000000-0000-4000-8000-000000000002";
+    const json request =
+        json::parse(Export(ExportFormat::Otlp,
+                           {Write("a.log",
+                                  {{.name = "serve", .id = id},
+                                   {.name = "adopted", .id = id, .milliseconds = 1, .thread = 2},
+                                   {.name = "step",
+                                    .id = child,
+                                    .sponsor = id,
+                                    .root = id,
+                                    .milliseconds = 2,
+                                    .depth = 1}})}));
+    const json& spans = request["resourceSpans"][0]["scopeSpans"][0]["spans"];
+
+    ASSERT_THAT(spans, SizeIs(3));
+    const std::string first = Find(spans, "name", "serve")["spanId"];
+    const std::string second = Find(spans, "name", "adopted")["spanId"];
+    const std::string parent = Find(spans, "name", "step")["parentSpanId"];
+    EXPECT_NE(first, second);
+    EXPECT_TRUE(parent == first || parent == second);
 }
 
 TEST_F(ExportTest, OtlpHasNoEventsWhereThereAreNoSupplements) {
@@ -339,10 +367,10 @@ TEST_F(ExportTest, OtlpHasSupplementsAsEventsAndNoKeyTwice) {
     }
 }
 
-TEST_F(ExportTest, FoldedStacksHaveTheExclusiveTimes) {
+TEST_F(ExportTest, FoldedStacksHaveTheTimesInWhichNoChildRan) {
     EXPECT_EQ(Export(ExportFormat::Folded),
-              "order 30000\n"
-              "order;ask 50000\n"
+              "order 20000\n"
+              "order;ask 20000\n"
               "order;ask;stock 10000\n"
               "order;ask;stock;lookup 20000\n"
               "order;audit 40000\n"

@@ -37,13 +37,17 @@ TEST(FilterTest, ARootIsNamedByTheBeginningOfItsId) {
     EXPECT_FALSE((Filter{.roots = {"B"}}).Passes(Ended("load", 1)));
 }
 
-TEST(FilterTest, FailedIsEveryResultButOk) {
+TEST(FilterTest, FailedIsNeitherOkNorTerminatedEarly) {
     Activity activity = Ended("load", 1);
     EXPECT_FALSE((Filter{.isFailed = true}).Passes(activity));
 
+    activity.result = "exception";
+    EXPECT_TRUE((Filter{.isFailed = true}).Passes(activity));
+
     activity.result = "early-termination";
 
-    EXPECT_TRUE((Filter{.isFailed = true}).Passes(activity));
+    EXPECT_FALSE((Filter{.isFailed = true}).Passes(activity));
+    EXPECT_TRUE((Filter{.isNotOk = true}).Passes(activity));
     EXPECT_TRUE((Filter{.results = {"early*"}}).Passes(activity));
     EXPECT_FALSE((Filter{.results = {"exception"}}).Passes(activity));
 }

@@ -129,5 +129,88 @@ TEST_F(JoinerTest, AnEndOfAnotherNameDoesNotEndIt) {
     EXPECT_THAT(Joined(), ElementsAre("store ?-2", "load 1-?"));
 }
 
+// As the library does: to the nearest one that is open, which the end line names.
+TEST_F(JoinerTest, AnActivityIsChargedToTheSponsorThatItsEndLineNames) {
+    Take({.name = "serve", .id = "A"});
+    Take({.name = "query", .id = "B", .sponsor = "A", .root = "A", .depth = 1});
+    Take({.name = "late", .id = "C", .sponsor = "B", .root = "A", .depth = 2});
+    Take({.phase = "end",
+          .name = "query",
+          .id = "B",
+          .sponsor = "A",
+          .root = "A",
+          .milliseconds = 2,
+          .depth = 1,
+          .elapsed = 2,
+          .exclusive = 2});
+    Take({.phase = "end",
+          .name = "late",
+          .id = "C",
+          .sponsor = "A",
+          .root = "A",
+          .milliseconds = 5,
+          .microseconds = 600,
+          .depth = 2,
+          .elapsed = 5,
+          .exclusive = 5});
+    Take({.phase = "end",
+          .name = "serve",
+          .id = "A",
+          .milliseconds = 9,
+          .microseconds = 900,
+          .elapsed = 9,
+          .exclusive = 2});
+
+    EXPECT_EQ(Activities()[0].ExclusiveTime(), 2'000);
+    EXPECT_EQ(Activities()[1].ExclusiveTime(), 5'600);
+    EXPECT_EQ(Activities()[2].ExclusiveTime(), 9'900 - 2'000 - 5'600);
+}
+
+TEST_F(JoinerTest, WorkOnAnotherThreadIsNotTakenFromItsSponsor) {
+    Take({.name = "serve", .id = "A"});
+    Take({.name = "run", .id = "B", .sponsor = "A", .root = "A", .thread = 2, .depth = 1});
+    Take({.phase = "end",
+          .name = "run",
+          .id = "B",
+          .sponsor = "A",
+          .root = "A",
+          .milliseconds = 4,
+          .thread = 2,
+          .depth = 1,
+          .elapsed = 4,
+          .exclusive = 4});
+    Take({.phase = "end",
+          .name = "serve",
+          .id = "A",
+          .milliseconds = 5,
+          .elapsed = 5,
+          .exclusive = 5});
+
+    EXPECT_EQ(Activities()[1].ExclusiveTime(), 5'000);
+}
+
+TEST_F(JoinerTest, AForkedProcessEndsWhatItsParentBegan) {
+    Take({.name = "serve", .id = "A", .process = 7});
+    Take({.phase = "end",
+          .name = "serve",
+          .id = "A",
+          .milliseconds = 3,
+          .process = 8,
+          .elapsed = 3});
+    EXPECT_EQ(TheJoiner().OpenCount(), 1U);
+    Take({.phase = "end",
+          .name = "serve",
+          .id = "A",
+          .milliseconds = 5,
+          .process = 7,
+          .elapsed = 5});
+
+    EXPECT_THAT(Joined(), ElementsAre("serve 1-2", "serve 1-3"));
+    EXPECT_EQ(Activities()[0].process, 8);
+    EXPECT_TRUE(Activities()[0].isForked);
+    EXPECT_FALSE(Activities()[1].isForked);
+    EXPECT_THAT(Errors(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace tarnview

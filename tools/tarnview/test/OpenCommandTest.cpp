@@ -4,11 +4,14 @@
 #include "model/Joiner.h"
 #include "read/FollowedFile.h"
 
+#include <chrono>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <list>
 #include <memory>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 
@@ -86,13 +89,90 @@ TEST_F(OpenCommandTest, NowMeasuresUpToThisMoment) {
     OpenOptions options = Running();
     options.isNow = true;
     options.stuck = 3600;
+    options.silentAfter = 1e9;
 
     EXPECT_THAT(Open(options), HasSubstr("2 running"));
+}
+
+TEST_F(OpenCommandTest, WhatBelongsToASilentProcessIsNotCalledRunning) {
+    OpenOptions options;
+    options.input.files = {
+        Write("a.log",
+              {{.name = "old", .id = "A", .process = 7},
+               {.name = "new", .id = "B", .milliseconds = 90'000, .process = 8}})};
+
+    const std::string table = Open(options);
+
+    EXPECT_THAT(table, HasSubstr("  1 running, 1 of processes that are silent\n"));
+    EXPECT_THAT(table,
+                HasSubstr("\nprocess 7 has been silent since 2026-03-01T10:00:00.000000Z\n"));
+}
+
+// One that was killed and started anew, into the same log.
+TEST_F(OpenCommandTest, WhatBelongsToAReplacedProcessIsGone) {
+    const auto start = [](const char* process) {
+        return R"({"time":"2026-03-01T10:00:02Z","message":"Opening MetricsMonitor for context 1","pid":)" +
+               std::string(process) + "}\n";
+    };
+    OpenOptions options;
+    options.input.files = {Write("a.log",
+                                 start("7") + LineText{.id = "A", .process = 7}.ToString() + "\n" +
+                                     start("8") + LineText{.id = "B", .process = 8}.ToString() +
+                                     "\n")};
+
+    const std::string table = Open(options);
+
+    EXPECT_THAT(table, HasSubstr("  1 running, 1 of processes that are gone\n"));
+    EXPECT_THAT(table, HasSubstr("\nprocess 7 is gone, its last line is of 2026-03-01T10:00:02"));
+    EXPECT_THAT(Errors(), HasSubstr("1 process that was replaced in the middle of its work"));
+}
+
+// The process that runs the tests is there, one of an impossible id is not.
+TEST_F(OpenCommandTest, MeasuredUpToNowAProcessThatIsNoLongerThereIsGone) {
+    char host[256] = {};
+    gethostname(host, sizeof(host) - 1);
+    const auto lines = [&](int process) {
+        std::string end = LineText{.phase = "end", .id = "E", .process = process}.ToString();
+        end.replace(end.find(R"("environment":{})"),
+                    16,
+                    R"("environment":{"host":")" + std::string(host) + "\"}");
+        const Microseconds now = std::chrono::duration_cast<std::chrono::microseconds>(
+                                     std::chrono::system_clock::now().time_since_epoch())
+                                     .count();
+        const std::size_t time = end.find("2026-03-01T10:00:00.000000Z");
+        end.replace(time, 27, FormatTimestamp(now));
+        return LineText{.id = "E", .process = process}.ToString() + "\n" + end + "\n" +
+               LineText{.name = "work", .id = "A", .process = process}.ToString() + "\n";
+    };
+    OpenOptions options;
+    options.isNow = true;
+    options.input.files = {Write("a.log", lines(getpid()) + lines(INT_MAX))};
+
+    EXPECT_THAT(Open(options), HasSubstr("  1 running, 1 of processes that are gone\n"));
+    EXPECT_THAT(Output(), HasSubstr("\nprocess 2147483647 is gone"));
+}
+
+TEST_F(OpenCommandTest, FiltersChooseWhatIsShown) {
+    OpenOptions options = Running();
+    options.filter.names = {"que*"};
+
+    EXPECT_THAT(Open(options), HasSubstr("1 running"));
+
+    options.filter = {.processes = {8}};
+    EXPECT_THAT(Open(options), HasSubstr("0 running"));
+}
+
+TEST_F(OpenCommandTest, ALogWithoutActivitiesHasNone) {
+    OpenOptions options;
+    options.input.files = {Write("a.log", "")};
+
+    EXPECT_EQ(Open(options), "no activities\n");
 }
 
 TEST_F(OpenCommandTest, FollowingPrintsATableForEachUpdate) {
     OpenOptions options = Running();
     options.isFollowing = true;
+    options.silentAfter = 1e9;
     options.interval = std::chrono::milliseconds(1);
     options.updates = 3;
 

@@ -43,23 +43,49 @@ TEST_F(ShowCommandTest, AllThatIsKnownIsShown) {
 TEST_F(ShowCommandTest, ChildrenAndSponsorsMayBeInAnotherProcess) {
     ASSERT_EQ(Show(std::string(idStart) + "5"), exitSuccess);
 
-    EXPECT_THAT(Output(), HasSubstr("3      50.0 ms  ask\n"));
+    EXPECT_THAT(Output(), HasSubstr("3      50.0 ms  ask  (caller guessed)\n"));
     EXPECT_THAT(Output(), HasSubstr("1       100 ms  order\n"));
     EXPECT_THAT(Output(),
                 HasSubstr("6      20.0 ms  lookup  exception: msg=no such item type=NotFound\n"));
 }
 
 TEST_F(ShowCommandTest, ABeginningThatSeveralIdsHaveIsNotEnough) {
-    EXPECT_EQ(Show("0000"), exitFound);
+    EXPECT_EQ(Show("0000"), exitNegative);
 
     EXPECT_THAT(Output(), IsEmpty());
     EXPECT_THAT(Errors(), HasSubstr("several activities have an id that begins with '0000'"));
 }
 
 TEST_F(ShowCommandTest, AnIdThatIsNotThereIsSaidSo) {
-    EXPECT_EQ(Show("FFFF"), exitFound);
+    EXPECT_EQ(Show("FFFF"), exitNegative);
 
     EXPECT_THAT(Errors(), HasSubstr("no activity has an id that begins with 'FFFF'"));
+}
+
+TEST_F(ShowCommandTest, SeveralActivitiesOfOneIdAreShownAndSaidSo) {
+    const std::string log =
+        Write("a.log", {{.name = "serve", .id = "ABCD"}, {.name = "adopted", .id = "ABCD"}});
+
+    EXPECT_EQ(RunShow({{{log}}, "ABCD"}, Streams()), exitNegative);
+
+    EXPECT_THAT(Output(), HasSubstr("serve\n"));
+    EXPECT_THAT(Output(), HasSubstr("adopted\n"));
+    EXPECT_THAT(Errors(), HasSubstr("tarnview: 2 activities have this id\n"));
+}
+
+TEST_F(ShowCommandTest, WhatWasNotMeasuredIsNotShown) {
+    const std::string log = Write("a.log",
+                                  {{.id = "ABCD"},
+                                   {.phase = "end",
+                                    .id = "ABCD",
+                                    .resources = R"({"alloc":{"ae":1,"ai":2,"ane":3,"ani":4}})"}});
+
+    EXPECT_EQ(RunShow({{{log}}, "ABCD"}, Streams()), exitSuccess);
+
+    EXPECT_THAT(Output(), HasSubstr("  allocated "));
+    for (const char* const field : {"released", "most in use", "cpu in", "threads"}) {
+        EXPECT_THAT(Output(), Not(HasSubstr(field)));
+    }
 }
 
 TEST_F(ShowCommandTest, SmallLettersFindAnIdInCapitals) {

@@ -16,6 +16,7 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 class TopCommandTest : public LogFixture {
 protected:
@@ -250,7 +251,7 @@ TEST_F(TopCommandTest, AttributesMakeGroups) {
 TEST_F(TopCommandTest, FiltersLeaveOutActivitiesAndWhatNeverEnded) {
     TopOptions options = Sample();
     options.format = TopFormat::Csv;
-    options.filter.isFailed = true;
+    options.filter.isNotOk = true;
 
     const std::string table = Top(options);
 
@@ -316,13 +317,75 @@ TEST_F(TopCommandTest, OnlyTheFirstOfManyProblemsAreNamed) {
         text += "broken\n";
     }
     TopOptions options;
+    options.input.files = {Write("a.log", LineText{}.ToString() + "\n" + text)};
+    options.filter.names = {"none"};
+
+    Top(options);
+
+    EXPECT_THAT(
+        Errors(),
+        HasSubstr("tarnview: 1000 lines that do not parse; what is shown may be too little"));
+    const std::string errors = Errors();
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 6);
+}
+
+TEST_F(TopCommandTest, LostLinesAreTold) {
+    TopOptions options;
+    options.input.files = {Write(
+        "a.log",
+        R"({"time":"2026-03-01T10:00:00Z","message":"Missing in this log: lines that could not be written: 455"})"
+        "\n")};
+
+    Top(options);
+
+    EXPECT_THAT(Errors(), HasSubstr("\ntarnview: 455 lines that were lost; what is shown may be"));
+}
+
+TEST_F(TopCommandTest, AFileThatIsNoLogIsAnErrorAndAnEmptyOneIsNot) {
+    TopOptions options;
+    options.input.files = {Write("a.log", "no log\nat all\n")};
+
+    EXPECT_EQ(RunTop(options, Streams()), exitInputOutput);
+
+    EXPECT_THAT(Errors(), HasSubstr("a.log: no line of this file is a log line\n"));
+    options.input.files = {Write("b.log", "")};
+    EXPECT_EQ(RunTop(options, Streams()), exitSuccess);
+}
+
+TEST_F(TopCommandTest, ProcessorTimeThatIsCountedInTicksIsTold) {
+    std::string text;
+    for (int number = 0; number < 60; ++number) {
+        const std::string id = std::to_string(number);
+        text += LineText{.id = id}.ToString() + "\n";
+        text += LineText{.phase = "end",
+                         .id = id,
+                         .resources = R"({"kcpu":{"ke":0,"ki":0},"ucpu":{"ue":0,"ui":0}})"}
+                    .ToString() +
+                "\n";
+    }
+    TopOptions options;
     options.input.files = {Write("a.log", text)};
 
     Top(options);
 
-    EXPECT_THAT(Errors(), HasSubstr("in all 1000 lines that do not parse"));
-    const std::string errors = Errors();
-    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 6);
+    EXPECT_THAT(Errors(), HasSubstr("the system counts it in ticks"));
+}
+
+TEST_F(TopCommandTest, AnInputIsNotOverwritten) {
+    TopOptions options;
+    options.input.files = {Write("a.log", {{.id = "A"}})};
+    Streams().outputPath = PathOf(".") + "/a.log";
+
+    EXPECT_THROW(RunTop(options, Streams()), CommandLineError);
+}
+
+TEST_F(TopCommandTest, AByteOrderMarkCostsNoLine) {
+    TopOptions options;
+    options.input.files = {
+        Write("a.log", "\xEF\xBB\xBF" + LineText{.phase = "end"}.ToString() + "\n")};
+
+    EXPECT_THAT(Top(options), HasSubstr("\nload        1"));
+    EXPECT_THAT(Errors(), Not(HasSubstr("parse")));
 }
 
 TEST_F(TopCommandTest, AFileThatCannotBeReadIsAnError) {

@@ -42,6 +42,20 @@ TEST(UnitsTest, TextIsFilledUpOrCutByCharacters) {
 
 TEST(UnitsTest, ControlCharactersDoNotReachATerminal) {
     EXPECT_EQ(OnOneLine("a\x1B[31m\nb\x7F"), "a?[31m?b?");
+    EXPECT_EQ(OnOneLine("\xC2\x80|\xC2\x9B|\xC2\x9F|\xC2\xA0"), "?|?|?|\xC2\xA0");
+}
+
+TEST(UnitsTest, WhatTurnsTextAroundDoesNotReachATerminal) {
+    EXPECT_EQ(OnOneLine("a\u202Ab\u202Ec\u2066d\u2069e\u200Ff\u2028g"), "a?b?c?d?e?f?g");
+    EXPECT_EQ(OnOneLine("\u2029\u061C|\u2030\u2065\u206A"), "??|\u2030\u2065\u206A");
+}
+
+TEST(UnitsTest, BytesThatAreNoTextDoNotReachATerminal) {
+    EXPECT_EQ(OnOneLine("\x9B"
+                        "2J"),
+              "?2J");
+    EXPECT_EQ(OnOneLine("\xC0\x9B|\xE0\x82\x9B|\xE2\x80"), "??|???|??");
+    EXPECT_EQ(OnOneLine("\xF0\x9F\x98\x80 größer 漢"), "\xF0\x9F\x98\x80 größer 漢");
 }
 
 }  // namespace

@@ -1,0 +1,77 @@
+#include "model/ProcessWatch.h"
+
+#include "read/InputFiles.h"
+
+#include <algorithm>
+#include <map>
+
+namespace tarnview {
+
+void ProcessWatch::Take(const LogLine& line, const Place& place) {
+    // The first thing that the library of a new process has to say.
+    constexpr std::string_view startMessage = "Opening MetricsMonitor";
+    ++m_lines;
+    if (m_file != place.file) {
+        m_file = place.file;
+        m_log = LogOf(m_file);
+        m_current = nullptr;
+    }
+    if (m_current == nullptr || m_currentId != line.process) {
+        m_current = &m_processes[line.process];
+        m_currentId = line.process;
+        m_current->log = m_log;
+    }
+    m_current->lastTime = std::max(m_current->lastTime, line.time);
+    m_current->lastLine = m_lines;
+    TakeHost(line);
+    if (line.kind == LineKind::Message &&
+        line.message.substr(0, startMessage.size()) == startMessage) {
+        m_starts[m_log] = {m_lines, line.process};
+    }
+}
+
+void ProcessWatch::TakeHost(const LogLine& line) {
+    std::string_view host;
+    if (line.environment.size() > std::string_view("{}").size() && m_current->host.empty() &&
+        m_parser.parse(line.environment.data(), line.environment.size())["host"].get(host) ==
+            simdjson::SUCCESS) {
+        m_current->host = host;
+    }
+}
+
+std::string ProcessWatch::HostOf(std::int64_t process) const {
+    const auto found = m_processes.find(process);
+    return found == m_processes.end() ? "" : found->second.host;
+}
+
+Microseconds ProcessWatch::LastTimeOf(std::int64_t process) const {
+    const auto found = m_processes.find(process);
+    return found == m_processes.end() ? 0 : found->second.lastTime;
+}
+
+bool ProcessWatch::IsReplaced(std::int64_t process) const {
+    const auto found = m_processes.find(process);
+    if (found == m_processes.end()) {
+        return false;
+    }
+    const auto start = m_starts.find(found->second.log);
+    return start != m_starts.end() && start->second.process != process &&
+           start->second.line > found->second.lastLine;
+}
+
+void ProcessWatch::ReportDead(const std::vector<const Activity*>& open, Problems& problems) const {
+    std::map<std::int64_t, std::vector<const Activity*>> dead;
+    for (const Activity* const activity : open) {
+        if (IsReplaced(activity->process)) {
+            dead[activity->process].push_back(activity);
+        }
+    }
+    for (const auto& [process, activities] : dead) {
+        problems.Report(ProblemKind::DeadProcess,
+                        activities.front()->beginPlace,
+                        "process " + std::to_string(process) + ", open: " +
+                            std::to_string(activities.size()) + ", as " + activities.front()->name);
+    }
+}
+
+}  // namespace tarnview

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "model/Activity.h"
+#include "read/LogLine.h"
+#include "read/Problems.h"
+
+#include <cstdint>
+#include <simdjson.h>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace tarnview {
+
+/// When each process wrote its last line, and whether another one then began to write to its log.
+/// Used by one thread.
+class ProcessWatch {
+public:
+    void Take(const LogLine& line, const Place& place);
+
+    /// The time of the last line of a process; 0 if it wrote none.
+    Microseconds LastTimeOf(std::int64_t process) const;
+
+    /// The host that it runs on, if lines were read with their tables and one has said so.
+    std::string HostOf(std::int64_t process) const;
+
+    /// Whether another process started in the log to which this one wrote last, which has been
+    /// silent since: it was ended, and its successor took the log over.
+    bool IsReplaced(std::int64_t process) const;
+
+    /// Reports each process that was replaced while these activities of it were open.
+    void ReportDead(const std::vector<const Activity*>& open, Problems& problems) const;
+
+private:
+    void TakeHost(const LogLine& line);
+
+    struct Process {
+        Microseconds lastTime = 0;
+        std::uint64_t lastLine = 0;
+        std::string log;
+        std::string host;
+    };
+
+    // Of a log: the last line that tells of a start, and of whose.
+    struct Start {
+        std::uint64_t line = 0;
+        std::int64_t process = 0;
+    };
+
+    std::unordered_map<std::int64_t, Process> m_processes;
+    std::unordered_map<std::string, Start> m_starts;
+    Process* m_current = nullptr;  // which wrote the line before
+    std::int64_t m_currentId = 0;
+    std::string m_file;  // of the line before
+    std::string m_log;   // to which that belongs
+    std::uint64_t m_lines = 0;
+    simdjson::dom::parser m_parser;
+};
+
+}  // namespace tarnview
