@@ -183,10 +183,11 @@ TEST_F(JoinerTest, WorkOnAnotherThreadIsNotTakenFromItsSponsor) {
           .name = "serve",
           .id = "A",
           .milliseconds = 5,
+          .microseconds = 300,
           .elapsed = 5,
           .exclusive = 5});
 
-    EXPECT_EQ(Activities()[1].ExclusiveTime(), 5'000);
+    EXPECT_EQ(Activities()[1].ExclusiveTime(), 5'300);
 }
 
 TEST_F(JoinerTest, AForkedProcessEndsWhatItsParentBegan) {
