@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <limits>
-#include <malloc.h>
 #include <utility>
 
 namespace corvala::memory {
@@ -19,13 +19,18 @@ std::atomic<MemoryTrackingMode> s_mode{MemoryTrackingOff};
 
 thread_local ThreadMemoryCounters* t_frame = nullptr;
 
-// One more or less in use; the size is the allocator's, so that both ends agree.
-void Charge(void* block, bool isAllocated) noexcept {
+// In front of each block: how large it was asked for. The allocator may give more than that, which
+// differs from run to run.
+struct alignas(std::max_align_t) Header {
+    uint64 bytes;
+};
+
+// One block more or less in use.
+void Charge(uint64 bytes, bool isAllocated) noexcept {
     const MemoryTrackingMode mode = s_mode.load(std::memory_order_relaxed);
-    if (block == nullptr || t_frame == nullptr || mode == MemoryTrackingOff) {
+    if (t_frame == nullptr || mode == MemoryTrackingOff) {
         return;
     }
-    const uint64 bytes = malloc_usable_size(block);
     if (isAllocated) {
         t_frame->allocated += bytes;
         ++t_frame->allocatedCount;
@@ -92,12 +97,20 @@ void MemoryCounter::Fold(const ThreadMemoryCounters& frame, uint64 base) noexcep
 }  // namespace corvala::memory
 
 void* TMalloc(std::size_t bytes) noexcept {
-    void* const block = std::malloc(bytes);
-    corvala::memory::Charge(block, true);
-    return block;
+    using corvala::memory::Header;
+    auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + bytes));
+    if (header == nullptr) {
+        return nullptr;
+    }
+    header->bytes = bytes;
+    corvala::memory::Charge(bytes, true);
+    return header + 1;
 }
 
 void TFree(void* block) noexcept {
-    corvala::memory::Charge(block, false);
-    std::free(block);
+    if (block != nullptr) {
+        auto* const header = static_cast<corvala::memory::Header*>(block) - 1;
+        corvala::memory::Charge(header->bytes, false);
+        std::free(header);
+    }
 }

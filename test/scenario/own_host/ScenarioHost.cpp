@@ -20,7 +20,6 @@ int64 (*s_clock)() noexcept = nullptr;
 
 int s_failures = 0;
 
-// The allocator gives out a block of exactly this size.
 constexpr std::size_t blockBytes = 1016;
 
 std::mutex s_lock;
