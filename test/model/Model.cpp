@@ -82,6 +82,7 @@ Model::Model(const ProcessFacts& process,
 
 void Model::SetOptions(const StreamOptions& options) {
     m_options = options;
+    m_hasCallbackThrown = false;  // of the new one
     const std::set<std::u16string> targets{std::u16string(names::ridAttr),
                                            std::u16string(names::sidAttr),
                                            std::u16string(names::siteAttr),
@@ -188,6 +189,12 @@ void Model::Count(Counter counter) {
         entry.amount = 1;
         entry.counters = m_counters;
         m_journal.push_back(entry);
+        if (m_options.counterCallbackThrows && !m_hasCallbackThrown) {
+            m_hasCallbackThrown = true;
+            Message(warnSeverity,
+                    u"The counter callback has thrown an exception, which is ignored. Further ones "
+                    u"are not reported.");
+        }
     }
 }
 
@@ -243,8 +250,19 @@ void Model::OnCreateContext(uint64 contextId, uint64 parentId) {
 }
 
 void Model::OnOpenContext(uint64 contextId) {
-    if (ContextInfo* context = FindContext(contextId)) {
+    ContextInfo* context = FindContext(contextId);
+    if (context && !context->isOpen) {
         context->isOpen = true;
+        return;
+    }
+    if (!m_hasWarnedOfOpening) {
+        m_hasWarnedOfOpening = true;
+        Message(warnSeverity,
+                u"Context " + UnsignedDecimal(contextId) +
+                    u" was opened although it is open or has ended, or was made before this "
+                    u"monitor. What is traced in it may be missing here; so may what is traced in "
+                    u"other such contexts. Work that runs several times needs a context for each "
+                    u"run (tarn::ActivityHandOver).");
     }
 }
 

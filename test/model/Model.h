@@ -211,6 +211,8 @@ private:
     bool m_throughDefaultSink;
     bool m_repeatingIds;
     bool m_sinkThrows = false;
+    bool m_hasWarnedOfOpening = false;
+    bool m_hasCallbackThrown = false;
     uint64 m_idsTaken = 0;
     std::map<uint64, ContextInfo> m_contexts;
     std::map<uint64, ScopeState> m_scopes;

@@ -241,13 +241,17 @@ void MonitorRun::SetOptions(const StreamOptions& options) {
     }
     std::function<void(const std::string&, uint64)> callback;
     if (options.counterCallbackIsSet) {
-        callback = [this](const std::string& name, uint64 amount) {
+        callback = [this, throws = options.counterCallbackThrows](const std::string& name,
+                                                                  uint64 amount) {
             Entry entry;
             entry.kind = Entry::Kind::CounterCall;
             entry.counterName = name;
             entry.amount = amount;
             std::copy(m_counters.begin(), m_counters.end(), entry.counters.begin());
             m_journal.push_back(entry);
+            if (throws) {
+                throw std::runtime_error("the counter cannot be reached");
+            }
         };
     }
     OptTarn::SetCmonIncrementCounter(std::move(callback));

@@ -157,6 +157,7 @@ StreamOptions RandomOptions(Family family, Random& random) {
             random.Percent(95) ? "counter-" + std::to_string(i) : std::string();
     }
     options.counterCallbackIsSet = random.Percent(90);
+    options.counterCallbackThrows = random.Percent(20);
     options.severityThreshold =
         random.Percent(85) ? 0 : static_cast<int32>(random.OneOf({1, 2, 3, 4}));
     return options;
@@ -587,7 +588,8 @@ std::string Print(const StreamOptions& options) {
         on("server", options.isServer) + on("unit-test", options.isUnitTest) +
         on("log-resources", options.shouldLogResourceTracking) +
         on("log-transparent", options.shouldLogTransparent) +
-        on("counter-callback", options.counterCallbackIsSet) + "; memory mode " +
+        on("counter-callback", options.counterCallbackIsSet) +
+        on("that-throws", options.counterCallbackThrows) + "; memory mode " +
         std::to_string(options.memoryModeOverride) + ", threshold " +
         std::to_string(options.severityThreshold) + ", site " + Print(options.defaultSiteName) +
         ", environment " + Print(options.serverEnvironment) + ", mappings:";

@@ -36,6 +36,7 @@ struct StreamOptions {
     std::array<bool, numberOfCounters> counterIsAttached{true, true, true, true, true, true};
     std::array<std::string, numberOfCounters> counterNames;
     bool counterCallbackIsSet = true;
+    bool counterCallbackThrows = false;
     int32 severityThreshold = 0;  ///< of the host's logger
 };
 
