@@ -336,5 +336,16 @@ TEST(DoorScopeDeathTest, AScopeOnAnotherThreadEndsTheProcessWhateverItsType) {
         "ended on another thread");
 }
 
+TEST(DoorScopeDeathTest, MeasuredScopesThatEndOutOfOrderSayWhatToUseInstead) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            std::optional<Scope> first(std::in_place, "first");
+            const Scope second("second");
+            first.reset();
+        },
+        "scope \"first\" ended .*use a tarn::Activity");
+}
+
 }  // namespace
 }  // namespace tarn::test

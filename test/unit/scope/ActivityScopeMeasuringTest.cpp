@@ -111,7 +111,7 @@ testing::Matcher<const std::string&> SaysFirst(const std::string& line, const st
             const auto at = output.find(line);
             return at == std::string::npos ? "no such line in: " + output : output.substr(at);
         },
-        AllOf(StartsWith(line), HasSubstr("docs/how-to.md"), HasSubstr(error)));
+        AllOf(StartsWith(line), HasSubstr("docs/front-door.md"), HasSubstr(error)));
 }
 
 TEST_F(ActivityScopeMeasuringDeathTest, AScopeThatEndsOnAnotherThreadSaysWhichOneOnWhichThreads) {

@@ -55,8 +55,8 @@ void ReportMisusedScope(std::string_view name,
                           line.size(),
                           "tarn: scope \"%s\" began on thread %llu and ended on thread %llu. A "
                           "measured scope ends on the thread that it began on. For work that "
-                          "moves, hand its context over with tarn::ActivityHandOver and open "
-                          "scopes where it runs (docs/how-to.md, \"Go on in another thread\").\n",
+                          "moves use a tarn::Activity, or tarn::Wrap what runs there "
+                          "(docs/front-door.md).\n",
                           printable.data(),
                           static_cast<unsigned long long>(threadAtBegin),
                           here);
@@ -66,9 +66,8 @@ void ReportMisusedScope(std::string_view name,
                           line.size(),
                           "tarn: scope \"%s\" ended on thread %llu while a measured scope that "
                           "began after it there was open. Measured scopes end in the reverse order "
-                          "of their beginnings. For work that overlaps, use a "
-                          "tarn::ActivityHandOver for each piece (docs/how-to.md, \"Let activities "
-                          "overlap\").\n",
+                          "of their beginnings. For work that overlaps use a tarn::Activity "
+                          "for each piece (docs/front-door.md).\n",
                           printable.data(),
                           here);
             break;
