@@ -116,6 +116,11 @@ struct KeepText {
 };
 
 template <class Unit>
+bool IsInBlock(const std::shared_ptr<const std::basic_string<Unit>>& text) noexcept {
+    return std::get_deleter<KeepText>(text) != nullptr;
+}
+
+template <class Unit>
 void Assign(std::basic_string<Unit>& text, std::basic_string_view<Unit> units) {
     if (units.size() > text.capacity()) {
         const corvala::memory::UnchargedAllocations uncharged;
@@ -143,6 +148,14 @@ std::shared_ptr<std::basic_string<Unit>> Make(std::basic_string_view<Unit> units
 }
 
 }  // namespace
+
+bool IsMadeToRewrite(const std::shared_ptr<const std::string>& text) noexcept {
+    return IsInBlock(text);
+}
+
+bool IsMadeToRewrite(const std::shared_ptr<const std::u16string>& text) noexcept {
+    return IsInBlock(text);
+}
 
 std::shared_ptr<std::string> MakeText(std::string_view units) {
     return Make(units);

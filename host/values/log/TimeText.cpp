@@ -1,6 +1,7 @@
 #include "TimeText.h"
 
 #include <algorithm>
+#include <cassert>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
@@ -62,6 +63,7 @@ void TimeText::AppendNumber(unsigned value, unsigned width) noexcept {
         ++digits;
     }
     digits = std::max(digits, width);
+    assert(digits <= m_characters.size() - m_length);
     for (unsigned i = digits; i != 0; --i, value /= 10) {
         m_characters[m_length + i - 1] = static_cast<char>('0' + value % 10);
     }

@@ -3,6 +3,7 @@
 #include "cvlcoreplatform/TLogEvent.h"
 
 #include <array>
+#include <cassert>
 #include <chrono>
 #include <cstddef>
 #include <string_view>
@@ -14,7 +15,11 @@ class TimeText {
 public:
     std::string_view View() const noexcept { return {m_characters.data(), m_length}; }
 
-    void Append(char character) noexcept { m_characters[m_length++] = character; }
+    /// There is room for what the form takes, with a year of any number; not for more.
+    void Append(char character) noexcept {
+        assert(m_length < m_characters.size());
+        m_characters[m_length++] = character;
+    }
 
     /// With leading zeros up to `width` digits.
     void AppendNumber(unsigned value, unsigned width) noexcept;

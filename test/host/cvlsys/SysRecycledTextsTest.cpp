@@ -56,4 +56,20 @@ TEST(SysRecycledTextsTest, ATextMayEndOnAnotherThreadThanItBeganOn) {
     }
 }
 
+TEST(SysRecycledTextsTest, OnlyTextsThatWereMadeForItAreWrittenAnew) {
+    std::shared_ptr<const std::string> own = cvlsys::MakeText(std::string_view("one"));
+    std::shared_ptr<const std::string> foreign = std::make_shared<const std::string>("one");
+
+    cvlsys::Rewrite(own, std::string_view("two"));
+
+    EXPECT_EQ(*own, "two");
+    EXPECT_FALSE(cvlsys::IsMadeToRewrite(foreign));
+    EXPECT_EQ(cvlsys::IsMadeToRewrite(own), cvlsys::isRecycling);
+#ifndef NDEBUG
+    if (cvlsys::isRecycling) {
+        EXPECT_DEATH(cvlsys::Rewrite(foreign, std::string_view("two")), "IsMadeToRewrite");
+    }
+#endif
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include "cvlsys/host/ShortCopy.h"
 
 #include <atomic>
+#include <cassert>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -23,14 +24,20 @@ CVLSYS_API std::shared_ptr<std::u16string> MakeText(std::u16string_view units);
 /// How long the characters of a text may be that is written anew.
 inline constexpr std::size_t mostBytesToRewrite = 256;
 
+/// Whether a text is one of `MakeText` and short enough to be written anew: its characters are no
+/// constants, and nobody but its owners knows of them.
+CVLSYS_API bool IsMadeToRewrite(const std::shared_ptr<const std::string>& text) noexcept;
+CVLSYS_API bool IsMadeToRewrite(const std::shared_ptr<const std::u16string>& text) noexcept;
+
 /// Makes `text` hold these units: in the memory that it has, if it suffices and nobody else holds
-/// it. The text must be null, live as long as the process or come from `MakeText`. Throws
-/// `std::bad_alloc`; nothing has happened then.
+/// it. The text must be null, live as long as the process or come from `MakeText`, which a build
+/// with assertions checks. Throws `std::bad_alloc`; nothing has happened then.
 template <class Unit>
 void Rewrite(std::shared_ptr<const std::basic_string<Unit>>& text,
              std::basic_string_view<Unit> units) {
     if (isRecycling && text.use_count() == 1 && units.size() <= text->capacity() &&
         text->capacity() <= mostBytesToRewrite / sizeof(Unit)) {
+        assert(IsMadeToRewrite(text));
         // What the last of the others did with the text happened before.
         std::atomic_thread_fence(std::memory_order_acquire);
         auto& own = const_cast<std::basic_string<Unit>&>(*text);
