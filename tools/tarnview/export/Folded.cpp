@@ -24,7 +24,7 @@ std::string FrameOf(std::string name) {
 long long WeightOf(const ActivityForest& forest, Index index, FoldedWeight weight) {
     switch (weight) {
         case FoldedWeight::Time:
-            return forest.SelfTime(index);
+            return forest[index].hasEnd ? forest.SelfTime(index) : 0;
         case FoldedWeight::Cpu:
             return Rounded(forest[index].figures.CpuExclusive());
         case FoldedWeight::Memory:

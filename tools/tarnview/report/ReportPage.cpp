@@ -112,7 +112,7 @@ private:
         json.Number(StateOf(activity));
         WriteFigure(json, figures.hasCpu, figures.CpuInclusive());
         WriteFigure(json, figures.hasAllocated, figures.ai);
-        json.Number(static_cast<long long>(m_forest.SelfTime(index)));
+        json.Number(activity.hasEnd ? static_cast<long long>(m_forest.SelfTime(index)) : 0LL);
         json.EndArray();
     }
 

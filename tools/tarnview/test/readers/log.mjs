@@ -60,6 +60,22 @@ export function ownTime(activity, activities) {
     .reduce((rest, child) => rest - child.duration, activity.duration);
 }
 
+/** The time in which none of its children ran, on any thread; an answer is a child of its call. */
+export function selfTime(activity, activities) {
+  const isCall = it => it.name === "call-peer" && it === activity;
+  const isChild = it => it.parent === activity ||
+    (!it.parent && it.sponsor === it.id && isCall(activity) && it.root === activity.root &&
+     it.begin >= activity.begin && it.begin <= activity.end);
+  let rest = activity.duration, reached = activity.begin;
+  const children = activities.filter(isChild).sort((a, b) => a.begin - b.begin);
+  for (const { begin, duration, end } of children) {
+    const last = Math.min(end === null ? Infinity : begin + duration, activity.end);
+    rest -= Math.max(last - Math.max(begin, reached), 0);
+    reached = Math.max(reached, last);
+  }
+  return rest;
+}
+
 /** Sums of `value` for each key. */
 export function sums(activities, keyOf, value) {
   const result = new Map();

@@ -5,7 +5,7 @@ import { join } from "node:path";
 import { pathToFileURL } from "node:url";
 import { Browser, findBrowser } from "./browser.mjs";
 import { assertShown } from "./figures.mjs";
-import { ownTime, readLogs, sums } from "./log.mjs";
+import { readLogs, selfTime, sums } from "./log.mjs";
 import { isKept, logs, run, scratch, skip } from "./setup.mjs";
 
 if (!findBrowser()) skip("there is no Chromium");
@@ -123,9 +123,9 @@ async function showsTables() {
 
 async function showsTheFlameChart() {
   const all = async () => (await text("#flameInfo")).match(/^all: (.*)/)[1];
-  const own = ended.reduce((sum, it) => sum + ownTime(it, ended), 0);
+  const own = ended.reduce((sum, it) => sum + selfTime(it, activities), 0);
   assertShown(await all(), own / 1e6, "all times");
-  if (isKept) assert.match(await all(), /^1\.932 s/);
+  if (isKept) assert.match(await all(), /^1\.220 s/);
   await browser.evaluate(`element("weight").value = "memory"; element("weight").onchange()`);
   const bytes = ended.reduce((sum, it) => sum + it.res.alloc.ae, 0);
   assertShown(await all(), bytes, "all memory");
