@@ -1,6 +1,7 @@
 #include "commands/CommandLine.h"
 
 #include "commands/CommonOptions.h"
+#include "commands/QuestionOptions.h"
 #include "output/OutputFile.h"
 #include "read/InputFiles.h"
 #include "read/LineParser.h"
@@ -106,6 +107,12 @@ int Run(int argumentCount, char** arguments) {
     program.set_version_flag("--version", TARNVIEW_VERSION);
     AddTop(program, common, command);
     AddTree(program, common, command);
+    AddPath(program, common, command);
+    AddCallers(program, common, command);
+    AddFailures(program, common, command);
+    AddCompare(program, common, command);
+    AddHistogram(program, common, command);
+    AddHeat(program, common, command);
     AddOpen(program, common, command);
     AddShow(program, common, command);
     AddCheck(program, common, command);

@@ -10,26 +10,6 @@ namespace tarnview {
 
 namespace {
 
-template <class Value, class Parse>
-void AddParsed(CLI::App& command,
-               const std::string& name,
-               std::optional<Value>& value,
-               const Parse& parse,
-               const std::string& type,
-               const std::string& help) {
-    command
-        .add_option_function<std::string>(
-            name,
-            [&value, parse, name, type](const std::string& text) {
-                value = parse(text);
-                if (!value) {
-                    throw CLI::ValidationError(name, "'" + text + "' is no " + type);
-                }
-            },
-            help)
-        ->type_name(type);
-}
-
 void AddPatterns(CLI::App& command,
                  const char* name,
                  std::vector<std::string>& patterns,
@@ -133,6 +113,19 @@ void AddFilterOptions(CLI::App& command, Filter& filter) {
         "TIME",
         "Begun before this time");
     command.get_option("--before")->group("Filters");
+    command
+        .add_option_function<std::string>(
+            "--where",
+            [&filter](const std::string& text) {
+                try {
+                    filter.where = Expression(text);
+                } catch (const ExpressionError& error) {
+                    throw CLI::ValidationError("--where", Describe(error, text));
+                }
+            },
+            "A condition, as 'user == \"ada\" and elapsed > 5ms and body.shard in (3, 4)'")
+        ->type_name("CONDITION")
+        ->group("Filters");
 }
 
 }  // namespace tarnview

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,27 @@ struct CommonOptions {
 
 /// Runs the command that was chosen; set when the command line has been read.
 using Command = std::function<int(Context&)>;
+
+/// Adds an option whose text `parse` turns into a value, or into nothing if it is no `type`.
+template <class Value, class Parse>
+void AddParsed(CLI::App& command,
+               const std::string& name,
+               std::optional<Value>& value,
+               const Parse& parse,
+               const std::string& type,
+               const std::string& help) {
+    command
+        .add_option_function<std::string>(
+            name,
+            [&value, parse, name, type](const std::string& text) {
+                value = parse(text);
+                if (!value) {
+                    throw CLI::ValidationError(name, "'" + text + "' is no " + type);
+                }
+            },
+            help)
+        ->type_name(type);
+}
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
 void AddInputOptions(CLI::App& command, InputOptions& options);

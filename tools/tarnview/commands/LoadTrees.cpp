@@ -10,6 +10,12 @@
 
 namespace tarnview {
 
+ParserOptions ParsingFor(const Filter& filter) {
+    ParserOptions parsing;
+    parsing.wantsTables = filter.where && filter.where->NeedsTables();
+    return parsing;
+}
+
 void ReadActivities(Input& input,
                     const ParserOptions& parsing,
                     const std::function<void(Activity&&)>& onActivity) {
@@ -62,7 +68,8 @@ ActivityForest LoadSelected(Input& input,
     }
     TreeSelection selection(filter, order, count);
     input.AllowSecondPass();
-    ReadActivities(input, {}, [&](Activity&& activity) { selection.Take(activity); });
+    ReadActivities(
+        input, ParsingFor(filter), [&](Activity&& activity) { selection.Take(activity); });
     roots = selection.Chosen();
     return LoadTrees(input, roots);
 }

@@ -11,6 +11,9 @@
 
 namespace tarnview {
 
+/// What the lines must be parsed with, so that the filter can be asked.
+ParserOptions ParsingFor(const Filter& filter);
+
 /// Joins the activities of one pass over the input; `onActivity` receives the ended ones as they
 /// end, then those that never did. The first pass reports what is wrong.
 void ReadActivities(Input& input,

@@ -2,7 +2,9 @@
 
 #include "commands/LoadTrees.h"
 #include "commands/TopColumns.h"
+#include "commands/TopOverTime.h"
 #include "model/TopStatistics.h"
+#include "output/Table.h"
 #include "output/Units.h"
 
 #include <algorithm>
@@ -77,17 +79,6 @@ void PrintTable(std::ostream& out,
     }
 }
 
-std::string CsvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "\"";
-    for (const char character : text) {
-        quoted.append(character == '"' ? 2 : 1, character);
-    }
-    return quoted + "\"";
-}
-
 void PrintCsv(std::ostream& out, const Rows& rows, const Headings& groups, const Columns& columns) {
     for (const std::string& group : groups) {
         out << CsvField(group) << ',';
@@ -145,10 +136,13 @@ std::vector<std::string> TopColumnNames() {
 }
 
 int RunTop(const TopOptions& options, Context& context) {
+    if (options.over) {
+        return RunTopOverTime(options, context);
+    }
     TopStatistics statistics(Grouping::FromNames(options.groupBy).value(), options.filter);
     Input input(options.input, context);
-    ParserOptions parsing;
-    parsing.wantsTables = statistics.GroupedBy().NeedsTables();
+    ParserOptions parsing = ParsingFor(options.filter);
+    parsing.wantsTables = parsing.wantsTables || statistics.GroupedBy().NeedsTables();
     ReadActivities(input, parsing, [&](Activity&& activity) { statistics.Take(activity); });
     Rows rows = statistics.TakeRows();
     Sort(rows, options.groupBy, options);

@@ -5,6 +5,7 @@
 #include "model/Grouping.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct TopOptions {
     bool isReversed = false;
     std::size_t limit = 0;  ///< rows; 0: all
     TopFormat format = TopFormat::Table;
+    std::optional<Microseconds> over{};  ///< a table of intervals of this length instead
+    bool isGroupedOverTime = false;      ///< these by group as well
 };
 
 /// The names of the columns that can be sorted by, beside the names that are grouped by.

@@ -1,4 +1,4 @@
-#include "commands/CommonOptions.h"
+#include "commands/QuestionOptions.h"
 #include "commands/TopCommand.h"
 
 #include <algorithm>
@@ -18,6 +18,7 @@ Examples:
   tarnview top --by user,name --sort p99 --limit 10 server.log
   tarnview top --by attributes.tenant --csv server.log > tenants.csv
   tarnview top --failed --by name,result --json front.log back.log
+  tarnview top --over 1m --name query server.log
   zcat old.log.gz | tarnview top -)";
 
 std::string Joined(const std::vector<std::string>& names) {
@@ -61,6 +62,14 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
                     "Sort by this column: " + Joined(TopColumnNames()) + ", or one of --by")
         ->type_name("COLUMN")
         ->capture_default_str();
+    AddParsed(command,
+              "--over",
+              options->over,
+              ParseInterval,
+              "DURATION",
+              "A row for each interval of this length, as '10s' or '1m', in the order of time: how "
+              "many ended, how many in a second, percentiles; with --by for each group, too");
+    command.get_option("--over")->excludes("--sort");
     command.add_flag("--reverse", options->isReversed, "The smallest first");
     command.add_option("--limit", options->limit, "As many rows at most")
         ->type_name("N")
@@ -76,7 +85,8 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddFilterOptions(command, options->filter);
     AddCommonOptions(command, common);
     command.footer(footer);
-    command.callback([options, &chosen] {
+    command.callback([options, &command, &chosen] {
+        options->isGroupedOverTime = command.count("--by") != 0;
         Check(*options);
         chosen = [options](Context& context) { return RunTop(*options, context); };
     });

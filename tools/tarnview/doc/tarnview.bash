@@ -2,10 +2,12 @@
 
 _tarnview() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="top tree open show check report export"
+    local commands="top tree path callers failures compare histogram heat open show check report"
+    commands+=" export"
     local common="--help --output --color --no-progress --no-rotated"
     local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
-    filters+=" --since --before"
+    filters+=" --since --before --where"
+    local question="$common $filters --csv --json"
     local fields="name user site req-desc session request result root pid tid depth"
     local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"
     local kinds="unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle clock"
@@ -22,11 +24,18 @@ _tarnview() {
         --weight) words="time cpu memory" ;;
         --color) words="auto always never" ;;
         --by) words=$fields ;;
-        --sort) words="$columns $fields" ;;
+        --of) words="elapsed exclusive cpu memory" ;;
+        --sort)
+            case ${COMP_WORDS[1]} in
+                failures) words="count first last" ;;
+                compare) words="cost failed change name" ;;
+                *) words="$columns $fields" ;;
+            esac
+            ;;
         --ignore) words=$kinds ;;
         --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
-            --limit | --slowest | --last | --depth | --stuck | --interval | --updates | --service | \
-            --silent-after)
+            --where | --at | --over | --levels | --limit | --slowest | --last | --depth | --stuck | \
+            --interval | --updates | --service | --silent-after)
             return
             ;;
     esac
@@ -39,9 +48,15 @@ _tarnview() {
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
         return
     fi
-    if [[ $current == -* && $previous != --output && $previous != -o ]]; then
+    if [[ $current == -* && $previous != --output && $previous != -o && $previous != --old ]]; then
         case ${COMP_WORDS[1]} in
-            top) words="$common $filters --by --sort --reverse --limit --csv --json" ;;
+            top) words="$question --by --sort --reverse --limit --over" ;;
+            path) words="$question --slowest --by-name" ;;
+            callers) words="${question/ --name/} --levels" ;;
+            failures) words="$question --sort --limit --all --exact" ;;
+            compare) words="$question --old --at --by --sort --limit --significant" ;;
+            histogram) words="$question --of" ;;
+            heat) words="$question --interval" ;;
             tree) words="$common $filters --slowest --last --depth --attributes" ;;
             open) words="$common --stuck --now --follow --interval --updates --silent-after --name --user --pid" ;;
             show) words=$common ;;

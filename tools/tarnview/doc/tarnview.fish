@@ -1,12 +1,18 @@
 # Completion of tarnview for fish.
 
-set -l commands top tree open show check report export
+set -l commands top tree path callers failures compare histogram heat open show check report export
 set -l fields name user site req-desc session request result root pid tid depth
 
 complete -c tarnview -n "not __fish_seen_subcommand_from $commands" -f
 complete -c tarnview -n __fish_use_subcommand -l version -d 'Print the version'
 complete -c tarnview -n __fish_use_subcommand -a top -d 'Figures of all activities of each name'
 complete -c tarnview -n __fish_use_subcommand -a tree -d 'Activities as trees'
+complete -c tarnview -n __fish_use_subcommand -a path -d 'The critical path of the slowest requests'
+complete -c tarnview -n __fish_use_subcommand -a callers -d 'The ways to the activities of a name'
+complete -c tarnview -n __fish_use_subcommand -a failures -d 'What failed, grouped'
+complete -c tarnview -n __fish_use_subcommand -a compare -d 'What differs between two logs'
+complete -c tarnview -n __fish_use_subcommand -a histogram -d 'How many activities took how long'
+complete -c tarnview -n __fish_use_subcommand -a heat -d 'How long activities took over time'
 complete -c tarnview -n __fish_use_subcommand -a open -d 'What is running'
 complete -c tarnview -n __fish_use_subcommand -a show -d 'All about one activity'
 complete -c tarnview -n __fish_use_subcommand -a check -d 'Whether a log is whole'
@@ -22,7 +28,8 @@ complete -c tarnview -n $any -l no-rotated -d 'Read the named files only'
 complete -c tarnview -n $any -s o -l output -r -F -d 'Write to this file'
 
 # Filters.
-set -l filtered '__fish_seen_subcommand_from top tree report export'
+set -l questions 'top path callers failures compare histogram heat'
+set -l filtered "__fish_seen_subcommand_from tree report export $questions"
 complete -c tarnview -n $filtered -l root -x -d 'Root activity, or the beginning of its id'
 complete -c tarnview -n $filtered -l site -x -d 'Site'
 complete -c tarnview -n $filtered -l result -x -d 'Result'
@@ -31,23 +38,54 @@ complete -c tarnview -n $filtered -l not-ok -d 'Any result but ok'
 complete -c tarnview -n $filtered -l slower-than -x -d 'Longer than this, as 250ms'
 complete -c tarnview -n $filtered -l since -x -d 'Still running at this time or later'
 complete -c tarnview -n $filtered -l before -x -d 'Begun before this time'
+complete -c tarnview -n $filtered -l where -x -d 'A condition on any fields'
 
-set -l named '__fish_seen_subcommand_from top tree open report export'
+set -l question "__fish_seen_subcommand_from $questions"
+complete -c tarnview -n $question -l csv -d 'As CSV'
+complete -c tarnview -n $question -l json -d 'As JSON'
+
+set -l grouped '__fish_seen_subcommand_from top compare'
+complete -c tarnview -n $grouped -l by -x -a "(__fish_complete_list , 'printf %s\\\n $fields')" \
+    -d 'Group by these fields'
+
+set -l limited '__fish_seen_subcommand_from top failures compare'
+complete -c tarnview -n $limited -l limit -x -d 'As many rows at most'
+
+set -l named '__fish_seen_subcommand_from top tree path failures compare histogram heat open report export'
 complete -c tarnview -n $named -l name -x -d 'Name, as load*'
 complete -c tarnview -n $named -l user -x -d 'User'
 complete -c tarnview -n $named -l pid -x -d 'Process'
 
 set -l top '__fish_seen_subcommand_from top'
-complete -c tarnview -n $top -l by -x -a "(__fish_complete_list , 'printf %s\\\n $fields')" \
-    -d 'Group by these fields'
 complete -c tarnview -n $top -l sort -x -d 'Sort by this column' \
     -a 'name count failed early open total mean p50 p90 p99 max exclusive cpu memory'
 complete -c tarnview -n $top -l reverse -d 'The smallest first'
-complete -c tarnview -n $top -l limit -x -d 'As many rows at most'
-complete -c tarnview -n $top -l csv -d 'As CSV'
-complete -c tarnview -n $top -l json -d 'As a JSON array'
+complete -c tarnview -n $top -l over -x -d 'A row for each interval of this length'
 
-set -l trees '__fish_seen_subcommand_from tree report export'
+set -l path '__fish_seen_subcommand_from path'
+complete -c tarnview -n $path -l by-name -d 'Add up the own times of each name'
+
+set -l callers '__fish_seen_subcommand_from callers'
+complete -c tarnview -n $callers -l levels -x -d 'As many levels of callers at most'
+
+set -l failures '__fish_seen_subcommand_from failures'
+complete -c tarnview -n $failures -l sort -x -a 'count first last' -d 'Order of the rows'
+complete -c tarnview -n $failures -l all -d 'Also consequences'
+complete -c tarnview -n $failures -l exact -d 'Tell messages apart by numbers, too'
+
+set -l compare '__fish_seen_subcommand_from compare'
+complete -c tarnview -n $compare -l old -r -F -d 'A log of the old side'
+complete -c tarnview -n $compare -l at -x -d 'Compare what began before this time with the rest'
+complete -c tarnview -n $compare -l sort -x -a 'cost failed change name' -d 'Order of the rows'
+complete -c tarnview -n $compare -l significant -d 'Only what is unlikely to differ by chance'
+
+set -l histogram '__fish_seen_subcommand_from histogram'
+complete -c tarnview -n $histogram -l of -x -a 'elapsed exclusive cpu memory' -d 'The figure'
+
+set -l heat '__fish_seen_subcommand_from heat'
+complete -c tarnview -n $heat -l interval -x -d 'The time that a column covers'
+
+set -l trees '__fish_seen_subcommand_from tree path report export'
 complete -c tarnview -n $trees -l slowest -x -d 'The trees whose roots took longest'
 
 set -l tree '__fish_seen_subcommand_from tree'

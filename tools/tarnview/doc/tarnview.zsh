@@ -16,6 +16,12 @@ _tarnview() {
     commands=(
         'top:figures of all activities of each name, or other group'
         'tree:activities as trees, with figures and failures'
+        'path:the critical path of the slowest requests'
+        'callers:the ways to the activities of a name'
+        'failures:what failed, grouped by what it says'
+        'compare:what differs between two logs'
+        'histogram:how many activities took how long'
+        'heat:how long activities took over time'
         'open:what is running, or was when the log ended'
         'show:all about one activity'
         'check:whether a log is whole'
@@ -44,7 +50,11 @@ _tarnview() {
         "--slower-than[longer than this, as '250ms']:duration:"
         '--since[still running at this time or later]:time:'
         '--before[begun before this time]:time:'
+        '--where[a condition on any fields]:condition:'
     )
+    local -a table question
+    table=('(--json)--csv[as CSV]' '(--csv)--json[as JSON]')
+    question=($filters $table)
 
     local curcontext=$curcontext state line
     _arguments -C '(- *)'{-h,--help}'[print help]' '(- *)--version[print the version]' \
@@ -57,14 +67,43 @@ _tarnview() {
     local slowest='--slowest[the trees whose roots took longest]:number:'
     case $words[1] in
         top)
-            its=($filters
+            its=($question
                 '--by[group by these fields]:fields:_tarnview_fields'
+                '(--sort)--over[a row for each interval of this length]:duration:'
                 '--sort[sort by this column]:column:(name count failed early open total mean p50 p90 p99 max exclusive cpu memory)'
                 '--reverse[the smallest first]'
-                '--limit[as many rows at most]:number:'
-                '(--json)--csv[as CSV]'
-                '(--csv)--json[as a JSON array]')
+                '--limit[as many rows at most]:number:')
             ;;
+        path)
+            its=($question
+                '--slowest[the trees whose roots took longest]:number:'
+                '--by-name[add up the own times of each name]')
+            ;;
+        callers)
+            its=(${question:#*--name*}
+                '1:name:'
+                '--levels[as many levels of callers at most]:number:')
+            ;;
+        failures)
+            its=($question
+                '--sort[order of the rows]:order:(count first last)'
+                '--limit[as many rows at most]:number:'
+                '--all[also what failed because something below it did]'
+                '--exact[tell messages apart that differ in numbers only]')
+            ;;
+        compare)
+            its=($question
+                '*--old[a log of the old side]:log:_files'
+                '--at[compare what began before this time with the rest]:time:'
+                '--by[group by these fields]:fields:_tarnview_fields'
+                '--sort[the greatest difference first]:order:(cost failed change name)'
+                '--limit[as many rows at most]:number:'
+                '--significant[only what is unlikely to differ by chance]')
+            ;;
+        histogram)
+            its=($question '--of[figure]:figure:(elapsed exclusive cpu memory)')
+            ;;
+        heat) its=($question '--interval[the time that a column covers]:duration:') ;;
         tree)
             its=($filters "(--last)$slowest"
                 '(--slowest)--last[the trees that began last]:number:'

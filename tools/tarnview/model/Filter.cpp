@@ -39,7 +39,7 @@ bool IsWithin(const Filter& filter, Microseconds begin, Microseconds end) {
 
 bool Filter::IsEmpty() const {
     return roots.empty() && names.empty() && users.empty() && sites.empty() && processes.empty() &&
-           WantsOpen() && !since && !before;
+           WantsOpen() && !since && !before && !where;
 }
 
 bool Filter::Passes(const Activity& activity) const {
@@ -52,7 +52,8 @@ bool Filter::Passes(const Activity& activity) const {
            (!isFailed || activity.IsFailure()) && (!isNotOk || activity.result != "ok") &&
            (!slowerThan || activity.Duration() > *slowerThan) &&
            (activity.hasEnd ? IsWithin(*this, activity.begin, activity.end)
-                            : !before || activity.begin < *before);
+                            : !before || activity.begin < *before) &&
+           (!where || where->Matches(activity));
 }
 
 std::optional<Microseconds> ParseDuration(const std::string& text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "expression/Expression.h"
 #include "model/Activity.h"
 
 #include <cstdint>
@@ -23,6 +24,7 @@ struct Filter {
     std::optional<Microseconds> slowerThan{};
     std::optional<Microseconds> since{};   ///< still running at this time or later
     std::optional<Microseconds> before{};  ///< begun earlier than this
+    std::optional<Expression> where{};
 
     bool IsEmpty() const;
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "expression/ActivityField.h"
 #include "model/Activity.h"
 
 #include <optional>
-#include <simdjson.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,8 +13,7 @@ namespace tarnview {
 /// By what activities are grouped: one or several of their fields. Used by one thread.
 class Grouping {
 public:
-    /// Names of fields ("name", "user", "site", "req-desc", "session", "request", "result", "pid",
-    /// "tid", "depth", "root"), or "attributes.NAME" and "body.NAME". Nothing if one is none.
+    /// Names of fields that are texts, numbers or attributes. Nothing if one is none.
     static std::optional<Grouping> FromNames(const std::vector<std::string>& names);
 
     /// The names that FromNames() takes, for people.
@@ -34,13 +33,10 @@ public:
     std::vector<std::string> ValuesOf(std::string_view key) const;
 
 private:
-    void AppendValue(const std::string& name, const Activity& activity);
-    bool AppendMember(const std::string& table, std::string_view member);
-
     std::vector<std::string> m_names;
+    std::vector<ActivityField> m_fields;
     bool m_needsTables = false;
     std::string m_key;
-    simdjson::dom::parser m_parser;
 };
 
 }  // namespace tarnview

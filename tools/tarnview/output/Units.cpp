@@ -1,5 +1,6 @@
 #include "output/Units.h"
 
+#include "output/DisplayWidth.h"
 #include "read/Printable.h"
 
 #include <cmath>
@@ -23,10 +24,6 @@ std::string WholeUnits(long long larger,
                        long long smaller,
                        const char* unit) {
     return std::to_string(larger) + " " + largeUnit + " " + std::to_string(smaller) + " " + unit;
-}
-
-bool IsContinuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
 }  // namespace
@@ -70,8 +67,10 @@ std::string FormatBytes(double bytes) {
 
 std::size_t TextWidth(std::string_view text) {
     std::size_t width = 0;
-    for (const char byte : text) {
-        width += IsContinuation(byte) ? 0U : 1U;
+    while (!text.empty()) {
+        const DisplayedCharacter character = FirstCharacterOf(text);
+        width += character.columns;
+        text.remove_prefix(character.bytes);
     }
     return width;
 }
@@ -79,17 +78,22 @@ std::size_t TextWidth(std::string_view text) {
 std::string FitLeft(std::string_view text, std::size_t width) {
     const std::size_t own = TextWidth(text);
     std::string result(text);
-    if (own > width) {
-        std::size_t kept = 0;
-        std::size_t bytes = 0;
-        while (bytes < text.size() && (kept + 1 < width || IsContinuation(text[bytes]))) {
-            kept += IsContinuation(text[bytes]) ? 0U : 1U;
-            ++bytes;
-        }
-        result.resize(bytes);
-        return result + (width == 0 ? "" : "~");
+    if (own <= width) {
+        return result.append(width - own, ' ');
     }
-    return result.append(width - own, ' ');
+    std::size_t kept = 0;
+    std::size_t bytes = 0;
+    while (bytes < text.size()) {
+        const DisplayedCharacter character = FirstCharacterOf(text.substr(bytes));
+        if (kept + character.columns + 1 > width) {
+            break;
+        }
+        kept += character.columns;
+        bytes += character.bytes;
+    }
+    result.resize(bytes);
+    // A wide character that does not fit leaves a column empty.
+    return width == 0 ? result : result.append(width - kept - 1, ' ') + "~";
 }
 
 std::string FitRight(std::string_view text, std::size_t width) {

@@ -12,7 +12,7 @@ std::string FormatDuration(double seconds);
 /// For people: "512 B", "12.3 kB", "4.21 MB"; in steps of 1000.
 std::string FormatBytes(double bytes);
 
-/// How many columns of a terminal UTF-8 text takes; every character counts as one.
+/// How many columns of a terminal UTF-8 text takes: two for a wide character, as Chinese ones.
 std::size_t TextWidth(std::string_view text);
 
 /// Filled up with blanks to `width` columns, or cut to it with "~" as its last column.

@@ -40,6 +40,26 @@ TEST(UnitsTest, TextIsFilledUpOrCutByCharacters) {
     EXPECT_EQ(FitLeft("größer", 0), "");
 }
 
+// Wide characters take two columns, and what is put on another one none.
+TEST(UnitsTest, TextIsMeasuredInColumnsOfATerminal) {
+    EXPECT_EQ(TextWidth("größer"), 6U);
+    EXPECT_EQ(TextWidth("注文 7"), 6U);
+    EXPECT_EQ(TextWidth("e\xCC\x81t\xC3\xA9"), 3U);
+    EXPECT_EQ(TextWidth("🚚"), 2U);
+    EXPECT_EQ(FitLeft("注文", 6), "注文  ");
+    EXPECT_EQ(FitRight("注文", 6), "  注文");
+    EXPECT_EQ(FitLeft("注文番号", 6), "注文 ~");
+    EXPECT_EQ(FitLeft("注文番号", 5), "注文~");
+    EXPECT_EQ(FitLeft("注文番号", 8), "注文番号");
+}
+
+TEST(UnitsTest, BytesThatAreNoCharactersTakeAColumnEach) {
+    EXPECT_EQ(TextWidth("\xE6\xB3"), 2U);
+    EXPECT_EQ(TextWidth("\x80\xFF"), 2U);
+    EXPECT_EQ(TextWidth("\xE6(\xA8"), 3U);
+    EXPECT_EQ(FitLeft("\xE6\xB3\xE6", 2), "\xE6~");
+}
+
 TEST(UnitsTest, ControlCharactersDoNotReachATerminal) {
     EXPECT_EQ(OnOneLine("a\x1B[31m\nb\x7F"), "a?[31m?b?");
     EXPECT_EQ(OnOneLine("\xC2\x80|\xC2\x9B|\xC2\x9F|\xC2\xA0"), "?|?|?|\xC2\xA0");
