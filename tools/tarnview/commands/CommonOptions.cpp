@@ -1,7 +1,7 @@
 #include "commands/CommonOptions.h"
 
+#include "commands/HumanTime.h"
 #include "read/InputFiles.h"
-#include "read/Timestamp.h"
 
 #include <map>
 #include <unistd.h>
@@ -23,6 +23,12 @@ void AddPatterns(CLI::App& command,
 }
 
 }  // namespace
+
+std::optional<Microseconds> ParseTime(const CLI::App& command, const std::string& text) {
+    // Options are counted before any of them is read, in whatever order they were given.
+    const bool isLocal = command.count("--local") != 0;
+    return ParseHumanTime(text, CurrentTime(), isLocal ? Zone::Local : Zone::Utc);
+}
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options) {
     static const std::map<std::string, ColourChoice> choices{{"auto", ColourChoice::Automatic},
@@ -97,22 +103,22 @@ void AddFilterOptions(CLI::App& command, Filter& filter) {
               "DURATION",
               "Longer than this, as '250ms' or '1.5s'");
     command.get_option("--slower-than")->group("Filters");
-    AddParsed(
-        command,
-        "--since",
-        filter.since,
-        [](const std::string& text) { return ParseLooseTimestamp(text); },
-        "TIME",
-        "Still running at this time or later, as 2026-11-21T06:02:25 (UTC)");
+    const auto parse = [&command](const std::string& text) { return ParseTime(command, text); };
+    AddParsed(command,
+              "--since",
+              filter.since,
+              parse,
+              "TIME",
+              "Still running at this time or later, as 2026-11-21T06:02:25, 13:00, yesterday, -10m "
+              "(ten minutes ago); in UTC");
     command.get_option("--since")->group("Filters");
-    AddParsed(
-        command,
-        "--before",
-        filter.before,
-        [](const std::string& text) { return ParseLooseTimestamp(text); },
-        "TIME",
-        "Begun before this time");
+    AddParsed(command, "--before", filter.before, parse, "TIME", "Begun before this time");
     command.get_option("--before")->group("Filters");
+    // ParseTime() looks whether it is there.
+    command
+        .add_flag_callback(
+            "--local", [] {}, "Times of options are local, not UTC")
+        ->group("Filters");
     command
         .add_option_function<std::string>(
             "--where",

@@ -44,6 +44,10 @@ void AddParsed(CLI::App& command,
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
 void AddInputOptions(CLI::App& command, InputOptions& options);
+/// Reads a time as people write it, in the zone that the options of the command ask for. The
+/// command must have filter options.
+std::optional<Microseconds> ParseTime(const CLI::App& command, const std::string& text);
+
 void AddFilterOptions(CLI::App& command, Filter& filter);
 /// Those that say something about what has not ended, which are among the above.
 void AddOpenFilterOptions(CLI::App& command, Filter& filter);

@@ -44,7 +44,7 @@ void AddCompare(CLI::App& program, CommonOptions& common, Command& chosen) {
         command,
         "--at",
         options->at,
-        [](const std::string& text) { return ParseLooseTimestamp(text); },
+        [&command](const std::string& text) { return ParseTime(command, text); },
         "TIME",
         "Compare what began before this time with the rest");
     command.add_option("--old", options->old, "A log of the old side; the others are the new one")

@@ -6,7 +6,7 @@ _tarnview() {
     commands+=" export"
     local common="--help --output --color --no-progress --no-rotated"
     local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
-    filters+=" --since --before --where"
+    filters+=" --since --before --local --where"
     local question="$common $filters --csv --json"
     local fields="name user site req-desc session request result root pid tid depth"
     local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"

@@ -38,6 +38,7 @@ complete -c tarnview -n $filtered -l not-ok -d 'Any result but ok'
 complete -c tarnview -n $filtered -l slower-than -x -d 'Longer than this, as 250ms'
 complete -c tarnview -n $filtered -l since -x -d 'Still running at this time or later'
 complete -c tarnview -n $filtered -l before -x -d 'Begun before this time'
+complete -c tarnview -n $filtered -l local -d 'Times of options are local'
 complete -c tarnview -n $filtered -l where -x -d 'A condition on any fields'
 
 set -l question "__fish_seen_subcommand_from $questions"
@@ -53,8 +54,8 @@ complete -c tarnview -n $limited -l limit -x -d 'As many rows at most'
 
 set -l named '__fish_seen_subcommand_from top tree path failures compare histogram heat open report export'
 complete -c tarnview -n $named -l name -x -d 'Name, as load*'
-complete -c tarnview -n $named -l user -x -d 'User'
-complete -c tarnview -n $named -l pid -x -d 'Process'
+complete -c tarnview -n "$named callers" -l user -x -d 'User'
+complete -c tarnview -n "$named callers" -l pid -x -d 'Process'
 
 set -l top '__fish_seen_subcommand_from top'
 complete -c tarnview -n $top -l sort -x -d 'Sort by this column' \

@@ -50,6 +50,7 @@ _tarnview() {
         "--slower-than[longer than this, as '250ms']:duration:"
         '--since[still running at this time or later]:time:'
         '--before[begun before this time]:time:'
+        '--local[times of options are local]'
         '--where[a condition on any fields]:condition:'
     )
     local -a table question

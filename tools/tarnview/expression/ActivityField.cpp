@@ -1,7 +1,5 @@
 #include "expression/ActivityField.h"
 
-#include "read/Rounding.h"
-
 #include <simdjson.h>
 
 namespace tarnview {
@@ -12,8 +10,13 @@ Value TextOf(const std::string& text) {
     return text.empty() ? Value() : Value::Of(std::string_view(text));
 }
 
-Value Figure(const Activity& activity, double figure) {
-    return activity.figures.isPresent ? Value::Of(static_cast<long double>(figure)) : Value();
+template <std::string Activity::*member>
+Value ReadText(const Activity& activity) {
+    return TextOf(activity.*member);
+}
+
+Value Figure(bool isMeasured, double figure) {
+    return isMeasured ? Value::Of(static_cast<long double>(figure)) : Value();
 }
 
 Value AfterEnd(const Activity& activity, long double number) {
@@ -57,6 +60,7 @@ struct ActivityField::Common {
     std::string_view name;
     ValueType type;
     Value (*read)(const Activity& activity);
+    std::string Activity::*text = nullptr;  ///< where a text is, so that it need not be copied
 };
 
 struct ActivityField::Table {
@@ -66,18 +70,18 @@ struct ActivityField::Table {
 };
 
 const ActivityField::Common ActivityField::s_common[] = {
-    {"name", ValueType::Text, [](const Activity& it) { return TextOf(it.name); }},
-    {"id", ValueType::Text, [](const Activity& it) { return TextOf(it.id); }},
-    {"root", ValueType::Text, [](const Activity& it) { return TextOf(it.root); }},
-    {"sponsor", ValueType::Text, [](const Activity& it) { return TextOf(it.sponsor); }},
-    {"user", ValueType::Text, [](const Activity& it) { return TextOf(it.user); }},
-    {"site", ValueType::Text, [](const Activity& it) { return TextOf(it.site); }},
-    {"session", ValueType::Text, [](const Activity& it) { return TextOf(it.session); }},
-    {"request", ValueType::Text, [](const Activity& it) { return TextOf(it.request); }},
-    {"req-desc", ValueType::Text, [](const Activity& it) { return TextOf(it.description); }},
-    {"result", ValueType::Text, [](const Activity& it) { return TextOf(it.result); }},
+    {"name", ValueType::Text, ReadText<&Activity::name>, &Activity::name},
+    {"id", ValueType::Text, ReadText<&Activity::id>, &Activity::id},
+    {"root", ValueType::Text, ReadText<&Activity::root>, &Activity::root},
+    {"sponsor", ValueType::Text, ReadText<&Activity::sponsor>, &Activity::sponsor},
+    {"user", ValueType::Text, ReadText<&Activity::user>, &Activity::user},
+    {"site", ValueType::Text, ReadText<&Activity::site>, &Activity::site},
+    {"session", ValueType::Text, ReadText<&Activity::session>, &Activity::session},
+    {"request", ValueType::Text, ReadText<&Activity::request>, &Activity::request},
+    {"req-desc", ValueType::Text, ReadText<&Activity::description>, &Activity::description},
+    {"result", ValueType::Text, ReadText<&Activity::result>, &Activity::result},
     {"pid", ValueType::Number, [](const Activity& it) { return Value::Of(it.process); }},
-    {"tid", ValueType::Number, [](const Activity& it) { return Value::Of(it.beginThread); }},
+    {"tid", ValueType::Number, [](const Activity& it) { return Value::Of(it.endThread); }},
     {"depth", ValueType::Number, [](const Activity& it) { return Value::Of(it.depth); }},
     {"begin", ValueType::Time, [](const Activity& it) { return Value::Of(it.begin); }},
     {"end",
@@ -88,11 +92,13 @@ const ActivityField::Common ActivityField::s_common[] = {
      [](const Activity& it) { return AfterEnd(it, static_cast<long double>(it.Duration())); }},
     {"exclusive",
      ValueType::Duration,
-     [](const Activity& it) { return AfterEnd(it, Rounded(it.exclusive * 1e6)); }},
+     [](const Activity& it) { return AfterEnd(it, static_cast<long double>(it.ExclusiveTime())); }},
     {"cpu",
      ValueType::Duration,
-     [](const Activity& it) { return Figure(it, it.figures.CpuInclusive()); }},
-    {"memory", ValueType::Size, [](const Activity& it) { return Figure(it, it.figures.ai); }},
+     [](const Activity& it) { return Figure(it.figures.hasCpu, it.figures.CpuInclusive()); }},
+    {"memory",
+     ValueType::Size,
+     [](const Activity& it) { return Figure(it.figures.hasAllocated, it.figures.ai); }},
     {"ended", ValueType::Boolean, [](const Activity& it) { return Value::Of(it.hasEnd); }},
     {"failed", ValueType::Boolean, [](const Activity& it) { return Value::Of(it.IsFailure()); }},
     {"early",
@@ -130,10 +136,12 @@ std::optional<ActivityField> ActivityField::Find(std::string_view name) {
     return std::nullopt;
 }
 
-std::string ActivityField::KnownNames() {
+std::string ActivityField::KnownNames(bool (*isWanted)(ValueType type)) {
     std::string names;
     for (const Common& common : s_common) {
-        names.append(common.name).append(", ");
+        if (isWanted == nullptr || isWanted(common.type)) {
+            names.append(common.name).append(", ");
+        }
     }
     const char* separator = "";
     for (const Table& table : s_tables) {
@@ -145,6 +153,16 @@ std::string ActivityField::KnownNames() {
 
 ValueType ActivityField::Type() const {
     return m_common == nullptr ? ValueType::Any : m_common->type;
+}
+
+void ActivityField::AppendTo(std::string& text, const Activity& activity) const {
+    if (m_common != nullptr && m_common->text != nullptr) {
+        const std::string& member = activity.*(m_common->text);
+        text.append(member.empty() ? "-" : member);
+    } else {
+        const Value value = Of(activity);
+        text.append(value.IsMissing() ? "-" : PlainText(value));
+    }
 }
 
 Value ActivityField::Of(const Activity& activity) const {

@@ -16,8 +16,8 @@ public:
     /// Nothing if no field has this name.
     static std::optional<ActivityField> Find(std::string_view name);
 
-    /// The names that Find() takes, for people.
-    static std::string KnownNames();
+    /// The names that Find() takes, for people; with `isWanted`, those of such types.
+    static std::string KnownNames(bool (*isWanted)(ValueType type) = nullptr);
 
     const std::string& Name() const { return m_name; }
 
@@ -25,6 +25,9 @@ public:
 
     /// Whether lines must be parsed with their tables.
     bool NeedsTables() const { return m_common == nullptr; }
+
+    /// Appends the value as a text, "-" for what is missing.
+    void AppendTo(std::string& text, const Activity& activity) const;
 
     /// Missing if the activity does not have the field, as times of what never ended, or figures
     /// that were not measured. Of an attribute that begin and end have, the end's counts.

@@ -63,6 +63,8 @@ bool Compare(Relation relation, const Compared& left, const Compared& right) {
     return false;
 }
 
+}  // namespace
+
 // Attributes are numbers in one program and texts in another.
 std::string PlainText(const Value& value) {
     switch (value.kind) {
@@ -80,8 +82,6 @@ std::string PlainText(const Value& value) {
     }
     return "";
 }
-
-}  // namespace
 
 bool Holds(Relation relation, const Value& left, const Value& right) {
     if (left.IsMissing() || right.IsMissing()) {

@@ -40,4 +40,7 @@ struct Value {
     bool IsMissing() const { return kind == Kind::Missing; }
 };
 
+/// As people write it: numbers without a unit; empty if it is missing.
+std::string PlainText(const Value& value);
+
 }  // namespace tarnview

@@ -27,7 +27,7 @@ Activity Sample() {
     activity.elapsed = 0.012;
     activity.exclusive = 0.002;
     activity.result = "exception";
-    activity.figures.isPresent = true;
+    activity.figures.hasCpu = activity.figures.hasAllocated = true;
     activity.figures.ki = 300;
     activity.figures.ui = 700;
     activity.figures.ai = 2'000'000;
