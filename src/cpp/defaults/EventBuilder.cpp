@@ -27,6 +27,10 @@ TString ToText(const TextView& text) {
 class GatheredFields {
 public:
     void Add(ObjectId object, const TString& name, std::shared_ptr<Value> value) {
+        if (object == ObjectId::Line) {
+            m_line.insert_or_assign(name, std::move(value));
+            return;
+        }
         m_tables[static_cast<std::size_t>(object)].insert_or_assign(name, std::move(value));
     }
 
@@ -58,6 +62,12 @@ public:
         return Object::Make(std::move(m_tables[static_cast<std::size_t>(object)]));
     }
 
+    /// The information with what was added to the line. Who writes it leaves out names of its own.
+    ActivityInfo Complete(ActivityInfo information) {
+        return m_line.empty() ? information
+                              : information.WithFurtherFields(Object::Make(std::move(m_line)));
+    }
+
     TString session;
     TString request;
     TString user;
@@ -69,6 +79,7 @@ private:
         TString name;
     };
 
+    NameTable m_line;
     std::vector<NameTable> m_tables = std::vector<NameTable>(firstObjects);
     // Of the tables behind the first ones.
     std::vector<Child> m_children;
@@ -130,16 +141,16 @@ Event EventBuilder::Finish(TString name, EventTimePoint time, uint32 processId, 
     m_fields->CloseObjects();
     return {std::move(name),
             m_fields->Take(ObjectId::Body),
-            ActivityInfo(time,
-                         processId,
-                         threadId,
-                         std::move(m_fields->session),
-                         std::move(m_fields->request),
-                         std::move(m_fields->user),
-                         std::move(m_fields->site),
-                         m_fields->Take(ObjectId::Environment),
-                         m_fields->Take(ObjectId::Activity),
-                         m_fields->Take(ObjectId::Attributes))};
+            m_fields->Complete(ActivityInfo(time,
+                                            processId,
+                                            threadId,
+                                            std::move(m_fields->session),
+                                            std::move(m_fields->request),
+                                            std::move(m_fields->user),
+                                            std::move(m_fields->site),
+                                            m_fields->Take(ObjectId::Environment),
+                                            m_fields->Take(ObjectId::Activity),
+                                            m_fields->Take(ObjectId::Attributes)))};
 }
 
 }  // namespace TLog
