@@ -127,9 +127,6 @@ public:
 
     static uint64 GetCurrentThreadId() noexcept;
 
-    /// The thread that it was made on.
-    uint64 GetThreadId() const noexcept { return m_frame.threadId; }
-
 private:
     static constexpr const char* sourceFile = "cvlsys/MemoryTracking";
 

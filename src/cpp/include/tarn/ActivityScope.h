@@ -3,7 +3,6 @@
 #include "tarn/ActivityContext.h"
 #include "tarn/CustomContext.h"
 #include "tarn/Export.h"
-#include "tarn/InPlace.h"
 #include "tarn/Traits.h"
 
 #include "cvlmetrics/Context.h"
@@ -181,8 +180,15 @@ private:
     Metrics::Scope m_scope;
     corvala::memory::MemoryCounter m_memoryCounter;
     corvala::cputime::ThreadTimeValue m_cpuTime;
-    InPlace<Measurement> m_measurement;
+
+    // There is one while `m_isMeasuring` says so: it ends before what it stands in.
+    union {
+        Measurement m_measurement;
+    };
+
+    uint64 m_threadAtBegin = 0;
     std::shared_ptr<ActivityContext> m_activityContext;
+    bool m_isMeasuring = false;
     bool m_off = false;
     bool m_trackResources;
     Status m_status = Status::None;

@@ -9,6 +9,7 @@
 #include "cvlsys/TSystem.h"
 
 #include <cstddef>
+#include <new>
 
 namespace tarn {
 namespace {
@@ -31,27 +32,29 @@ void ActivityScope::InitializeResourceTracking() {
     if (m_off || !m_trackResources) {
         return;
     }
-    if (m_measurement.IsMade()) {
+    if (m_isMeasuring) {
         RaiseLogicAssert(sourceFile, 484, "!m_memoryScope", 0x592EEA0E);
     }
-    m_measurement.Make(m_cpuTime, m_memoryCounter);
+    m_threadAtBegin = TSystem::ThreadID();
+    new (&m_measurement) Measurement(m_cpuTime, m_memoryCounter);
+    m_isMeasuring = true;
 }
 
 // A broken invariant ends the process. The scope's name and its threads are known here only.
 void ActivityScope::ReleaseResources() {
-    if (!m_measurement.IsMade()) {
+    if (!m_isMeasuring) {
         return;
     }
-    const uint64 threadAtBegin = m_measurement->memory.GetThreadId();
     try {
         if (!m_trackResources) {
             RaiseLogicAssert(
                 sourceFile, 249, "m_trackResources || (!m_memoryScope && !m_cpuScope)", 0xDDDE9A38);
         }
-        m_measurement.End();
+        m_isMeasuring = false;
+        m_measurement.~Measurement();
     } catch (const LogicException& broken) {
         ReportMisusedScope(
-            m_scope.GetBeginningOfName(), Metrics::Scope::shortNameSize, threadAtBegin, broken);
+            m_scope.GetBeginningOfName(), Metrics::Scope::shortNameSize, m_threadAtBegin, broken);
         throw;
     }
 }

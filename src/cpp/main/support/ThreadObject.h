@@ -36,6 +36,7 @@ private:
     };
 
     [[gnu::noinline]] T* Make() {
+        // Nothing may pass the definition of one that is destroyed.
         if (!m_isTornDown) {
             thread_local const Owner owner(*this);
             static_cast<void>(owner);
