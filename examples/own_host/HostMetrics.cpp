@@ -218,9 +218,9 @@ void Context_deleter::operator()(Context* context) const noexcept {
 
 void Scope::Close() noexcept {
     const Source source{m_id, m_contextId, m_flags};
-    TryToSend(MetricsEventType::CloseScope, source, *m_name);
+    TryToSend(MetricsEventType::CloseScope, source, m_name);
     for (const MetricsCloseScopeActions action : m_postCloseActions) {
-        TryToSend(MetricsEventType::PostCloseScope, source, *m_name, static_cast<uint32>(action));
+        TryToSend(MetricsEventType::PostCloseScope, source, m_name, static_cast<uint32>(action));
     }
 }
 
@@ -234,9 +234,9 @@ void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
         m_postCloseActions.clear();
         return;
     }
-    m_name = std::make_unique<MetricsValue>(std::move(name));
+    m_name = std::move(name);
     const uint64 id = NextId();
-    Send(MetricsEventType::OpenScope, {id, m_contextId, m_flags}, *m_name, {}, std::move(pairs));
+    Send(MetricsEventType::OpenScope, {id, m_contextId, m_flags}, m_name, {}, std::move(pairs));
     m_id = id;
     m_open = true;
 }

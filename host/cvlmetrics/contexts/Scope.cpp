@@ -10,7 +10,6 @@
 #include "cvlsys/host/ShortCopy.h"
 
 #include <atomic>
-#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -140,18 +139,12 @@ void Scope::KeepName(const ValueView& name) {
         m_shortNameLength = static_cast<unsigned char>(text.size());
         m_hasShortName = true;
     } else {
-        auto kept = std::make_unique<MetricsValue>();
-        Assign(*kept, name);
-        m_name = std::move(kept);
+        Assign(m_name, name);
     }
 }
 
 ValueView Scope::Name() const noexcept {
-    if (m_hasShortName) {
-        return ValueView::OfUtf8({m_shortName, m_shortNameLength});
-    }
-    // A scope that was refused may have none.
-    return m_name != nullptr ? ValueView(*m_name) : ValueView(0);
+    return m_hasShortName ? ValueView::OfUtf8({m_shortName, m_shortNameLength}) : m_name;
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {

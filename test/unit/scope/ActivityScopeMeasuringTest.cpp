@@ -188,8 +188,8 @@ TEST_F(ActivityScopeMeasuringDeathTest, ALongNameIsCutInTheLine) {
                   "MemoryScope"));
 }
 
-TEST_F(ActivityScopeMeasuringTest, AScopeTakesNoMoreThan320BytesOfTheStack) {
-    EXPECT_LE(sizeof(ActivityScope), 320U);
+TEST_F(ActivityScopeMeasuringTest, AScopeTakesNoMoreThan360BytesOfTheStack) {
+    EXPECT_LE(sizeof(ActivityScope), 360U);
 }
 
 std::string ReportOf(std::string_view name, std::size_t room, uint32 code) {

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <list>
-#include <memory>
 #include <string_view>
 
 namespace Metrics {
@@ -114,7 +113,7 @@ private:
     unsigned char m_shortNameLength = 0;
     char m_shortName[shortNameSize];
     // Any other name.
-    std::unique_ptr<MetricsValue> m_name;
+    MetricsValue m_name;
     uint64 m_flags;
     uint64 m_id = 0;
     uint64 m_contextId = 0;
