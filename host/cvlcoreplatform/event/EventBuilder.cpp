@@ -1,6 +1,6 @@
 #include "EventFields.h"
 #include "PlainText.h"
-#include "StaticText.h"
+#include "StaticCharacters.h"
 #include "UuidText.h"
 
 #include "cvlcoreplatform/TLogEventBuilder.h"

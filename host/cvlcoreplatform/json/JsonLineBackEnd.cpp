@@ -5,7 +5,7 @@
 #include "LogCounters.h"
 #include "RotatingFileSink.h"
 #include "StreamSink.h"
-#include "ThreadObject.h"
+#include "ThreadLocalObject.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
 

@@ -1,7 +1,7 @@
 #include "HeldLines.h"
 
 #include "BackEndGuard.h"
-#include "ThreadObject.h"
+#include "ThreadLocalObject.h"
 
 #include "cvlcoreplatform/host/LineBatch.h"
 

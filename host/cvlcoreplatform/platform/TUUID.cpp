@@ -1,6 +1,6 @@
 #include "cvlcoreplatform/TUUID.h"
 
-#include "ThreadObject.h"
+#include "ThreadLocalObject.h"
 
 #include "cvlsys/host/ForkOrder.h"
 

@@ -1,6 +1,6 @@
 #include "ThreadContexts.h"
 
-#include "ThreadObject.h"
+#include "ThreadLocalObject.h"
 
 #include <utility>
 #include <vector>

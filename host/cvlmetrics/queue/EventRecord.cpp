@@ -1,7 +1,7 @@
 #include "EventRecord.h"
 
 #include "RewrittenValue.h"
-#include "StaticText.h"
+#include "StaticCharacters.h"
 
 #include "cvlsys/host/ShortCopy.h"
 

@@ -1,7 +1,7 @@
 #include "EventView.h"
 
 #include "RewrittenValue.h"
-#include "StaticText.h"
+#include "StaticCharacters.h"
 
 #include "cvlcoreplatform/TString.h"
 

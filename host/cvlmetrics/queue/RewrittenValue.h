@@ -1,6 +1,6 @@
 #pragma once
 
-#include "StaticText.h"
+#include "StaticCharacters.h"
 
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"

@@ -1,4 +1,4 @@
-#include "StaticText.h"
+#include "StaticCharacters.h"
 
 #include <memory>
 #include <string>

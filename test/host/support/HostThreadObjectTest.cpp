@@ -1,4 +1,4 @@
-#include "ThreadObject.h"
+#include "ThreadLocalObject.h"
 
 #include <atomic>
 #include <thread>
