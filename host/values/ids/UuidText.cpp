@@ -79,8 +79,7 @@ TUUID::TUUID(const TString& text) {
 }
 
 TString TUUID::ToString(TUUIDFormatOption option) const {
-    const Digits digits =
-        host::HexDigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
+    const Digits digits = host::HexDigitsOf(m_bytes, option == TUUIDFormatOption::UpperHyphenated);
     std::array<char, 40> text{};
     std::size_t first = 0;
     std::size_t length = cvlcoreplatform::uuidTextLength;
