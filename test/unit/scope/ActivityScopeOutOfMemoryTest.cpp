@@ -153,7 +153,8 @@ TEST_F(ActivityScopeOutOfMemoryTest, TheContextIsPushedBeforeItsPairsAreWritten)
     // With the six pairs more than a scope ordinarily has.
     constexpr std::size_t many = 20;
     constexpr std::size_t bytesForAll = (many + 6) * sizeof(Metrics::PairView);
-    ActivityContext::NewTarnId();  // what a thread's first id allocates is larger than the pairs
+    // What a thread's first scope allocates, it keeps for the next.
+    { const ActivityScope first("load"); }
 
     FailEachAllocation([](std::optional<ActivityScope>& scope) {
         NameValueList attributes;
