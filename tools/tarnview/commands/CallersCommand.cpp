@@ -86,7 +86,8 @@ int RunCallers(const CallersOptions& options, Context& context) {
                  {"p99", "p99_seconds", false, 2},
                  {"max", "max_seconds", false, 4},
                  {"callers", "callers", true}});
-    for (const auto& [way, caller] : rows) {
+    for (const auto& row : rows) {
+        const Caller* const caller = row.second;
         const bool isKnown = caller->durations.Count() != 0;
         const auto duration = [&](std::int64_t value) {
             return isKnown ? Cell::Duration(static_cast<double>(value)) : Cell::Missing();
@@ -100,7 +101,7 @@ int RunCallers(const CallersOptions& options, Context& context) {
                    quantile(0.5),
                    quantile(0.99),
                    duration(caller->maximum),
-                   Cell::Text(way)});
+                   Cell::Text(row.first)});
     }
     if (table.Rows() != 0 || options.question.format != TableFormat::Text) {
         table.Print(context.out, context.terminal, options.question.format);
