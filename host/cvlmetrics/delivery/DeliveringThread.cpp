@@ -118,12 +118,16 @@ bool DeliverUntil(uint64 queued) noexcept {
 /// Ends the thread's role unless there is something left to do. Who queues an event and has still
 /// seen the thread running relies on it, so it looks at the tickets after it has said that it ends.
 bool TryToEnd() noexcept {
-    const std::lock_guard lock(s_startMutex);
-    s_state.store(State::NotRunning, std::memory_order_seq_cst);
-    if (HasEventsOrFlushes()) {
-        s_state.store(State::Awake, std::memory_order_seq_cst);
-        return false;
+    {
+        const std::lock_guard lock(s_startMutex);
+        s_state.store(State::NotRunning, std::memory_order_seq_cst);
+        if (HasEventsOrFlushes()) {
+            s_state.store(State::Awake, std::memory_order_seq_cst);
+            return false;
+        }
     }
+    // What others have taken off the queues may still be inside of a consumer.
+    Bus::Dispatcher::Get().AwaitDelivery();
     s_threadsEnded.fetch_add(1, std::memory_order_seq_cst);
     return true;
 }
