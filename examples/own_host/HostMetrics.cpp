@@ -1,4 +1,4 @@
-// A host of one's own, upper layer: an event bus that delivers on the emitting thread, one event at
+// A custom host, upper layer: an event bus that delivers on the emitting thread, one event at
 // a time. Listeners that are subscribed twice, and attributes of a context that wait for a scope,
 // are for a larger host.
 #include "Host.h"

@@ -1,4 +1,4 @@
-// A host of one's own, middle layer: ids, and a logger that prints.
+// A custom host, middle layer: ids, and a logger that prints.
 #include "cvlcoreplatform/ComputerName.h"
 #include "cvlcoreplatform/CorePlatformOptions.h"
 #include "cvlcoreplatform/TLog.h"

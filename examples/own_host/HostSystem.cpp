@@ -1,4 +1,4 @@
-// A host of one's own, lowest layer: threads and locks.
+// A custom host, lowest layer: threads and locks.
 #include "cvlsys/RefCntObject.h"
 #include "cvlsys/TReadWriteLock.h"
 #include "cvlsys/TSystem.h"

@@ -18,7 +18,7 @@ void CrashedThreads::AddCurrent(uint64 id) noexcept {
     entry.thread.id = id;
     entry.thread.logging = TLog::GetInterruptedLogging();
     entry.isComplete.store(true, std::memory_order_release);
-    // After: what this thread holds back is known to whoever takes the role in its place.
+    // After: what this thread holds back is known to the thread that takes the role in its place.
     if (t_deliverySide.HasRole()) {
         m_haveRole.store(true, std::memory_order_release);
     }

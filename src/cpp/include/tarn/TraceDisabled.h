@@ -54,7 +54,7 @@ protected:
 class Handoff {
 public:
     // Not trivial: a variable of this type is not unused.
-    Handoff() noexcept {}  // NOLINT(modernize-use-equals-default): see above
+    Handoff() noexcept {}  // NOLINT(modernize-use-equals-default): its variable is to count as used
 };
 
 class Scope : public WorkOperations<Scope> {
@@ -77,7 +77,7 @@ public:
           Traits /*traits*/,
           Attributes /*attributes*/ = {}) noexcept {}
 
-    ~Scope() {}  // NOLINT(modernize-use-equals-default): see Handoff
+    ~Scope() {}  // NOLINT(modernize-use-equals-default): its variable is to count as used
 
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
@@ -105,7 +105,7 @@ public:
     Activity(const Activity&) = delete;
     Activity& operator=(const Activity&) = delete;
 
-    ~Activity() {}  // NOLINT(modernize-use-equals-default): see Handoff
+    ~Activity() {}  // NOLINT(modernize-use-equals-default): its variable is to count as used
 
     void End() noexcept {}
 
@@ -122,7 +122,7 @@ class Resumed {
 public:
     explicit Resumed(Activity& /*activity*/) noexcept {}
 
-    ~Resumed() {}  // NOLINT(modernize-use-equals-default): see Handoff
+    ~Resumed() {}  // NOLINT(modernize-use-equals-default): its variable is to count as used
 
     Resumed(const Resumed&) = delete;
     Resumed& operator=(const Resumed&) = delete;
