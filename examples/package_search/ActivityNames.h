@@ -1,7 +1,7 @@
 #pragma once
 
-/// The names that this program gives to its activities and to their attributes; the log and the
-/// report of it use the same ones.
+/// The names that this program gives to its activities and to their attributes. They are what one
+/// asks tarnview for.
 namespace packagesearch::activity {
 
 // The load, on the main thread.

@@ -1,17 +1,15 @@
 #include "BatchJob.h"
 
 #include "ActivityNames.h"
-#include "ActivityTree.h"
-#include "LogReport.h"
 #include "PackageDatabase.h"
 #include "Queries.h"
 #include "QueryService.h"
 #include "RequestContext.h"
 #include "TracedRun.h"
 
-#include "cvlsys/TSystem.h"
-
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <iomanip>
 #include <memory>
 #include <ostream>
@@ -27,7 +25,7 @@ namespace {
 
 struct Traced {
     int64 scopes = 0;
-    LogPosition logStart;
+    std::uint64_t linesLost = 0;
 };
 
 RequestAttributes ThisProgramsRequests(const std::string& description) {
@@ -109,39 +107,20 @@ Traced RunTraced(const BatchOptions& options, std::ostream& out, std::vector<Ans
     out << "Answered " << queries.size() << (queries.size() == 1 ? " query" : " queries") << " on "
         << options.threads << (options.threads == 1 ? " worker.\n\n" : " workers.\n\n");
     PrintAnswers(out, queries, answers);
-    return {run.ScopesTraced(), run.LogStart()};
+    return {run.ScopesTraced(), run.LinesLost()};
 }
 
-void PrintReport(std::ostream& out, const Traced& traced, const LogReport& report) {
-    out << "\nLog file       " << std::filesystem::absolute(traced.logStart.path).string()
-        << "\nScopes traced  " << traced.scopes << "\nLines written  " << report.beginLines
-        << " begin, " << report.endLines << " end, " << report.otherLines << " other\n"
-        << "Activities     ";
-    const char* separator = "";
-    for (const auto& [name, count] : report.CountByName()) {
-        out << separator << count << " " << name;
-        separator = ", ";
-    }
-    out << '\n';
-    const LoggedActivity* slowest = report.Slowest(activity::query);
-    if (slowest != nullptr) {
-        out << "\nThe slowest query, read back from the log: " << slowest->description
-            << "  (request " << slowest->request << ", user " << slowest->user << ", site "
-            << slowest->site << ", session " << slowest->session << ")\n\n";
-        PrintTree(out, report, *slowest);
-        out << "\nExclusive time leaves out the parts that ran on the same thread.\n";
-    }
+void PrintSummary(std::ostream& out, const BatchOptions& options, const Traced& traced) {
+    const std::string log = std::filesystem::absolute(options.logFile).string();
+    out << "\nLog file       " << log << "\nScopes traced  " << traced.scopes
+        << "\nSlowest query  tarnview tree --slowest 1 --name " << activity::query << ' ' << log
+        << '\n';
 }
 
-void RequireWholeLog(const Traced& traced, const LogReport& report) {
-    const auto scopes = static_cast<std::size_t>(traced.scopes);
-    if (report.beginLines != scopes || report.endLines != scopes ||
-        report.activities.size() != scopes || report.unreadableLines != 0) {
-        throw std::runtime_error(
-            "the log is not whole: " + std::to_string(scopes) + " scopes were traced, but " +
-            traced.logStart.path.string() + " holds " + std::to_string(report.beginLines) +
-            " begin lines, " + std::to_string(report.endLines) + " end lines and " +
-            std::to_string(report.unreadableLines) + " lines that cannot be read");
+void RequireWholeLog(const BatchOptions& options, const Traced& traced) {
+    if (traced.linesLost != 0) {
+        throw std::runtime_error("the log is not whole: " + std::to_string(traced.linesLost) +
+                                 " lines could not be written to " + options.logFile.string());
     }
 }
 
@@ -150,9 +129,8 @@ void RequireWholeLog(const Traced& traced, const LogReport& report) {
 void RunBatchJob(const BatchOptions& options, std::ostream& out) {
     std::vector<Answer> answers;
     const Traced traced = RunTraced(options, out, answers);
-    const LogReport report = ReadLog(traced.logStart, TSystem::ProcessID());
-    PrintReport(out, traced, report);
-    RequireWholeLog(traced, report);
+    PrintSummary(out, options, traced);
+    RequireWholeLog(options, traced);
     RequireAllAnswered(answers);
 }
 

@@ -77,9 +77,7 @@ void AddMilliseconds(CLI::App& command,
 
 CLI::App& AddBatch(CLI::App& app, BatchOptions& options) {
     CLI::App& command = *app.add_subcommand(
-        "batch",
-        "Load, answer a list of queries on the workers, and show the slowest one as the log tells "
-        "it");
+        "batch", "Load, answer a list of queries on the workers, and say where the log is");
     AddFile(command, "--log", options.logFile, "Log file; lines are appended");
     AddFile(command, "--status", options.statusFile, "Package database to load");
     AddFile(command,
@@ -92,7 +90,7 @@ CLI::App& AddBatch(CLI::App& app, BatchOptions& options) {
     return command;
 }
 
-CLI::App& AddServe(CLI::App& app, ServeOptions& options) {
+void AddServe(CLI::App& app, ServeOptions& options) {
     CLI::App& command =
         *app.add_subcommand("serve", "Load, and answer queries over HTTP until SIGTERM or SIGINT");
     AddFile(command, "--log", options.logFile, "Log file; lines are appended");
@@ -123,26 +121,7 @@ CLI::App& AddServe(CLI::App& app, ServeOptions& options) {
         "  GET  /packages/NAME                a package, and from the peer what asks for it\n"
         "  GET  /health                       that it is there\n"
         "Headers X-User, X-Session and X-Request-Id say for whom a request is; the answer's\n"
-        "X-Trace-Id is what 'report --root' finds it by.");
-    return command;
-}
-
-CLI::App& AddReport(CLI::App& app, ReportOptions& options) {
-    CLI::App& command = *app.add_subcommand(
-        "report", "Show requests from the logs of one or several instances, with their figures");
-    command.add_option("LOG", options.logs, "Log files")->required()->type_name("FILE...");
-    CLI::Option* const root =
-        command.add_option("--root", options.root, "The request with this id")->type_name("ID");
-    CLI::Option* const failed =
-        command.add_flag("--failed", options.failed, "The requests that failed, a line for each")
-            ->excludes(root);
-    command.add_option("--slowest", options.slowest, "As many of those that took longest")
-        ->type_name("N")
-        ->check(CLI::Range(std::size_t{1}, std::size_t{1000}))
-        ->capture_default_str()
-        ->excludes(root)
-        ->excludes(failed);
-    return command;
+        "X-Trace-Id is what 'tarnview tree --root' finds it by.");
 }
 
 }  // namespace
@@ -154,10 +133,8 @@ CommandLine ParseCommandLine(int argumentCount, const char* const* arguments) {
         "package_search");
     BatchOptions batch;
     ServeOptions serve;
-    ReportOptions report;
     const CLI::App& batchCommand = AddBatch(app, batch);
-    const CLI::App& serveCommand = AddServe(app, serve);
-    AddReport(app, report);
+    AddServe(app, serve);
     app.require_subcommand(1);
     app.footer("Exit status: 0 success, 1 failure, 2 a command line that is not understood.");
     try {
@@ -170,10 +147,7 @@ CommandLine ParseCommandLine(int argumentCount, const char* const* arguments) {
     if (batchCommand.parsed()) {
         return batch;
     }
-    if (serveCommand.parsed()) {
-        return serve;
-    }
-    return report;
+    return serve;
 }
 
 }  // namespace packagesearch

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 #include <variant>
-#include <vector>
 
 namespace packagesearch {
 
@@ -27,20 +26,13 @@ struct ServeOptions {
     HttpOptions http;
 };
 
-struct ReportOptions {
-    std::vector<std::filesystem::path> logs;
-    std::string root;         ///< the request with this id; empty: not by id
-    bool failed = false;      ///< those that failed instead of those that took longest
-    std::size_t slowest = 1;  ///< how many of these
-};
-
 /// There is only something to say: the help, or why the command line is refused, in one line.
 struct Message {
     std::string text;
     bool isError = false;
 };
 
-using CommandLine = std::variant<Message, BatchOptions, ServeOptions, ReportOptions>;
+using CommandLine = std::variant<Message, BatchOptions, ServeOptions>;
 
 /// Reads the command line. Touches no file.
 CommandLine ParseCommandLine(int argumentCount, const char* const* arguments);

@@ -13,8 +13,7 @@ namespace packagesearch {
 
 TracedRun::TracedRun(const std::filesystem::path& logFile) {
     std::shared_ptr<TLog::LogBackEnd> backEnd = TLog::MakeJsonFileBackEnd(logFile.string());
-    // Taken when the file is open, so that there is one, and before the first line.
-    m_logStart = LogPosition::EndOf(logFile);
+    m_linesLostBefore = TLog::GetLogStatistics().writeErrors;
     m_formerBackEnd = TLog::ReplaceBackEnd(std::move(backEnd));
     try {
         SetOptions();
@@ -27,6 +26,11 @@ TracedRun::TracedRun(const std::filesystem::path& logFile) {
 
 TracedRun::~TracedRun() {
     Stop();
+}
+
+std::uint64_t TracedRun::LinesLost() const {
+    TLog::FlushLog();
+    return TLog::GetLogStatistics().writeErrors - m_linesLostBefore;
 }
 
 void TracedRun::SetOptions() {

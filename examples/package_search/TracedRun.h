@@ -1,13 +1,12 @@
 #pragma once
 
-#include "LogReport.h"
-
 #include "tarn/TracingSession.h"
 
 #include "cvlcoreplatform/host/LogBackEnd.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -30,15 +29,15 @@ public:
     /// How many scopes have begun so far.
     int64 ScopesTraced() const noexcept { return m_scopesOpened.load(); }
 
-    /// Where this run's first line stands.
-    const LogPosition& LogStart() const noexcept { return m_logStart; }
+    /// How many lines of what has been traced so far could not be written, as on a full disk.
+    std::uint64_t LinesLost() const;
 
 private:
     void SetOptions();
     void ResetOptions() noexcept;
     void Stop() noexcept;
 
-    LogPosition m_logStart;
+    std::uint64_t m_linesLostBefore = 0;
     std::shared_ptr<TLog::LogBackEnd> m_formerBackEnd;
     std::atomic<int64> m_scopesOpened{0};
     std::optional<tarn::TracingSession> m_session;

@@ -1,6 +1,5 @@
 #include "BatchJob.h"
 #include "CommandLine.h"
-#include "ReportCommand.h"
 #include "ServeCommand.h"
 
 #include <algorithm>
@@ -27,8 +26,6 @@ void Run(const packagesearch::CommandLine& commandLine) {
         packagesearch::RunBatchJob(*batch, std::cout);
     } else if (const auto* serve = std::get_if<packagesearch::ServeOptions>(&commandLine)) {
         packagesearch::RunService(*serve, std::cout);
-    } else if (const auto* report = std::get_if<packagesearch::ReportOptions>(&commandLine)) {
-        packagesearch::RunReport(*report, std::cout);
     }
 }
 

@@ -47,12 +47,12 @@ protected:
 
     void ExpectOneFailureThenService(const Instance& instance, const std::string& reason) {
         EXPECT_EQ(Verdict(Ask(instance, "/health")), "200");
-        const LogReport report = EndAndRead();
-        ExpectWholeLog(report);
-        ASSERT_THAT(Requests(report), SizeIs(2));
-        EXPECT_EQ(Requests(report)[0]->result, reason);
-        EXPECT_THAT(Requests(report)[0]->resultDetails, StartsWith("msg="));
-        EXPECT_EQ(Requests(report)[1]->result, "ok");
+        const LoggedTrees log = EndAndRead();
+        ExpectWholeLog(log);
+        ASSERT_THAT(Requests(log), SizeIs(2));
+        EXPECT_EQ(Requests(log)[0]->result, reason);
+        EXPECT_THAT(Requests(log)[0]->details, StartsWith("msg="));
+        EXPECT_EQ(Requests(log)[1]->result, "ok");
     }
 };
 
@@ -182,9 +182,9 @@ TEST_F(BadRequestTest, HeadersOfTheClientThatAreNoPlainTextCountAsNotThere) {
                   instance, "/health", {{"X-User", "a\xFF"}, {"X-Session", std::string(65, 's')}})),
               "200");
 
-    const LogReport report = EndAndRead();
-    EXPECT_EQ(RequestFor(report, "GET /health").user, "-");
-    EXPECT_EQ(RequestFor(report, "GET /health").session, "-");
+    const LoggedTrees log = EndAndRead();
+    EXPECT_EQ(RequestFor(log, "GET /health").user, "-");
+    EXPECT_EQ(RequestFor(log, "GET /health").session, "-");
 }
 
 }  // namespace

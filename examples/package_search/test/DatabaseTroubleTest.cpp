@@ -56,15 +56,15 @@ TEST_F(DatabaseTroubleTest, ALockedDatabaseIsA503UntilTheLockIsGone) {
     EXPECT_EQ(Verdict(locked), "503 database-locked");
     EXPECT_EQ(locked->get_header_value("Retry-After"), "1");
     EXPECT_EQ(Verdict(Ask(instance, "/queries/largest?argument=1")), "200");
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    const LoggedActivity& request = RequestFor(report, "GET /queries/sections");
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    const LoggedActivity& request = RequestFor(log, "GET /queries/sections");
     EXPECT_EQ(request.result, "exception");
-    EXPECT_THAT(request.resultDetails, HasSubstr("type=packagesearch::sqlite::SqliteError"));
-    EXPECT_THAT(request.resultDetails, HasSubstr("database is locked"));
-    EXPECT_THAT(request.attributes, HasSubstr("sqlite-code=5"));
-    EXPECT_THAT(request.attributes, HasSubstr("status=503"));
-    EXPECT_EQ(RequestFor(report, "GET /queries/largest").result, "ok");
+    EXPECT_THAT(request.details, HasSubstr("type=packagesearch::sqlite::SqliteError"));
+    EXPECT_THAT(request.details, HasSubstr("database is locked"));
+    EXPECT_THAT(request.body, HasSubstr("sqlite-code=5"));
+    EXPECT_THAT(request.body, HasSubstr("status=503"));
+    EXPECT_EQ(RequestFor(log, "GET /queries/largest").result, "ok");
 }
 
 TEST_F(DatabaseTroubleTest, ACorruptDatabaseIsA500AndTheServiceGoesOn) {
@@ -76,12 +76,12 @@ TEST_F(DatabaseTroubleTest, ACorruptDatabaseIsA500AndTheServiceGoesOn) {
     EXPECT_EQ(Verdict(Ask(instance, "/queries/largest?argument=1")), "500 database");
 
     EXPECT_EQ(Verdict(Ask(instance, "/health")), "200");
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    const LoggedActivity& request = RequestFor(report, "GET /queries/largest");
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    const LoggedActivity& request = RequestFor(log, "GET /queries/largest");
     EXPECT_EQ(request.result, "exception");
-    EXPECT_THAT(request.resultDetails, HasSubstr("msg="));
-    EXPECT_THAT(request.attributes, HasSubstr("sqlite-code=26"));
+    EXPECT_THAT(request.details, HasSubstr("msg="));
+    EXPECT_THAT(request.body, HasSubstr("sqlite-code=26"));
 }
 
 }  // namespace

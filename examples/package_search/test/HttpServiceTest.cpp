@@ -46,24 +46,24 @@ TEST_F(HttpServiceTest, ARequestIsOneTreeAcrossTheServingThreadAndTheWorker) {
 
     ASSERT_EQ(Verdict(result), "200");
     EXPECT_THAT(nlohmann::json::parse(result->body)["rows"], SizeIs(3));
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    const LoggedActivity& request = RequestFor(report, "GET /queries/breaks");
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    const LoggedActivity& request = RequestFor(log, "GET /queries/breaks");
     EXPECT_EQ(request.result, "ok");
     EXPECT_EQ(request.user + " " + request.session + " " + request.request + " " + request.site,
               "ada s7 r1 packages");
-    EXPECT_EQ(request.attributes, "status=200");
+    EXPECT_EQ(request.body, "status=200");
     EXPECT_EQ(request.id, result->get_header_value("X-Trace-Id"));
-    ASSERT_THAT(Parts(report, request), ElementsAre("answer"));
-    const LoggedActivity& answer = report.activities[request.children[0]];
-    EXPECT_EQ(answer.threadId, request.threadId);
-    ASSERT_THAT(Parts(report, answer), ElementsAre("run"));
-    const LoggedActivity& run = report.activities[answer.children[0]];
-    EXPECT_NE(run.threadId, request.threadId);
+    ASSERT_THAT(Parts(log, request), ElementsAre("answer"));
+    const LoggedActivity& answer = log.activities[request.children[0]];
+    EXPECT_EQ(answer.endThread, request.endThread);
+    ASSERT_THAT(Parts(log, answer), ElementsAre("run"));
+    const LoggedActivity& run = log.activities[answer.children[0]];
+    EXPECT_NE(run.endThread, request.endThread);
     EXPECT_EQ(run.user, "ada");
-    EXPECT_THAT(Parts(report, run), ElementsAre("prepare", "execute", "fetch"));
-    EXPECT_GT(run.figures.allocatedExclusive, 0);
-    EXPECT_GT(request.figures.allocated, run.figures.allocated);
+    EXPECT_THAT(Parts(log, run), ElementsAre("prepare", "execute", "fetch"));
+    EXPECT_GT(run.figures.ae, 0);
+    EXPECT_GT(request.figures.ai, run.figures.ai);
 }
 
 TEST_F(HttpServiceTest, TheQueriesOfOneBodyAreAnsweredInTheirOrder) {
@@ -79,10 +79,10 @@ TEST_F(HttpServiceTest, TheQueriesOfOneBodyAreAnsweredInTheirOrder) {
     EXPECT_EQ(answers[0]["query"], "largest 1");
     EXPECT_THAT(answers[1]["rows"], SizeIs(3));
     EXPECT_THAT(answers[2]["rows"], SizeIs(2));
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    const LoggedActivity& request = RequestFor(report, "POST /queries");
-    EXPECT_THAT(Parts(report, report.activities[request.children.at(0)]),
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    const LoggedActivity& request = RequestFor(log, "POST /queries");
+    EXPECT_THAT(Parts(log, log.activities[request.children.at(0)]),
                 ElementsAre("run", "run", "run"));
 }
 
@@ -114,9 +114,9 @@ TEST_F(HttpServiceTest, ManyClientsGetTheirOwnAnswersAndEveryRequestIsATreeThatA
     }
 
     EXPECT_EQ(wrong, 0);
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    EXPECT_THAT(Requests(report), SizeIs(3 * clients * rounds));
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    EXPECT_THAT(Requests(log), SizeIs(3 * clients * rounds));
 }
 
 TEST_F(HttpServiceTest, ARequestBeyondItsDeadlineIsCanceledAndTheServiceGoesOn) {
@@ -127,12 +127,12 @@ TEST_F(HttpServiceTest, ARequestBeyondItsDeadlineIsCanceledAndTheServiceGoesOn) 
 
     EXPECT_EQ(Verdict(result), "504 deadline");
     EXPECT_EQ(Verdict(Ask(instance, "/queries/sections")), "200");
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    const LoggedActivity& request = RequestFor(report, "GET /queries/hubs");
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    const LoggedActivity& request = RequestFor(log, "GET /queries/hubs");
     EXPECT_EQ(request.result, "early-termination");
-    EXPECT_THAT(request.resultDetails, HasSubstr("type=canceled"));
-    EXPECT_THAT(request.resultDetails, HasSubstr("reason=deadline"));
+    EXPECT_THAT(request.details, HasSubstr("type=canceled"));
+    EXPECT_THAT(request.details, HasSubstr("reason=deadline"));
 }
 
 TEST_F(HttpServiceTest, AQueryBeyondItsDeadlineIsCanceledInTheStepThatItIsIn) {
@@ -146,11 +146,11 @@ TEST_F(HttpServiceTest, AQueryBeyondItsDeadlineIsCanceledInTheStepThatItIsIn) {
         EXPECT_THROW(pending.Get(), DeadlineExceeded);
     }
 
-    const LogReport report = EndAndRead();
+    const LoggedTrees log = EndAndRead();
     std::vector<std::string> results;
-    for (const LoggedActivity& activity : report.activities) {
+    for (const LoggedActivity& activity : log.activities) {
         if (activity.name == "run" || activity.name == "execute" || activity.name == "prepare") {
-            results.push_back(activity.name + " " + activity.result + " " + activity.resultDetails);
+            results.push_back(activity.name + " " + activity.result + " " + activity.details);
         }
     }
     EXPECT_THAT(results,
@@ -176,8 +176,8 @@ TEST_F(HttpServiceTest, ASlowStepLeavesASupplement) {
 
     ASSERT_EQ(Verdict(Ask(instance, "/queries/sections")), "200");
 
-    const LogReport report = EndAndRead();
-    for (const LoggedActivity& activity : report.activities) {
+    const LoggedTrees log = EndAndRead();
+    for (const LoggedActivity& activity : log.activities) {
         if (activity.name == "execute" || activity.name == "fetch") {
             EXPECT_THAT(activity.supplements,
                         ElementsAre(testing::AllOf(HasSubstr("slow-step=" + activity.name),

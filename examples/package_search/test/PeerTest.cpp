@@ -76,14 +76,14 @@ protected:
         const Instance& front = Start(PatientOptions(), url);
         const std::string verdict = Verdict(Ask(front, "/packages/shelf" + parameters));
         EXPECT_EQ(Verdict(Ask(front, "/queries/sections")), "200");
-        m_report = EndAndRead();
-        ExpectWholeLog(m_report);
-        EXPECT_EQ(RequestFor(m_report, "GET /queries/sections").result, "ok");
+        m_trees = EndAndRead();
+        ExpectWholeLog(m_trees);
+        EXPECT_EQ(RequestFor(m_trees, "GET /queries/sections").result, "ok");
         return verdict;
     }
 
     const LoggedActivity& FailedRequest() const {
-        return RequestFor(m_report, "GET /packages/shelf");
+        return RequestFor(m_trees, "GET /packages/shelf");
     }
 
     static httplib::Server::Handler Answering(int status, const std::string& body) {
@@ -93,7 +93,7 @@ protected:
         };
     }
 
-    LogReport m_report;
+    LoggedTrees m_trees;
 };
 
 TEST_F(PeerTest, TheRequestGoesOnInThePeerAsOneTree) {
@@ -108,29 +108,29 @@ TEST_F(PeerTest, TheRequestGoesOnInThePeerAsOneTree) {
     ASSERT_EQ(Verdict(result), "200");
     EXPECT_EQ(nlohmann::json::parse(result->body)["dependents"],
               nlohmann::json({"mirror", "shelf-data"}));
-    const LogReport report = EndAndRead();
-    ExpectWholeLog(report);
-    ASSERT_THAT(Requests(report), SizeIs(2));
-    const LoggedActivity& root = RequestFor(report, "GET /packages/shelf");
+    const LoggedTrees log = EndAndRead();
+    ExpectWholeLog(log);
+    ASSERT_THAT(Requests(log), SizeIs(2));
+    const LoggedActivity& root = RequestFor(log, "GET /packages/shelf");
     EXPECT_EQ(root.site, "front");
-    const LoggedActivity& answer = report.activities[root.children.at(0)];
-    ASSERT_THAT(Parts(report, answer), UnorderedElementsAre("run", "call-peer"));
+    const LoggedActivity& answer = log.activities[root.children.at(0)];
+    ASSERT_THAT(Parts(log, answer), UnorderedElementsAre("run", "call-peer"));
     for (const std::size_t part : answer.children) {
-        const LoggedActivity& call = report.activities[part];
+        const LoggedActivity& call = log.activities[part];
         if (call.name != "call-peer") {
             continue;
         }
-        EXPECT_THAT(call.attributes, HasSubstr("status=200"));
-        ASSERT_THAT(Parts(report, call), ElementsAre("http-request"));
-        const LoggedActivity& there = report.activities[call.children[0]];
+        EXPECT_THAT(call.body, HasSubstr("status=200"));
+        ASSERT_THAT(Parts(log, call), ElementsAre("http-request"));
+        const LoggedActivity& there = log.activities[call.children[0]];
         EXPECT_EQ(there.root, root.id);
         EXPECT_EQ(there.depth, call.depth + 1);
         EXPECT_EQ(there.site, "back");
         EXPECT_EQ(there.user, "ada");
         EXPECT_EQ(there.request, root.request);
-        EXPECT_THAT(Parts(report, there), ElementsAre("answer"));
+        EXPECT_THAT(Parts(log, there), ElementsAre("answer"));
     }
-    for (const LoggedActivity& activity : report.activities) {
+    for (const LoggedActivity& activity : log.activities) {
         if (activity.request == root.request) {
             EXPECT_EQ(activity.root, root.id) << activity.name;
         }
@@ -167,7 +167,7 @@ TEST_F(PeerTest, APeerThatIsDownIsA502) {
     EXPECT_EQ(AskWithPeer(url), "502 peer-unavailable");
 
     EXPECT_EQ(FailedRequest().result, "peer-unavailable");
-    EXPECT_THAT(FailedRequest().resultDetails, HasSubstr("the peer cannot be asked"));
+    EXPECT_THAT(FailedRequest().details, HasSubstr("the peer cannot be asked"));
 }
 
 TEST_F(PeerTest, APeerThatIsTooSlowIsA504) {
@@ -219,7 +219,7 @@ TEST_P(PeerAnswerTest, IsToldFromAGoodOne) {
 
     const std::string& verdict = GetParam().verdict;
     EXPECT_EQ(FailedRequest().result, verdict.substr(verdict.find(' ') + 1));
-    EXPECT_THAT(FailedRequest().attributes, HasSubstr("status=" + verdict.substr(0, 3)));
+    EXPECT_THAT(FailedRequest().body, HasSubstr("status=" + verdict.substr(0, 3)));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -1,13 +1,11 @@
 #include "QueryService.h"
 
-#include "LogReport.h"
+#include "LoggedTrees.h"
 #include "PackageDatabase.h"
 #include "Sqlite.h"
 #include "TracedRun.h"
 
 #include "tarn/ActivityScope.h"
-
-#include "cvlsys/TSystem.h"
 
 #include <filesystem>
 #include <memory>
@@ -39,7 +37,6 @@ protected:
         : m_log(std::filesystem::temp_directory_path() /
                 ("query-service-" + std::to_string(getpid()) + ".log")),
           m_run(std::make_unique<TracedRun>(m_log)),
-          m_start(m_run->LogStart()),
           m_database(std::make_unique<PackageDatabase>()) {}
 
     ~QueryServiceTest() override {
@@ -48,20 +45,18 @@ protected:
         std::filesystem::remove(m_log, ignored);
     }
 
-    LogReport EndAndRead() {
+    LoggedTrees EndAndRead() {
         m_run.reset();
-        return ReadLog(m_start, TSystem::ProcessID());
+        return ReadLog(m_log);
     }
 
-    static const LoggedActivity& OnlyChild(const LogReport& report,
-                                           const LoggedActivity& activity) {
+    static const LoggedActivity& OnlyChild(const LoggedTrees& log, const LoggedActivity& activity) {
         EXPECT_THAT(activity.children, SizeIs(1));
-        return report.activities[activity.children.at(0)];
+        return log.activities[activity.children.at(0)];
     }
 
     std::filesystem::path m_log;
     std::unique_ptr<TracedRun> m_run;
-    LogPosition m_start;
     std::unique_ptr<PackageDatabase> m_database;
     RequestAttributes m_request{"ann", "north", "s1", ""};
 };
@@ -73,20 +68,20 @@ TEST_F(QueryServiceTest, AQueryIsOneTreeAcrossTheAskingThreadAndTheWorker) {
         EXPECT_THAT(service.Answer(m_request, {"breaks", "libzap1"}).rows, SizeIs(3));
     }
 
-    const LogReport report = EndAndRead();
+    const LoggedTrees log = EndAndRead();
 
-    const LoggedActivity* query = report.Slowest("query");
+    const LoggedActivity* query = log.First("query");
     ASSERT_NE(query, nullptr);
-    EXPECT_THAT(query->attributes, HasSubstr("kind=breaks"));
-    EXPECT_THAT(query->attributes, HasSubstr("rows=3"));
+    EXPECT_THAT(query->body, HasSubstr("kind=breaks"));
+    EXPECT_THAT(query->body, HasSubstr("rows=3"));
     EXPECT_EQ(query->description, "breaks libzap1");
-    const LoggedActivity& run = OnlyChild(report, *query);
+    const LoggedActivity& run = OnlyChild(log, *query);
     EXPECT_EQ(run.name, "run");
-    EXPECT_NE(run.threadId, query->threadId);
+    EXPECT_NE(run.endThread, query->endThread);
     std::vector<std::string> parts;
     for (const std::size_t part : run.children) {
-        parts.push_back(report.activities[part].name);
-        EXPECT_EQ(report.activities[part].threadId, run.threadId);
+        parts.push_back(log.activities[part].name);
+        EXPECT_EQ(log.activities[part].endThread, run.endThread);
     }
     EXPECT_THAT(parts, ElementsAre("prepare", "execute", "fetch"));
 }
@@ -100,20 +95,20 @@ TEST_F(QueryServiceTest, TheWorkersLinesCarryTheAttributesOfTheRequest) {
         service.Answer(m_request, {"sections", ""});
     }
 
-    const LogReport report = EndAndRead();
+    const LoggedTrees log = EndAndRead();
 
     std::set<std::string> requests;
-    for (const LoggedActivity& activity : report.activities) {
+    for (const LoggedActivity& activity : log.activities) {
         if (activity.name != "query") {
             continue;
         }
         requests.insert(activity.request + " of " + activity.user);
-        const LoggedActivity& run = OnlyChild(report, activity);
+        const LoggedActivity& run = OnlyChild(log, activity);
         EXPECT_EQ(run.user, activity.user);
         EXPECT_EQ(run.site, "north");
         EXPECT_EQ(run.session, "s1");
         EXPECT_EQ(run.request, activity.request);
-        const LoggedActivity& part = report.activities[run.children.at(0)];
+        const LoggedActivity& part = log.activities[run.children.at(0)];
         EXPECT_EQ(part.user, activity.user);
         EXPECT_EQ(part.request, activity.request);
     }
@@ -131,10 +126,10 @@ TEST_F(QueryServiceTest, AFailedQueryIsTerminatedEarlyAndTheServiceGoesOn) {
         EXPECT_THAT(service.Answer(m_request, {"search", "zap"}).rows, IsEmpty());
     }
 
-    const LogReport report = EndAndRead();
+    const LoggedTrees log = EndAndRead();
 
     std::vector<std::string> results;
-    for (const LoggedActivity& activity : report.activities) {
+    for (const LoggedActivity& activity : log.activities) {
         results.push_back(activity.name + " " + activity.result);
     }
     EXPECT_THAT(results,
@@ -163,7 +158,7 @@ TEST_F(QueryServiceTest, ManyClientsGetTheirOwnAnswersAndEveryScopeIsInTheLog) {
     }
     const auto scopes = static_cast<std::size_t>(m_run->ScopesTraced());
 
-    const LogReport report = EndAndRead();
+    const LoggedTrees log = EndAndRead();
 
     ASSERT_THAT(answers, SizeIs(queries.size()));
     for (std::size_t index = 0; index < answers.size(); ++index) {
@@ -174,13 +169,12 @@ TEST_F(QueryServiceTest, ManyClientsGetTheirOwnAnswersAndEveryScopeIsInTheLog) {
             EXPECT_THAT(answers[index].result.rows, SizeIs(rows + 1)) << queries[index].Text();
         }
     }
-    EXPECT_EQ(report.beginLines, scopes);
-    EXPECT_EQ(report.endLines, scopes);
-    EXPECT_EQ(report.unreadableLines, 0U);
-    EXPECT_EQ(report.CountByName().at("query"), queries.size());
-    for (const LoggedActivity& activity : report.activities) {
+    EXPECT_EQ(WhatIsWrongWith(m_log), "");
+    EXPECT_THAT(log.activities, SizeIs(scopes));
+    EXPECT_EQ(log.Count("query"), queries.size());
+    for (const LoggedActivity& activity : log.activities) {
         if (activity.name == "query") {
-            EXPECT_EQ(OnlyChild(report, activity).name, "run");
+            EXPECT_EQ(OnlyChild(log, activity).name, "run");
         }
     }
 }
@@ -191,9 +185,9 @@ TEST_F(QueryServiceTest, WorkThatIsThrownAwayLeavesNoTrace) {
         const HandedOverActivity neverRun;
     }
 
-    const LogReport report = EndAndRead();
+    const LoggedTrees log = EndAndRead();
 
-    EXPECT_THAT(report.activities, ElementsAre(Field(&LoggedActivity::name, "asking")));
+    EXPECT_THAT(log.activities, ElementsAre(Field(&LoggedActivity::name, "asking")));
 }
 
 TEST_F(QueryServiceTest, NothingIsTracedOnceTheRunIsOver) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "HttpService.h"
-#include "LogReport.h"
+#include "LoggedTrees.h"
 #include "PackageDatabase.h"
 #include "PeerClient.h"
 #include "QueryService.h"
@@ -47,19 +47,21 @@ protected:
     static HttpOptions PatientOptions();
 
     /// Ends the instances and the tracing, and reads the log.
-    LogReport EndAndRead();
+    LoggedTrees EndAndRead();
 
     /// The requests, in the order they began; and the ones that came to this path.
-    static std::vector<const LoggedActivity*> Requests(const LogReport& report);
-    static const LoggedActivity& RequestFor(const LogReport& report, const std::string& path);
+    static std::vector<const LoggedActivity*> Requests(const LoggedTrees& log);
+    static const LoggedActivity& RequestFor(const LoggedTrees& log, const std::string& path);
 
     /// The names of an activity's parts.
-    static std::vector<std::string> Parts(const LogReport& report, const LoggedActivity& activity);
+    static std::vector<std::string> Parts(const LoggedTrees& log, const LoggedActivity& activity);
 
-    /// Checks that every scope is in the log twice, and that the figures of each tree add up.
-    void ExpectWholeLog(const LogReport& report) const;
+    /// Checks that every scope is in the log, that nothing is wrong with it, and that the figures
+    /// of each tree add up.
+    void ExpectWholeLog(const LoggedTrees& log) const;
 
     std::filesystem::path m_folder;
+    std::filesystem::path m_log;
     std::unique_ptr<TracedRun> m_run;
     PackageDatabase m_sample;
     std::vector<std::unique_ptr<Instance>> m_instances;

@@ -1,6 +1,6 @@
 #include "WorkerPool.h"
 
-#include "LogReport.h"
+#include "LoggedTrees.h"
 #include "ServiceFixture.h"
 
 #include "tarn/ActivityScope.h"
@@ -20,9 +20,9 @@ class WorkerPoolTest : public ServiceTest {
 protected:
     // The names of the parts of the activity "asking".
     std::vector<std::string> PartsOfAsking() {
-        const LogReport report = EndAndRead();
-        const LoggedActivity* asking = report.Slowest("asking");
-        return asking == nullptr ? std::vector<std::string>{"none"} : Parts(report, *asking);
+        const LoggedTrees log = EndAndRead();
+        const LoggedActivity* asking = log.First("asking");
+        return asking == nullptr ? std::vector<std::string>{"none"} : Parts(log, *asking);
     }
 };
 

@@ -1,0 +1,112 @@
+#include "LoggedTrees.h"
+
+#include "commands/CheckCommand.h"
+#include "commands/Context.h"
+#include "commands/Input.h"
+#include "commands/LoadTrees.h"
+#include "model/ActivityForest.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <unordered_map>
+#include <utility>
+
+namespace packagesearch {
+
+namespace {
+
+using nlohmann::json;
+
+json Table(const std::string& text) {
+    return text.empty() ? json::object() : json::parse(text);
+}
+
+void AppendPair(std::string& text, const std::string& name, const json& value) {
+    text.append(text.empty() ? "" : " ").append(name).append("=");
+    text.append(value.is_string() ? value.get<std::string>() : value.dump());
+}
+
+// Supplements say when they were written; tests compare the rest.
+std::string Supplement(const json& table) {
+    std::string text;
+    for (const auto& [name, value] : table.items()) {
+        if (name != "begin") {
+            AppendPair(text, name, value);
+        }
+    }
+    return text;
+}
+
+void AddBody(const std::string& text, LoggedActivity& activity) {
+    const json table = Table(text);
+    for (const auto& [name, value] : table.items()) {
+        if (name == "logs") {
+            for (const json& supplement : value) {
+                activity.supplements.push_back(Supplement(supplement));
+            }
+        } else if (name != "sDepth") {
+            AppendPair(activity.body, name, value);
+        }
+    }
+}
+
+LoggedActivity WithTexts(const tarnview::Activity& read) {
+    LoggedActivity activity{read, {}, {}, {}, {}};
+    AddBody(read.beginBody, activity);
+    AddBody(read.endBody, activity);
+    const json details = Table(read.resultDetails);
+    for (const auto& [name, value] : details.items()) {
+        AppendPair(activity.details, name, value);
+    }
+    return activity;
+}
+
+}  // namespace
+
+const LoggedActivity* LoggedTrees::First(std::string_view name) const {
+    const auto found = std::find_if(activities.begin(),
+                                    activities.end(),
+                                    [name](const auto& activity) { return activity.name == name; });
+    return found == activities.end() ? nullptr : &*found;
+}
+
+std::size_t LoggedTrees::Count(std::string_view name) const {
+    return static_cast<std::size_t>(
+        std::count_if(activities.begin(), activities.end(), [name](const auto& activity) {
+            return activity.name == name;
+        }));
+}
+
+LoggedTrees ReadLog(const std::filesystem::path& log) {
+    std::ostringstream ignored;
+    tarnview::Context context{ignored, ignored, {}};
+    tarnview::Input input({{log.string()}}, context);
+    const tarnview::ActivityForest forest = tarnview::LoadAll(input);
+    LoggedTrees trees;
+    std::unordered_map<std::size_t, std::size_t> placeOf;  // in the list, by that in the forest
+    for (const tarnview::ActivityForest::Index top : forest.Tops()) {
+        for (const tarnview::ActivityForest::Step& step : forest.PreOrder(top)) {
+            const std::size_t place = trees.activities.size();
+            placeOf[step.index] = place;
+            trees.activities.push_back(WithTexts(forest[step.index]));
+            if (step.index != top) {
+                trees.activities[placeOf.at(forest.ParentOf(step.index))].children.push_back(place);
+            }
+        }
+    }
+    return trees;
+}
+
+std::string WhatIsWrongWith(const std::filesystem::path& log,
+                            std::vector<tarnview::ProblemKind> ignored) {
+    std::ostringstream out;
+    tarnview::Context context{out, out, {}};
+    tarnview::CheckOptions options;
+    options.input.files = {log.string()};
+    options.ignored = std::move(ignored);
+    const int status = tarnview::RunCheck(options, context);
+    return status == tarnview::exitSuccess ? std::string() : out.str();
+}
+
+}  // namespace packagesearch
