@@ -1,5 +1,6 @@
 #include "cvlcoreplatform/TUUID.h"
 
+#include "SmallRandom.h"
 #include "ThreadLocalObject.h"
 
 #include "cvlsys/host/ForkOrder.h"
@@ -62,18 +63,17 @@ EpochOfIds epochOfIds;
 
 class Generator {
 public:
-    Generator() { Seed(); }
-
+    Generator() = default;
     ~Generator() = default;
     Generator(const Generator&) = delete;
     Generator& operator=(const Generator&) = delete;
 
     std::array<unsigned char, 16> Next() {
         if (const uint64 epoch = epochOfIds.Get(); epoch != m_epoch) {
-            Seed();
+            m_random = Seeded();
             m_epoch = epoch;
         }
-        const std::array<uint64, 2> bits{m_engine(), m_engine()};
+        const std::array<uint64, 2> bits{m_random.Next(), m_random.Next()};
         std::array<unsigned char, 16> bytes{};
         static_assert(sizeof bytes == sizeof bits);
         std::memcpy(bytes.data(), bits.data(), sizeof bytes);
@@ -84,9 +84,7 @@ public:
     }
 
 private:
-    using Engine = std::mt19937_64;
-
-    void Seed() {
+    static host::SmallRandom Seeded() {
         // Two ids hold 244 random bits.
         SystemGenerator system;
         const std::array<boost::uuids::uuid, 2> entropy{system(), system()};
@@ -94,11 +92,15 @@ private:
             words{};
         static_assert(sizeof words == sizeof entropy);
         std::memcpy(words.data(), entropy.data(), sizeof words);
-        std::seed_seq sequence(words.begin(), words.end());
-        m_engine.seed(sequence);
+        std::seed_seq(words.begin(), words.end()).generate(words.begin(), words.end());
+        host::SmallRandom::State state{};
+        static_assert(sizeof state == sizeof words);
+        std::memcpy(state.data(), words.data(), sizeof state);
+        state[0] |= 1;  // never zeroes only
+        return host::SmallRandom(state);
     }
 
-    Engine m_engine;
+    host::SmallRandom m_random = Seeded();
     uint64 m_epoch = epochOfIds.Get();
 };
 
