@@ -1,14 +1,12 @@
 // Work on other threads stays part of what started it: a task, and a timer that fires three times.
-#include "tarn/OptTarn.h"
+#include "tarn/Session.h"
 #include "tarn/Trace.h"
-#include "tarn/TracingSession.h"
 
 #include <functional>
 #include <future>
 
 int main() {
-    OptTarn::SetIsForegroundThreadContextEnabled(true);
-    const tarn::TracingSession session;
+    const tarn::Session session;
 
     const tarn::Scope serve("serve");
     const auto square = [](int number) { return number * number; };

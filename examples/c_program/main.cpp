@@ -1,11 +1,9 @@
 // The session is C++, the work that is traced is C.
 #include "work.h"
 
-#include "tarn/OptTarn.h"
-#include "tarn/TracingSession.h"
+#include "tarn/Session.h"
 
 int main() {
-    OptTarn::SetIsForegroundThreadContextEnabled(true);
-    const tarn::TracingSession session;
+    const tarn::Session session;
     Work();
 }

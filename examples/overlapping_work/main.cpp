@@ -1,7 +1,6 @@
 // Work that begins here and ends there: the jobs overlap and end in another order.
-#include "tarn/OptTarn.h"
+#include "tarn/Session.h"
 #include "tarn/Trace.h"
-#include "tarn/TracingSession.h"
 
 #include <map>
 
@@ -25,8 +24,7 @@ private:
 }  // namespace
 
 int main() {
-    OptTarn::SetIsForegroundThreadContextEnabled(true);
-    const tarn::TracingSession session;
+    const tarn::Session session;
 
     const tarn::Scope build("build");
     Builder builder;

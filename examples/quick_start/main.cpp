@@ -1,7 +1,6 @@
 // A program that traces itself: scopes, what they say, and how they fail.
-#include "tarn/OptTarn.h"
+#include "tarn/Session.h"
 #include "tarn/Trace.h"
-#include "tarn/TracingSession.h"
 
 #include <stdexcept>
 #include <string>
@@ -20,8 +19,7 @@ int Parse(const std::string& text) {
 }  // namespace
 
 int main() {
-    OptTarn::SetIsForegroundThreadContextEnabled(true);
-    const tarn::TracingSession session;
+    const tarn::Session session;
 
     tarn::Scope load("load", {{"path", "/etc/hosts"}});
     load.Add("parsed", Parse("127.0.0.1"));

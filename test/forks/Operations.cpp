@@ -243,6 +243,7 @@ const std::vector<Operation>& Operations() {
              static_cast<void>(Settings().GetCopyOfOffs());
              static_cast<void>(TarnSettings::ParseOffActivitiesFromString(u"a,b"));
          }},
+        {"tarn::TarnSettings::GetRankOn", "", [] { static_cast<void>(Settings().GetRankOn()); }},
         {"tarn::TarnSettings::SetRankOn",
          "",
          [] { Settings().SetRankOn(tarn::TraceRank::Default); }},

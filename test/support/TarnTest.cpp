@@ -11,26 +11,10 @@
 #include "cvlsys/MemoryTracking.h"
 
 #include <functional>
-#include <limits>
 #include <string>
 
 namespace tarn::test {
 namespace {
-
-// There is no getter: the highest rank that is still on.
-TraceRank RankOn(const TarnSettings& settings) {
-    int64 on = std::numeric_limits<int32>::min();
-    int64 end = int64{std::numeric_limits<int32>::max()} + 1;
-    while (end - on > 1) {
-        const int64 middle = on + (end - on) / 2;
-        if (settings.IsOff(static_cast<TraceRank>(static_cast<int32>(middle)))) {
-            end = middle;
-        } else {
-            on = middle;
-        }
-    }
-    return static_cast<TraceRank>(static_cast<int32>(on));
-}
 
 void RestoreMappings(const TarnSettings::Mappings& mappings) {
     TarnSettings& settings = TarnSettings::GetInstance();
@@ -71,7 +55,7 @@ struct TarnTest::Saved {
     std::string scopeClosed = OptTarn::GetMetricsMonitorScopedClosedConst();
 
     TarnSettings::Names offs = TarnSettings::GetInstance().GetCopyOfOffs();
-    TraceRank rankOn = RankOn(TarnSettings::GetInstance());
+    TraceRank rankOn = TarnSettings::GetInstance().GetRankOn();
     TarnSettings::Mappings mappings = TarnSettings::GetInstance().GetEventAttributeMappings();
 
     TLog::Severity threshold = TLog::GetThreshold();

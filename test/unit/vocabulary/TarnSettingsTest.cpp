@@ -113,6 +113,14 @@ TEST_F(TarnSettingsTest, ThereIsOneInstanceForAllThreads) {
 
 // ---- Ranks
 
+TEST_F(TarnSettingsTest, TheRankThatIsOnIsTheOneThatWasSet) {
+    EXPECT_EQ(Settings().GetRankOn(), TraceRank::Default);
+
+    Settings().SetRankOn(TraceRank{-5});
+
+    EXPECT_EQ(Settings().GetRankOn(), TraceRank{-5});
+}
+
 TEST_F(TarnSettingsTest, AtStartRankZeroIsOnAndRankOneIsOff) {
     EXPECT_FALSE(Settings().IsOff(TraceRank{0}));
     EXPECT_TRUE(Settings().IsOff(TraceRank{1}));

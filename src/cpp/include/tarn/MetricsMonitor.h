@@ -78,6 +78,12 @@ public:
     /// Off at first. Any thread may call it at any time; it holds for what is built from then on.
     void SetAdditionalFields(bool enabled) noexcept;
 
+    /// What each request has that nobody says otherwise of: attributes, by their tokens ("user",
+    /// "site", "sid"), and with `givesIds` an id of its own, which all of its lines carry. The
+    /// first call for a monitor counts; requests that have begun stay as they are. One thread at a
+    /// time, also while others trace.
+    void SetRequestDefaults(Metrics::NameValueList attributes, bool givesIds);
+
     /// What the monitor keeps of the host's work at most, so that a mistake there does not cost all
     /// memory. What is over is left out, counted and, the first time, said in the log.
     struct Limits {
@@ -124,6 +130,7 @@ private:
     bool ContextExists(uint64 contextId) const;
     bool ContextExistsAndIsOpen(uint64 contextId) const;
     bool IsRequestScope(const Metrics::MetricsEvent& event) const;
+    void StartRequest(ContextInfo& context);
     void AddAttributesToRequestContext(ContextInfo& context, const Metrics::NameValueList& pairs);
     void AddPendingContextAttributesToContext(ScopeState& scope,
                                               ContextInfo& context,

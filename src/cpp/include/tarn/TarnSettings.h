@@ -45,6 +45,7 @@ public:
     /// Scopes of a higher rank are off. 0 at start; a negative threshold switches default scopes
     /// off too.
     void SetRankOn(TraceRank rank) noexcept;
+    TraceRank GetRankOn() const noexcept;
 
     bool IsOff(TraceRank rank) const noexcept;
 

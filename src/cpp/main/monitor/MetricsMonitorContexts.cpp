@@ -9,7 +9,9 @@
 
 #include "cvlcoreplatform/TFormatString.h"
 #include "cvlcoreplatform/TLog.h"
+#include "cvlcoreplatform/TUUID.h"
 
+#include <memory>
 #include <utility>
 
 using Metrics::MetricsEvent;
@@ -107,6 +109,27 @@ bool MetricsMonitor::IsRequestScope(const MetricsEvent& event) const {
         return false;
     }
     return m_records->names.Read(event.name).list == tarn::ListName::Request;
+}
+
+void MetricsMonitor::SetRequestDefaults(Metrics::NameValueList attributes, bool givesIds) {
+    if (m_records->hasRequestDefaults.load(std::memory_order_acquire)) {
+        return;
+    }
+    m_records->requestDefaults = std::move(attributes);
+    m_records->givesRequestIds = givesIds;
+    m_records->hasRequestDefaults.store(true, std::memory_order_release);
+}
+
+void MetricsMonitor::StartRequest(ContextInfo& context) {
+    context.request = std::make_shared<tarn::RequestContextAttributes>();
+    if (!m_records->hasRequestDefaults.load(std::memory_order_acquire)) {
+        return;
+    }
+    AddAttributesToRequestContext(context, m_records->requestDefaults);
+    if (m_records->givesRequestIds) {
+        context.request->attributes.Set(tarn::ContextAttributeName::RequestId,
+                                        MetricsValue(TUUID::CreateUUID().ToString()));
+    }
 }
 
 void MetricsMonitor::AddAttributesToRequestContext(ContextInfo& context,

@@ -149,7 +149,7 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
     const bool startsRequest = request || (tracing && context.openTracingScopes.empty());
     if (startsRequest) {
         // It stays when the opening fails, as it would when the scope closed at once.
-        context.request = std::make_shared<tarn::RequestContextAttributes>();
+        StartRequest(context);
     }
     if (tracing) {
         FillTracingState(state, parent, event, context, request, startsRequest);

@@ -12,6 +12,7 @@
 #include "tarn/MetricsMonitor.h"
 #include "tarn/MonitorUUIDGenerator.h"
 
+#include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
@@ -45,6 +46,12 @@ struct MetricsMonitor::Records {
     bool hasWarnedOfUselessOpening = false;
 
     std::atomic<bool> hasAdditionalFields{false};
+
+    /// What requests begin with. It does not change once it is published.
+    Metrics::NameValueList requestDefaults;
+    bool givesRequestIds = false;
+    std::atomic<bool> hasRequestDefaults{false};
+
     tarn::Limit attributesPerScope{Limits().attributesPerScope,
                                    u"A scope has more than %1 attributes. Further ones are left "
                                    u"out, in this scope and in others."};

@@ -99,6 +99,10 @@ void TarnSettings::SetRankOn(TraceRank rank) noexcept {
     m_rankOn.store(static_cast<int32>(rank), std::memory_order_relaxed);
 }
 
+TraceRank TarnSettings::GetRankOn() const noexcept {
+    return TraceRank(m_rankOn.load(std::memory_order_relaxed));
+}
+
 bool TarnSettings::IsOff(TraceRank rank) const noexcept {
     return static_cast<int32>(rank) > m_rankOn.load(std::memory_order_relaxed);
 }

@@ -1,0 +1,146 @@
+#pragma once
+
+// What the main function of a program makes so that its scopes are logged. It brings `tarn` as its
+// only global name, beside the class of a sink that it only names. With TARN_DISABLE defined a
+// session does nothing.
+
+#include "tarn/Export.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class IMetricsMonitorSink;
+
+namespace tarn {
+
+/// How events get from the threads that trace to the log.
+enum class Delivery {
+    Synchronous,   ///< on the thread that traces: what is over is in the log
+    Asynchronous,  ///< on a thread of its own; a thread whose queue is full waits
+    Refusing,      ///< likewise; what finds no room is left out, counted, and nobody waits
+};
+
+/// Which memory is counted. To count `new` and `delete`, link the program with `tarn::counted_new`.
+enum class MemoryFigures {
+    Off,
+    Allocations,
+    All,  ///< allocations, releases and the peak
+};
+
+/// What a session is to do. All of it has a default, and what the first table of
+/// docs/front-door.md lists can be changed without recompiling: variables of the environment win
+/// over the configuration file, which wins over what is set here.
+struct SessionOptions {
+    /// Where the log goes: the path of a file, "stderr", "stdout", or "off", which traces nothing:
+    /// each scope then costs what one costs whose name is off. Empty: the logger stays as it is,
+    /// which is standard error unless the program has chosen something else.
+    std::string log;
+
+    /// A file that would grow beyond this is renamed, "a.log" to "a.1.log" and so on; 0: never.
+    std::uint64_t fileBytes = std::uint64_t{64} << 20;
+    std::size_t keptFiles = 8;  ///< full files beside the current one
+
+    /// Receives the events instead of the log, on the threads that deliver.
+    std::shared_ptr<IMetricsMonitorSink> sink;
+
+    Delivery delivery = Delivery::Synchronous;
+    std::size_t queueBytes = std::size_t{256} << 10;  ///< of each thread that traces
+    std::chrono::milliseconds exitDeadline{5000};  ///< how long the process's end waits for the log
+
+    /// For whom the work is done, in each line of all threads, unless a request says otherwise.
+    std::string user;
+    std::string site;
+    std::string sessionId;
+    std::string environment;
+
+    /// Whether each tree of activities gets a request id, which all of its lines carry.
+    bool requestIds = true;
+
+    bool cpu = false;  ///< whether processor time is measured
+    MemoryFigures memory = MemoryFigures::Off;
+
+    std::vector<std::string> off;  ///< names of scopes that are not traced
+    std::int32_t rank = 0;         ///< scopes of a higher rank are not traced
+
+    /// Each line also says who started the activity (`caller`) and has a number (`seq`).
+    bool extras = false;
+
+    /// What is kept of the program's work at most; what is over is left out and counted.
+    std::uint64_t attributesPerScope = 1'000'000;
+    std::uint64_t nestedScopes = 1'000'000;
+
+    /// Whether a crash delivers what is queued and names the open scopes before the process ends.
+    bool saveOnCrash = false;
+
+    /// The path of a configuration file, which is read again when it changes. Empty: none.
+    std::string config;
+
+    /// Whether the variables TARN_... are read. Programs with more rights than their user read
+    /// none.
+    bool readsEnvironment = true;
+};
+
+#if defined(TARN_DISABLE)
+
+inline namespace disabled {
+
+class Session {
+public:
+    explicit Session(const SessionOptions& /*options*/ = {}) noexcept {}
+
+    bool IsFirst() const noexcept { return false; }
+
+    void SetSink(const std::shared_ptr<IMetricsMonitorSink>& /*sink*/) noexcept {}
+};
+
+}  // namespace disabled
+
+#else
+
+inline namespace enabled {
+
+/// Traces the program for as long as it lives. Make one at the beginning of main; the thread that
+/// makes it ends it:
+///
+///     int main() {
+///         const tarn::Session session;
+///         ...
+///     }
+///
+/// Scopes on all threads should have ended before. Its end puts back which scopes are traced and
+/// measured; the log and the way of delivery stay. What the environment or the configuration file
+/// says wrongly is told once, in the log, and ignored; so is a log file that cannot be opened. The
+/// first session of several is the one that counts: further ones say so in the log and do nothing.
+/// A forked child goes on with the log; it does not read the configuration file again.
+class TARN_EXPORT Session {
+public:
+    /// Throws `std::bad_alloc`.
+    explicit Session(SessionOptions options = {});
+    ~Session();
+
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// False for one that was made while there was another one.
+    bool IsFirst() const noexcept { return m_state != nullptr; }
+
+    /// Gives further events to `sink`, or to the log if it is null. Any thread may call it at any
+    /// time, also while others trace; when it returns, the former sink is not called any more.
+    /// Throws `std::bad_alloc`, and then changes nothing.
+    void SetSink(std::shared_ptr<IMetricsMonitorSink> sink) const;
+
+private:
+    class State;
+
+    std::unique_ptr<State> m_state;
+};
+
+}  // namespace enabled
+
+#endif
+
+}  // namespace tarn
