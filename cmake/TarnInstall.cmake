@@ -1,9 +1,10 @@
 # Install rules: the libraries, the headers of the library, of the declarations and of the embedded
-# host in one include folder, a package for find_package(tarn), and a pkg-config file.
+# host in one include folder, a package for find_package(tarn), a pkg-config file, pages and examples.
+# The components are those of the packages (TarnPackages.cmake): runtime, development, tools, doc.
 include(CMakePackageConfigHelpers)
 
 set(tarn_package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tarn")
-# For a host of one's own, static: tarn::logic, tarn::defaults, tarn::values.
+# For a custom host, static: tarn::logic, tarn::defaults, tarn::values.
 set(tarn_installed_targets tarn_declarations tarn_logic tarn_defaults tarn_values)
 set(tarn_installed_headers src/cpp/include/ src/cpp/declarations/)
 if(TARGET tarn)
@@ -25,17 +26,21 @@ install(
     TARGETS ${tarn_installed_targets}
     EXPORT tarn-targets
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    OBJECTS DESTINATION "${CMAKE_INSTALL_LIBDIR}/tarn")
+            COMPONENT runtime
+            NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development
+    OBJECTS DESTINATION "${CMAKE_INSTALL_LIBDIR}/tarn" COMPONENT development)
 install(
     DIRECTORY ${tarn_installed_headers}
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+    COMPONENT development
     FILES_MATCHING
     PATTERN "*.h")
 install(
     EXPORT tarn-targets
     NAMESPACE tarn::
-    DESTINATION "${tarn_package_folder}")
+    DESTINATION "${tarn_package_folder}"
+    COMPONENT development)
 
 configure_package_config_file(
     "${PROJECT_SOURCE_DIR}/cmake/tarn-config.cmake.in" "${PROJECT_BINARY_DIR}/tarn-config.cmake"
@@ -44,7 +49,8 @@ write_basic_package_version_file(
     "${PROJECT_BINARY_DIR}/tarn-config-version.cmake" COMPATIBILITY ${tarn_compatibility})
 install(FILES "${PROJECT_BINARY_DIR}/tarn-config.cmake"
               "${PROJECT_BINARY_DIR}/tarn-config-version.cmake"
-        DESTINATION "${tarn_package_folder}")
+        DESTINATION "${tarn_package_folder}"
+        COMPONENT development)
 
 if(NOT TARGET tarn)
     return()
@@ -55,4 +61,25 @@ set(tarn_pkgconfig_folder "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 file(RELATIVE_PATH tarn_prefix_from_pkgconfig "/${tarn_pkgconfig_folder}" "/")
 string(REGEX REPLACE "/$" "" tarn_prefix_from_pkgconfig "${tarn_prefix_from_pkgconfig}")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/tarn.pc.in" "${PROJECT_BINARY_DIR}/tarn.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/tarn.pc" DESTINATION "${tarn_pkgconfig_folder}")
+install(FILES "${PROJECT_BINARY_DIR}/tarn.pc" DESTINATION "${tarn_pkgconfig_folder}"
+        COMPONENT development)
+
+# Pages and examples keep their places relative to each other, so that links lead where they should.
+set(tarn_pages_folder "${CMAKE_INSTALL_DATADIR}/doc/tarn")
+install(FILES README.md CHANGELOG.md THIRD-PARTY-NOTICES.md DESTINATION "${tarn_pages_folder}"
+        COMPONENT doc)
+install(
+    DIRECTORY docs examples
+    DESTINATION "${tarn_pages_folder}"
+    COMPONENT doc
+    PATTERN "test" EXCLUDE)
+# scripts/reference makes it; an installation without it lacks the folder.
+install(
+    DIRECTORY "${PROJECT_BINARY_DIR}/reference"
+    DESTINATION "${tarn_pages_folder}"
+    COMPONENT doc
+    OPTIONAL)
+
+if(PROJECT_IS_TOP_LEVEL AND TARN_HOST STREQUAL "embedded")
+    include(TarnPackages)
+endif()
