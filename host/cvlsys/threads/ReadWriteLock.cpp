@@ -1,17 +1,24 @@
 #include "cvlsys/host/ReadWriteLock.h"
 
+#include "ReaderNotes.h"
 #include "ThreadNumber.h"
 
 #include "cvlsys/host/Futex.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <thread>
 
-// A reader announces itself in its slot and then looks at the gate; a writer closes the gate and
-// then looks into the slots. All four steps are sequentially consistent, so at least one of the two
-// sees the other, and it is the reader that steps back.
+// A reader notes the lock among those that its thread holds (`ReaderNotes`) and then looks at the
+// gate; a writer closes the gate and then looks into the notes of all threads. The reader's steps
+// are a plain store and a plain load. The writer makes up for it: before it looks it has the kernel
+// run a barrier on every processor that runs a thread of the process. At any moment a reader has
+// noted before that barrier, and the writer sees it, or looks at the gate after it, sees it closed,
+// and steps back. In the same way one of the two sees the other when a reader leaves and a writer
+// waits for it.
+//
+// Where the kernel has no such barrier, and for a reader that has no room for a note, readers are
+// counted in slots of the lock. Both then take sequentially consistent operations.
 //
 // The gate's word also counts the readers that have stepped back. A writer closes the gate only
 // while there are none, in one step with looking: so all of them get in before the next writer,
@@ -31,6 +38,9 @@ constexpr uint32 closed = 1;
 constexpr uint32 somebodySleeps = 2;
 constexpr uint32 oneLateReader = 4;
 
+// In the word of a thread's notes.
+constexpr uint32 awaited = 1;
+
 // In a slot's word.
 constexpr uint32 writerSleeps = 1;
 constexpr uint32 oneReader = 2;
@@ -39,19 +49,6 @@ constexpr uint32 oneReader = 2;
 std::size_t ChooseSlotCount() noexcept {
     const std::size_t processors = std::thread::hardware_concurrency();
     return std::bit_ceil(std::clamp<std::size_t>(2 * processors, 8, 128));
-}
-
-// The locks that the thread holds for reading, in any order; null where there is room.
-CVLSYS_FAST_THREAD_LOCAL std::array<const ReadWriteLock*, ReadWriteLock::mostKnownReads> t_reads{};
-
-bool Replace(const ReadWriteLock* known, const ReadWriteLock* replacement) noexcept {
-    for (const ReadWriteLock*& lock : t_reads) {
-        if (lock == known) {
-            lock = replacement;
-            return true;
-        }
-    }
-    return false;
 }
 
 /// Sleeps while `word` is `seen` with `flag`, which it sets for those who change the word. False
@@ -89,7 +86,8 @@ struct alignas(ReadWriteLock::separation) ReadWriteLock::ReaderSlot {
 };
 
 ReadWriteLock::ReadWriteLock()
-    : m_slotCount(ChooseSlotCount()),
+    : m_readersAreNoted(ReaderNotes::AreSeen()),
+      m_slotCount(ChooseSlotCount()),
       m_slots(std::make_unique<ReaderSlot[]>(m_slotCount)) {}
 
 ReadWriteLock::~ReadWriteLock() = default;
@@ -99,31 +97,45 @@ ReadWriteLock::ReaderSlot& ReadWriteLock::SlotOfThisThread() const noexcept {
 }
 
 void ReadWriteLock::lock_shared() noexcept {
-    ReaderSlot& slot = SlotOfThisThread();
-    slot.Enter();
-    if ((m_gate.load() & closed) != 0) {
-        slot.Leave();
-        LockSharedLate(slot);
+    ReaderNotes* const notes = ReaderNotes::OfThisThread();
+    const bool isNoted = notes != nullptr && notes->Note(*this);
+    const bool isCounted = !m_readersAreNoted || !isNoted;
+    if (isCounted) {
+        SlotOfThisThread().Enter();
     }
-    Replace(nullptr, this);
+    // Sequentially consistent, which is a plain load where it matters.
+    if ((m_gate.load() & closed) != 0) {
+        StepBackAndWait(isCounted);
+    }
 }
 
-void ReadWriteLock::LockSharedLate(ReaderSlot& slot) noexcept {
+void ReadWriteLock::StepBackAndWait(bool isCounted) noexcept {
+    unlock_shared();
     m_gate.fetch_add(oneLateReader);
     for (uint32 gate = m_gate.load(); (gate & closed) != 0; gate = m_gate.load()) {
         Sleep(m_gate, gate, somebodySleeps, std::nullopt);
     }
     // Nobody closes the gate before this thread is inside.
-    slot.Enter();
+    if (isCounted) {
+        SlotOfThisThread().Enter();
+    }
+    if (ReaderNotes* const notes = ReaderNotes::OfThisThread()) {
+        notes->Note(*this);
+    }
     const uint32 before = m_gate.fetch_sub(oneLateReader);
     if (before == oneLateReader + somebodySleeps) {
         Futex::WakeAll(m_gate);
     }
 }
 
+// When it has left, the lock may be gone.
 void ReadWriteLock::unlock_shared() noexcept {
-    Replace(this, nullptr);
-    SlotOfThisThread().Leave();
+    const bool areNoted = m_readersAreNoted;
+    ReaderNotes* const notes = ReaderNotes::OfThisThread();
+    const bool wasNoted = notes != nullptr && notes->Forget(*this);
+    if (!areNoted || !wasNoted) {
+        SlotOfThisThread().Leave();
+    }
 }
 
 bool ReadWriteLock::CloseGate(std::optional<Clock::time_point> end) noexcept {
@@ -149,6 +161,32 @@ bool ReadWriteLock::LockUntil(std::optional<Clock::time_point> end) noexcept {
     if (!CloseGate(end)) {
         return false;
     }
+    if (!AwaitNoted(end) || !AwaitCounted(end)) {
+        OpenGate();
+        return false;
+    }
+    m_writer.store(ThreadNumber(), std::memory_order_relaxed);
+    return true;
+}
+
+bool ReadWriteLock::AwaitNoted(std::optional<Clock::time_point> end) const noexcept {
+    if (!m_readersAreNoted) {
+        return true;
+    }
+    ReaderNotes::Publish();
+    for (ReaderNotes* notes = ReaderNotes::First(); notes != nullptr; notes = notes->Next()) {
+        while (notes->Contains(*this)) {
+            notes->IsAwaited().store(awaited);
+            ReaderNotes::Publish();
+            if (notes->Contains(*this) && !Sleep(notes->IsAwaited(), awaited, awaited, end)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool ReadWriteLock::AwaitCounted(std::optional<Clock::time_point> end) const noexcept {
     for (std::size_t i = 0; i < m_slotCount; ++i) {
         std::atomic<uint32>& word = m_slots[i].word;
         bool isInTime = true;
@@ -157,11 +195,9 @@ bool ReadWriteLock::LockUntil(std::optional<Clock::time_point> end) noexcept {
         }
         word.fetch_and(~writerSleeps);
         if (!isInTime) {
-            OpenGate();
             return false;
         }
     }
-    m_writer.store(ThreadNumber(), std::memory_order_relaxed);
     return true;
 }
 
@@ -171,8 +207,9 @@ void ReadWriteLock::unlock() noexcept {
 }
 
 bool ReadWriteLock::IsHeldByThisThread() const noexcept {
+    const ReaderNotes* const notes = ReaderNotes::OfThisThread();
     return m_writer.load(std::memory_order_relaxed) == ThreadNumber() ||
-           std::find(t_reads.begin(), t_reads.end(), this) != t_reads.end();
+           (notes != nullptr && notes->Contains(*this));
 }
 
 void ReadWriteLock::FreeInForkedChild() noexcept {
@@ -181,7 +218,7 @@ void ReadWriteLock::FreeInForkedChild() noexcept {
     for (std::size_t i = 0; i < m_slotCount; ++i) {
         m_slots[i].word.store(0);
     }
-    if (isReading) {
+    if (isReading && !m_readersAreNoted) {
         SlotOfThisThread().Enter();
     }
     m_writer.store(isWriting ? ThreadNumber() : 0, std::memory_order_relaxed);

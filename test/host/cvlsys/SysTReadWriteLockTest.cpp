@@ -3,16 +3,22 @@
 
 #include "cvlsys/TReadWriteLock.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <iterator>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <memory>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -383,6 +389,149 @@ TEST(SysTReadWriteLockTest, ReadersNeverSeeAWritersWorkHalfDone) {
     EXPECT_EQ(torn, 0);
     EXPECT_EQ(first, writers * writes);
     EXPECT_EQ(second, writers * writes);
+}
+
+// More than a thread can note.
+TEST(SysTReadWriteLockTest, AThreadMayReadUnderManyLocksAtATimeAndLeaveThemInAnyOrder) {
+    constexpr std::size_t count = 7;
+    std::vector<std::unique_ptr<TReadWriteLock>> locks;
+    std::vector<std::unique_ptr<Worker>> writers;
+    for (std::size_t i = 0; i < count; ++i) {
+        locks.push_back(std::make_unique<TReadWriteLock>(0));
+        locks.back()->LockRead();
+    }
+    for (const std::unique_ptr<TReadWriteLock>& lock : locks) {
+        writers.push_back(std::make_unique<Worker>([&lock] { LockBothWays(*lock); }));
+        EXPECT_TRUE(writers.back()->ComesToWait());
+    }
+
+    for (const std::size_t next : std::array<std::size_t, count>{5, 0, 6, 2, 1, 4, 3}) {
+        EXPECT_FALSE(writers[next]->IsDone(0ms));
+        locks[next]->UnlockRead();
+        EXPECT_TRUE(writers[next]->IsDone(patience));
+    }
+}
+
+// Reads when its thread is torn down, later than everything that was made after it.
+struct ReadsLate {
+    ~ReadsLate() {
+        const TReadWriteLock::ReadGuard guard(*lock);
+        isInside->set_value();
+        leave->wait();
+    }
+
+    TReadWriteLock* lock;
+    std::promise<void>* isInside;
+    const std::shared_future<void>* leave;
+};
+
+TEST(SysTReadWriteLockTest, AWriterWaitsForAThreadThatReadsAtItsEnd) {
+    TReadWriteLock lock(0);
+    std::promise<void> isInside;
+    std::promise<void> leave;
+    const std::shared_future<void> mayLeave = leave.get_future().share();
+    std::thread reader([&] {
+        thread_local const ReadsLate last{&lock, &isInside, &mayLeave};
+        static_cast<void>(last);
+        const TReadWriteLock::ReadGuard guard(lock);
+    });
+    isInside.get_future().wait();
+
+    const Worker writer([&] { LockBothWays(lock); });
+    EXPECT_TRUE(writer.ComesToWait());
+    leave.set_value();
+    reader.join();
+
+    EXPECT_TRUE(writer.IsDone(patience));
+}
+
+TEST(SysTReadWriteLockTest, AWriterWaitsForWhatIsReadByThreadsThatCameAfterOthersEnded) {
+    constexpr int rounds = 50;
+    TReadWriteLock lock(0);
+    for (int i = 0; i < rounds; ++i) {
+        std::thread([&] { const TReadWriteLock::ReadGuard guard(lock); }).join();
+    }
+    std::promise<void> isInside;
+    std::promise<void> leave;
+    std::thread reader([&] {
+        const TReadWriteLock::ReadGuard guard(lock);
+        isInside.set_value();
+        leave.get_future().wait();
+    });
+    isInside.get_future().wait();
+
+    const Worker writer([&] { LockBothWays(lock); });
+    EXPECT_TRUE(writer.ComesToWait());
+    leave.set_value();
+    reader.join();
+
+    EXPECT_TRUE(writer.IsDone(patience));
+}
+
+// For the rest of the process: the kernel says that it has no such barrier.
+bool RefuseBarriers() {
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_membarrier, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{static_cast<unsigned short>(std::size(code)), code};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+           syscall(SYS_membarrier, 0, 0, 0) == -1 && errno == ENOSYS;
+}
+
+TEST(SysTReadWriteLockSandboxTest, AWriterIsAloneThoughASandboxHasRefusedTheBarrierSince) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
+    constexpr int writes = 10;
+
+    EXPECT_TRUE(SucceedsInChild([] {
+        TReadWriteLock lock(0);
+        int first = 0;
+        int second = 0;
+        int torn = 0;
+        std::atomic<bool> isOver{false};
+        const bool isRefused = RefuseBarriers();
+        std::thread reader([&] {
+            while (!isOver) {
+                const TReadWriteLock::ReadGuard guard(lock);
+                torn += first != second ? 1 : 0;
+            }
+        });
+        for (int i = 0; i < writes; ++i) {
+            const TReadWriteLock::WriteGuard guard(lock);
+            ++first;
+            ++second;
+        }
+        isOver = true;
+        reader.join();
+        return isRefused && torn == 0 && first == writes;
+    }));
+}
+
+TEST(SysTReadWriteLockSandboxTest, AProcessThatNeverHadTheBarrierPassesTheTestsOfTheLock) {
+    constexpr unsigned timeoutInSeconds = 120;
+
+    const int code = tarn::test::ExitCodeOf(tarn::test::StartChild(
+        [] {
+            if (!RefuseBarriers()) {
+                return EXIT_FAILURE;
+            }
+            execl("/proc/self/exe",
+                  "tests",
+                  "--gtest_brief=1",
+                  "--gtest_filter=SysTReadWriteLockTest.*Waits*:SysTReadWriteLockTest.*Waiting*:"
+                  "SysTReadWriteLockTest.WhoGetsInLast*:SysTReadWriteLockTest.*AtATime*:"
+                  "SysTReadWriteLockForkTest.WhatTheForking*",
+                  static_cast<char*>(nullptr));
+            return EXIT_FAILURE;
+        },
+        timeoutInSeconds));
+
+    EXPECT_EQ(code, EXIT_SUCCESS);
 }
 
 }  // namespace
