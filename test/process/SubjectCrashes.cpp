@@ -25,7 +25,6 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -37,13 +36,13 @@ std::atomic<bool> s_crashesInWrite{false};
 }  // namespace
 
 // In the place of the C library's: the log calls it with its file locked.
-extern "C" __attribute__((visibility("default"))) ssize_t writev(int descriptor,
-                                                                 const iovec* parts,
-                                                                 int count) {
+extern "C" __attribute__((visibility("default"))) ssize_t write(int descriptor,
+                                                                const void* bytes,
+                                                                size_t count) {
     if (s_crashesInWrite.exchange(false)) {
         raise(SIGABRT);
     }
-    return syscall(SYS_writev, descriptor, parts, count);
+    return syscall(SYS_write, descriptor, bytes, count);
 }
 
 namespace ProcessTest {

@@ -1,6 +1,7 @@
 #include "JsonLineBackEnd.h"
 
 #include "EnabledSeverities.h"
+#include "EventFields.h"
 #include "JsonLine.h"
 #include "LogCounters.h"
 #include "RotatingFileSink.h"
@@ -50,6 +51,30 @@ spdlog::level::level_enum LevelOf(TLog::Severity severity) noexcept {
             break;
     }
     return spdlog::level::critical;
+}
+
+using SystemTime = std::chrono::system_clock::time_point;
+
+/// A time as sinks take it. What is too far away for them is now.
+SystemTime TimeForSink(TLog::EventTimePoint time) {
+    using Ticks = TLog::EventTimePoint::duration;
+    return time > std::chrono::ceil<Ticks>(SystemTime::min()) &&
+                   time < std::chrono::floor<Ticks>(SystemTime::max())
+               ? SystemTime(time.time_since_epoch())
+               : std::chrono::system_clock::now();
+}
+
+/// When it happened. A message happens now, and so does an event that says nothing else.
+SystemTime TimeOf(const TLog::Event& event) {
+    if (const TLog::GatheredFields* const gathered = TLog::AsGathered(event.GetFields())) {
+        return TimeForSink(gathered->time);
+    }
+    const TLog::ActivityInfo* const info = event.GetActivityInfo();
+    return info != nullptr ? TimeForSink(info->GetTime()) : std::chrono::system_clock::now();
+}
+
+SystemTime TimeOf(const TString& /*message*/) {
+    return std::chrono::system_clock::now();
 }
 
 /// As the logger does with what a back end throws.
@@ -136,7 +161,7 @@ void JsonLineBackEnd::FormatAndWrite(TLog::Severity severity, const Content& con
     if (!m_sink->should_log(LevelOf(severity))) {
         return;
     }
-    const auto now = std::chrono::system_clock::now();
+    const auto now = TimeOf(content);
     const auto time = std::chrono::floor<TLog::EventTimePoint::duration>(now);
     if (JsonLine* const formatter = host::ThreadObject<JsonLine>::Get()) {
         WriteLine(severity, formatter->Format(severity, content, time), now);

@@ -49,4 +49,8 @@ LineResult WriteLine(int descriptor,
                      bool startsNewLine,
                      std::chrono::milliseconds timeout) noexcept;
 
+/// The same for a regular file that other threads may append to at the same time, by one system
+/// call in any case: how many bytes of the line and its end it has taken.
+std::size_t WriteLineAtOnce(int descriptor, std::string_view line) noexcept;
+
 }  // namespace cvlcoreplatform

@@ -10,10 +10,13 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <memory>
 #include <mutex>
-#include <spdlog/sinks/base_sink-inl.h>
+#include <new>
+#include <shared_mutex>
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
@@ -46,6 +49,14 @@ uint64 CountLines(std::string_view text) noexcept {
         ++lines;
     }
     return lines;
+}
+
+/// The time of the last tick, some milliseconds ago, which takes less time to read.
+ErrorReporter::Clock::time_point TimeOfLastTick() noexcept {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+    return ErrorReporter::Clock::time_point(std::chrono::seconds(time.tv_sec) +
+                                            std::chrono::nanoseconds(time.tv_nsec));
 }
 
 std::string PathOfDescriptor(int descriptor) {
@@ -92,14 +103,14 @@ RotatingFileSink::~RotatingFileSink() {
 }
 
 bool RotatingFileSink::Rotate() {
-    const std::lock_guard lock(mutex_);
+    const std::unique_lock guard(m_lock);
     m_isToRotate = true;
     CarryOutRequests();
     return !m_isToRotate && m_kind == OutputKind::File;
 }
 
 bool RotatingFileSink::Reopen() {
-    const std::lock_guard lock(mutex_);
+    const std::unique_lock guard(m_lock);
     m_isToReopen = true;
     CarryOutRequests();
     return !m_isToReopen;
@@ -147,20 +158,21 @@ void RotatingFileSink::Adopt(FileDescriptor file) {
     m_endsInsideLine = isRegular && EndsInsideLine();
 }
 
-// Of a file that this process may write but not read nothing is known; it is taken to be whole.
-// While another process is writing, the end of the file may be seen inside its line; that is so for
-// a moment only.
-bool RotatingFileSink::EndsInsideLine() const noexcept {
-    constexpr int attempts = 20;
-    constexpr std::chrono::milliseconds moment{1};
-    const FileDescriptor file(
-        open(m_realPath.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+// Closed if this process may write the file but not read it.
+FileDescriptor RotatingFileSink::OpenToRead() const noexcept {
+    FileDescriptor file(open(m_realPath.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 
     struct stat status {};
 
-    if (fstat(file.Get(), &status) != 0 || !IsOurs(status)) {
-        return false;
-    }
+    return fstat(file.Get(), &status) == 0 && IsOurs(status) ? std::move(file) : FileDescriptor();
+}
+
+// A file that cannot be read is taken to be whole. While another process is writing, the end of the
+// file may be seen inside its line; that is so for a moment only.
+bool RotatingFileSink::EndsInsideLine() const noexcept {
+    constexpr int attempts = 20;
+    constexpr std::chrono::milliseconds moment{1};
+    const FileDescriptor file = OpenToRead();
     for (int left = attempts; left != 0; --left) {
         char last = '\n';
         const off_t size = lseek(file.Get(), 0, SEEK_END);
@@ -172,14 +184,116 @@ bool RotatingFileSink::EndsInsideLine() const noexcept {
     return true;
 }
 
-void RotatingFileSink::sink_it_(const spdlog::details::log_msg& msg) {
+void RotatingFileSink::log(const spdlog::details::log_msg& msg) {
     const std::string_view line(msg.payload.data(), msg.payload.size());
-    LookAfterFile(msg.time);
+    const Clock::time_point now = TimeOfLastTick();
+    std::size_t written = 0;
+    {
+        const std::shared_lock guard(m_lock);
+        if (MayAppend(line.size() + 1, now)) {
+            written = AppendBesideOthers(line);
+            if (written == line.size() + 1) {
+                return;
+            }
+        }
+    }
+    const std::unique_lock guard(m_lock);
+    if (written != 0) {
+        RepairShortWrite(line, written);
+    }
+    WriteAlone(line, now);
+}
+
+// Whether there is nothing to do but to write. Room in a file of limited size is then set aside.
+bool RotatingFileSink::MayAppend(std::size_t bytes, Clock::time_point now) noexcept {
+    if (m_kind != OutputKind::File || m_endsInsideLine ||
+        m_isCutShort.load(std::memory_order_relaxed) || now >= m_nextLook ||
+        m_owner != TSystem::ProcessID() || m_isToRotate || m_isToReopen ||
+        m_rotationsSeen != fileRequests.rotations.load(std::memory_order_acquire) ||
+        m_reopeningsSeen != fileRequests.reopenings.load(std::memory_order_acquire) ||
+        !HasItsFile()) {
+        return false;
+    }
+    if (m_limits.maxBytes == 0) {
+        return true;
+    }
+    const uint64 before = m_size.fetch_add(bytes, std::memory_order_relaxed);
+    if (before == 0 || before + bytes <= m_limits.maxBytes) {
+        return true;
+    }
+    m_size.fetch_sub(bytes, std::memory_order_relaxed);
+    return false;
+}
+
+// How much of the line and its end was written. The rest cannot follow: another thread's line may
+// stand there by now.
+std::size_t RotatingFileSink::AppendBesideOthers(std::string_view line) noexcept {
+    const std::size_t written = WriteLineAtOnce(m_file.Get(), line);
+    if (written == line.size() + 1) {
+        m_linesSinceLook.fetch_add(CountLines(line), std::memory_order_relaxed);
+        return written;
+    }
+    if (written != 0) {
+        m_isCutShort.store(true, std::memory_order_relaxed);
+    }
+    if (m_limits.maxBytes != 0) {
+        m_size.fetch_sub(line.size() + 1, std::memory_order_relaxed);
+    }
+    return written;
+}
+
+// What was written is taken back, for the line to be written once more. If it has to stay, so do
+// the whole lines in it, and what comes next begins on a new line. A thread that was about to
+// append when the write was cut short has done so since, and its first line is broken then, too.
+void RotatingFileSink::RepairShortWrite(std::string_view line, std::size_t written) {
+    m_isCutShort.store(false, std::memory_order_relaxed);
+    const std::string_view part = line.substr(0, written);
+    switch (TakeBack(part)) {
+        case Taken::Back:
+            return;
+        case Taken::NotSinceOthersFollow:
+            CountLosses(1);
+            m_endsInsideLine = EndsInsideLine();
+            break;
+        case Taken::Not:
+            m_endsInsideLine = part.back() != '\n';
+            break;
+    }
+    m_size.fetch_add(written, std::memory_order_relaxed);
+    if (line.find('\n') != std::string_view::npos) {
+        throw PartlyWritten(ENOSPC, written);
+    }
+}
+
+// A line of another thread that reads like the part and stands in its place may go as well.
+RotatingFileSink::Taken RotatingFileSink::TakeBack(std::string_view part) noexcept {
+    DisownForeignFile();
+    const FileDescriptor file = OpenToRead();
+    const auto length = static_cast<off_t>(part.size());
+    const off_t size = lseek(file.Get(), 0, SEEK_END);
+    const std::unique_ptr<char[]> end(new (std::nothrow) char[part.size()]);
+    if (!m_file.IsOpen() || end == nullptr || size < length) {
+        return Taken::Not;
+    }
+    const RotationLock lock(m_file);
+    if (pread(file.Get(), end.get(), part.size(), size - length) != length) {
+        return Taken::Not;
+    }
+    if (std::string_view(end.get(), part.size()) != part) {
+        return Taken::NotSinceOthersFollow;
+    }
+    return !m_isParents && !lock.IsRefused() && ftruncate(m_file.Get(), size - length) == 0
+               ? Taken::Back
+               : Taken::Not;
+}
+
+void RotatingFileSink::WriteAlone(std::string_view line, Clock::time_point now) {
+    LookAfterFile(now);
     RotateIfFull(line.size() + 1);
     const std::size_t lead = m_endsInsideLine ? 1 : 0;
     const LineResult result = Append(line);
     if (result.error == 0) {
-        m_linesSinceLook += CountLines(line);
+        m_linesSinceLook.fetch_add(CountLines(line), std::memory_order_relaxed);
     } else if (result.written > lead) {
         throw PartlyWritten(result.error, result.written - lead);
     } else {
@@ -187,7 +301,8 @@ void RotatingFileSink::sink_it_(const spdlog::details::log_msg& msg) {
     }
 }
 
-void RotatingFileSink::flush_() {
+void RotatingFileSink::flush() {
+    const std::unique_lock guard(m_lock);
     TakeRequests();
     CarryOutRequests();
 }
@@ -239,8 +354,7 @@ void RotatingFileSink::LookAfterFile(Clock::time_point now) {
             CarryOutRequests();
         }
     }
-    if (m_file.IsOpen() ? now < m_lastLook || now - m_lastLook >= lookPause
-                        : ErrorReporter::Clock::now() >= m_nextAttempt) {
+    if (m_file.IsOpen() ? now >= m_nextLook : ErrorReporter::Clock::now() >= m_nextAttempt) {
         LookForFile(now);
     }
 }
@@ -248,9 +362,7 @@ void RotatingFileSink::LookAfterFile(Clock::time_point now) {
 // A host that closes descriptors it has not opened, as one does that becomes a daemon, may have
 // given ours to another file since.
 void RotatingFileSink::DisownForeignFile() noexcept {
-    struct stat status {};
-
-    if (m_file.IsOpen() && (fstat(m_file.Get(), &status) != 0 || !IsOurs(status))) {
+    if (m_file.IsOpen() && !HasItsFile()) {
         m_file.Release();
         m_nextAttempt = {};
     }
@@ -261,7 +373,7 @@ void RotatingFileSink::DisownForeignFile() noexcept {
 // it is the descriptor that is opened once more, if that is possible.
 void RotatingFileSink::PartFromParent() {
     m_owner = TSystem::ProcessID();
-    m_lastLook = {};
+    m_nextLook = Clock::time_point::min();
     if (m_kind != OutputKind::File) {
         return;
     }
@@ -301,7 +413,7 @@ void RotatingFileSink::CarryOutRequests() {
 }
 
 void RotatingFileSink::LookForFile(Clock::time_point now) {
-    m_lastLook = now;
+    m_nextLook = now + lookPause;
 
     struct stat ours {};
 
@@ -326,12 +438,16 @@ void RotatingFileSink::LookForFile(Clock::time_point now) {
     }
 }
 
-// At least these are gone; whoever removed the file knows of the others.
-void RotatingFileSink::CountLinesOfRemovedFile(uint64 lines) noexcept {
+void RotatingFileSink::CountLosses(uint64 lines) noexcept {
     Count(logCounters.writeErrors, lines);
     if (m_losses != nullptr) {
         m_losses->Add(lines);
     }
+}
+
+// At least these are gone; whoever removed the file knows of the others.
+void RotatingFileSink::CountLinesOfRemovedFile(uint64 lines) noexcept {
+    CountLosses(lines);
     m_removalReporter.Report(ErrorReporter::Clock::now(),
                              "lines are lost with a removed log file",
                              m_path,
@@ -384,6 +500,12 @@ void RotatingFileSink::OpenPath() {
         throw LastError(m_path);
     }
     Adopt(std::move(file));
+}
+
+bool RotatingFileSink::HasItsFile() const noexcept {
+    struct stat status {};
+
+    return fstat(m_file.Get(), &status) == 0 && IsOurs(status);
 }
 
 bool RotatingFileSink::IsOurs(const struct stat& status) const noexcept {

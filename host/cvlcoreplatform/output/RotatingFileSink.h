@@ -7,12 +7,12 @@
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlsys/IntegerTypes.h"
-#include "cvlsys/host/AdaptiveMutex.h"
+#include "cvlsys/host/ReadWriteLock.h"
 
-#include <chrono>
+#include <atomic>
 #include <cstddef>
 #include <memory>
-#include <spdlog/sinks/base_sink.h>
+#include <spdlog/sinks/sink.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -49,8 +49,9 @@ public:
 /// opens that one if not. Lines that have gone into a file that was removed meanwhile are lost, and
 /// counted.
 ///
-/// Writing a line takes about a microsecond, less than falling asleep over another thread's.
-class RotatingFileSink final : public spdlog::sinks::base_sink<cvlsys::AdaptiveMutex> {
+/// Threads write at the same time: `O_APPEND` puts each line behind the last one. Only who looks
+/// after the file, and who repairs a write that was cut short, keeps the others out.
+class RotatingFileSink final : public spdlog::sinks::sink {
 public:
     /// Throws `std::system_error` when the file cannot be opened. A named pipe without a reader is
     /// opened later.
@@ -70,19 +71,38 @@ public:
     /// Opens what is at the path. False if that failed; it is tried again then as well.
     bool Reopen();
 
-private:
-    using Clock = spdlog::log_clock;
-    using Action = void (RotatingFileSink::*)();
+    // NOLINTBEGIN(readability-identifier-naming): named by spdlog
 
     /// The message is the line; no formatter has a say. Throws `std::system_error` when the line
     /// could not be written, and the file is as it was before then; `PartlyWritten` if it is not.
-    void sink_it_(const spdlog::details::log_msg& msg) override;
+    void log(const spdlog::details::log_msg& msg) override;
 
     /// Lines are written at once. Only what has been asked for is still to do.
-    void flush_() override;
+    void flush() override;
 
+    void set_pattern(const std::string& /*pattern*/) override {}
+
+    void set_formatter(std::unique_ptr<spdlog::formatter> /*formatter*/) override {}
+
+    // NOLINTEND(readability-identifier-naming)
+
+private:
+    using Clock = ErrorReporter::Clock;
+    using Action = void (RotatingFileSink::*)();
+
+    // What became of the part of a line that was to be taken back.
+    enum class Taken { Back, Not, NotSinceOthersFollow };
+
+    // Beside other threads.
+    bool MayAppend(std::size_t bytes, Clock::time_point now) noexcept;
+    std::size_t AppendBesideOthers(std::string_view line) noexcept;
+
+    // Alone, as all that follows.
+    void RepairShortWrite(std::string_view line, std::size_t written);
+    void WriteAlone(std::string_view line, Clock::time_point now);
     LineResult Append(std::string_view line) noexcept;
     bool CutBack(std::size_t written) noexcept;
+    Taken TakeBack(std::string_view part) noexcept;
 
     void LookAfterFile(Clock::time_point now);
     void DisownForeignFile() noexcept;
@@ -97,21 +117,24 @@ private:
     void OpenPath();
     void CountLinesOfRemovedFile(uint64 lines) noexcept;
 
+    bool HasItsFile() const noexcept;
     bool IsOurs(const struct stat& status) const noexcept;
     bool IsStillAtItsPath() const noexcept;
     bool IsEmptyAtItsPath() const noexcept;
     FileDescriptor Open(const std::string& path, int furtherFlags) const noexcept;
     int StatusAtPath(struct stat& status) const noexcept;
     void Adopt(FileDescriptor file);
+    FileDescriptor OpenToRead() const noexcept;
     bool EndsInsideLine() const noexcept;
+    void CountLosses(uint64 lines) noexcept;
 
     const std::string m_path;
     const TLog::LogFileLimits m_limits;
     const std::shared_ptr<Losses> m_losses;
     ErrorReporter m_rotationReporter;
     ErrorReporter m_removalReporter;
-    ErrorReporter::Clock::time_point m_nextAttempt{};
-    Clock::time_point m_lastLook{};
+    Clock::time_point m_nextAttempt{};
+    Clock::time_point m_nextLook = Clock::time_point::min();
     uint32 m_owner;
 
     uint32 m_rotationsSeen;
@@ -128,11 +151,16 @@ private:
     dev_t m_device = 0;
     ino_t m_inode = 0;
     OutputKind m_kind = OutputKind::Stream;
-    uint64 m_size = 0;
-    uint64 m_linesSinceLook = 0;
+    std::atomic<uint64> m_size{0};
+    std::atomic<uint64> m_linesSinceLook{0};
     // The file does not end with a line end, and what comes next must not become part of it.
     bool m_endsInsideLine = false;
     LineTimeout m_timeout;
+
+    // Shared by those who append, for as long as they do.
+    cvlsys::ReadWriteLock m_lock;
+    // A write beside others was cut short and is not repaired yet: nobody is to append behind it.
+    std::atomic<bool> m_isCutShort{false};
 };
 
 }  // namespace cvlcoreplatform
