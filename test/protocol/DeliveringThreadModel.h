@@ -2,6 +2,7 @@
 
 #include "Interleavings.h"
 
+#include <algorithm>
 #include <array>
 #include <compare>
 #include <cstddef>
@@ -25,7 +26,9 @@ enum class Broken : std::uint8_t {
     EmitterLooksAtTheThreadBeforeItHasItsTicket,
     EmitterWakesWithoutAlarm,
     EmitterTakesAThreadThatIsOverForOneThatRuns,
+    EmitterStartsAThreadThatIsNotWantedAnyMore,
     FlushDoesNotWaitForOtherDeliveries,
+    ShutdownDoesNotWaitForOtherDeliveries,
     FlushIsAskedOfAThreadWithoutItsMutex,
     FlushRaisesNoAlarm,
     FlushReadsTheProgressAfterItHasLooked,
@@ -41,7 +44,9 @@ struct Cast {
     bool hasDeliverer = false;  ///< one that takes what is queued, as who forks does
     bool hasFlusher = false;
     bool flusherShutsDown = false;
-    bool hasStopper = false;  ///< one that ends the delivering thread; not beside a deliverer
+    bool threadRuns = false;  ///< the delivering thread, from the beginning
+    bool hasFlushed = false;  ///< who shuts down; whoever emits has not seen it
+    bool hasStopper = false;  ///< another one that shuts down; not beside a second emitter
 
     auto operator<=>(const Cast&) const = default;
 };
@@ -105,13 +110,14 @@ struct Model {
         LookForEnd,
         AwaitEndProgress,
         SleepForEnd,
+        AwaitOthersAtStop,
         Done
     };
 
     static constexpr std::uint8_t nobody = 9;
     static constexpr std::size_t deliveringThread = 0;
     static constexpr std::size_t deliverer = 3;
-    static constexpr std::size_t stopper = 3;
+    static constexpr std::size_t stopper = 2;
     static constexpr std::size_t flusher = 4;
 
     Broken broken = Broken::None;
@@ -120,6 +126,7 @@ struct Model {
     std::uint8_t tickets = 0;
     std::uint8_t taken = 0;
     std::uint8_t consumed = 0;
+    std::uint8_t promised = 0;  ///< of those, whose emitting calls have returned
     State state = State::NotRunning;
     std::uint8_t alarm = 0;
     std::uint8_t progress = 0;
@@ -139,6 +146,7 @@ struct Model {
     std::uint8_t myFlush = 0;
     std::uint8_t emittedBeforeFlush = 0;
     std::array<std::uint8_t, 5> left{};
+    std::array<std::uint8_t, 5> ticket{};
     std::array<std::uint8_t, 5> upTo{};
     std::array<std::uint8_t, 5> progressSeen{};
     std::array<std::uint8_t, 5> endedBefore{};
@@ -151,6 +159,9 @@ struct Model {
             at.at(i) = At::Begin;
             left.at(i) = cast.eventsOfEach;
         }
+        if (cast.threadRuns) {
+            StartThread();
+        }
         if (cast.hasDeliverer) {
             at[deliverer] = At::LockBus;
         }
@@ -158,7 +169,13 @@ struct Model {
             at[stopper] = At::LockStop;
         }
         if (cast.hasFlusher) {
-            at[flusher] = cast.flusherShutsDown ? At::BecomeSynchronous : At::LockAsk;
+            at[flusher] = cast.hasFlushed         ? At::LockStop
+                          : cast.flusherShutsDown ? At::BecomeSynchronous
+                                                  : At::LockAsk;
+        }
+        if (cast.hasFlushed) {
+            isAsynchronous = false;
+            std::replace(at.begin(), at.end(), At::Begin, At::DrawTicket);
         }
     }
 
@@ -171,6 +188,9 @@ struct Model {
     std::string Error() const {
         if (at[flusher] == At::FlushIsDone && consumed < emittedBeforeFlush) {
             return "a flush is done before the events are";
+        }
+        if (cast.flusherShutsDown && at[flusher] == At::Done && consumed < promised) {
+            return "a shutdown is done before the events are";
         }
         bool isOver = at[0] == At::Sleep || at[0] == At::Done;
         for (std::size_t i = 1; i < at.size(); ++i) {
@@ -331,10 +351,14 @@ private:
         const auto self = static_cast<std::uint8_t>(thread);
         switch (at.at(thread)) {
             case At::Begin:
+                if (!isAsynchronous) {
+                    ticket.at(thread) = 0;  // it is delivered without one, behind what is queued
+                    return GoTo(thread, At::LockBus);
+                }
                 seen.at(thread) = state;  // too early; counts only where the rule is broken
                 return GoTo(thread, At::DrawTicket);
             case At::DrawTicket:
-                ++tickets;
+                ticket.at(thread) = ++tickets;
                 return GoTo(thread, At::LookAtThread);
             case At::LookAtThread:
                 if (broken != Broken::EmitterLooksAtTheThreadBeforeItHasItsTicket) {
@@ -373,6 +397,11 @@ private:
             case At::Start:
                 // The one before has left its role; what it still says of its end says nothing
                 // else.
+                if (state == State::NotRunning && !isAsynchronous &&
+                    broken != Broken::EmitterStartsAThreadThatIsNotWantedAnyMore) {
+                    startOwner = nobody;
+                    return GoTo(thread, At::LockBus);
+                }
                 if (state == State::NotRunning && at[deliveringThread] == At::TellEnd) {
                     return Step::Waits;
                 }
@@ -406,6 +435,7 @@ private:
     }
 
     Step EndEmission(std::size_t thread) {
+        promised = std::max(promised, ticket.at(thread));
         if (left.at(thread) > 1) {
             --left.at(thread);
             return GoTo(thread, At::Begin);
@@ -494,7 +524,7 @@ private:
             case At::LookAtStop:
                 startOwner = nobody;
                 if (state == State::NotRunning) {
-                    return GoTo(thread, At::Done);
+                    return GoTo(thread, At::AwaitOthersAtStop);
                 }
                 endedBefore.at(thread) = ended;
                 stops = broken != Broken::StopIsNotSaidToTheThread;
@@ -509,12 +539,18 @@ private:
                 progressSeen.at(thread) = progress;
                 return GoTo(thread, At::LookForEnd);
             case At::LookForEnd:
-                return GoTo(thread,
-                            ended != endedBefore.at(thread) ? At::Done : At::AwaitEndProgress);
+                return GoTo(
+                    thread,
+                    ended != endedBefore.at(thread) ? At::AwaitOthersAtStop : At::AwaitEndProgress);
             case At::AwaitEndProgress:
                 return GoTo(
                     thread,
                     progress != progressSeen.at(thread) ? At::ReadEndProgress : At::SleepForEnd);
+            case At::AwaitOthersAtStop:
+                if (busOwner != nobody && broken != Broken::ShutdownDoesNotWaitForOtherDeliveries) {
+                    return Step::Waits;
+                }
+                return GoTo(thread, At::Done);
             default:
                 return Step::Waits;  // asleep until there is progress
         }

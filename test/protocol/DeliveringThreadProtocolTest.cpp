@@ -19,15 +19,30 @@ using testing::IsEmpty;
 using testing::Not;
 
 const std::vector<Cast>& AllCasts() {
+    // The smaller ones first: most broken rules show there.
     static const auto& casts = *new std::vector<Cast>{
         {.emitters = 1, .eventsOfEach = 2},
         {.emitters = 2, .eventsOfEach = 1},
         {.emitters = 1, .eventsOfEach = 2, .hasDeliverer = true},
-        {.emitters = 1, .eventsOfEach = 2, .hasFlusher = true},
-        {.emitters = 1, .eventsOfEach = 2, .hasDeliverer = true, .hasFlusher = true},
         {.emitters = 1, .eventsOfEach = 2, .hasFlusher = true, .flusherShutsDown = true},
+        {.emitters = 1, .eventsOfEach = 2, .hasFlusher = true},
         {.emitters = 2, .eventsOfEach = 1, .hasFlusher = true, .flusherShutsDown = true},
-        {.emitters = 1, .eventsOfEach = 1, .hasFlusher = true, .hasStopper = true}};
+        {.emitters = 1,
+         .eventsOfEach = 1,
+         .hasDeliverer = true,
+         .hasFlusher = true,
+         .flusherShutsDown = true,
+         .threadRuns = true},
+        {.emitters = 1,
+         .eventsOfEach = 1,
+         .hasDeliverer = true,
+         .hasFlusher = true,
+         .flusherShutsDown = true,
+         .threadRuns = true,
+         .hasFlushed = true,
+         .hasStopper = true},
+        {.emitters = 1, .eventsOfEach = 1, .hasFlusher = true, .hasStopper = true},
+        {.emitters = 1, .eventsOfEach = 2, .hasDeliverer = true, .hasFlusher = true}};
     return casts;
 }
 
@@ -61,7 +76,9 @@ INSTANTIATE_TEST_SUITE_P(Each,
                                          Broken::EmitterLooksAtTheThreadBeforeItHasItsTicket,
                                          Broken::EmitterWakesWithoutAlarm,
                                          Broken::EmitterTakesAThreadThatIsOverForOneThatRuns,
+                                         Broken::EmitterStartsAThreadThatIsNotWantedAnyMore,
                                          Broken::FlushDoesNotWaitForOtherDeliveries,
+                                         Broken::ShutdownDoesNotWaitForOtherDeliveries,
                                          Broken::FlushIsAskedOfAThreadWithoutItsMutex,
                                          Broken::FlushRaisesNoAlarm,
                                          Broken::FlushReadsTheProgressAfterItHasLooked,
@@ -77,6 +94,11 @@ TEST_P(BrokenRuleTest, IsNoticed) {
 TEST(DeliveringThreadProtocolTest, AFlushThatDoesNotWaitForOthersIsDoneBeforeItsEventsAre) {
     EXPECT_THAT(FirstError(Broken::FlushDoesNotWaitForOtherDeliveries),
                 HasSubstr("before the events are"));
+}
+
+TEST(DeliveringThreadProtocolTest, AShutdownThatDoesNotWaitForOthersIsDoneBeforeTheEventsAre) {
+    EXPECT_THAT(FirstError(Broken::ShutdownDoesNotWaitForOtherDeliveries),
+                HasSubstr("a shutdown is done before the events are"));
 }
 
 }  // namespace

@@ -309,6 +309,11 @@ bool Flush(const Deadline& deadline) noexcept {
     return true;
 }
 
+bool AwaitDelivery(const Deadline& deadline) noexcept {
+    const cvlsys::DeliveryGuard guard;
+    return Dispatcher::Get().AwaitDeliveryWithin(deadline);
+}
+
 bool IsDelivering() noexcept {
     return t_deliverySide.delivery != nullptr;
 }

@@ -89,6 +89,10 @@ bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);
 /// See `Metrics::Flush`. Where there is no delivering thread, the calling one delivers.
 bool Flush(const Deadline& deadline) noexcept;
 
+/// Waits until what other threads are just delivering has been through all consumers. Whether it
+/// has come in time.
+bool AwaitDelivery(const Deadline& deadline) noexcept;
+
 /// Whether the calling thread is inside of a delivery.
 bool IsDelivering() noexcept;
 

@@ -37,7 +37,8 @@ bool Shutdown(const Deadline& deadline) noexcept {
     // From here on whoever emits delivers by itself, behind what is queued.
     Bus::SetRefusing(false);
     Bus::SetAsynchronous(false);
-    if (Bus::Flush(deadline) && DeliveringThread::Stop(deadline)) {
+    // What others have taken off the queues may still be inside of a consumer when the thread ends.
+    if (Bus::Flush(deadline) && DeliveringThread::Stop(deadline) && Bus::AwaitDelivery(deadline)) {
         return true;
     }
     Bus::SetGivenUp(true);

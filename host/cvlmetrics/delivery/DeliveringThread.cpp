@@ -118,16 +118,12 @@ bool DeliverUntil(uint64 queued) noexcept {
 /// Ends the thread's role unless there is something left to do. Who queues an event and has still
 /// seen the thread running relies on it, so it looks at the tickets after it has said that it ends.
 bool TryToEnd() noexcept {
-    {
-        const std::lock_guard lock(s_startMutex);
-        s_state.store(State::NotRunning, std::memory_order_seq_cst);
-        if (HasEventsOrFlushes()) {
-            s_state.store(State::Awake, std::memory_order_seq_cst);
-            return false;
-        }
+    const std::lock_guard lock(s_startMutex);
+    s_state.store(State::NotRunning, std::memory_order_seq_cst);
+    if (HasEventsOrFlushes()) {
+        s_state.store(State::Awake, std::memory_order_seq_cst);
+        return false;
     }
-    // What others have taken off the queues may still be inside of a consumer.
-    Bus::Dispatcher::Get().AwaitDelivery();
     s_threadsEnded.fetch_add(1, std::memory_order_seq_cst);
     return true;
 }
@@ -195,9 +191,10 @@ bool StartIfNotRunning() noexcept {
     s_flushesDone.store(s_flushesWanted.load(std::memory_order_relaxed), std::memory_order_seq_cst);
 });
 
-bool Start() noexcept {
+// A shutdown may have been and gone between the look at the state and the lock.
+bool StartIfWanted() noexcept {
     const std::lock_guard lock(s_startMutex);
-    return StartIfNotRunning();
+    return IsWanted() && StartIfNotRunning();
 }
 
 /// The number of the flush that was asked for; zero when there is no thread to carry it out.
@@ -237,7 +234,7 @@ bool Notice() noexcept {
     }
     if (state == State::NotRunning) {
         // After a shutdown, who was just queuing an event delivers it before its call returns.
-        return IsWanted() && Start();
+        return IsWanted() && StartIfWanted();
     }
     if (state == State::Napping && EventQueues::HasFreeQuarters(2)) {
         return true;

@@ -213,6 +213,10 @@ void Dispatcher::AwaitDelivery() noexcept {
     m_mutex.unlock();
 }
 
+bool Dispatcher::AwaitDeliveryWithin(const Deadline& deadline) noexcept {
+    return static_cast<bool>(LockWithin(deadline));
+}
+
 void Dispatcher::TidyUp() noexcept {
     if (EventQueues::HasUnused()) {
         m_mutex.LockNext();

@@ -62,6 +62,9 @@ public:
     /// Waits until what other threads are just delivering has been through all consumers.
     void AwaitDelivery() noexcept;
 
+    /// The same until the deadline. False when it has passed.
+    bool AwaitDeliveryWithin(const Deadline& deadline) noexcept;
+
     /// Gives back what the queues of threads that have ended take.
     void TidyUp() noexcept;
 
