@@ -1,4 +1,4 @@
-#include "MetricsText.h"
+#include "BusEvents.h"
 #include "TarnTest.h"
 #include "TaskQueue.h"
 
@@ -93,11 +93,11 @@ protected:
         EXPECT_TRUE(Metrics::Flush(patience));
         std::vector<int64> arrived;
         for (const MetricsEvent& event : m_listener->Events()) {
-            if (tarn::test::Text(event.name) == "\"step\"") {
+            if (event.name == "step") {
                 arrived.push_back(event.value.integer);
             }
             for (const auto& [name, value] : event.pairs) {
-                if (tarn::test::Text(name) == "\"step\"") {
+                if (name == "step") {
                     arrived.push_back(value.integer);
                 }
             }

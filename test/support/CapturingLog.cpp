@@ -2,6 +2,10 @@
 
 #include "EventLine.h"
 
+#include "cvlcoreplatform/host/LoggerControl.h"
+
+#include <utility>
+
 #include <gtest/gtest.h>
 
 namespace tarn::test {
@@ -31,9 +35,22 @@ void CapturingLog::WriteMessage(TLog::Severity severity, const TString& text) {
     }
 }
 
+void CapturingLog::Flush() {
+    ++m_flushes;
+}
+
 std::vector<CapturingLog::Message> CapturingLog::Messages() const {
     const std::lock_guard<std::mutex> guard(m_lock);
     return m_messages;
+}
+
+std::vector<std::string> CapturingLog::MessageTexts() const {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    std::vector<std::string> texts;
+    for (const auto& [severity, text] : m_messages) {
+        texts.push_back(text);
+    }
+    return texts;
 }
 
 std::vector<CapturingLog::SeverityAndEvent> CapturingLog::Events() const {
@@ -49,6 +66,12 @@ void CapturingLog::Clear() {
 
 void CapturingLog::CallOnEach(std::function<void()> action) {
     m_action = std::move(action);
+}
+
+LogCapture::LogCapture() : m_former(TLog::ReplaceBackEnd(m_log)) {}
+
+LogCapture::~LogCapture() {
+    TLog::ReplaceBackEnd(m_former);
 }
 
 }  // namespace tarn::test

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstddef>
+#include <cstdio>
 #include <ostream>
+#include <string_view>
 
 namespace tarn::test {
 
@@ -26,6 +29,29 @@ std::string Quoted(const std::string& text) {
     return quoted + '"';
 }
 
+// UTF-8 has no place for half of a surrogate pair, which must not look like a replacement
+// character.
+std::string Quoted(const TString& text) {
+    const auto isHighHalf = [](char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; };
+    const auto isLowHalf = [](char16_t unit) { return unit >= 0xDC00 && unit < 0xE000; };
+    const std::u16string_view units = text.View();
+    std::string quoted = "\"";
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        const bool isPair = isHighHalf(units[i]) && i + 1 < units.size() && isLowHalf(units[i + 1]);
+        if (!isPair && (isHighHalf(units[i]) || isLowHalf(units[i]))) {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\u%04X", static_cast<unsigned>(units[i]));
+            quoted += escape.data();
+            continue;
+        }
+        const std::size_t length = isPair ? 2 : 1;
+        const std::string character = Quoted(TString(units.substr(i, length)).ToUtf8());
+        quoted += character.substr(1, character.size() - 2);
+        i += length - 1;
+    }
+    return quoted + '"';
+}
+
 std::string OfDouble(double value) {
     std::array<char, 64> buffer{};
     const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value).ptr;
@@ -39,7 +65,7 @@ std::string OfDouble(double value) {
 std::string OfLiteral(const TLog::Literal& literal) {
     switch (literal.GetType()) {
         case TLog::LiteralType::String:
-            return Quoted(literal.GetString().ToUtf8());
+            return Quoted(literal.GetString());
         case TLog::LiteralType::Integer:
             return std::to_string(literal.GetInt());
         case TLog::LiteralType::Double:
@@ -60,7 +86,7 @@ LogValue::LogValue(const char* text) : m_text(Quoted(text)) {}
 
 LogValue::LogValue(const std::string& text) : m_text(Quoted(text)) {}
 
-LogValue::LogValue(const TString& text) : m_text(Quoted(text.ToUtf8())) {}
+LogValue::LogValue(const TString& text) : m_text(Quoted(text)) {}
 
 LogValue::LogValue(double value) : m_text(OfDouble(value)) {}
 

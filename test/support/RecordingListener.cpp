@@ -1,7 +1,5 @@
 #include "RecordingListener.h"
 
-#include "MetricsText.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -9,9 +7,37 @@
 
 namespace tarn::test {
 
+namespace {
+
+bool IsOfContext(const Metrics::MetricsEvent& event, uint64 contextId) {
+    const bool isContextEvent = event.type >= Metrics::MetricsEventType::CreateContext &&
+                                event.type <= Metrics::MetricsEventType::CloseContext;
+    return (isContextEvent ? event.id : event.contextId) == contextId;
+}
+
+}  // namespace
+
+class RecordingListener::Call {
+public:
+    explicit Call(RecordingListener& listener) : m_listener(listener) {
+        if (++m_listener.m_callsAtOnce != 1) {
+            ADD_FAILURE() << "the listener was called while it was being called";
+        }
+    }
+
+    ~Call() { --m_listener.m_callsAtOnce; }
+
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+private:
+    RecordingListener& m_listener;
+};
+
 RecordingListener::~RecordingListener() = default;
 
 void RecordingListener::OnMetricsEvent(const Metrics::MetricsEvent& event) {
+    const Call call(*this);
     {
         const std::lock_guard<std::mutex> guard(m_lock);
         m_events.push_back(event);
@@ -26,16 +52,30 @@ std::vector<Metrics::MetricsEvent> RecordingListener::Events() const {
     return m_events;
 }
 
-std::vector<std::string> RecordingListener::Texts() const {
-    std::vector<std::string> texts;
-    for (const Metrics::MetricsEvent& event : Events()) {
-        texts.push_back(Text(event));
+std::vector<EventContent> RecordingListener::Contents() const {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    std::vector<EventContent> contents;
+    contents.reserve(m_events.size());
+    for (const Metrics::MetricsEvent& event : m_events) {
+        contents.push_back(ContentOf(event));
     }
-    return texts;
+    return contents;
+}
+
+std::vector<EventContent> RecordingListener::ContentsOf(uint64 contextId) const {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    std::vector<EventContent> contents;
+    for (const Metrics::MetricsEvent& event : m_events) {
+        if (IsOfContext(event, contextId)) {
+            contents.push_back(ContentOf(event));
+        }
+    }
+    return contents;
 }
 
 Metrics::MetricsEvent RecordingListener::First(Metrics::MetricsEventType type) const {
-    for (const Metrics::MetricsEvent& event : Events()) {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    for (const Metrics::MetricsEvent& event : m_events) {
         if (event.type == type) {
             return event;
         }
@@ -44,10 +84,24 @@ Metrics::MetricsEvent RecordingListener::First(Metrics::MetricsEventType type) c
     return {};
 }
 
+Metrics::MetricsEvent RecordingListener::Last() const {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    if (m_events.empty()) {
+        ADD_FAILURE() << "no event was delivered";
+        return {};
+    }
+    return m_events.back();
+}
+
+std::size_t RecordingListener::Count() const {
+    const std::lock_guard<std::mutex> guard(m_lock);
+    return m_events.size();
+}
+
 std::size_t RecordingListener::Count(Metrics::MetricsEventType type) const {
-    const std::vector<Metrics::MetricsEvent> events = Events();
+    const std::lock_guard<std::mutex> guard(m_lock);
     return static_cast<std::size_t>(
-        std::count_if(events.begin(), events.end(), [type](const Metrics::MetricsEvent& event) {
+        std::count_if(m_events.begin(), m_events.end(), [type](const Metrics::MetricsEvent& event) {
             return event.type == type;
         }));
 }

@@ -1,7 +1,5 @@
 #include "ScopeTest.h"
 
-#include "MetricsText.h"
-
 #include "tarn/OptTarn.h"
 
 #include "cvlcoreplatform/TString.h"
@@ -28,25 +26,34 @@ std::shared_ptr<ActivityContext> ScopeTest::SomeContext(int traceDepth, int serv
                                              serviceDepth);
 }
 
-std::vector<std::string> ScopeTest::MessageTexts() {
-    std::vector<std::string> texts;
-    for (const auto& [severity, text] : Log().Messages()) {
-        texts.push_back(text);
-    }
-    return texts;
+EventContent ThreadIdEvent() {
+    return SendsValue(u"tid", TSystem::ThreadID());
 }
 
-std::string ThreadIdEvent() {
-    return "NameValue L\"tid\"=" + std::to_string(TSystem::ThreadID());
+Metrics::NameValueList ContextPairs(const ActivityContext& context) {
+    return {{u"traceDepth", context.GetTraceDepth()},
+            {u"sDepth", context.GetServiceDepth()},
+            {u"__root__", context.GetRootId()},
+            {u"activityId", context.GetActivityId()},
+            {u"sponsorId", context.GetSponsorId()},
+            {u"rid", context.GetRequestId()}};
 }
 
-std::string ContextPairs(const ActivityContext& context) {
-    return "L\"traceDepth\"=" + std::to_string(context.GetTraceDepth()) +
-           ", L\"sDepth\"=" + std::to_string(context.GetServiceDepth()) +
-           ", L\"__root__\"=" + Wide(context.GetRootId()) +
-           ", L\"activityId\"=" + Wide(context.GetActivityId()) +
-           ", L\"sponsorId\"=" + Wide(context.GetSponsorId()) +
-           ", L\"rid\"=" + Wide(context.GetRequestId());
+EventContent ZeroMemory() {
+    return SendsPairs(u"memoryAttrs", {{u"ai", 0}, {u"ani", 0}});
+}
+
+EventContent ZeroCpu() {
+    return SendsPairs(u"cpuAttrs", {{u"ki", 0}, {u"ui", 0}});
+}
+
+EventContent StackUnwind() {
+    return SendsPairs(u"resultAttrs",
+                      {{u"rk", u"early-termination"},
+                       {u"type", "stack-unwind"},
+                       {u"msg",
+                        "an exception caused early termination, but the exception details are not "
+                        "accessible in this context."}});
 }
 
 uint64 CurrentMetricsContext() {

@@ -5,6 +5,7 @@
 #include "tarn/ActivityContext.h"
 
 #include "cvlmetrics/Context.h"
+#include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/MemoryTracking.h"
 #include "cvlsys/RefCntObject.h"
@@ -27,26 +28,26 @@ protected:
     static std::shared_ptr<ActivityContext> SomeContext(int traceDepth, int serviceDepth);
 
     /// What was logged as plain text, without the severities.
-    std::vector<std::string> MessageTexts();
+    std::vector<std::string> MessageTexts() { return Log().MessageTexts(); }
 
     Metrics::Context m_context{0, Metrics::Context::Create(true)};
     RefCntPtr<RecordingListener> m_events = Listen();
 };
 
-// ---- What a scope sends, as `Text` writes it
+// ---- What a scope sends
 
 /// The calling thread's id, at the end of a scope.
-std::string ThreadIdEvent();
+EventContent ThreadIdEvent();
 
-/// The six pairs with which a scope tells its identity, without the braces.
-std::string ContextPairs(const ActivityContext& context);
+/// The six pairs with which a scope tells its identity.
+Metrics::NameValueList ContextPairs(const ActivityContext& context);
 
-inline constexpr const char* zeroMemory = "NameValuePairs L\"memoryAttrs\" {L\"ai\"=0, L\"ani\"=0}";
-inline constexpr const char* zeroCpu = "NameValuePairs L\"cpuAttrs\" {L\"ki\"=0, L\"ui\"=0}";
-inline constexpr const char* stackUnwind =
-    "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"early-termination\", L\"type\"=\"stack-unwind\", "
-    "L\"msg\"=\"an exception caused early termination, but the exception details are not "
-    "accessible in this context.\"}";
+/// The figures of a scope in which nothing is tracked.
+EventContent ZeroMemory();
+EventContent ZeroCpu();
+
+/// That an exception ended the scope.
+EventContent StackUnwind();
 
 // ---- The calling thread
 

@@ -163,7 +163,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, WhenReopeningFailsLinesGoOnIntoTheFileThat
 }
 
 TEST_F(CorePlatformLogFileUpkeepTest, ABackEndWithoutAFileRefuses) {
-    ReplaceBackEnd(std::make_shared<LogTest::RecordingBackEnd>());
+    ReplaceBackEnd(std::make_shared<tarn::test::CapturingLog>());
     EXPECT_FALSE(RotateLog());
     EXPECT_FALSE(ReopenLog());
 

@@ -31,9 +31,10 @@ namespace {
 using namespace std::chrono_literals;
 using namespace TLog;
 using LogTest::LinesIn;
-using LogTest::RecordingBackEnd;
+using tarn::test::CapturingLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 
 /// Does what the test wants with every message.
 class ScriptedBackEnd : public LogBackEnd {
@@ -53,8 +54,8 @@ private:
 
 class CorePlatformLoggerTest : public LogTest::LoggerTest {
 protected:
-    std::shared_ptr<RecordingBackEnd> Record() {
-        auto backEnd = std::make_shared<RecordingBackEnd>();
+    std::shared_ptr<CapturingLog> Record() {
+        auto backEnd = std::make_shared<CapturingLog>();
         ReplaceBackEnd(backEnd);
         return backEnd;
     }
@@ -85,7 +86,10 @@ TEST_F(CorePlatformLoggerTest, TheBackEndSeesEventsAndMessagesWithTheirSeverity)
     Logger::Get().Log(Info, Event(u"e", nullptr));
     Logger::Get().LogMessage(Fatal, TString(u"m"));
 
-    EXPECT_THAT(backEnd->Records(), ElementsAre("2 event e", "5 message m"));
+    ASSERT_EQ(backEnd->Events().size(), 1U);
+    EXPECT_EQ(backEnd->Events()[0].first, Info);
+    EXPECT_EQ(backEnd->Events()[0].second.GetName(), TString(u"e"));
+    EXPECT_THAT(backEnd->Messages(), ElementsAre(Pair(Fatal, "m")));
 }
 
 TEST_F(CorePlatformLoggerTest, WhatIsLessSevereThanTheThresholdIsDropped) {
@@ -101,7 +105,8 @@ TEST_F(CorePlatformLoggerTest, WhatIsLessSevereThanTheThresholdIsDropped) {
         }
     }
 
-    EXPECT_EQ(backEnd->Records().size(), 2u * (6 + 3 + 1));
+    EXPECT_EQ(backEnd->Messages().size(), 6U + 3 + 1);
+    EXPECT_EQ(backEnd->Events().size(), 6U + 3 + 1);
 }
 
 TEST_F(CorePlatformLoggerTest, AThresholdBeyondTheSeveritiesIsTheNearestOfThem) {
@@ -126,7 +131,8 @@ TEST_F(CorePlatformLoggerTest, WithoutABackEndNothingIsEnabledAndTheThresholdIsK
     const auto backEnd = Record();
     EXPECT_TRUE(Logger::Get().IsEnabled(Warn));
     EXPECT_FALSE(Logger::Get().IsEnabled(Info));
-    EXPECT_THAT(backEnd->Records(), IsEmpty());
+    EXPECT_THAT(backEnd->Messages(), IsEmpty());
+    EXPECT_THAT(backEnd->Events(), IsEmpty());
 }
 
 TEST_F(CorePlatformLoggerTest, ASeverityForNonErrorsStandsForItsSeverity) {
@@ -134,12 +140,12 @@ TEST_F(CorePlatformLoggerTest, ASeverityForNonErrorsStandsForItsSeverity) {
 
     Logger::Get().LogMessage(NonErrorSeverity(Warn), TString(u"m"));
 
-    EXPECT_THAT(backEnd->Records(), ElementsAre("3 message m"));
+    EXPECT_THAT(backEnd->Messages(), ElementsAre(Pair(Warn, "m")));
 }
 
 TEST_F(CorePlatformLoggerTest, ReplacingReturnsTheFormerBackEnd) {
     const auto first = Record();
-    const auto second = std::make_shared<RecordingBackEnd>();
+    const auto second = std::make_shared<CapturingLog>();
 
     EXPECT_EQ(ReplaceBackEnd(second), first);
     EXPECT_EQ(ReplaceBackEnd(nullptr), second);

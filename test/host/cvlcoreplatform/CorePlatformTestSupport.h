@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CapturingLog.h"
 #include "TemporaryFolder.h"
 
 #include "cvlcoreplatform/TLog.h"
@@ -18,32 +19,6 @@
 
 /// What the tests of the logger and its files have in common.
 namespace LogTest {
-
-/// Keeps what the logger hands over: "info event e", "warn message m".
-class RecordingBackEnd : public TLog::LogBackEnd {
-public:
-    void Write(TLog::Severity severity, const TLog::Event& event) override {
-        Record(severity, "event", event.GetName());
-    }
-
-    void WriteMessage(TLog::Severity severity, const TString& text) override {
-        Record(severity, "message", text);
-    }
-
-    std::vector<std::string> Records() const {
-        const std::lock_guard lock(m_mutex);
-        return m_records;
-    }
-
-private:
-    void Record(TLog::Severity severity, const char* kind, const TString& text) {
-        const std::lock_guard lock(m_mutex);
-        m_records.push_back(std::to_string(severity) + " " + kind + " " + text.ToUtf8());
-    }
-
-    mutable std::mutex m_mutex;
-    std::vector<std::string> m_records;
-};
 
 /// Restores the logger's set-up, and tells how its figures have changed since the test began.
 class LoggerTest : public testing::Test {

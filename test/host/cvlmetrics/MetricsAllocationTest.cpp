@@ -1,4 +1,5 @@
 #include "AllocationCounter.h"
+#include "CountingListener.h"
 #include "MetricsTestSupport.h"
 
 #include "cvlmetrics/host/Statistics.h"
@@ -24,16 +25,11 @@ using MetricsTest::CurrentContextId;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
 using tarn::test::AllocationCounter;
+using tarn::test::Closes;
+using tarn::test::CountingListener;
 using tarn::test::MemoryThatRunsOut;
+using tarn::test::Opens;
 using testing::ElementsAre;
-
-/// Is called and keeps nothing.
-class NullListener : public Metrics::IMetricsListener {
-public:
-    void OnMetricsEvent(const MetricsEvent&) override { ++calls; }
-
-    int calls = 0;
-};
 
 class MetricsAllocationTest : public MetricsTest::MetricsBusTest {
 protected:
@@ -58,14 +54,14 @@ TEST_F(MetricsAllocationTest, TheProgramCountsAllocations) {
 }
 
 TEST_F(MetricsAllocationTest, DeliveringAllocatesNothing) {
-    const RefCntPtr<NullListener> listener = new NullListener;
+    const RefCntPtr<CountingListener> listener = new CountingListener;
     const Subscription subscription(*listener, flagTracing, false);
     const CurrentContext context;
-    listener->calls = 0;
+    listener->Clear();
 
     EXPECT_EQ(AllocationsOf([this] { OpenEmitAndClose(); }), 0U);
 
-    EXPECT_EQ(listener->calls, 3);
+    EXPECT_EQ(listener->Count(), 3);
 }
 
 TEST_F(MetricsAllocationTest, NothingIsAllocatedWhenNobodyListens) {
@@ -109,7 +105,7 @@ TEST_F(MetricsAllocationTest, AnEventThatFindsNoMemoryToWaitInIsLostAndCounted) 
     const uint64 before = Metrics::GetBusStatistics().lostEvents;
     bool hasThrown = false;
     bool isOpen = true;
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             Scope inner(flagTracing);
             const MemoryThatRunsOut memory(0);
@@ -120,14 +116,14 @@ TEST_F(MetricsAllocationTest, AnEventThatFindsNoMemoryToWaitInIsLostAndCounted) 
             }
             isOpen = inner.IsOpen();
         }
-    };
+    });
 
     MetricsTest::Work("outer");
 
     EXPECT_TRUE(hasThrown);
     EXPECT_FALSE(isOpen) << "it would send an end without a beginning";
     EXPECT_EQ(Metrics::GetBusStatistics().lostEvents, before + 1);
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open outer", "close outer"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("outer"), Closes("outer")));
 }
 
 TEST_F(MetricsAllocationTest, ADestructorThatFindsNoMemoryCountsAndGoesOn) {
@@ -139,23 +135,23 @@ TEST_F(MetricsAllocationTest, ADestructorThatFindsNoMemoryCountsAndGoesOn) {
     scope->SetPostScopeCloseEvents({Metrics::MetricsCloseScopeActions{0}});
     auto other = std::make_unique<CurrentContext>();
     other->Get().DetachFromThread();
-    m_listener->events.clear();
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->Clear();
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             const MemoryThatRunsOut memory(0);
             scope.reset();
             other.reset();
         }
-    };
+    });
 
     MetricsTest::Work("outer");
 
     EXPECT_EQ(Metrics::GetBusStatistics().lostEvents, before + 3);
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open outer", "close outer"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("outer"), Closes("outer")));
 }
 
 TEST_F(MetricsAllocationTest, WhereverOpeningAContextRunsOutOfMemoryItsEndIsClean) {
-    const RefCntPtr<NullListener> listener = new NullListener;
+    const RefCntPtr<CountingListener> listener = new CountingListener;
     const Subscription subscription(*listener, flagTracing, false);
     const uint64 outside = CurrentContextId();
 
@@ -200,11 +196,11 @@ TEST_F(MetricsAllocationTest, AConsumerThatRunsOutOfMemoryIsCountedAsAnException
     const CurrentContext context;
     const Subscription subscription(*m_listener, flagTracing, false);
     const uint64 before = Metrics::GetBusStatistics().consumerExceptions;
-    m_listener->reaction = [](const MetricsEvent& event) {
+    m_listener->CallOnEach([](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             throw std::bad_alloc();
         }
-    };
+    });
 
     EXPECT_NO_THROW(MetricsTest::Work("query"));
 

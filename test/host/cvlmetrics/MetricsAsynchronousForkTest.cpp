@@ -29,6 +29,12 @@ using MetricsTest::patience;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
 using std::chrono::milliseconds;
+using tarn::test::Closes;
+using tarn::test::EventContent;
+using tarn::test::IsOfType;
+using tarn::test::LogCapture;
+using tarn::test::Opens;
+using tarn::test::SendsValue;
 using tarn::test::SucceedsInChild;
 using testing::Contains;
 
@@ -40,10 +46,10 @@ TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDelivers
     }
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> opened{0};
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         opened += event.type == MetricsEventType::OpenScope ? 1 : 0;
         std::this_thread::sleep_for(milliseconds{1});
-    };
+    });
     const CurrentContext context;
     for (int i = 0; i < 30; ++i) {
         Work("parents");
@@ -71,11 +77,11 @@ TEST_F(MetricsAsynchronousForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWere
     std::atomic<int> opened{0};
     std::atomic<int> closed{0};
     const Subscription subscription(*m_listener, flagTracing, false);
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         opened += event.type == MetricsEventType::OpenScope ? 1 : 0;
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
-        m_listener->events.clear();
-    };
+        m_listener->Clear();
+    });
     const CurrentContext context;
     std::atomic<bool> isOver{false};
     std::vector<std::thread> emitters;
@@ -111,18 +117,18 @@ TEST_F(MetricsAsynchronousForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWere
 TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<pid_t> child{-1};
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::OpenScope) {
             child = tarn::test::StartChild([] {});
         }
-    };
+    });
     const CurrentContext context;
 
     Work("query");
     FlushAll();
 
     EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
-    EXPECT_THAT(m_listener->Descriptions(), Contains("close query"));
+    EXPECT_THAT(m_listener->Contents(), Contains(Closes("query")));
 }
 
 TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAll) {
@@ -130,11 +136,11 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAl
     constexpr int works = 30;  // as many as a queue has room for
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<bool> isSlow{true};
-    m_listener->reaction = [&](const MetricsEvent&) {
+    m_listener->CallOnEach([&](const MetricsEvent&) {
         if (isSlow) {
             std::this_thread::sleep_for(milliseconds{1});
         }
-    };
+    });
     // Each keeps its queue until the fork is over.
     std::atomic<int> haveEmitted{0};
     std::vector<std::thread> emitters;
@@ -165,35 +171,33 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAl
     FlushAll();
 
     EXPECT_TRUE(isInTime);
-    EXPECT_GE(m_listener->Descriptions().size(), std::size_t{2} * threads * works);
+    EXPECT_GE(m_listener->Contents().size(), std::size_t{2} * threads * works);
 }
 
-/// Keeps the messages; only one thread logs.
-class KeepingBackEnd : public TLog::LogBackEnd {
-public:
-    void Write(TLog::Severity, const TLog::Event&) override {}
-
-    void WriteMessage(TLog::Severity, const TString& text) override {
-        messages.push_back(text.ToUtf8());
+std::string WhatHappens(const MetricsEvent& event) {
+    switch (event.type) {
+        case MetricsEventType::OpenScope:
+            return "opens " + *event.name.utf8;
+        case MetricsEventType::CloseScope:
+            return "closes " + *event.name.utf8;
+        default:
+            return "something else";
     }
-
-    std::vector<std::string> messages;
-};
+}
 
 TEST_F(MetricsAsynchronousForkTest, AChildKnowsWhatIsOpenOnItsThreadAndDoesNotSayItAgain) {
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
-    const auto log = std::make_shared<KeepingBackEnd>();
-    const auto former = TLog::ReplaceBackEnd(log);
+    const LogCapture log;
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<bool> isSlow{true};
-    m_listener->reaction = [&](const MetricsEvent& event) {
-        TLog::Logger::Get().LogMessage(TLog::Warn, TString(MetricsTest::Describe(event)));
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
+        TLog::Logger::Get().LogMessage(TLog::Warn, TString(WhatHappens(event)));
         if (isSlow) {
             std::this_thread::sleep_for(milliseconds{10});
         }
-    };
+    });
     const CurrentContext context;
     Metrics::Scope begun(flagTracing);
     begun.OpenImpl("begun");
@@ -217,36 +221,33 @@ TEST_F(MetricsAsynchronousForkTest, AChildKnowsWhatIsOpenOnItsThreadAndDoesNotSa
 
     const bool isWell = SucceedsInChild([&] {
         isSlow = false;
-        const std::size_t known = m_listener->events.size();
-        const std::size_t said = log->messages.size();
+        const std::size_t known = m_listener->Count();
+        const std::size_t said = log->Messages().size();
         Work("childs");
         if (!Metrics::Flush(patience)) {
             return false;
         }
-        std::vector<std::string> heard = m_listener->Descriptions();
+        std::vector<EventContent> heard = m_listener->Contents();
         heard.erase(heard.begin(), heard.begin() + static_cast<std::ptrdiff_t>(known));
-        const std::vector<std::string> told(
-            log->messages.begin() + static_cast<std::ptrdiff_t>(said), log->messages.end());
+        std::vector<std::string> told = log->MessageTexts();
+        told.erase(told.begin(), told.begin() + static_cast<std::ptrdiff_t>(said));
         EXPECT_THAT(heard,
-                    testing::ElementsAre("close begun",
-                                         "open outer",
-                                         testing::StartsWith("value large="),
-                                         testing::StartsWith("attribute tid="),
-                                         "open childs",
-                                         "close childs"));
-        EXPECT_THAT(told,
-                    testing::ElementsAre(
-                        testing::StartsWith("attribute tid="), "open childs", "close childs"));
+                    testing::ElementsAre(Closes("begun"),
+                                         Opens("outer"),
+                                         SendsValue("large", large),
+                                         IsOfType(MetricsEventType::Attribute),
+                                         Opens("childs"),
+                                         Closes("childs")));
+        EXPECT_THAT(told, testing::ElementsAre("something else", "opens childs", "closes childs"));
         return !testing::Test::HasFailure();
     });
     isSlow = false;
     FlushAll();
-    m_listener->reaction = nullptr;
-    TLog::ReplaceBackEnd(former);
+    m_listener->CallOnEach({});
 
     EXPECT_TRUE(isWell);
-    EXPECT_THAT(log->messages, Contains("open outer").Times(1));
-    EXPECT_THAT(log->messages, Contains("close ended").Times(1));
+    EXPECT_THAT(log->MessageTexts(), Contains("opens outer").Times(1));
+    EXPECT_THAT(log->MessageTexts(), Contains("closes ended").Times(1));
 }
 
 TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForAListenerThatHangsAndTheChildMayAddAnother) {
@@ -268,13 +269,13 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForAListenerThatHangsAndTheC
         const Subscription childs(*another, flagTracing, false);
         Work("childs");
         return isAlone && Metrics::Flush(patience) &&
-               another->Descriptions() == std::vector<std::string>{"open childs", "close childs"};
+               another->Contents() == std::vector<EventContent>{Opens("childs"), Closes("childs")};
     });
     m_gate.Open();
     FlushAll();
 
     EXPECT_TRUE(isWell);
-    EXPECT_THAT(m_listener->Descriptions(), Contains("close hangs"));
+    EXPECT_THAT(m_listener->Contents(), Contains(Closes("hangs")));
 }
 
 TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForALogThatHangsAndTheChildMaySetAnother) {

@@ -117,7 +117,7 @@ TEST_F(MetricsAsynchronousTest, AContextThatWandersBetweenThreadsKeepsTheOrderOf
     WanderingContexts().Run();
     FlushAll();
 
-    const auto [steps, outOfOrder] = CountSteps(m_listener->events);
+    const auto [steps, outOfOrder] = CountSteps(m_listener->Events());
     EXPECT_GT(steps, 1000U);
     EXPECT_EQ(outOfOrder, 0U);
 }
@@ -132,8 +132,8 @@ TEST_F(MetricsAsynchronousTest, TheOrderNeedsNoClock) {
     }
     Metrics::SetClock(nullptr);
 
-    EXPECT_EQ(CountSteps(m_listener->events).second, 0U);
-    EXPECT_EQ(m_listener->events.back().time, 7);
+    EXPECT_EQ(CountSteps(m_listener->Events()).second, 0U);
+    EXPECT_EQ(m_listener->Last().time, 7);
 }
 
 TEST_F(MetricsAsynchronousTest, TheOrderHoldsWhileTheWayOfDeliveryChanges) {
@@ -158,7 +158,7 @@ TEST_F(MetricsAsynchronousTest, TheOrderHoldsWhileTheWayOfDeliveryChanges) {
     switcher.join();
     FlushAll();
 
-    EXPECT_EQ(CountSteps(m_listener->events).second, 0U);
+    EXPECT_EQ(CountSteps(m_listener->Events()).second, 0U);
     EXPECT_EQ(Metrics::GetBusStatistics().lostEvents, lostBefore);
 }
 

@@ -35,17 +35,27 @@ using MetricsTest::patience;
 using MetricsTest::smallQueue;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::AnnouncesThread;
+using tarn::test::Closes;
+using tarn::test::CreatesContext;
+using tarn::test::EventContent;
 using tarn::test::OnAnotherThread;
+using tarn::test::Opens;
+using tarn::test::OpensContext;
+using tarn::test::PostCloses;
+using tarn::test::SendsPairs;
+using tarn::test::SendsSupplement;
+using tarn::test::SendsValue;
 using testing::Contains;
 using testing::ElementsAre;
 
 TEST_F(MetricsAsynchronousTest, EventsArriveInOrderOnAThreadOfTheBus) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::thread::id deliverer;
-    m_listener->reaction = [&](const MetricsEvent&) { deliverer = std::this_thread::get_id(); };
+    m_listener->CallOnEach([&](const MetricsEvent&) { deliverer = std::this_thread::get_id(); });
     const CurrentContext context;
     FlushAll();
-    m_listener->events.clear();
+    m_listener->Clear();
 
     {
         Scope scope(flagTracing);
@@ -58,12 +68,13 @@ TEST_F(MetricsAsynchronousTest, EventsArriveInOrderOnAThreadOfTheBus) {
     FlushAll();
 
     EXPECT_NE(deliverer, std::this_thread::get_id());
-    EXPECT_THAT(m_listener->DescriptionsOf(context.Id()),
-                ElementsAre("open query(text=select, rows=3, done=true, x=0.500000)",
-                            "value rows=4",
-                            "supplement log(step=\u00e9)",
-                            "close query",
-                            "post-close query 0"));
+    EXPECT_THAT(
+        m_listener->ContentsOf(context.Id()),
+        ElementsAre(Opens("query", {{"text", "select"}, {u"rows", 3}, {"done", true}, {"x", 0.5}}),
+                    SendsValue("rows", 4),
+                    SendsSupplement("log", {{"step", u"\u00e9"}}),
+                    Closes("query"),
+                    PostCloses("query")));
 }
 
 TEST_F(MetricsAsynchronousTest, WhatAScopeSaysAtItsEndArrivesInOrderBeforeTheEnd) {
@@ -80,19 +91,22 @@ TEST_F(MetricsAsynchronousTest, WhatAScopeSaysAtItsEndArrivesInOrderBeforeTheEnd
     FlushAll();
 
     EXPECT_FALSE(isOpen);
-    const std::vector<std::string> all = m_listener->DescriptionsOf(context.Id());
-    const std::vector<std::string> ofScope(all.size() < 4 ? all.begin() : all.end() - 4, all.end());
-    EXPECT_THAT(
-        ofScope,
-        ElementsAre("open query", "value tid=7", "list memory(bytes=5, calls=1)", "close query"));
+    const std::vector<EventContent> all = m_listener->ContentsOf(context.Id());
+    const std::vector<EventContent> ofScope(all.size() < 4 ? all.begin() : all.end() - 4,
+                                            all.end());
+    EXPECT_THAT(ofScope,
+                ElementsAre(Opens("query"),
+                            SendsValue("tid", 7),
+                            SendsPairs("memory", {{"bytes", 5}, {"calls", 1}}),
+                            Closes("query")));
 }
 
 TEST_F(MetricsAsynchronousTest, MoreAtTheEndOfAScopeThanTheQueueHoldsWaitsForRoom) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<uint64> arrived{0};
-    m_listener->reaction = [&arrived](const MetricsEvent& event) {
+    m_listener->CallOnEach([&arrived](const MetricsEvent& event) {
         arrived += event.type == MetricsEventType::NameValue ? 1 : 0;
-    };
+    });
 
     OnAnotherThread([] {
         const CurrentContext context;
@@ -125,7 +139,7 @@ TEST_F(MetricsAsynchronousTest, WhatAConsumerKeepsOfAnEventStaysAsItWas) {
     const Subscription subscription(*m_listener, flagTracing, false);
     const CurrentContext context;
     FlushAll();
-    m_listener->events.clear();
+    m_listener->Clear();
 
     Scope scope(flagTracing);
     scope.OpenImpl("query");
@@ -135,20 +149,22 @@ TEST_F(MetricsAsynchronousTest, WhatAConsumerKeepsOfAnEventStaysAsItWas) {
         FlushAll();
     }
 
-    std::vector<std::string> texts = m_listener->DescriptionsOf(context.Id());
-    texts.erase(std::remove_if(texts.begin(),
-                               texts.end(),
-                               [](const std::string& text) { return text.rfind("value", 0) != 0; }),
-                texts.end());
-    EXPECT_THAT(texts,
-                ElementsAre("value text=one",
-                            "value wide=one",
-                            "value text=two",
-                            "value wide=two",
-                            "value text=a text that is longer than most",
-                            "value wide=a text that is longer than most",
-                            "value text=six",
-                            "value wide=six"));
+    std::vector<EventContent> values = m_listener->ContentsOf(context.Id());
+    values.erase(std::remove_if(values.begin(),
+                                values.end(),
+                                [](const EventContent& event) {
+                                    return event.type != MetricsEventType::NameValue;
+                                }),
+                 values.end());
+    EXPECT_THAT(values,
+                ElementsAre(SendsValue("text", "one"),
+                            SendsValue(u"wide", u"one"),
+                            SendsValue("text", "two"),
+                            SendsValue(u"wide", u"two"),
+                            SendsValue("text", "a text that is longer than most"),
+                            SendsValue(u"wide", u"a text that is longer than most"),
+                            SendsValue("text", "six"),
+                            SendsValue(u"wide", u"six")));
 }
 
 TEST_F(MetricsAsynchronousTest, AnEventIsStampedWhenItIsEmitted) {
@@ -163,9 +179,9 @@ TEST_F(MetricsAsynchronousTest, AnEventIsStampedWhenItIsEmitted) {
     m_gate.Open();
     FlushAll();
 
-    ASSERT_GE(m_listener->events.size(), 2U);
-    EXPECT_GE(m_listener->events[m_listener->events.size() - 2].time, before);
-    EXPECT_LE(m_listener->events.back().time, after);
+    ASSERT_GE(m_listener->Count(), 2U);
+    EXPECT_GE(m_listener->Events()[m_listener->Count() - 2].time, before);
+    EXPECT_LE(m_listener->Last().time, after);
 }
 
 TEST_F(MetricsAsynchronousTest, WhatNoQueueTakesAsItIsArrivesAllTheSame) {
@@ -187,10 +203,11 @@ TEST_F(MetricsAsynchronousTest, WhatNoQueueTakesAsItIsArrivesAllTheSame) {
     FlushAll();
 
     std::vector<MetricsEvent> ofScope;
-    std::copy_if(m_listener->events.begin(),
-                 m_listener->events.end(),
-                 std::back_inserter(ofScope),
-                 [](const MetricsEvent& event) { return event.id != 0 && event.flags != 0; });
+    const std::vector<MetricsEvent> all = m_listener->Events();
+    std::copy_if(
+        all.begin(), all.end(), std::back_inserter(ofScope), [](const MetricsEvent& event) {
+            return event.id != 0 && event.flags != 0;
+        });
     ASSERT_EQ(ofScope.size(), 5U);
     EXPECT_EQ(*ofScope[0].pairs.at(0).second.utf8, large);
     EXPECT_EQ(ofScope[1].value.type, 77U);
@@ -215,7 +232,7 @@ TEST_F(MetricsAsynchronousTest, RecordsOfEverySizeGoRoundTheRing) {
     FlushAll();
 
     std::vector<std::size_t> arrived;
-    for (const MetricsEvent& event : m_listener->events) {
+    for (const MetricsEvent& event : m_listener->Events()) {
         if (event.type == MetricsEventType::NameValue) {
             arrived.push_back(event.value.utf8->size());
             EXPECT_EQ(event.value.utf8->find_first_not_of('y'), std::string::npos);
@@ -236,7 +253,7 @@ TEST_F(MetricsAsynchronousTest, AnIntegerThatIsTooLargeArrivesAsItsDigits) {
     FlushAll();
 
     std::vector<std::string> texts;
-    for (const MetricsEvent& event : m_listener->events) {
+    for (const MetricsEvent& event : m_listener->Events()) {
         if (event.type == MetricsEventType::NameValue) {
             texts.push_back(*event.value.utf8);
         }
@@ -246,31 +263,31 @@ TEST_F(MetricsAsynchronousTest, AnIntegerThatIsTooLargeArrivesAsItsDigits) {
 
 TEST_F(MetricsAsynchronousTest, WhatAConsumerEmitsArrivesAfterTheEventThatItAnswers) {
     const Subscription subscription(*m_listener, flagTracing, false);
-    m_listener->reaction = [](const MetricsEvent& event) {
+    m_listener->CallOnEach([](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope && *event.name.utf8 == "query") {
             const CurrentContext own;
             Work("answer");
         }
-    };
+    });
     const CurrentContext context;
 
     Work("query");
     FlushAll();
 
-    const std::vector<std::string> all = m_listener->Descriptions();
-    const auto query = std::find(all.begin(), all.end(), "open query");
+    const std::vector<EventContent> all = m_listener->Contents();
+    const auto query = std::find(all.begin(), all.end(), Opens("query"));
     ASSERT_NE(query, all.end());
-    EXPECT_THAT(std::vector<std::string>(query + 1, all.end()), Contains("open answer"));
-    EXPECT_EQ(all.back(), "close query");
+    EXPECT_THAT(std::vector<EventContent>(query + 1, all.end()), Contains(Opens("answer")));
+    EXPECT_EQ(all.back(), Closes("query"));
 }
 
 TEST_F(MetricsAsynchronousTest, AConsumerThatThrowsIsCountedAndGetsTheNextEvent) {
     const Subscription subscription(*m_listener, flagTracing, false);
-    m_listener->reaction = [](const MetricsEvent& event) {
+    m_listener->CallOnEach([](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             throw std::runtime_error("no");
         }
-    };
+    });
     const CurrentContext context;
     const uint64 before = Metrics::GetBusStatistics().consumerExceptions;
 
@@ -278,7 +295,7 @@ TEST_F(MetricsAsynchronousTest, AConsumerThatThrowsIsCountedAndGetsTheNextEvent)
     FlushAll();
 
     EXPECT_EQ(Metrics::GetBusStatistics().consumerExceptions, before + 1);
-    EXPECT_EQ(m_listener->Descriptions().back(), "close query");
+    EXPECT_EQ(m_listener->Contents().back(), Closes("query"));
 }
 
 TEST_F(MetricsAsynchronousTest, AThreadWhoseQueueIsFullWaitsAndLosesNothing) {
@@ -289,11 +306,11 @@ TEST_F(MetricsAsynchronousTest, AThreadWhoseQueueIsFullWaitsAndLosesNothing) {
         return Metrics::GetBusStatistics().waits > waitsBefore;
     };
     // Slower than any emitter, until one had to wait for it.
-    m_listener->reaction = [hasWaited](const MetricsEvent&) {
+    m_listener->CallOnEach([hasWaited](const MetricsEvent&) {
         if (!hasWaited()) {
             std::this_thread::sleep_for(std::chrono::milliseconds{1});
         }
-    };
+    });
     int scopes = 0;
     OnAnotherThread([&] {
         const CurrentContext context;
@@ -303,9 +320,9 @@ TEST_F(MetricsAsynchronousTest, AThreadWhoseQueueIsFullWaitsAndLosesNothing) {
     });
     FlushAll();
 
-    const std::vector<std::string> all = m_listener->Descriptions();
-    EXPECT_EQ(std::count(all.begin(), all.end(), "open query"), scopes);
-    EXPECT_EQ(std::count(all.begin(), all.end(), "close query"), scopes);
+    const std::vector<EventContent> all = m_listener->Contents();
+    EXPECT_EQ(std::count(all.begin(), all.end(), Opens("query")), scopes);
+    EXPECT_EQ(std::count(all.begin(), all.end(), Closes("query")), scopes);
     EXPECT_GT(Metrics::GetBusStatistics().waits, waitsBefore);
     EXPECT_GT(Metrics::GetBusStatistics().waitedNanoseconds, waitedBefore);
     EXPECT_GT(Metrics::GetBusStatistics().highestQueueFill, smallQueue / 2);
@@ -330,10 +347,10 @@ TEST_F(MetricsAsynchronousTest, AConsumerCannotWaitForItself) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::optional<bool> isFlushed;
     std::optional<bool> isShutDown;
-    m_listener->reaction = [&](const MetricsEvent&) {
+    m_listener->CallOnEach([&](const MetricsEvent&) {
         isFlushed = Metrics::Flush(patience);
         isShutDown = Metrics::Shutdown(patience);
-    };
+    });
     { const CurrentContext context; }
     FlushAll();
 
@@ -347,18 +364,18 @@ TEST_F(MetricsAsynchronousTest, AfterShutdownEventsAreDeliveredAtOnce) {
     Work("before");
 
     EXPECT_TRUE(Metrics::Shutdown(patience));
-    const std::size_t afterShutdown = m_listener->events.size();
+    const std::size_t afterShutdown = m_listener->Count();
     Work("after");
 
-    EXPECT_EQ(m_listener->events.size(), afterShutdown + 2);
-    EXPECT_THAT(m_listener->DescriptionsOf(context.Id()),
-                ElementsAre("create context",
-                            "open context",
-                            "attribute tid=" + std::to_string(gettid()),
-                            "open before",
-                            "close before",
-                            "open after",
-                            "close after"));
+    EXPECT_EQ(m_listener->Count(), afterShutdown + 2);
+    EXPECT_THAT(m_listener->ContentsOf(context.Id()),
+                ElementsAre(CreatesContext(),
+                            OpensContext(),
+                            AnnouncesThread(static_cast<uint64>(gettid())),
+                            Opens("before"),
+                            Closes("before"),
+                            Opens("after"),
+                            Closes("after")));
 }
 
 // A thread that has begun to queue an event before the shutdown may do so after the delivering
@@ -368,10 +385,10 @@ TEST_F(MetricsAsynchronousTest, AShutdownSucceedsWhileThreadsEmit) {
     constexpr int threadCount = 3;
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<uint64> closed{0};
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
-        m_listener->events.clear();
-    };
+        m_listener->Clear();
+    });
     std::atomic<bool> isOver{false};
     std::atomic<uint64> ended{0};
     std::vector<std::thread> threads;
@@ -431,7 +448,7 @@ TEST_F(MetricsAsynchronousTest, DeliveryBeginsAnewAfterAShutdown) {
 
     Choose(WhenQueueIsFull::Wait);
     std::thread::id deliverer;
-    m_listener->reaction = [&](const MetricsEvent&) { deliverer = std::this_thread::get_id(); };
+    m_listener->CallOnEach([&](const MetricsEvent&) { deliverer = std::this_thread::get_id(); });
     { const CurrentContext context; }
     FlushAll();
 
@@ -448,7 +465,7 @@ TEST_F(MetricsAsynchronousTest, AConsumerGetsWhatWasEmittedBeforeItIsRemoved) {
         Work("query");
     }
 
-    EXPECT_THAT(m_listener->Descriptions(), Contains("close query"));
+    EXPECT_THAT(m_listener->Contents(), Contains(Closes("query")));
 }
 
 TEST_F(MetricsAsynchronousTest, AConsumerGetsNothingThatWasEmittedBeforeItCame) {
@@ -461,7 +478,7 @@ TEST_F(MetricsAsynchronousTest, AConsumerGetsNothingThatWasEmittedBeforeItCame) 
     Work("after");
     FlushAll();
 
-    EXPECT_THAT(newcomer->Descriptions(), ElementsAre("open after", "close after"));
+    EXPECT_THAT(newcomer->Contents(), ElementsAre(Opens("after"), Closes("after")));
 }
 
 TEST_F(MetricsAsynchronousTest, AConsumerThatHangsIsRemovedOnceItReturns) {
@@ -476,7 +493,7 @@ TEST_F(MetricsAsynchronousTest, AConsumerThatHangsIsRemovedOnceItReturns) {
     m_gate.Open();
     FlushAll();
 
-    EXPECT_EQ(m_listener->events.size(), whenRemoved);
+    EXPECT_EQ(m_listener->Count(), whenRemoved);
 }
 
 TEST_F(MetricsAsynchronousTest, ThreadsThatComeAndGoShareTheirQueues) {
@@ -490,8 +507,8 @@ TEST_F(MetricsAsynchronousTest, ThreadsThatComeAndGoShareTheirQueues) {
     }
     FlushAll();
 
-    const std::vector<std::string> all = m_listener->Descriptions();
-    EXPECT_EQ(std::count(all.begin(), all.end(), "close query"), 300);
+    const std::vector<EventContent> all = m_listener->Contents();
+    EXPECT_EQ(std::count(all.begin(), all.end(), Closes("query")), 300);
 }
 
 TEST_F(MetricsAsynchronousTest, WhatAThreadEmitsAtItsVeryEndArrives) {
@@ -507,7 +524,7 @@ TEST_F(MetricsAsynchronousTest, WhatAThreadEmitsAtItsVeryEndArrives) {
     });
     FlushAll();
 
-    EXPECT_THAT(m_listener->Descriptions(), Contains("close query"));
+    EXPECT_THAT(m_listener->Contents(), Contains(Closes("query")));
 }
 
 }  // namespace

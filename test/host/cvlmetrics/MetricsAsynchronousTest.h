@@ -76,7 +76,7 @@ protected:
     /// Makes the consumer stand before the gate with the next event, and an event get there.
     void HoldConsumer() {
         m_gate.Close();
-        m_listener->reaction = [this](const Metrics::MetricsEvent&) { m_gate.Pass(); };
+        m_listener->CallOnEach([this](const Metrics::MetricsEvent&) { m_gate.Pass(); });
         tarn::test::OnAnotherThread([] { const CurrentContext context; });
         m_gate.AwaitSomeoneBefore();
     }

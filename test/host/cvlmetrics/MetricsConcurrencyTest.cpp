@@ -20,10 +20,19 @@ using Metrics::MetricsEventType;
 using Metrics::Scope;
 using MetricsTest::CurrentContext;
 using MetricsTest::CurrentContextId;
-using MetricsTest::Describe;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::ClosesContext;
+using tarn::test::ContentOf;
+using tarn::test::CreatesContext;
+using tarn::test::EventContent;
+using tarn::test::IsOfType;
+using tarn::test::IsOpeningOf;
+using tarn::test::Opens;
+using tarn::test::OpensContext;
+using tarn::test::SendsValue;
 using testing::ElementsAre;
 
 using namespace std::chrono_literals;
@@ -138,17 +147,17 @@ TEST_F(MetricsConcurrencyTest, TheEventsOfEachContextArriveInTheOrderOfTheirEmis
         }
     }
 
-    std::vector<std::string> expected{"create context", "open context", ""};
+    std::vector<EventContent> expected{CreatesContext(), OpensContext()};
     for (int round = 0; round < rounds; ++round) {
         expected.insert(expected.end(),
-                        {"open query", "value round=" + std::to_string(round), "close query"});
+                        {Opens("query"), SendsValue("round", round), Closes("query")});
     }
-    expected.emplace_back("close context");
+    expected.push_back(ClosesContext());
     for (const uint64 id : contextIds) {
-        std::vector<std::string> heard = m_listener->DescriptionsOf(id);
+        std::vector<EventContent> heard = m_listener->ContentsOf(id);
         ASSERT_GT(heard.size(), 2U);
-        EXPECT_THAT(heard[2], testing::StartsWith("attribute tid="));
-        heard[2].clear();
+        EXPECT_THAT(heard[2], IsOfType(MetricsEventType::Attribute));
+        heard.erase(heard.begin() + 2);
         EXPECT_EQ(heard, expected);
     }
 }
@@ -159,12 +168,12 @@ TEST_F(MetricsConcurrencyTest, NothingComesBetweenWhatAScopeSaysAtItsEnd) {
     uint64 endingScope = 0;
     int interrupted = 0;
     int ended = 0;
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         interrupted += endingScope != 0 && event.id != endingScope ? 1 : 0;
         ended += event.type == MetricsEventType::CloseScope ? 1 : 0;
         endingScope = event.type == MetricsEventType::NameValue ? event.id : 0;
-        m_listener->events.clear();
-    };
+        m_listener->Clear();
+    });
     {
         const Subscription subscription(*m_listener, flagTracing, false);
         std::vector<std::thread> workers;
@@ -216,8 +225,8 @@ TEST_F(MetricsConcurrencyTest, AContextThatMovesBetweenThreadsKeepsItsOrder) {
     }
 
     int next = 0;
-    for (const MetricsEvent& event : m_listener->events) {
-        if (event.type == MetricsEventType::Attribute && MetricsTest::Text(event.name) == "move") {
+    for (const MetricsEvent& event : m_listener->Events()) {
+        if (event.type == MetricsEventType::Attribute && event.name == "move") {
             EXPECT_EQ(event.value.integer, next);
             ++next;
         }
@@ -251,14 +260,14 @@ TEST_F(MetricsConcurrencyTest, RemovalWaitsForTheCallThatIsRunning) {
     Signal entered;
     Signal leave;
     std::atomic<bool> isInside{false};
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             isInside.store(true);
             entered.Give();
             leave.Wait();
             isInside.store(false);
         }
-    };
+    });
     m_bus.AddConsumer(m_listener, flagTracing, false);
     std::thread emitter([] {
         const CurrentContext context;
@@ -288,8 +297,8 @@ TEST_F(MetricsConcurrencyTest, TwoConsumersMayRemoveEachOtherFromTwoThreads) {
                 }
             };
         };
-        first->reaction = removeTheOther(second);
-        second->reaction = removeTheOther(first);
+        first->CallOnEach(removeTheOther(second));
+        second->CallOnEach(removeTheOther(first));
         // Each of them hears one of the two threads only.
         m_bus.AddConsumer(first, 0x1, false);
         m_bus.AddConsumer(second, 0x2, false);
@@ -307,8 +316,8 @@ TEST_F(MetricsConcurrencyTest, TwoConsumersMayRemoveEachOtherFromTwoThreads) {
         ASSERT_EQ(m_bus.GetConsumerCount(), 1U) << "the one that was first must have stayed";
         m_bus.RemoveConsumer(first);
         m_bus.RemoveConsumer(second);
-        first->reaction = nullptr;
-        second->reaction = nullptr;
+        first->CallOnEach({});
+        second->CallOnEach({});
     }
 }
 
@@ -380,15 +389,15 @@ TEST_F(MetricsConcurrencyTest, AContextMayEndWhileItsFormerThreadLooksAtItsStack
 TEST_F(MetricsConcurrencyTest, AnEmissionFromADeliveryOvertakesNoOtherThread) {
     // While one thread delivers and emits, the other one's event waits for all of it.
     Signal entered;
-    std::vector<std::string> order;
-    m_listener->reaction = [&](const MetricsEvent& event) {
-        order.push_back(Describe(event));
-        if (Describe(event) == "open outer") {
+    std::vector<EventContent> order;
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
+        order.push_back(ContentOf(event));
+        if (IsOpeningOf(event, "outer")) {
             entered.Give();
             Work("inner");
             std::this_thread::sleep_for(20ms);
         }
-    };
+    });
     const CurrentContext context;
     const Subscription subscription(*m_listener, flagTracing, false);
     std::thread other([&] {
@@ -403,7 +412,7 @@ TEST_F(MetricsConcurrencyTest, AnEmissionFromADeliveryOvertakesNoOtherThread) {
 
     ASSERT_GE(order.size(), 3U);
     order.resize(3);
-    EXPECT_THAT(order, ElementsAre("open outer", "open inner", "close inner"));
+    EXPECT_THAT(order, ElementsAre(Opens("outer"), Opens("inner"), Closes("inner")));
 }
 
 }  // namespace

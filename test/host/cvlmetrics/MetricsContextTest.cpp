@@ -21,14 +21,19 @@ using MetricsTest::CurrentContext;
 using MetricsTest::CurrentContextId;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::AnnouncesThread;
+using tarn::test::Closes;
+using tarn::test::ClosesContext;
+using tarn::test::CreatesContext;
+using tarn::test::EventContent;
+using tarn::test::OpensContext;
+using tarn::test::SendsValue;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 class MetricsContextTest : public MetricsTest::MetricsBusTest {
 protected:
-    static std::string ThreadAnnouncement() {
-        return "attribute tid=" + std::to_string(TSystem::ThreadID());
-    }
+    static EventContent ThreadAnnouncement() { return AnnouncesThread(TSystem::ThreadID()); }
 
     const Subscription m_subscription{*m_listener, flagTracing, false};
 };
@@ -43,19 +48,19 @@ TEST_F(MetricsContextTest, IdsAreNeverZeroAndNeverRepeat) {
 
 TEST_F(MetricsContextTest, ARootHasNoParent) {
     const CurrentContext current;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     const uint64 id = Context::Create(true);
 
-    ASSERT_THAT(m_listener->Descriptions(), ElementsAre("create context"));
-    EXPECT_EQ(m_listener->events[0].id, id);
-    EXPECT_EQ(m_listener->events[0].contextId, 0U);
-    EXPECT_EQ(m_listener->events[0].flags, 0U);
+    ASSERT_THAT(m_listener->Contents(), ElementsAre(CreatesContext()));
+    EXPECT_EQ(m_listener->Events()[0].id, id);
+    EXPECT_EQ(m_listener->Events()[0].contextId, 0U);
+    EXPECT_EQ(m_listener->Events()[0].flags, 0U);
 }
 
 TEST_F(MetricsContextTest, AChildNamesTheCurrentContextAsItsParent) {
     const CurrentContext parent;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     {
         Context child(0, Context::Create(false));
@@ -63,17 +68,17 @@ TEST_F(MetricsContextTest, AChildNamesTheCurrentContextAsItsParent) {
     }
 
     ASSERT_THAT(
-        m_listener->Descriptions(),
-        ElementsAre("create context", "open context", ThreadAnnouncement(), "close context"));
-    EXPECT_EQ(m_listener->events[0].contextId, parent.Id());
-    EXPECT_EQ(m_listener->events[1].contextId, parent.Id());
-    EXPECT_EQ(m_listener->events[3].contextId, parent.Id());
+        m_listener->Contents(),
+        ElementsAre(CreatesContext(), OpensContext(), ThreadAnnouncement(), ClosesContext()));
+    EXPECT_EQ(m_listener->Events()[0].contextId, parent.Id());
+    EXPECT_EQ(m_listener->Events()[1].contextId, parent.Id());
+    EXPECT_EQ(m_listener->Events()[3].contextId, parent.Id());
 }
 
 TEST_F(MetricsContextTest, AChildWithoutACurrentContextIsARoot) {
     Context::Create(false);
 
-    EXPECT_EQ(m_listener->events.back().contextId, 0U);
+    EXPECT_EQ(m_listener->Last().contextId, 0U);
 }
 
 TEST_F(MetricsContextTest, ItsFlagsTravelWithItsOwnEvents) {
@@ -83,18 +88,18 @@ TEST_F(MetricsContextTest, ItsFlagsTravelWithItsOwnEvents) {
         context.OpenScope();
     }
 
-    ASSERT_EQ(m_listener->events.size(), 4U);
-    EXPECT_EQ(m_listener->events[0].flags, 0U);
-    EXPECT_EQ(m_listener->events[1].flags, 0x4U);
-    EXPECT_EQ(m_listener->events[3].flags, 0x4U);
+    ASSERT_EQ(m_listener->Count(), 4U);
+    EXPECT_EQ(m_listener->Events()[0].flags, 0U);
+    EXPECT_EQ(m_listener->Events()[1].flags, 0x4U);
+    EXPECT_EQ(m_listener->Events()[3].flags, 0x4U);
 }
 
 TEST_F(MetricsContextTest, TellsItsThreadRightAfterItsOpening) {
     const CurrentContext context;
 
-    ASSERT_THAT(m_listener->Descriptions(),
-                ElementsAre("create context", "open context", ThreadAnnouncement()));
-    const MetricsEvent& announcement = m_listener->events.back();
+    ASSERT_THAT(m_listener->Contents(),
+                ElementsAre(CreatesContext(), OpensContext(), ThreadAnnouncement()));
+    const MetricsEvent& announcement = m_listener->Last();
     EXPECT_EQ(announcement.type, MetricsEventType::Attribute);
     EXPECT_EQ(announcement.contextId, context.Id());
     EXPECT_EQ(announcement.flags, flagTracing);
@@ -103,28 +108,28 @@ TEST_F(MetricsContextTest, TellsItsThreadRightAfterItsOpening) {
 }
 
 TEST_F(MetricsContextTest, TellsItsThreadBeforeAnyScopeCanOpenInIt) {
-    m_listener->reaction = [](const MetricsEvent& event) {
+    m_listener->CallOnEach([](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenContext) {
             Work("too early");
         }
-    };
+    });
 
     const CurrentContext context;
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("create context", "open context", ThreadAnnouncement()));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(CreatesContext(), OpensContext(), ThreadAnnouncement()));
 }
 
 TEST_F(MetricsContextTest, TellsItsThreadAgainOnlyWhenItHasChanged) {
     CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     context.Get().DetachFromThread();
     context.Get().AttachToThread();
-    EXPECT_THAT(m_listener->events, IsEmpty());
+    EXPECT_THAT(m_listener->Events(), IsEmpty());
 
     context.Get().DetachFromThread();
-    std::string elsewhere;
+    EventContent elsewhere;
     std::thread([&] {
         elsewhere = ThreadAnnouncement();
         context.Get().AttachToThread();
@@ -134,7 +139,7 @@ TEST_F(MetricsContextTest, TellsItsThreadAgainOnlyWhenItHasChanged) {
     }).join();
     context.Get().AttachToThread();
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre(elsewhere, ThreadAnnouncement()));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(elsewhere, ThreadAnnouncement()));
 }
 
 TEST_F(MetricsContextTest, TellsItsThreadAtTheNextAttachmentWhenNobodyHeardItBefore) {
@@ -144,7 +149,7 @@ TEST_F(MetricsContextTest, TellsItsThreadAtTheNextAttachmentWhenNobodyHeardItBef
 
     context.Get().AttachToThread();
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre(ThreadAnnouncement()));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(ThreadAnnouncement()));
 }
 
 TEST_F(MetricsContextTest, IsCurrentFromItsOpeningToItsEnd) {
@@ -210,7 +215,7 @@ TEST_F(MetricsContextTest, AttachingAgainMovesTheContextToTheTop) {
 TEST_F(MetricsContextTest, IsCurrentOnTheThreadItIsHandedTo) {
     CurrentContext context;
     context.Get().DetachFromThread();
-    m_listener->events.clear();
+    m_listener->Clear();
 
     std::thread([&] {
         EXPECT_EQ(CurrentContextId(), 0U);
@@ -222,16 +227,16 @@ TEST_F(MetricsContextTest, IsCurrentOnTheThreadItIsHandedTo) {
     }).join();
 
     EXPECT_EQ(CurrentContextId(), 0U);
-    EXPECT_EQ(m_listener->DescriptionsOf(context.Id()).size(), 3U);
+    EXPECT_EQ(m_listener->ContentsOf(context.Id()).size(), 3U);
 }
 
 TEST_F(MetricsContextTest, EndedOnAnotherThreadIsNoLongerCurrentHere) {
     auto outer = std::make_unique<CurrentContext>();
     auto inner = std::make_unique<CurrentContext>();
-    m_listener->events.clear();
+    m_listener->Clear();
 
     std::thread([&] { inner.reset(); }).join();
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("close context"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(ClosesContext()));
     EXPECT_EQ(CurrentContextId(), outer->Id());
 
     std::thread([&] { outer.reset(); }).join();
@@ -267,24 +272,24 @@ TEST_F(MetricsContextTest, ItsEndLeavesItsScopesToTheirOwners) {
     auto scope = std::make_unique<Metrics::Scope>(flagTracing);
     scope->OpenImpl("query");
     const uint64 id = context->Id();
-    m_listener->events.clear();
+    m_listener->Clear();
 
     context.reset();
     scope->EmitImpl(MetricsEventType::NameValue, "rows", 3);
     scope.reset();
 
-    EXPECT_THAT(m_listener->DescriptionsOf(id),
-                ElementsAre("close context", "value rows=3", "close query"));
+    EXPECT_THAT(m_listener->ContentsOf(id),
+                ElementsAre(ClosesContext(), SendsValue("rows", 3), Closes("query")));
 }
 
 TEST_F(MetricsContextTest, IsNoLongerCurrentWhenItsEndIsDelivered) {
     auto context = std::make_unique<CurrentContext>();
     uint64 currentAtTheEnd = 1;
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::CloseContext) {
             currentAtTheEnd = CurrentContextId();
         }
-    };
+    });
 
     context.reset();
 
@@ -294,11 +299,11 @@ TEST_F(MetricsContextTest, IsNoLongerCurrentWhenItsEndIsDelivered) {
 TEST_F(MetricsContextTest, ADeleterEndsAnOwnedContext) {
     std::unique_ptr<Context, Metrics::Context_deleter> owned(new Context(0, Context::Create(true)));
     owned->OpenScope();
-    m_listener->events.clear();
+    m_listener->Clear();
 
     owned.reset();
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("close context"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(ClosesContext()));
     EXPECT_EQ(CurrentContextId(), 0U);
 }
 
@@ -312,7 +317,7 @@ TEST_F(MetricsContextTest, WorksUnheard) {
     }
 
     EXPECT_EQ(CurrentContextId(), 0U);
-    EXPECT_THAT(m_listener->events, IsEmpty());
+    EXPECT_THAT(m_listener->Events(), IsEmpty());
 }
 
 }  // namespace

@@ -21,6 +21,8 @@ using MetricsTest::patience;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
 using std::chrono::milliseconds;
+using tarn::test::IsClosingOf;
+using tarn::test::Opens;
 using Clock = std::chrono::steady_clock;
 
 class MetricsDeadlineTest : public MetricsAsynchronousTest {
@@ -35,11 +37,13 @@ protected:
 
     /// Counts the scopes that have been through the consumer, which takes some time for each.
     void CountSlowly() {
-        m_listener->reaction = [this](const MetricsEvent& event) {
-            std::this_thread::sleep_for(std::chrono::microseconds{300});
-            m_listener->events.clear();
-            m_closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
-        };
+        m_listener->CallOnEach([this](const MetricsEvent& event) { CountOneSlowly(event); });
+    }
+
+    void CountOneSlowly(const MetricsEvent& event) {
+        std::this_thread::sleep_for(std::chrono::microseconds{300});
+        m_listener->Clear();
+        m_closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
     }
 
     std::atomic<int> m_closed{0};
@@ -114,13 +118,11 @@ TEST_F(MetricsDeadlineTest, AfterAFlushNothingIsStillOnItsWayThoughAnotherThread
 
 TEST_F(MetricsDeadlineTest, AfterAShutdownNothingIsStillOnItsWayThoughAnotherThreadEmits) {
     const Subscription subscription(*m_listener, flagTracing, false);
-    CountSlowly();
     std::atomic<int> mine{0};
-    const auto reaction = m_listener->reaction;
-    m_listener->reaction = [&](const MetricsEvent& event) {
-        reaction(event);
-        mine += event.type == MetricsEventType::CloseScope && *event.name.utf8 == "mine" ? 1 : 0;
-    };
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
+        CountOneSlowly(event);
+        mine += IsClosingOf(event, "mine") ? 1 : 0;
+    });
     std::atomic<bool> isOver{false};
     std::thread emitting([&isOver] {
         const CurrentContext context;

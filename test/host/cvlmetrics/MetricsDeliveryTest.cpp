@@ -29,40 +29,25 @@ using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
 using Metrics::Scope;
 using MetricsTest::CurrentContext;
-using MetricsTest::Describe;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::ClosesContext;
+using tarn::test::ContentOf;
+using tarn::test::CreatesContext;
+using tarn::test::EventContent;
+using tarn::test::IsOfType;
+using tarn::test::IsOpeningOf;
+using tarn::test::LogCapture;
+using tarn::test::Opens;
+using tarn::test::OpensContext;
+using tarn::test::SendsValue;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-/// Everything that is logged while it exists, as "3: text".
-class CapturedMessages {
-public:
-    CapturedMessages() : m_before(TLog::ReplaceBackEnd(m_backEnd)) {}
-
-    ~CapturedMessages() { TLog::ReplaceBackEnd(m_before); }
-
-    CapturedMessages(const CapturedMessages&) = delete;
-    CapturedMessages& operator=(const CapturedMessages&) = delete;
-
-    const std::vector<std::string>& Get() const { return m_backEnd->messages; }
-
-private:
-    struct BackEnd : TLog::LogBackEnd {
-        void Write(TLog::Severity, const TLog::Event&) override {}
-
-        void WriteMessage(TLog::Severity severity, const TString& text) override {
-            messages.push_back(std::to_string(severity) + ": " + text.ToUtf8());
-        }
-
-        std::vector<std::string> messages;
-    };
-
-    std::shared_ptr<BackEnd> m_backEnd = std::make_shared<BackEnd>();
-    std::shared_ptr<TLog::LogBackEnd> m_before;
-};
+using testing::Pair;
+using testing::StrEq;
 
 /// A listener that counts what runs inside of it, and how deep.
 class DepthListener : public Metrics::IMetricsListener {
@@ -89,11 +74,11 @@ protected:
     // Runs `action` during the delivery of the opening of the scope "outer".
     template <class Action>
     void WhileOuterOpens(Action action) {
-        m_listener->reaction = [action](const MetricsEvent& event) {
-            if (Describe(event) == "open outer") {
+        m_listener->CallOnEach([action](const MetricsEvent& event) {
+            if (IsOpeningOf(event, "outer")) {
                 action();
             }
-        };
+        });
     }
 
     const CurrentContext m_context;
@@ -104,30 +89,28 @@ TEST_F(MetricsDeliveryTest, IsDoneWhenTheEmittingCallReturns) {
     Scope scope(flagTracing);
 
     scope.OpenImpl("query");
-    EXPECT_EQ(m_listener->events.size(), 1U);
+    EXPECT_EQ(m_listener->Count(), 1U);
 
     scope.EmitImpl(MetricsEventType::NameValue, "rows", 3);
-    EXPECT_EQ(m_listener->events.size(), 2U);
+    EXPECT_EQ(m_listener->Count(), 2U);
 }
 
 TEST_F(MetricsDeliveryTest, ReachesAllConsumersInTheOrderOfTheirSubscription) {
-    std::vector<std::string> calls;
+    std::vector<std::pair<const char*, EventContent>> calls;
     const RefCntPtr<RecordingListener> second = new RecordingListener;
     const Subscription subscription(*second, flagTracing, false);
-    m_listener->reaction = [&](const MetricsEvent& event) {
-        calls.push_back("first: " + Describe(event));
-    };
-    second->reaction = [&](const MetricsEvent& event) {
-        calls.push_back("second: " + Describe(event));
-    };
+    m_listener->CallOnEach(
+        [&](const MetricsEvent& event) { calls.emplace_back("first", ContentOf(event)); });
+    second->CallOnEach(
+        [&](const MetricsEvent& event) { calls.emplace_back("second", ContentOf(event)); });
 
     Work("query");
 
     EXPECT_THAT(calls,
-                ElementsAre("first: open query",
-                            "second: open query",
-                            "first: close query",
-                            "second: close query"));
+                ElementsAre(Pair(StrEq("first"), Opens("query")),
+                            Pair(StrEq("second"), Opens("query")),
+                            Pair(StrEq("first"), Closes("query")),
+                            Pair(StrEq("second"), Closes("query"))));
 }
 
 TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsGoesOutAfterTheCurrentEvent) {
@@ -137,58 +120,57 @@ TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsGoesOutAfterTheCurrentEvent) {
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open outer", "open inner", "close inner", "close outer"));
-    EXPECT_EQ(second->Descriptions(), m_listener->Descriptions());
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("outer"), Opens("inner"), Closes("inner"), Closes("outer")));
+    EXPECT_EQ(second->Contents(), m_listener->Contents());
 }
 
 TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsKeepsItsOrderOverSeveralRounds) {
-    m_listener->reaction = [](const MetricsEvent& event) {
-        const std::string description = Describe(event);
-        if (description == "open outer") {
+    m_listener->CallOnEach([](const MetricsEvent& event) {
+        if (IsOpeningOf(event, "outer")) {
             Work("a");
             Work("b");
-        } else if (description == "open a") {
+        } else if (IsOpeningOf(event, "a")) {
             Work("c");
         }
-    };
+    });
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open outer",
-                            "open a",
-                            "close a",
-                            "open b",
-                            "close b",
-                            "open c",
-                            "close c",
-                            "close outer"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("outer"),
+                            Opens("a"),
+                            Closes("a"),
+                            Opens("b"),
+                            Closes("b"),
+                            Opens("c"),
+                            Closes("c"),
+                            Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsGoesOutBeforeTheRestOfAScopesEnd) {
-    m_listener->reaction = [](const MetricsEvent& event) {
-        if (Describe(event) == "value tid=7") {
+    m_listener->CallOnEach([](const MetricsEvent& event) {
+        if (ContentOf(event) == SendsValue("tid", 7)) {
             Work("inner");
             Scope finished(flagTracing);
             finished.OpenImpl("finished");
             finished.Finish({{MetricsEventType::NameValue, "rows", 3}});
         }
-    };
+    });
     Scope scope(flagTracing);
     scope.OpenImpl("outer");
 
     scope.Finish({{MetricsEventType::NameValue, "tid", 7}});
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open outer",
-                            "value tid=7",
-                            "open inner",
-                            "close inner",
-                            "open finished",
-                            "value rows=3",
-                            "close finished",
-                            "close outer"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("outer"),
+                            SendsValue("tid", 7),
+                            Opens("inner"),
+                            Closes("inner"),
+                            Opens("finished"),
+                            SendsValue("rows", 3),
+                            Closes("finished"),
+                            Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, LetsGoOfTheTextsThatTheHostHoldsToo) {
@@ -197,20 +179,23 @@ TEST_F(MetricsDeliveryTest, LetsGoOfTheTextsThatTheHostHoldsToo) {
     const Metrics::MetricsValue given(value);
     const long nameOwners = name.SharedCharacters().use_count();
     const long valueOwners = value.SharedCharacters().use_count();
-    std::vector<std::string> heard;
-    m_listener->reaction = [&heard](const MetricsEvent& event) {
-        heard.push_back(Describe(event));
-    };
+    std::vector<bool> isAsExpected;  // what is heard must not be kept here
+    m_listener->CallOnEach([&isAsExpected](const MetricsEvent& event) {
+        isAsExpected.push_back(ContentOf(event) ==
+                               (event.type == MetricsEventType::OpenScope
+                                    ? Opens("query", {{u"rows", u"many"}, {"same", u"many"}})
+                                    : SendsValue("rows", 3)));
+    });
 
     Scope scope(flagTracing);
     scope.OpenImpl("query", {{name, value}, {"same", given}});
-    m_listener->events.clear();
+    m_listener->Clear();
 
     EXPECT_EQ(name.SharedCharacters().use_count(), nameOwners);
     EXPECT_EQ(value.SharedCharacters().use_count(), valueOwners);
     scope.EmitImpl(MetricsEventType::NameValue, "rows", 3);
     EXPECT_EQ(value, TString(u"many"));
-    EXPECT_THAT(heard, ElementsAre("open query(rows=many, same=many)", "value rows=3"));
+    EXPECT_THAT(isAsExpected, ElementsAre(true, true));
 }
 
 TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsIsStampedWhenItIsEmitted) {
@@ -226,7 +211,7 @@ TEST_F(MetricsDeliveryTest, WhatADeliveryEmitsIsStampedWhenItIsEmitted) {
 
     Metrics::SetClock(nullptr);
     std::vector<int64> times;
-    for (const MetricsEvent& event : m_listener->events) {
+    for (const MetricsEvent& event : m_listener->Events()) {
         times.push_back(event.time);
     }
     EXPECT_THAT(times, ElementsAre(1, 2, 3, 101));
@@ -251,15 +236,15 @@ TEST_F(MetricsDeliveryTest, ADeliveryMayOpenAContextOfItsOwn) {
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open outer",
-                            "create context",
-                            "open context",
-                            HasSubstr("attribute tid="),
-                            "open inner",
-                            "close inner",
-                            "close context",
-                            "close outer"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("outer"),
+                            CreatesContext(),
+                            OpensContext(),
+                            IsOfType(MetricsEventType::Attribute),
+                            Opens("inner"),
+                            Closes("inner"),
+                            ClosesContext(),
+                            Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, AListenerThatRemovesItselfFinishesItsCallAndIsNotCalledAgain) {
@@ -271,7 +256,7 @@ TEST_F(MetricsDeliveryTest, AListenerThatRemovesItselfFinishesItsCallAndIsNotCal
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open outer"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, AListenerThatDropsItsLastReferenceLivesUntilItsCallEnds) {
@@ -286,11 +271,11 @@ TEST_F(MetricsDeliveryTest, AListenerThatDropsItsLastReferenceLivesUntilItsCallE
     bool isDestroyed = false;
     bool wasAliveAtTheEndOfItsCall = false;
     RefCntPtr<RecordingListener> owner = new LastWords(isDestroyed);
-    owner->reaction = [&](const MetricsEvent&) {
+    owner->CallOnEach([&](const MetricsEvent&) {
         m_bus.RemoveConsumer(owner);
         owner = nullptr;
         wasAliveAtTheEndOfItsCall = !isDestroyed;
-    };
+    });
     m_bus.AddConsumer(owner, flagTracing, false);
 
     Work("outer");
@@ -305,16 +290,17 @@ TEST_F(MetricsDeliveryTest, TheDestructorOfARemovedListenerMayEmit) {
     };
 
     RefCntPtr<RecordingListener> leaving = new Emitting;
-    leaving->reaction = [&](const MetricsEvent&) {
+    leaving->CallOnEach([&](const MetricsEvent&) {
         m_bus.RemoveConsumer(leaving);
         leaving = nullptr;
-    };
+    });
     m_bus.AddConsumer(leaving, flagTracing, false);
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open outer", "open farewell", "close farewell", "close outer"));
+    EXPECT_THAT(
+        m_listener->Contents(),
+        ElementsAre(Opens("outer"), Opens("farewell"), Closes("farewell"), Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, AListenerMayRemoveOneThatIsStillToBeCalled) {
@@ -326,8 +312,8 @@ TEST_F(MetricsDeliveryTest, AListenerMayRemoveOneThatIsStillToBeCalled) {
 
     Work("outer");
 
-    EXPECT_THAT(second->events, IsEmpty());
-    EXPECT_THAT(third->Descriptions(), ElementsAre("open outer", "close outer"));
+    EXPECT_THAT(second->Events(), IsEmpty());
+    EXPECT_THAT(third->Contents(), ElementsAre(Opens("outer"), Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, AListenerThatIsAddedDuringADeliveryStartsWithTheNextEvent) {
@@ -339,7 +325,8 @@ TEST_F(MetricsDeliveryTest, AListenerThatIsAddedDuringADeliveryStartsWithTheNext
 
     Work("outer");
 
-    EXPECT_THAT(newcomer->Descriptions(), ElementsAre("open inner", "close inner", "close outer"));
+    EXPECT_THAT(newcomer->Contents(),
+                ElementsAre(Opens("inner"), Closes("inner"), Closes("outer")));
     m_bus.RemoveConsumer(newcomer);
 }
 
@@ -351,50 +338,51 @@ TEST_F(MetricsDeliveryTest, AListenerMayRemoveItselfAndComeBackInOneCall) {
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open outer", "close outer"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("outer"), Closes("outer")));
     EXPECT_EQ(m_bus.GetConsumerCount(), 1U);
 }
 
 TEST_F(MetricsDeliveryTest, AnExceptionOutOfAConsumerReachesNobodyElse) {
-    const CapturedMessages messages;
+    const LogCapture log;
     const RefCntPtr<RecordingListener> second = new RecordingListener;
     const Subscription subscription(*second, flagTracing, false);
     WhileOuterOpens([] { throw std::runtime_error("no more paper"); });
 
     EXPECT_NO_THROW(Work("outer"));
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open outer", "close outer"));
-    EXPECT_THAT(second->Descriptions(), ElementsAre("open outer", "close outer"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("outer"), Closes("outer")));
+    EXPECT_THAT(second->Contents(), ElementsAre(Opens("outer"), Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, AnExceptionOutOfAConsumerIsCountedAndLoggedAsAWarning) {
-    const CapturedMessages messages;
+    const LogCapture log;
     const uint64 before = Metrics::GetBusStatistics().consumerExceptions;
     WhileOuterOpens([] { throw std::runtime_error("no more paper"); });
 
     Work("outer");
 
     EXPECT_EQ(Metrics::GetBusStatistics().consumerExceptions, before + 1);
-    EXPECT_THAT(messages.Get(),
-                ElementsAre("3: A listener of the metrics bus threw: no more paper"));
+    EXPECT_THAT(
+        log->Messages(),
+        ElementsAre(Pair(TLog::Warn, "A listener of the metrics bus threw: no more paper")));
 }
 
 TEST_F(MetricsDeliveryTest, WhateverAConsumerThrowsIsCaught) {
-    const CapturedMessages messages;
+    const LogCapture log;
     WhileOuterOpens([] { throw 42; });
 
     EXPECT_NO_THROW(Work("outer"));
 
-    EXPECT_THAT(messages.Get(), ElementsAre(HasSubstr("no std::exception")));
+    EXPECT_THAT(log->Messages(), ElementsAre(Pair(TLog::Warn, HasSubstr("no std::exception"))));
 }
 
 TEST_F(MetricsDeliveryTest, AnExceptionDuringUnwindingOfTheHostIsHarmless) {
-    const CapturedMessages messages;
-    m_listener->reaction = [](const MetricsEvent& event) {
+    const LogCapture log;
+    m_listener->CallOnEach([](const MetricsEvent& event) {
         if (event.type == MetricsEventType::CloseScope) {
             throw std::runtime_error("while unwinding");
         }
-    };
+    });
 
     EXPECT_THROW(
         {
@@ -404,11 +392,11 @@ TEST_F(MetricsDeliveryTest, AnExceptionDuringUnwindingOfTheHostIsHarmless) {
         },
         std::logic_error);
 
-    EXPECT_EQ(messages.Get().size(), 1U);
+    EXPECT_EQ(log->Messages().size(), 1U);
 }
 
 TEST_F(MetricsDeliveryTest, WhatAThrowingConsumerEmittedBeforeStillGoesOut) {
-    const CapturedMessages messages;
+    const LogCapture log;
     WhileOuterOpens([] {
         Work("inner");
         throw std::runtime_error("afterwards");
@@ -416,12 +404,12 @@ TEST_F(MetricsDeliveryTest, WhatAThrowingConsumerEmittedBeforeStillGoesOut) {
 
     Work("outer");
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open outer", "open inner", "close inner", "close outer"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("outer"), Opens("inner"), Closes("inner"), Closes("outer")));
 }
 
 TEST_F(MetricsDeliveryTest, LeavesTheHostsErrorNumberAlone) {
-    m_listener->reaction = [](const MetricsEvent&) { errno = EIO; };
+    m_listener->CallOnEach([](const MetricsEvent&) { errno = EIO; });
     errno = EAGAIN;
 
     Work("query");
@@ -447,7 +435,7 @@ TEST_F(MetricsDeliveryTest, WhatDeliveringAllocatesIsNotChargedToTheHost) {
     corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
     ThreadMemoryCounters frame;
     ThreadMemoryCounters* const outer = corvala::memory::SwapPushMemoryCounters(&frame);
-    m_listener->reaction = [](const MetricsEvent&) { TFree(TMalloc(1000)); };
+    m_listener->CallOnEach([](const MetricsEvent&) { TFree(TMalloc(1000)); });
 
     Work("query");
     const uint64 chargedWhileDelivering = frame.allocatedCount + frame.deallocatedCount;
@@ -455,7 +443,7 @@ TEST_F(MetricsDeliveryTest, WhatDeliveringAllocatesIsNotChargedToTheHost) {
 
     corvala::memory::SwapPopMemoryCounters(outer);
     corvala::memory::SetMemoryTrackingMode(mode);
-    EXPECT_EQ(m_listener->events.size(), 2U);
+    EXPECT_EQ(m_listener->Count(), 2U);
     EXPECT_EQ(chargedWhileDelivering, 0U);
     EXPECT_EQ(frame.allocatedCount, 1U) << "the host's own allocation goes uncharged";
     EXPECT_EQ(frame.deallocatedCount, 1U);
@@ -489,9 +477,9 @@ TEST_F(MetricsDeliveryTest, EventsCarryTheTimeOfTheClockInPlace) {
     const Metrics::ClockReading replaced = Metrics::ReadClock();
     Metrics::SetClock(before);
     EXPECT_EQ(replaced.time, 5);
-    EXPECT_EQ(m_listener->events[0].time, 5);
-    EXPECT_EQ(m_listener->events[0].wallSeconds, 6U);
-    EXPECT_EQ(m_listener->events[0].wallMicros, 7U);
+    EXPECT_EQ(m_listener->Events()[0].time, 5);
+    EXPECT_EQ(m_listener->Events()[0].wallSeconds, 6U);
+    EXPECT_EQ(m_listener->Events()[0].wallMicros, 7U);
     EXPECT_NE(Metrics::ReadClock().time, 5);
 }
 
@@ -510,8 +498,8 @@ TEST_F(MetricsDeliveryTest, AllThatAScopeSaysAtItsEndHasOneTime) {
     Metrics::SetClock(before);
 
     std::vector<int64> sinceOpening;
-    for (const MetricsEvent& event : m_listener->events) {
-        sinceOpening.push_back(event.time - m_listener->events.front().time);
+    for (const MetricsEvent& event : m_listener->Events()) {
+        sinceOpening.push_back(event.time - m_listener->Events().front().time);
     }
     EXPECT_THAT(sinceOpening, ElementsAre(0, 1, 1, 1));
 }

@@ -23,6 +23,9 @@ using MetricsTest::patience;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::CreatesContext;
+using tarn::test::OpensContext;
 using testing::Contains;
 using testing::IsEmpty;
 using testing::Not;
@@ -87,10 +90,10 @@ TEST_F(MetricsHangingListenerTest, AListenerThatIsRemovedWhileAnotherOneHangsIsN
     RefCntPtr<IMetricsListener> second = new MortalListener(isDestroyed, [&] { ++calls; });
     ASSERT_TRUE(m_bus.AddConsumer(second, flagTracing, false));
     m_gate.Close();
-    m_listener->reaction = [&](const MetricsEvent&) {
+    m_listener->CallOnEach([&](const MetricsEvent&) {
         m_gate.Pass();
         m_bus.AddConsumer(newcomer, flagTracing, false);
-    };
+    });
     tarn::test::OnAnotherThread([] { const CurrentContext context; });
     m_gate.AwaitSomeoneBefore();
 
@@ -101,9 +104,9 @@ TEST_F(MetricsHangingListenerTest, AListenerThatIsRemovedWhileAnotherOneHangsIsN
 
     EXPECT_EQ(calls, 0);
     EXPECT_TRUE(isDestroyed);
-    EXPECT_THAT(recorder->Descriptions(), Not(Contains("create context")))
+    EXPECT_THAT(recorder->Contents(), Not(Contains(CreatesContext())))
         << "it starts with the next event";
-    EXPECT_THAT(recorder->Descriptions(), Contains("open context"));
+    EXPECT_THAT(recorder->Contents(), Contains(OpensContext()));
     EXPECT_TRUE(Remove(newcomer));
 }
 
@@ -114,7 +117,7 @@ TEST_F(MetricsHangingListenerTest, ANewcomerWaitsForTheExitDeadlineAtMostAndCome
         const RefCntPtr<RecordingListener> newcomer = new RecordingListener;
         const Subscription subscription(*m_listener, flagTracing, false);
         m_gate.Close();
-        m_listener->reaction = [this](const MetricsEvent&) { m_gate.Pass(); };
+        m_listener->CallOnEach([this](const MetricsEvent&) { m_gate.Pass(); });
         std::thread emitting([] { const CurrentContext context; });
         m_gate.AwaitSomeoneBefore();
 
@@ -132,7 +135,7 @@ TEST_F(MetricsHangingListenerTest, ANewcomerWaitsForTheExitDeadlineAtMostAndCome
 
         EXPECT_GE(took, moment);
         EXPECT_LT(took, patience);
-        EXPECT_THAT(newcomer->Descriptions(), Contains("close query"));
+        EXPECT_THAT(newcomer->Contents(), Contains(Closes("query")));
     }
 }
 
@@ -141,7 +144,7 @@ TEST_F(MetricsHangingListenerTest, ARemovalWaitsForTheExitDeadlineAtMostAlsoSync
     const RefCntPtr<IMetricsListener> listener(m_listener.Get());
     ASSERT_TRUE(m_bus.AddConsumer(listener, flagTracing, false));
     m_gate.Close();
-    m_listener->reaction = [this](const MetricsEvent&) { m_gate.Pass(); };
+    m_listener->CallOnEach([this](const MetricsEvent&) { m_gate.Pass(); });
     std::thread emitting([] { const CurrentContext context; });
     m_gate.AwaitSomeoneBefore();
 
@@ -153,7 +156,7 @@ TEST_F(MetricsHangingListenerTest, ARemovalWaitsForTheExitDeadlineAtMostAlsoSync
 
     EXPECT_GE(took, moment);
     EXPECT_LT(took, patience);
-    EXPECT_EQ(m_listener->events.size(), 1U) << "the one that it hangs in";
+    EXPECT_EQ(m_listener->Count(), 1U) << "the one that it hangs in";
 }
 
 TEST_F(MetricsHangingListenerTest, WhoComesAndGoesWhileAnotherHangsIsGone) {
@@ -167,7 +170,7 @@ TEST_F(MetricsHangingListenerTest, WhoComesAndGoesWhileAnotherHangsIsGone) {
     { const CurrentContext context; }
     FlushAll();
 
-    EXPECT_THAT(guest->events, IsEmpty());
+    EXPECT_THAT(guest->Events(), IsEmpty());
     EXPECT_EQ(m_bus.GetConsumerCount(), 1U);
 }
 

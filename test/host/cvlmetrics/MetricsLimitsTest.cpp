@@ -34,45 +34,21 @@ using MetricsTest::patience;
 using MetricsTest::smallQueue;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::AnnouncesThread;
+using tarn::test::Closes;
+using tarn::test::LogCapture;
 using tarn::test::OnAnotherThread;
 using tarn::test::OnThreadsAtOnce;
+using tarn::test::Opens;
 using testing::Contains;
 using testing::HasSubstr;
-
-class MessageKeeper : public TLog::LogBackEnd {
-public:
-    void Write(TLog::Severity, const TLog::Event&) override {}
-
-    void WriteMessage(TLog::Severity, const TString& text) override {
-        const std::lock_guard lock(m_mutex);
-        m_messages.push_back(text.ToUtf8());
-    }
-
-    std::vector<std::string> Messages() {
-        const std::lock_guard lock(m_mutex);
-        return m_messages;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<std::string> m_messages;
-};
 
 /// What the bus may take of the host's memory and time.
 class MetricsLimitsTest : public MetricsAsynchronousTest {
 protected:
-    MetricsLimitsTest() : m_former(TLog::ReplaceBackEnd(m_log)) {}
+    std::size_t Count(MetricsEventType type) const { return m_listener->Count(type); }
 
-    ~MetricsLimitsTest() override { TLog::ReplaceBackEnd(m_former); }
-
-    std::ptrdiff_t Count(MetricsEventType type) const {
-        return std::count_if(m_listener->events.begin(),
-                             m_listener->events.end(),
-                             [type](const MetricsEvent& event) { return event.type == type; });
-    }
-
-    const std::shared_ptr<MessageKeeper> m_log = std::make_shared<MessageKeeper>();
-    const std::shared_ptr<TLog::LogBackEnd> m_former;
+    const LogCapture m_log;
 };
 
 TEST_F(MetricsLimitsTest, QueuesOfAnySizeAreMade) {
@@ -86,8 +62,8 @@ TEST_F(MetricsLimitsTest, QueuesOfAnySizeAreMade) {
         });
         FlushAll();
 
-        EXPECT_EQ(Count(MetricsEventType::CloseScope), 8) << bytes;
-        m_listener->events.clear();
+        EXPECT_EQ(Count(MetricsEventType::CloseScope), 8U) << bytes;
+        m_listener->Clear();
     }
 }
 
@@ -135,7 +111,7 @@ TEST_F(MetricsLimitsTest, AnEventThatIsLargerThanTheQueueGoesThroughAlone) {
     });
     FlushAll();
 
-    EXPECT_EQ(Count(MetricsEventType::NameValue), 5);
+    EXPECT_EQ(Count(MetricsEventType::NameValue), 5U);
 }
 
 TEST_F(MetricsLimitsTest, RefusingNoCallWaitsForAnAttributeAndWhatIsMissingIsCounted) {
@@ -162,20 +138,21 @@ TEST_F(MetricsLimitsTest, RefusingNoCallWaitsForAnAttributeAndWhatIsMissingIsCou
     FlushAll();
 
     EXPECT_EQ(after.waits, before.waits);
-    const std::ptrdiff_t arrived =
-        Count(MetricsEventType::NameValue) + Count(MetricsEventType::NameValuePairs) +
-        std::count_if(
-            m_listener->events.begin(), m_listener->events.end(), [](const MetricsEvent& event) {
-                return event.type == MetricsEventType::Attribute &&
-                       MetricsTest::Text(event.name) == "user";
-            });
-    EXPECT_GT(arrived, 10);
+    const std::vector<MetricsEvent> events = m_listener->Events();
+    const std::ptrdiff_t users =
+        std::count_if(events.begin(), events.end(), [](const MetricsEvent& event) {
+            return event.type == MetricsEventType::Attribute && event.name == "user";
+        });
+    const std::size_t arrived = Count(MetricsEventType::NameValue) +
+                                Count(MetricsEventType::NameValuePairs) +
+                                static_cast<std::size_t>(users);
+    EXPECT_GT(arrived, 10U);
     const uint64 missing = after.refusedAttributes - before.refusedAttributes +
                            after.refusedPendingAttributes - before.refusedPendingAttributes;
-    EXPECT_EQ(static_cast<uint64>(arrived) + missing, uint64{3} * values);
-    EXPECT_EQ(Count(MetricsEventType::OpenScope), 1);
-    EXPECT_EQ(Count(MetricsEventType::CloseScope), 1);
-    EXPECT_THAT(m_log->Messages(), Contains(HasSubstr("attributes refused for want of room")));
+    EXPECT_EQ(arrived + missing, uint64{3} * values);
+    EXPECT_EQ(Count(MetricsEventType::OpenScope), 1U);
+    EXPECT_EQ(Count(MetricsEventType::CloseScope), 1U);
+    EXPECT_THAT(m_log->MessageTexts(), Contains(HasSubstr("attributes refused for want of room")));
 }
 
 TEST_F(MetricsLimitsTest, AttributesLeaveRoomForTheEndsOfOpenScopes) {
@@ -215,7 +192,7 @@ TEST_F(MetricsLimitsTest, ScopesOnAThreadThatFoundNoRoomForItsIdAreRefusedUntilI
     CurrentContext context;
     context.Get().DetachFromThread();
     FlushAll();
-    m_listener->events.clear();
+    m_listener->Clear();
     HoldConsumer();
     pid_t thread = 0;
     OnAnotherThread([&] {
@@ -237,9 +214,9 @@ TEST_F(MetricsLimitsTest, ScopesOnAThreadThatFoundNoRoomForItsIdAreRefusedUntilI
     });
     FlushAll();
 
-    EXPECT_THAT(
-        m_listener->DescriptionsOf(context.Id()),
-        testing::ElementsAre("attribute tid=" + std::to_string(thread), "open late", "close late"));
+    EXPECT_THAT(m_listener->ContentsOf(context.Id()),
+                testing::ElementsAre(
+                    AnnouncesThread(static_cast<uint64>(thread)), Opens("late"), Closes("late")));
 }
 
 TEST_F(MetricsLimitsTest, TheQueuesOfEndedThreadsAreGivenBackButForSome) {
@@ -275,7 +252,7 @@ TEST_F(MetricsLimitsTest, AttributesThatNoScopeTakesAreLimitedAndWhatIsBeyondIsC
         Metrics::SetDelivery({.mode = mode, .pendingAttributeBytes = limit});
         const Subscription subscription(*m_listener, flagTracing, false);
         const uint64 before = GetBusStatistics().refusedPendingAttributes;
-        m_listener->events.clear();
+        m_listener->Clear();
         const CurrentContext context;
         constexpr int attributes = 1000;
         const auto setAll = [] {
@@ -289,19 +266,19 @@ TEST_F(MetricsLimitsTest, AttributesThatNoScopeTakesAreLimitedAndWhatIsBeyondIsC
         };
 
         setAll();
-        const std::ptrdiff_t first = arrived();
+        const std::size_t first = arrived();
         Work("query");
         setAll();
 
-        EXPECT_GT(first, 10);
-        EXPECT_LE(static_cast<std::size_t>(first) * 100, limit);
+        EXPECT_GT(first, 10U);
+        EXPECT_LE(first * 100, limit);
         EXPECT_EQ(arrived(), 2 * first) << "a scope makes room";
         EXPECT_EQ(GetBusStatistics().refusedPendingAttributes - before,
                   static_cast<uint64>(2 * attributes - 2 * first));
     }
     FlushAll();
 
-    EXPECT_THAT(m_log->Messages(), Contains(HasSubstr("pending context attributes")));
+    EXPECT_THAT(m_log->MessageTexts(), Contains(HasSubstr("pending context attributes")));
 }
 
 }  // namespace

@@ -31,6 +31,11 @@ using Metrics::Scope;
 using MetricsTest::CurrentContext;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::CreatesContext;
+using tarn::test::EventContent;
+using tarn::test::Opens;
+using tarn::test::SendsValue;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
@@ -62,12 +67,12 @@ class MetricsLogBackEndTest : public MetricsTest::MetricsBusTest,
 protected:
     MetricsLogBackEndTest() {
         Metrics::SetDelivery({.mode = GetParam(), .queueBytes = MetricsTest::smallQueue});
-        m_listener->reaction = [](const MetricsEvent& event) {
+        m_listener->CallOnEach([](const MetricsEvent& event) {
             if (event.type == MetricsEventType::OpenScope ||
                 event.type == MetricsEventType::CloseScope) {
                 LogLine();
             }
-        };
+        });
     }
 
     ~MetricsLogBackEndTest() override {
@@ -93,13 +98,13 @@ protected:
     const TLog::LogStatistics& StatisticsBefore() const { return m_statisticsBefore; }
 
     /// Of the scopes in a context.
-    std::vector<std::string> Descriptions(const CurrentContext& context) const {
-        std::vector<std::string> all = m_listener->DescriptionsOf(context.Id());
+    std::vector<EventContent> ScopeEventsOf(const CurrentContext& context) const {
+        std::vector<EventContent> all = m_listener->ContentsOf(context.Id());
         all.erase(std::remove_if(all.begin(),
                                  all.end(),
-                                 [](const std::string& text) {
-                                     return text.find("context") != std::string::npos ||
-                                            text.find("tid") != std::string::npos;
+                                 [](const EventContent& event) {
+                                     return event.type < MetricsEventType::OpenScope ||
+                                            event.type == MetricsEventType::Attribute;
                                  }),
                   all.end());
         return all;
@@ -133,10 +138,10 @@ TEST_P(MetricsLogBackEndTest, ScopesThatABackEndOpensForADeliveryAreDroppedAndCo
     Work("query");
     FlushAll();
 
-    EXPECT_THAT(Descriptions(context), ElementsAre("open query", "close query"));
+    EXPECT_THAT(ScopeEventsOf(context), ElementsAre(Opens("query"), Closes("query")));
     EXPECT_EQ(backEnd->Lines(), 2);
     EXPECT_EQ(NestedCalls(), 2U);
-    EXPECT_THAT(m_listener->Descriptions(), Not(Contains("open nested")));
+    EXPECT_THAT(m_listener->Contents(), Not(Contains(Opens("nested"))));
 }
 
 TEST_P(MetricsLogBackEndTest, ScopesThatABackEndOpensForTheHostsOwnLineAreDroppedAndCounted) {
@@ -147,7 +152,7 @@ TEST_P(MetricsLogBackEndTest, ScopesThatABackEndOpensForTheHostsOwnLineAreDroppe
     LogLine();
     FlushAll();
 
-    EXPECT_THAT(Descriptions(context), testing::IsEmpty());
+    EXPECT_THAT(ScopeEventsOf(context), testing::IsEmpty());
     EXPECT_EQ(backEnd->Lines(), 1);
     EXPECT_EQ(NestedCalls(), 1U);
 }
@@ -167,7 +172,7 @@ TEST_P(MetricsLogBackEndTest, AScopeThatABackEndKeepsOpenIsMissingWhole) {
     kept.reset();
     FlushAll();
 
-    EXPECT_THAT(Descriptions(context), testing::IsEmpty());
+    EXPECT_THAT(ScopeEventsOf(context), testing::IsEmpty());
 }
 
 TEST_P(MetricsLogBackEndTest, AScopeOfTheHostsThatABackEndEndsIsLoggedWhole) {
@@ -188,7 +193,8 @@ TEST_P(MetricsLogBackEndTest, AScopeOfTheHostsThatABackEndEndsIsLoggedWhole) {
     LogLine();
     FlushAll();
 
-    EXPECT_THAT(Descriptions(context), ElementsAre("open hosts", "value rows=1", "close hosts"));
+    EXPECT_THAT(ScopeEventsOf(context),
+                ElementsAre(Opens("hosts"), SendsValue("rows", 1), Closes("hosts")));
     EXPECT_EQ(backEnd->Lines(), 2) << "the host's, and that of the end";
     EXPECT_EQ(NestedCalls(), 0U);
 }
@@ -200,14 +206,14 @@ TEST_P(MetricsLogBackEndTest, AContextThatABackEndMakesIsAnnouncedWithItsFirstSc
     LogLine();
     LogTo([] {});
     FlushAll();
-    const std::size_t before = m_listener->events.size();
+    const std::size_t before = m_listener->Count();
 
     Work("query");
     FlushAll();
 
     EXPECT_EQ(before, 0U);
-    EXPECT_THAT(m_listener->Descriptions(), Contains("create context"));
-    EXPECT_THAT(Descriptions(*made), ElementsAre("open query", "close query"));
+    EXPECT_THAT(m_listener->Contents(), Contains(CreatesContext()));
+    EXPECT_THAT(ScopeEventsOf(*made), ElementsAre(Opens("query"), Closes("query")));
 }
 
 // The locks of the logger and of the bus are taken by each of these in its own order if a back end
@@ -243,7 +249,7 @@ TEST_P(MetricsLogBackEndTest, ForksReplacementsAndABackEndThatTracesDoNotWaitFor
 
     EXPECT_EQ(succeeded, rounds);
     EXPECT_GT(NestedCalls(), 0U);
-    EXPECT_THAT(m_listener->Descriptions(), Not(Contains("open nested")));
+    EXPECT_THAT(m_listener->Contents(), Not(Contains(Opens("nested"))));
 }
 
 TEST_P(MetricsLogBackEndTest, ALogThatCannotBeWrittenLeavesTheHostsErrorNumberAlone) {

@@ -17,6 +17,13 @@ using MetricsTest::CurrentContext;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::ClosesContext;
+using tarn::test::CreatesContext;
+using tarn::test::Opens;
+using tarn::test::OpensContext;
+using tarn::test::SendsContextPairs;
+using tarn::test::SendsContextValue;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -58,8 +65,8 @@ TEST_F(MetricsManagerTest, DeliversWhatSharesABitWithTheConsumer) {
     OpenAndClose(otherBit, "other");
     OpenAndClose(0, "bare");
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open traced", "close traced", "open host", "close host"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("traced"), Closes("traced"), Opens("host"), Closes("host")));
 }
 
 TEST_F(MetricsManagerTest, DeliversWhatCarriesNoneOfTheBitsToAConsumerThatAsksForIt) {
@@ -70,10 +77,13 @@ TEST_F(MetricsManagerTest, DeliversWhatCarriesNoneOfTheBitsToAConsumerThatAsksFo
     OpenAndClose(otherBit, "other");
     OpenAndClose(0, "bare");
 
-    EXPECT_THAT(
-        m_listener->Descriptions(),
-        ElementsAre(
-            "open traced", "close traced", "open other", "close other", "open bare", "close bare"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("traced"),
+                            Closes("traced"),
+                            Opens("other"),
+                            Closes("other"),
+                            Opens("bare"),
+                            Closes("bare")));
 }
 
 TEST_F(MetricsManagerTest, DeliversContextEventsToEveryConsumer) {
@@ -81,8 +91,8 @@ TEST_F(MetricsManagerTest, DeliversContextEventsToEveryConsumer) {
 
     { const CurrentContext context; }
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("create context", "open context", "close context"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(CreatesContext(), OpensContext(), ClosesContext()));
 }
 
 TEST_F(MetricsManagerTest, DeliversToEachConsumerWhatItAskedFor) {
@@ -94,8 +104,8 @@ TEST_F(MetricsManagerTest, DeliversToEachConsumerWhatItAskedFor) {
     OpenAndClose(flagTracing, "traced");
     OpenAndClose(hostBit, "host");
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open traced", "close traced"));
-    EXPECT_THAT(second->Descriptions(), ElementsAre("open host", "close host"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("traced"), Closes("traced")));
+    EXPECT_THAT(second->Contents(), ElementsAre(Opens("host"), Closes("host")));
 }
 
 TEST_F(MetricsManagerTest, AddingAListenerAgainReplacesItsEntry) {
@@ -107,7 +117,7 @@ TEST_F(MetricsManagerTest, AddingAListenerAgainReplacesItsEntry) {
     OpenAndClose(hostBit, "host");
 
     EXPECT_EQ(m_bus.GetConsumerCount(), 1U);
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open host", "close host"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("host"), Closes("host")));
 }
 
 TEST_F(MetricsManagerTest, ANullListenerIsRefused) {
@@ -125,7 +135,7 @@ TEST_F(MetricsManagerTest, RemovingAListenerEndsItsDeliveriesAndItsReference) {
     EXPECT_TRUE(m_bus.RemoveConsumer(m_listener));
     Work("unheard");
 
-    EXPECT_THAT(m_listener->events, IsEmpty());
+    EXPECT_THAT(m_listener->Events(), IsEmpty());
     EXPECT_EQ(m_listener->GetRefCount(), 1);
 }
 
@@ -145,7 +155,7 @@ TEST_F(MetricsManagerTest, AListenerThatWasRemovedMayComeBack) {
 
     Work("heard");
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open heard", "close heard"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("heard"), Closes("heard")));
 }
 
 TEST_F(MetricsManagerTest, TestBitsIsFalseWhileNobodyListens) {
@@ -215,10 +225,10 @@ TEST_F(MetricsManagerTest, AnAttributeGoesToTheCurrentContextWithTheGivenBits) {
     Metrics::AttributeImpl("user", "ann", flagTracing);
     Metrics::AttributeImpl("user", "nobody hears of", hostBit);
 
-    ASSERT_THAT(m_listener->Descriptions(), ElementsAre("attribute user=ann"));
-    EXPECT_EQ(m_listener->events[0].contextId, context.Id());
-    EXPECT_EQ(m_listener->events[0].flags, flagTracing);
-    EXPECT_EQ(m_listener->events[0].type, Metrics::MetricsEventType::Attribute);
+    ASSERT_THAT(m_listener->Contents(), ElementsAre(SendsContextValue("user", "ann")));
+    EXPECT_EQ(m_listener->Events()[0].contextId, context.Id());
+    EXPECT_EQ(m_listener->Events()[0].flags, flagTracing);
+    EXPECT_EQ(m_listener->Events()[0].type, Metrics::MetricsEventType::Attribute);
 }
 
 TEST_F(MetricsManagerTest, AListOfAttributesGoesToTheCurrentContextWithTheGivenBits) {
@@ -228,11 +238,11 @@ TEST_F(MetricsManagerTest, AListOfAttributesGoesToTheCurrentContextWithTheGivenB
     Metrics::MultiAttributeImpl(u"reqCtxAttrs", {{"user", "ann"}, {"rows", 3}}, flagTracing);
     Metrics::MultiAttributeImpl(u"reqCtxAttrs", {{"user", "nobody hears of"}}, hostBit);
 
-    ASSERT_THAT(m_listener->Descriptions(),
-                ElementsAre("attributes reqCtxAttrs(user=ann, rows=3)"));
-    EXPECT_EQ(m_listener->events[0].contextId, context.Id());
-    EXPECT_EQ(m_listener->events[0].flags, flagTracing);
-    EXPECT_EQ(m_listener->events[0].type, Metrics::MetricsEventType::AttributePairs);
+    ASSERT_THAT(m_listener->Contents(),
+                ElementsAre(SendsContextPairs(u"reqCtxAttrs", {{"user", "ann"}, {"rows", 3}})));
+    EXPECT_EQ(m_listener->Events()[0].contextId, context.Id());
+    EXPECT_EQ(m_listener->Events()[0].flags, flagTracing);
+    EXPECT_EQ(m_listener->Events()[0].type, Metrics::MetricsEventType::AttributePairs);
 }
 
 TEST_F(MetricsManagerTest, AttributesWithoutACurrentContextGoNowhere) {
@@ -241,7 +251,7 @@ TEST_F(MetricsManagerTest, AttributesWithoutACurrentContextGoNowhere) {
     Metrics::AttributeImpl("user", "ann", flagTracing);
     Metrics::MultiAttributeImpl("reqCtxAttrs", {{"user", "ann"}}, flagTracing);
 
-    EXPECT_THAT(m_listener->events, IsEmpty());
+    EXPECT_THAT(m_listener->Events(), IsEmpty());
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ protected:
     void LookOnThreadStartedBy(const std::function<void()>& prepare,
                                const std::function<void()>& look) {
         const Subscription subscription(*m_listener, flagTracing, false);
-        m_listener->reaction = [look](const MetricsEvent&) { look(); };
+        m_listener->CallOnEach([look](const MetricsEvent&) { look(); });
         EXPECT_TRUE(Metrics::Shutdown(patience));
         Choose(Metrics::WhenQueueIsFull::Wait);
         OnAnotherThread([&prepare] {
@@ -55,7 +55,7 @@ protected:
             const CurrentContext context;
         });
         FlushAll();
-        m_listener->reaction = nullptr;
+        m_listener->CallOnEach({});
     }
 
     /// In a process of its own, in which no thread can be started.
@@ -158,10 +158,10 @@ TEST_F(MetricsOwnThreadTest, WhoWaitsForAnotherThreadsNextStepsSleepsAfterAWhile
 TEST_F(MetricsOwnThreadTest, WhereThereIsNoThreadToBeHadErrnoStaysAndEverythingIsDelivered) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> closed{0};
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
         errno = ENOTTY;
-    };
+    });
 
     EXPECT_TRUE(SucceedsWithoutThreads([&] {
         constexpr int scopes = 200;
@@ -180,7 +180,7 @@ TEST_F(MetricsOwnThreadTest, WhereThereIsNoThreadToBeHadErrnoStaysAndEverythingI
 TEST_F(MetricsOwnThreadTest, AStartThatFailedIsTriedAgainAfterASecond) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<pid_t> deliverer{0};
-    m_listener->reaction = [&](const MetricsEvent&) { deliverer = gettid(); };
+    m_listener->CallOnEach([&](const MetricsEvent&) { deliverer = gettid(); });
 
     EXPECT_TRUE(SucceedsWithoutThreads([&] {
         const CurrentContext context;
@@ -229,9 +229,9 @@ TEST_F(MetricsOwnThreadTest, ASynchronousFlushIsCarriedOutByTheCaller) {
 TEST_F(MetricsOwnThreadTest, WhatIsStillQueuedAfterAChangeOfModeIsDeliveredByWhoFlushes) {
     const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> closed{0};
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
-    };
+    });
 
     EXPECT_TRUE(SucceedsWithoutThreads([&] {
         const CurrentContext context;

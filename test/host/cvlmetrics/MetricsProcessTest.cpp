@@ -1,5 +1,6 @@
 #include "AtThreadExit.h"
 #include "ChildProcess.h"
+#include "CountingListener.h"
 #include "MetricsTestSupport.h"
 
 #include <atomic>
@@ -24,19 +25,11 @@ using MetricsTest::CurrentContext;
 using MetricsTest::CurrentContextId;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::ClosesContext;
+using tarn::test::CountingListener;
+using tarn::test::EventContent;
 using tarn::test::SucceedsInChild;
-
-/// Counts and keeps nothing: after a fork the child had better not allocate.
-class CountingListener : public Metrics::IMetricsListener {
-public:
-    void OnMetricsEvent(const MetricsEvent& event) override {
-        opened += event.type == MetricsEventType::OpenScope ? 1 : 0;
-        closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
-    }
-
-    int opened = 0;
-    int closed = 0;
-};
 
 class MetricsForkTest : public MetricsTest::MetricsBusTest {
 protected:
@@ -66,9 +59,9 @@ TEST_F(MetricsForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
     int failures = 0;
     for (int round = 0; round < 50; ++round) {
         const bool isWell = SucceedsInChild([&] {
-            const int before = listener->opened;
+            const int before = listener->Count(MetricsEventType::OpenScope);
             EmitOneScope();
-            return listener->opened == before + 1;
+            return listener->Count(MetricsEventType::OpenScope) == before + 1;
         });
         failures += isWell ? 0 : 1;
     }
@@ -78,40 +71,41 @@ TEST_F(MetricsForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
         emitter.join();
     }
     EXPECT_EQ(failures, 0);
-    EXPECT_EQ(listener->opened, listener->closed);
+    EXPECT_EQ(listener->Count(MetricsEventType::OpenScope),
+              listener->Count(MetricsEventType::CloseScope));
 }
 
 TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
     const CurrentContext context;
     const Subscription subscription(*m_listener, flagTracing, false);
     pid_t child = -1;
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::OpenScope) {
             child = fork();
         }
-    };
+    });
 
     Work("query");
     Work("afterwards");
     if (child == 0) {
         alarm(20);
-        _exit(m_listener->events.size() == 4 ? 0 : 1);
+        _exit(m_listener->Count() == 4 ? 0 : 1);
     }
 
     EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
-    EXPECT_EQ(m_listener->events.size(), 4U);
+    EXPECT_EQ(m_listener->Count(), 4U);
 }
 
 TEST_F(MetricsForkTest, AListenerMayForkInTheMiddleOfAScopesEnd) {
     const Subscription subscription(*m_listener, flagTracing, false);
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
     pid_t child = -1;
-    m_listener->reaction = [&](const MetricsEvent& event) {
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::NameValue) {
             child = fork();
         }
-    };
+    });
 
     Scope scope(flagTracing);
     scope.OpenImpl("query");
@@ -119,12 +113,12 @@ TEST_F(MetricsForkTest, AListenerMayForkInTheMiddleOfAScopesEnd) {
     if (child == 0) {
         alarm(20);
         Work("afterwards");
-        const std::vector<std::string> said = m_listener->Descriptions();
-        _exit(said[2] == "close query" && said.back() == "close afterwards" ? 0 : 1);
+        const std::vector<EventContent> said = m_listener->Contents();
+        _exit(said[2] == Closes("query") && said.back() == Closes("afterwards") ? 0 : 1);
     }
 
     EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
-    EXPECT_EQ(m_listener->events.size(), 3U);
+    EXPECT_EQ(m_listener->Count(), 3U);
 }
 
 /// The end of a process, seen from outside. The statement runs in a process of its own, and what it
@@ -227,9 +221,9 @@ TEST_F(MetricsThreadTeardownTest, AScopeThatOutlivesItsThreadsStackStillCloses) 
         };
     }).join();
 
-    EXPECT_EQ(m_listener->DescriptionsOf(contextId).back(), "close context");
-    ASSERT_EQ(m_listener->DescriptionsOf(contextId).size(), 6U);
-    EXPECT_EQ(m_listener->DescriptionsOf(contextId)[4], "close query");
+    EXPECT_EQ(m_listener->ContentsOf(contextId).back(), ClosesContext());
+    ASSERT_EQ(m_listener->ContentsOf(contextId).size(), 6U);
+    EXPECT_EQ(m_listener->ContentsOf(contextId)[4], Closes("query"));
 }
 
 }  // namespace

@@ -28,7 +28,14 @@ using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::ClosesContext;
+using tarn::test::CreatesContext;
+using tarn::test::IsOfType;
+using tarn::test::LogCapture;
 using tarn::test::OnAnotherThread;
+using tarn::test::Opens;
+using tarn::test::OpensContext;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -39,11 +46,7 @@ protected:
     MetricsRefusalTest() { Choose(WhenQueueIsFull::Refuse); }
 
     /// How often an event of a kind arrived.
-    std::ptrdiff_t Count(MetricsEventType type) const {
-        return std::count_if(m_listener->events.begin(),
-                             m_listener->events.end(),
-                             [type](const MetricsEvent& event) { return event.type == type; });
-    }
+    std::size_t Count(MetricsEventType type) const { return m_listener->Count(type); }
 
     /// Scopes that have left the thread's queue no room but that of the ends.
     static std::list<Scope> FillAllButTheRoomOfEnds() {
@@ -134,7 +137,7 @@ TEST_F(MetricsRefusalTest, WhatARefusedScopeHasAddedToItsContextIsTakenBack) {
 
     EXPECT_EQ(Count(MetricsEventType::AttributePairs), 1);
     EXPECT_EQ(Count(MetricsEventType::PostCloseScope), 1);
-    EXPECT_THAT(m_listener->Descriptions(), testing::Not(Contains("open refused")));
+    EXPECT_THAT(m_listener->Contents(), testing::Not(Contains(Opens("refused"))));
 }
 
 TEST_F(MetricsRefusalTest, ThreadsThatMakeContextsDoNotWaitEither) {
@@ -175,13 +178,13 @@ TEST_F(MetricsRefusalTest, AContextThatFoundNoRoomIsAnnouncedWithTheFirstScopeTh
     });
     FlushAll();
 
-    EXPECT_THAT(m_listener->DescriptionsOf(lateId),
-                ElementsAre("create context",
-                            "open context",
-                            HasSubstr("attribute tid="),
-                            "open query",
-                            "close query",
-                            "close context"));
+    EXPECT_THAT(m_listener->ContentsOf(lateId),
+                ElementsAre(CreatesContext(),
+                            OpensContext(),
+                            IsOfType(MetricsEventType::Attribute),
+                            Opens("query"),
+                            Closes("query"),
+                            ClosesContext()));
     EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::CloseContext));
 }
 
@@ -203,17 +206,17 @@ TEST_F(MetricsRefusalTest, AContextIsOpenedWithoutTheRoomOfEndsAndSaidWithAScope
     });
     FlushAll();
 
-    EXPECT_THAT(m_listener->DescriptionsOf(lateId),
-                ElementsAre("create context",
-                            "open context",
-                            HasSubstr("attribute tid="),
-                            "open query",
-                            "close query",
-                            "close context"));
+    EXPECT_THAT(m_listener->ContentsOf(lateId),
+                ElementsAre(CreatesContext(),
+                            OpensContext(),
+                            IsOfType(MetricsEventType::Attribute),
+                            Opens("query"),
+                            Closes("query"),
+                            ClosesContext()));
     const auto isAbout = [lateId](MetricsEventType type) {
         return [=](const MetricsEvent& event) { return event.type == type && event.id == lateId; };
     };
-    const auto& events = m_listener->events;
+    const std::vector<MetricsEvent> events = m_listener->Events();
     const auto opened =
         std::find_if(events.begin(), events.end(), isAbout(MetricsEventType::OpenContext));
     EXPECT_TRUE(std::any_of(events.begin(), opened, [](const MetricsEvent& event) {
@@ -259,39 +262,14 @@ TEST_F(MetricsRefusalTest, AContextThatHasLostAttributesStaysUnknownWithItsScope
     });
     FlushAll();
 
-    EXPECT_THAT(m_listener->DescriptionsOf(lateId), IsEmpty());
+    EXPECT_THAT(m_listener->ContentsOf(lateId), IsEmpty());
     EXPECT_EQ(Metrics::GetBusStatistics().refusedAttributes - refusedBefore, 1U);
     EXPECT_EQ(Count(MetricsEventType::CreateContext), Count(MetricsEventType::CloseContext))
         << "the last one may be there without its opening";
 }
 
-/// Keeps what is logged.
-class KeepingBackEnd : public TLog::LogBackEnd {
-public:
-    void Write(TLog::Severity, const TLog::Event&) override {}
-
-    void WriteMessage(TLog::Severity, const TString& text) override {
-        const std::lock_guard lock(m_mutex);
-        m_messages.push_back(text.ToUtf8());
-    }
-
-    void Flush() override { ++flushes; }
-
-    std::vector<std::string> Messages() {
-        const std::lock_guard lock(m_mutex);
-        return m_messages;
-    }
-
-    std::atomic<int> flushes{0};
-
-private:
-    std::mutex m_mutex;
-    std::vector<std::string> m_messages;
-};
-
 TEST_F(MetricsRefusalTest, TheLogSaysWhatIsMissingInIt) {
-    const auto backEnd = std::make_shared<KeepingBackEnd>();
-    const auto former = TLog::ReplaceBackEnd(backEnd);
+    const LogCapture log;
     {
         const Subscription subscription(*m_listener, flagTracing, false);
         HoldConsumer();
@@ -304,10 +282,9 @@ TEST_F(MetricsRefusalTest, TheLogSaysWhatIsMissingInIt) {
         m_gate.Open();
         FlushAll();
     }
-    TLog::ReplaceBackEnd(former);
 
-    EXPECT_THAT(backEnd->Messages(), Contains(HasSubstr("scopes refused for want of room")));
-    EXPECT_GT(backEnd->flushes, 0);
+    EXPECT_THAT(log->MessageTexts(), Contains(HasSubstr("scopes refused for want of room")));
+    EXPECT_GT(log->Flushes(), 0);
 }
 
 }  // namespace

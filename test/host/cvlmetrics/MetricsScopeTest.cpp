@@ -20,6 +20,12 @@ using Metrics::MetricsEventType;
 using Metrics::Scope;
 using MetricsTest::CurrentContext;
 using MetricsTest::Subscription;
+using tarn::test::Closes;
+using tarn::test::Opens;
+using tarn::test::PostCloses;
+using tarn::test::SendsPairs;
+using tarn::test::SendsSupplement;
+using tarn::test::SendsValue;
 using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
@@ -39,7 +45,7 @@ bool FirstByteOf(const Scope& scope) {
 
 TEST_F(MetricsScopeTest, StartsClosedAndSaysNothing) {
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     {
         const Scope scope(flagTracing);
@@ -51,7 +57,7 @@ TEST_F(MetricsScopeTest, StartsClosedAndSaysNothing) {
         EXPECT_FALSE(FirstByteOf(scope));
     }
 
-    EXPECT_THAT(m_listener->events, IsEmpty());
+    EXPECT_THAT(m_listener->Events(), IsEmpty());
 }
 
 TEST_F(MetricsScopeTest, ItsFirstByteSaysWhetherItIsOpen) {
@@ -66,7 +72,7 @@ TEST_F(MetricsScopeTest, ItsFirstByteSaysWhetherItIsOpen) {
 
 TEST_F(MetricsScopeTest, SendsItsRoadFromOpenToPostClose) {
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     {
         Scope scope(flagTracing);
@@ -78,19 +84,19 @@ TEST_F(MetricsScopeTest, SendsItsRoadFromOpenToPostClose) {
             {MetricsCloseScopeActions::PopRequestContextAttributes, MetricsCloseScopeActions{1}});
     }
 
-    EXPECT_THAT(m_listener->Descriptions(),
-                ElementsAre("open query(db=sales, rows=3)",
-                            "value tid=7",
-                            "list memoryAttrs(ai=1)",
-                            "supplement note(a=b)",
-                            "close query",
-                            "post-close query 0",
-                            "post-close query 1"));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(Opens("query", {{"db", "sales"}, {"rows", 3}}),
+                            SendsValue(u"tid", 7),
+                            SendsPairs(u"memoryAttrs", {{u"ai", 1}}),
+                            SendsSupplement(u"note", {{u"a", u"b"}}),
+                            Closes("query"),
+                            PostCloses("query"),
+                            PostCloses("query", 1)));
 }
 
 TEST_F(MetricsScopeTest, StampsItsIdentityOnEveryEvent) {
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     {
         Scope scope(flagTracing | flagUntracked);
@@ -99,10 +105,10 @@ TEST_F(MetricsScopeTest, StampsItsIdentityOnEveryEvent) {
         scope.SetPostScopeCloseEvents({MetricsCloseScopeActions::PopRequestContextAttributes});
     }
 
-    ASSERT_EQ(m_listener->events.size(), 4U);
-    const uint64 id = m_listener->events[0].id;
+    ASSERT_EQ(m_listener->Count(), 4U);
+    const uint64 id = m_listener->Events()[0].id;
     EXPECT_GE(id, 1U);
-    EXPECT_THAT(m_listener->events,
+    EXPECT_THAT(m_listener->Events(),
                 Each(AllOf(Field(&MetricsEvent::id, id),
                            Field(&MetricsEvent::contextId, context.Id()),
                            Field(&MetricsEvent::flags, flagTracing | flagUntracked))));
@@ -117,7 +123,7 @@ TEST_F(MetricsScopeTest, ThePostCloseActionIsAnInteger) {
         scope.SetPostScopeCloseEvents({MetricsCloseScopeActions::PopRequestContextAttributes});
     }
 
-    const MetricsEvent& last = m_listener->events.back();
+    const MetricsEvent& last = m_listener->Last();
     ASSERT_EQ(last.type, MetricsEventType::PostCloseScope);
     EXPECT_EQ(last.value.type, Metrics::MetricsValue::MV_Int64);
     EXPECT_EQ(last.value.integer, 0);
@@ -125,13 +131,13 @@ TEST_F(MetricsScopeTest, ThePostCloseActionIsAnInteger) {
 
 TEST_F(MetricsScopeTest, EveryScopeHasAnIdOfItsOwn) {
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     MetricsTest::Work("first");
     MetricsTest::Work("second");
 
-    ASSERT_EQ(m_listener->events.size(), 4U);
-    EXPECT_EQ(m_listener->events[2].id, m_listener->events[0].id + 1);
+    ASSERT_EQ(m_listener->Count(), 4U);
+    EXPECT_EQ(m_listener->Events()[2].id, m_listener->Events()[0].id + 1);
 }
 
 TEST_F(MetricsScopeTest, StaysClosedWithoutACurrentContext) {
@@ -144,7 +150,7 @@ TEST_F(MetricsScopeTest, StaysClosedWithoutACurrentContext) {
         EXPECT_FALSE(scope.IsOpen());
     }
 
-    EXPECT_THAT(m_listener->events, IsEmpty());
+    EXPECT_THAT(m_listener->Events(), IsEmpty());
 }
 
 TEST_F(MetricsScopeTest, AnOpeningWithoutAContextDropsThePostCloseList) {
@@ -152,17 +158,17 @@ TEST_F(MetricsScopeTest, AnOpeningWithoutAContextDropsThePostCloseList) {
     scope->SetPostScopeCloseEvents({MetricsCloseScopeActions::PopRequestContextAttributes});
     scope->OpenImpl("too early");
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     scope->OpenImpl("in time");
     delete scope;
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open in time", "close in time"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("in time"), Closes("in time")));
 }
 
 TEST_F(MetricsScopeTest, OpensOnceOnly) {
     const CurrentContext context;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     {
         Scope scope(flagTracing);
@@ -170,7 +176,7 @@ TEST_F(MetricsScopeTest, OpensOnceOnly) {
         scope.OpenImpl("second");
     }
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("open first", "close first"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Opens("first"), Closes("first")));
 }
 
 TEST_F(MetricsScopeTest, BelongsToTheInnermostContext) {
@@ -179,7 +185,7 @@ TEST_F(MetricsScopeTest, BelongsToTheInnermostContext) {
 
     MetricsTest::Work("query");
 
-    EXPECT_EQ(m_listener->events.back().contextId, inner.Id());
+    EXPECT_EQ(m_listener->Last().contextId, inner.Id());
 }
 
 TEST_F(MetricsScopeTest, ClosesInTheContextItWasOpenedIn) {
@@ -190,12 +196,12 @@ TEST_F(MetricsScopeTest, ClosesInTheContextItWasOpenedIn) {
     const uint64 firstId = first->Id();
     first.reset();
     const CurrentContext second;
-    m_listener->events.clear();
+    m_listener->Clear();
 
     std::thread([&] { scope.reset(); }).join();
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("close query", "post-close query 0"));
-    EXPECT_THAT(m_listener->events, Each(Field(&MetricsEvent::contextId, firstId)));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Closes("query"), PostCloses("query")));
+    EXPECT_THAT(m_listener->Events(), Each(Field(&MetricsEvent::contextId, firstId)));
 }
 
 TEST_F(MetricsScopeTest, OpensUnheardAndIsHeardByWhoeverComesLater) {
@@ -206,11 +212,11 @@ TEST_F(MetricsScopeTest, OpensUnheardAndIsHeardByWhoeverComesLater) {
     scope->OpenImpl("query");
 
     EXPECT_TRUE(scope->IsOpen());
-    m_listener->events.clear();
+    m_listener->Clear();
     const Subscription late(*m_listener, flagTracing, false);
     scope.reset();
 
-    EXPECT_THAT(m_listener->Descriptions(), ElementsAre("close query"));
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Closes("query")));
 }
 
 }  // namespace

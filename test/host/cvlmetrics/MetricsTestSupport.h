@@ -1,5 +1,8 @@
 #pragma once
 
+#include "CapturingLog.h"
+#include "RecordingListener.h"
+
 #include "cvlmetrics/Context.h"
 #include "cvlmetrics/IMetricsListener.h"
 #include "cvlmetrics/MetricsEvent.h"
@@ -7,40 +10,12 @@
 #include "cvlmetrics/Scope.h"
 #include "cvlsys/RefCntObject.h"
 
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 /// What the tests of the metrics bus have in common.
 namespace MetricsTest {
 
-/// An event in words: "open query", "close query", "value rows=3", "post-close query 0",
-/// "create context", "attribute tid=7", "list reqCtxAttrs(user=ann, site=hq)".
-std::string Describe(const Metrics::MetricsEvent& event);
-
-/// A name or a value as text.
-std::string Text(const Metrics::MetricsValue& value);
-
-/// Keeps every event, then does what the test wants done during the delivery. It takes no lock on
-/// purpose: that its calls never overlap is the bus's promise, and thread sanitizer's to check.
-class RecordingListener : public Metrics::IMetricsListener {
-public:
-    void OnMetricsEvent(const Metrics::MetricsEvent& event) override;
-
-    /// Called with each event once it is recorded.
-    std::function<void(const Metrics::MetricsEvent&)> reaction;
-
-    /// Read it when nothing is being delivered.
-    std::vector<Metrics::MetricsEvent> events;
-
-    std::vector<std::string> Descriptions() const;
-
-    /// The descriptions of the events of one context, in order.
-    std::vector<std::string> DescriptionsOf(uint64 contextId) const;
-};
+using tarn::test::RecordingListener;
 
 /// A listener's registration, for the time of a block.
 class Subscription {

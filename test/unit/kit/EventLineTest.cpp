@@ -1,6 +1,8 @@
 // That the reader of lines is as strict as it says, and finds where a line and its event differ.
 #include "EventLine.h"
 
+#include "CapturingLog.h"
+#include "CapturingSink.h"
 #include "JsonReader.h"
 
 #include "cvlcoreplatform/TLogEvent.h"
@@ -13,10 +15,12 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -155,6 +159,29 @@ TEST(EventLineTest, EveryFieldThatDiffersIsNoticed) {
         EXPECT_NE(DifferenceOfLine(Replaced(line, what, by), TLog::Info, event), "")
             << what << " became " << by;
     }
+}
+
+// ---- What captures events looks at their lines.
+
+// Its line has one name twice: both become a replacement character and the same text behind it.
+TLog::Event EventWithAnAmbiguousLine() {
+    const auto half = [](const char16_t* text) { return TString(std::u16string_view(text, 2)); };
+    return EventOf({{half(u"\xD800x"), Literal::Int(1)}, {half(u"\xDC00x"), Literal::Int(2)}});
+}
+
+TEST(CapturingTest, AnEventWhoseLineSaysOtherwiseFailsTheTestInASink) {
+    static const TLog::Event event = EventWithAnAmbiguousLine();
+
+    EXPECT_NONFATAL_FAILURE(
+        tarn::test::CapturingSink(std::make_shared<tarn::test::CapturedEvents>()).Log(event),
+        "two fields are named");
+}
+
+TEST(CapturingTest, AnEventWhoseLineSaysOtherwiseFailsTheTestInALog) {
+    static const TLog::Event event = EventWithAnAmbiguousLine();
+
+    EXPECT_NONFATAL_FAILURE(tarn::test::CapturingLog().Write(TLog::Info, event),
+                            "two fields are named");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// That the fixture restores what it says, and that the tools for allocations and metrics events
-// tell right from wrong.
+// That the fixture restores what it says, and that the tools for allocations tell right from
+// wrong.
 #include "AllocationCounter.h"
-#include "MetricsText.h"
 #include "TarnTest.h"
 #include "ThreadActivityRegistry.h"
 
@@ -302,57 +301,6 @@ TEST_F(TestFixtureTest, ATestsOwnAllocationsCanBeExcepted) {
 
     EXPECT_EQ(::operator new(100, std::nothrow), nullptr);
     EXPECT_TRUE(failing.HasFailed());
-}
-
-// ---- Events as text
-
-TEST_F(TestFixtureTest, TheKindOfAValueCanBeSeen) {
-    Metrics::MetricsValue unknown;
-    unknown.type = 9;
-
-    EXPECT_EQ(Text(Metrics::MetricsValue(-7)), "-7");
-    EXPECT_EQ(Text(Metrics::MetricsValue(true)), "true");
-    EXPECT_EQ(Text(Metrics::MetricsValue(7.0)), "7.00000");
-    EXPECT_EQ(Text(Metrics::MetricsValue("text")), "\"text\"");
-    EXPECT_EQ(Text(Metrics::MetricsValue(u"text")), "L\"text\"");
-    EXPECT_EQ(Text(unknown), "kind 9");
-}
-
-TEST_F(TestFixtureTest, TheKindOfAnEventCanBeSeen) {
-    Metrics::MetricsEvent event;
-    event.name = "name";
-    event.value = 3;
-    event.pairs = {{"a", 1}};
-    std::vector<std::string> texts;
-    for (uint32 type = 1; type <= 13; ++type) {
-        event.type = static_cast<Metrics::MetricsEventType>(type);
-        texts.push_back(Text(event));
-    }
-
-    EXPECT_THAT(texts,
-                ElementsAre("type 1",
-                            "CreateContext",
-                            "OpenContext",
-                            "CloseContext",
-                            "OpenScope \"name\" {\"a\"=1}",
-                            "CloseScope \"name\"",
-                            "NameValue \"name\"=3",
-                            "Attribute \"name\"=3",
-                            "NameValuePairs \"name\" {\"a\"=1}",
-                            "AttributePairs \"name\" {\"a\"=1}",
-                            "SupplementalPairs \"name\" {\"a\"=1}",
-                            "PostCloseScope \"name\" action 3",
-                            "type 13"));
-}
-
-TEST_F(TestFixtureTest, AskingForAnEventThatWasNotDeliveredFailsTheTest) {
-    static RefCntPtr<RecordingListener> listener;
-    listener = Listen();
-
-    EXPECT_NONFATAL_FAILURE(listener->First(Metrics::MetricsEventType::OpenScope),
-                            "no event of type 5");
-
-    listener = nullptr;
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include "ScopeTree.h"
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -60,6 +62,28 @@ TEST_F(TestSupportTest, ValuesReadAsText) {
     EXPECT_EQ(LogValue::Of(nullptr).Text(), "missing");
     EXPECT_EQ(LogValue::Of(TLog::Literal::Null().get()).Text(), "null");
     EXPECT_EQ(LogValue::Of(TLog::Literal::Double(0.5, 1).get()).Text(), "fixed 0.5");
+}
+
+TEST_F(TestSupportTest, TextsThatDifferInAnythingAreDifferentValues) {
+    const std::vector<LogValue> values{TString(std::u16string_view(u"a\xD800", 2)),
+                                       TString(std::u16string_view(u"a\xDC00", 2)),
+                                       TString(std::u16string_view(u"a\xDC00\xD800", 3)),
+                                       "a\uFFFD",
+                                       "a\\uD800",
+                                       "a\U00010000",
+                                       "a\n",
+                                       "a\\n",
+                                       std::string("a\0", 2),
+                                       "a\\0",
+                                       "a\"",
+                                       "a"};
+
+    for (const LogValue& a : values) {
+        for (const LogValue& b : values) {
+            EXPECT_EQ(a == b, &a == &b) << a.Text() << " and " << b.Text();
+        }
+    }
+    EXPECT_EQ(LogValue(TString(u"a\U0001D11E")), LogValue("a\U0001D11E"));
 }
 
 TEST_F(TestSupportTest, ATreeShowsWhatIsOpenAndWhatFailed) {

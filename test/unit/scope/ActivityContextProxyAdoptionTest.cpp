@@ -17,9 +17,10 @@ namespace {
 
 using Attributes = ActivityContextProxy::Attributes;
 using Metrics::MetricsEventType;
+using Metrics::NameValueList;
+using Metrics::NameValuePair;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
@@ -34,26 +35,32 @@ TEST_F(ForegroundProxyTest, TheOpeningCarriesTheAdoptedContext) {
     const ActivityContextProxy proxy("job", {{u"path", u"/tmp"}}, AllSix());
 
     EXPECT_THAT(Sent(),
-                ElementsAre("OpenScope \"job\" {L\"path\"=L\"/tmp\", L\"traceDepth\"=3, "
-                            "L\"sDepth\"=1, L\"__root__\"=L\"R\", L\"activityId\"=L\"A\", "
-                            "L\"sponsorId\"=L\"S\", L\"rid\"=L\"Q\"}"));
+                ElementsAre(Opens("job",
+                                  {{u"path", u"/tmp"},
+                                   {u"traceDepth", 3},
+                                   {u"sDepth", 1},
+                                   {u"__root__", u"R"},
+                                   {u"activityId", u"A"},
+                                   {u"sponsorId", u"S"},
+                                   {u"rid", u"Q"}})));
 }
 
 TEST_F(ForegroundProxyTest, TheSixKeysOfAnAdoptedContextAreNoContextAttributes) {
     { const ActivityContextProxy proxy("job", {}, AllSix() + Attributes{{u"user", u"ann"}}); }
 
     EXPECT_THAT(Sent(),
-                ElementsAre("AttributePairs L\"mctx\" {L\"user\"=L\"ann\"}",
-                            HasSubstr("OpenScope"),
+                ElementsAre(SendsContextPairs(u"mctx", {{u"user", u"ann"}}),
+                            IsOfType(MetricsEventType::OpenScope),
                             ThreadIdEvent(),
-                            closesJob,
-                            popsLayer));
+                            ClosesJob(),
+                            PopsLayer()));
 }
 
 TEST_F(ForegroundProxyTest, WithTheSixKeysAloneNoContextAttributesAreSentNorTakenBack) {
     { const ActivityContextProxy proxy("job", {}, AllSix()); }
 
-    EXPECT_THAT(Sent(), ElementsAre(HasSubstr("OpenScope"), ThreadIdEvent(), closesJob));
+    EXPECT_THAT(Sent(),
+                ElementsAre(IsOfType(MetricsEventType::OpenScope), ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(ForegroundProxyTest, OnAdoptionTheSixKeysAreNoActivityAttributesEither) {
@@ -69,9 +76,14 @@ TEST_F(ForegroundProxyTest, OnAdoptionTheSixKeysAreNoActivityAttributesEither) {
 
     EXPECT_THAT(Texts(Current()), ElementsAre("Q", "R", "A", "S", "3", "1"));
     EXPECT_THAT(Sent(),
-                ElementsAre("OpenScope \"job\" {L\"zone\"=L\"kept\", L\"traceDepth\"=3, "
-                            "L\"sDepth\"=1, L\"__root__\"=L\"R\", L\"activityId\"=L\"A\", "
-                            "L\"sponsorId\"=L\"S\", L\"rid\"=L\"Q\"}"));
+                ElementsAre(Opens("job",
+                                  {{u"zone", u"kept"},
+                                   {u"traceDepth", 3},
+                                   {u"sDepth", 1},
+                                   {u"__root__", u"R"},
+                                   {u"activityId", u"A"},
+                                   {u"sponsorId", u"S"},
+                                   {u"rid", u"Q"}})));
 }
 
 TEST_F(ForegroundProxyTest, OnlyTheExactNamesAreKeptBack) {
@@ -96,9 +108,13 @@ TEST_F(ForegroundProxyTest, WhatIsMissingIsEmptyOrZero) {
 
     EXPECT_THAT(Texts(Current()), ElementsAre("", "R", "", "", "0", "0"));
     EXPECT_THAT(Sent(),
-                ElementsAre("OpenScope \"job\" {L\"traceDepth\"=0, L\"sDepth\"=0, "
-                            "L\"__root__\"=L\"R\", L\"activityId\"=L\"\", L\"sponsorId\"=L\"\", "
-                            "L\"rid\"=L\"\"}"));
+                ElementsAre(Opens("job",
+                                  {{u"traceDepth", 0},
+                                   {u"sDepth", 0},
+                                   {u"__root__", u"R"},
+                                   {u"activityId", u""},
+                                   {u"sponsorId", u""},
+                                   {u"rid", u""}})));
 }
 
 TEST_F(ForegroundProxyTest, EachOfTheSixMayBeMissing) {
@@ -128,7 +144,11 @@ TEST_F(ForegroundProxyTest, ARootAmongTheActivityAttributesAdoptsNothing) {
     const ActivityContextProxy proxy("job", AllSix(), {});
 
     EXPECT_THAT(Texts(Current()), Not(Contains("R")));
-    EXPECT_THAT(Sent(), ElementsAre(HasSubstr("{L\"__root__\"=L\"R\", L\"activityId\"=L\"A\"")));
+    const std::vector<EventContent> sent = Sent();
+    ASSERT_THAT(sent, SizeIs(1));
+    ASSERT_GE(sent[0].pairs.size(), 2U);
+    EXPECT_EQ(sent[0].pairs[0], NameValuePair(u"__root__", u"R"));
+    EXPECT_EQ(sent[0].pairs[1], NameValuePair(u"activityId", u"A"));
 }
 
 TEST_F(ForegroundProxyTest, DepthsAreWholeDecimalNumbersElseZero) {
@@ -225,12 +245,15 @@ TEST_F(ForegroundProxyTest, WithoutARootTheOtherFiveAreOrdinaryAttributesOfBothK
 
     const ActivityContextProxy proxy("job", described, described);
 
-    const std::string five =
-        "L\"activityId\"=L\"A\", L\"depth\"=L\"3\", L\"rid\"=L\"Q\", L\"sDepth\"=L\"1\", "
-        "L\"sponsorId\"=L\"S\"";
+    const NameValueList five{{u"activityId", u"A"},
+                             {u"depth", u"3"},
+                             {u"rid", u"Q"},
+                             {u"sDepth", u"1"},
+                             {u"sponsorId", u"S"}};
     EXPECT_THAT(Sent(),
-                ElementsAre("AttributePairs L\"mctx\" {" + five + "}",
-                            HasSubstr("OpenScope \"job\" {" + five + ", L\"traceDepth\"=0")));
+                ElementsAre(SendsContextPairs(u"mctx", five),
+                            Opens("job", Joined(five, ContextPairs(*Current())))));
+    EXPECT_EQ(Current()->GetTraceDepth(), 0);
 }
 
 TEST_F(ForegroundProxyTest, TheActivityIsCurrentUntilItIsClosed) {

@@ -101,18 +101,17 @@ TEST_F(SwitchedOffProxyTest, OtherNamesAreOn) {
 }
 
 TEST_F(SwitchedOffProxyTest, FirstOnAThreadItStillOwnsAMetricsContext) {
-    std::string threadId;
+    uint64 threadId = 0;
 
     OnAnotherThread([&threadId] {
-        threadId = std::to_string(TSystem::ThreadID());
+        threadId = TSystem::ThreadID();
         const ActivityContextProxy proxy("job", {}, AllSix());
         EXPECT_NE(CurrentMetricsContext(), 0U);
     });
 
     EXPECT_THAT(
         Sent(),
-        ElementsAre(
-            "CreateContext", "OpenContext", "Attribute L\"tid\"=" + threadId, "CloseContext"));
+        ElementsAre(CreatesContext(), OpensContext(), AnnouncesThread(threadId), ClosesContext()));
 }
 
 }  // namespace

@@ -50,10 +50,12 @@ TEST_F(ActivityContextProxyTest, CancelingPutsTheOutcomeBehindTheCallersPairs) {
     proxy.Cancel({});
 
     EXPECT_THAT(Sent(),
-                ElementsAre("NameValuePairs L\"resultAttrs\" {L\"why\"=L\"timeout\", "
-                            "L\"zone\"=L\"eu\", L\"rk\"=L\"early-termination\", "
-                            "L\"type\"=L\"canceled\"}",
-                            canceled));
+                ElementsAre(SendsPairs(u"resultAttrs",
+                                       {{u"why", u"timeout"},
+                                        {u"zone", u"eu"},
+                                        {u"rk", u"early-termination"},
+                                        {u"type", u"canceled"}}),
+                            Canceled()));
 }
 
 TEST_F(ActivityContextProxyTest, FailingPutsTheReasonBehindTheCallersPairs) {
@@ -64,9 +66,9 @@ TEST_F(ActivityContextProxyTest, FailingPutsTheReasonBehindTheCallersPairs) {
     proxy.Fail(u"", {});
 
     EXPECT_THAT(Sent(),
-                ElementsAre("NameValuePairs L\"resultAttrs\" {L\"used\"=L\"11\", "
-                            "L\"zone\"=L\"eu\", L\"rk\"=L\"quota\"}",
-                            "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"\"}"));
+                ElementsAre(SendsPairs(u"resultAttrs",
+                                       {{u"used", u"11"}, {u"zone", u"eu"}, {u"rk", u"quota"}}),
+                            SendsPairs(u"resultAttrs", {{u"rk", u""}})));
 }
 
 TEST_F(ActivityContextProxyTest, ACallersOwnResultKeyStaysBesideTheReason) {
@@ -75,9 +77,10 @@ TEST_F(ActivityContextProxyTest, ACallersOwnResultKeyStaysBesideTheReason) {
 
     proxy.Fail(u"quota", {{u"rk", u"mine"}, {u"type", u"mine too"}});
 
-    EXPECT_THAT(Sent(),
-                ElementsAre("NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"mine\", "
-                            "L\"type\"=L\"mine too\", L\"rk\"=L\"quota\"}"));
+    EXPECT_THAT(
+        Sent(),
+        ElementsAre(SendsPairs(u"resultAttrs",
+                               {{u"rk", u"mine"}, {u"type", u"mine too"}, {u"rk", u"quota"}})));
 }
 
 TEST_F(ActivityContextProxyTest, AnExceptionGivesThreePairs) {
@@ -88,9 +91,9 @@ TEST_F(ActivityContextProxyTest, AnExceptionGivesThreePairs) {
     proxy.FailException(u"", u"");
 
     EXPECT_THAT(Sent(),
-                ElementsAre(failedWithException,
-                            "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"exception\", "
-                            "L\"type\"=L\"\", L\"msg\"=L\"\"}"));
+                ElementsAre(FailedWithException(),
+                            SendsPairs(u"resultAttrs",
+                                       {{u"rk", u"exception"}, {u"type", u""}, {u"msg", u""}})));
 }
 
 TEST_F(ActivityContextProxyTest, EveryReportIsSentWhateverCameBefore) {
@@ -104,11 +107,11 @@ TEST_F(ActivityContextProxyTest, EveryReportIsSentWhateverCameBefore) {
     proxy.Cancel({});
 
     EXPECT_THAT(Sent(),
-                ElementsAre(canceled,
-                            "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"late\"}",
-                            failedWithException,
-                            "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"later\"}",
-                            canceled));
+                ElementsAre(Canceled(),
+                            SendsPairs(u"resultAttrs", {{u"rk", u"late"}}),
+                            FailedWithException(),
+                            SendsPairs(u"resultAttrs", {{u"rk", u"later"}}),
+                            Canceled()));
 }
 
 TEST_F(ActivityContextProxyTest, EveryReportSetsTheOutcomeWhateverCameBefore) {
@@ -129,7 +132,7 @@ class UnwindingProxyTest : public ActivityContextProxyTest {
 protected:
     /// Lets an exception end an activity that has made this report, and gives what is sent then.
     template <class Report>
-    std::vector<std::string> SentWhileUnwinding(Report&& report) {
+    std::vector<EventContent> SentWhileUnwinding(Report&& report) {
         try {
             ActivityContextProxy proxy("job", {}, {});
             report(proxy);
@@ -143,23 +146,23 @@ protected:
 
 TEST_F(UnwindingProxyTest, AnExceptionThatWasNotReportedIsAnEarlyTermination) {
     EXPECT_THAT(SentWhileUnwinding([](ActivityContextProxy&) {}),
-                ElementsAre(stackUnwind, ThreadIdEvent(), closesJob));
+                ElementsAre(StackUnwind(), ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(UnwindingProxyTest, AReportedExceptionIsNotReportedAgain) {
     EXPECT_THAT(
         SentWhileUnwinding([](ActivityContextProxy& proxy) { proxy.FailException(u"T", u"M"); }),
-        ElementsAre(ThreadIdEvent(), closesJob));
+        ElementsAre(ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(UnwindingProxyTest, AfterAFailureNoEarlyTerminationIsReported) {
     EXPECT_THAT(SentWhileUnwinding([](ActivityContextProxy& proxy) { proxy.Fail(u"quota", {}); }),
-                ElementsAre(ThreadIdEvent(), closesJob));
+                ElementsAre(ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(UnwindingProxyTest, AfterACancellationNoEarlyTerminationIsReported) {
     EXPECT_THAT(SentWhileUnwinding([](ActivityContextProxy& proxy) { proxy.Cancel({}); }),
-                ElementsAre(ThreadIdEvent(), closesJob));
+                ElementsAre(ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(UnwindingProxyTest, AfterSeveralReportsNoEarlyTerminationIsReported) {
@@ -167,19 +170,19 @@ TEST_F(UnwindingProxyTest, AfterSeveralReportsNoEarlyTerminationIsReported) {
                     proxy.Fail(u"quota", {});
                     proxy.Cancel({});
                 }),
-                ElementsAre(ThreadIdEvent(), closesJob));
+                ElementsAre(ThreadIdEvent(), ClosesJob()));
     EXPECT_THAT(SentWhileUnwinding([](ActivityContextProxy& proxy) {
                     proxy.Cancel({});
                     proxy.FailException(u"T", u"M");
                 }),
-                ElementsAre(ThreadIdEvent(), closesJob));
+                ElementsAre(ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(UnwindingProxyTest, AttributesAloneAreNoReport) {
     EXPECT_THAT(SentWhileUnwinding([](ActivityContextProxy& proxy) {
                     proxy.PutActivityAttributes({{u"rk", u"exception"}});
                 }),
-                ElementsAre(stackUnwind, ThreadIdEvent(), closesJob));
+                ElementsAre(StackUnwind(), ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(UnwindingProxyTest, AnActivityThatWasClosedBeforeIsNotConcerned) {
@@ -204,7 +207,7 @@ TEST_F(UnwindingProxyTest, AnActivityThatIsClosedWhileUnwindingIsTerminatedEarly
         },
         std::runtime_error);
 
-    EXPECT_THAT(Sent(), ElementsAre(stackUnwind, ThreadIdEvent(), closesJob));
+    EXPECT_THAT(Sent(), ElementsAre(StackUnwind(), ThreadIdEvent(), ClosesJob()));
 }
 
 }  // namespace

@@ -22,6 +22,7 @@ namespace {
 
 using Attributes = ActivityContextProxy::Attributes;
 using Metrics::MetricsEventType;
+using Metrics::NameValueList;
 using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
@@ -33,10 +34,10 @@ using testing::SizeIs;
 TEST_F(ActivityContextProxyTest, AnActivityLastsFromConstructionToDestruction) {
     {
         const ActivityContextProxy proxy("job", {}, {});
-        EXPECT_THAT(Sent(), ElementsAre(opensJob));
+        EXPECT_THAT(Sent(), ElementsAre(OpensJob()));
     }
 
-    EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), closesJob));
+    EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(ActivityContextProxyTest, ClosingEndsTheActivityOnce) {
@@ -45,7 +46,7 @@ TEST_F(ActivityContextProxyTest, ClosingEndsTheActivityOnce) {
         Sent();
 
         proxy.Close();
-        EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), closesJob));
+        EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), ClosesJob()));
         proxy.Close();
     }
 
@@ -55,19 +56,18 @@ TEST_F(ActivityContextProxyTest, ClosingEndsTheActivityOnce) {
 TEST_F(ActivityContextProxyTest, AttributesStandInTheOpening) {
     const ActivityContextProxy proxy("job", {{u"path", u"/tmp"}, {u"mode", u"fast"}}, {});
 
-    EXPECT_THAT(Sent(),
-                ElementsAre("OpenScope \"job\" {L\"mode\"=L\"fast\", L\"path\"=L\"/tmp\"}"));
+    EXPECT_THAT(Sent(), ElementsAre(Opens("job", {{u"mode", u"fast"}, {u"path", u"/tmp"}})));
 }
 
 TEST_F(ActivityContextProxyTest, ContextAttributesPrecedeTheOpeningAndGoWithTheScope) {
     { const ActivityContextProxy proxy("job", {}, {{u"user", u"ann"}, {u"team", u"red"}}); }
 
     EXPECT_THAT(Sent(),
-                ElementsAre("AttributePairs L\"mctx\" {L\"team\"=L\"red\", L\"user\"=L\"ann\"}",
-                            opensJob,
+                ElementsAre(SendsContextPairs(u"mctx", {{u"team", u"red"}, {u"user", u"ann"}}),
+                            OpensJob(),
                             ThreadIdEvent(),
-                            closesJob,
-                            popsLayer));
+                            ClosesJob(),
+                            PopsLayer()));
 }
 
 TEST_F(ActivityContextProxyTest, TheScopeIsUntracked) {
@@ -78,7 +78,7 @@ TEST_F(ActivityContextProxyTest, TheScopeIsUntracked) {
 
     EXPECT_THAT(m_events->Events(),
                 Each(Field(&Metrics::MetricsEvent::flags, (uint64{1} << 53) | (uint64{1} << 54))));
-    EXPECT_THAT(Sent(), ElementsAre(opensJob, ThreadIdEvent(), closesJob));
+    EXPECT_THAT(Sent(), ElementsAre(OpensJob(), ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(ForegroundProxyTest, AnAdoptedScopeIsUntrackedToo) {
@@ -98,8 +98,7 @@ TEST_F(ActivityContextProxyTest, TheNameIsUtf8AndEndsAtItsFirstNul) {
     const ActivityContextProxy cut("job\0tail"s, {}, {});
     const ActivityContextProxy empty("", {}, {});
 
-    EXPECT_THAT(Sent(),
-                ElementsAre("OpenScope \"z\xC3\xA4hlen\" {}", opensJob, "OpenScope \"\" {}"));
+    EXPECT_THAT(Sent(), ElementsAre(Opens("z\xC3\xA4hlen"), OpensJob(), Opens("")));
 }
 
 TEST_F(ActivityContextProxyTest, AttributesAreOrderedByTheirCodeUnits) {
@@ -114,11 +113,15 @@ TEST_F(ActivityContextProxyTest, AttributesAreOrderedByTheirCodeUnits) {
 
     const ActivityContextProxy proxy("job", attributes, attributes);
 
-    const std::string ordered =
-        "{L\"\"=L\"7\", L\"B\"=L\"4\", L\"a\"=L\"8\", L\"ab\"=L\"5\", L\"b\"=L\"1\", "
-        "L\"\xC3\xA9\"=L\"6\", L\"\xF0\x9F\x98\x80\"=L\"3\", L\"\xEF\xAC\x80\"=L\"2\"}";
-    EXPECT_THAT(Sent(),
-                ElementsAre("AttributePairs L\"mctx\" " + ordered, "OpenScope \"job\" " + ordered));
+    const NameValueList ordered{{u"", u"7"},
+                                {u"B", u"4"},
+                                {u"a", u"8"},
+                                {u"ab", u"5"},
+                                {u"b", u"1"},
+                                {u"\u00E9", u"6"},
+                                {u"\U0001F600", u"3"},
+                                {u"\uFB00", u"2"}};
+    EXPECT_THAT(Sent(), ElementsAre(SendsContextPairs(u"mctx", ordered), Opens("job", ordered)));
 }
 
 TEST_F(ActivityContextProxyTest, TextsAreSentUnitByUnit) {
@@ -152,22 +155,30 @@ TEST_F(ActivityContextProxyTest, AllSixKeysAreOrdinaryContextAttributes) {
     { const ActivityContextProxy proxy("job", {}, AllSix()); }
 
     EXPECT_THAT(Sent(),
-                ElementsAre("AttributePairs L\"mctx\" {L\"__root__\"=L\"R\", "
-                            "L\"activityId\"=L\"A\", L\"depth\"=L\"3\", L\"rid\"=L\"Q\", "
-                            "L\"sDepth\"=L\"1\", L\"sponsorId\"=L\"S\"}",
-                            opensJob,
+                ElementsAre(SendsContextPairs(u"mctx",
+                                              {{u"__root__", u"R"},
+                                               {u"activityId", u"A"},
+                                               {u"depth", u"3"},
+                                               {u"rid", u"Q"},
+                                               {u"sDepth", u"1"},
+                                               {u"sponsorId", u"S"}}),
+                            OpensJob(),
                             ThreadIdEvent(),
-                            closesJob,
-                            popsLayer));
+                            ClosesJob(),
+                            PopsLayer()));
 }
 
 TEST_F(ActivityContextProxyTest, AllSixKeysAreOrdinaryActivityAttributes) {
     const ActivityContextProxy proxy("job", AllSix(), {});
 
     EXPECT_THAT(Sent(),
-                ElementsAre("OpenScope \"job\" {L\"__root__\"=L\"R\", L\"activityId\"=L\"A\", "
-                            "L\"depth\"=L\"3\", L\"rid\"=L\"Q\", L\"sDepth\"=L\"1\", "
-                            "L\"sponsorId\"=L\"S\"}"));
+                ElementsAre(Opens("job",
+                                  {{u"__root__", u"R"},
+                                   {u"activityId", u"A"},
+                                   {u"depth", u"3"},
+                                   {u"rid", u"Q"},
+                                   {u"sDepth", u"1"},
+                                   {u"sponsorId", u"S"}})));
 }
 
 TEST_F(ActivityContextProxyTest, NothingIsAdoptedWhileForegroundContextsAreDisabled) {
@@ -184,8 +195,7 @@ TEST_F(ActivityContextProxyTest, ActivityAttributesAreAdded) {
 
     proxy.PutActivityAttributes({{u"rows", u"12"}, {u"pages", u"3"}});
 
-    EXPECT_THAT(Sent(),
-                ElementsAre("NameValuePairs \"multiNVPs\" {L\"pages\"=L\"3\", L\"rows\"=L\"12\"}"));
+    EXPECT_THAT(Sent(), ElementsAre(SendsPairs("multiNVPs", {{u"pages", u"3"}, {u"rows", u"12"}})));
 }
 
 TEST_F(ActivityContextProxyTest, AddingNoActivityAttributesIsAnEmissionAllTheSame) {
@@ -194,7 +204,7 @@ TEST_F(ActivityContextProxyTest, AddingNoActivityAttributesIsAnEmissionAllTheSam
 
     proxy.PutActivityAttributes({});
 
-    EXPECT_THAT(Sent(), ElementsAre("NameValuePairs \"multiNVPs\" {}"));
+    EXPECT_THAT(Sent(), ElementsAre(SendsPairs("multiNVPs", {})));
 }
 
 TEST_F(ActivityContextProxyTest, ContextAttributesAreAddedAndTakenBackAtTheEnd) {
@@ -205,12 +215,13 @@ TEST_F(ActivityContextProxyTest, ContextAttributesAreAddedAndTakenBackAtTheEnd) 
         proxy.PutContextAttributes({{u"user", u"ann"}, {u"team", u"red"}});
         EXPECT_THAT(
             Sent(),
-            ElementsAre("AttributePairs L\"mctx\" {L\"team\"=L\"red\", L\"user\"=L\"ann\"}"));
+            ElementsAre(SendsContextPairs(u"mctx", {{u"team", u"red"}, {u"user", u"ann"}})));
         proxy.PutContextAttributes({{u"user", u"bob"}});
         Sent();
     }
 
-    EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), closesJob, popsLayer, popsLayer, popsLayer));
+    EXPECT_THAT(Sent(),
+                ElementsAre(ThreadIdEvent(), ClosesJob(), PopsLayer(), PopsLayer(), PopsLayer()));
 }
 
 TEST_F(ActivityContextProxyTest, AddingNoContextAttributesSendsNothingNowOrLater) {
@@ -222,13 +233,16 @@ TEST_F(ActivityContextProxyTest, AddingNoContextAttributesSendsNothingNowOrLater
         EXPECT_THAT(Sent(), IsEmpty());
     }
 
-    EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), closesJob));
+    EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), ClosesJob()));
 }
 
 TEST_F(ForegroundProxyTest, LaterAttributesAreNotFiltered) {
-    const std::string six =
-        "{L\"__root__\"=L\"R\", L\"activityId\"=L\"A\", L\"depth\"=L\"3\", L\"rid\"=L\"Q\", "
-        "L\"sDepth\"=L\"1\", L\"sponsorId\"=L\"S\"}";
+    const NameValueList six{{u"__root__", u"R"},
+                            {u"activityId", u"A"},
+                            {u"depth", u"3"},
+                            {u"rid", u"Q"},
+                            {u"sDepth", u"1"},
+                            {u"sponsorId", u"S"}};
     ActivityContextProxy proxy("job", {}, {{u"__root__", u"other"}});
     const auto context = Texts(Current());
     Sent();
@@ -238,13 +252,14 @@ TEST_F(ForegroundProxyTest, LaterAttributesAreNotFiltered) {
     proxy.Cancel(AllSix());
     proxy.Fail(u"reason", AllSix());
 
-    const std::string open = six.substr(0, six.size() - 1);
-    EXPECT_THAT(Sent(),
-                ElementsAre("NameValuePairs \"multiNVPs\" " + six,
-                            "AttributePairs L\"mctx\" " + six,
-                            "NameValuePairs L\"resultAttrs\" " + open +
-                                ", L\"rk\"=L\"early-termination\", L\"type\"=L\"canceled\"}",
-                            "NameValuePairs L\"resultAttrs\" " + open + ", L\"rk\"=L\"reason\"}"));
+    EXPECT_THAT(
+        Sent(),
+        ElementsAre(
+            SendsPairs("multiNVPs", six),
+            SendsContextPairs(u"mctx", six),
+            SendsPairs(u"resultAttrs",
+                       Joined(six, {{u"rk", u"early-termination"}, {u"type", u"canceled"}})),
+            SendsPairs(u"resultAttrs", Joined(six, {{u"rk", u"reason"}}))));
     EXPECT_EQ(Texts(Current()), context);
 }
 

@@ -15,15 +15,27 @@
 
 namespace tarn::test {
 
-// ---- What a proxy named "job" sends, as `Text` writes it
+// ---- What a proxy named "job" sends
 
-inline constexpr const char* opensJob = "OpenScope \"job\" {}";
-inline constexpr const char* closesJob = "CloseScope \"job\"";
-inline constexpr const char* popsLayer = "PostCloseScope \"job\" action 0";
-inline constexpr const char* canceled =
-    "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"early-termination\", L\"type\"=L\"canceled\"}";
-inline constexpr const char* failedWithException =
-    "NameValuePairs L\"resultAttrs\" {L\"rk\"=L\"exception\", L\"type\"=L\"T\", L\"msg\"=L\"M\"}";
+inline EventContent OpensJob() {
+    return Opens("job");
+}
+
+inline EventContent ClosesJob() {
+    return Closes("job");
+}
+
+inline EventContent PopsLayer() {
+    return PostCloses("job");
+}
+
+inline EventContent Canceled() {
+    return SendsPairs(u"resultAttrs", {{u"rk", u"early-termination"}, {u"type", u"canceled"}});
+}
+
+inline EventContent FailedWithException() {
+    return SendsPairs(u"resultAttrs", {{u"rk", u"exception"}, {u"type", u"T"}, {u"msg", u"M"}});
+}
 
 // ---- The outcome that the proxy's scope has in mind
 
@@ -73,10 +85,10 @@ inline std::vector<std::string> Texts(const std::shared_ptr<ActivityContext>& co
 class ActivityContextProxyTest : public ScopeTest {
 protected:
     /// What was sent since the last look.
-    std::vector<std::string> Sent() {
-        std::vector<std::string> texts = m_events->Texts();
+    std::vector<EventContent> Sent() {
+        std::vector<EventContent> contents = m_events->Contents();
         m_events->Clear();
-        return texts;
+        return contents;
     }
 };
 

@@ -50,7 +50,8 @@ TEST_F(ForegroundProxyTest, AnActivityMovesBetweenThreads) {
 
         proxy->Close();
 
-        EXPECT_THAT(Sent(), ElementsAre(ThreadIdEvent(), closesJob, popsLayer, "CloseContext"));
+        EXPECT_THAT(Sent(),
+                    ElementsAre(ThreadIdEvent(), ClosesJob(), PopsLayer(), ClosesContext()));
         EXPECT_EQ(Current(), nullptr);
         EXPECT_EQ(CurrentMetricsContext(), 0U);
     });

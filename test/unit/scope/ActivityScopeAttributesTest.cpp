@@ -1,5 +1,5 @@
 #include "AllocationCounter.h"
-#include "MetricsText.h"
+#include "CountingListener.h"
 #include "ScopeTest.h"
 
 #include "tarn/ActivityScope.h"
@@ -85,17 +85,17 @@ protected:
 TEST_F(ActivityScopeAttributesTest, AddSendsTheAttributesUnderANarrowName) {
     m_scope->Add(Pairs());
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("NameValuePairs \"multiNVPs\" "
-                            "{\"first\"=1, L\"second\"=L\"two\", \"first\"=true}"));
+    EXPECT_THAT(
+        m_events->Contents(),
+        ElementsAre(SendsPairs("multiNVPs", {{"first", 1}, {u"second", u"two"}, {"first", true}})));
 }
 
 TEST_F(ActivityScopeAttributesTest, LogSendsASupplementUnderTheSameName) {
     m_scope->Log(Pairs());
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("SupplementalPairs \"multiNVPs\" "
-                            "{\"first\"=1, L\"second\"=L\"two\", \"first\"=true}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsSupplement("multiNVPs",
+                                            {{"first", 1}, {u"second", u"two"}, {"first", true}})));
 }
 
 TEST_F(ActivityScopeAttributesTest, AddAndLogDifferInTheTypeOfTheEventOnly) {
@@ -106,8 +106,8 @@ TEST_F(ActivityScopeAttributesTest, AddAndLogDifferInTheTypeOfTheEventOnly) {
     ASSERT_EQ(events.size(), 2U);
     EXPECT_EQ(static_cast<uint32>(events[0].type), 9U);
     EXPECT_EQ(static_cast<uint32>(events[1].type), 11U);
-    EXPECT_EQ(Text(events[0].name), Text(events[1].name));
-    EXPECT_EQ(Text(events[0].pairs), Text(events[1].pairs));
+    EXPECT_EQ(events[0].name, events[1].name);
+    EXPECT_EQ(events[0].pairs, events[1].pairs);
     EXPECT_EQ(events[0].id, events[1].id);
     EXPECT_EQ(events[0].contextId, events[1].contextId);
     EXPECT_EQ(events[0].flags, events[1].flags);
@@ -118,19 +118,18 @@ TEST_F(ActivityScopeAttributesTest, EveryCallIsAnEventOfItsOwnInOrder) {
     m_scope->Log({{"b", 2}});
     m_scope->Add({{"a", 3}});
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("NameValuePairs \"multiNVPs\" {\"a\"=1}",
-                            "SupplementalPairs \"multiNVPs\" {\"b\"=2}",
-                            "NameValuePairs \"multiNVPs\" {\"a\"=3}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsPairs("multiNVPs", {{"a", 1}}),
+                            SendsSupplement("multiNVPs", {{"b", 2}}),
+                            SendsPairs("multiNVPs", {{"a", 3}})));
 }
 
 TEST_F(ActivityScopeAttributesTest, AnEmptyListIsSentTooAsNothingElseIsSaid) {
     m_scope->Add({});
     m_scope->Log({});
 
-    EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre("NameValuePairs \"multiNVPs\" {}", "SupplementalPairs \"multiNVPs\" {}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsPairs("multiNVPs", {}), SendsSupplement("multiNVPs", {})));
 }
 
 TEST_F(ActivityScopeAttributesTest, AddAndLogDoNotChangeTheOutcome) {
@@ -143,7 +142,7 @@ TEST_F(ActivityScopeAttributesTest, AddAndLogDoNotChangeTheOutcome) {
 TEST_F(ActivityScopeAttributesTest, AddingWorksFromAnotherThreadThatHoldsTheScope) {
     OnAnotherThread([this] { m_scope->Add({{"a", 1}}); });
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre("NameValuePairs \"multiNVPs\" {\"a\"=1}"));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(SendsPairs("multiNVPs", {{"a", 1}})));
     EXPECT_EQ(m_events->Events()[0].contextId, m_context.GetId());
 }
 
@@ -152,18 +151,20 @@ TEST_F(ActivityScopeAttributesTest, AddingWorksFromAnotherThreadThatHoldsTheScop
 TEST_F(ActivityScopeAttributesTest, CancelSendsTheCallersPairsBeforeTheOutcome) {
     m_scope->Cancel({{"reason", "deadline"}, {u"rk", u"mine"}});
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("NameValuePairs L\"resultAttrs\" "
-                            "{\"reason\"=\"deadline\", L\"rk\"=L\"mine\", "
-                            "L\"rk\"=L\"early-termination\", L\"type\"=L\"canceled\"}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsPairs(u"resultAttrs",
+                                       {{"reason", "deadline"},
+                                        {u"rk", u"mine"},
+                                        {u"rk", u"early-termination"},
+                                        {u"type", u"canceled"}})));
 }
 
 TEST_F(ActivityScopeAttributesTest, CancelWithoutPairsSendsTheTwoPairsOfTheOutcome) {
     m_scope->Cancel({});
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("NameValuePairs L\"resultAttrs\" "
-                            "{L\"rk\"=L\"early-termination\", L\"type\"=L\"canceled\"}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsPairs(u"resultAttrs",
+                                       {{u"rk", u"early-termination"}, {u"type", u"canceled"}})));
     EXPECT_EQ(static_cast<uint32>(m_events->Events()[0].type), 9U);
 }
 
@@ -187,7 +188,7 @@ TEST_F(ActivityScopeAttributesTest, ACanceledScopeStillTakesAttributes) {
 
     m_scope->Add({{"a", 1}});
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre("NameValuePairs \"multiNVPs\" {\"a\"=1}"));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(SendsPairs("multiNVPs", {{"a", 1}})));
 }
 
 TEST_F(ActivityScopeAttributesTest, AScopeThatNobodyHeardOpeningIsCanceledQuietly) {
@@ -198,7 +199,7 @@ TEST_F(ActivityScopeAttributesTest, AScopeThatNobodyHeardOpeningIsCanceledQuietl
     scope.Cancel({});
 
     EXPECT_EQ(StatusOf(scope), canceled);
-    EXPECT_THAT(late->Texts(), IsEmpty());
+    EXPECT_THAT(late->Contents(), IsEmpty());
 }
 
 // ---- Results
@@ -206,9 +207,8 @@ TEST_F(ActivityScopeAttributesTest, AScopeThatNobodyHeardOpeningIsCanceledQuietl
 TEST_F(ActivityScopeAttributesTest, AResultIsSentUnderAWideName) {
     AddResult(*m_scope, {{u"rk", u"exception"}, {u"msg", u"why"}});
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("NameValuePairs L\"resultAttrs\" "
-                            "{L\"rk\"=L\"exception\", L\"msg\"=L\"why\"}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsPairs(u"resultAttrs", {{u"rk", u"exception"}, {u"msg", u"why"}})));
     EXPECT_EQ(StatusOf(*m_scope), nothingReported);
 }
 
@@ -220,17 +220,7 @@ TEST_F(ActivityScopeAttributesTest, TheRecordOfUnwindingHasNarrowTextsAndLeavesT
     } catch (const std::runtime_error&) {
     }
 
-    const MetricsEvent event = m_events->First(MetricsEventType::NameValuePairs);
-    EXPECT_EQ(Text(event.name), "L\"resultAttrs\"");
-    ASSERT_EQ(event.pairs.size(), 3U);
-    EXPECT_EQ(Text(event.pairs[0].first), "L\"rk\"");
-    EXPECT_EQ(Text(event.pairs[0].second), "L\"early-termination\"");
-    EXPECT_EQ(Text(event.pairs[1].first), "L\"type\"");
-    EXPECT_EQ(Text(event.pairs[1].second), "\"stack-unwind\"");
-    EXPECT_EQ(Text(event.pairs[2].first), "L\"msg\"");
-    EXPECT_EQ(Text(event.pairs[2].second),
-              "\"an exception caused early termination, but the exception details are not "
-              "accessible in this context.\"");
+    EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::NameValuePairs)), StackUnwind());
 }
 
 // ---- Scopes that are off
@@ -244,7 +234,7 @@ TEST_F(ActivityScopeAttributesTest, NothingIsSentForAScopeThatIsOffAndItsOutcome
     off.AddContext(CustomContext(Pairs()));
     AddResult(off, Pairs());
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
     EXPECT_EQ(StatusOf(off), nothingReported);
 }
 
@@ -281,16 +271,15 @@ TEST_F(ActivityScopeAttributesTest, EveryListIsEmptyAfterwardsWhetherTheScopeIsO
 
 TEST_F(ActivityScopeAttributesTest, AddContextSendsMappableAttributesAndUndoesThemAfterTheClose) {
     m_scope->AddContext(CustomContext(Pairs()));
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("AttributePairs L\"mctx\" "
-                            "{\"first\"=1, L\"second\"=L\"two\", \"first\"=true}"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsContextPairs(
+                    u"mctx", {{"first", 1}, {u"second", u"two"}, {"first", true}})));
     m_events->Clear();
 
     EndScope();
 
-    EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre(ThreadIdEvent(), "CloseScope \"work\"", "PostCloseScope \"work\" action 0"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(ThreadIdEvent(), Closes("work"), PostCloses("work")));
 }
 
 TEST_F(ActivityScopeAttributesTest, EachContextThatIsAddedIsUndoneOnce) {
@@ -318,7 +307,7 @@ TEST_F(ActivityScopeAttributesTest, AddingAnEmptyContextSendsNothingAndLeavesNot
 
     EndScope();
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(ThreadIdEvent(), "CloseScope \"work\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(ThreadIdEvent(), Closes("work")));
 }
 
 TEST_F(ActivityScopeAttributesTest, AContextThatNobodyHeardIsUndoneAllTheSame) {
@@ -363,31 +352,14 @@ TEST_F(ActivityScopeAttributesTest, OnlyAddContextAsksWhetherTheScopeIsOff) {
 
     SetCustomContext(off, {{"a", 1}});
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre("AttributePairs L\"mctx\" {\"a\"=1}"));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(SendsContextPairs(u"mctx", {{"a", 1}})));
 }
 
 // ---- When memory runs out
 
-// Receives events and allocates nothing.
-class Ear : public Metrics::IMetricsListener {
-public:
-    void OnMetricsEvent(const MetricsEvent& event) override {
-        m_added += event.type == MetricsEventType::AttributePairs ? 1 : 0;
-        m_undone += event.type == MetricsEventType::PostCloseScope ? 1 : 0;
-    }
-
-    int Added() const { return m_added; }
-
-    int Undone() const { return m_undone; }
-
-private:
-    int m_added = 0;
-    int m_undone = 0;
-};
-
 TEST_F(ActivityScopeAttributesTest, AnOperationThatFindsNoMemoryRaisesAndKeepsTheScopeWhole) {
     StopListening(m_events);
-    const RefCntPtr<Ear> ear(new Ear);
+    const RefCntPtr<CountingListener> ear(new CountingListener);
     Metrics::MetricsManager::GetInstance().AddConsumer(ear, Metrics::flagTracing, true);
 
     struct Operation {
@@ -444,13 +416,13 @@ TEST_F(ActivityScopeAttributesTest, AnOperationThatFindsNoMemoryRaisesAndKeepsTh
     m_scope->Add({{"a", 1}});
     EndScope();
 
-    EXPECT_THAT(m_events->Texts(), Contains("NameValuePairs \"multiNVPs\" {\"a\"=1}"));
+    EXPECT_THAT(m_events->Contents(), Contains(SendsPairs("multiNVPs", {{"a", 1}})));
     EXPECT_EQ(m_events->Count(MetricsEventType::CloseScope), 1U);
 }
 
 TEST_F(ActivityScopeAttributesTest, AContextThatCouldNotBeAddedForLackOfMemoryIsNotUndone) {
     StopListening(m_events);
-    const RefCntPtr<Ear> ear(new Ear);
+    const RefCntPtr<CountingListener> ear(new CountingListener);
     Metrics::MetricsManager::GetInstance().AddConsumer(ear, Metrics::flagTracing, true);
     ActivityScope& scope = *m_scope;
     bool succeeded = false;
@@ -471,8 +443,8 @@ TEST_F(ActivityScopeAttributesTest, AContextThatCouldNotBeAddedForLackOfMemoryIs
 
     EXPECT_TRUE(succeeded);
     EXPECT_GE(raised, 1);
-    EXPECT_EQ(ear->Added(), 1);
-    EXPECT_EQ(ear->Undone(), 1);
+    EXPECT_EQ(ear->Count(MetricsEventType::AttributePairs), 1);
+    EXPECT_EQ(ear->Count(MetricsEventType::PostCloseScope), 1);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include "ActivityScopeLifecycleTest.h"
-#include "MetricsText.h"
 
 #include "tarn/ActivityScope.h"
 #include "tarn/OptTarn.h"
@@ -34,8 +33,7 @@ using testing::Not;
 TEST_F(ActivityScopeLifecycleTest, TheNameMayBeEmpty) {
     { const ActivityScope scope("", TraceType::Untracked); }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"\" {}", ThreadIdEvent(), "CloseScope \"\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens(""), ThreadIdEvent(), Closes("")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, TheNameIsUtf8AndPassedOnAsItIs) {
@@ -56,8 +54,7 @@ TEST_F(ActivityScopeLifecycleTest, TheNameIsReadDuringTheConstructionOnly) {
         std::memcpy(name, "gone", sizeof(name));
     }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"load\" {}", ThreadIdEvent(), "CloseScope \"load\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load"), ThreadIdEvent(), Closes("load")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, ALongNameIsNotCut) {
@@ -73,7 +70,7 @@ TEST_F(ActivityScopeLifecycleTest, ANullNameIsHarmlessWhenTheRankIsOff) {
         const ActivityScope another(nullptr, rankThatIsOff, {{"a", 1}});
     }
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, ANullNameIsTheEmptyName) {
@@ -81,14 +78,13 @@ TEST_F(ActivityScopeLifecycleTest, ANullNameIsTheEmptyName) {
         const ActivityScope scope(nullptr, TraceType::Untracked);
         const ActivityScope another(nullptr, Traits(TraceType::Untracked), {{"a", 1}});
     }
-    EXPECT_THAT(m_events->Texts(),
-                AllOf(Contains("OpenScope \"\" {}"), Contains("OpenScope \"\" {\"a\"=1}")));
+    EXPECT_THAT(m_events->Contents(), AllOf(Contains(Opens("")), Contains(Opens("", {{"a", 1}}))));
     EXPECT_EQ(m_events->Count(MetricsEventType::CloseScope), 2U);
 
     m_events->Clear();
     TarnSettings::GetInstance().SetOffs({""});
     { const ActivityScope scope(nullptr); }
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 // ---- The nine ways to begin
@@ -146,21 +142,21 @@ TEST_F(ActivityScopeLifecycleTest, EveryConstructorPassesOnWhatItIsGiven) {
 
         form.run();
 
-        std::vector<std::string> expected;
+        std::vector<EventContent> expected;
         if (form.hasCustomContext) {
-            expected.emplace_back("AttributePairs L\"mctx\" {\"c\"=1}");
+            expected.push_back(SendsContextPairs(u"mctx", {{"c", 1}}));
         }
-        expected.emplace_back(form.hasList ? "OpenScope \"s\" {\"a\"=1}" : "OpenScope \"s\" {}");
+        expected.push_back(form.hasList ? Opens("s", {{"a", 1}}) : Opens("s"));
         expected.push_back(ThreadIdEvent());
         if (!form.hasTraits) {
-            expected.emplace_back(zeroMemory);
-            expected.emplace_back(zeroCpu);
+            expected.push_back(ZeroMemory());
+            expected.push_back(ZeroCpu());
         }
-        expected.emplace_back("CloseScope \"s\"");
+        expected.push_back(Closes("s"));
         if (form.hasCustomContext) {
-            expected.emplace_back("PostCloseScope \"s\" action 0");
+            expected.push_back(PostCloses("s"));
         }
-        EXPECT_THAT(m_events->Texts(), ElementsAreArray(expected));
+        EXPECT_THAT(m_events->Contents(), ElementsAreArray(expected));
         EXPECT_EQ(m_events->First(MetricsEventType::OpenScope).flags,
                   form.hasTraits ? 0x0060000000000100U : 0x0020000000000000U);
     }
@@ -170,32 +166,30 @@ TEST_F(ActivityScopeLifecycleTest, EveryConstructorTellsTheIdentityWhileForegrou
     SwitchForegroundContextsOn();
     const auto custom = [] { return CustomContext(NameValueList{}); };
     const auto list = [] { return NameValueList{{"a", 1}}; };
-    const auto openingOf = [this](const ActivityScope& scope, const char* attributes) {
-        EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)),
-                  "OpenScope \"s\" {" + std::string(attributes) +
-                      ContextPairs(*scope.GetActivityContext()) + "}");
+    const auto openingOf = [this](const ActivityScope& scope, const NameValueList& attributes) {
+        EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::OpenScope)),
+                  Opens("s", Joined(attributes, ContextPairs(*scope.GetActivityContext()))));
         EXPECT_EQ(Registry().GetCurrentContext(), scope.GetActivityContext());
         m_events->Clear();
     };
 
-    openingOf(ActivityScope("s"), "");
+    openingOf(ActivityScope("s"), {});
     m_events->Clear();
-    openingOf(ActivityScope("s", list()), "\"a\"=1, ");
+    openingOf(ActivityScope("s", list()), list());
     m_events->Clear();
-    openingOf(ActivityScope("s", Traits()), "");
+    openingOf(ActivityScope("s", Traits()), {});
     m_events->Clear();
-    openingOf(ActivityScope("s", Traits(), list()), "\"a\"=1, ");
+    openingOf(ActivityScope("s", Traits(), list()), list());
     m_events->Clear();
-    openingOf(ActivityScope("s", custom()), "");
+    openingOf(ActivityScope("s", custom()), {});
     m_events->Clear();
-    openingOf(ActivityScope("s", custom(), list()), "\"a\"=1, ");
+    openingOf(ActivityScope("s", custom(), list()), list());
     m_events->Clear();
-    openingOf(ActivityScope("s", custom(), Traits()), "");
+    openingOf(ActivityScope("s", custom(), Traits()), {});
     m_events->Clear();
-    openingOf(ActivityScope("s", custom(), Traits(), list()), "\"a\"=1, ");
+    openingOf(ActivityScope("s", custom(), Traits(), list()), list());
     m_events->Clear();
-    openingOf(ActivityScope("s", custom(), Traits(), list(), ActivityContextInitializer{}),
-              "\"a\"=1, ");
+    openingOf(ActivityScope("s", custom(), Traits(), list(), ActivityContextInitializer{}), list());
 }
 
 TEST_F(ActivityScopeLifecycleTest, ABracedListAfterTheNameIsAListOfAttributes) {
@@ -206,12 +200,12 @@ TEST_F(ActivityScopeLifecycleTest, ABracedListAfterTheNameIsAListOfAttributes) {
         const ActivityScope numbers("numbers", {{1, 2}, {3, 4}});
     }
 
-    EXPECT_THAT(m_events->Texts(),
-                AllOf(Contains("OpenScope \"one\" {\"a\"=1}"),
-                      Contains("OpenScope \"two\" {\"a\"=1, \"b\"=L\"x\"}"),
-                      Contains("OpenScope \"texts\" {\"a\"=\"b\"}"),
-                      Contains("OpenScope \"numbers\" {1=2, 3=4}"),
-                      Not(Contains(HasSubstr("mctx")))));
+    EXPECT_THAT(m_events->Contents(),
+                AllOf(Contains(Opens("one", {{"a", 1}})),
+                      Contains(Opens("two", {{"a", 1}, {"b", u"x"}})),
+                      Contains(Opens("texts", {{"a", "b"}})),
+                      Contains(Opens("numbers", {{1, 2}, {3, 4}})),
+                      Not(Contains(IsOfType(MetricsEventType::AttributePairs)))));
 }
 
 TEST_F(ActivityScopeLifecycleTest, ATypeARankOrFlagsMayStandForTraits) {
@@ -289,8 +283,7 @@ TEST_F(ActivityScopeLifecycleTest, TheListsOfTheConstructorsAreEmptyAfterwards) 
 TEST_F(ActivityScopeLifecycleTest, AnEmptyCustomContextSendsNothingAndLeavesNothingToUndo) {
     { const ActivityScope scope("load", CustomContext(NameValueList{}), TraceType::Untracked); }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"load\" {}", ThreadIdEvent(), "CloseScope \"load\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load"), ThreadIdEvent(), Closes("load")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, ACustomContextLeavesItsSourceEmpty) {
@@ -320,7 +313,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffLeavesTheSourceOfItsCustomCont
     EXPECT_THAT(withList.attributes, IsEmpty());  // NOLINT(bugprone-use-after-move): promised
     // NOLINTNEXTLINE(bugprone-use-after-move): promised
     EXPECT_THAT(withInitializer.attributes, IsEmpty());
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, ACustomContextIsSentWithTheTracingBitAlone) {

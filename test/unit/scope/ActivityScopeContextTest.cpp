@@ -1,4 +1,3 @@
-#include "MetricsText.h"
 #include "ScopeTest.h"
 #include "ThreadActivityRegistry.h"
 
@@ -49,8 +48,8 @@ TEST_F(ActivityScopeContextTest, WithoutForegroundContextsAScopeHasNoContext) {
 TEST_F(ActivityScopeContextTest, WithoutForegroundContextsExactlyTheCallersAttributesAreSent) {
     { const ActivityScope scope("load", {{u"rid", u"mine"}, {"b", 1}, {"a", 2.5}, {"b", true}}); }
 
-    EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)),
-              "OpenScope \"load\" {L\"rid\"=L\"mine\", \"b\"=1, \"a\"=2.50000, \"b\"=true}");
+    EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::OpenScope)),
+              Opens("load", {{u"rid", u"mine"}, {"b", 1}, {"a", 2.5}, {"b", true}}));
 }
 
 TEST_F(ActivityScopeContextTest, WithoutForegroundContextsAnInitializerIsNotUsed) {
@@ -65,7 +64,7 @@ TEST_F(ActivityScopeContextTest, WithoutForegroundContextsAnInitializerIsNotUsed
         EXPECT_EQ(Registry().GetDepth(), 0U);
     }
 
-    EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)), "OpenScope \"load\" {\"a\"=1}");
+    EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::OpenScope)), Opens("load", {{"a", 1}}));
 }
 
 // ---- Foreground contexts on
@@ -136,9 +135,9 @@ TEST_F(ActivityScopeContextTest, TheSixPairsOfTheIdentityComeAfterTheCallersAttr
 
     const ActivityScope inner("inner", {{"a", 1}, {u"b", u"two"}});
 
-    EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)),
-              "OpenScope \"inner\" {\"a\"=1, L\"b\"=L\"two\", " +
-                  ContextPairs(*inner.GetActivityContext()) + "}");
+    EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::OpenScope)),
+              Opens("inner",
+                    Joined({{"a", 1}, {u"b", u"two"}}, ContextPairs(*inner.GetActivityContext()))));
 }
 
 TEST_F(ActivityScopeContextTest, ACallersPairOfTheSameNameIsNotRemoved) {
@@ -146,9 +145,10 @@ TEST_F(ActivityScopeContextTest, ACallersPairOfTheSameNameIsNotRemoved) {
 
     const ActivityScope scope("load", {{u"rid", u"mine"}, {u"traceDepth", 99}});
 
-    EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)),
-              "OpenScope \"load\" {L\"rid\"=L\"mine\", L\"traceDepth\"=99, " +
-                  ContextPairs(*scope.GetActivityContext()) + "}");
+    EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::OpenScope)),
+              Opens("load",
+                    Joined({{u"rid", u"mine"}, {u"traceDepth", 99}},
+                           ContextPairs(*scope.GetActivityContext()))));
 }
 
 TEST_F(ActivityScopeContextTest, AScopeTakesOverAnAdoptedContext) {
@@ -164,8 +164,8 @@ TEST_F(ActivityScopeContextTest, AScopeTakesOverAnAdoptedContext) {
     const auto context = scope.GetActivityContext();
     EXPECT_NE(context, given);
     EXPECT_EQ(ContextPairs(*context), ContextPairs(*given));
-    EXPECT_EQ(Text(m_events->First(MetricsEventType::OpenScope)),
-              "OpenScope \"load\" {" + ContextPairs(*given) + "}");
+    EXPECT_EQ(ContentOf(m_events->First(MetricsEventType::OpenScope)),
+              Opens("load", ContextPairs(*given)));
     EXPECT_EQ(Registry().GetCurrentContext(), context);
 }
 
@@ -396,7 +396,7 @@ TEST_F(ActivityScopeContextTest, AttachingAScopeThatIsOffIsLoggedAndDoesNothing)
     EXPECT_THAT(MessageTexts(),
                 ElementsAre("ActivityScope::AttachToThread", "ActivityScope::DetachFromThread"));
     EXPECT_EQ(CurrentMetricsContext(), m_context.GetId());
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeContextTest, AttachingIsLoggedBeforeItHappens) {
@@ -484,13 +484,13 @@ TEST_F(ActivityScopeContextTest, TheForegroundLogStandsBetweenTheStepsItSpeaksOf
     struct Moment {
         bool measuring;
         std::size_t depth;
-        std::vector<std::string> events;
+        std::vector<EventContent> events;
     };
 
     std::vector<Moment> moments;
     Log().CallOnEach([&, this] {
         moments.push_back(
-            {CurrentMemoryFrame() != nullptr, Registry().GetDepth(), m_events->Texts()});
+            {CurrentMemoryFrame() != nullptr, Registry().GetDepth(), m_events->Contents()});
     });
 
     { const ActivityScope scope("load"); }
@@ -500,7 +500,7 @@ TEST_F(ActivityScopeContextTest, TheForegroundLogStandsBetweenTheStepsItSpeaksOf
     EXPECT_EQ(moments[0].depth, 1U) << "logged after the context became current";
     EXPECT_THAT(moments[0].events, IsEmpty()) << "logged before the scope opens";
     EXPECT_EQ(moments[1].depth, 1U) << "logged while the context is still current";
-    EXPECT_THAT(moments[1].events, ElementsAre(StartsWith("OpenScope ")))
+    EXPECT_THAT(moments[1].events, ElementsAre(IsOfType(MetricsEventType::OpenScope)))
         << "logged before the thread id is sent";
     EXPECT_FALSE(moments[0].measuring) << "logged before the measurement begins";
     EXPECT_FALSE(moments[1].measuring) << "logged after the measurement has ended";
@@ -545,8 +545,7 @@ TEST_F(ActivityScopeContextTest, AScopeWithoutAContextSaysSoWhenContextsWereSwit
     EXPECT_THAT(Log().Messages(),
                 ElementsAre(Pair(TLog::Info,
                                  "ActivityScope Unregister name=unavailable No ActivityContext")));
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"load\" {}", ThreadIdEvent(), "CloseScope \"load\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load"), ThreadIdEvent(), Closes("load")));
     EXPECT_EQ(Registry().GetDepth(), 0U);
 }
 

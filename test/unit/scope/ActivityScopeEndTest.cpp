@@ -31,9 +31,8 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatAnExceptionEndsReportsEarlyTerminat
     } catch (const std::runtime_error&) {
     }
 
-    EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre("OpenScope \"load\" {}", stackUnwind, ThreadIdEvent(), "CloseScope \"load\""));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(Opens("load"), StackUnwind(), ThreadIdEvent(), Closes("load")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, EveryScopeThatTheExceptionPassesReports) {
@@ -44,8 +43,8 @@ TEST_F(ActivityScopeLifecycleTest, EveryScopeThatTheExceptionPassesReports) {
     } catch (const std::runtime_error&) {
     }
 
-    const auto texts = m_events->Texts();
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), stackUnwind), 2);
+    const auto texts = m_events->Contents();
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), StackUnwind()), 2);
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatEndsAfterTheExceptionWasCaughtReportsNothing) {
@@ -58,7 +57,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatEndsAfterTheExceptionWasCaughtRepor
         }
     }
 
-    EXPECT_THAT(m_events->Texts(), Not(Contains(stackUnwind)));
+    EXPECT_THAT(m_events->Contents(), Not(Contains(StackUnwind())));
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatEndsEarlyAfterCancelReportsNothingMore) {
@@ -69,7 +68,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatEndsEarlyAfterCancelReportsNothingM
     } catch (const std::runtime_error&) {
     }
 
-    EXPECT_THAT(m_events->Texts(), Not(Contains(stackUnwind)));
+    EXPECT_THAT(m_events->Contents(), Not(Contains(StackUnwind())));
     EXPECT_EQ(m_events->Count(MetricsEventType::NameValuePairs), 1U);
 }
 
@@ -85,10 +84,8 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatLivesWithinUnwindingReportsEarlyTer
     } catch (const std::runtime_error&) {
     }
 
-    EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre(
-            "OpenScope \"clean up\" {}", stackUnwind, ThreadIdEvent(), "CloseScope \"clean up\""));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(Opens("clean up"), StackUnwind(), ThreadIdEvent(), Closes("clean up")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, AnExceptionOnAnotherThreadDoesNotMatter) {
@@ -111,7 +108,7 @@ TEST_F(ActivityScopeLifecycleTest, AnExceptionOnAnotherThreadDoesNotMatter) {
     }
 
     EXPECT_EQ(m_events->Count(MetricsEventType::CloseScope), 1U);
-    EXPECT_THAT(m_events->Texts(), Not(Contains(stackUnwind)));
+    EXPECT_THAT(m_events->Contents(), Not(Contains(StackUnwind())));
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatIsNotOpenReportsNoEarlyTermination) {
@@ -124,7 +121,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsNotOpenReportsNoEarlyTermination)
     } catch (const std::runtime_error&) {
     }
 
-    EXPECT_THAT(late->Texts(), IsEmpty());
+    EXPECT_THAT(late->Contents(), IsEmpty());
 }
 
 // ---- Scopes that end in another order or on another thread
@@ -142,8 +139,8 @@ TEST_F(ActivityScopeLifecycleTest, ClosingTheOuterScopeFirstKeepsTheInnerOnTop) 
 
 TEST_F(ActivityScopeLifecycleTest, TheThreadIdIsTheOneOfTheThreadThatClosesTheScope) {
     auto scope = std::make_unique<ActivityScope>("load", TraceType::Untracked);
-    const std::string openingThread = ThreadIdEvent();
-    std::string closingThread;
+    const EventContent openingThread = ThreadIdEvent();
+    EventContent closingThread;
 
     OnAnotherThread([&] {
         closingThread = ThreadIdEvent();
@@ -151,8 +148,7 @@ TEST_F(ActivityScopeLifecycleTest, TheThreadIdIsTheOneOfTheThreadThatClosesTheSc
     });
 
     EXPECT_NE(closingThread, openingThread);
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"load\" {}", closingThread, "CloseScope \"load\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load"), closingThread, Closes("load")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatEndsOnAnotherThreadLeavesItsEntryOnTheFirst) {

@@ -1,7 +1,5 @@
 #include "ActivityScopeLifecycleTest.h"
 
-#include "MetricsText.h"
-
 #include "tarn/ActivityScope.h"
 #include "tarn/OptTarn.h"
 
@@ -28,7 +26,6 @@ using Metrics::NameValueList;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 // ---- The events of one scope
 
@@ -36,13 +33,12 @@ TEST_F(ActivityScopeLifecycleTest, AScopeOpensTellsItsFiguresAndCloses) {
     {
         const ActivityScope scope("load");
 
-        EXPECT_THAT(m_events->Texts(), ElementsAre("OpenScope \"load\" {}"));
+        EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load")));
     }
 
     EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre(
-            "OpenScope \"load\" {}", ThreadIdEvent(), zeroMemory, zeroCpu, "CloseScope \"load\""));
+        m_events->Contents(),
+        ElementsAre(Opens("load"), ThreadIdEvent(), ZeroMemory(), ZeroCpu(), Closes("load")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, AllEventsOfAScopeCarryItsIdItsContextAndItsFlags) {
@@ -51,16 +47,16 @@ TEST_F(ActivityScopeLifecycleTest, AllEventsOfAScopeCarryItsIdItsContextAndItsFl
     const std::vector<MetricsEvent> events = m_events->Events();
     ASSERT_EQ(events.size(), 5U);
     for (const MetricsEvent& event : events) {
-        EXPECT_EQ(event.id, events[0].id) << Text(event);
-        EXPECT_EQ(event.contextId, m_context.GetId()) << Text(event);
-        EXPECT_EQ(event.flags, 0x0020000000000100U) << Text(event);
+        EXPECT_EQ(event.id, events[0].id) << testing::PrintToString(ContentOf(event));
+        EXPECT_EQ(event.contextId, m_context.GetId()) << testing::PrintToString(ContentOf(event));
+        EXPECT_EQ(event.flags, 0x0020000000000100U) << testing::PrintToString(ContentOf(event));
     }
     EXPECT_NE(events[0].id, 0U);
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeWithEverythingSendsItInOrder) {
     SwitchForegroundContextsOn();
-    std::string contextPairs;
+    NameValueList contextPairs;
     try {
         ActivityScope scope("load", CustomContext(NameValueList{{"c", 1}}), {{"a", 1}});
         contextPairs = ContextPairs(*scope.GetActivityContext());
@@ -69,16 +65,16 @@ TEST_F(ActivityScopeLifecycleTest, AScopeWithEverythingSendsItInOrder) {
     } catch (const std::runtime_error&) {
     }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("AttributePairs L\"mctx\" {\"c\"=1}",
-                            "OpenScope \"load\" {\"a\"=1, " + contextPairs + "}",
-                            "NameValuePairs \"multiNVPs\" {\"b\"=2}",
-                            stackUnwind,
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(SendsContextPairs(u"mctx", {{"c", 1}}),
+                            Opens("load", Joined({{"a", 1}}, contextPairs)),
+                            SendsPairs("multiNVPs", {{"b", 2}}),
+                            StackUnwind(),
                             ThreadIdEvent(),
-                            zeroMemory,
-                            zeroCpu,
-                            "CloseScope \"load\"",
-                            "PostCloseScope \"load\" action 0"));
+                            ZeroMemory(),
+                            ZeroCpu(),
+                            Closes("load"),
+                            PostCloses("load")));
 }
 
 TEST_F(ActivityScopeLifecycleTest, NestedScopesCloseFromTheInside) {
@@ -87,13 +83,13 @@ TEST_F(ActivityScopeLifecycleTest, NestedScopesCloseFromTheInside) {
         const ActivityScope inner("inner", TraceType::Untracked);
     }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"outer\" {}",
-                            "OpenScope \"inner\" {}",
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(Opens("outer"),
+                            Opens("inner"),
                             ThreadIdEvent(),
-                            "CloseScope \"inner\"",
+                            Closes("inner"),
                             ThreadIdEvent(),
-                            "CloseScope \"outer\""));
+                            Closes("outer")));
 }
 
 // ---- The metrics context
@@ -110,7 +106,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeUsesTheThreadsMetricsContext) {
 }
 
 TEST_F(ActivityScopeLifecycleTest, TheFirstScopeOnAThreadMakesAMetricsContextAndEndsItLast) {
-    std::string threadIdEvent;
+    EventContent threadIdEvent;
     uint64 inside = 0;
     uint64 afterwards = 99;
 
@@ -123,18 +119,18 @@ TEST_F(ActivityScopeLifecycleTest, TheFirstScopeOnAThreadMakesAMetricsContextAnd
         afterwards = CurrentMetricsContext();
     });
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("CreateContext",
-                            "OpenContext",
-                            StartsWith("Attribute "),
-                            "AttributePairs L\"mctx\" {\"c\"=1}",
-                            "OpenScope \"load\" {}",
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(CreatesContext(),
+                            OpensContext(),
+                            IsOfType(MetricsEventType::Attribute),
+                            SendsContextPairs(u"mctx", {{"c", 1}}),
+                            Opens("load"),
                             threadIdEvent,
-                            zeroMemory,
-                            zeroCpu,
-                            "CloseScope \"load\"",
-                            "PostCloseScope \"load\" action 0",
-                            "CloseContext"));
+                            ZeroMemory(),
+                            ZeroCpu(),
+                            Closes("load"),
+                            PostCloses("load"),
+                            ClosesContext()));
     EXPECT_NE(inside, 0U);
     EXPECT_NE(inside, m_context.GetId());
     EXPECT_EQ(m_events->First(MetricsEventType::OpenScope).contextId, inside);
@@ -176,9 +172,11 @@ TEST_F(ActivityScopeLifecycleTest, AFirstScopeThatIsOffOwnsAMetricsContextAllThe
         afterwards = CurrentMetricsContext();
     });
 
-    EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre("CreateContext", "OpenContext", StartsWith("Attribute "), "CloseContext"));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(CreatesContext(),
+                            OpensContext(),
+                            IsOfType(MetricsEventType::Attribute),
+                            ClosesContext()));
     EXPECT_NE(inside, 0U);
     EXPECT_EQ(afterwards, 0U);
 }
@@ -244,7 +242,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatNobodyHeardOpeningStaysSilent) {
             }
         }
 
-        EXPECT_THAT(late->Texts(), IsEmpty());
+        EXPECT_THAT(late->Contents(), IsEmpty());
         StopListening(late);
     }
 }
@@ -257,7 +255,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeWhoseBitsNobodyWantsStaysSilent) {
         scope.Add({{"a", 1}});
     }
 
-    EXPECT_THAT(others->Texts(), IsEmpty());
+    EXPECT_THAT(others->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, TheCallersFlagsCanBeWhatAListenerWants) {
@@ -291,7 +289,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeWhoseListenerLeavesEndsQuietly) {
         scope.Add({{"a", 1}});
     }
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre("OpenScope \"load\" {}"));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load")));
 }
 
 // ---- The order of the steps
@@ -345,7 +343,7 @@ TEST_F(ActivityScopeLifecycleTest, AnEndingScopeReportsThenStopsMeasuringThenLea
     SwitchForegroundContextsOn();
 
     struct Moment {
-        std::string event;
+        EventContent event;
         bool measuring;
         std::size_t depth;
     };
@@ -355,7 +353,7 @@ TEST_F(ActivityScopeLifecycleTest, AnEndingScopeReportsThenStopsMeasuringThenLea
         const ActivityScope scope("load", CustomContext(NameValueList{{"c", 1}}));
         m_events->CallOnEach([&moments](const MetricsEvent& event) {
             moments.push_back(
-                {Text(event), CurrentMemoryFrame() != nullptr, Registry().GetDepth()});
+                {ContentOf(event), CurrentMemoryFrame() != nullptr, Registry().GetDepth()});
         });
         throw std::runtime_error("ends the scope");
     } catch (const std::runtime_error&) {
@@ -363,15 +361,15 @@ TEST_F(ActivityScopeLifecycleTest, AnEndingScopeReportsThenStopsMeasuringThenLea
     m_events->CallOnEach({});
 
     ASSERT_EQ(moments.size(), 6U);
-    EXPECT_EQ(moments[0].event, stackUnwind);
+    EXPECT_EQ(moments[0].event, StackUnwind());
     EXPECT_TRUE(moments[0].measuring);
     EXPECT_EQ(moments[0].depth, 1U);
     for (std::size_t i = 1; i < moments.size(); ++i) {
-        EXPECT_FALSE(moments[i].measuring) << moments[i].event;
-        EXPECT_EQ(moments[i].depth, 0U) << moments[i].event;
+        EXPECT_FALSE(moments[i].measuring) << testing::PrintToString(moments[i].event);
+        EXPECT_EQ(moments[i].depth, 0U) << testing::PrintToString(moments[i].event);
     }
     EXPECT_EQ(moments[1].event, ThreadIdEvent());
-    EXPECT_EQ(moments[5].event, "PostCloseScope \"load\" action 0");
+    EXPECT_EQ(moments[5].event, PostCloses("load"));
 }
 
 TEST_F(ActivityScopeLifecycleTest, AnOwnedMetricsContextIsCurrentUntilItsScopeHasClosed) {

@@ -34,7 +34,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffByNameDoesNothing) {
         EXPECT_EQ(CurrentMemoryFrame(), nullptr);
     }
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffByRankDoesNothing) {
@@ -47,7 +47,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffByRankDoesNothing) {
         EXPECT_EQ(CurrentMemoryFrame(), nullptr);
     }
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffTakesNoInitializerEither) {
@@ -63,7 +63,7 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffTakesNoInitializerEither) {
         EXPECT_EQ(Registry().GetDepth(), 0U);
     }
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeInAScopeThatIsOffBelongsToTheOneAround) {
@@ -94,7 +94,7 @@ TEST_F(ActivityScopeLifecycleTest, NothingThatIsDoneToAScopeThatIsOffHasAnEffect
     } catch (const std::runtime_error&) {
     }
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, WhetherAScopeIsOffIsDecidedOnce) {
@@ -103,8 +103,7 @@ TEST_F(ActivityScopeLifecycleTest, WhetherAScopeIsOffIsDecidedOnce) {
         TarnSettings::GetInstance().SetRankOn(TraceRank{-1});
         TarnSettings::GetInstance().SetOffs({"load"});
     }
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"load\" {}", ThreadIdEvent(), "CloseScope \"load\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("load"), ThreadIdEvent(), Closes("load")));
 
     m_events->Clear();
     {
@@ -113,7 +112,7 @@ TEST_F(ActivityScopeLifecycleTest, WhetherAScopeIsOffIsDecidedOnce) {
         TarnSettings::GetInstance().SetOffs({});
         offAtFirst.Add({{"a", 1}});
     }
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffByRankNeedsNoMemory) {

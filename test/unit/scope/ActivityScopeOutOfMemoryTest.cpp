@@ -243,8 +243,8 @@ TEST_F(ActivityScopeOutOfMemoryTest, AnEarlyTerminationThatFindsNoMemoryIsNotRep
             failed = failing->HasFailed();
             failing.reset();
         }
-        const auto texts = m_events->Texts();
-        const bool reportedNow = std::count(texts.begin(), texts.end(), stackUnwind) == 1;
+        const auto texts = m_events->Contents();
+        const bool reportedNow = std::count(texts.begin(), texts.end(), StackUnwind()) == 1;
         if (number == 0) {
             EXPECT_FALSE(reportedNow);
         }

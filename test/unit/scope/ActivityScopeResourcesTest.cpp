@@ -1,6 +1,5 @@
 #include "AllocationCounter.h"
 #include "Matchers.h"
-#include "MetricsText.h"
 #include "ScopeTest.h"
 
 #include "tarn/ActivityScope.h"
@@ -13,6 +12,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <sys/resource.h>
 #include <vector>
@@ -28,6 +28,8 @@ using corvala::memory::ChargeRelease;
 using corvala::memory::MemoryTrackingMode;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
+using Metrics::NameValueList;
+using Metrics::NameValuePair;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -60,40 +62,48 @@ protected:
         corvala::memory::SetMemoryTrackingMode(mode);
     }
 
-    /// The pairs under this name that the only scope of that name sent.
-    std::string FiguresOf(const std::string& scopeName, const std::string& listName) {
+    /// The pairs under this name that the only scope of that name sent; nothing if it sent none.
+    std::optional<NameValueList> FiguresOf(const std::string& scopeName, const char16_t* listName) {
         uint64 id = 0;
         for (const MetricsEvent& event : m_events->Events()) {
-            if (event.type == MetricsEventType::OpenScope && *event.name.utf8 == scopeName) {
+            if (event.type == MetricsEventType::OpenScope && event.name == scopeName) {
                 id = event.id;
             }
             if (event.type == MetricsEventType::NameValuePairs && event.id == id &&
-                Text(event.name) == "L\"" + listName + "\"") {
-                return Text(event.pairs);
+                event.name == listName) {
+                return event.pairs;
             }
         }
-        return "not sent";
+        return std::nullopt;
     }
 
-    std::string MemoryOf(const std::string& scopeName) {
-        return FiguresOf(scopeName, "memoryAttrs");
+    std::optional<NameValueList> MemoryOf(const std::string& scopeName) {
+        return FiguresOf(scopeName, u"memoryAttrs");
+    }
+
+    std::optional<NameValueList> CpuTimesOf(const std::string& scopeName) {
+        return FiguresOf(scopeName, u"cpuAttrs");
     }
 
     /// One figure of the processor time, in microseconds.
-    int64 CpuOf(const std::string& scopeName, const std::string& figure) {
-        const std::string pairs = FiguresOf(scopeName, "cpuAttrs");
-        const std::string key = "L\"" + figure + "\"=";
-        const std::size_t at = pairs.find(key);
-        EXPECT_NE(at, std::string::npos) << pairs;
-        return at == std::string::npos ? -1 : std::stoll(pairs.substr(at + key.size()));
+    int64 CpuOf(const std::string& scopeName, const char16_t* figure) {
+        for (const auto& [name, value] : CpuTimesOf(scopeName).value_or(NameValueList())) {
+            if (name == figure && value.type == Metrics::MetricsValue::MV_Int64) {
+                return value.integer;
+            }
+        }
+        ADD_FAILURE() << "no such figure was sent";
+        return -1;
     }
 };
 
-// The figures of mode 2, in the order in which they are sent.
-std::string AllFigures(int64 di, int64 dni, int64 apeak, int64 ai, int64 ani) {
-    return "{L\"di\"=" + std::to_string(di) + ", L\"dni\"=" + std::to_string(dni) +
-           ", L\"apeak\"=" + std::to_string(apeak) + ", L\"ai\"=" + std::to_string(ai) +
-           ", L\"ani\"=" + std::to_string(ani) + "}";
+// The figures of mode 1, and of mode 2, in the order in which they are sent.
+NameValueList Allocations(int64 ai, int64 ani) {
+    return {{u"ai", ai}, {u"ani", ani}};
+}
+
+NameValueList AllFigures(int64 di, int64 dni, int64 apeak, int64 ai, int64 ani) {
+    return Joined({{u"di", di}, {u"dni", dni}, {u"apeak", apeak}}, Allocations(ai, ani));
 }
 
 // ---- What is sent
@@ -106,15 +116,14 @@ TEST_F(ActivityScopeResourcesTest, MemoryIsSentBeforeProcessorTimeAndBothBeforeT
         m_events->Clear();
         { const ActivityScope scope("work"); }
 
-        std::vector<std::string> names;
+        NameValueList kindsAndNames;
         for (const MetricsEvent& event : m_events->Events()) {
-            names.push_back(std::to_string(static_cast<uint32>(event.type)) + " " +
-                            Text(event.name));
+            kindsAndNames.emplace_back(static_cast<uint32>(event.type), event.name);
         }
-        EXPECT_THAT(
-            names,
-            ElementsAre(
-                "5 \"work\"", "7 L\"tid\"", "9 L\"memoryAttrs\"", "9 L\"cpuAttrs\"", "6 \"work\""))
+        EXPECT_EQ(
+            kindsAndNames,
+            (NameValueList{
+                {5, "work"}, {7, u"tid"}, {9, u"memoryAttrs"}, {9, u"cpuAttrs"}, {6, "work"}}))
             << mode;
     }
 }
@@ -125,8 +134,8 @@ TEST_F(ActivityScopeResourcesTest, WithoutTrackingZeroesAreSent) {
         ChargeAllocation(100);
     }
 
-    EXPECT_EQ(MemoryOf("work"), "{L\"ai\"=0, L\"ani\"=0}");
-    EXPECT_EQ(FiguresOf("work", "cpuAttrs"), "{L\"ki\"=0, L\"ui\"=0}");
+    EXPECT_EQ(MemoryOf("work"), Allocations(0, 0));
+    EXPECT_EQ(CpuTimesOf("work"), (NameValueList{{u"ki", 0}, {u"ui", 0}}));
 }
 
 TEST_F(ActivityScopeResourcesTest, TheFirstModeSendsAllocations) {
@@ -138,7 +147,7 @@ TEST_F(ActivityScopeResourcesTest, TheFirstModeSendsAllocations) {
         ChargeRelease(100);
     }
 
-    EXPECT_EQ(MemoryOf("work"), "{L\"ai\"=120, L\"ani\"=2}");
+    EXPECT_EQ(MemoryOf("work"), Allocations(120, 2));
 }
 
 TEST_F(ActivityScopeResourcesTest, TheSecondModeSendsReleasesAndThePeakToo) {
@@ -164,7 +173,7 @@ TEST_F(ActivityScopeResourcesTest, AnyOtherModeSendsZeroes) {
         }
         TrackMemory(corvala::memory::MemoryTrackingAll);
 
-        EXPECT_EQ(MemoryOf(name), "{L\"ai\"=0, L\"ani\"=0}") << mode;
+        EXPECT_EQ(MemoryOf(name), Allocations(0, 0)) << mode;
     }
 }
 
@@ -182,7 +191,7 @@ TEST_F(ActivityScopeResourcesTest, TheModeIsReadWhenTheScopeEnds) {
         ChargeAllocation(30);
         TrackMemory(corvala::memory::MemoryTrackingAllocations);
     }
-    EXPECT_EQ(MemoryOf("other"), "{L\"ai\"=30, L\"ani\"=1}");
+    EXPECT_EQ(MemoryOf("other"), Allocations(30, 1));
 }
 
 TEST_F(ActivityScopeResourcesTest, TheUnitTestOptionDoesNotChangeWhatScopesSend) {
@@ -257,7 +266,7 @@ TEST_F(ActivityScopeResourcesTest, AnUntrackedScopeInBetweenPassesFiguresOn) {
     }
 
     EXPECT_EQ(MemoryOf("outer"), AllFigures(0, 0, 8, 8, 1));
-    EXPECT_EQ(MemoryOf("untracked"), "not sent");
+    EXPECT_EQ(MemoryOf("untracked"), std::nullopt);
 }
 
 TEST_F(ActivityScopeResourcesTest, WhatAnotherThreadAllocatesDoesNotCount) {
@@ -294,7 +303,7 @@ TEST_F(ActivityScopeResourcesTest, AnUntrackedScopeMakesNoFrameAndSendsNoFigures
         EXPECT_EQ(CurrentMemoryFrame(), nullptr);
     }
 
-    EXPECT_THAT(m_events->Texts(), Not(Contains(HasSubstr("Attrs"))));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(Opens("work"), ThreadIdEvent(), Closes("work")));
 }
 
 TEST_F(ActivityScopeResourcesTest, ATrackedScopeHasAFrameOfItsThread) {
@@ -317,7 +326,7 @@ TEST_F(ActivityScopeResourcesTest, EveryTypeButUntrackedIsMeasured) {
     for (const TraceType type : {TraceType::Normal, TraceType::Transparent, TraceType{7}}) {
         m_events->Clear();
         { const ActivityScope scope("work", type); }
-        EXPECT_EQ(MemoryOf("work"), "{L\"ai\"=0, L\"ani\"=0}") << static_cast<int32>(type);
+        EXPECT_EQ(MemoryOf("work"), Allocations(0, 0)) << static_cast<int32>(type);
     }
 }
 
@@ -328,7 +337,7 @@ TEST_F(ActivityScopeResourcesTest, TheTypeDecidesAndNotTheBitOfUntrackedScopes) 
     }
 
     EXPECT_EQ(m_events->First(MetricsEventType::OpenScope).flags, 0x0060000000000000U);
-    EXPECT_EQ(MemoryOf("work"), "{L\"ai\"=0, L\"ani\"=0}");
+    EXPECT_EQ(MemoryOf("work"), Allocations(0, 0));
 }
 
 TEST_F(ActivityScopeResourcesTest, AScopeThatIsOffIsNotMeasured) {
@@ -351,7 +360,9 @@ TEST_F(ActivityScopeResourcesTest, WhatTheHostAllocatesWithOperatorNewCounts) {
         ::operator delete(::operator new(100));
     }
 
-    EXPECT_THAT(MemoryOf("work"), AllOf(HasSubstr("L\"dni\"=1,"), HasSubstr("L\"ani\"=1}")));
+    const NameValueList memory = MemoryOf("work").value_or(NameValueList());
+    EXPECT_THAT(memory,
+                AllOf(Contains(NameValuePair(u"dni", 1)), Contains(NameValuePair(u"ani", 1))));
 }
 
 TEST_F(ActivityScopeResourcesTest, WhatListenersAllocateIsNotChargedToTheScopeTheyHearOf) {
@@ -366,10 +377,10 @@ TEST_F(ActivityScopeResourcesTest, WhatListenersAllocateIsNotChargedToTheScopeTh
     m_events->CallOnEach({});
 
     const MetricsEvent memory = m_events->First(MetricsEventType::NameValuePairs);
-    EXPECT_EQ(Text(memory.name), "\"multiNVPs\"");
+    EXPECT_EQ(memory.name, "multiNVPs");
     for (const MetricsEvent& event : m_events->Events()) {
-        if (Text(event.name) == "L\"memoryAttrs\"") {
-            ASSERT_EQ(Text(event.pairs[3].first), "L\"ai\"");
+        if (event.name == u"memoryAttrs") {
+            ASSERT_EQ(event.pairs[3].first, u"ai");
             EXPECT_LT(event.pairs[3].second.integer, int64{bytes});
         }
     }
@@ -413,11 +424,11 @@ TEST_F(ActivityScopeResourcesTest, TheProcessorTimeOfTheThreadIsSent) {
     }
     const ThreadTimes after = Now();
 
-    EXPECT_GE(CpuOf("work", "ui"), endsWithin.user - beginsWithin.user);
-    EXPECT_LE(CpuOf("work", "ui"), after.user - before.user);
-    EXPECT_GE(CpuOf("work", "ki"), endsWithin.kernel - beginsWithin.kernel);
-    EXPECT_LE(CpuOf("work", "ki"), after.kernel - before.kernel);
-    EXPECT_GE(CpuOf("work", "ui"), 20000);
+    EXPECT_GE(CpuOf("work", u"ui"), endsWithin.user - beginsWithin.user);
+    EXPECT_LE(CpuOf("work", u"ui"), after.user - before.user);
+    EXPECT_GE(CpuOf("work", u"ki"), endsWithin.kernel - beginsWithin.kernel);
+    EXPECT_LE(CpuOf("work", u"ki"), after.kernel - before.kernel);
+    EXPECT_GE(CpuOf("work", u"ui"), 20000);
 }
 
 // Reading a clock in the work would bring the kernel's totals up to date and hide that the scope
@@ -437,7 +448,7 @@ TEST_F(ActivityScopeResourcesTest, NoScopeThatComputesForAMillisecondIsSaidToHav
             }
         }
 
-        EXPECT_GT(CpuOf(name, "ui") + CpuOf(name, "ki"), 0) << name;
+        EXPECT_GT(CpuOf(name, u"ui") + CpuOf(name, u"ki"), 0) << name;
     }
 }
 
@@ -449,9 +460,9 @@ TEST_F(ActivityScopeResourcesTest, TheOuterScopeIncludesTheProcessorTimeOfTheInn
         Burn(10000);
     }
 
-    EXPECT_GE(CpuOf("inner", "ui"), 10000);
-    EXPECT_GE(CpuOf("outer", "ui"), CpuOf("inner", "ui"));
-    EXPECT_GE(CpuOf("outer", "ki"), CpuOf("inner", "ki"));
+    EXPECT_GE(CpuOf("inner", u"ui"), 10000);
+    EXPECT_GE(CpuOf("outer", u"ui"), CpuOf("inner", u"ui"));
+    EXPECT_GE(CpuOf("outer", u"ki"), CpuOf("inner", u"ki"));
 }
 
 TEST_F(ActivityScopeResourcesTest, WithoutTrackingProcessorTimesAreZero) {
@@ -460,7 +471,7 @@ TEST_F(ActivityScopeResourcesTest, WithoutTrackingProcessorTimesAreZero) {
         Burn(5000);
     }
 
-    EXPECT_EQ(FiguresOf("work", "cpuAttrs"), "{L\"ki\"=0, L\"ui\"=0}");
+    EXPECT_EQ(CpuTimesOf("work"), (NameValueList{{u"ki", 0}, {u"ui", 0}}));
 }
 
 TEST_F(ActivityScopeResourcesTest, NamesOfFiguresAreWideAndValuesAreIntegers) {

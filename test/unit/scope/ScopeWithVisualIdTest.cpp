@@ -2,7 +2,6 @@
 
 #include "AllocationCounter.h"
 #include "Matchers.h"
-#include "MetricsText.h"
 #include "MonitoredHost.h"
 #include "ScopeTree.h"
 #include "TarnTest.h"
@@ -40,10 +39,21 @@ using testing::SizeIs;
 
 constexpr uint64 visualFlag = 0x40;
 
-constexpr const char* opens = "OpenScope \"render\" {}";
-constexpr const char* sendsSheet = "NameValue \"'ws'\"=L\"Sheet\"";
-constexpr const char* sendsBoard = "NameValue \"'db'\"=L\"Board\"";
-constexpr const char* closes = "CloseScope \"render\"";
+EventContent OpensRender() {
+    return Opens("render");
+}
+
+EventContent SendsSheet() {
+    return SendsValue("'ws'", u"Sheet");
+}
+
+EventContent SendsBoard() {
+    return SendsValue("'db'", u"Board");
+}
+
+EventContent ClosesRender() {
+    return Closes("render");
+}
 
 /// A thread with a metrics context, and a listener that wants visual scopes and saw nothing yet.
 class ScopeWithVisualIdTest : public TarnTest {
@@ -62,19 +72,20 @@ protected:
 TEST_F(ScopeWithVisualIdTest, TheDashboardPrecedesTheWorksheet) {
     { const ScopeWithVisualId scope("render", visualFlag, u"Sheet", u"Board"); }
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsBoard, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(OpensRender(), SendsBoard(), SendsSheet(), ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, AllIsSentAtConstructionExceptTheEnd) {
     const ScopeWithVisualId scope("render", visualFlag, u"Sheet", u"Board");
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsBoard, sendsSheet));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsBoard(), SendsSheet()));
 }
 
 TEST_F(ScopeWithVisualIdTest, AnEmptyDashboardIsNotMentioned) {
     { const ScopeWithVisualId scope("render", visualFlag, u"Sheet", TString()); }
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsSheet(), ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ADashboardThatEqualsTheWorksheetIsNotRepeated) {
@@ -85,33 +96,40 @@ TEST_F(ScopeWithVisualIdTest, ADashboardThatEqualsTheWorksheetIsNotRepeated) {
     { const ScopeWithVisualId scope("render", visualFlag, worksheet, equalText); }
     { const ScopeWithVisualId scope("render", visualFlag, worksheet, worksheet); }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre(opens, sendsSheet, closes, opens, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(OpensRender(),
+                            SendsSheet(),
+                            ClosesRender(),
+                            OpensRender(),
+                            SendsSheet(),
+                            ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ADashboardThatDiffersInCaseIsAnotherOne) {
     const ScopeWithVisualId scope("render", visualFlag, u"Sheet", u"SHEET");
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, "NameValue \"'db'\"=L\"SHEET\"", sendsSheet));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(OpensRender(), SendsValue("'db'", u"SHEET"), SendsSheet()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ADashboardThatOnlyBeginsLikeTheWorksheetIsAnotherOne) {
     const ScopeWithVisualId scope("render", visualFlag, u"Sheet", u"Sheet ");
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre(opens, "NameValue \"'db'\"=L\"Sheet \"", sendsSheet));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(OpensRender(), SendsValue("'db'", u"Sheet "), SendsSheet()));
 }
 
 TEST_F(ScopeWithVisualIdTest, AnEmptyWorksheetIsStillSent) {
     const ScopeWithVisualId scope("render", visualFlag, TString(), u"Board");
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsBoard, "NameValue \"'ws'\"=L\"\""));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(OpensRender(), SendsBoard(), SendsValue("'ws'", u"")));
 }
 
 TEST_F(ScopeWithVisualIdTest, WithoutAnyNameTheEmptyWorksheetIsStillSent) {
     const ScopeWithVisualId scope("render", visualFlag, TString(), TString());
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, "NameValue \"'ws'\"=L\"\""));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsValue("'ws'", u"")));
 }
 
 TEST_F(ScopeWithVisualIdTest, NamesAreSentUnitByUnit) {
@@ -132,9 +150,8 @@ TEST_F(ScopeWithVisualIdTest, TheNameMayHoldAnyUtf8AndIsReadDuringTheCallOnly) {
         name.assign(name.size(), '-');
     }
 
-    EXPECT_THAT(
-        m_events->Texts(),
-        ElementsAre("OpenScope \"z\xC3\xA4hlen\" {}", sendsSheet, "CloseScope \"z\xC3\xA4hlen\""));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(Opens("z\xC3\xA4hlen"), SendsSheet(), Closes("z\xC3\xA4hlen")));
 }
 
 TEST_F(ScopeWithVisualIdTest, EveryEventIsTheScopesOwn) {
@@ -163,9 +180,9 @@ TEST_F(ScopeWithVisualIdTest, WithoutFlagsItGoesToThoseWhoWantEverything) {
 
     { const ScopeWithVisualId scope("render", 0, u"Sheet", TString()); }
 
-    EXPECT_THAT(everything->Texts(), ElementsAre(opens, sendsSheet, closes));
+    EXPECT_THAT(everything->Contents(), ElementsAre(OpensRender(), SendsSheet(), ClosesRender()));
     EXPECT_THAT(everything->Events(), Each(Field(&Metrics::MetricsEvent::flags, 0U)));
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 // ---- When nothing is sent.
@@ -177,8 +194,8 @@ TEST_F(ScopeWithVisualIdTest, FlagsThatNobodyWantsMakeNoScope) {
 
     scope.reset();
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
-    EXPECT_THAT(everything->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
+    EXPECT_THAT(everything->Contents(), IsEmpty());
 }
 
 TEST_F(ScopeWithVisualIdTest, FlagsThatNobodyWantsCostNoAllocation) {
@@ -202,8 +219,8 @@ TEST_F(ScopeWithVisualIdTest, AListenerThatComesLaterHearsNothingOfAScopeThatNob
 
     scope.reset();
 
-    EXPECT_THAT(late->Texts(), IsEmpty());
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(late->Contents(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ScopeWithVisualIdTest, AListenerThatLeavesHearsNoEnd) {
@@ -213,7 +230,7 @@ TEST_F(ScopeWithVisualIdTest, AListenerThatLeavesHearsNoEnd) {
     StopListening(m_events);
     scope.reset();
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsSheet));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsSheet()));
 }
 
 TEST_F(ScopeWithVisualIdTest, WithoutAMetricsContextNothingIsSentAndNoneIsMade) {
@@ -224,7 +241,7 @@ TEST_F(ScopeWithVisualIdTest, WithoutAMetricsContextNothingIsSentAndNoneIsMade) 
                   0U);
     });
 
-    EXPECT_THAT(m_events->Texts(), IsEmpty());
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
 }
 
 TEST_F(ScopeWithVisualIdTest, AScopeThatFoundNoContextStaysSilentWhenOneComes) {
@@ -251,7 +268,7 @@ TEST_F(ScopeWithVisualIdTest, ItHasNoActivityContext) {
     const ScopeWithVisualId scope("render", visualFlag, u"Sheet", TString());
 
     EXPECT_EQ(ThreadContextPropagator().GetContext(), nullptr);
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsSheet));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsSheet()));
 }
 
 TEST_F(ScopeWithVisualIdTest, TheActivityAroundItStaysCurrent) {
@@ -270,7 +287,8 @@ TEST_F(ScopeWithVisualIdTest, ItCannotBeSwitchedOff) {
 
     { const ScopeWithVisualId scope("render", visualFlag, u"Sheet", u"Board"); }
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsBoard, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(OpensRender(), SendsBoard(), SendsSheet(), ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ItDoesNotNeedTracingToBeEnabled) {
@@ -278,7 +296,7 @@ TEST_F(ScopeWithVisualIdTest, ItDoesNotNeedTracingToBeEnabled) {
 
     { const ScopeWithVisualId scope("render", visualFlag, u"Sheet", TString()); }
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsSheet(), ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ItMeasuresNothing) {
@@ -287,7 +305,7 @@ TEST_F(ScopeWithVisualIdTest, ItMeasuresNothing) {
 
     { const ScopeWithVisualId scope("render", visualFlag, u"Sheet", TString()); }
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsSheet(), ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ItLogsNothingOfItsOwn) {
@@ -308,7 +326,7 @@ TEST_F(ScopeWithVisualIdTest, AnExceptionThatUnwindsItIsNotReported) {
         },
         std::runtime_error);
 
-    EXPECT_THAT(m_events->Texts(), ElementsAre(opens, sendsSheet, closes));
+    EXPECT_THAT(m_events->Contents(), ElementsAre(OpensRender(), SendsSheet(), ClosesRender()));
 }
 
 TEST_F(ScopeWithVisualIdTest, ItIsNeitherCopiedNorMovedAndHoldsAPointerAlone) {
@@ -325,15 +343,15 @@ TEST_F(ScopeWithVisualIdTest, ScopesNest) {
         const ScopeWithVisualId inner("render", visualFlag, u"Sheet", u"Board");
     }
 
-    EXPECT_THAT(m_events->Texts(),
-                ElementsAre("OpenScope \"board\" {}",
-                            sendsBoard,
-                            "NameValue \"'ws'\"=L\"\"",
-                            opens,
-                            sendsBoard,
-                            sendsSheet,
-                            closes,
-                            "CloseScope \"board\""));
+    EXPECT_THAT(m_events->Contents(),
+                ElementsAre(Opens("board"),
+                            SendsBoard(),
+                            SendsValue("'ws'", u""),
+                            OpensRender(),
+                            SendsBoard(),
+                            SendsSheet(),
+                            ClosesRender(),
+                            Closes("board")));
 }
 
 // ---- In the log.
