@@ -103,7 +103,8 @@ private:
         if (!HasEnd(index)) {
             return std::nullopt;
         }
-        if (logged.elapsed != expected.elapsed || logged.exclusiveTime != expected.exclusiveTime ||
+        if (logged.elapsed != expected.account.elapsed ||
+            logged.exclusiveTime != expected.account.exclusiveTime ||
             Milliseconds(logged.elapsed) != expected.elapsedMs ||
             Milliseconds(logged.exclusiveTime) != expected.ExclusiveMs()) {
             return "times: the log says " + std::to_string(logged.elapsed) + " and " +
@@ -118,18 +119,19 @@ private:
                               logged.inclusive[i],
                               expected.Inclusive(figure));
             }
-            if (logged.exclusive[i] != expected.exclusive[i]) {
+            if (logged.exclusive[i] != expected.Exclusive(figure)) {
                 return Differ(std::string("exclusive ") + figureNames[i],
                               logged.exclusive[i],
-                              expected.exclusive[i]);
+                              expected.Exclusive(figure));
             }
             m_sightings.negativeFigures += logged.exclusive[i] < 0 ? 1U : 0U;
         }
         if (logged.peak != expected.peak) {
             return Differ("peak", logged.peak, expected.peak);
         }
-        if (logged.threads != static_cast<int64>(expected.threads.size())) {
-            return Differ("threads", logged.threads, static_cast<int64>(expected.threads.size()));
+        if (logged.threads != static_cast<int64>(expected.account.threadIds.size())) {
+            return Differ(
+                "threads", logged.threads, static_cast<int64>(expected.account.threadIds.size()));
         }
         return std::nullopt;
     }
@@ -202,7 +204,7 @@ private:
         sum.root = hasRoot ? Logged(root).inclusive[figure] : 0;
         for (const int member : members) {
             const ExpectedScope& scope = Expected(member);
-            const int64 own = scope.exclusive[figure];
+            const int64 own = scope.Exclusive(figure);
             const int64 inclusive = scope.Inclusive(figure);
             if (HasEnd(member)) {
                 sum.logged += Logged(member).exclusive[figure];
@@ -234,7 +236,7 @@ private:
                 IsInTree(scope.foldedInto, root)) {
                 const bool isKept = scope.kind.IsTransparent() && KeepsShareOf(other);
                 sum.Meet(TreesDiffer,
-                         (isKept ? scope.exclusive[figure] : 0) - scope.Inclusive(figure));
+                         (isKept ? scope.Exclusive(figure) : 0) - scope.Inclusive(figure));
             }
         }
         return sum;

@@ -215,7 +215,7 @@ TEST_F(FiguresAddUpTest, TheSumSeesAShareThatIsGivenToNobodyOrTwice) {
             LoggedScopes wrongLog = log;
             wrongLog.scopes[2].exclusive[i] += mistake;
             Expectation wrongExpectation = expectation;
-            wrongExpectation.scopes[2].exclusive[i] += mistake;
+            wrongExpectation.scopes[2].account.figures[i].exclusive += mistake;
             const auto fault = FindFault(wrongExpectation, wrongLog, seen);
             ASSERT_NE(fault, std::nullopt) << figureNames[i];
             EXPECT_NE(fault->find("add up"), std::string::npos) << *fault;
@@ -224,7 +224,7 @@ TEST_F(FiguresAddUpTest, TheSumSeesAShareThatIsGivenToNobodyOrTwice) {
     LoggedScopes wrongLog = log;
     wrongLog.scopes[1].exclusiveTime = 0.002;
     Expectation wrongExpectation = expectation;
-    wrongExpectation.scopes[1].exclusiveTime = 0.002;
+    wrongExpectation.scopes[1].account.exclusiveTime = 0.002;
     ++wrongExpectation.scopes[1].childrenMs;
     const auto fault = FindFault(wrongExpectation, wrongLog, seen);
     ASSERT_NE(fault, std::nullopt);

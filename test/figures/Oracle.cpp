@@ -226,7 +226,10 @@ private:
         context.sponsors.push_back(index);
         scope.isOpened = true;
         scope.isLogged = !scope.kind.IsTransparent() || m_script.logsTransparent;
-        scope.threads.insert(thread);
+        scope.account.transparent = scope.kind.IsTransparent();
+        scope.account.measuresNothing = scope.kind.IsMarkedUntracked();
+        scope.account.threadId = static_cast<uint64>(thread);
+        scope.account.threadIds.insert(scope.account.threadId);
     }
 
     void FindTree(int thread, const Op& op) {
@@ -375,15 +378,17 @@ private:
             scope.isDropped = true;
             return;
         }
-        scope.threads.insert(closedOn);
+        scope.account.threadId = static_cast<uint64>(closedOn);
         const int64 nanoseconds = Now(thread) - Record(index).openedAt;
         scope.elapsedMs = nanoseconds / 1'000'000;
-        scope.elapsed = static_cast<double>(scope.elapsedMs) / 1000.0;
+        SetElapsed(scope.account, static_cast<uint64>(nanoseconds));
         scope.foldedInto = NearestOpenSponsor(index);
         if (scope.foldedInto != ExpectedScope::none) {
-            Fold(scope, closedOn);
+            ExpectedScope& sponsor = Scope(scope.foldedInto);
+            scope.foldedOnSameThread = folding::Fold(scope.account, sponsor.account);
+            sponsor.childrenMs += scope.foldedOnSameThread ? scope.elapsedMs : 0;
         }
-        scope.exclusiveTime = scope.elapsed - scope.childrenTime;
+        SetExclusiveTime(scope.account);
         scope.isClosed = true;
         context.scopes.pop_back();
         context.sponsors.pop_back();
@@ -391,13 +396,9 @@ private:
 
     /// None for a scope that heads a tree: it is its own sponsor.
     int NearestOpenSponsor(int index) {
-        const auto& chain = Record(index).heritage.chain;
-        for (auto sponsor = chain.rbegin(); sponsor != chain.rend(); ++sponsor) {
-            if (HasRecord(*sponsor)) {
-                return *sponsor == index ? ExpectedScope::none : *sponsor;
-            }
-        }
-        return ExpectedScope::none;
+        const auto sponsor = folding::NearestSponsor(Record(index).heritage.chain,
+                                                     [this](int id) { return HasRecord(id); });
+        return sponsor && *sponsor != index ? *sponsor : ExpectedScope::none;
     }
 
     void AddMeasured(int thread, int index) {
@@ -422,31 +423,7 @@ private:
             sent[ProgramTime] = std::min(longest, On(thread).program - measurement.programAtStart);
         }
         for (std::size_t i = 0; i < figureCount; ++i) {
-            scope.exclusive[i] += sent[i];
-            scope.sameThread[i] += sent[i];
-        }
-    }
-
-    void Fold(ExpectedScope& child, int closedOn) {
-        ExpectedScope& parent = Scope(child.foldedInto);
-        child.foldedOnSameThread = Record(child.foldedInto).thread == closedOn;
-        parent.threads.insert(child.threads.begin(), child.threads.end());
-        if (child.foldedOnSameThread) {
-            parent.childrenTime += child.elapsed;
-            parent.childrenMs += child.elapsedMs;
-        }
-        const bool isTransparent = child.kind.IsTransparent();
-        for (std::size_t i = 0; i < figureCount; ++i) {
-            const int64 kept = isTransparent ? child.exclusive[i] : 0;
-            parent.otherThreads[i] += child.otherThreads[i];
-            if (!child.foldedOnSameThread) {
-                parent.otherThreads[i] += child.sameThread[i];
-                parent.exclusive[i] += kept;
-            } else if (parent.kind.IsMarkedUntracked()) {
-                parent.sameThread[i] += child.sameThread[i];
-            } else {
-                parent.exclusive[i] += kept - child.sameThread[i];
-            }
+            folding::AddMeasured(scope.account, static_cast<Figure>(i), sent[i]);
         }
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FoldingRules.h"
 #include "Script.h"
 
 #include "cvlsys/IntegerTypes.h"
@@ -7,22 +8,20 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <set>
 #include <vector>
 
 namespace figures {
 
 /// What is counted, in the order of `figureNames`.
-enum Figure : std::size_t {
-    AllocatedBytes,
-    AllocationCount,
-    ReleasedBytes,
-    ReleaseCount,
-    KernelTime,
-    ProgramTime,
-};
+using Figure = folding::Kind;
+using folding::AllocatedBytes;
+using folding::AllocationCount;
+using folding::KernelTime;
+using folding::ProgramTime;
+using folding::ReleaseCount;
+using folding::ReleasedBytes;
 
-inline constexpr std::size_t figureCount = ProgramTime + 1;
+inline constexpr std::size_t figureCount = folding::kindCount;
 
 inline constexpr std::array<const char*, figureCount> figureNames = {
     "allocated bytes", "allocations", "released bytes", "releases", "kernel time", "program time"};
@@ -42,16 +41,10 @@ struct ExpectedScope {
     int foldedInto = none;  ///< the scope that received the figures
     bool foldedOnSameThread = false;
 
-    Amounts exclusive{};
-    Amounts sameThread{};
-    Amounts otherThreads{};
+    folding::Account account;
     int64 peak = 0;
-    std::set<int> threads;
     int64 elapsedMs = 0;
     int64 childrenMs = 0;
-    double elapsed = 0;
-    double childrenTime = 0;
-    double exclusiveTime = 0;
 
     /// What was used while the scope was the innermost one of its thread.
     Amounts own{};
@@ -60,9 +53,9 @@ struct ExpectedScope {
     bool isPlainlyPlaced = false;
     bool isMeasuredBySomeone = false;  ///< by itself, or by a scope around it in its own tree
 
-    int64 Inclusive(Figure figure) const noexcept {
-        return sameThread[figure] + otherThreads[figure];
-    }
+    int64 Exclusive(Figure figure) const noexcept { return account.figures[figure].exclusive; }
+
+    int64 Inclusive(Figure figure) const noexcept { return account.figures[figure].Inclusive(); }
 
     int64 ExclusiveMs() const noexcept { return elapsedMs - childrenMs; }
 

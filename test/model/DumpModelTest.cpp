@@ -1,8 +1,8 @@
 // Dumps of a scope's state against the model's. The monitor writes those about memory and processor
 // time only, and streams make it do that; the full dump is for whoever has a state in his hands.
 #include "AttributeGenerator.h"
+#include "CapturingLog.h"
 #include "Comparison.h"
-#include "EventLine.h"
 #include "Model.h"
 #include "MonitorRun.h"
 #include "Random.h"
@@ -12,8 +12,6 @@
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/TUUID.h"
-#include "cvlcoreplatform/host/LogBackEnd.h"
-#include "cvlcoreplatform/host/LoggerControl.h"
 
 #include <algorithm>
 #include <limits>
@@ -34,7 +32,7 @@ TString ToString(const std::u16string& text) {
     return TString(std::u16string_view(text));
 }
 
-tarn::ResourceFigure ToLibrary(const Figure& figure) {
+tarn::ResourceFigure ToLibrary(const folding::Figure& figure) {
     return {figure.exclusive, figure.sameThread, figure.otherThreads};
 }
 
@@ -62,14 +60,14 @@ LibraryState ToLibrary(const ScopeState& state, const Metrics::NameValueList& va
         made.resultPairs.emplace_back(ToString(name), ToString(text));
     }
     made.elapsed = state.elapsed;
-    made.exclusive = state.exclusive;
-    made.resources.allocatedBytes = ToLibrary(state.figures.allocated);
-    made.resources.allocationCount = ToLibrary(state.figures.allocations);
-    made.resources.deallocatedBytes = ToLibrary(state.figures.deallocated);
-    made.resources.deallocationCount = ToLibrary(state.figures.deallocations);
-    made.resources.userTime = ToLibrary(state.figures.userCpu);
-    made.resources.kernelTime = ToLibrary(state.figures.kernelCpu);
-    made.resources.allocatedPeak = state.figures.allocatedPeak;
+    made.exclusive = state.exclusiveTime;
+    made.resources.allocatedBytes = ToLibrary(state.figures[folding::AllocatedBytes]);
+    made.resources.allocationCount = ToLibrary(state.figures[folding::AllocationCount]);
+    made.resources.deallocatedBytes = ToLibrary(state.figures[folding::ReleasedBytes]);
+    made.resources.deallocationCount = ToLibrary(state.figures[folding::ReleaseCount]);
+    made.resources.userTime = ToLibrary(state.figures[folding::ProgramTime]);
+    made.resources.kernelTime = ToLibrary(state.figures[folding::KernelTime]);
+    made.resources.allocatedPeak = state.allocatedPeak;
     return made;
 }
 
@@ -96,7 +94,7 @@ public:
                           AnyNumber(),
                           static_cast<uint32>(m_random.Below(1000000))};
         state.elapsed = static_cast<double>(m_random.Below(100000)) / 1000.0;
-        state.exclusive = static_cast<double>(m_random.Between(-5000, 5000)) / 1000.0;
+        state.exclusiveTime = static_cast<double>(m_random.Between(-5000, 5000)) / 1000.0;
         Metrics::NameValueList values = m_attributes.ScopePairs();
         for (const auto& [name, value] : values) {
             state.attributes[TextOf(Value(name))] = Value(value);
@@ -112,17 +110,12 @@ public:
                     {u"memory", u"cpuTime", u"transparent", u"uuid", u"sponsors", u"elapsed"}),
                 u"the result's own");
         }
-        for (Figure* const figure : {&state.figures.allocated,
-                                     &state.figures.allocations,
-                                     &state.figures.deallocated,
-                                     &state.figures.deallocations,
-                                     &state.figures.userCpu,
-                                     &state.figures.kernelCpu}) {
-            *figure = {static_cast<int64>(AnyNumber()),
-                       static_cast<int64>(AnyNumber()),
-                       static_cast<int64>(AnyNumber())};
+        for (folding::Figure& figure : state.figures) {
+            figure = {static_cast<int64>(AnyNumber()),
+                      static_cast<int64>(AnyNumber()),
+                      static_cast<int64>(AnyNumber())};
         }
-        state.figures.allocatedPeak = static_cast<int64>(AnyNumber());
+        state.allocatedPeak = static_cast<int64>(AnyNumber());
         return {state, values};
     }
 
@@ -138,24 +131,8 @@ private:
     AttributeGenerator m_attributes;
 };
 
-class KeepingBackEnd : public TLog::LogBackEnd {
-public:
-    void Write(TLog::Severity severity, const TLog::Event& event) override {
-        EXPECT_EQ(tarn::test::DifferenceOfLine(severity, event), "");
-        events.push_back(event);
-    }
-
-    void WriteMessage(TLog::Severity, const TString&) override {}
-
-    std::vector<TLog::Event> events;
-};
-
 class DumpModelTest : public testing::Test {
 protected:
-    DumpModelTest() : m_former(TLog::ReplaceBackEnd(m_log)) {}
-
-    ~DumpModelTest() override { TLog::ReplaceBackEnd(m_former); }
-
     std::optional<Difference> Compare(const ScopeState& state,
                                       const Metrics::NameValueList& values,
                                       DumpType type) {
@@ -165,20 +142,19 @@ protected:
         expected.journal[0].text = u"scope-state";
         expected.journal[0].body = DumpOf(state, u"why", type);
 
-        m_log->events.clear();
+        m_log->Clear();
         tarn::WriteScopeStateDump(
             ToLibrary(state, values), u"why", static_cast<LibraryState::DumpType>(type));
 
         Observation actual;
-        for (const TLog::Event& event : m_log->events) {
-            actual.journal.push_back(PlainEntry(event, TLog::Info));
+        for (const auto& [severity, event] : m_log->Events()) {
+            actual.journal.push_back(PlainEntry(event, severity));
         }
         return Comparison().FirstDifference(expected, actual);
     }
 
 private:
-    std::shared_ptr<KeepingBackEnd> m_log = std::make_shared<KeepingBackEnd>();
-    std::shared_ptr<TLog::LogBackEnd> m_former;
+    const tarn::test::LogCapture m_log;
 };
 
 TEST_F(DumpModelTest, AgreesOnDumpsOfEveryType) {

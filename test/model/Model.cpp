@@ -404,7 +404,7 @@ ScopeState Model::BuildState(const ScopeState& parent,
     m_journal.push_back(idTaken);
     state.activityId = IdAt(m_idsTaken++, m_repeatingIds);
     state.transparent = HasBit(event, 51);
-    state.untrackedOrRequest = HasBit(event, 54) || request;
+    state.measuresNothing = HasBit(event, 54) || request;
 
     for (const auto& [name, value] : context.ownAttributes) {
         if (TextOf(name) == names::tidAttr) {
@@ -510,11 +510,12 @@ void Model::OnPostCloseScope(const MetricsEvent& event) {
 }
 
 uint64 Model::FindOpenSponsor(const ScopeState& state, bool anySponsor) {
-    for (auto id = state.sponsorChain.rbegin(); id != state.sponsorChain.rend(); ++id) {
-        const ScopeState* sponsor = FindScope(*id);
-        if (sponsor && (anySponsor || !sponsor->transparent)) {
-            return *id;
-        }
+    const auto id = folding::NearestSponsor(state.sponsorChain, [&](uint64 scopeId) {
+        const ScopeState* sponsor = FindScope(scopeId);
+        return sponsor && (anySponsor || !sponsor->transparent);
+    });
+    if (id) {
+        return *id;
     }
     if (m_options.isServer) {
         Message(traceSeverity, u"Scope " + TextOf(state.activityId) + u" has no open sponsors.");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FoldingRules.h"
 #include "ModelValue.h"
 #include "Observation.h"
 #include "StreamOptions.h"
@@ -36,35 +37,6 @@ struct TimeInfo {
     int64 Microseconds() const;
 };
 
-/// Sums and differences of figures wrap around, so that no figure that a sender may think of is an
-/// error.
-inline int64 Sum(int64 a, int64 b) {
-    return static_cast<int64>(static_cast<uint64>(a) + static_cast<uint64>(b));
-}
-
-inline int64 DifferenceOf(int64 a, int64 b) {
-    return static_cast<int64>(static_cast<uint64>(a) - static_cast<uint64>(b));
-}
-
-/// One of the six groups of resource figures.
-struct Figure {
-    int64 exclusive = 0;
-    int64 sameThread = 0;
-    int64 otherThreads = 0;
-
-    int64 Inclusive() const { return Sum(sameThread, otherThreads); }
-};
-
-struct Figures {
-    Figure allocated;
-    Figure allocations;
-    Figure deallocated;
-    Figure deallocations;
-    Figure userCpu;
-    Figure kernelCpu;
-    int64 allocatedPeak = 0;
-};
-
 using Attributes = std::map<std::u16string, Value>;
 
 struct Supplement {
@@ -72,7 +44,7 @@ struct Supplement {
     Pairs pairs;
 };
 
-struct ScopeState {
+struct ScopeState : folding::Account {
     std::u16string requestText = u"-";
     std::u16string ownText = u"-";
     std::u16string rootText = u"-";
@@ -80,7 +52,6 @@ struct ScopeState {
     std::u16string name;
     Id activityId{};
     uint64 contextId = 0;
-    uint64 threadId = 0;
     Attributes attributes;
     std::vector<Supplement> supplements;
     Id requestActivityId{};
@@ -91,15 +62,9 @@ struct ScopeState {
     std::u16string result = u"ok";
     std::vector<std::pair<std::u16string, std::u16string>> resultPairs;
     bool tracing = false;
-    bool transparent = false;
-    bool untrackedOrRequest = false;
-    std::set<uint64> threadIds;
-    double elapsed = 0;
-    double childrenTime = 0;
-    double exclusive = 0;
     int64 sponseeErrors = 0;
     int64 sponseeEarlyTerminations = 0;
-    Figures figures;
+    int64 allocatedPeak = 0;
 };
 
 /// What a dump of a state holds beside its head; any other value: nothing.

@@ -31,29 +31,6 @@ Node Bytes(int64 value) {
     return Node::Real(static_cast<double>(value));
 }
 
-double Seconds(uint64 nanoseconds) {
-    const uint64 milliseconds = nanoseconds / 1000000;
-    return static_cast<double>(milliseconds) / 1000.0;
-}
-
-void FoldFigure(const Figure& child,
-                Figure& parent,
-                bool sameThread,
-                bool parentMeasuresNothing,
-                bool childIsTransparent) {
-    parent.otherThreads = Sum(parent.otherThreads, child.otherThreads);
-    if (!sameThread) {
-        parent.otherThreads = Sum(parent.otherThreads, child.sameThread);
-    } else if (parentMeasuresNothing) {
-        parent.sameThread = Sum(parent.sameThread, child.sameThread);
-    } else {
-        parent.exclusive = DifferenceOf(parent.exclusive, child.sameThread);
-    }
-    if (childIsTransparent && !(sameThread && parentMeasuresNothing)) {
-        parent.exclusive = Sum(parent.exclusive, child.exclusive);
-    }
-}
-
 std::u16string LocalTime(int64 microseconds) {
     const TLog::EventTimePoint time{TLog::EventTimePoint::duration(microseconds * 10)};
     return std::u16string(TLog::EventTimestamp(time).GetFormattedLocalValue().View());
@@ -75,10 +52,6 @@ Node LogsOf(const ScopeState& state) {
 }  // namespace
 
 void Model::AddFigures(ScopeState& state, const Pairs& pairs, DumpType type) {
-    const auto add = [](Figure& figure, int64 value) {
-        figure.exclusive = Sum(figure.exclusive, value);
-        figure.sameThread = Sum(figure.sameThread, value);
-    };
     for (const auto& [nameValue, value] : pairs) {
         if (!nameValue.IsText()) {
             Raised raised = LogicError("src/cpp/main/",
@@ -93,19 +66,19 @@ void Model::AddFigures(ScopeState& state, const Pairs& pairs, DumpType type) {
         const std::u16string name = TextOf(nameValue);
         const int64 amount = IntegerOf(value);
         if (name == names::allocatedInclusiveAttr) {
-            add(state.figures.allocated, amount);
+            AddMeasured(state, folding::AllocatedBytes, amount);
         } else if (name == names::allocatedCountInclusiveAttr) {
-            add(state.figures.allocations, amount);
+            AddMeasured(state, folding::AllocationCount, amount);
         } else if (name == names::allocatedPeakAttr) {
-            state.figures.allocatedPeak = amount;
+            state.allocatedPeak = amount;
         } else if (name == names::deallocatedInclusiveAttr) {
-            add(state.figures.deallocated, amount);
+            AddMeasured(state, folding::ReleasedBytes, amount);
         } else if (name == names::deallocatedCountInclusiveAttr) {
-            add(state.figures.deallocations, amount);
+            AddMeasured(state, folding::ReleaseCount, amount);
         } else if (name == names::cpuTimeUserInclusiveAttr) {
-            add(state.figures.userCpu, amount);
+            AddMeasured(state, folding::ProgramTime, amount);
         } else if (name == names::cpuTimeKernelInclusiveAttr) {
-            add(state.figures.kernelCpu, amount);
+            AddMeasured(state, folding::KernelTime, amount);
         }
     }
     if (m_options.shouldLogResourceTracking) {
@@ -117,38 +90,19 @@ void Model::AddFigures(ScopeState& state, const Pairs& pairs, DumpType type) {
 }
 
 void Model::AddEndFigures(ScopeState& state, const TimeInfo& end) {
-    state.elapsed =
-        Seconds(static_cast<uint64>(end.time) - static_cast<uint64>(state.openTime.time));
-    state.threadIds.insert(state.threadId);
+    SetElapsed(state, static_cast<uint64>(end.time) - static_cast<uint64>(state.openTime.time));
     if (ScopeState* parent = FindScope(FindOpenSponsor(state, true))) {
-        const std::set<uint64> threadIds = state.threadIds;
-        parent->threadIds.insert(threadIds.begin(), threadIds.end());
         Fold(state, *parent);
         PassResult(state, *parent);
     }
-    state.exclusive = state.elapsed - state.childrenTime;
+    SetExclusiveTime(state);
 }
 
 void Model::Fold(const ScopeState& child, ScopeState& parent) {
     if (child.scopeId == parent.scopeId) {
         return;
     }
-    const bool sameThread = child.threadId == parent.threadId;
-    if (sameThread) {
-        parent.childrenTime += child.elapsed;
-    }
-    for (Figure Figures::*figure : {&Figures::allocated,
-                                    &Figures::allocations,
-                                    &Figures::deallocated,
-                                    &Figures::deallocations,
-                                    &Figures::userCpu,
-                                    &Figures::kernelCpu}) {
-        FoldFigure(child.figures.*figure,
-                   parent.figures.*figure,
-                   sameThread,
-                   parent.untrackedOrRequest,
-                   child.transparent);
-    }
+    folding::Fold(child, parent);
     if (m_options.shouldLogResourceTracking) {
         const std::u16string from = child.name + u" (" + TextOf(child.activityId) + u") at tid " +
                                     LowerHexadecimal(child.threadId);
@@ -174,7 +128,7 @@ Node DumpOf(const ScopeState& state, const std::u16string& reason, DumpType type
     const bool isFull = type == DumpType::Full;
     const bool hasMemory = isFull || type == DumpType::Memory;
     const bool hasCpuTime = hasMemory || type == DumpType::Cpu;
-    const Figures& figures = state.figures;
+    const auto& figures = state.figures;
     Node body = Node::Object();
     // The first value of a name stays.
     const auto put = [&body](std::u16string_view name, const Node& value) {
@@ -210,7 +164,7 @@ Node DumpOf(const ScopeState& state, const std::u16string& reason, DumpType type
         start.Set(u"microseconds", Node::Integer(state.openTime.wallMicros));
         put(u"startTimeInfo", start);
         put(u"elapsed", Node::Real(state.elapsed));
-        put(u"exclusive", Node::Real(state.exclusive));
+        put(u"exclusive", Node::Real(state.exclusiveTime));
         put(u"rk", Node::Text(state.result));
         for (const auto& [name, text] : state.resultPairs) {
             put(name, Node::Text(text));
@@ -218,30 +172,30 @@ Node DumpOf(const ScopeState& state, const std::u16string& reason, DumpType type
     }
     if (hasMemory) {
         Node memory = Node::Object();
-        memory.Set(u"ae", Node::Integer(figures.allocated.exclusive));
-        memory.Set(u"ane", Node::Integer(figures.allocations.exclusive));
-        memory.Set(u"aiot", Node::Integer(figures.allocated.otherThreads));
-        memory.Set(u"aniot", Node::Integer(figures.allocations.otherThreads));
-        memory.Set(u"aist", Node::Integer(figures.allocated.sameThread));
-        memory.Set(u"anist", Node::Integer(figures.allocations.sameThread));
-        memory.Set(u"apeak", Node::Integer(figures.allocatedPeak));
-        memory.Set(u"de", Node::Integer(figures.deallocated.exclusive));
-        memory.Set(u"dne", Node::Integer(figures.deallocations.exclusive));
-        memory.Set(u"diot", Node::Integer(figures.deallocated.otherThreads));
-        memory.Set(u"dniot", Node::Integer(figures.deallocations.otherThreads));
-        memory.Set(u"dist", Node::Integer(figures.deallocated.sameThread));
-        memory.Set(u"dnist", Node::Integer(figures.deallocations.sameThread));
+        memory.Set(u"ae", Node::Integer(figures[folding::AllocatedBytes].exclusive));
+        memory.Set(u"ane", Node::Integer(figures[folding::AllocationCount].exclusive));
+        memory.Set(u"aiot", Node::Integer(figures[folding::AllocatedBytes].otherThreads));
+        memory.Set(u"aniot", Node::Integer(figures[folding::AllocationCount].otherThreads));
+        memory.Set(u"aist", Node::Integer(figures[folding::AllocatedBytes].sameThread));
+        memory.Set(u"anist", Node::Integer(figures[folding::AllocationCount].sameThread));
+        memory.Set(u"apeak", Node::Integer(state.allocatedPeak));
+        memory.Set(u"de", Node::Integer(figures[folding::ReleasedBytes].exclusive));
+        memory.Set(u"dne", Node::Integer(figures[folding::ReleaseCount].exclusive));
+        memory.Set(u"diot", Node::Integer(figures[folding::ReleasedBytes].otherThreads));
+        memory.Set(u"dniot", Node::Integer(figures[folding::ReleaseCount].otherThreads));
+        memory.Set(u"dist", Node::Integer(figures[folding::ReleasedBytes].sameThread));
+        memory.Set(u"dnist", Node::Integer(figures[folding::ReleaseCount].sameThread));
         put(u"memory", memory);
         put(u"transparent", Node::Boolean(state.transparent));
     }
     if (hasCpuTime) {
         Node cpuTime = Node::Object();
-        cpuTime.Set(u"ue", Node::Integer(figures.userCpu.exclusive));
-        cpuTime.Set(u"uist", Node::Integer(figures.userCpu.sameThread));
-        cpuTime.Set(u"uidt", Node::Integer(figures.userCpu.otherThreads));
-        cpuTime.Set(u"ke", Node::Integer(figures.kernelCpu.exclusive));
-        cpuTime.Set(u"kist", Node::Integer(figures.kernelCpu.sameThread));
-        cpuTime.Set(u"kidt", Node::Integer(figures.kernelCpu.otherThreads));
+        cpuTime.Set(u"ue", Node::Integer(figures[folding::ProgramTime].exclusive));
+        cpuTime.Set(u"uist", Node::Integer(figures[folding::ProgramTime].sameThread));
+        cpuTime.Set(u"uidt", Node::Integer(figures[folding::ProgramTime].otherThreads));
+        cpuTime.Set(u"ke", Node::Integer(figures[folding::KernelTime].exclusive));
+        cpuTime.Set(u"kist", Node::Integer(figures[folding::KernelTime].sameThread));
+        cpuTime.Set(u"kidt", Node::Integer(figures[folding::KernelTime].otherThreads));
         put(u"cpuTime", cpuTime);
     }
     return body;
@@ -338,7 +292,7 @@ LogEvent Model::BuildEvent(ScopeState& state, Phase phase, const TimeInfo& time)
 
     if (isEnd) {
         event.activity.Set(names::elapsedAttr, Node::Real(state.elapsed));
-        event.activity.Set(names::exclusiveTimeAttr, Node::Real(state.exclusive));
+        event.activity.Set(names::exclusiveTimeAttr, Node::Real(state.exclusiveTime));
         event.activity.Set(names::resultKeyAttr, Node::Text(state.result));
         Node results = Node::Object();
         for (const auto& [name, text] : state.resultPairs) {
@@ -389,38 +343,46 @@ LogEvent Model::BuildEvent(ScopeState& state, Phase phase, const TimeInfo& time)
 Node Model::BuildResources(const ScopeState& state) const {
     const int32 mode = m_options.isUnitTest ? m_options.memoryModeOverride : m_process.memoryMode;
     const bool cpu = m_options.isUnitTest || m_process.cpuTrackingEnabled;
-    const Figures& figures = state.figures;
+    const auto& figures = state.figures;
 
     Node allocated = Node::Object();
-    allocated.Set(names::allocatedExclusiveAttr, Bytes(figures.allocated.exclusive));
-    allocated.Set(names::allocatedInclusiveAttr, Bytes(figures.allocated.Inclusive()));
-    allocated.Set(names::allocatedCountExclusiveAttr, Node::Integer(figures.allocations.exclusive));
+    allocated.Set(names::allocatedExclusiveAttr, Bytes(figures[folding::AllocatedBytes].exclusive));
+    allocated.Set(names::allocatedInclusiveAttr,
+                  Bytes(figures[folding::AllocatedBytes].Inclusive()));
+    allocated.Set(names::allocatedCountExclusiveAttr,
+                  Node::Integer(figures[folding::AllocationCount].exclusive));
     allocated.Set(names::allocatedCountInclusiveAttr,
-                  Node::Integer(figures.allocations.Inclusive()));
+                  Node::Integer(figures[folding::AllocationCount].Inclusive()));
     if (mode == allOfMemory) {
-        allocated.Set(names::allocatedPeakAttr, Bytes(figures.allocatedPeak));
+        allocated.Set(names::allocatedPeakAttr, Bytes(state.allocatedPeak));
     }
     Node resources = Node::Object();
     resources.Set(names::allocSubGroupName, allocated);
 
     if (mode == allOfMemory) {
         Node freed = Node::Object();
-        freed.Set(names::deallocatedExclusiveAttr, Bytes(figures.deallocated.exclusive));
-        freed.Set(names::deallocatedInclusiveAttr, Bytes(figures.deallocated.Inclusive()));
+        freed.Set(names::deallocatedExclusiveAttr,
+                  Bytes(figures[folding::ReleasedBytes].exclusive));
+        freed.Set(names::deallocatedInclusiveAttr,
+                  Bytes(figures[folding::ReleasedBytes].Inclusive()));
         freed.Set(names::deallocatedCountExclusiveAttr,
-                  Node::Integer(figures.deallocations.exclusive));
+                  Node::Integer(figures[folding::ReleaseCount].exclusive));
         freed.Set(names::deallocatedCountInclusiveAttr,
-                  Node::Integer(figures.deallocations.Inclusive()));
+                  Node::Integer(figures[folding::ReleaseCount].Inclusive()));
         resources.Set(names::freeSubGroupName, freed);
     }
     if (cpu) {
         Node kernel = Node::Object();
-        kernel.Set(names::cpuTimeKernelInclusiveAttr, Node::Integer(figures.kernelCpu.Inclusive()));
-        kernel.Set(names::cpuTimeKernelExclusiveAttr, Node::Integer(figures.kernelCpu.exclusive));
+        kernel.Set(names::cpuTimeKernelInclusiveAttr,
+                   Node::Integer(figures[folding::KernelTime].Inclusive()));
+        kernel.Set(names::cpuTimeKernelExclusiveAttr,
+                   Node::Integer(figures[folding::KernelTime].exclusive));
         resources.Set(names::kernelCpuSubGroupName, kernel);
         Node user = Node::Object();
-        user.Set(names::cpuTimeUserInclusiveAttr, Node::Integer(figures.userCpu.Inclusive()));
-        user.Set(names::cpuTimeUserExclusiveAttr, Node::Integer(figures.userCpu.exclusive));
+        user.Set(names::cpuTimeUserInclusiveAttr,
+                 Node::Integer(figures[folding::ProgramTime].Inclusive()));
+        user.Set(names::cpuTimeUserExclusiveAttr,
+                 Node::Integer(figures[folding::ProgramTime].exclusive));
         resources.Set(names::userCpuSubGroupName, user);
         resources.Set(names::numberOfThreads,
                       Node::Integer(static_cast<int64>(state.threadIds.size())));
