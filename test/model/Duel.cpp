@@ -23,6 +23,19 @@ bool HoldsReplacement(const Node& node) {
            std::any_of(node.items.begin(), node.items.end(), HoldsReplacement);
 }
 
+// A text that nobody owns lives as long as the process.
+bool IsStaticText(const Metrics::MetricsValue& value) {
+    return (value.utf8 != nullptr && value.utf8.use_count() == 0) ||
+           (value.utf16 != nullptr && value.utf16.use_count() == 0);
+}
+
+bool HoldsStaticText(const Metrics::MetricsEvent& event) {
+    return IsStaticText(event.name) || IsStaticText(event.value) ||
+           std::any_of(event.pairs.begin(), event.pairs.end(), [](const auto& pair) {
+               return IsStaticText(pair.first) || IsStaticText(pair.second);
+           });
+}
+
 }  // namespace
 
 void Sightings::Add(LogEvent event) {
@@ -44,8 +57,9 @@ void Sightings::Add(LogEvent event) {
     }
 }
 
-void Sightings::Add(const Observation& observation) {
+void Sightings::Add(const Metrics::MetricsEvent& event, const Observation& observation) {
     ++events;
+    staticTexts += HoldsStaticText(event) ? 1U : 0U;
     for (const Entry& entry : observation.journal) {
         switch (entry.kind) {
             case Entry::Kind::ActivityEvent:
@@ -56,6 +70,7 @@ void Sightings::Add(const Observation& observation) {
                 break;
             case Entry::Kind::Message:
                 warnings += entry.severity == 3 ? 1 : 0;
+                callbackErrors += StartsWith(entry.text, u"The counter callback") ? 1U : 0U;
                 missingSponsors += entry.severity == 0 ? 1 : 0;
                 break;
             default:
@@ -109,7 +124,7 @@ std::optional<Parting> RunStream(const Stream& stream,
             return Parting{static_cast<int64>(i), *difference};
         }
         if (sightings) {
-            sightings->Add(expected);
+            sightings->Add(step.event, expected);
         }
     }
     if (auto difference = comparison.FirstDifference(model.Destroy(), run.Destroy())) {

@@ -39,8 +39,11 @@ struct Sightings {
     uint64 replacedTexts = 0;   ///< events with a name or value that was no text
     uint64 processorTimes = 0;  ///< end events
     uint64 releasedMemory = 0;  ///< end events
+    uint64 staticTexts = 0;     ///< events that are fed with one or more
+    uint64 callbackErrors = 0;  ///< first ones after the callback was set
 
-    void Add(const Observation& observation);
+    /// An event, and what came of it.
+    void Add(const Metrics::MetricsEvent& event, const Observation& observation);
 
 private:
     void Add(LogEvent event);

@@ -67,6 +67,8 @@ TEST_F(MonitorModelTest, AgreesOnStreamsThatNestProperlyForTheMostPart) {
         EXPECT_GT(seen.generatedRequestIds, 0U);
         EXPECT_GT(seen.manyAttributes, seen.events / 200);
         EXPECT_GT(seen.replacedTexts, seen.events / 200);
+        EXPECT_GT(seen.callbackErrors, 0U);
+        EXPECT_GT(seen.staticTexts, seen.events / 20);
     }
 }
 

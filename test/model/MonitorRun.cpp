@@ -279,12 +279,24 @@ Observation MonitorRun::Construct() {
 }
 
 Observation MonitorRun::Handle(const Metrics::MetricsEvent& event, bool sinkThrows) {
-    m_sinkThrows = sinkThrows;
+    LetSinkThrow(sinkThrows);
     return Observe([this, &event] { m_monitor->OnMetricsEvent(event); });
 }
 
 Observation MonitorRun::Destroy() {
     return Observe([this] { m_monitor = RefCntPtr<MetricsMonitor>(); });
+}
+
+void MonitorRun::Register() {
+    m_monitor->Register(true);
+}
+
+void MonitorRun::Unregister() {
+    m_monitor->Unregister();
+}
+
+Observation MonitorRun::Look() {
+    return Observe([] {});
 }
 
 Observation MonitorRun::Observe(const std::function<void()>& call) {

@@ -45,6 +45,15 @@ public:
     Observation Handle(const Metrics::MetricsEvent& event, bool sinkThrows);
     Observation Destroy();
 
+    /// For events that come by the bus.
+    void Register();
+    void Unregister();
+
+    void LetSinkThrow(bool sinkThrows) { m_sinkThrows = sinkThrows; }
+
+    /// What has happened since the last call of any of the above that returns what it saw.
+    Observation Look();
+
 private:
     class Sink;
     class KnownIds;
