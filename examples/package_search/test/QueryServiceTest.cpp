@@ -1,5 +1,6 @@
 #include "QueryService.h"
 
+#include "HandedOverActivity.h"
 #include "LoggedTrees.h"
 #include "PackageDatabase.h"
 #include "Sqlite.h"
