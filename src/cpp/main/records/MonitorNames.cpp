@@ -33,37 +33,27 @@ std::size_t SlotOf(const void* text, std::size_t slots) noexcept {
 MonitorNames::MonitorNames() {
     const auto& tokens = Tokens();
 
-    lists.Add(tokens.cpuAttrsName, ListName::CpuAttributes);
-    lists.Add(tokens.memoryAttrsName, ListName::MemoryAttributes);
-    lists.Add(tokens.requestScopeName, ListName::Request);
-    lists.Add(tokens.resultAttrs, ListName::ResultAttributes);
-    lists.Add(tokens.requestContextAttributes, ListName::RequestContextAttributes);
-    lists.Add(tokens.addMappableContextAttributes, ListName::MappableContextAttributes);
-    lists.Add(tokens.addContextAttributes, ListName::ContextAttributes);
+#define TARN_ADD_OPENING_PAIR(name, token) openingPairs.Add(tokens.token, OpeningPairName::name);
+    TARN_OPENING_PAIR_NAMES(TARN_ADD_OPENING_PAIR)
+#undef TARN_ADD_OPENING_PAIR
 
-    activityAttributes.Add(tokens.tidAttr, ActivityAttributeName::ThreadId);
-    activityAttributes.Add(tokens.cmdNameAttr, ActivityAttributeName::CommandName);
-    activityAttributes.Add(tokens.resultKeyAttr, ActivityAttributeName::ResultKey);
+#define TARN_ADD_LIST(name, token) lists.Add(tokens.token, ListName::name);
+    TARN_LIST_NAMES(TARN_ADD_LIST)
+#undef TARN_ADD_LIST
 
-    figures.Add(tokens.allocatedInclusiveAttr, FigureName::Allocated);
-    figures.Add(tokens.allocatedCountInclusiveAttr, FigureName::AllocatedCount);
-    figures.Add(tokens.allocatedPeakAttr, FigureName::AllocatedPeak);
-    figures.Add(tokens.deallocatedInclusiveAttr, FigureName::Deallocated);
-    figures.Add(tokens.deallocatedCountInclusiveAttr, FigureName::DeallocatedCount);
-    figures.Add(tokens.cpuTimeUserInclusiveAttr, FigureName::UserTime);
-    figures.Add(tokens.cpuTimeKernelInclusiveAttr, FigureName::KernelTime);
+#define TARN_ADD_ACTIVITY_ATTRIBUTE(name, token) \
+    activityAttributes.Add(tokens.token, ActivityAttributeName::name);
+    TARN_ACTIVITY_ATTRIBUTE_NAMES(TARN_ADD_ACTIVITY_ATTRIBUTE)
+#undef TARN_ADD_ACTIVITY_ATTRIBUTE
+
+#define TARN_ADD_FIGURE(name, token) figures.Add(tokens.token, FigureName::name);
+    TARN_FIGURE_NAMES(TARN_ADD_FIGURE)
+#undef TARN_ADD_FIGURE
 
 #define TARN_ADD_REQUEST_ATTRIBUTE(name, token, kind) \
     contextAttributes.Add(tokens.token, ContextAttributeName::name);
     TARN_REQUEST_ATTRIBUTES(TARN_ADD_REQUEST_ATTRIBUTE)
 #undef TARN_ADD_REQUEST_ATTRIBUTE
-
-    openingPairs.Add(tokens.traceDepthAttr, OpeningPairName::TraceDepth);
-    openingPairs.Add(tokens.serviceDepthAttr, OpeningPairName::ServiceDepth);
-    openingPairs.Add(tokens.foregroundRootAttr, OpeningPairName::RootId);
-    openingPairs.Add(tokens.activityIdAttr, OpeningPairName::OwnId);
-    openingPairs.Add(tokens.ridAttr, OpeningPairName::RequestId);
-    openingPairs.Add(tokens.sponsorActivityIdAttr, OpeningPairName::SponsorId);
 }
 
 MonitorName MonitorNames::Describe(const MetricsValue& name) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "NameTables.h"
 #include "RequestAttributes.h"
 #include "StaticText.h"
 
@@ -19,46 +20,6 @@
 #include <vector>
 
 namespace tarn {
-
-enum class ListName : int32 {
-    CpuAttributes = 0,
-    MemoryAttributes = 1,
-    Request = 2,
-    ResultAttributes = 3,
-    RequestContextAttributes = 4,
-    MappableContextAttributes = 5,
-    ContextAttributes = 6,
-    Unknown = 7,
-};
-
-enum class ActivityAttributeName : int32 {
-    ThreadId = 0,
-    CommandName = 1,
-    ResultKey = 2,
-    Unknown = 3,
-};
-
-enum class FigureName : int32 {
-    Allocated = 0,
-    AllocatedCount = 1,
-    AllocatedPeak = 2,
-    Deallocated = 3,
-    DeallocatedCount = 4,
-    UserTime = 5,
-    KernelTime = 6,
-    Unknown = 7,
-};
-
-/// What the opening of a scope says with foreground thread contexts.
-enum class OpeningPairName : int32 {
-    TraceDepth = 0,
-    ServiceDepth = 1,
-    RootId = 2,
-    OwnId = 3,
-    RequestId = 4,
-    SponsorId = 5,
-    Unknown = 6,
-};
 
 /// Names with a fixed meaning and their codes.
 template <class Code>
