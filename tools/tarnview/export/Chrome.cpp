@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <simdjson.h>
 #include <vector>
 
 namespace tarnview {
@@ -40,6 +41,11 @@ public:
             }
         }
         m_json.EndArray();
+        // Times are those since then.
+        m_json.Key("otherData");
+        m_json.BeginObject();
+        m_json.Member("begin", FormatTimestamp(m_base));
+        m_json.EndObject();
         m_json.EndObject();
     }
 
@@ -239,6 +245,8 @@ private:
         WriteText("root", activity.root);
         WriteText("sponsor", activity.sponsor);
         WriteText("caller", std::string(TextOf(m_forest.LinkOf(index))));
+        m_json.Member("begin", FormatTimestamp(activity.begin));
+        WriteText("session", activity.session);
         WriteText("request", activity.request);
         WriteText("user", activity.user);
         WriteText("site", activity.site);
@@ -258,7 +266,21 @@ private:
             m_json.Member("cpu-us", Rounded(activity.figures.CpuInclusive()));
             m_json.Member("cpu-exclusive-us", Rounded(activity.figures.CpuExclusive()));
         }
+        WriteTable("environment", activity.environment);
+        WriteTable("attributes", activity.attributes);
+        WriteTable("body at begin", activity.beginBody);
+        WriteTable("body at end", activity.endBody);  // with the supplements
         m_json.EndObject();
+    }
+
+    // A table of the log, of which nobody has looked yet whether it is one.
+    void WriteTable(std::string_view name, const std::string& table) {
+        simdjson::dom::object members;
+        if (!table.empty() && m_parser.parse(table).get(members) == simdjson::SUCCESS &&
+            members.size() != 0) {
+            m_json.Key(name);
+            m_json.Raw(simdjson::minify(members));
+        }
     }
 
     void WriteText(std::string_view name, const std::string& text) {
@@ -272,6 +294,7 @@ private:
     Microseconds m_base = 0;
     std::vector<Place> m_places;  // by index
     std::set<std::int64_t> m_processes;
+    simdjson::dom::parser m_parser;
 };
 
 }  // namespace

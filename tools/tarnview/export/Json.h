@@ -33,6 +33,11 @@ public:
 
     void Nothing() { m_writer.Null(); }
 
+    /// A text that is JSON.
+    void Raw(std::string_view json) {
+        m_writer.RawValue(json.data(), json.size(), rapidjson::kObjectType);
+    }
+
     void Member(std::string_view name, std::string_view text) {
         Key(name);
         Text(text);
@@ -45,6 +50,12 @@ public:
 
     /// Ends the text, so that another one can follow.
     void NextText() { m_writer.Reset(m_stream); }
+
+    /// Ends the text and the line.
+    void EndLine() {
+        m_stream.Put('\n');
+        NextText();
+    }
 
 private:
     static rapidjson::SizeType Length(std::string_view text) {

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <map>
 #include <simdjson.h>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace tarnview {
@@ -29,7 +31,11 @@ public:
           m_service(service),
           m_out(out),
           m_json(out),
-          m_ids(forest) {}
+          m_ids(forest) {
+        for (Index index = 0; index < forest.Size(); ++index) {
+            m_byId.emplace(forest[index].id, index);
+        }
+    }
 
     void Write() {
         std::map<std::int64_t, std::vector<Index>> processes;
@@ -111,6 +117,44 @@ private:
         m_out << '\n';
     }
 
+    // 1: internal, 2: server, adopted from another process, 3: client, which waits for such a one.
+    long long KindOf(Index index) const {
+        const Index parent = m_forest.ParentOf(index);
+        if (parent != ActivityForest::none && IsElsewhere(parent, index)) {
+            return 2;
+        }
+        const std::vector<Index>& children = m_forest.ChildrenOf(index);
+        const bool hasCallee = std::any_of(children.begin(), children.end(), [&](Index child) {
+            return IsElsewhere(index, child);
+        });
+        return hasCallee ? 3 : 1;
+    }
+
+    bool IsElsewhere(Index index, Index other) const {
+        return m_forest[index].process != m_forest[other].process;
+    }
+
+    // To the sponsor, where another one is the parent, because it was the caller.
+    void WriteLinks(Index index) {
+        const Activity& activity = m_forest[index];
+        const auto sponsor = m_byId.find(activity.sponsor);
+        if (activity.sponsor == activity.id || sponsor == m_byId.end() ||
+            sponsor->second == m_forest.ParentOf(index)) {
+            return;
+        }
+        m_json.Key("links");
+        m_json.BeginArray();
+        m_json.BeginObject();
+        m_json.Member("traceId", m_ids.TraceIdOf(sponsor->second));
+        m_json.Member("spanId", m_ids.SpanIdOf(sponsor->second));
+        m_json.Key("attributes");
+        m_json.BeginArray();
+        WriteText("tarn.link", "sponsor");
+        m_json.EndArray();
+        m_json.EndObject();
+        m_json.EndArray();
+    }
+
     void WriteSpan(Index index) {
         const Activity& activity = m_forest[index];
         const Index parent = m_forest.ParentOf(index);
@@ -121,7 +165,7 @@ private:
             m_json.Member("parentSpanId", m_ids.SpanIdOf(parent));
         }
         m_json.Member("name", activity.name);
-        m_json.Member("kind", 1LL);  // internal
+        m_json.Member("kind", KindOf(index));
         const TimeSpan span = SpanOf(m_forest, index);
         m_json.Member("startTimeUnixNano", Nanoseconds(span.begin));
         m_json.Member("endTimeUnixNano", Nanoseconds(span.end));
@@ -131,12 +175,17 @@ private:
         WriteText("tarn.caller", TextOf(m_forest.LinkOf(index)));
         m_json.EndArray();
         WriteSupplements(activity);
+        WriteLinks(index);
         WriteStatus(activity);
         m_json.EndObject();
     }
 
     void WriteAttributes(const Activity& activity) {
+        WriteText("tarn.id", activity.id);
         WriteInteger("thread.id", activity.beginThread);
+        if (activity.hasEnd) {
+            WriteInteger("tarn.exclusive", activity.ExclusiveTime());
+        }
         WriteText("tarn.result", activity.result);
         WriteText("tarn.request", activity.request);
         WriteText("tarn.session", activity.session);
@@ -147,6 +196,16 @@ private:
         if (figures.hasAllocated) {
             WriteInteger("tarn.allocated.inclusive", Rounded(figures.ai));
             WriteInteger("tarn.allocated.exclusive", Rounded(figures.ae));
+        }
+        if (figures.hasPeak) {
+            WriteInteger("tarn.allocated.peak", Rounded(figures.apeak));
+        }
+        if (figures.hasReleased) {
+            WriteInteger("tarn.released.inclusive", Rounded(figures.di));
+            WriteInteger("tarn.released.exclusive", Rounded(figures.de));
+        }
+        if (figures.hasThreads) {
+            WriteInteger("tarn.threads", Rounded(figures.threads));
         }
         if (figures.hasCpu) {
             WriteInteger("tarn.cpu.inclusive", Rounded(figures.CpuInclusive()));
@@ -284,6 +343,7 @@ private:
     std::ostream& m_out;
     Json m_json;
     SpanIds m_ids;
+    std::unordered_map<std::string_view, Index> m_byId;
     simdjson::dom::parser m_parser;
 };
 

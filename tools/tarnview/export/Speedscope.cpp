@@ -27,6 +27,9 @@ public:
             if (m_frames.emplace(name, m_names.size()).second) {
                 m_names.push_back(name);
             }
+            if (const std::string& site = forest[index].site; !site.empty() && site != "-") {
+                m_sites.emplace(forest[index].process, site);
+            }
             const TimeSpan span = SpanOf(forest, index);
             m_base = index == 0 ? span.begin : std::min(m_base, span.begin);
             m_end = std::max(m_end, span.end);
@@ -51,19 +54,44 @@ public:
         m_json.EndObject();
         m_json.Key("profiles");
         m_json.BeginArray();
-        for (const ThreadLane& lane : MakeThreadLanes(m_forest)) {
+        const std::vector<ThreadLane> lanes = MakeThreadLanes(m_forest);
+        for (const ThreadLane& lane : lanes) {
             WriteLane(lane);
         }
         WriteMemory();
         m_json.EndArray();
+        // Which one is open at first: not an idle one.
+        const auto busiest =
+            std::max_element(lanes.begin(), lanes.end(), [this](const auto& a, const auto& b) {
+                return BusyTime(a) < BusyTime(b);
+            });
+        m_json.Member("activeProfileIndex", static_cast<long long>(busiest - lanes.begin()));
         m_json.EndObject();
     }
 
 private:
-    static std::string NameOf(const ThreadLane& lane) {
-        return "process " + std::to_string(lane.process) + " thread " +
+    // In which anything of the lane ran.
+    Microseconds BusyTime(const ThreadLane& lane) const {
+        Microseconds time = 0;
+        Microseconds until = 0;
+        for (const Index index : lane.activities) {
+            const TimeSpan span = SpanOf(m_forest, index);
+            time += std::max<Microseconds>(0, span.end - std::max(span.begin, until));
+            until = std::max(until, span.end);
+        }
+        return time;
+    }
+
+    std::string NameOf(const ThreadLane& lane) const {
+        return SiteOf(lane.process) + "process " + std::to_string(lane.process) + " thread " +
                std::to_string(lane.thread) +
                (lane.number == 0 ? "" : " overlapping " + std::to_string(lane.number));
+    }
+
+    // To be put before the process; empty if it has none.
+    std::string SiteOf(std::int64_t process) const {
+        const auto found = m_sites.find(process);
+        return found == m_sites.end() ? "" : found->second + " ";
     }
 
     long long Nanoseconds(Microseconds time) const {
@@ -87,8 +115,12 @@ private:
     void WriteLane(const ThreadLane& lane) {
         m_json.BeginObject();
         WriteHeader("evented", NameOf(lane), "nanoseconds");
-        m_json.Member("startValue", 0LL);
-        m_json.Member("endValue", Nanoseconds(m_end));
+        Microseconds end = m_base;
+        for (const Index index : lane.activities) {
+            end = std::max(end, SpanOf(m_forest, index).end);
+        }
+        m_json.Member("startValue", Nanoseconds(SpanOf(m_forest, lane.activities[0]).begin));
+        m_json.Member("endValue", Nanoseconds(end));
         m_json.Key("events");
         m_json.BeginArray();
         std::vector<Index> open;
@@ -142,7 +174,9 @@ private:
         for (const auto& [process, stacks] : processes) {
             m_json.BeginObject();
             WriteHeader(
-                "sampled", "process " + std::to_string(process) + " memory allocated", "bytes");
+                "sampled",
+                SiteOf(process) + "process " + std::to_string(process) + " memory allocated",
+                "bytes");
             long long total = 0;
             m_json.Key("samples");
             m_json.BeginArray();
@@ -171,6 +205,7 @@ private:
     Json m_json;
     std::unordered_map<std::string, std::size_t> m_frames;
     std::vector<std::string> m_names;
+    std::map<std::int64_t, std::string> m_sites;  // of processes
     Microseconds m_base = 0;
     Microseconds m_end = 0;
 };

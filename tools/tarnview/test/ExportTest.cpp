@@ -114,6 +114,22 @@ TEST_F(ExportTest, ChromeHasTimesFromTheFirstBeginOn) {
     EXPECT_EQ(lookup["args"]["allocated-bytes"], 70);
 }
 
+TEST_F(ExportTest, ChromeHasTheTimeOfDayAttributesAndSupplements) {
+    const json trace = json::parse(Export(ExportFormat::Chrome));
+
+    const json& order = Find(trace["traceEvents"], "name", "order");
+    EXPECT_EQ(trace["otherData"]["begin"], "2026-03-01T10:00:00.000000Z");
+    EXPECT_EQ(order["args"]["begin"], "2026-03-01T10:00:00.000000Z");
+    EXPECT_EQ(order["args"]["attributes"]["tenant"], "blue");
+    EXPECT_TRUE(order["args"].contains("session"));
+    const bool hasSupplement = std::any_of(
+        trace["traceEvents"].begin(), trace["traceEvents"].end(), [](const json& event) {
+            return event.contains("args") && event["args"].contains("body at end") &&
+                   event["args"]["body at end"].contains("logs");
+        });
+    EXPECT_TRUE(hasSupplement);
+}
+
 // An arrow leaves its sponsor before that begins anything else on its own thread.
 TEST_F(ExportTest, ChromeShowsHandOversAsArrows) {
     const json events = json::parse(Export(ExportFormat::Chrome))["traceEvents"];
@@ -265,9 +281,30 @@ TEST_F(ExportTest, SpeedscopeProfilesAreBalancedAndHaveTheTotals) {
         << "what never ended is drawn a microsecond beyond the log";
 }
 
+TEST_F(ExportTest, SpeedscopeOpensOnTheBusiestThreadAndShowsNoTimeBesideIt) {
+    const json file = json::parse(Export(
+        ExportFormat::Speedscope,
+        {Write("a.log",
+               {{.name = "short", .id = "A"},
+                {.phase = "end", .name = "short", .id = "A", .milliseconds = 1, .elapsed = 1},
+                {.name = "long", .id = "B", .milliseconds = 500, .thread = 2},
+                {.phase = "end",
+                 .name = "long",
+                 .id = "B",
+                 .milliseconds = 900,
+                 .thread = 2,
+                 .elapsed = 400}})}));
+
+    const json& active = file["profiles"][file["activeProfileIndex"].get<std::size_t>()];
+    EXPECT_EQ(active["name"], "process 1 thread 2");
+    EXPECT_EQ(active["startValue"], 500'000'000);
+    EXPECT_EQ(active["endValue"], 900'000'000);
+    EXPECT_EQ(file["profiles"][0]["endValue"], 1'000'000);
+}
+
 TEST_F(ExportTest, SpeedscopeHasTheBytesThatEachStackAllocated) {
     const json file = json::parse(Export(ExportFormat::Speedscope));
-    const json& profile = Find(file["profiles"], "name", "process 100 memory allocated");
+    const json& profile = Find(file["profiles"], "name", "shop process 100 memory allocated");
 
     long long total = 0;
     for (const json& weight : profile["weights"]) {
@@ -316,6 +353,38 @@ TEST_F(ExportTest, OtlpHasALineForEachProcess) {
     EXPECT_EQ(sweep["status"]["code"], 2);
     EXPECT_EQ(sweep["status"]["message"], "never ended");
     EXPECT_EQ(Find(stock["attributes"], "key", "tarn.caller")["value"]["stringValue"], "guessed");
+    EXPECT_EQ(Find(stock["attributes"], "key", "tarn.id")["value"]["stringValue"],
+              "00000000-0000-4000-8000-000000000005");
+    EXPECT_EQ(Find(stock["attributes"], "key", "tarn.exclusive")["value"]["intValue"], "10000");
+    EXPECT_EQ(Find(stock["attributes"], "key", "tarn.threads")["value"]["intValue"], "1");
+    EXPECT_EQ(stock["kind"], 2) << "adopted from another process";
+    EXPECT_EQ(Find(front, "name", "ask")["kind"], 3) << "waits for another process";
+    EXPECT_EQ(lookup["kind"], 1);
+}
+
+// Where the log names a caller, that is the parent, and the sponsor is no more than linked.
+TEST_F(ExportTest, OtlpLinksTheSponsorWhereAnotherIsTheCaller) {
+    std::string called =
+        LineText{
+            .name = "called", .id = "C", .sponsor = "A", .root = "A", .milliseconds = 2, .depth = 1}
+            .ToString();
+    called.replace(called.find(R"("activity":{)"), 12, R"("activity":{"caller":"B",)");
+    const std::string caller =
+        LineText{
+            .name = "caller", .id = "B", .sponsor = "A", .root = "A", .milliseconds = 1, .depth = 1}
+            .ToString();
+
+    const json request = json::parse(Export(ExportFormat::Otlp,
+                                            {Write("a.log",
+                                                   LineText{.name = "serve", .id = "A"}.ToString() +
+                                                       "\n" + caller + "\n" + called + "\n")}));
+    const json& spans = request["resourceSpans"][0]["scopeSpans"][0]["spans"];
+
+    const json& span = Find(spans, "name", "called");
+    EXPECT_EQ(span["parentSpanId"], Find(spans, "name", "caller")["spanId"]);
+    ASSERT_THAT(span["links"], SizeIs(1));
+    EXPECT_EQ(span["links"][0]["spanId"], Find(spans, "name", "serve")["spanId"]);
+    EXPECT_FALSE(Find(spans, "name", "caller").contains("links"));
 }
 
 TEST_F(ExportTest, OtlpSpansOfOneIdAreToldApartAndTheirChildrenFollow) {
