@@ -1,6 +1,7 @@
 #include "commands/CheckCommand.h"
 
-#include "commands/Input.h"
+#include "commands/LoadTrees.h"
+#include "export/Json.h"
 #include "model/FiguresCheck.h"
 #include "model/Joiner.h"
 #include "model/ProcessWatch.h"
@@ -19,8 +20,9 @@ namespace {
 
 class Checker {
 public:
-    Checker(Problems& problems, const LogScanner& scanner)
+    Checker(Problems& problems, const LogScanner& scanner, const Filter& filter)
         : m_problems(problems),
+          m_filter(filter),
           m_scanner(scanner),
           m_figures(problems),
           m_joiner(
@@ -61,6 +63,34 @@ public:
                     : "; its lines have no numbers (seq), so whole activities may be missing\n");
     }
 
+    void PrintJson(std::ostream& out) const {
+        Json json(out);
+        const auto member = [&](std::string_view name, std::uint64_t count) {
+            json.Member(name, static_cast<long long>(count));
+        };
+        json.BeginObject();
+        json.Key("whole");
+        json.Boolean(m_problems.Total() == 0);
+        json.Key("numbered");
+        json.Boolean(m_scanner.HasLineNumbers());
+        member("lines", m_lines);
+        member("activities", m_ended);
+        member("failed", m_failed);
+        member("never_ended", m_open);
+        member("messages", m_messages);
+        json.Key("problems");
+        json.BeginObject();
+        for (std::size_t index = 0; index < problemKinds; ++index) {
+            const auto kind = static_cast<ProblemKind>(index);
+            if (m_problems.Count(kind) != 0) {
+                member(WordFor(kind), m_problems.Count(kind));
+            }
+        }
+        json.EndObject();
+        json.EndObject();
+        json.EndLine();
+    }
+
 private:
     void TakeId(const LogLine& line, const Place& place) {
         if (!line.IsOfActivity()) {
@@ -91,6 +121,9 @@ private:
     }
 
     void Count(const Activity& activity) {
+        if (!m_filter.Passes(activity)) {
+            return;
+        }
         if (activity.hasEnd) {
             ++m_ended;
             m_failed += activity.IsFailure() ? 1U : 0U;
@@ -102,6 +135,7 @@ private:
     }
 
     Problems& m_problems;
+    const Filter& m_filter;
     const LogScanner& m_scanner;
     FiguresCheck m_figures;
     SeenIds m_ids;
@@ -123,14 +157,19 @@ int RunCheck(const CheckOptions& options, Context& context) {
     for (const ProblemKind kind : options.ignored) {
         input.Findings().Ignore(kind);
     }
-    Checker checker(input.Findings(), input.Scanner());
-    input.Scanner().Scan({.isStrict = true}, [&](const LogLine& line, const Place& place) {
-        checker.Take(line, place);
-    });
+    Checker checker(input.Findings(), input.Scanner(), options.filter);
+    ParserOptions parsing = ParsingFor(options.filter);
+    parsing.isStrict = true;
+    input.Scanner().Scan(
+        parsing, [&](const LogLine& line, const Place& place) { checker.Take(line, place); });
     checker.Finish();
     input.EndPass();
     if (!options.isQuiet) {
-        checker.PrintSummary(context.out);
+        if (options.isJson) {
+            checker.PrintJson(context.out);
+        } else {
+            checker.PrintSummary(context.out);
+        }
     }
     return input.Findings().Total() == 0 ? exitSuccess : exitNegative;
 }

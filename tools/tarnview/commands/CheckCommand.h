@@ -10,6 +10,8 @@ namespace tarnview {
 struct CheckOptions {
     InputOptions input;
     std::vector<ProblemKind> ignored;
+    Filter filter{};  ///< which activities are counted
+    bool isJson = false;
     bool isQuiet = false;  ///< the exit status and what is wrong, no summary
 };
 

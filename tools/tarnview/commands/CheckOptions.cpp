@@ -46,6 +46,8 @@ void AddCheck(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->delimiter(',')
         ->allow_extra_args(false);
     command.add_flag("-q,--quiet", options->isQuiet, "No summary");
+    AddWhereOption(command, options->filter);
+    command.add_flag("--json", options->isJson, "The summary as a JSON object");
     AddCommonOptions(command, common);
     command.footer(examples);
     command.callback([options, ignored, &chosen] {

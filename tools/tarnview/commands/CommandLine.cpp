@@ -12,6 +12,7 @@
 #include <iostream>
 #include <string>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace tarnview {
 
@@ -45,13 +46,20 @@ void RefuseToReplaceALog(const std::string& path) {
     if (path.empty() || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
-    const InputFile file(path);
-    LineReader reader(file.Descriptor());
-    LineParser parser;
-    LogLine line;
-    if (reader.Next() == LineReader::Result::Line &&
-        parser.Parse(reader.Text(), line) != LineParser::Result::Unreadable) {
-        throw CommandLineError("--output: " + path + " is a log, and is not replaced");
+    try {
+        const InputFile file(path);
+        LineReader reader(file.Descriptor());
+        LineParser parser;
+        LogLine line;
+        if (reader.Next() == LineReader::Result::Line &&
+            parser.Parse(reader.Text(), line) != LineParser::Result::Unreadable) {
+            throw CommandLineError("--output: " + path + " is a log, and is not replaced");
+        }
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::not_supported) {
+            throw;
+        }
+        throw CommandLineError("--output: " + path + " may hold a log, and is not replaced");
     }
 }
 
@@ -79,7 +87,8 @@ int RunCommand(const CommonOptions& common, const Command& command) {
         Context context{output.Stream(),
                         std::cerr,
                         FindTerminal(common.colour, common.hasProgress, !common.output.empty()),
-                        common.output};
+                        common.output,
+                        {common.times, 0}};
         const int status = command(context);
         if (status != exitInputOutput) {
             output.Commit();

@@ -3,6 +3,7 @@
 #include "commands/HumanTime.h"
 #include "read/InputFiles.h"
 
+#include <chrono>
 #include <map>
 #include <unistd.h>
 
@@ -53,6 +54,24 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options) {
         ->type_name("FILE");
 }
 
+void AddTimeOptions(CLI::App& command, CommonOptions& options) {
+    const auto add = [&](const char* name, TimeStyle::Kind kind, const char* help) {
+        return command.add_flag_callback(
+            name, [&options, kind] { options.times = kind; }, help);
+    };
+    CLI::Option* const utc =
+        add("--utc", TimeStyle::Kind::Utc, "Times are UTC, which is the default");
+    // ParseTime() looks whether it is there.
+    CLI::Option* const local =
+        add("--local",
+            TimeStyle::Kind::Local,
+            "Times, also those of options, are as the clock on the wall shows them");
+    add("--relative", TimeStyle::Kind::Relative, "Times are shown as seconds since the log began")
+        ->excludes(utc)
+        ->excludes(local);
+    local->excludes(utc);
+}
+
 void AddInputOptions(CLI::App& command, InputOptions& options) {
     options.files.clear();
     command
@@ -73,6 +92,41 @@ void AddInputOptions(CLI::App& command, InputOptions& options) {
             options.files.emplace_back(standardInput);
         }
     });
+}
+
+void AddFollowOptions(CLI::App& command, FollowOptions& options) {
+    auto* const follow = command.add_flag(
+        "-f,--follow", options.isFollowing, "Go on while the log grows, also when it is rotated");
+    command
+        .add_option_function<double>(
+            "--interval",
+            [&options](double seconds) {
+                options.interval = std::chrono::milliseconds(static_cast<int>(seconds * 1e3));
+            },
+            "Time between two looks at the log, with --follow (1)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.01, 3600.0).description(""))
+        ->needs(follow);
+    command.add_option("--updates", options.updates, "End after as many looks, with --follow")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000).description(""))
+        ->needs(follow);
+}
+
+void AddWhereOption(CLI::App& command, Filter& filter) {
+    command
+        .add_option_function<std::string>(
+            "--where",
+            [&filter](const std::string& text) {
+                try {
+                    filter.where = Expression(text);
+                } catch (const ExpressionError& error) {
+                    throw CLI::ValidationError("--where", Describe(error, text));
+                }
+            },
+            "A condition, as 'user == \"ada\" and elapsed > 5ms and body.shard in (3, 4)'")
+        ->type_name("CONDITION")
+        ->group("Filters");
 }
 
 void AddOpenFilterOptions(CLI::App& command, Filter& filter) {
@@ -114,24 +168,7 @@ void AddFilterOptions(CLI::App& command, Filter& filter) {
     command.get_option("--since")->group("Filters");
     AddParsed(command, "--before", filter.before, parse, "TIME", "Begun before this time");
     command.get_option("--before")->group("Filters");
-    // ParseTime() looks whether it is there.
-    command
-        .add_flag_callback(
-            "--local", [] {}, "Times of options are local, not UTC")
-        ->group("Filters");
-    command
-        .add_option_function<std::string>(
-            "--where",
-            [&filter](const std::string& text) {
-                try {
-                    filter.where = Expression(text);
-                } catch (const ExpressionError& error) {
-                    throw CLI::ValidationError("--where", Describe(error, text));
-                }
-            },
-            "A condition, as 'user == \"ada\" and elapsed > 5ms and body.shard in (3, 4)'")
-        ->type_name("CONDITION")
-        ->group("Filters");
+    AddWhereOption(command, filter);
 }
 
 }  // namespace tarnview

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "commands/Context.h"
+#include "commands/Following.h"
 #include "model/Filter.h"
 
 #include <CLI/CLI.hpp>
@@ -15,6 +16,7 @@ namespace tarnview {
 struct CommonOptions {
     ColourChoice colour = ColourChoice::Automatic;
     bool hasProgress = true;
+    TimeStyle::Kind times = TimeStyle::Kind::Utc;
     std::string output;  ///< a file; empty: the standard output stream
 };
 
@@ -43,12 +45,19 @@ void AddParsed(CLI::App& command,
 }
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
+/// --utc, --local and --relative, for commands that print times or take them; the last one given
+/// counts.
+void AddTimeOptions(CLI::App& command, CommonOptions& options);
 void AddInputOptions(CLI::App& command, InputOptions& options);
 /// Reads a time as people write it, in the zone that the options of the command ask for. The
-/// command must have filter options.
+/// command must have time options.
 std::optional<Microseconds> ParseTime(const CLI::App& command, const std::string& text);
 
 void AddFilterOptions(CLI::App& command, Filter& filter);
+/// --follow, --interval and --updates.
+void AddFollowOptions(CLI::App& command, FollowOptions& options);
+/// --where.
+void AddWhereOption(CLI::App& command, Filter& filter);
 /// Those that say something about what has not ended, which are among the above.
 void AddOpenFilterOptions(CLI::App& command, Filter& filter);
 

@@ -2,6 +2,7 @@
 
 #include "model/Filter.h"
 #include "output/Terminal.h"
+#include "output/TimeStyle.h"
 #include "read/Problems.h"
 
 #include <iosfwd>
@@ -32,6 +33,7 @@ struct Context {
     std::ostream& err;
     Terminal terminal;
     std::string outputPath{};  ///< empty: the standard output stream
+    TimeStyle times{};         ///< its base is known when the log has been read once
 };
 
 /// Which files to read.

@@ -63,8 +63,8 @@ int RunFailures(const FailuresOptions& options, Context& context) {
     for (const FailureGroup& group : groups) {
         table.Add({Cell::Count(group.count),
                    Cell::Count(group.roots.size()),
-                   Cell::Text(FormatTimestamp(group.first)),
-                   Cell::Text(FormatTimestamp(group.last)),
+                   Cell::Time(group.first, context.times),
+                   Cell::Time(group.last, context.times),
                    Cell::Text(group.name),
                    Cell::Text(group.result),
                    Cell::Text(group.type),

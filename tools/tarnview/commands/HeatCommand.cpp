@@ -81,9 +81,10 @@ void PrintMap(const HeatMap::Columns& columns, Microseconds length, Context& con
     }
     context.out << std::string(labelWidth + 1, ' ') << '+'
                 << std::string(static_cast<std::size_t>((last - first) / length + 1), '-') << '\n'
-                << "from " << FormatTimestamp(first) << " to " << FormatTimestamp(last + length)
-                << ", each column " << FormatDuration(static_cast<double>(length) / 1e6)
-                << ", at most " << extent.most << " in one place\n";
+                << "from " << context.times.Text(first) << " to "
+                << context.times.Text(last + length) << ", each column "
+                << FormatDuration(static_cast<double>(length) / 1e6) << ", at most " << extent.most
+                << " in one place\n";
 }
 
 Table TableOf(const HeatMap::Columns& columns, Microseconds length) {

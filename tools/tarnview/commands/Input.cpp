@@ -22,7 +22,7 @@ bool IsSameFile(const std::string& path, const std::string& other) {
 
 Input::Input(const InputOptions& options, Context& context)
     : m_files(FilesToRead(options.files, options.addsRotated)),
-      m_err(context.err),
+      m_context(context),
       m_problems(context.err),
       m_muted(context.err, 0),
       m_progress(context.err, context.terminal.hasProgress, TotalSize(m_files)),
@@ -35,13 +35,14 @@ Input::Input(const InputOptions& options, Context& context)
     }
 }
 
-void Input::AllowSecondPass() {
-    m_scanner.AllowSecondPass();
-    m_progress.ExpectSecondPass();
+void Input::AllowAnotherPass() {
+    m_scanner.AllowAnotherPass();
+    m_progress.ExpectAnotherPass();
 }
 
 void Input::EndPass() {
     m_isFirstPass = false;
+    m_context.times.base = m_scanner.FirstTime();
     m_progress.Clear();
 }
 
@@ -62,14 +63,16 @@ int Input::Finish() {
     constexpr std::uint64_t fewLeaves = 50;
     m_progress.Clear();
     for (const std::string& file : m_scanner.FilesWithoutALog()) {
-        m_err << "tarnview: " << OnOneLine(file) << ": no line of this file is a log line\n";
+        m_context.err << "tarnview: " << OnOneLine(file)
+                      << ": no line of this file is a log line\n";
     }
     if (const std::string summary = m_problems.Summary(); !summary.empty()) {
-        m_err << "tarnview: " << summary << "; what is shown may be too little\n";
+        m_context.err << "tarnview: " << summary << "; what is shown may be too little\n";
     }
     if (m_leaves >= fewLeaves && 2 * m_coarseLeaves > m_leaves) {
-        m_err << "tarnview: the processor time of most activities is 0 or exceeds their elapsed "
-                 "time: the system counts it in ticks, and only sums of many mean something\n";
+        m_context.err
+            << "tarnview: the processor time of most activities is 0 or exceeds their elapsed "
+               "time: the system counts it in ticks, and only sums of many mean something\n";
     }
     return m_scanner.FilesWithoutALog().empty() ? exitSuccess : exitInputOutput;
 }

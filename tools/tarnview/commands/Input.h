@@ -16,8 +16,8 @@ class Input {
 public:
     Input(const InputOptions& options, Context& context);
 
-    /// Reading begins anew after this pass; to be called before the first one.
-    void AllowSecondPass();
+    /// Reading begins anew after a pass; to be called before the first one, for each further pass.
+    void AllowAnotherPass();
 
     /// At the end: says in a line how much was wrong in all, and what follows from it. Returns what
     /// the program ends with: exitInputOutput if a file is no log, else exitSuccess.
@@ -37,7 +37,7 @@ public:
 
 private:
     std::vector<std::string> m_files;
-    std::ostream& m_err;
+    Context& m_context;
     Problems m_problems;
     Problems m_muted;
     bool m_isFirstPass = true;

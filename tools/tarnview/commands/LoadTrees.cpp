@@ -58,6 +58,14 @@ ActivityForest LoadTrees(Input& input, const std::vector<std::string>& roots) {
     return forest;
 }
 
+Messages LoadMessages(Input& input, const ActivityForest& forest) {
+    Messages messages(forest);
+    input.Scanner().Scan(
+        {}, [&](const LogLine& line, const Place& place) { messages.Take(line, place); });
+    input.EndPass();
+    return messages;
+}
+
 ActivityForest LoadSelected(Input& input,
                             const Filter& filter,
                             TreeOrder order,
@@ -67,7 +75,7 @@ ActivityForest LoadSelected(Input& input,
         return LoadAll(input);
     }
     TreeSelection selection(filter, order, count);
-    input.AllowSecondPass();
+    input.AllowAnotherPass();
     ReadActivities(
         input, ParsingFor(filter), [&](Activity&& activity) { selection.Take(activity); });
     roots = selection.Chosen();

@@ -2,6 +2,7 @@
 
 #include "commands/Input.h"
 #include "model/ActivityForest.h"
+#include "model/Messages.h"
 #include "model/TreeSelection.h"
 
 #include <functional>
@@ -23,6 +24,9 @@ void ReadActivities(Input& input,
 /// All activities, or those of the trees with these roots, linked.
 ActivityForest LoadAll(Input& input);
 ActivityForest LoadTrees(Input& input, const std::vector<std::string>& roots);
+
+/// The messages that belong to these activities, in a further pass over the input.
+Messages LoadMessages(Input& input, const ActivityForest& forest);
 
 /// The trees that a selection chooses, in two passes; in one if it chooses all. `roots` receives
 /// their order, empty if all are chosen as they began.

@@ -1,17 +1,17 @@
 #include "commands/OpenCommand.h"
 
-#include "commands/Input.h"
+#include "commands/Following.h"
+#include "commands/LoadTrees.h"
 #include "commands/LocalProcess.h"
 #include "model/Joiner.h"
 #include "model/ProcessWatch.h"
+#include "output/Table.h"
 #include "output/Units.h"
-#include "read/FollowedFile.h"
 
 #include <algorithm>
-#include <list>
+#include <chrono>
 #include <map>
 #include <ostream>
-#include <thread>
 
 namespace tarnview {
 
@@ -52,6 +52,9 @@ public:
         : m_joiner(joiner),
           m_options(options),
           m_until(until) {
+        for (const std::int64_t process : processes.Crashed()) {
+            m_gone[process] = {processes.LastTimeOf(process), processes.LastWordsOf(process), {}};
+        }
         for (const Activity* const activity : joiner.Open()) {
             if (options.filter.Passes(*activity)) {
                 Add(*activity, processes);
@@ -60,7 +63,19 @@ public:
     }
 
     void Print(Context& context) const {
-        context.out << FormatTimestamp(m_until) << "  " << m_running.size() << " running";
+        if (m_options.format != TableFormat::Text) {
+            Table table = NewTable();
+            AddRows(table, m_running, "running", m_until);
+            for (const auto& [id, process] : m_silent) {
+                AddRows(table, process.rows, "silent", process.lastTime);
+            }
+            for (const auto& [id, process] : m_gone) {
+                AddRows(table, process.rows, "gone", process.lastTime);
+            }
+            table.Print(context.out, context.terminal, m_options.format);
+            return;
+        }
+        context.out << context.times.Text(m_until) << "  " << m_running.size() << " running";
         if (m_options.stuck > 0) {
             context.out << " for " << FormatDuration(m_options.stuck) << " or longer";
         }
@@ -76,9 +91,7 @@ public:
         count(m_silent, " of processes that are silent");
         count(m_gone, " of processes that are gone");
         context.out << '\n';
-        if (!m_running.empty()) {
-            PrintRows(m_running, context);
-        }
+        PrintRows(m_running, m_until, context);
         PrintProcesses(m_silent, "has been silent since ", context);
         PrintProcesses(m_gone, "is gone, its last line is of ", context);
     }
@@ -91,6 +104,7 @@ private:
 
     struct Process {
         Microseconds lastTime = 0;
+        std::string lastWords;  // of one that crashed
         std::vector<Row> rows;
     };
 
@@ -98,8 +112,8 @@ private:
         const std::int64_t id = activity.process;
         const Microseconds last = processes.LastTimeOf(id);
         const auto silentAfter = static_cast<Microseconds>(m_options.silentAfter * 1e6);
-        const bool isLive = m_options.isNow || m_options.isFollowing;
-        const bool isGone = processes.IsReplaced(id) ||
+        const bool isLive = m_options.isNow || m_options.follow.isFollowing;
+        const bool isGone = processes.IsReplaced(id) || !processes.LastWordsOf(id).empty() ||
                             (isLive && IsThisHost(processes.HostOf(id)) && !IsStillThere(id, last));
         const bool isSilent = m_until - last > silentAfter;
         const Row row{&activity, (isGone ? last : m_until) - activity.begin};
@@ -119,34 +133,58 @@ private:
                         const char* text,
                         Context& context) const {
         for (const auto& [id, process] : processes) {
-            context.out << "process " << id << ' ' << text << FormatTimestamp(process.lastTime)
+            context.out << "process " << id << ' ' << text << context.times.Text(process.lastTime)
                         << '\n';
-            PrintRows(process.rows, context);
+            if (!process.lastWords.empty()) {
+                context.out << "  " << OnOneLine(process.lastWords) << '\n';
+            }
+            PrintRows(process.rows, process.lastTime, context);
         }
     }
 
-    void PrintRows(std::vector<Row> rows, Context& context) const {
+    static Table NewTable() {
+        return Table({{"for", "for_seconds"},
+                      {"activity", "name", true},
+                      {"process:thread", "", true, 2},
+                      {"", "pid"},
+                      {"", "tid"},
+                      {"user", "user", true, 3},
+                      {"id", "id", true, 1},
+                      {"within", "within", true, 4},
+                      {"", "begin"},
+                      {"", "state"},
+                      {"", "last_line"}});
+    }
+
+    void AddRows(Table& table,
+                 std::vector<Row> rows,
+                 const char* state,
+                 Microseconds lastTime) const {
         std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
             return a.activity->begin < b.activity->begin;
         });
-        std::size_t nameWidth = 8;
-        for (const Row& row : rows) {
-            nameWidth = std::max(nameWidth, TextWidth(row.activity->name));
-        }
-        context.out << context.terminal.Paint(
-                           FitRight("for", 11) + "  " + FitLeft("activity", nameWidth) + "  " +
-                               FitLeft("process:thread", 15) + "  " + FitLeft("user", 10) + "  " +
-                               FitLeft("id", 36) + "  within",
-                           Colour::Bold)
-                    << '\n';
         for (const auto& [activity, time] : rows) {
-            const std::string thread =
-                std::to_string(activity->process) + ":" + std::to_string(activity->beginThread);
-            context.out << FitRight(FormatDuration(static_cast<double>(time) / 1e6), 11) << "  "
-                        << FitLeft(OnOneLine(activity->name), nameWidth) << "  "
-                        << FitLeft(thread, 15) << "  " << FitLeft(OnOneLine(activity->user), 10)
-                        << "  " << FitLeft(OnOneLine(activity->id), 36) << "  "
-                        << OnOneLine(ChainOf(m_joiner, *activity)) << '\n';
+            const std::string process = std::to_string(activity->process);
+            const std::string thread = std::to_string(activity->beginThread);
+            table.Add({Cell::Duration(static_cast<double>(time)),
+                       Cell::Text(activity->name),
+                       Cell::Text(process + ":" + thread),
+                       Cell::Number(process, process),
+                       Cell::Number(thread, thread),
+                       Cell::Text(activity->user),
+                       Cell::Text(activity->id),
+                       Cell::Text(ChainOf(m_joiner, *activity)),
+                       Cell::Text(FormatTimestamp(activity->begin)),
+                       Cell::Text(state),
+                       Cell::Text(FormatTimestamp(lastTime))});
+        }
+    }
+
+    void PrintRows(const std::vector<Row>& rows, Microseconds lastTime, Context& context) const {
+        if (!rows.empty()) {
+            Table table = NewTable();
+            AddRows(table, rows, "", lastTime);
+            table.Print(context.out, context.terminal, TableFormat::Text);
         }
     }
 
@@ -158,60 +196,38 @@ private:
     std::map<std::int64_t, Process> m_gone;
 };
 
-int Follow(const OpenOptions& options, Context& context) {
+int FollowOpen(const OpenOptions& options, Context& context) {
     Problems problems(context.err);
     Joiner joiner(problems, [](Activity&&) {});
     ProcessWatch processes;
-    const auto take = [&](const LogLine& line, const Place& place) {
-        processes.Take(line, place);
-        joiner.Take(line, place);
-    };
-    const std::vector<std::string> paths =
-        FilesToRead(options.input.files, options.input.addsRotated);
-    // Full files are only read; those that were named are followed.
-    std::vector<std::string> full;
-    const ParserOptions parsing{.wantsTables = true};  // which name the host
-    LineParser parser(parsing);
-    std::list<FollowedFile> followed;
-    for (const std::string& path : paths) {
-        const auto& named = options.input.files;
-        if (std::find(named.begin(), named.end(), path) != named.end()) {
-            followed.emplace_back(path, parser, problems);
-        } else {
-            full.push_back(path);
-        }
-    }
-    LogScanner(full, problems).Scan(parsing, take);
-    for (std::size_t update = 0; options.updates == 0 || update < options.updates; ++update) {
-        if (update != 0) {
-            std::this_thread::sleep_for(options.interval);
-        }
-        for (FollowedFile& file : followed) {
-            file.Poll(take);
-        }
-        if (context.terminal.isInteractive) {
-            context.out << "\x1B[H\x1B[2J";
-        }
-        OpenView(joiner, processes, options, Now()).Print(context);
-        if (!context.out.flush()) {
-            break;  // nobody reads it any more
-        }
-    }
+    Follow(
+        options.input,
+        options.follow,
+        {.wantsTables = true},  // which name the host
+        true,
+        problems,
+        context,
+        [&](const LogLine& line, const Place& place) {
+            processes.Take(line, place);
+            joiner.Take(line, place);
+        },
+        [&] { OpenView(joiner, processes, options, Now()).Print(context); });
     return exitSuccess;
 }
 
 }  // namespace
 
 int RunOpen(const OpenOptions& options, Context& context) {
-    if (options.isFollowing) {
-        return Follow(options, context);
+    if (options.follow.isFollowing) {
+        return FollowOpen(options, context);
     }
     Input input(options.input, context);
     Joiner joiner(input.Findings(), [](Activity&&) {});
     ProcessWatch processes;
     Microseconds last = 0;
     bool hasActivities = false;
-    const ParserOptions parsing{.wantsTables = options.isNow};  // which name the host
+    ParserOptions parsing = ParsingFor(options.filter);
+    parsing.wantsTables = parsing.wantsTables || options.isNow;  // which name the host
     input.Scanner().Scan(parsing, [&](const LogLine& line, const Place& place) {
         last = std::max(last, line.time);
         hasActivities = hasActivities || line.IsOfActivity();
@@ -222,7 +238,7 @@ int RunOpen(const OpenOptions& options, Context& context) {
     input.EndPass();
     if (hasActivities) {
         OpenView(joiner, processes, options, options.isNow ? Now() : last).Print(context);
-    } else {
+    } else if (options.format == TableFormat::Text) {
         context.out << "no activities\n";
     }
     return input.Finish();

@@ -1,21 +1,19 @@
 #pragma once
 
 #include "commands/Context.h"
-
-#include <chrono>
-#include <cstddef>
+#include "commands/Following.h"
+#include "output/Table.h"
 
 namespace tarnview {
 
 struct OpenOptions {
     InputOptions input;
     Filter filter;
+    TableFormat format = TableFormat::Text;
     double stuck = 0;         ///< seconds that an activity must have been running
     double silentAfter = 60;  ///< seconds without a line, after which a process is called silent
     bool isNow = false;       ///< measure up to now, not up to the last line of the log
-    bool isFollowing = false;
-    std::chrono::milliseconds interval{1000};
-    std::size_t updates = 0;  ///< tables, when following; 0: without end
+    FollowOptions follow{};
 };
 
 /// Prints what is running, or was when the log ended, longest first, and apart from it what has not

@@ -1,8 +1,7 @@
 #include "commands/CommonOptions.h"
 #include "commands/OpenCommand.h"
-#include "read/InputFiles.h"
+#include "commands/QuestionOptions.h"
 
-#include <algorithm>
 #include <memory>
 
 namespace tarnview {
@@ -26,22 +25,7 @@ void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->type_name("SECONDS")
         ->check(CLI::NonNegativeNumber);
     command.add_flag("--now", options->isNow, "Measure up to now, not up to the log's last line");
-    auto* const follow = command.add_flag(
-        "-f,--follow", options->isFollowing, "Go on while the log grows, also when it is rotated");
-    command
-        .add_option_function<double>(
-            "--interval",
-            [options](double seconds) {
-                options->interval = std::chrono::milliseconds(static_cast<int>(seconds * 1e3));
-            },
-            "Time between two tables, with --follow (1)")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.01, 3600.0).description(""))
-        ->needs(follow);
-    command.add_option("--updates", options->updates, "End after as many tables, with --follow")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1'000'000'000).description(""))
-        ->needs(follow);
+    AddFollowOptions(command, options->follow);
     command
         .add_option("--silent-after",
                     options->silentAfter,
@@ -49,14 +33,12 @@ void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->type_name("SECONDS")
         ->check(CLI::NonNegativeNumber);
     AddOpenFilterOptions(command, options->filter);
+    AddWhereOption(command, options->filter);
+    AddTableOptions(command, options->format);
+    AddTimeOptions(command, common);
     AddCommonOptions(command, common);
     command.footer(examples);
     command.callback([options, &chosen] {
-        const auto& files = options->input.files;
-        if (options->isFollowing &&
-            std::find(files.begin(), files.end(), standardInput) != files.end()) {
-            throw CLI::ValidationError("--follow", "needs log files");
-        }
         chosen = [options](Context& context) { return RunOpen(*options, context); };
     });
 }

@@ -124,7 +124,7 @@ void PrintPath(const ActivityForest& forest,
     if (isText) {
         const Activity& activity = forest[top];
         std::string title =
-            FormatTimestamp(activity.begin) + "  root " + activity.root + "  " +
+            context.times.Text(activity.begin) + "  root " + activity.root + "  " +
             FormatDuration(static_cast<double>(steps[0].end - steps[0].begin) / 1e6);
         context.out << context.terminal.Paint(OnOneLine(title), Colour::Faint) << '\n';
     }

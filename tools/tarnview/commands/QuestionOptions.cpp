@@ -22,6 +22,7 @@ void AddQuestionOptions(CLI::App& command, Question& question, CommonOptions& co
     AddInputOptions(command, question.input);
     AddTableOptions(command, question.format);
     AddFilterOptions(command, question.filter);
+    AddTimeOptions(command, common);
     AddCommonOptions(command, common);
 }
 

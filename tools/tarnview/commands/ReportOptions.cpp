@@ -29,10 +29,11 @@ void AddReport(CLI::App& program, CommonOptions& common, Command& chosen) {
                 options->order = TreeOrder::Slowest;
                 options->count = count;
             },
-            "The N trees whose roots took longest")
+            "The N trees in which what fits the filters took longest, without filters the roots")
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000'000).description(""));
     AddFilterOptions(command, options->filter);
+    AddTimeOptions(command, common);
     AddCommonOptions(command, common);
     command.get_option("--output")->required();
     command.footer(examples);

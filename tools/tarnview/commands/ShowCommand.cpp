@@ -1,5 +1,6 @@
 #include "commands/ShowCommand.h"
 
+#include "commands/ActivityJson.h"
 #include "commands/LoadTrees.h"
 #include "output/TreePrinter.h"
 #include "output/Units.h"
@@ -30,7 +31,10 @@ bool BeginsWith(std::string_view text, const std::string& beginning) {
 
 class Sheet {
 public:
-    Sheet(const ActivityForest& forest, Context& context) : m_forest(forest), m_context(context) {}
+    Sheet(const ActivityForest& forest, const Messages& messages, Context& context)
+        : m_forest(forest),
+          m_messages(messages),
+          m_context(context) {}
 
     void Print(Index index) {
         const Activity& activity = m_forest[index];
@@ -44,6 +48,7 @@ public:
         PrintTable("body at begin", activity.beginBody);
         PrintTable("body at end", activity.endBody);
         PrintSupplements(activity.endBody);
+        PrintMessages(index);
         PrintSponsors(index);
         PrintChildren(index);
     }
@@ -80,10 +85,10 @@ private:
         };
         PrintField("begin",
                    activity.hasBegin
-                       ? FormatTimestamp(activity.begin) + at(activity.beginPlace)
-                       : "not in the log; by its end " + FormatTimestamp(activity.begin));
+                       ? m_context.times.Text(activity.begin) + at(activity.beginPlace)
+                       : "not in the log; by its end " + m_context.times.Text(activity.begin));
         PrintField("end",
-                   activity.hasEnd ? FormatTimestamp(activity.end) + at(activity.endPlace)
+                   activity.hasEnd ? m_context.times.Text(activity.end) + at(activity.endPlace)
                                    : "never ended");
         if (activity.hasEnd) {
             PrintField("elapsed", FormatDuration(static_cast<double>(activity.Duration()) / 1e6));
@@ -172,6 +177,17 @@ private:
         }
     }
 
+    void PrintMessages(Index index) {
+        const std::vector<Message> messages = m_messages.Of(index);
+        if (messages.empty()) {
+            return;
+        }
+        m_context.out << "messages\n";
+        for (const Message& message : messages) {
+            m_context.out << "  " << OnOneLine(MessageText(message, m_context.times)) << '\n';
+        }
+    }
+
     void PrintSponsors(Index index) {
         Relatives chain;
         for (Index next = index; m_forest.ParentOf(next) != ActivityForest::none;
@@ -209,6 +225,7 @@ private:
     }
 
     const ActivityForest& m_forest;
+    const Messages& m_messages;
     Context& m_context;
     simdjson::dom::parser m_parser;
 };
@@ -217,10 +234,11 @@ private:
 
 int RunShow(const ShowOptions& options, Context& context) {
     Input input(options.input, context);
-    input.AllowSecondPass();
+    input.AllowAnotherPass();                  // for the tree
+    input.AllowAnotherPass();                  // for messages
     std::map<std::string, std::string> roots;  // by id
-    ReadActivities(input, {}, [&](Activity&& activity) {
-        if (BeginsWith(activity.id, options.id)) {
+    ReadActivities(input, ParsingFor(options.filter), [&](Activity&& activity) {
+        if (BeginsWith(activity.id, options.id) && options.filter.Passes(activity)) {
             roots.emplace(activity.id, activity.root);
         }
     });
@@ -228,7 +246,8 @@ int RunShow(const ShowOptions& options, Context& context) {
         constexpr std::size_t mostShown = 10;
         context.err << "tarnview: "
                     << (roots.empty() ? "no activity has" : "several activities have")
-                    << " an id that begins with '" << OnOneLine(options.id) << "'\n";
+                    << " an id that begins with '" << OnOneLine(options.id) << "'"
+                    << (options.filter.IsEmpty() ? "\n" : " and fits the condition\n");
         std::size_t shown = 0;
         for (const auto& [id, root] : roots) {
             if (++shown > mostShown) {
@@ -240,11 +259,18 @@ int RunShow(const ShowOptions& options, Context& context) {
         return exitNegative;
     }
     const ActivityForest forest = LoadTrees(input, {roots.begin()->second});
-    Sheet sheet(forest, context);
+    const Messages messages = LoadMessages(input, forest);
+    Sheet sheet(forest, messages, context);
+    Json json(context.out);
     std::size_t shown = 0;
     for (Index index = 0; index < forest.Size(); ++index) {
         if (forest[index].id == roots.begin()->first) {
-            context.out << (shown++ == 0 ? "" : "\n");
+            ++shown;
+            if (options.isJson) {
+                WriteActivity(json, forest, index, std::nullopt, &messages);
+                continue;
+            }
+            context.out << (shown == 1 ? "" : "\n");
             sheet.Print(index);
         }
     }

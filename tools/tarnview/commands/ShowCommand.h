@@ -8,7 +8,9 @@ namespace tarnview {
 
 struct ShowOptions {
     InputOptions input;
-    std::string id;  ///< or its beginning
+    std::string id;   ///< or its beginning
+    Filter filter{};  ///< which of those with this id
+    bool isJson = false;
 };
 
 /// Prints all that is known about one activity; exitNegative if the log has none or several whose

@@ -24,6 +24,9 @@ void AddShow(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->required()
         ->check([](const std::string& id) { return id.empty() ? "an id is needed" : ""; });
     AddInputOptions(command, options->input);
+    AddWhereOption(command, options->filter);
+    command.add_flag("--json", options->isJson, "As a JSON object");
+    AddTimeOptions(command, common);
     AddCommonOptions(command, common);
     command.footer(examples);
     command.callback([options, &chosen] {

@@ -19,6 +19,7 @@ struct TopColumn {
     std::optional<double> (*value)(const TopRow& row);  ///< nothing: it was not measured
     std::string (*format)(double value);                ///< for people
     std::string (*raw)(double value);                   ///< for programs, a number
+    int rank;  ///< of those that do not fit on a terminal the highest goes first; 0 stays
 };
 
 const std::vector<TopColumn>& TopColumns();

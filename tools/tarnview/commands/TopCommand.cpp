@@ -3,6 +3,7 @@
 #include "commands/LoadTrees.h"
 #include "commands/TopColumns.h"
 #include "commands/TopOverTime.h"
+#include "model/Joiner.h"
 #include "model/TopStatistics.h"
 #include "output/Table.h"
 #include "output/Units.h"
@@ -40,10 +41,41 @@ void Sort(Rows& rows, const Headings& groups, const TopOptions& options) {
     });
 }
 
+// The columns that fit beside keys of these widths; of keys that do not fit the widest is cut.
+Columns Fitted(Columns columns, std::vector<std::size_t>& keyWidths, std::size_t width) {
+    constexpr std::size_t narrowestKey = 12;
+    const auto total = [&] {
+        std::size_t sum = 0;
+        for (const std::size_t key : keyWidths) {
+            sum += key + 1;
+        }
+        for (const TopColumn& column : columns) {
+            sum += column.width + 1;
+        }
+        return sum - 1;
+    };
+    while (width != 0 && total() > width) {
+        const auto widest = std::max_element(keyWidths.begin(), keyWidths.end());
+        const auto least = std::max_element(
+            columns.begin(), columns.end(), [](const TopColumn& a, const TopColumn& b) {
+                return a.rank < b.rank;
+            });
+        const std::size_t surplus = total() - width;
+        if (*widest > narrowestKey && (least->rank == 0 || *widest >= narrowestKey + surplus)) {
+            *widest = std::max(narrowestKey, *widest - std::min(surplus, *widest));
+        } else if (least->rank != 0) {
+            columns.erase(least);
+        } else {
+            break;
+        }
+    }
+    return columns;
+}
+
 void PrintTable(std::ostream& out,
                 const Rows& rows,
                 const Headings& groups,
-                const Columns& columns,
+                const Columns& allColumns,
                 const Terminal& terminal) {
     constexpr std::size_t widestKey = 48;
     std::vector<std::size_t> keyWidths;
@@ -54,6 +86,7 @@ void PrintTable(std::ostream& out,
         }
         keyWidths.push_back(std::min(width, widestKey));
     }
+    const Columns columns = Fitted(allColumns, keyWidths, terminal.width);
     std::string heading;
     for (std::size_t index = 0; index < groups.size(); ++index) {
         heading += FitLeft(groups[index], keyWidths[index]) + " ";
@@ -125,26 +158,7 @@ void PrintJson(std::ostream& out,
     out << buffer.GetString() << '\n';
 }
 
-}  // namespace
-
-std::vector<std::string> TopColumnNames() {
-    std::vector<std::string> names;
-    for (const TopColumn& column : TopColumns()) {
-        names.emplace_back(column.name);
-    }
-    return names;
-}
-
-int RunTop(const TopOptions& options, Context& context) {
-    if (options.over) {
-        return RunTopOverTime(options, context);
-    }
-    TopStatistics statistics(Grouping::FromNames(options.groupBy).value(), options.filter);
-    Input input(options.input, context);
-    ParserOptions parsing = ParsingFor(options.filter);
-    parsing.wantsTables = parsing.wantsTables || statistics.GroupedBy().NeedsTables();
-    ReadActivities(input, parsing, [&](Activity&& activity) { statistics.Take(activity); });
-    Rows rows = statistics.TakeRows();
+void Print(Rows rows, const TopOptions& options, Context& context) {
     Sort(rows, options.groupBy, options);
     if (options.limit != 0 && rows.size() > options.limit) {
         rows.resize(options.limit);
@@ -161,6 +175,56 @@ int RunTop(const TopOptions& options, Context& context) {
             PrintJson(context.out, rows, options.groupBy, columns);
             break;
     }
+}
+
+// What is open now is counted as such at each update, and ends later all the same.
+int FollowTop(TopStatistics& statistics,
+              const ParserOptions& parsing,
+              const TopOptions& options,
+              Context& context) {
+    Problems problems(context.err);
+    Joiner joiner(problems, [&](Activity&& activity) { statistics.Take(activity); });
+    Follow(
+        options.input,
+        options.follow,
+        parsing,
+        true,
+        problems,
+        context,
+        [&](const LogLine& line, const Place& place) { joiner.Take(line, place); },
+        [&] {
+            TopStatistics now = statistics;
+            for (const Activity* const activity : joiner.Open()) {
+                now.Take(*activity);
+            }
+            Print(now.TakeRows(), options, context);
+        });
+    return exitSuccess;
+}
+
+}  // namespace
+
+std::vector<std::string> TopColumnNames() {
+    std::vector<std::string> names;
+    for (const TopColumn& column : TopColumns()) {
+        names.emplace_back(column.name);
+    }
+    return names;
+}
+
+int RunTop(const TopOptions& options, Context& context) {
+    if (options.over) {
+        return RunTopOverTime(options, context);
+    }
+    TopStatistics statistics(Grouping::FromNames(options.groupBy).value(), options.filter);
+    ParserOptions parsing = ParsingFor(options.filter);
+    parsing.wantsTables = parsing.wantsTables || statistics.GroupedBy().NeedsTables();
+    if (options.follow.isFollowing) {
+        return FollowTop(statistics, parsing, options, context);
+    }
+    Input input(options.input, context);
+    ReadActivities(input, parsing, [&](Activity&& activity) { statistics.Take(activity); });
+    Print(statistics.TakeRows(), options, context);
     return input.Finish();
 }
 

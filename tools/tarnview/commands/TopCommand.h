@@ -1,6 +1,7 @@
 #pragma once
 
 #include "commands/Context.h"
+#include "commands/Following.h"
 #include "model/Filter.h"
 #include "model/Grouping.h"
 
@@ -21,6 +22,7 @@ struct TopOptions {
     bool isReversed = false;
     std::size_t limit = 0;  ///< rows; 0: all
     TopFormat format = TopFormat::Table;
+    FollowOptions follow{};
     std::optional<Microseconds> over{};  ///< a table of intervals of this length instead
     bool isGroupedOverTime = false;      ///< these by group as well
 };

@@ -19,7 +19,7 @@ Examples:
   tarnview top --by attributes.tenant --csv server.log > tenants.csv
   tarnview top --failed --by name,result --json front.log back.log
   tarnview top --over 1m --name query server.log
-  zcat old.log.gz | tarnview top -)";
+  tarnview top old.log.zst)";
 
 std::string Joined(const std::vector<std::string>& names) {
     std::string text;
@@ -82,7 +82,10 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
         .add_flag_callback(
             "--json", [options] { options->format = TopFormat::Json; }, "As a JSON array")
         ->excludes(csv);
+    AddFollowOptions(command, options->follow);
+    command.get_option("--follow")->excludes("--over");
     AddFilterOptions(command, options->filter);
+    AddTimeOptions(command, common);
     AddCommonOptions(command, common);
     command.footer(footer);
     command.callback([options, &command, &chosen] {

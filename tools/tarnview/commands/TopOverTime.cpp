@@ -37,8 +37,9 @@ void AddInterval(Table& table,
                  Microseconds begin,
                  Microseconds length,
                  const std::vector<std::string>& groups,
-                 const Interval& interval) {
-    std::vector<Cell> row{Cell::Text(FormatTimestamp(begin))};
+                 const Interval& interval,
+                 const TimeStyle& times) {
+    std::vector<Cell> row{Cell::Time(begin, times)};
     for (const std::string& group : groups) {
         row.push_back(Cell::Text(group));
     }
@@ -96,13 +97,18 @@ int RunTopOverTime(const TopOptions& options, Context& context) {
             const Microseconds missing = (interval->first - last) / times.Length() - 1;
             for (Microseconds number = 1; number <= missing && missing <= mostEmpty && !isFull();
                  ++number) {
-                AddInterval(table, last + number * times.Length(), times.Length(), {}, {});
+                AddInterval(
+                    table, last + number * times.Length(), times.Length(), {}, {}, context.times);
             }
         }
         for (const auto& [key, figuresOfKey] : interval->second) {
             if (!isFull()) {
-                AddInterval(
-                    table, interval->first, times.Length(), grouping.ValuesOf(key), figuresOfKey);
+                AddInterval(table,
+                            interval->first,
+                            times.Length(),
+                            grouping.ValuesOf(key),
+                            figuresOfKey,
+                            context.times);
             }
         }
     }

@@ -30,7 +30,8 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
             options->order = TreeOrder::Slowest;
             options->count = count;
         },
-        "The N trees whose roots took longest, the slowest first");
+        "The N trees in which what fits the filters took longest, without filters the roots; the "
+        "slowest first");
     slowest->type_name("N")->check(CLI::Range(1, mostTrees).description(""));
     auto* const last = command.add_option_function<std::size_t>(
         "--last",
@@ -46,7 +47,41 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
     command.add_flag("-a,--attributes",
                      options->showsAttributes,
                      "Below each activity its attributes and supplements");
+    command.add_flag(
+        "-m,--messages",
+        options->showsMessages,
+        "Below each activity the messages of its thread and time, or that name its id");
+    command
+        .add_option("--fold",
+                    options->most,
+                    "Show more than N siblings of one name and outcome as one line with their sum "
+                    "(5); 0: none")
+        ->type_name("N")
+        ->check(CLI::Range(0, 1'000'000'000).description(""));
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--label",
+            [options](const std::vector<std::string>& names) {
+                for (const std::string& name : names) {
+                    const auto field = ActivityField::Find(name);
+                    if (!field) {
+                        throw CLI::ValidationError("--label",
+                                                   "known are " + ActivityField::KnownNames());
+                    }
+                    options->labels.push_back(*field);
+                }
+            },
+            "Behind each name these fields, joined by commas, as body.shard")
+        ->type_name("FIELDS")
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    command.add_flag("--json", options->isJson, "A JSON object for each activity");
+    AddFollowOptions(command, options->follow);
+    for (const char* const other : {"--slowest", "--last", "--messages"}) {
+        command.get_option("--follow")->excludes(other);
+    }
     AddFilterOptions(command, options->filter);
+    AddTimeOptions(command, common);
     AddCommonOptions(command, common);
     command.footer(examples);
     command.callback([options, &chosen] {

@@ -6,12 +6,15 @@ _tarnview() {
     commands+=" export"
     local common="--help --output --color --no-progress --no-rotated"
     local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
-    filters+=" --since --before --local --where"
+    filters+=" --since --before --where"
+    local times="--utc --local --relative"
+    filters+=" $times"
+    local follow="--follow --interval --updates"
     local question="$common $filters --csv --json"
     local fields="name user site req-desc session request result root pid tid depth"
     local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"
-    local kinds="unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle clock"
-    kinds+=" died figures never-ended"
+    local kinds="unreadable long cut broken-file lost gap duplicate wrong no-begin repeated orphan cycle clock"
+    kinds+=" died crash figures never-ended"
     COMPREPLY=()
 
     if [ "$COMP_CWORD" -eq 1 ]; then
@@ -23,7 +26,7 @@ _tarnview() {
         --to) words="chrome speedscope otlp folded" ;;
         --weight) words="time cpu memory" ;;
         --color) words="auto always never" ;;
-        --by) words=$fields ;;
+        --by | --label) words=$fields ;;
         --of) words="elapsed exclusive cpu memory" ;;
         --sort)
             case ${COMP_WORDS[1]} in
@@ -35,11 +38,11 @@ _tarnview() {
         --ignore) words=$kinds ;;
         --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
             --where | --at | --over | --levels | --limit | --slowest | --last | --depth | --stuck | \
-            --interval | --updates | --service | --silent-after)
+            --interval | --updates | --service | --silent-after | --fold)
             return
             ;;
     esac
-    if [[ $current == *,* && ($previous == --by || $previous == --ignore) ]]; then
+    if [[ $current == *,* && ($previous == --by || $previous == --label || $previous == --ignore) ]]; then
         # The last one of a list; what stands before it stays.
         mapfile -t COMPREPLY < <(compgen -P "${current%,*}," -W "$words" -- "${current##*,}")
         return
@@ -50,17 +53,23 @@ _tarnview() {
     fi
     if [[ $current == -* && $previous != --output && $previous != -o && $previous != --old ]]; then
         case ${COMP_WORDS[1]} in
-            top) words="$question --by --sort --reverse --limit --over" ;;
+            top) words="$question $follow --by --sort --reverse --limit --over" ;;
             path) words="$question --slowest --by-name" ;;
             callers) words="${question/ --name/} --levels" ;;
             failures) words="$question --sort --limit --all --exact" ;;
             compare) words="$question --old --at --by --sort --limit --significant" ;;
             histogram) words="$question --of" ;;
             heat) words="$question --interval" ;;
-            tree) words="$common $filters --slowest --last --depth --attributes" ;;
-            open) words="$common --stuck --now --follow --interval --updates --silent-after --name --user --pid" ;;
-            show) words=$common ;;
-            check) words="$common --ignore --quiet" ;;
+            tree)
+                words="$common $filters $follow --slowest --last --depth --attributes --messages --fold"
+                words+=" --label --json"
+                ;;
+            open)
+                words="$common $times $follow --stuck --now --silent-after --name --user --pid --where"
+                words+=" --csv --json"
+                ;;
+            show) words="$common $times --where --json" ;;
+            check) words="$common --ignore --quiet --where --json" ;;
             report) words="$common $filters --slowest" ;;
             export) words="$common $filters --to --weight --service --slowest" ;;
         esac

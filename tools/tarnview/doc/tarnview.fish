@@ -38,12 +38,21 @@ complete -c tarnview -n $filtered -l not-ok -d 'Any result but ok'
 complete -c tarnview -n $filtered -l slower-than -x -d 'Longer than this, as 250ms'
 complete -c tarnview -n $filtered -l since -x -d 'Still running at this time or later'
 complete -c tarnview -n $filtered -l before -x -d 'Begun before this time'
-complete -c tarnview -n $filtered -l local -d 'Times of options are local'
-complete -c tarnview -n $filtered -l where -x -d 'A condition on any fields'
+complete -c tarnview -n "$filtered open show check" -l where -x -d 'A condition on any fields'
+
+set -l timed "$filtered open show"
+complete -c tarnview -n $timed -l utc -d 'Times are UTC'
+complete -c tarnview -n $timed -l local -d 'Times are local'
+complete -c tarnview -n $timed -l relative -d 'Times since the log began'
+
+set -l followed '__fish_seen_subcommand_from top tree open'
+complete -c tarnview -n $followed -s f -l follow -d 'Go on while the log grows'
+complete -c tarnview -n $followed -l interval -x -d 'Time between two looks at the log'
+complete -c tarnview -n $followed -l updates -x -d 'End after as many looks'
 
 set -l question "__fish_seen_subcommand_from $questions"
-complete -c tarnview -n $question -l csv -d 'As CSV'
-complete -c tarnview -n $question -l json -d 'As JSON'
+complete -c tarnview -n "$question open" -l csv -d 'As CSV'
+complete -c tarnview -n "$question open tree show check" -l json -d 'As JSON'
 
 set -l grouped '__fish_seen_subcommand_from top compare'
 complete -c tarnview -n $grouped -l by -x -a "(__fish_complete_list , 'printf %s\\\n $fields')" \
@@ -93,18 +102,19 @@ set -l tree '__fish_seen_subcommand_from tree'
 complete -c tarnview -n $tree -l last -x -d 'The trees that began last'
 complete -c tarnview -n $tree -l depth -x -d 'As many levels at most'
 complete -c tarnview -n $tree -s a -l attributes -d 'Attributes and supplements too'
+complete -c tarnview -n $tree -s m -l messages -d 'Messages too'
+complete -c tarnview -n $tree -l fold -x -d 'Siblings of one name that are shown one by one'
+complete -c tarnview -n $tree -l label -x -a "(__fish_complete_list , 'printf %s\\\n $fields')" \
+    -d 'Fields behind each name'
 
 set -l open '__fish_seen_subcommand_from open'
 complete -c tarnview -n $open -l stuck -x -d 'Only what has been running as long as this'
 complete -c tarnview -n $open -l now -d 'Measure up to now'
-complete -c tarnview -n $open -s f -l follow -d 'Go on while the log grows'
-complete -c tarnview -n $open -l interval -x -d 'Time between two tables'
-complete -c tarnview -n $open -l updates -x -d 'End after as many tables'
 complete -c tarnview -n $open -l silent-after -x -d 'When a process is called silent'
 
 set -l check '__fish_seen_subcommand_from check'
-set -l kinds unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle clock \
-    died figures never-ended
+set -l kinds unreadable long cut broken-file lost gap duplicate wrong no-begin repeated orphan \
+    cycle clock died crash figures never-ended
 complete -c tarnview -n $check -l ignore -x -a "(__fish_complete_list , 'printf %s\\\n $kinds')" \
     -d 'What is no fault'
 complete -c tarnview -n $check -s q -l quiet -d 'No summary'

@@ -7,12 +7,13 @@ _tarnview_fields() {
 }
 
 _tarnview_kinds() {
-    _values -s , kind unreadable long cut lost gap duplicate wrong no-begin repeated orphan cycle \
-        clock died figures never-ended
+    _values -s , kind unreadable long cut broken-file lost gap duplicate wrong no-begin repeated \
+        orphan cycle clock died crash figures never-ended
 }
 
 _tarnview() {
-    local -a commands common named filters its
+    local -a commands common named filters its times follow
+    local where
     commands=(
         'top:figures of all activities of each name, or other group'
         'tree:activities as trees, with figures and failures'
@@ -40,6 +41,17 @@ _tarnview() {
         '*--user[user]:pattern:'
         '*--pid[process]:id:'
     )
+    where='--where[a condition on any fields]:condition:'
+    times=(
+        '(--local --relative)--utc[times are UTC]'
+        '(--utc --relative)--local[times are local]'
+        '(--utc --local)--relative[times since the log began]'
+    )
+    follow=(
+        '(-f --follow)'{-f,--follow}'[go on while the log grows]'
+        '--interval[time between two looks at the log]:seconds:'
+        '--updates[end after as many looks]:number:'
+    )
     filters=(
         $named
         '*--root[root activity, or the beginning of its id]:id:'
@@ -50,8 +62,8 @@ _tarnview() {
         "--slower-than[longer than this, as '250ms']:duration:"
         '--since[still running at this time or later]:time:'
         '--before[begun before this time]:time:'
-        '--local[times of options are local]'
-        '--where[a condition on any fields]:condition:'
+        $where
+        $times
     )
     local -a table question
     table=('(--json)--csv[as CSV]' '(--csv)--json[as JSON]')
@@ -68,7 +80,7 @@ _tarnview() {
     local slowest='--slowest[the trees whose roots took longest]:number:'
     case $words[1] in
         top)
-            its=($question
+            its=($question $follow
                 '--by[group by these fields]:fields:_tarnview_fields'
                 '(--sort)--over[a row for each interval of this length]:duration:'
                 '--sort[sort by this column]:column:(name count failed early open total mean p50 p90 p99 max exclusive cpu memory)'
@@ -106,24 +118,26 @@ _tarnview() {
             ;;
         heat) its=($question '--interval[the time that a column covers]:duration:') ;;
         tree)
-            its=($filters "(--last)$slowest"
+            its=($filters $follow "(--last)$slowest"
                 '(--slowest)--last[the trees that began last]:number:'
                 '--depth[as many levels at most]:number:'
-                '(-a --attributes)'{-a,--attributes}'[attributes and supplements too]')
+                '(-a --attributes)'{-a,--attributes}'[attributes and supplements too]'
+                '(-m --messages)'{-m,--messages}'[messages too]'
+                '--fold[siblings of one name that are shown one by one]:number:'
+                '--label[fields behind each name]:fields:_tarnview_fields'
+                '--json[as JSON]')
             ;;
         open)
-            its=($named
+            its=($named $where $times $follow $table
                 '--stuck[only what has been running as long as this]:seconds:'
                 '--now[measure up to now]'
-                '(-f --follow)'{-f,--follow}'[go on while the log grows]'
-                '--interval[time between two tables]:seconds:'
-                '--updates[end after as many tables]:number:'
                 '--silent-after[when a process is called silent]:seconds:')
             ;;
-        show) its=('1:id:') ;;
+        show) its=('1:id:' $where $times '--json[as JSON]') ;;
         check)
             its=('--ignore[what is no fault]:kinds:_tarnview_kinds'
-                '(-q --quiet)'{-q,--quiet}'[no summary]')
+                '(-q --quiet)'{-q,--quiet}'[no summary]'
+                $where '--json[as JSON]')
             ;;
         report) its=($filters $slowest) ;;
         export)

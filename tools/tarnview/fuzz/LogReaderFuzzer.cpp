@@ -64,7 +64,8 @@ Counts ReadAll(int descriptor, Problems& problems, ActivityForest& forest) {
 
 void ShowAll(const ActivityForest& forest) {
     std::ostringstream out;
-    TreePrinter printer(out, {}, {.depth = 0, .showsAttributes = true});
+    const TimeStyle times;
+    TreePrinter printer(out, {}, times, {.depth = 0, .showsAttributes = true});
     std::size_t shown = 0;
     for (const ActivityForest::Index top : forest.Tops()) {
         shown += forest.PreOrder(top).size();

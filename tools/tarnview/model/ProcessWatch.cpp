@@ -24,6 +24,7 @@ void ProcessWatch::Take(const LogLine& line, const Place& place) {
     m_current->lastTime = std::max(m_current->lastTime, line.time);
     m_current->lastLine = m_lines;
     TakeHost(line);
+    TakeLastWords(line, place);
     if (line.kind == LineKind::Message &&
         line.message.substr(0, startMessage.size()) == startMessage) {
         m_starts[m_log] = {m_lines, line.process};
@@ -37,6 +38,41 @@ void ProcessWatch::TakeHost(const LogLine& line) {
             simdjson::SUCCESS) {
         m_current->host = host;
     }
+}
+
+// The host's last message is "Crashed by SIGSEGV on thread 7; open scopes: ..."; if it cannot say
+// as much, "Crashed; ..." or "Crashed".
+void ProcessWatch::TakeLastWords(const LogLine& line, const Place& place) {
+    const std::string_view text = line.message;
+    if (line.kind == LineKind::Message && (text == "Crashed" || text.rfind("Crashed by ", 0) == 0 ||
+                                           text.rfind("Crashed; ", 0) == 0)) {
+        m_current->lastWords = line.message;
+        m_current->crashTime = line.time;
+        m_current->crashFile = place.file;
+        m_current->crashLine = place.line;
+    }
+}
+
+// Other threads may still write while the log is saved. What goes on for longer has survived.
+bool ProcessWatch::HasCrashed(const Process& process) {
+    constexpr Microseconds timeToSave = 10'000'000;
+    return !process.lastWords.empty() && process.lastTime <= process.crashTime + timeToSave;
+}
+
+std::string ProcessWatch::LastWordsOf(std::int64_t process) const {
+    const auto found = m_processes.find(process);
+    return found == m_processes.end() || !HasCrashed(found->second) ? "" : found->second.lastWords;
+}
+
+std::vector<std::int64_t> ProcessWatch::Crashed() const {
+    std::vector<std::int64_t> crashed;
+    for (const auto& [id, process] : m_processes) {
+        if (HasCrashed(process)) {
+            crashed.push_back(id);
+        }
+    }
+    std::sort(crashed.begin(), crashed.end());
+    return crashed;
 }
 
 std::string ProcessWatch::HostOf(std::int64_t process) const {
@@ -71,6 +107,12 @@ void ProcessWatch::ReportDead(const std::vector<const Activity*>& open, Problems
                         activities.front()->beginPlace,
                         "process " + std::to_string(process) + ", open: " +
                             std::to_string(activities.size()) + ", as " + activities.front()->name);
+    }
+    for (const std::int64_t id : Crashed()) {
+        const Process& process = m_processes.at(id);
+        problems.Report(ProblemKind::Crash,
+                        {process.crashFile, process.crashLine},
+                        "process " + std::to_string(id) + ": " + process.lastWords);
     }
 }
 

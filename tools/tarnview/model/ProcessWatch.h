@@ -29,18 +29,33 @@ public:
     /// silent since: it was ended, and its successor took the log over.
     bool IsReplaced(std::int64_t process) const;
 
-    /// Reports each process that was replaced while these activities of it were open.
+    /// What a process that crashed said last: why, on which thread, and which of its scopes were
+    /// open. Empty if it did not crash, or went on afterwards.
+    std::string LastWordsOf(std::int64_t process) const;
+
+    /// Those that have such words.
+    std::vector<std::int64_t> Crashed() const;
+
+    /// Reports each process that was replaced while these activities of it were open, and each that
+    /// crashed.
     void ReportDead(const std::vector<const Activity*>& open, Problems& problems) const;
 
 private:
     void TakeHost(const LogLine& line);
+    void TakeLastWords(const LogLine& line, const Place& place);
 
     struct Process {
         Microseconds lastTime = 0;
         std::uint64_t lastLine = 0;
         std::string log;
         std::string host;
+        std::string lastWords;
+        Microseconds crashTime = 0;
+        std::string crashFile;
+        std::uint64_t crashLine = 0;  // in its file
     };
+
+    static bool HasCrashed(const Process& process);
 
     // Of a log: the last line that tells of a start, and of whose.
     struct Start {

@@ -7,6 +7,7 @@ namespace tarnview {
 
 TreeSelection::TreeSelection(Filter filter, TreeOrder order, std::size_t count)
     : m_filter(std::move(filter)),
+      m_hasFilter(!m_filter.IsEmpty()),
       m_order(order),
       m_count(count) {}
 
@@ -14,20 +15,37 @@ void TreeSelection::Take(const Activity& activity) {
     const auto [place, isNew] = m_trees.try_emplace(activity.root);
     Tree& tree = place->second;
     tree.begin = isNew ? activity.begin : std::min(tree.begin, activity.begin);
-    tree.isWanted = tree.isWanted || m_filter.Passes(activity);
     m_lastTime = std::max(m_lastTime, activity.end);
+    if (m_hasFilter) {
+        if (m_filter.Passes(activity)) {
+            tree.isWanted = true;
+            Rank(activity, tree);
+        }
+        return;
+    }
+    tree.isWanted = true;
     if (activity.id == activity.root && !tree.hasRoot) {
         tree.hasRoot = true;
-        tree.isOpen = !activity.hasEnd;
-        tree.duration = activity.Duration();
+        tree.duration = -1;
+        tree.openSince = never;
+        Rank(activity, tree);
     } else if (!tree.hasRoot) {
+        Rank(activity, tree);
+    }
+}
+
+void TreeSelection::Rank(const Activity& activity, Tree& tree) {
+    if (activity.hasEnd) {
         tree.duration = std::max(tree.duration, activity.Duration());
+    } else {
+        tree.openSince = std::min(tree.openSince, activity.begin);
     }
 }
 
 // What never ended took as long as the log goes on.
 Microseconds TreeSelection::DurationOf(const Tree& tree) const {
-    return tree.isOpen ? m_lastTime - tree.begin : tree.duration;
+    return tree.openSince == never ? tree.duration
+                                   : std::max(tree.duration, m_lastTime - tree.openSince);
 }
 
 std::vector<std::string> TreeSelection::Chosen() const {

@@ -4,6 +4,7 @@
 #include "model/Filter.h"
 
 #include <cstddef>
+#include <limits>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -18,7 +19,8 @@ enum class TreeOrder { AsBegun, Slowest, Last };
 /// each tree its root's id and a few numbers. Used by one thread.
 class TreeSelection {
 public:
-    /// `count` trees at most; 0: all. Wanted are trees in which at least one activity passes.
+    /// `count` trees at most; 0: all. Wanted are trees in which at least one activity passes;
+    /// the slowest are those in which such activities took longest, without a filter the roots.
     TreeSelection(Filter filter, TreeOrder order, std::size_t count);
 
     void Take(const Activity& activity);
@@ -27,19 +29,26 @@ public:
     std::vector<std::string> Chosen() const;
 
 private:
+    static constexpr Microseconds never = std::numeric_limits<Microseconds>::max();
+
     struct Tree {
         Microseconds begin = 0;
-        Microseconds duration = -1;  // of the root, or of the longest activity while it is not seen
+        // Of the longest activity that passes; without a filter of the root, or of the longest
+        // activity while it is not seen.
+        Microseconds duration = -1;
+        Microseconds openSince = never;  // of the same; never: they have ended
         bool hasRoot = false;
-        bool isOpen = false;
         bool isWanted = false;
     };
+
+    static void Rank(const Activity& activity, Tree& tree);
 
     using Trees = std::unordered_map<std::string, Tree>;
 
     Microseconds DurationOf(const Tree& tree) const;
 
     Filter m_filter;
+    bool m_hasFilter;
     TreeOrder m_order;
     std::size_t m_count;
     Trees m_trees;

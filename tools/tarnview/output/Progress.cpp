@@ -21,6 +21,7 @@ std::string Bar(double share) {
 Progress::Progress(std::ostream& out, bool isEnabled, std::uint64_t total)
     : m_out(out),
       m_isEnabled(isEnabled),
+      m_size(total),
       m_total(total) {}
 
 Progress::~Progress() {

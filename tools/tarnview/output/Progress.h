@@ -21,7 +21,7 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     /// Everything is to be read once more: what is read then counts on from what was read before.
-    void ExpectSecondPass() { m_total *= 2; }
+    void ExpectAnotherPass() { m_total += m_size; }
 
     void Update(std::uint64_t bytesRead) { Update(bytesRead, Clock::now()); }
 
@@ -33,7 +33,8 @@ public:
 private:
     std::ostream& m_out;
     bool m_isEnabled;
-    std::uint64_t m_total;
+    std::uint64_t m_size;
+    std::uint64_t m_total;  // of all passes
     Clock::time_point m_start = Clock::now();
     Clock::time_point m_nextDraw = m_start + std::chrono::seconds(1);
     bool m_isShown = false;

@@ -34,6 +34,10 @@ Cell Cell::Text(std::string_view text) {
     return {.text = OnOneLine(text), .raw = std::string(text), .isQuoted = true};
 }
 
+Cell Cell::Time(Microseconds time, const TimeStyle& style) {
+    return {.text = style.Text(time), .raw = FormatTimestamp(time), .isQuoted = true};
+}
+
 Cell Cell::Number(std::string text, std::string raw) {
     return {.text = std::move(text), .raw = std::move(raw)};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "output/Terminal.h"
+#include "output/TimeStyle.h"
 
 #include <cstddef>
 #include <iosfwd>
@@ -21,6 +22,8 @@ struct Cell {
     bool isBad = false;     ///< painted red
 
     static Cell Text(std::string_view text);
+    /// UTC for programs.
+    static Cell Time(Microseconds time, const TimeStyle& style);
     static Cell Number(std::string text, std::string raw);
     static Cell Count(std::uint64_t count);
     /// Microseconds for people, seconds for programs.

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <ostream>
 #include <simdjson.h>
-#include <vector>
+#include <utility>
 
 namespace tarnview {
 
@@ -16,7 +16,7 @@ using simdjson::dom::element;
 
 constexpr std::size_t barWidth = 20;
 constexpr std::size_t leastFigureWidth = 9;
-constexpr std::size_t threadWidth = 15;
+constexpr std::size_t leastOutcome = 24;  // that is kept free on a narrow terminal
 constexpr std::size_t widestName = 60;
 constexpr std::size_t deepestIndent = 40;
 
@@ -92,54 +92,60 @@ std::string OutcomeOf(const Activity& activity) {
     return activity.result + (details.empty() ? "" : ": " + details);
 }
 
+std::string MessageText(const Message& message, const TimeStyle& times) {
+    const std::string severity = message.severity.empty() ? "" : message.severity + "  ";
+    return times.Text(message.time) + "  " + severity + message.text;
+}
+
 std::string LinkNote(LinkKind kind) {
     const std::string_view text = TextOf(kind);
     return text.empty() ? "" : "(caller " + std::string(text) + ")";
 }
 
-std::array<std::string, TreePrinter::figureCount> TreePrinter::FiguresOf(
-    const ActivityForest& forest, ActivityForest::Index index) {
-    const Activity& activity = forest[index];
-    const Figures& figures = activity.figures;
-    return {DurationText(activity),
-            ExclusiveText(forest, index),
-            SelfText(forest, index),
-            figures.hasCpu ? FormatDuration(figures.CpuInclusive() / 1e6) : "",
-            figures.hasAllocated ? FormatBytes(figures.ai) : ""};
-}
-
-TreePrinter::TreePrinter(std::ostream& out, const Terminal& terminal, Options options)
+TreePrinter::TreePrinter(std::ostream& out,
+                         const Terminal& terminal,
+                         const TimeStyle& times,
+                         Options options)
     : m_out(out),
       m_terminal(terminal),
-      m_options(options) {}
+      m_times(times),
+      m_options(std::move(options)) {}
 
 void TreePrinter::Print(const ActivityForest& forest, ActivityForest::Index top) {
-    const std::vector<ActivityForest::Step> steps = forest.PreOrder(top);
-    Widths widths{8, leastFigureWidth};
-    Microseconds end = forest[top].end;
-    for (const auto& [index, level] : steps) {
-        if (m_options.depth == 0 || level < m_options.depth) {
-            widths.name = std::max(widths.name, 2 * level + TextWidth(forest[index].name));
-            for (const std::string& figure : FiguresOf(forest, index)) {
-                widths.figure = std::max(widths.figure, TextWidth(figure));
-            }
-        }
-        end = std::max(end, forest[index].end);
-    }
-    widths.name = std::min(widths.name, widestName);
     const Activity& activity = forest[top];
+    Microseconds end = activity.end;
+    for (const ActivityForest::Step& step : forest.PreOrder(top)) {
+        end = std::max(end, forest[step.index].end);
+    }
     const Span whole{activity.begin, activity.hasEnd ? activity.Duration() : end - activity.begin};
+    const std::vector<FoldedRow> folded =
+        FoldSiblings(forest, top, m_options.most, m_options.depth);
+    std::vector<Row> rows;
+    rows.reserve(folded.size());
+    for (const FoldedRow& row : folded) {
+        rows.push_back(RowOf(forest, row, whole));
+    }
+    const Columns columns = ColumnsFor(rows);
     PrintTitle(activity);
-    PrintHeading(widths);
-    for (const ActivityForest::Step& step : steps) {
-        if (m_options.depth == 0 || step.level < m_options.depth) {
-            PrintRow(forest, step, whole, widths);
+    Row heading;
+    for (std::size_t index = 0; index < columnCount; ++index) {
+        heading.cells[index] = columns[index].heading;
+    }
+    heading.outcome = "result";
+    heading.colour = Colour::Bold;
+    PrintLine(columns, heading);
+    for (std::size_t index = 0; index < rows.size(); ++index) {
+        PrintLine(columns, rows[index]);
+        if (!folded[index].isGroup) {
+            PrintBelow(forest[folded[index].index],
+                       folded[index].index,
+                       IndentOf(folded[index].level).size() + 2);
         }
     }
 }
 
 void TreePrinter::PrintTitle(const Activity& activity) {
-    std::string title = FormatTimestamp(activity.begin) + "  root " + activity.root;
+    std::string title = m_times.Text(activity.begin) + "  root " + activity.root;
     const auto add = [&](const char* name, const std::string& text) {
         if (!text.empty() && text != "-") {
             title.append("  ").append(name).append(" ").append(text);
@@ -150,74 +156,194 @@ void TreePrinter::PrintTitle(const Activity& activity) {
     }
     add("user", activity.user);
     add("site", activity.site);
-    m_out << m_terminal.Paint(OnOneLine(title), Colour::Faint) << '\n';
+    m_out << m_terminal.Paint(Fitted(OnOneLine(title), 0), Colour::Faint) << '\n';
     if (!activity.description.empty() && activity.description != "-") {
-        m_out << m_terminal.Paint(OnOneLine(activity.description), Colour::Bold) << '\n';
+        m_out << m_terminal.Paint(Fitted(OnOneLine(activity.description), 0), Colour::Bold) << '\n';
     }
     if (activity.id != activity.root && !activity.sponsor.empty()) {
-        m_out << m_terminal.Paint("its sponsor is not in the log: " + OnOneLine(activity.sponsor),
-                                  Colour::Yellow)
+        m_out << m_terminal.Paint(
+                     Fitted("its sponsor is not in the log: " + OnOneLine(activity.sponsor), 0),
+                     Colour::Yellow)
               << '\n';
     }
 }
 
-void TreePrinter::PrintHeading(const Widths& widths) {
-    std::string heading = FitLeft("activity", widths.name);
-    for (const char* const column : {"elapsed", "exclusive", "self", "cpu", "memory"}) {
-        heading += " " + FitRight(column, widths.figure);
-    }
-    heading += " " + FitRight("threads", 7) + "  " + FitLeft("process:thread", threadWidth) + "  " +
-               FitLeft("time", barWidth) + "  result";
-    m_out << m_terminal.Paint(heading, Colour::Bold) << '\n';
-}
-
-void TreePrinter::PrintRow(const ActivityForest& forest,
-                           const ActivityForest::Step& step,
-                           const Span& whole,
-                           const Widths& widths) {
-    const Activity& activity = forest[step.index];
-    const std::size_t indent = std::min(2 * step.level, deepestIndent);
-    std::string row =
-        std::string(indent, ' ') + FitLeft(OnOneLine(activity.name), widths.name - indent);
-    for (const std::string& figure : FiguresOf(forest, step.index)) {
-        row += " " + FitRight(figure, widths.figure);
-    }
-    const bool hasThreads = activity.figures.hasThreads;
-    row +=
-        " " + FitRight(hasThreads ? std::to_string(std::llround(activity.figures.threads)) : "", 7);
-    row += "  " + FitLeft(ThreadText(activity), threadWidth) + "  ";
-    const Microseconds length =
-        activity.hasEnd ? activity.Duration() : whole.begin + whole.length - activity.begin;
-    const std::string bar = Bar(whole, {activity.begin, length});
-    const std::string outcome = OnOneLine(OutcomeOf(activity));
-    std::string link = LinkNote(forest.LinkOf(step.index));
-    if (!link.empty()) {
-        link = "  " + m_terminal.Paint(link, Colour::Faint);
-    }
-    if (outcome.empty()) {
-        m_out << row << m_terminal.Paint(bar, Colour::Cyan) << link << '\n';
+TreePrinter::Row TreePrinter::RowOf(const ActivityForest& forest,
+                                    const FoldedRow& folded,
+                                    const Span& whole) const {
+    Row row;
+    const Activity& activity = forest[folded.index];
+    const Microseconds wholeEnd = whole.begin + whole.length;
+    Span part{activity.begin, activity.hasEnd ? activity.Duration() : wholeEnd - activity.begin};
+    if (folded.isGroup) {
+        const SiblingGroup& group = folded.group;
+        const bool hasEnded = group.ended == group.members.size();
+        part = {group.begin, (hasEnded ? group.end : wholeEnd) - group.begin};
+        FillGroup(forest, folded, row);
     } else {
-        const bool isFailure = activity.hasEnd && activity.result != "ok";
-        m_out << m_terminal.Paint(row + bar + "  " + outcome,
-                                  isFailure ? Colour::Red : Colour::Yellow)
-              << link << '\n';
+        FillActivity(forest, folded.index, row);
     }
-    if (m_options.showsAttributes) {
-        PrintDetails(activity, indent + 2);
+    row.cells[Name].insert(0, IndentOf(folded.level));
+    row.cells[Time] = Bar(whole, part);
+    const bool isFailure = activity.hasEnd && activity.result != "ok";
+    if (!folded.isGroup || isFailure || !activity.hasEnd) {
+        row.colour = isFailure ? Colour::Red : Colour::Yellow;
+    }
+    return row;
+}
+
+void TreePrinter::FillActivity(const ActivityForest& forest,
+                               ActivityForest::Index index,
+                               Row& row) const {
+    const Activity& activity = forest[index];
+    const Figures& figures = activity.figures;
+    row.cells[Name] = activity.name;
+    if (m_options.labelOf) {
+        const std::string label = m_options.labelOf(activity);
+        row.cells[Name] += label.empty() ? "" : " " + label;
+    }
+    row.cells[Elapsed] = DurationText(activity);
+    row.cells[Exclusive] = ExclusiveText(forest, index);
+    row.cells[Self] = SelfText(forest, index);
+    row.cells[Cpu] = figures.hasCpu ? FormatDuration(figures.CpuInclusive() / 1e6) : "";
+    row.cells[Memory] = figures.hasAllocated ? FormatBytes(figures.ai) : "";
+    row.cells[Threads] = figures.hasThreads ? std::to_string(std::llround(figures.threads)) : "";
+    row.cells[Thread] = ThreadText(activity);
+    row.outcome = OutcomeOf(activity);
+    row.link = LinkNote(forest.LinkOf(index));
+}
+
+void TreePrinter::FillGroup(const ActivityForest& forest, const FoldedRow& folded, Row& row) {
+    const SiblingGroup& group = folded.group;
+    const Activity& slowest = forest[group.slowest];
+    const auto duration = [&](double microseconds, std::uint64_t count) {
+        return count == 0 ? "" : FormatDuration(microseconds / 1e6);
+    };
+    row.cells[Name] = forest[folded.index].name + " x " + FormatCount(group.members.size());
+    row.cells[Elapsed] = duration(static_cast<double>(group.total), group.ended);
+    row.cells[Exclusive] = duration(static_cast<double>(group.exclusive), group.ended);
+    row.cells[Self] = duration(static_cast<double>(group.self), group.ended);
+    row.cells[Cpu] = duration(group.cpu, group.cpuCount);
+    row.cells[Memory] = group.memoryCount == 0 ? "" : FormatBytes(group.memory);
+    if (group.ended == 0) {
+        row.outcome = "never ended";
+        return;
+    }
+    row.outcome = "p50 " + FormatDuration(static_cast<double>(group.median) / 1e6) + ", max " +
+                  FormatDuration(static_cast<double>(slowest.Duration()) / 1e6);
+    if (slowest.result != "ok") {
+        row.outcome += ", each " + slowest.result;
     }
 }
 
-void TreePrinter::PrintDetails(const Activity& activity, std::size_t indent) {
-    const std::string margin(indent, ' ');
-    for (const std::string* const table :
-         {&activity.attributes, &activity.beginBody, &activity.endBody}) {
-        const std::string pairs = PairsOf(*table);
-        if (!pairs.empty()) {
-            m_out << margin << m_terminal.Paint(OnOneLine(pairs), Colour::Faint) << '\n';
+std::string TreePrinter::IndentOf(std::size_t level) {
+    return std::string(std::min(2 * level, deepestIndent), ' ');
+}
+
+TreePrinter::Columns TreePrinter::ColumnsFor(const std::vector<Row>& rows) const {
+    Columns columns{{{"activity", 8, 0, true, 0},
+                     {"elapsed", leastFigureWidth, 1, false, 0},
+                     {"exclusive", leastFigureWidth, 1, false, 6},
+                     {"self", leastFigureWidth, 1, false, 2},
+                     {"cpu", leastFigureWidth, 1, false, 3},
+                     {"memory", leastFigureWidth, 1, false, 5},
+                     {"threads", 7, 1, false, 7},
+                     {"process:thread", 15, 2, true, 4},
+                     {"time", barWidth, 2, true, 1}}};
+    std::size_t widestFigure = leastFigureWidth;
+    std::size_t widestOutcome = 0;
+    for (const Row& row : rows) {
+        columns[Name].width = std::max(columns[Name].width, TextWidth(row.cells[Name]));
+        for (const Place place : {Elapsed, Exclusive, Self, Cpu, Memory}) {
+            widestFigure = std::max(widestFigure, TextWidth(row.cells[place]));
+        }
+        widestOutcome = std::max(widestOutcome, TextWidth(row.outcome));
+    }
+    columns[Name].width = std::min(columns[Name].width, widestName);
+    for (const Place place : {Elapsed, Exclusive, Self, Cpu, Memory}) {
+        columns[place].width = widestFigure;
+    }
+    if (m_terminal.width == 0) {
+        return columns;
+    }
+    const auto total = [&] {
+        std::size_t sum = widestOutcome == 0 ? 0 : std::min(widestOutcome, leastOutcome) + 2;
+        for (const Column& column : columns) {
+            sum += column.isShown ? column.gap + column.width : 0;
+        }
+        return sum;
+    };
+    while (total() > m_terminal.width) {
+        const auto least =
+            std::max_element(columns.begin(), columns.end(), [](const Column& a, const Column& b) {
+                return (a.isShown ? a.rank : 0) < (b.isShown ? b.rank : 0);
+            });
+        if (!least->isShown || least->rank == 0) {
+            const std::size_t surplus = total() - m_terminal.width;
+            columns[Name].width -= std::min(surplus, columns[Name].width - 1);
+            break;
+        }
+        least->isShown = false;
+    }
+    return columns;
+}
+
+// Cut to what is left of the terminal behind `used` columns.
+std::string TreePrinter::Fitted(const std::string& text, std::size_t used) const {
+    if (m_terminal.width == 0 || used + TextWidth(text) <= m_terminal.width) {
+        return text;
+    }
+    return used >= m_terminal.width ? "" : FitLeft(text, m_terminal.width - used);
+}
+
+void TreePrinter::PrintLine(const Columns& columns, const Row& row) {
+    std::string text;
+    std::size_t used = 0;
+    const bool isPainted = !row.outcome.empty();
+    for (std::size_t index = 0; index < columnCount; ++index) {
+        const Column& column = columns[index];
+        if (column.isShown) {
+            const std::string cell = OnOneLine(row.cells[index]);
+            const std::string fitted =
+                column.isText ? FitLeft(cell, column.width) : FitRight(cell, column.width);
+            text.append(column.gap, ' ');
+            text += index == Time && !isPainted ? m_terminal.Paint(fitted, Colour::Cyan) : fitted;
+            used += column.gap + column.width;
         }
     }
-    for (const std::string& supplement : SupplementsOf(activity.endBody)) {
-        m_out << margin << m_terminal.Paint("* " + OnOneLine(supplement), Colour::Faint) << '\n';
+    const std::string outcome = isPainted ? Fitted("  " + OnOneLine(row.outcome), used) : "";
+    const std::string link =
+        row.link.empty() ? "" : Fitted("  " + row.link, used + TextWidth(outcome));
+    if (isPainted) {
+        text = m_terminal.Paint(text + outcome, row.colour);
+    }
+    m_out << text << (link.empty() ? "" : m_terminal.Paint(link, Colour::Faint)) << '\n';
+}
+
+void TreePrinter::PrintFaint(std::size_t indent, const std::string& text) {
+    m_out << std::string(indent, ' ')
+          << m_terminal.Paint(Fitted(OnOneLine(text), indent), Colour::Faint) << '\n';
+}
+
+void TreePrinter::PrintBelow(const Activity& activity,
+                             ActivityForest::Index index,
+                             std::size_t indent) {
+    if (m_options.showsAttributes) {
+        for (const std::string* const table :
+             {&activity.attributes, &activity.beginBody, &activity.endBody}) {
+            const std::string pairs = PairsOf(*table);
+            if (!pairs.empty()) {
+                PrintFaint(indent, pairs);
+            }
+        }
+        for (const std::string& supplement : SupplementsOf(activity.endBody)) {
+            PrintFaint(indent, "* " + supplement);
+        }
+    }
+    if (m_options.messages != nullptr) {
+        for (const Message& message : m_options.messages->Of(index)) {
+            PrintFaint(indent, "- " + MessageText(message, m_times));
+        }
     }
 }
 

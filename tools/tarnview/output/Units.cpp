@@ -65,6 +65,14 @@ std::string FormatBytes(double bytes) {
     return ThreeDigits(bytes, units[unit]);
 }
 
+std::string FormatCount(std::uint64_t count) {
+    std::string text = std::to_string(count);
+    for (std::size_t place = text.size(); place > 3; place -= 3) {
+        text.insert(place - 3, ",");
+    }
+    return text;
+}
+
 std::size_t TextWidth(std::string_view text) {
     std::size_t width = 0;
     while (!text.empty()) {

@@ -12,6 +12,9 @@ std::string FormatDuration(double seconds);
 /// For people: "512 B", "12.3 kB", "4.21 MB"; in steps of 1000.
 std::string FormatBytes(double bytes);
 
+/// "1,234,567"
+std::string FormatCount(std::uint64_t count);
+
 /// How many columns of a terminal UTF-8 text takes: two for a wide character, as Chinese ones.
 std::size_t TextWidth(std::string_view text);
 

@@ -92,13 +92,20 @@ void FollowedFile::ReadRest(Part& part, const LogScanner::OnLine& onLine) {
             onLine(*line, place);
         }
     }
+    if (const std::string fault = part.input.TakeFault(); !fault.empty()) {
+        m_problems.Report(ProblemKind::BrokenFile, {m_path, part.reader.Number()}, fault);
+    }
 }
 
 // Files that became full while nobody looked lie between the one that was read and the current one.
 void FollowedFile::ReadMissed(const LogScanner::OnLine& onLine) {
     for (std::size_t number = NumberOfMovedFile(); number > 1; --number) {
         try {
-            const std::unique_ptr<Part> missed = Open(PathOfFullFile(m_path, number - 1));
+            const auto path = FindFullFile(m_path, number - 1);
+            if (!path) {
+                continue;
+            }
+            const std::unique_ptr<Part> missed = Open(*path);
             ReadLines(*missed, onLine);
             ReadRest(*missed, onLine);
         } catch (const std::system_error&) {
@@ -109,10 +116,11 @@ void FollowedFile::ReadMissed(const LogScanner::OnLine& onLine) {
 
 std::size_t FollowedFile::NumberOfMovedFile() const {
     for (std::size_t number = 1; number < mostFullFiles; ++number) {
-        if (access(PathOfFullFile(m_path, number).c_str(), F_OK) != 0) {
+        const auto path = FindFullFile(m_path, number);
+        if (!path) {
             return 0;
         }
-        if (m_part->IsAt(PathOfFullFile(m_path, number))) {
+        if (m_part->IsAt(*path)) {
             return number;
         }
     }

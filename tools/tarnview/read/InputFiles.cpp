@@ -1,14 +1,18 @@
 #include "read/InputFiles.h"
 
+#include "read/Decompression.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -28,7 +32,8 @@ bool IsNumber(const std::string& text) {
 }
 
 // "a.3.log" is number 3 of "a.log", and "a.3" number 3 of "a".
-std::pair<std::string, std::size_t> SetAndNumber(const std::string& text) {
+std::pair<std::string, std::size_t> SetAndNumber(const std::string& name) {
+    const std::string text(WithoutCompressedEnding(name));
     const std::filesystem::path path(text);
     const std::filesystem::path folder = path.parent_path();
     const std::string extension = path.extension().string();
@@ -40,6 +45,14 @@ std::pair<std::string, std::size_t> SetAndNumber(const std::string& text) {
         return {(folder / path.stem().stem()).string() + extension, std::stoul(number.substr(1))};
     }
     return {text, 0};
+}
+
+// Of a file, from where it is read next; of what is no file nothing.
+std::optional<std::string_view> CompressionAt(int descriptor) {
+    char begin[signatureLength];
+    const off_t place = lseek(descriptor, 0, SEEK_CUR);
+    const ssize_t count = place < 0 ? 0 : pread(descriptor, begin, sizeof(begin), place);
+    return CompressionOf({begin, count > 0 ? static_cast<std::size_t>(count) : 0});
 }
 
 // The same file under two names is one file.
@@ -58,10 +71,24 @@ std::string LogOf(const std::string& path) {
     return SetAndNumber(path).first;
 }
 
-std::string PathOfFullFile(const std::string& path, std::size_t number) {
+std::optional<std::string> FindFullFile(const std::string& path, std::size_t number) {
     const std::filesystem::path file(path);
-    return (file.parent_path() / file.stem()).string() + "." + std::to_string(number) +
-           file.extension().string();
+    const std::string digits = "." + std::to_string(number);
+    const std::string names[] = {
+        (file.parent_path() / file.stem()).string() + digits + file.extension().string(),
+        path + digits};
+    for (const std::string& name : names) {
+        if (access(name.c_str(), F_OK) == 0) {
+            return name;
+        }
+        for (const std::string_view ending : compressedEndings) {
+            if (const std::string compressed = name + std::string(ending);
+                access(compressed.c_str(), F_OK) == 0) {
+                return compressed;
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool addsRotated) {
@@ -74,10 +101,12 @@ std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool
             order.push_back(set);
         }
         sets[set].push_back({number, path});
+        if (!addsRotated || number != 0 || path == standardInput) {
+            continue;
+        }
         std::size_t full = 1;
-        while (addsRotated && number == 0 && path != standardInput &&
-               access(PathOfFullFile(path, full).c_str(), F_OK) == 0) {
-            sets[set].push_back({full, PathOfFullFile(path, full)});
+        while (const auto found = FindFullFile(set, full)) {
+            sets[set].push_back({full, *found});
             ++full;
         }
     }
@@ -104,13 +133,68 @@ std::uint64_t TotalSize(const std::vector<std::string>& files) {
 
         const bool isKnown = file == standardInput ? fstat(STDIN_FILENO, &status) == 0
                                                    : stat(file.c_str(), &status) == 0;
-        if (!isKnown || !S_ISREG(status.st_mode)) {
+        if (!isKnown || !S_ISREG(status.st_mode) || IsCompressed(file)) {
             return 0;
         }
         total += static_cast<std::uint64_t>(status.st_size);
     }
     return total;
 }
+
+bool IsCompressed(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const bool isCompressed = descriptor != -1 && CompressionAt(descriptor).has_value();
+    if (descriptor != -1) {
+        close(descriptor);
+    }
+    return isCompressed;
+}
+
+/// Reads one end of a pipe while a thread writes to the other what it decompresses.
+class InputFile::Decompressor {
+public:
+    /// Takes `input`; `output` becomes what is to be read.
+    Decompressor(int input, int& output) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            const int error = errno;
+            close(input);
+            throw std::system_error(error, std::generic_category(), "pipe");
+        }
+        constexpr int pipeSize = 1 << 20;
+        fcntl(ends[1], F_SETPIPE_SZ, pipeSize);  // smaller ones work as well
+        output = ends[0];
+        m_thread = std::thread([this, input, target = ends[1]] {
+            // Whoever reads may have enough: that is no reason to end the program.
+            sigset_t pipeSignal;
+            sigemptyset(&pipeSignal);
+            sigaddset(&pipeSignal, SIGPIPE);
+            pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+            m_fault = Decompress(input, target);
+            close(target);
+            close(input);
+        });
+    }
+
+    /// The end that is read must be at its end, or closed.
+    ~Decompressor() {
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
+    Decompressor(const Decompressor&) = delete;
+    Decompressor& operator=(const Decompressor&) = delete;
+
+    std::string TakeFault() {
+        m_thread.join();
+        return std::move(m_fault);
+    }
+
+private:
+    std::thread m_thread;
+    std::string m_fault;
+};
 
 InputFile::InputFile(const std::string& path)
     : m_descriptor(path == standardInput ? dup(STDIN_FILENO)
@@ -125,6 +209,16 @@ InputFile::InputFile(const std::string& path)
         throw std::system_error(EISDIR, std::generic_category(), path);
     }
     posix_fadvise(m_descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    const auto compression = CompressionAt(m_descriptor);
+    if (compression && !IsReadable(*compression)) {
+        close(m_descriptor);
+        throw std::system_error(std::make_error_code(std::errc::not_supported),
+                                path + " is compressed with " + std::string(*compression));
+    }
+    // What is not a file cannot be looked at without taking from it.
+    if (compression || !S_ISREG(status.st_mode)) {
+        m_decompressor = std::make_unique<Decompressor>(m_descriptor, m_descriptor);
+    }
 }
 
 InputFile::~InputFile() {
@@ -133,11 +227,17 @@ InputFile::~InputFile() {
     }
 }
 
+std::string InputFile::TakeFault() {
+    return m_decompressor == nullptr ? "" : m_decompressor->TakeFault();
+}
+
 InputFile::InputFile(InputFile&& other) noexcept
-    : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    : m_descriptor(std::exchange(other.m_descriptor, -1)),
+      m_decompressor(std::move(other.m_decompressor)) {}
 
 InputFile& InputFile::operator=(InputFile&& other) noexcept {
     std::swap(m_descriptor, other.m_descriptor);
+    std::swap(m_decompressor, other.m_decompressor);
     return *this;
 }
 

@@ -35,10 +35,10 @@ void WriteAll(int descriptor, const char* data, std::size_t size) {
     }
 }
 
-bool IsRegularFile(int descriptor) {
+bool IsRegularFile(const std::string& path) {
     struct stat status {};
 
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -111,14 +111,14 @@ LogScanner::LogScanner(std::vector<std::string> files, Problems& problems, OnByt
       m_problems(problems),
       m_onBytes(std::move(onBytes)) {}
 
-void LogScanner::AllowSecondPass() {
+void LogScanner::AllowAnotherPass() {
     m_isReadTwice = true;
 }
 
 void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
     LineParser parser(options);
     m_lines = 0;
-    m_bytesBefore = m_bytes;
+    m_bytesBefore += m_bytes;
     m_bytes = 0;
     for (const std::string& file : m_files) {
         ScanFile(file, parser, onLine);
@@ -130,7 +130,7 @@ void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
 }
 
 void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnLine& onLine) {
-    const InputFile input = Open(file);
+    InputFile input = Open(file);
     const std::string_view name = file == standardInput ? "<stdin>" : std::string_view(file);
     Problems* const problems = m_isFirstPass ? &m_problems : nullptr;
     LineReader reader(input.Descriptor());
@@ -141,6 +141,9 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
         if (const LogLine* const line = examiner.Examine(reader.Text(), place)) {
             hasALog = true;
             if (m_isFirstPass) {
+                if (line->time != 0 && (m_firstTime == 0 || line->time < m_firstTime)) {
+                    m_firstTime = line->time;
+                }
                 m_numbers.Take(*line, place);
             }
             onLine(*line, place);
@@ -173,7 +176,13 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
             take();
         }
     }
-    if (m_isFirstPass && !hasALog && reader.BytesRead() != 0) {
+    const auto copyFault = m_copyFaults.find(file);
+    const std::string fault =
+        copyFault == m_copyFaults.end() ? input.TakeFault() : copyFault->second;
+    if (!fault.empty() && problems != nullptr) {
+        problems->Report(ProblemKind::BrokenFile, {name, reader.Number()}, fault);
+    }
+    if (m_isFirstPass && !hasALog && (reader.BytesRead() != 0 || !fault.empty())) {
         m_filesWithoutALog.emplace_back(name);
     }
 }
@@ -182,10 +191,11 @@ InputFile LogScanner::Open(const std::string& file) {
     const auto known = m_copies.find(file);
     if (known == m_copies.end()) {
         InputFile input(file);
-        if (!m_isReadTwice || (file != standardInput && IsRegularFile(input.Descriptor()))) {
+        if (!m_isReadTwice || (file != standardInput && IsRegularFile(file))) {
             return input;
         }
         m_copies.emplace(file, CopyOf(input));
+        m_copyFaults.emplace(file, input.TakeFault());
         return Open(file);
     }
     const std::string path = "/proc/self/fd/" + std::to_string(known->second.Descriptor());

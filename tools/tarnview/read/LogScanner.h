@@ -27,9 +27,9 @@ public:
     /// `problems` must live as long as the scanner.
     LogScanner(std::vector<std::string> files, Problems& problems, OnBytes onBytes = {});
 
-    /// To be called before the first pass if there is to be a second: what cannot be read again, as
+    /// To be called before the first pass if there are to be more: what cannot be read again, as
     /// a pipe, is copied to a temporary file then.
-    void AllowSecondPass();
+    void AllowAnotherPass();
 
     /// Throws `std::system_error` naming the file if one cannot be read.
     void Scan(const ParserOptions& options, const OnLine& onLine);
@@ -37,6 +37,9 @@ public:
     const std::vector<std::string>& Files() const { return m_files; }
 
     std::uint64_t Lines() const { return m_lines; }
+
+    /// The earliest time of a line in the first pass; 0 if no line has one.
+    Microseconds FirstTime() const { return m_firstTime; }
 
     std::uint64_t Bytes() const { return m_bytes; }
 
@@ -53,15 +56,17 @@ private:
 
     std::vector<std::string> m_files;
     std::map<std::string, InputFile> m_copies;
+    std::map<std::string, std::string> m_copyFaults;  // of what was copied
     Problems& m_problems;
     OnBytes m_onBytes;
     LineNumbers m_numbers;
     std::vector<std::string> m_filesWithoutALog;
     bool m_isReadTwice = false;
     bool m_isFirstPass = true;
+    Microseconds m_firstTime = 0;
     std::uint64_t m_lines = 0;
     std::uint64_t m_bytes = 0;
-    std::uint64_t m_bytesBefore = 0;  // of the first pass, during the second
+    std::uint64_t m_bytesBefore = 0;  // of the passes before this one
 };
 
 /// Turns raw lines into log lines, and reports what is wrong with them and with the order of their

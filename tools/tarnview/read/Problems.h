@@ -23,6 +23,7 @@ enum class ProblemKind {
     UnreadableLine,
     LongLine,
     CutLine,
+    BrokenFile,
     LostLines,
     MissingLines,
     DuplicateField,
@@ -33,11 +34,12 @@ enum class ProblemKind {
     SponsorCycle,
     ClockJump,
     DeadProcess,
+    Crash,
     Figures,
     NeverEnded,
 };
 
-inline constexpr std::size_t problemKinds = 15;
+inline constexpr std::size_t problemKinds = 17;
 
 /// The word by which options name the kind.
 std::string_view WordFor(ProblemKind kind);

@@ -51,6 +51,43 @@ TEST_F(CheckCommandTest, AWholeLogIsWhole) {
     EXPECT_THAT(Errors(), IsEmpty());
 }
 
+TEST_F(CheckCommandTest, AsJsonTheSummaryIsOneObject) {
+    CheckOptions options;
+    options.input.files = SampleLogs();
+    options.isJson = true;
+
+    EXPECT_EQ(RunCheck(options, Streams()), exitNegative);
+
+    EXPECT_EQ(Output(),
+              R"({"whole":false,"numbered":false,"lines":16,"activities":7,"failed":1,)"
+              R"("never_ended":1,"messages":1,"problems":{"never-ended":1}})"
+              "\n");
+}
+
+TEST_F(CheckCommandTest, WithAConditionOnlyWhatFitsIsCounted) {
+    CheckOptions options;
+    options.input.files = SampleLogs();
+    options.filter.where = Expression("name == 'lookup'");
+
+    EXPECT_EQ(RunCheck(options, Streams()), exitSuccess) << "what never ended has another name";
+
+    EXPECT_THAT(Output(), HasSubstr("16 lines, 1 activities, 1 failed, 0 never ended"));
+}
+
+TEST_F(CheckCommandTest, ACrashIsNamedWithItsLastWords) {
+    const std::string log = Write(
+        "a.log",
+        R"({"time":"2026-03-01T10:00:10Z","message":"Crashed by SIGABRT on thread 1; open scopes: load 4 ms","pid":7})"
+        "\n");
+
+    EXPECT_EQ(Check({log}), exitNegative);
+
+    EXPECT_THAT(Output(), HasSubstr("1 process that crashed (crash)\n"));
+    EXPECT_THAT(Errors(),
+                HasSubstr("a.log:1: process that crashed: process 7: Crashed by SIGABRT on thread "
+                          "1; open scopes: load 4 ms\n"));
+}
+
 TEST_F(CheckCommandTest, WhatNeverEndedIsNamed) {
     EXPECT_EQ(Check(SampleLogs()), exitNegative);
 

@@ -65,12 +65,9 @@ protected:
 TEST_F(OpenCommandTest, WhatWasRunningWhenTheLogEndedIsShownLongestFirst) {
     EXPECT_EQ(Open(Running()),
               "2026-03-01T10:00:10.000000Z  2 running\n"
-              "        for  activity  process:thread   user        id                            "
-              "        within\n"
-              "     10.0 s  request   7:8              ada         A                             "
-              "        \n"
-              "     4.00 s  query     7:9              ada         B                             "
-              "        request\n");
+              "   for  activity  process:thread  user  id  within\n"
+              "10.0 s  request   7:8             ada   A\n"
+              "4.00 s  query     7:9             ada   B   request\n");
     EXPECT_THAT(Errors(), IsEmpty());
 }
 
@@ -162,6 +159,77 @@ TEST_F(OpenCommandTest, FiltersChooseWhatIsShown) {
     EXPECT_THAT(Open(options), HasSubstr("0 running"));
 }
 
+TEST_F(OpenCommandTest, ACrashedProcessIsGoneAndItsLastWordsAreShown) {
+    const std::string words =
+        "Crashed by SIGSEGV on thread 8; open scopes: parse 12.3 ms, request 10 s";
+    OpenOptions options;
+    options.input.files = {
+        Write("a.log",
+              LineText{.name = "request", .id = "A", .process = 7, .thread = 8}.ToString() + "\n" +
+                  R"({"time":"2026-03-01T10:00:10Z","severity":"fatal","message":")" + words +
+                  R"(","pid":7,"tid":9})" + "\n")};
+
+    const std::string table = Open(options);
+
+    EXPECT_THAT(table, HasSubstr("  0 running, 1 of processes that are gone\n"));
+    EXPECT_THAT(
+        table,
+        HasSubstr("\nprocess 7 is gone, its last line is of 2026-03-01T10:00:10.000000Z\n  " +
+                  words + "\n"));
+    EXPECT_THAT(table, HasSubstr("\n10.0 s  request "));
+    EXPECT_THAT(Errors(), HasSubstr("a.log:2: process that crashed: process 7: " + words));
+}
+
+TEST_F(OpenCommandTest, AProcessThatGoesOnAfterACrashIsNotGone) {
+    OpenOptions options;
+    options.input.files = {Write(
+        "a.log",
+        LineText{.name = "request", .id = "A", .process = 7}.ToString() + "\n" +
+            R"({"time":"2026-03-01T10:00:10Z","message":"Crashed by SIGFPE on thread 1","pid":7})"
+            "\n" +
+            LineText{.name = "later", .id = "B", .milliseconds = 40'000, .process = 7}.ToString() +
+            "\n")};
+
+    EXPECT_THAT(Open(options), HasSubstr("  2 running\n"));
+}
+
+TEST_F(OpenCommandTest, AConditionChoosesWhatIsShown) {
+    OpenOptions options = Running();
+    options.filter.where = Expression("tid == 9");
+
+    const std::string table = Open(options);
+
+    EXPECT_THAT(table, HasSubstr("1 running"));
+    EXPECT_THAT(table, HasSubstr("query"));
+}
+
+TEST_F(OpenCommandTest, AsJsonARowHasPlainNumbersAndTheStateOfItsProcess) {
+    OpenOptions options = Running();
+    options.format = TableFormat::Json;
+
+    EXPECT_EQ(Open(options),
+              R"({"for_seconds":10.000000,"name":"request","pid":7,"tid":8,"user":"ada","id":"A",)"
+              R"("within":"","begin":"2026-03-01T10:00:00.000000Z","state":"running",)"
+              R"("last_line":"2026-03-01T10:00:10.000000Z"})"
+              "\n"
+              R"({"for_seconds":4.000000,"name":"query","pid":7,"tid":9,"user":"ada","id":"B",)"
+              R"("within":"request","begin":"2026-03-01T10:00:06.000000Z","state":"running",)"
+              R"("last_line":"2026-03-01T10:00:10.000000Z"})"
+              "\n");
+}
+
+TEST_F(OpenCommandTest, RowsFitTheTerminal) {
+    OpenOptions options = Running();
+    Streams().terminal.width = 30;
+
+    std::istringstream table(Open(options));
+    std::string line;
+    std::getline(table, line);
+    while (std::getline(table, line)) {
+        EXPECT_LE(line.size(), 30U) << line;
+    }
+}
+
 TEST_F(OpenCommandTest, ALogWithoutActivitiesHasNone) {
     OpenOptions options;
     options.input.files = {Write("a.log", "")};
@@ -171,10 +239,8 @@ TEST_F(OpenCommandTest, ALogWithoutActivitiesHasNone) {
 
 TEST_F(OpenCommandTest, FollowingPrintsATableForEachUpdate) {
     OpenOptions options = Running();
-    options.isFollowing = true;
     options.silentAfter = 1e9;
-    options.interval = std::chrono::milliseconds(1);
-    options.updates = 3;
+    options.follow = {.isFollowing = true, .interval = std::chrono::milliseconds(1), .updates = 3};
 
     const std::string tables = Open(options);
 

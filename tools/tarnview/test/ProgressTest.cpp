@@ -43,7 +43,7 @@ TEST_F(ProgressTest, TheBarSaysTheShareTheRateAndTheRest) {
 
 TEST_F(ProgressTest, ASecondPassCountsOnFromTheFirst) {
     Progress progress(m_out, true, 400 * megabyte);
-    progress.ExpectSecondPass();
+    progress.ExpectAnotherPass();
 
     const std::string bar = After(seconds(10), 500 * megabyte, progress);
 

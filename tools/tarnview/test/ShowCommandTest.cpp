@@ -2,6 +2,8 @@
 
 #include "LogFixture.h"
 
+#include <nlohmann/json.hpp>
+
 #include <gmock/gmock.h>
 
 namespace tarnview {
@@ -17,6 +19,30 @@ protected:
 };
 
 constexpr const char* idStart = "00000000-0000-4000-8000-00000000000";
+
+TEST_F(ShowCommandTest, AsJsonItIsOneObjectOfPlainNumbers) {
+    ShowOptions options{{SampleLogs()}, std::string(idStart) + "2"};
+    options.isJson = true;
+
+    ASSERT_EQ(RunShow(options, Streams()), exitSuccess);
+
+    const nlohmann::json activity = nlohmann::json::parse(Output());
+    EXPECT_EQ(activity["name"], "price");
+    EXPECT_EQ(activity["parent"], std::string(idStart) + "1");
+    EXPECT_EQ(activity["elapsed_seconds"], 0.02);
+    EXPECT_EQ(activity["memory_bytes"], 200);
+    EXPECT_EQ(activity["body_begin"]["items"], 3);
+    EXPECT_FALSE(activity.contains("level"));
+}
+
+TEST_F(ShowCommandTest, AConditionChoosesAmongThoseWhoseIdsBeginSo) {
+    ShowOptions options{{SampleLogs()}, idStart};
+    options.filter.where = Expression("name == 'price'");
+
+    EXPECT_EQ(RunShow(options, Streams()), exitSuccess);
+
+    EXPECT_EQ(Output().rfind("price\n", 0), 0U);
+}
 
 TEST_F(ShowCommandTest, AllThatIsKnownIsShown) {
     ASSERT_EQ(Show(std::string(idStart) + "2"), exitSuccess);

@@ -48,6 +48,41 @@ sweep         0       0      0      1
     EXPECT_THAT(Errors(), IsEmpty());
 }
 
+TEST_F(TopCommandTest, TheTableFitsTheTerminalAndKeepsWhatMattersMost) {
+    for (const std::size_t width : {40U, 80U, 100U, 130U}) {
+        Streams().terminal.width = width;
+        const std::size_t before = Output().size();
+
+        RunTop(Sample(), Streams());
+
+        std::istringstream table(Output().substr(before));
+        std::string line;
+        std::getline(table, line);
+        EXPECT_THAT(line, HasSubstr("name"));
+        EXPECT_THAT(line, HasSubstr("count"));
+        EXPECT_THAT(line, HasSubstr("total"));
+        do {
+            EXPECT_LE(line.size(), width) << line;
+        } while (std::getline(table, line));
+    }
+}
+
+TEST_F(TopCommandTest, FollowingCountsWhatHasBeenWrittenMeanwhileAndEachOnce) {
+    TopOptions options;
+    options.input.files = {Write("a.log",
+                                 {{.name = "load", .id = "A"},
+                                  {.phase = "end", .name = "load", .id = "A", .elapsed = 0},
+                                  {.name = "load", .id = "B"}})};
+    options.format = TopFormat::Csv;
+    options.follow = {.isFollowing = true, .interval = std::chrono::milliseconds(1), .updates = 2};
+
+    const std::string tables = Top(options);
+
+    const std::string row = "\nload,1,0,0,1,";
+    EXPECT_THAT(tables, HasSubstr(row));
+    EXPECT_NE(tables.find(row), tables.rfind(row)) << "a table for each update, the same";
+}
+
 // Five requests, each with 400 lookups of 604 us and 400 steps of 20 us: of all that the log itself
 // has 0 ms, and the requests' whole time as exclusive.
 TEST_F(TopCommandTest, TimesAreMicrosecondsWhateverTheLogCutsOff) {
