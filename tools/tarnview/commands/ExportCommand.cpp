@@ -22,6 +22,9 @@ int RunExport(const ExportOptions& options, Context& context) {
         case ExportFormat::Folded:
             ExportFolded(forest, options.weight, context.out);
             break;
+        case ExportFormat::Pprof:
+            ExportPprof(forest, context.out);
+            break;
     }
     SayWhatIsGuessed(forest, context);
     return input.Finish();

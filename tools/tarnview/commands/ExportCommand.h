@@ -9,7 +9,7 @@
 
 namespace tarnview {
 
-enum class ExportFormat { Chrome, Speedscope, Otlp, Folded };
+enum class ExportFormat { Chrome, Speedscope, Otlp, Folded, Pprof };
 
 struct ExportOptions {
     InputOptions input;

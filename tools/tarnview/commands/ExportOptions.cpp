@@ -48,10 +48,11 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
                             {{"chrome", ExportFormat::Chrome},
                              {"speedscope", ExportFormat::Speedscope},
                              {"otlp", ExportFormat::Otlp},
-                             {"folded", ExportFormat::Folded}},
+                             {"folded", ExportFormat::Folded},
+                             {"pprof", ExportFormat::Pprof}},
                             "FORMAT",
-                            "chrome (trace-event JSON), speedscope, otlp (JSON lines) or folded "
-                            "(stacks)");
+                            "chrome (trace-event JSON), speedscope, otlp (JSON lines), folded "
+                            "(stacks) or pprof");
     command.get_option("--to")->required();
     AddChoice<FoldedWeight>(command,
                             "--weight",

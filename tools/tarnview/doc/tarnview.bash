@@ -23,7 +23,7 @@ _tarnview() {
     fi
     local words=
     case $previous in
-        --to) words="chrome speedscope otlp folded" ;;
+        --to) words="chrome speedscope otlp folded pprof" ;;
         --weight) words="time cpu memory" ;;
         --color) words="auto always never" ;;
         --by | --label) words=$fields ;;

@@ -142,7 +142,7 @@ _tarnview() {
         report) its=($filters $slowest) ;;
         export)
             its=($filters $slowest
-                '--to[the format]:format:(chrome speedscope otlp folded)'
+                '--to[the format]:format:(chrome speedscope otlp folded pprof)'
                 '--weight[of folded stacks]:weight:(time cpu memory)'
                 '--service[of otlp\: service.name]:name:')
             ;;

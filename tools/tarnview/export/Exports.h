@@ -26,6 +26,11 @@ void ExportOtlp(const ActivityForest& forest, const std::string& service, std::o
 /// lies deeper belongs to the last that is in.
 inline constexpr std::size_t deepestStack = 1000;
 
+/// A profile of pprof, compressed with gzip: for each stack of names how many activities there
+/// were, the time in which none of their children ran, exclusive processor time and exclusive
+/// memory. Throws `std::runtime_error` if it cannot be compressed.
+void ExportPprof(const ActivityForest& forest, std::ostream& out);
+
 enum class FoldedWeight { Time, Cpu, Memory };
 
 /// A line for each stack of names: "serve;query;read 1234". The weight is the exclusive one, in

@@ -2,6 +2,7 @@
 #include "commands/ExportCommand.h"
 #include "export/Exports.h"
 #include "export/ThreadLanes.h"
+#include "read/InputFiles.h"
 
 #include <algorithm>
 #include <iterator>
@@ -9,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -445,6 +447,115 @@ TEST_F(ExportTest, FoldedStacksHaveTheTimesInWhichNoChildRan) {
               "order;audit 40000\n"
               "order;price 20000\n"
               "refund 5000\n");
+}
+
+// Reads the wire form of protocol buffers: the fields of a message, with numbers or texts.
+class WireReader {
+public:
+    struct Field {
+        std::uint64_t number = 0;
+        std::uint64_t value = 0;
+        std::string text{};
+    };
+
+    explicit WireReader(std::string text) : m_text(std::move(text)) {}
+
+    std::vector<Field> Fields() {
+        std::vector<Field> fields;
+        while (m_place < m_text.size()) {
+            const std::uint64_t key = Varint();
+            Field field{key >> 3U};
+            if ((key & 7U) == 0) {
+                field.value = Varint();
+            } else {
+                const std::uint64_t length = Varint();
+                field.text = m_text.substr(m_place, length);
+                m_place += length;
+            }
+            fields.push_back(field);
+        }
+        return fields;
+    }
+
+    std::vector<std::uint64_t> Numbers() {
+        std::vector<std::uint64_t> numbers;
+        while (m_place < m_text.size()) {
+            numbers.push_back(Varint());
+        }
+        return numbers;
+    }
+
+private:
+    std::uint64_t Varint() {
+        std::uint64_t value = 0;
+        for (unsigned shift = 0; m_place < m_text.size(); shift += 7) {
+            const auto byte = static_cast<unsigned char>(m_text[m_place++]);
+            value |= std::uint64_t{byte & 0x7FU} << shift;
+            if ((byte & 0x80U) == 0) {
+                break;
+            }
+        }
+        return value;
+    }
+
+    std::string m_text;
+    std::size_t m_place = 0;
+};
+
+std::string Decompressed(const std::string& path) {
+    const InputFile input(path);
+    std::string text;
+    char buffer[4096];
+    ssize_t count = 0;
+    while ((count = read(input.Descriptor(), buffer, sizeof(buffer))) > 0) {
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+TEST_F(ExportTest, PprofHasTheFiguresOfEachStackTheInnermostNameFirst) {
+    const std::string profile = Decompressed(Write("profile.pb.gz", Export(ExportFormat::Pprof)));
+
+    std::vector<std::string> texts;
+    std::map<std::uint64_t, std::string> names;
+    std::vector<WireReader::Field> samples;
+    std::vector<WireReader::Field> functions;
+    for (const WireReader::Field& field : WireReader(profile).Fields()) {
+        if (field.number == 6) {
+            texts.push_back(field.text);
+        } else if (field.number == 2) {
+            samples.push_back(field);
+        } else if (field.number == 5) {
+            functions.push_back(field);
+        }
+    }
+    for (const WireReader::Field& function : functions) {
+        const auto fields = WireReader(function.text).Fields();
+        names[fields[0].value] = texts[fields[1].value];
+    }
+    std::map<std::string, std::vector<std::uint64_t>> stacks;
+    for (const WireReader::Field& sample : samples) {
+        const auto fields = WireReader(sample.text).Fields();
+        std::string stack;
+        for (const std::uint64_t location : WireReader(fields[0].text).Numbers()) {
+            stack += (stack.empty() ? "" : " < ") + names[location];
+        }
+        stacks[stack] = WireReader(fields[1].text).Numbers();
+    }
+
+    EXPECT_EQ(texts[0], "");
+    EXPECT_THAT(stacks["lookup < stock < ask < order"],
+                ElementsAre(1U, 20'000'000U, 500'000U, 70U));
+    EXPECT_THAT(stacks["price < order"], ElementsAre(1U, 20'000'000U, 2'000'000U, 200U));
+    EXPECT_THAT(stacks["sweep"], ElementsAre(1U, 0U, 0U, 0U)) << "it never ended";
+    EXPECT_THAT(stacks, SizeIs(8));
+}
+
+TEST_F(ExportTest, TheSameLogMakesTheSameProfile) {
+    const std::string first = Export(ExportFormat::Pprof);
+
+    EXPECT_EQ(Export(ExportFormat::Pprof), first + first);
+    EXPECT_EQ(first.substr(4, 4), std::string(4, '\0')) << "no time of its making";
 }
 
 TEST_F(ExportTest, ASemicolonInANameDoesNotPartTheStack) {
