@@ -6,7 +6,7 @@ const data = JSON.parse(document.getElementById("data").textContent);
 const rows = data.activities.map((r, index) => ({
   index, id: r[0], name: data.texts[r[1]], parent: r[2], lane: r[3], level: r[4], begin: r[5],
   length: r[6], exclusive: r[7], cpu: r[8], memory: r[9], result: data.texts[r[10]],
-  detail: data.texts[r[11]], more: r[12], state: r[13], cpuAll: r[14], memoryAll: r[15],
+  detail: data.texts[r[11]], texts: [r[1], r[10], r[11], ...Object.values(r[12])], more: r[12], state: r[13], cpuAll: r[14], memoryAll: r[15],
   self: r[16], children: []}));
 for (const row of rows) if (row.parent >= 0) rows[row.parent].children.push(row.index);
 for (const row of rows) row.children.sort((a, b) => rows[a].begin - rows[b].begin);
@@ -26,8 +26,41 @@ function rounded(number, digits) {
 function duration(us) {
   if (Math.abs(us) < 999.5) return Math.round(us) + " us";
   if (Math.abs(us) < 999.5e3) return rounded(us / 1e3, 3) + " ms";
-  return rounded(us / 1e6, 4) + " s";
+  if (Math.abs(us) < 600e6) return rounded(us / 1e6, 4) + " s";
+  const sign = us < 0 ? "-" : "", seconds = Math.round(Math.abs(us) / 1e6);
+  const parts = seconds < 3600 ? [Math.floor(seconds / 60), "min", seconds % 60, "s"]
+    : seconds < 172800 ? [Math.floor(seconds / 3600), "h", Math.floor(seconds / 60) % 60, "min"]
+    : [Math.floor(seconds / 86400), "d", Math.floor(seconds / 3600) % 24, "h"];
+  return sign + parts.join(" ");
 }
+
+// Times of day, in UTC or as the clock of the reader's system shows them. A date has milliseconds
+// only, so that the rest of the second is kept apart.
+const base = {seconds: Math.floor(Date.parse(data.base) / 1000), micros: Number(data.base.slice(20, 26))};
+let clock = "utc";
+function timeOfDay(us, decimals = 6) {
+  const micros = base.micros + us, whole = Math.floor(micros / 1e6);
+  const date = new Date((base.seconds + whole) * 1000);
+  const two = number => String(number).padStart(2, "0");
+  const text = clock === "utc" ? date.toISOString().slice(11, 19)
+    : [date.getHours(), date.getMinutes(), date.getSeconds()].map(two).join(":");
+  return decimals === 0 ? text
+    : `${text}.${String(Math.floor(micros - whole * 1e6)).padStart(6, "0").slice(0, decimals)}`;
+}
+function day(us) {
+  const date = new Date(Date.parse(data.base) + us / 1000);
+  const two = number => String(number).padStart(2, "0");
+  return clock === "utc" ? date.toISOString().slice(0, 10)
+    : [date.getFullYear(), two(date.getMonth() + 1), two(date.getDate())].join("-");
+}
+/** As the log has it. */
+function isoTime(us) {
+  const micros = base.micros + us, whole = Math.floor(micros / 1e6);
+  return new Date((base.seconds + whole) * 1000).toISOString().slice(0, 19) + "." +
+    String(micros - whole * 1e6).padStart(6, "0") + "Z";
+}
+/** When something began: the time of day, or how long after the first activity. */
+const moment = us => clock === "relative" ? "+" + duration(us) : timeOfDay(us);
 function bytes(count) {
   const units = ["B", "kB", "MB", "GB", "TB"];
   let unit = 0;

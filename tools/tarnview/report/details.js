@@ -24,7 +24,8 @@ function choose(index, isRevealed) {
   line(list, "elapsed", isOpen(row) ? "until the log ends " + duration(row.length)
                                     : `${duration(row.length)}, exclusive ${duration(row.exclusive)}, ` +
                                       `itself ${duration(row.self)}`);
-  line(list, "begin", `${duration(row.begin)} after the first`);
+  line(list, "begin", `${day(row.begin)} ${timeOfDay(row.begin)}${clock === "local" ? " local" : " UTC"}, ` +
+                      `${duration(row.begin)} after the first`);
   if (row.cpuAll !== null) {
     line(list, "cpu", `${duration(row.cpuAll)}, exclusive ${duration(row.cpu)}`);
   }
@@ -41,6 +42,7 @@ function choose(index, isRevealed) {
   if (row.children.length > most) children.push(`and ${row.children.length - most} more`);
   line(list, "children", children.length ? children : "none");
   element("details").replaceChildren(list);
+  drawRequest(row);
   if (isRevealed) reveal(row); else drawTimeline();
 }
 
@@ -53,11 +55,15 @@ function step(key) {
   if (next >= 0) choose(next, true);
 }
 
+let lowerTexts = null;
+const byBegin = rows.map(row => row.index).sort((a, b) => rows[a].begin - rows[b].begin);
 function find() {
   const text = element("search").value.toLowerCase();
-  foundList = text ? rows.filter(row => row.name.toLowerCase().includes(text) ||
-                                        row.id.toLowerCase().startsWith(text))
-                         .sort((a, b) => a.begin - b.begin).map(row => row.index) : [];
+  // Each text is looked at once, however many activities it stands in.
+  lowerTexts ??= data.texts.map(it => it.toLowerCase());
+  const hits = lowerTexts.map(it => it.includes(text));
+  foundList = text ? byBegin.filter(index => rows[index].texts.some(it => hits[it]) ||
+                                             rows[index].id.toLowerCase().startsWith(text)) : [];
   found = new Set(foundList);
   at = -1;
   element("hits").textContent = text ? foundList.length + " found" : "";

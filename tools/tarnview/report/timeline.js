@@ -34,14 +34,19 @@ function drawAxis(context, width, height) {
   const rough = Math.max(span * 100 / room, 1), power = 10 ** Math.floor(Math.log10(rough));
   const step = [1, 2, 5, 10].find(it => it * power >= rough) * power;
   const [unit, name] = view.to >= 1e6 ? [1e6, "s"] : view.to >= 1e3 ? [1e3, "ms"] : [1, "us"];
-  const digits = Math.max(0, Math.round(Math.log10(unit) - Math.floor(Math.log10(step))));
-  for (let time = Math.ceil(view.from / step) * step; time <= view.to; time += step) {
+  const isRelative = clock === "relative";
+  const digits = Math.max(0, Math.round(Math.log10(isRelative ? unit : 1e6) - Math.floor(Math.log10(step))));
+  // Round times of the clock are round ones after the first only by chance.
+  const shift = isRelative ? 0 : base.micros % step;
+  const first = Math.ceil((view.from + shift) / step) * step - shift;
+  for (let time = first; time <= view.to; time += step) {
     const x = labelWidth + (time - view.from) / span * room;
     context.fillStyle = style("--line");
     context.fillRect(Math.round(x), axisHeight - 4, 1, height);
     context.fillStyle = style("--faint");
     if (x + 50 < width) {
-      context.fillText(`${(time / unit).toFixed(time ? digits : 0)} ${name}`, x + 3, axisHeight / 2);
+      context.fillText(isRelative ? `${(time / unit).toFixed(time ? digits : 0)} ${name}`
+                                  : timeOfDay(Math.round(time), digits), x + 3, axisHeight / 2);
     }
   }
 }
@@ -62,6 +67,7 @@ function drawLane(context, lane, top, width, scale, ink, mark) {
     const y = top + row.level * rowHeight;
     box(context, left, y, right - left, rowHeight, row.name,
         colour(row.name, row.state, wide < 4), row.state === 1 ? "#fff" : ink);
+    if (row.state > 1 && right - left > 3) hatch(context, left, y, right - left, row.state, ink);
     if (isMarked) marked.push([row.index === chosen ? ink : mark, left, y, right - left]);
     ++drawn;
   }
@@ -71,6 +77,24 @@ function drawLane(context, lane, top, width, scale, ink, mark) {
     context.strokeRect(x + 1, y + 1, Math.max(wide - 2, 1), rowHeight - 3);
   }
   return drawn;
+}
+
+// What terminated early has a dashed edge, what never ended an open one: not told by colour alone.
+function hatch(context, x, y, width, state, ink) {
+  context.strokeStyle = ink;
+  context.lineWidth = 1;
+  context.setLineDash(state === 2 ? [4, 3] : []);
+  context.beginPath();
+  if (state === 2) {
+    context.rect(x + 0.5, y + 0.5, width - 1, rowHeight - 2);
+  } else {
+    for (const top of [y + 0.5, y + rowHeight - 1.5]) { context.moveTo(x, top); context.lineTo(x + width, top); }
+    context.moveTo(x + width - 5, y + 3);
+    context.lineTo(x + width - 1, y + rowHeight / 2);
+    context.lineTo(x + width - 5, y + rowHeight - 4);
+  }
+  context.stroke();
+  context.setLineDash([]);
 }
 
 function drawTimeline() {
@@ -100,6 +124,7 @@ function drawTimeline() {
   }
   context.restore();
   canvas.dataset.drawn = drawn;
+  followView();
   canvas.dataset.from = view.from;
   canvas.dataset.span = view.to - view.from;
 }

@@ -113,12 +113,86 @@ async function showsTables() {
   assert.equal((await table())[0][0], [...memory].sort((a, b) => b[1] - a[1])[0][0]);
   assert.equal(await browser.evaluate(`document.querySelector("#top th[aria-sort]").innerText`), "memory");
 
-  const list = await browser.evaluate(`document.querySelectorAll("#failures tbody tr").length`);
-  assert.equal(list, failed.length + early.length + activities.length - ended.length);
-  await browser.evaluate(`document.querySelector("#failures tbody tr").focus()`);
+  // Groups of failures, each with its number, which open to their members.
+  const kinds = await browser.evaluate(
+    `[...document.querySelectorAll("#failures .kind")].map(row => [...row.cells].map(it => it.innerText))`);
+  const bad = activities.filter(it => it.result !== "ok");
+  assert.equal(kinds.reduce((sum, it) => sum + Number(it[0].replace(/\D/g, "")), 0), bad.length);
+  assert.ok(kinds.length < bad.length, "nothing is grouped");
+  await browser.evaluate(`document.querySelector("#failures .kind button").focus()`);
   await browser.press("Enter");
-  const first = activities.filter(it => it.result !== "ok").sort((a, b) => a.begin - b.begin)[0];
-  await assertDetailsOf(first);
+  const [, name, result] = kinds[0];
+  const members = await browser.evaluate(`document.querySelectorAll("#failures tr[data-index]").length`);
+  assert.equal(members, Number(kinds[0][0].replace(/\D/g, "")));
+  await browser.evaluate(`document.querySelector("#failures tr[data-index]").focus()`);
+  await browser.press("Enter");
+  assert.deepEqual([await detail("name"), (await detail("result")).split(":")[0]], [name, result]);
+}
+
+const search = async found => {
+  await browser.evaluate(`element("search").value = ${JSON.stringify(found)}; find()`);
+  return Number((await text("#hits")).split(" ")[0]);
+};
+
+async function findsEveryText() {
+  const some = ended.find(it => it.user && it.user !== "-");
+  assert.ok(await search(some.user) >= activities.filter(it => it.user === some.user).length, "user");
+  const failed = ended.find(it => it.result === "exception" && it.details?.msg);
+  if (failed) assert.ok(await search(failed.details.msg) >= 1, "message");
+  assert.equal(await search("no text has this in it"), 0);
+  await search("");
+}
+
+// What the clock says at the first and the last moment, and what of it the details say.
+async function showsTheTimeOfDay() {
+  const first = [...activities].sort((a, b) => a.begin - b.begin)[0];
+  await browser.evaluate(`choose(rows.findIndex(it => it.begin === 0), true)`);
+  const iso = new Date(Math.floor(first.begin / 1000)).toISOString();
+  assert.ok((await detail("begin")).startsWith(`${iso.slice(0, 10)} ${iso.slice(11, 23)}`),
+            await detail("begin"));
+  await browser.evaluate(`element("clock").value = "relative"; element("clock").onchange()`);
+  assert.equal(await browser.evaluate("moment(1500)"), "+1.50 ms");
+  await browser.evaluate(`element("clock").value = "utc"; element("clock").onchange()`);
+  assert.match(await browser.evaluate("moment(0)"), /^\d\d:\d\d:\d\d\.\d{6}$/);
+}
+
+async function showsOneRequest() {
+  const call = activities.find(it => it.name === "call-peer");
+  const whole = activities.filter(it => it.root === call.root);
+  await browser.evaluate(`choose(rows.findIndex(it => it.id === "${call.id}"), true)`);
+  assert.match(await text("#requestInfo"), new RegExp(`, ${whole.length} activities`));
+  const parents = await browser.evaluate(`request.map(it => [it.row.index, it.row.parent])`);
+  const seen = new Set([-1]);
+  for (const [index, parent] of parents) {
+    assert.ok(seen.has(parent), "a callee above its caller");
+    seen.add(index);
+  }
+  const lanesOf = await browser.evaluate(`new Set(request.map(it => it.row.lane)).size`);
+  assert.ok(lanesOf > 1, "all of it on one thread");
+}
+
+async function followsTheView() {
+  const counts = () => browser.evaluate(
+    `[...document.querySelectorAll("#top tbody tr")].reduce((sum, row) => sum + Number(row.cells[1].innerText), 0)`);
+  const all = await counts();
+  await browser.evaluate(`view = {from: 0, to: end / 50}; clampView(); element("inView").checked = true;
+                          element("inView").onchange()`);
+  const some = await counts();
+  assert.ok(some > 0 && some < all, `${some} of ${all}`);
+  const within = await browser.evaluate(`rows.filter(it => isInView(it) && !isOpen(it)).length`);
+  assert.equal(some, within);
+  await browser.evaluate(`element("inView").checked = false; element("inView").onchange(); showAll()`);
+  assert.equal(await counts(), all);
+}
+
+async function isRestoredByItsLink() {
+  await browser.evaluate(`choose(5, true); view = {from: end / 4, to: end / 2}; clampView(); saveLink()`);
+  const [link, id, from] = await browser.evaluate(`[location.hash, rows[5].id, Math.round(view.from)]`);
+  await browser.evaluate(`history.replaceState(null, "", location.pathname); choose(1, true); showAll()`);
+  await browser.evaluate(`location.hash = ${JSON.stringify(link)}`);
+  await browser.until(`document.querySelector("#details").innerText.includes(${JSON.stringify(id)})`);
+  assert.equal(await shown("from"), from);
+  await browser.evaluate(`showAll()`);
 }
 
 async function showsTheFlameChart() {
@@ -144,7 +218,7 @@ async function roundsUpToTheNextUnit() {
     ["0 B", "999 B", "999 kB", "1.00 MB", "1.10 GB", "-1.10 GB", "1.00 TB", "1200 TB"]);
   assert.deepEqual(
     await shownBy("duration", [0, 999, 999.7, 999_400, 999_700, -999_700, 1e7, 12_345_678_900]),
-    ["0 us", "999 us", "1.00 ms", "999 ms", "0.9997 s", "-0.9997 s", "10.00 s", "12346 s"]);
+    ["0 us", "999 us", "1.00 ms", "999 ms", "0.9997 s", "-0.9997 s", "10.00 s", "3 h 25 min"]);
 }
 
 for (const scheme of ["light", "dark"]) {
@@ -153,6 +227,11 @@ for (const scheme of ["light", "dark"]) {
   await usesTheMouse();
   await showsDetails();
   await showsTables();
+  await findsEveryText();
+  await showsTheTimeOfDay();
+  await showsOneRequest();
+  await followsTheView();
+  await isRestoredByItsLink();
   await showsTheFlameChart();
   await roundsUpToTheNextUnit();
   const colour = await browser.evaluate("getComputedStyle(document.body).backgroundColor");
