@@ -21,6 +21,11 @@ if(NOT RUN_OUTPUT MATCHES "counted 1 allocation")
     message(FATAL_ERROR "the consumer that counts its allocations says: ${RUN_OUTPUT}")
 endif()
 
+# The program that README.md begins with, as it stands there.
+Configure("${SOURCE_DIR}/examples/order" "${SCRATCH_DIR}/order" "-DCMAKE_PREFIX_PATH=${prefix}")
+Build("${SCRATCH_DIR}/order" all)
+Run("the program of README.md failed" "${SCRATCH_DIR}/order/order")
+
 # By pkg-config, which the compiler gets as it is.
 set(ENV{PKG_CONFIG_PATH} "${prefix}/${LIBRARY_DIR}/pkgconfig")
 Run("there is no pkg-config package" pkg-config --cflags --libs tarn)

@@ -1,0 +1,25 @@
+#include "tarn/Trace.h"
+#include "tarn/TracingSession.h"
+
+#include "cvlmetrics/MetricsManager.h"
+
+#include <chrono>
+#include <thread>
+
+void Pay(int card) {
+    tarn::Scope pay("pay", {{"card", card}});
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    pay.Fail("declined", {{"limit", 100}});
+}
+
+int main() {
+    const tarn::TracingSession session;
+    Metrics::AttributeImpl(u"user", "ada", Metrics::flagTracing);
+
+    const tarn::Scope order("order", {{"item", 3}});
+    {
+        const tarn::Scope price("price");
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
+    Pay(7028);
+}
