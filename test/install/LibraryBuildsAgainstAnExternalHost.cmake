@@ -58,7 +58,7 @@ endif()
 # What the host defines is not taken from the defaults, which would be slower.
 string(REPLACE "," ";" libraries "${HOST_LIBRARIES}")
 LinkWith("${libraries}")
-if(NOT SYMBOLS MATCHES " tarn::" OR SYMBOLS MATCHES " [tTwW] (Metrics::Scope::Finish|TLog::EventBuilder::Finish|THash32)[(]")
+if(NOT SYMBOLS MATCHES " tarn::" OR SYMBOLS MATCHES " [tTwW] (Metrics::Scope::Finish|TLog::MakeEvent|THash32)[(]")
     message(FATAL_ERROR "the library has a default of what the host defines: ${CMAKE_MATCH_0}")
 endif()
 Build("${SCRATCH_DIR}/build" all)

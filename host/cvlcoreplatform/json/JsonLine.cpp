@@ -1,5 +1,7 @@
 #include "JsonLine.h"
 
+#include "LineTemplate.h"
+
 #include "cvlsys/TSystem.h"
 
 #include <algorithm>
@@ -49,9 +51,9 @@ uint64 FirstUnits(std::u16string_view text) noexcept {
 std::string_view JsonLine::Format(TLog::Severity severity,
                                   const TLog::Event& event,
                                   TLog::EventTimePoint now) {
-    if (const TLog::GatheredFields* const gathered = TLog::AsGathered(event.GetFields())) {
-        Begin(gathered->time, severity);
-        WriteGathered(*gathered);
+    if (const TLog::FormedEvent* const formed = TLog::AsFormed(event.GetFields())) {
+        Begin(formed->time, severity);
+        WriteFormed(*formed);
         return End();
     }
     const TLog::ActivityInfo* const info = event.GetActivityInfo();
@@ -216,50 +218,53 @@ void JsonLine::WriteFields(const TLog::Object& object, int depth) {
     m_fields.resize(first);
 }
 
-void JsonLine::WriteGathered(const TLog::GatheredFields& event) {
+void JsonLine::WriteFormed(const TLog::FormedEvent& event) {
     m_line.Append(R"(,"event":)");
     m_line.AppendText(event.GetName().View());
     WriteProcessAndThread(event.processId, event.threadId);
-    const EventShape& shape = m_shapes.Get(event);
+    const auto& lineTemplate = event.GetForm().GetNotes<LineTemplate>();
     LineText::Cursor cursor(m_line);
-    const auto values = event.GetValues();
-    for (const EventShape::Step& step : shape.GetSteps()) {
-        cursor.Append(step.before);
-        const TLog::GatheredValue& value = values[step.field];
-        if (step.isText && value.text.IsPlain()) {
-            cursor.AppendText(value.text.Plain());
-        } else {
-            cursor.Pause();
-            WriteField(event, step.field);
-            cursor.Resume();
+    for (const LineTemplate::Gap& gap : lineTemplate.GetGaps()) {
+        cursor.Append(gap.before);
+        const TLog::StoredValue& value = event.GetValues()[gap.slot];
+        switch (gap.kind) {
+            case TLog::FieldKind::Text:
+            case TLog::FieldKind::Uuid:
+            case TLog::FieldKind::FreshRequest:
+                if (value.text.IsPlain()) {
+                    cursor.AppendText(value.text.Plain());
+                    continue;
+                }
+                break;
+            default:
+                break;
         }
+        cursor.Pause();
+        WriteSlot(event, gap.kind, value);
+        cursor.Resume();
     }
-    cursor.Append(shape.AfterAll());
+    cursor.Append(lineTemplate.AfterAll());
     cursor.Pause();
 }
 
-void JsonLine::WriteField(const TLog::GatheredFields& event, std::size_t index) {
-    using Kind = TLog::GatheredPlace::Kind;
-    const TLog::GatheredValue& value = event.GetValues()[index];
-    switch (event.GetPlaces()[index].kind) {
-        case Kind::Text:
-            m_line.AppendText(value.text.Units());
-            break;
-        case Kind::Integer:
+void JsonLine::WriteSlot(const TLog::FormedEvent& event,
+                         TLog::FieldKind kind,
+                         const TLog::StoredValue& value) {
+    switch (kind) {
+        case TLog::FieldKind::Integer:
             m_line.AppendNumber(value.integer);
             break;
-        case Kind::Double:
+        case TLog::FieldKind::Real:
             m_line.AppendReal(value.real, false);
             break;
-        case Kind::Boolean:
+        case TLog::FieldKind::Boolean:
             m_line.Append(value.integer != 0 ? "true" : "false");
             break;
-        case Kind::Shared:
+        case TLog::FieldKind::Value:
             WriteValue(*event.GetShared(value), 2);
             break;
-        case Kind::Constant:
-        case Kind::Object:
-            break;  // stands in the event's shape
+        default:
+            m_line.AppendText(value.text.Units());
     }
 }
 

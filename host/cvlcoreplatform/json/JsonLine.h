@@ -1,7 +1,6 @@
 #pragma once
 
-#include "EventFields.h"
-#include "EventShapes.h"
+#include "FormedEvent.h"
 #include "LineText.h"
 #include "TimeText.h"
 
@@ -56,11 +55,12 @@ private:
     void WriteFields(const TLog::Object& object, int depth);
     void WriteFurtherFields(const TLog::Object& object);
     void WriteArray(const TLog::Array& array, int depth);
-    void WriteGathered(const TLog::GatheredFields& event);
-    void WriteField(const TLog::GatheredFields& event, std::size_t index);
+    void WriteFormed(const TLog::FormedEvent& event);
+    void WriteSlot(const TLog::FormedEvent& event,
+                   TLog::FieldKind kind,
+                   const TLog::StoredValue& value);
 
     LineText m_line;
-    EventShapes m_shapes;
     // The second of the last time that was written, and its text up to the point.
     std::chrono::sys_seconds m_second = std::chrono::sys_seconds::min();
     TimeText m_secondText;

@@ -1,7 +1,7 @@
 #include "JsonLineBackEnd.h"
 
 #include "EnabledSeverities.h"
-#include "EventFields.h"
+#include "FormedEvent.h"
 #include "JsonLine.h"
 #include "LogCounters.h"
 #include "RotatingFileSink.h"
@@ -66,8 +66,8 @@ SystemTime TimeForSink(TLog::EventTimePoint time) {
 
 /// When it happened. A message happens now, and so does an event that says nothing else.
 SystemTime TimeOf(const TLog::Event& event) {
-    if (const TLog::GatheredFields* const gathered = TLog::AsGathered(event.GetFields())) {
-        return TimeForSink(gathered->time);
+    if (const TLog::FormedEvent* const formed = TLog::AsFormed(event.GetFields())) {
+        return TimeForSink(formed->time);
     }
     const TLog::ActivityInfo* const info = event.GetActivityInfo();
     return info != nullptr ? TimeForSink(info->GetTime()) : std::chrono::system_clock::now();

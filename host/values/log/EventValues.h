@@ -45,7 +45,7 @@ protected:
     /// Makes the values of an object of the derived class. Throws `std::bad_alloc`.
     using Maker = EventValues (*)(const EventFields& fields);
 
-    /// For a host that gathers an event in a form of its own; `make` is called at most once for
+    /// For a host that keeps an event in another way; `make` is called at most once for
     /// each thread that asks for the values.
     explicit EventFields(Maker make) noexcept : m_make(make) {}
 

@@ -2,6 +2,8 @@
 #include "ActivityLogEventProducer.h"
 #include "MonitorTest.h"
 
+#include "tarn/ActivityConfig.h"
+
 #include <string>
 #include <vector>
 
@@ -24,14 +26,17 @@ protected:
     static TLog::Event Produce(int phase, bool describesRequest) {
         MetricsMonitor::ScopeState scope;
         scope.name = TString(u"query");
+        scope.traceDepth = describesRequest ? 0 : 1;
         scope.attributes = {{TString(u"rows"), 12}};
         scope.supplements.push_back({0, {{"step", 1}}});
         const tarn::RequestContextAttributes::Table none;
         const tarn::ActivityEventInput input{
             scope, &tarn::NoText(), TUUID(), TUUID(), nullptr, none, 0};
-        return tarn::ActivityLogEventProducer(
-                   static_cast<ActivityPhase>(phase), scope.name, describesRequest)
-            .Produce(input);
+        const auto activityPhase = static_cast<ActivityPhase>(phase);
+        return tarn::ActivityLogEventProducer().Produce(
+            activityPhase,
+            ActivityConfig(activityPhase, scope.name).GetUniqueActivityName(),
+            input);
     }
 
     static testing::Matcher<const TLog::Event&> HasTables(

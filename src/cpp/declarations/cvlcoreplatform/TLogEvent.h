@@ -65,9 +65,8 @@ public:
     static ActivityInfo CreateActivityInfo(int64 time, const TString& requestId);
 };
 
-/// What the host keeps of an event, and of one that `EventBuilder` has gathered.
+/// What the host keeps of an event.
 class EventFields;
-class GatheredFields;
 
 /// One structured record: a name, a value, and for activity events the activity's information.
 /// Immutable; copying one copies a pointer, so a sink may keep it.
@@ -76,12 +75,12 @@ public:
     Event(TString name, std::shared_ptr<Object> body);
     Event(TString name, std::shared_ptr<Object> body, ActivityInfo information);
 
-    /// For `EventBuilder`; never null.
+    /// For `MakeEvent`; never null.
     explicit Event(std::shared_ptr<const EventFields> fields) noexcept;
 
     const TString& GetName() const noexcept;
 
-    // The values of an event that was gathered are made when one of these is called first, on
+    // The values of an event that has a form are made when one of these is called first, on
     // whatever thread. Both throw `std::bad_alloc`.
 
     const std::shared_ptr<Object>& GetBody() const;

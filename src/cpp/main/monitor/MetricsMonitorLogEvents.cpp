@@ -1,6 +1,5 @@
 // Log events: what the monitor gives to the producer for one scope at one moment.
 #include "ActivityEventInput.h"
-#include "ActivityLogEventProducer.h"
 #include "LineNumbers.h"
 #include "MonitorRecords.h"
 #include "NeverDestroyed.h"
@@ -58,8 +57,5 @@ TLog::Event MetricsMonitor::CreateLogEvent(const ScopeStateWithEventTimeInfo& sc
             sponsor != nullptr ? sponsor->activityId : input.requestActivityId;
     }
 
-    const bool describesRequest = state.traceDepth == 0;
-    return tarn::ActivityLogEventProducer(
-               phase, state.name, describesRequest, m_records->names.EventName(phase, state.name))
-        .Produce(input);
+    return m_records->producer.Produce(phase, m_records->names.EventName(phase, state.name), input);
 }

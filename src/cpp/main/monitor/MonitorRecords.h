@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ActivityLogEventProducer.h"
 #include "ContextInfo.h"
 #include "Limit.h"
 #include "MonitorNames.h"
@@ -32,6 +33,7 @@ struct MetricsMonitor::Records {
     tarn::RecordTable<ScopeState> scopes;
     tarn::PassedOverIds passedOver;
     tarn::MonitorNames names;
+    tarn::ActivityLogEventProducer producer;
 
     /// The memory that the next scope gathers its opening attributes in; while it is open it needs
     /// none.

@@ -30,13 +30,16 @@ public:
             return (m_present & BitOf(name)) != 0 ? &m_values[PlaceOf(name)] : nullptr;
         }
 
-    private:
-        static constexpr std::size_t PlaceOf(ContextAttributeName name) noexcept {
-            return static_cast<std::size_t>(name);
-        }
+        /// A bit for each name that has a value.
+        uint32 GetPresent() const noexcept { return m_present; }
 
         static constexpr uint32 BitOf(ContextAttributeName name) noexcept {
             return uint32{1} << PlaceOf(name);
+        }
+
+    private:
+        static constexpr std::size_t PlaceOf(ContextAttributeName name) noexcept {
+            return static_cast<std::size_t>(name);
         }
 
         std::array<Metrics::MetricsValue, static_cast<std::size_t>(ContextAttributeName::Unknown)>

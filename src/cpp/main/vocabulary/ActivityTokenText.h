@@ -26,6 +26,8 @@ struct TokenCharacters {
 #undef TARN_TOKEN_UTF16
 
     const std::u16string noText{u"-"};
+    const std::u16string caller{u"caller"};
+    const std::u16string lineNumber{u"seq"};
 };
 
 const TokenCharacters& GetTokenCharacters();
@@ -38,6 +40,10 @@ struct TokenStrings {
 #undef TARN_TOKEN_STRING
 
     const TString noText = TString::ReferTo(GetTokenCharacters().noText);
+
+    // The names of the additional fields.
+    const TString caller = TString::ReferTo(GetTokenCharacters().caller);
+    const TString lineNumber = TString::ReferTo(GetTokenCharacters().lineNumber);
 };
 
 /// Null until somebody has asked for the tokens.

@@ -6,7 +6,7 @@
 /// token, and who may give it. `Mappable` ones scopes give by any name that is mapped to the token
 /// (`TarnSettings`), and the host by the token itself; the others only the host gives, to a
 /// context. A row is all that the settings, the monitor and the records of requests have to know;
-/// what the log says of it, `ActivityLogEventProducer` tells.
+/// what the log says of it, `EventTable.cpp` tells.
 #define TARN_REQUEST_ATTRIBUTES(X)                      \
     X(ContextId, cidAttr, Given)                        \
     X(ProcessId, pidAttr, Given)                        \

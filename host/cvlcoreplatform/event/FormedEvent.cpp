@@ -1,0 +1,83 @@
+#include "FormedEvent.h"
+
+#include "PlainText.h"
+#include "UuidText.h"
+
+#include "cvlcoreplatform/TUUID.h"
+#include "cvlsys/host/RecycledBlocks.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace TLog {
+
+FormedEvent::FormedEvent(const std::shared_ptr<const Form>& form,
+                         EventHead head,
+                         const SlotValue* values)
+    : EventFields([](const EventFields& fields) {
+          return static_cast<const FormedEvent&>(fields).ToValues();
+      }),
+      time(head.time),
+      processId(head.processId),
+      threadId(head.threadId),
+      m_form(form) {
+    m_name = std::move(head.name);
+    m_values = m_memory.Take<StoredValue>(form->GetSlots().size());
+    StoredValue* to = m_values;
+    for (const FieldKind kind : form->GetSlots()) {
+        *to++ = Store(kind, *values++);
+    }
+}
+
+inline StoredText FormedEvent::Copy(TextView text) {
+    if (text.IsUtf8()) {
+        const std::string_view utf8 = text.GetUtf8();
+        char* const plain = m_memory.Take<char>(utf8.size());
+        if (host::CopyPlain(utf8, plain)) {
+            return StoredText(host::PaddedText(plain, utf8.size()));
+        }
+        return CopyUnits(TString::FromUtf8(utf8).View());
+    }
+    const std::u16string_view units = text.GetUtf16();
+    char* const plain = m_memory.Take<char>(units.size());
+    if (host::CopyPlain(units, plain)) {
+        return StoredText(host::PaddedText(plain, units.size()));
+    }
+    return CopyUnits(units);
+}
+
+StoredText FormedEvent::CopyUnits(std::u16string_view units) {
+    auto* const copy = m_memory.Take<char16_t>(units.size());
+    std::copy(units.begin(), units.end(), copy);
+    return StoredText(std::u16string_view(copy, units.size()));
+}
+
+inline StoredText FormedEvent::Copy(const TUUID& id) {
+    char* const plain = m_memory.Take<char>(cvlcoreplatform::uuidTextLength);
+    cvlcoreplatform::WriteUuid(id, plain);
+    return StoredText(host::PaddedText(plain, cvlcoreplatform::uuidTextLength));
+}
+
+inline StoredValue FormedEvent::Store(FieldKind kind, const SlotValue& value) {
+    switch (kind) {
+        case FieldKind::Text:
+            return {.text = Copy(value.text)};
+        case FieldKind::Uuid:
+            return {.text = Copy(*value.id)};
+        case FieldKind::FreshRequest:
+            return {.text = Copy(TUUID::CreateUUID())};
+        case FieldKind::Real:
+            return {.real = value.real};
+        case FieldKind::Value:
+            m_shared.push_back(*value.value);
+            return {.shared = m_shared.size() - 1};
+        default:
+            return {.integer = value.integer};
+    }
+}
+
+Event MakeEvent(const std::shared_ptr<const Form>& form, EventHead head, const SlotValue* values) {
+    return Event(cvlsys::MakeRecycled<const FormedEvent>(form, std::move(head), values));
+}
+
+}  // namespace TLog

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Form.h"
+#include "PaddedText.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace cvlcoreplatform {
+
+/// The line of all events of a form, from the session on: what never changes is ready, with gaps
+/// for the values of the slots.
+class LineTemplate final : public TLog::FormNotes {
+public:
+    /// A value, and what stands in front of it.
+    struct Gap {
+        host::PaddedText before;
+        std::size_t slot;
+        TLog::FieldKind kind;
+    };
+
+    explicit LineTemplate(const TLog::Form& form);
+
+    const std::vector<Gap>& GetGaps() const noexcept { return m_gaps; }
+
+    /// What stands behind the last value.
+    host::PaddedText AfterAll() const noexcept { return m_afterAll; }
+
+private:
+    std::string m_text;
+    std::vector<Gap> m_gaps;
+    host::PaddedText m_afterAll;
+};
+
+}  // namespace cvlcoreplatform
