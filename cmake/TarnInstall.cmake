@@ -42,6 +42,13 @@ install(
     DESTINATION "${tarn_package_folder}"
     COMPONENT development)
 
+# The component otlp, with targets of its own.
+if(TARN_OTLP)
+    install(TARGETS tarn_otlp EXPORT tarn-otlp-targets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+    install(DIRECTORY otlp/include/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+    install(EXPORT tarn-otlp-targets NAMESPACE tarn:: DESTINATION "${tarn_package_folder}")
+endif()
+
 configure_package_config_file(
     "${PROJECT_SOURCE_DIR}/cmake/tarn-config.cmake.in" "${PROJECT_BINARY_DIR}/tarn-config.cmake"
     INSTALL_DESTINATION "${tarn_package_folder}")

@@ -16,6 +16,7 @@ inline constexpr std::chrono::milliseconds forkLimit{1000};
 enum class ForkRank {
     Bus,     ///< listeners run under its lock
     Logger,  ///< log back ends run under its lock
+    Sinks,   ///< what sinks of a monitor keep
     DeliveryChoice,
     DeliveringThread,
     LateQueue,
