@@ -113,6 +113,24 @@ void WriteEvents(Writer& json, const std::vector<SpanEvent>& events) {
     json.EndArray();
 }
 
+void WriteLinks(Writer& json, const std::vector<SpanLink>& links) {
+    if (links.empty()) {
+        return;
+    }
+    Key(json, "links");
+    json.StartArray();
+    for (const SpanLink& link : links) {
+        json.StartObject();
+        Key(json, "traceId");
+        Hexadecimal(json, link.trace.data(), link.trace.size());
+        Key(json, "spanId");
+        Hexadecimal(json, link.span);
+        WriteAttributes(json, link.attributes);
+        json.EndObject();
+    }
+    json.EndArray();
+}
+
 void WriteStatus(Writer& json, const Span& span) {
     Key(json, "status");
     json.StartObject();
@@ -156,13 +174,14 @@ std::string JsonEncoder::Encode(const Span& span) {
     Key(json, "name");
     Text(json, span.name);
     Key(json, "kind");
-    json.Int(1);  // internal
+    json.Int(static_cast<int>(span.kind));
     Key(json, "startTimeUnixNano");
     Nanoseconds(json, span.begin);
     Key(json, "endTimeUnixNano");
     Nanoseconds(json, span.end);
     WriteAttributes(json, span.attributes);
     WriteEvents(json, span.events);
+    WriteLinks(json, span.links);
     WriteStatus(json, span);
     json.EndObject();
     return {buffer.GetString(), buffer.GetSize()};

@@ -54,6 +54,7 @@ constexpr unsigned begin = 7;
 constexpr unsigned end = 8;
 constexpr unsigned attributes = 9;
 constexpr unsigned events = 11;
+constexpr unsigned links = 13;
 constexpr unsigned status = 15;
 }  // namespace spanField
 
@@ -62,6 +63,12 @@ constexpr unsigned time = 1;
 constexpr unsigned name = 2;
 constexpr unsigned attributes = 3;
 }  // namespace event
+
+namespace link {
+constexpr unsigned traceId = 1;
+constexpr unsigned spanId = 2;
+constexpr unsigned attributes = 4;
+}  // namespace link
 
 namespace status {
 constexpr unsigned message = 2;
@@ -74,7 +81,6 @@ constexpr unsigned rejectedSpans = 1;
 constexpr unsigned message = 2;
 }  // namespace answer
 
-constexpr std::uint64_t kindInternal = 1;
 constexpr std::size_t fixed64 = 9;  // with its tag
 
 std::uint64_t Nanoseconds(Microseconds time) {
@@ -161,6 +167,28 @@ void WriteSpanId(WireWriter& out, unsigned field, SpanId id) {
     out.BytesField(field, {bytes, sizeof(bytes)});
 }
 
+void WriteTraceId(WireWriter& out, unsigned field, const TraceId& id) {
+    out.BytesField(field, {reinterpret_cast<const char*>(id.data()), id.size()});
+}
+
+std::size_t SizeOf(const SpanLink& link) {
+    std::size_t size =
+        WireWriter::SizeOfBytes(link.trace.size()) + WireWriter::SizeOfBytes(sizeof(SpanId));
+    for (const Attribute& attribute : link.attributes) {
+        size += WireWriter::SizeOfBytes(SizeOf(attribute));
+    }
+    return size;
+}
+
+void WriteLink(WireWriter& out, const SpanLink& link) {
+    out.BeginBytes(spanField::links, SizeOf(link));
+    WriteTraceId(out, link::traceId, link.trace);
+    WriteSpanId(out, link::spanId, link.span);
+    for (const Attribute& attribute : link.attributes) {
+        WriteAttribute(out, link::attributes, attribute);
+    }
+}
+
 std::string EncodeResource(const Resource& from) {
     std::string out;
     WireWriter writer(out);
@@ -178,15 +206,13 @@ std::string EncodeResource(const Resource& from) {
 std::string ProtobufEncoder::Encode(const Span& span) {
     m_scratch.clear();
     WireWriter out(m_scratch);
-    out.BytesField(
-        spanField::traceId,
-        {reinterpret_cast<const char*>(span.identity.trace.data()), span.identity.trace.size()});
+    WriteTraceId(out, spanField::traceId, span.identity.trace);
     WriteSpanId(out, spanField::spanId, span.identity.span);
     if (span.identity.parent != 0) {
         WriteSpanId(out, spanField::parentSpanId, span.identity.parent);
     }
     out.BytesField(spanField::name, span.name);
-    out.VarintField(spanField::kind, kindInternal);
+    out.VarintField(spanField::kind, static_cast<std::uint64_t>(span.kind));
     out.Fixed64Field(spanField::begin, Nanoseconds(span.begin));
     out.Fixed64Field(spanField::end, Nanoseconds(span.end));
     for (const Attribute& attribute : span.attributes) {
@@ -194,6 +220,9 @@ std::string ProtobufEncoder::Encode(const Span& span) {
     }
     for (const SpanEvent& event : span.events) {
         WriteEvent(out, event);
+    }
+    for (const SpanLink& link : span.links) {
+        WriteLink(out, link);
     }
     WriteStatus(out, span);
     return m_scratch;

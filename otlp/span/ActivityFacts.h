@@ -1,11 +1,17 @@
 #pragma once
 
+#include "span/ResourceFigures.h"
 #include "span/Timestamp.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace tarn::otlp {
+
+/// Whether an activity works for a caller in another process, or calls into one. The numbers are
+/// those of a span's kind.
+enum class SpanKind { Internal = 1, Server = 2, Client = 3 };
 
 /// One activity as the log tells it: what a span is made of. The texts belong to the caller.
 struct ActivityFacts {
@@ -26,13 +32,11 @@ struct ActivityFacts {
     bool hasEnd = true;
     bool isForked = false;  ///< begun by the parent of the process, which may end it, too
 
+    SpanKind kind = SpanKind::Internal;
+
     std::string_view result;
-    bool hasAllocated = false;
-    double allocatedInclusive = 0;  ///< bytes
-    double allocatedExclusive = 0;
-    bool hasCpu = false;
-    double cpuInclusive = 0;  ///< microseconds
-    double cpuExclusive = 0;
+    ResourceFigures figures;
+    std::optional<Microseconds> exclusive;  ///< its time less its children's
 
     // JSON texts of tables; empty for none. Well-formed, or they count as none.
     std::string_view resultDetails;

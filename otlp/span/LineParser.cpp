@@ -44,46 +44,52 @@ bool ReadTable(value& from, std::string_view& to) {
            members.raw_json().get(to) == simdjson::SUCCESS;
 }
 
-// Adds the two figures of a group, as "ki" and "ke".
-bool AddGroup(value& from,
-              std::string_view inclusive,
-              std::string_view exclusive,
-              double& inclusiveSum,
-              double& exclusiveSum) {
+// A figure that is null says nothing.
+bool AddFigure(value& from, double& sum) {
+    double number = 0;
+    if (from.get(number) != simdjson::SUCCESS) {
+        return bool(from.is_null());
+    }
+    sum += number;
+    return true;
+}
+
+bool ReadGroup(std::string_view group, value& from, ResourceFigures& figures) {
     object members;
     return from.get_object().get(members) == simdjson::SUCCESS &&
            ForEachMember(members, [&](std::string_view key, value figure) {
-               double number = 0;
-               if (key != inclusive && key != exclusive) {
-                   return true;
+               const auto add = [&](bool& has, double& sum) {
+                   has = true;
+                   return AddFigure(figure, sum);
+               };
+               if (group == "alloc") {
+                   return key == "ai"      ? add(figures.hasAllocated, figures.allocatedInclusive)
+                          : key == "ae"    ? add(figures.hasAllocated, figures.allocatedExclusive)
+                          : key == "apeak" ? add(figures.hasPeak, figures.peak)
+                                           : true;
                }
-               if (figure.get(number) != simdjson::SUCCESS) {
-                   return bool(figure.is_null());
+               if (group == "free") {
+                   return key == "di"   ? add(figures.hasReleased, figures.releasedInclusive)
+                          : key == "de" ? add(figures.hasReleased, figures.releasedExclusive)
+                                        : true;
                }
-               (key == inclusive ? inclusiveSum : exclusiveSum) += number;
-               return true;
+               return key == "ki" || key == "ui"   ? add(figures.hasCpu, figures.cpuInclusive)
+                      : key == "ke" || key == "ue" ? add(figures.hasCpu, figures.cpuExclusive)
+                                                   : true;
            });
 }
 
-bool ReadResources(value& from, LineFacts& facts) {
+bool ReadResources(value& from, ResourceFigures& figures) {
     object groups;
     return from.get_object().get(groups) == simdjson::SUCCESS &&
            ForEachMember(groups, [&](std::string_view key, value group) {
-               if (key == "alloc") {
-                   facts.hasAllocated = true;
-                   return AddGroup(
-                       group, "ai", "ae", facts.allocatedInclusive, facts.allocatedExclusive);
+               if (key == "ntid") {
+                   figures.hasThreads = true;
+                   return AddFigure(group, figures.threads);
                }
-               if (key == "kcpu" || key == "ucpu") {
-                   facts.hasCpu = true;
-                   const bool isKernel = key == "kcpu";
-                   return AddGroup(group,
-                                   isKernel ? "ki" : "ui",
-                                   isKernel ? "ke" : "ue",
-                                   facts.cpuInclusive,
-                                   facts.cpuExclusive);
-               }
-               return true;
+               const bool isKnown =
+                   key == "alloc" || key == "free" || key == "kcpu" || key == "ucpu";
+               return !isKnown || ReadGroup(key, group, figures);
            });
 }
 
@@ -110,7 +116,7 @@ bool ReadActivity(value& from, LineFacts& facts) {
                       : key == "elapsed"  ? Read(member, facts.elapsed)
                       : key == "rk"       ? Read(member, facts.result)
                       : key == "rv"       ? ReadTable(member, facts.resultDetails)
-                      : key == "res"      ? ReadResources(member, facts)
+                      : key == "res"      ? ReadResources(member, facts.figures)
                                           : true;
            });
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "span/ResourceFigures.h"
 #include "span/Timestamp.h"
 
 #include <cstdint>
@@ -32,12 +33,7 @@ struct LineFacts {
     std::string_view description;
     double elapsed = 0;  ///< seconds
     std::string_view result;
-    bool hasAllocated = false;
-    double allocatedInclusive = 0;
-    double allocatedExclusive = 0;
-    bool hasCpu = false;
-    double cpuInclusive = 0;  ///< microseconds
-    double cpuExclusive = 0;
+    ResourceFigures figures;
 
     // JSON texts of tables.
     std::string_view resultDetails;

@@ -124,13 +124,12 @@ ActivityFacts OpenActivities::End(const LineFacts& line) {
     if (!line.description.empty()) {
         activity.description = line.description;
     }
+    // What works for another process names itself as its sponsor.
+    if (activity.sponsor == activity.id && activity.root != activity.id) {
+        activity.kind = SpanKind::Server;
+    }
     activity.result = line.result;
-    activity.hasAllocated = line.hasAllocated;
-    activity.allocatedInclusive = line.allocatedInclusive;
-    activity.allocatedExclusive = line.allocatedExclusive;
-    activity.hasCpu = line.hasCpu;
-    activity.cpuInclusive = line.cpuInclusive;
-    activity.cpuExclusive = line.cpuExclusive;
+    activity.figures = line.figures;
     activity.resultDetails = line.resultDetails;
     activity.attributes = line.attributes;
     activity.endBody = line.body;

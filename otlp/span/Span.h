@@ -33,16 +33,25 @@ struct SpanEvent {
     Attributes attributes;
 };
 
+/// To another span that is not the parent.
+struct SpanLink {
+    TraceId trace{};
+    SpanId span = 0;
+    Attributes attributes;
+};
+
 enum class StatusCode { Unset = 0, Ok = 1, Error = 2 };
 
 /// A span, independent of how it is encoded. The texts belong to whoever has filled it.
 struct Span {
     SpanIdentity identity;
     std::string_view name;
+    SpanKind kind = SpanKind::Internal;
     Microseconds begin = 0;
     Microseconds end = 0;
     Attributes attributes;
     std::vector<SpanEvent> events;
+    std::vector<SpanLink> links;
     StatusCode status = StatusCode::Unset;
     std::string_view message;
 };

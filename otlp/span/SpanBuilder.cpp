@@ -52,9 +52,11 @@ const Span& SpanBuilder::Build(const ActivityFacts& activity,
     m_texts.clear();
     m_span.attributes.clear();
     m_span.events.clear();
+    m_span.links.clear();
     m_span.message = {};
     m_span.identity = identity;
     m_span.name = activity.name;
+    m_span.kind = activity.kind;
     m_span.begin = activity.begin;
     m_span.end = activity.end;
     Read(activity.attributes, m_attributes);
@@ -67,6 +69,14 @@ const Span& SpanBuilder::Build(const ActivityFacts& activity,
     return m_span;
 }
 
+const Span& SpanBuilder::LinkSponsor(const SpanIdentity& sponsor) {
+    SpanLink& link = m_span.links.emplace_back();
+    link.trace = sponsor.trace;
+    link.span = sponsor.span;
+    AddText(link.attributes, {}, "tarn.link", "sponsor");
+    return m_span;
+}
+
 void SpanBuilder::Read(std::string_view text, Table& table) {
     table.isFilled =
         text.size() > 2 &&
@@ -75,27 +85,48 @@ void SpanBuilder::Read(std::string_view text, Table& table) {
 
 void SpanBuilder::AddAttributes(const ActivityFacts& activity, std::string_view callerNote) {
     Attributes& attributes = m_span.attributes;
+    AddText(attributes, {}, "tarn.id", activity.id);
     AddInteger(attributes, {}, "thread.id", activity.thread);
+    if (activity.exclusive) {
+        AddInteger(attributes, {}, "tarn.exclusive", *activity.exclusive);
+    }
     AddText(attributes, {}, "tarn.result", activity.result);
     AddText(attributes, {}, "tarn.request", activity.request);
     AddText(attributes, {}, "tarn.session", activity.session);
     AddText(attributes, {}, "enduser.id", activity.user);
     AddText(attributes, {}, "tarn.site", activity.site);
     AddText(attributes, {}, "tarn.req-desc", activity.description);
-    if (activity.hasAllocated) {
-        AddInteger(attributes, {}, "tarn.allocated.inclusive", Whole(activity.allocatedInclusive));
-        AddInteger(attributes, {}, "tarn.allocated.exclusive", Whole(activity.allocatedExclusive));
-    }
-    if (activity.hasCpu) {
-        AddInteger(attributes, {}, "tarn.cpu.inclusive", Whole(activity.cpuInclusive));
-        AddInteger(attributes, {}, "tarn.cpu.exclusive", Whole(activity.cpuExclusive));
-    }
+    AddFigures(activity.figures);
     AddContextAttributes();
     // What was added while it ran replaces what it began with.
     AddTable("body.", m_beginBody, &m_endBody);
     AddTable("body.", m_endBody);
     AddTable("result.", m_resultDetails);
     AddText(attributes, {}, "tarn.caller", callerNote);
+}
+
+void SpanBuilder::AddFigures(const ResourceFigures& figures) {
+    const auto add = [this](std::string_view name, double number) {
+        AddInteger(m_span.attributes, {}, name, Whole(number));
+    };
+    if (figures.hasAllocated) {
+        add("tarn.allocated.inclusive", figures.allocatedInclusive);
+        add("tarn.allocated.exclusive", figures.allocatedExclusive);
+    }
+    if (figures.hasPeak) {
+        add("tarn.allocated.peak", figures.peak);
+    }
+    if (figures.hasReleased) {
+        add("tarn.released.inclusive", figures.releasedInclusive);
+        add("tarn.released.exclusive", figures.releasedExclusive);
+    }
+    if (figures.hasThreads) {
+        add("tarn.threads", figures.threads);
+    }
+    if (figures.hasCpu) {
+        add("tarn.cpu.inclusive", figures.cpuInclusive);
+        add("tarn.cpu.exclusive", figures.cpuExclusive);
+    }
 }
 
 void SpanBuilder::AddContextAttributes() {

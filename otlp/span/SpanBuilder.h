@@ -24,6 +24,10 @@ public:
                       const SpanIdentity& identity,
                       std::string_view callerNote = {});
 
+    /// Adds a link to the sponsor to the span that was built last: where somebody else is the
+    /// parent, because it was the caller.
+    const Span& LinkSponsor(const SpanIdentity& sponsor);
+
 private:
     using Members = simdjson::dom::object;
 
@@ -37,6 +41,7 @@ private:
     static void Read(std::string_view text, Table& table);
 
     void AddAttributes(const ActivityFacts& activity, std::string_view callerNote);
+    void AddFigures(const ResourceFigures& figures);
     void AddTable(std::string_view prefix, const Table& table, const Table* except = nullptr);
     void AddContextAttributes();
     void AddSupplements(Microseconds end);

@@ -31,11 +31,13 @@ constexpr const char* footer = R"(From a log to an answer:
   tarnview report -o report.html server.log  a page for a browser
   tarnview export --to chrome server.log -o trace.json
                                              a timeline for a trace viewer
+  tarnview push http://localhost:4318 server.log
+                                             spans for a collector
   tarnview check server.log                  whether the log can be trusted
 
 'tarnview COMMAND --help' has the options of a command, and examples.
 
-Exit status: 0 success, 1 'check' found the log not whole or 'show' not exactly one activity, 2 a
+Exit status: 0 success, 1 'check' found the log not whole, 'show' not exactly one activity or 'push' some rejected, 2 a
 command line that is not understood, 3 a file that cannot be read or written or is no log. What is wrong with a log is named on
 the standard error stream and does not change the exit status of the other commands.)";
 
@@ -127,6 +129,9 @@ int Run(int argumentCount, char** arguments) {
     AddCheck(program, common, command);
     AddReport(program, common, command);
     AddExport(program, common, command);
+#ifdef TARNVIEW_HAS_PUSH
+    AddPush(program, common, command);
+#endif
     if (IsUnknownCommand(program, argumentCount, arguments)) {
         return exitCommandLine;
     }

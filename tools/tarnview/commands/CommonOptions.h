@@ -69,5 +69,7 @@ void AddShow(CLI::App& program, CommonOptions& common, Command& chosen);
 void AddCheck(CLI::App& program, CommonOptions& common, Command& chosen);
 void AddReport(CLI::App& program, CommonOptions& common, Command& chosen);
 void AddExport(CLI::App& program, CommonOptions& common, Command& chosen);
+/// Only if the program was built with it.
+void AddPush(CLI::App& program, CommonOptions& common, Command& chosen);
 
 }  // namespace tarnview

@@ -3,7 +3,7 @@
 _tarnview() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands="top tree path callers failures compare histogram heat open show check report"
-    commands+=" export"
+    commands+=" export push"
     local common="--help --output --color --no-progress --no-rotated"
     local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
     filters+=" --since --before --where"
@@ -38,7 +38,7 @@ _tarnview() {
         --ignore) words=$kinds ;;
         --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
             --where | --at | --over | --levels | --limit | --slowest | --last | --depth | --stuck | \
-            --interval | --updates | --service | --silent-after | --fold)
+            --interval | --updates | --service | --silent-after | --fold | --header)
             return
             ;;
     esac
@@ -51,7 +51,8 @@ _tarnview() {
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
         return
     fi
-    if [[ $current == -* && $previous != --output && $previous != -o && $previous != --old ]]; then
+    if [[ $current == -* && $previous != --output && $previous != -o && $previous != --old &&
+        $previous != --checkpoint ]]; then
         case ${COMP_WORDS[1]} in
             top) words="$question $follow --by --sort --reverse --limit --over" ;;
             path) words="$question --slowest --by-name" ;;
@@ -72,6 +73,7 @@ _tarnview() {
             check) words="$common --ignore --quiet --where --json" ;;
             report) words="$common $filters --slowest" ;;
             export) words="$common $filters --to --weight --service --slowest" ;;
+            push) words="$common --checkpoint --json --gzip --header --service" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
         return

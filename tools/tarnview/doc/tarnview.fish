@@ -1,6 +1,6 @@
 # Completion of tarnview for fish.
 
-set -l commands top tree path callers failures compare histogram heat open show check report export
+set -l commands top tree path callers failures compare histogram heat open show check report export push
 set -l fields name user site req-desc session request result root pid tid depth
 
 complete -c tarnview -n "not __fish_seen_subcommand_from $commands" -f
@@ -18,6 +18,7 @@ complete -c tarnview -n __fish_use_subcommand -a show -d 'All about one activity
 complete -c tarnview -n __fish_use_subcommand -a check -d 'Whether a log is whole'
 complete -c tarnview -n __fish_use_subcommand -a report -d 'A page for a browser'
 complete -c tarnview -n __fish_use_subcommand -a export -d 'For trace viewers and flame graphs'
+complete -c tarnview -n __fish_use_subcommand -a push -d 'Spans to a receiver of OTLP'
 complete -c tarnview -s h -l help -d 'Print help'
 
 # Options of all commands.
@@ -123,3 +124,10 @@ set -l export '__fish_seen_subcommand_from export'
 complete -c tarnview -n $export -l to -x -a 'chrome speedscope otlp folded pprof' -d 'The format'
 complete -c tarnview -n $export -l weight -x -a 'time cpu memory' -d 'Of folded stacks'
 complete -c tarnview -n $export -l service -x -d 'Of otlp: service.name'
+
+set -l push '__fish_seen_subcommand_from push'
+complete -c tarnview -n $push -l checkpoint -r -F -d 'How far the logs are pushed'
+complete -c tarnview -n $push -l json -d 'JSON instead of protobuf'
+complete -c tarnview -n $push -l gzip -d 'Compressed'
+complete -c tarnview -n $push -l header -x -d 'Of each request, as NAME=VALUE'
+complete -c tarnview -n $push -l service -x -d 'service.name'

@@ -28,6 +28,7 @@ _tarnview() {
         'check:whether a log is whole'
         'report:a page for a browser'
         'export:activities for trace viewers and flame graphs'
+        'push:spans to a receiver of OTLP'
     )
     common=(
         '(- *)'{-h,--help}'[print help]'
@@ -145,6 +146,14 @@ _tarnview() {
                 '--to[the format]:format:(chrome speedscope otlp folded pprof)'
                 '--weight[of folded stacks]:weight:(time cpu memory)'
                 '--service[of otlp\: service.name]:name:')
+            ;;
+        push)
+            its=('1:url:'
+                '--checkpoint[how far the logs are pushed]:file:_files'
+                '--json[JSON instead of protobuf]'
+                '--gzip[compressed]'
+                '*--header[of each request]:name=value:'
+                '--service[service.name]:name:')
             ;;
     esac
     _arguments $common $its '*:log:_files'

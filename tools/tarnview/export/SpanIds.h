@@ -1,28 +1,26 @@
 #pragma once
 
 #include "model/ActivityForest.h"
+#include "span/SpanIds.h"
 
-#include <cstdint>
-#include <string>
 #include <vector>
 
 namespace tarnview {
 
-/// The ids of OpenTelemetry, hexadecimal digits in small letters: 32 for the tree, those of its
-/// root's id; 16 for the activity, the last ones of its id. An id of another form is hashed, and so
-/// is one that another activity of the tree has already: ids repeat where a process is forked, or a
-/// context adopted. Used by one thread.
+/// The ids of OpenTelemetry for a whole forest: those that tarn::otlp gives to an activity by
+/// itself, but with the parents that the forest has found, and with another one for an activity
+/// whose id a former one has already: ids repeat where a process is forked, or a context adopted.
+/// Used by one thread.
 class SpanIds {
 public:
     /// `forest` must live as long.
     explicit SpanIds(const ActivityForest& forest);
 
-    std::string TraceIdOf(ActivityForest::Index index) const;
-    std::string SpanIdOf(ActivityForest::Index index) const;
+    tarn::otlp::SpanIdentity IdentityOf(ActivityForest::Index index) const;
 
 private:
     const ActivityForest& m_forest;
-    std::vector<std::uint64_t> m_ids;
+    std::vector<tarn::otlp::SpanId> m_ids;
 };
 
 }  // namespace tarnview

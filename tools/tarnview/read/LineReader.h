@@ -41,6 +41,9 @@ public:
 
     std::uint64_t BytesRead() const { return m_bytesRead; }
 
+    /// How many of these the lines take that have been given out, with their line ends.
+    std::uint64_t Offset() const { return m_bytesRead - (m_end - m_begin); }
+
 private:
     bool Fill();
     void MakeRoom();
