@@ -6,6 +6,7 @@
 #include "tarn/ActivityTracer.h"
 #include "tarn/ContextAttributesUtils.h"
 #include "tarn/ExceptionParser.h"
+#include "tarn/Headers.h"
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
 #include "tarn/ScopeWithVisualId.h"
@@ -38,6 +39,7 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -157,6 +159,17 @@ void TraceThroughFrontDoor() {
             tarn::Current().FailCurrentException();
         }
     })();
+}
+
+void SendRequestsThroughFrontDoor() {
+    std::map<std::string, std::string> headers;
+    {
+        const tarn::Scope call("call");
+        tarn::Inject(headers);
+    }
+    headers.emplace("tracestate", "other=1");
+    const tarn::Scope serve(tarn::Extract(headers), "serve");
+    tarn::Inject(headers);
 }
 
 void TraceActivitiesThroughFrontDoor() {
@@ -389,6 +402,9 @@ const std::vector<Operation>& Operations() {
          "tarn_activity_end tarn_activity_retain tarn_activity_release tarn_activity_resume "
          "tarn_activity_suspend tarn_handoff_take tarn_handoff_retain tarn_handoff_release",
          TraceActivitiesThroughFrontDoor},
+        {"tarn_extract",
+         "tarn_inject tarn_header_value tarn::ActivityHandOver::FromElsewhere",
+         SendRequestsThroughFrontDoor},
         {"tarn::ActivityTracer::ExtractContext",
          "tarn::ActivityTracer::GetRefusedHeaders",
          ReadHeaders},

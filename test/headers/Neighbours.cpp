@@ -63,6 +63,9 @@ typedef unsigned char uint8;
 #define min(a, b) ((a) < (b) ? (a) : (b))
 #define max(a, b) ((a) > (b) ? (a) : (b))
 
+#include "tarn/Coroutine.h"
+#include "tarn/Headers.h"
+#include "tarn/Session.h"
 #include "tarn/Trace.h"
 
 // They may come afterwards as well.

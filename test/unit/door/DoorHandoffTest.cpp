@@ -154,6 +154,35 @@ TEST_F(DoorHandoffTest, CopiesAndMovesOfAHandoffShareWhatIsHeld) {
               "    c\n");
 }
 
+struct Handler {
+    using executor_type = int;
+    using allocator_type = std::allocator<char>;
+    using cancellation_slot_type = const char*;
+
+    int get_executor() const noexcept { return 17; }
+
+    std::allocator<char> get_allocator() const noexcept { return {}; }
+
+    const char* get_cancellation_slot() const noexcept { return "slot"; }
+
+    void operator()() const {}
+};
+
+template <class T, class = void>
+constexpr bool hasExecutor = false;
+
+template <class T>
+constexpr bool hasExecutor<T, std::void_t<typename T::executor_type>> = true;
+
+TEST_F(DoorHandoffTest, AWrappedHandlerHasTheExecutorAndTheAllocatorOfTheHandler) {
+    const auto task = Wrap("task", Handler());
+
+    EXPECT_EQ(task.get_executor(), 17);
+    EXPECT_EQ(task.get_allocator(), std::allocator<char>());
+    EXPECT_STREQ(task.get_cancellation_slot(), "slot");
+    EXPECT_FALSE(hasExecutor<decltype(Wrap("task", [] {}))>);
+}
+
 TEST_F(DoorHandoffTest, ARunThatIsOffStillRuns) {
     TarnSettings::GetInstance().SetOffs({"off"});
     const auto task = Wrap("off", [] { return 3; });

@@ -26,6 +26,8 @@ protected:
 
     const CapturedEvents& Events() const { return m_host->Events(); }
 
+    MetricsMonitor& Monitor() const { return m_host->Monitor(); }
+
     std::string Tree() const { return DrawScopeTree(Events()); }
 
     std::size_t CountOf(const EventMatcher& matcher) const {

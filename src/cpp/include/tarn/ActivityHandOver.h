@@ -30,11 +30,18 @@ public:
     /// tree of its own; so do runs of a hand-over that was moved from.
     ActivityHandOver();
 
+    /// Work that another process has handed over; `sender` is the activity there. Each run is a
+    /// child of it, in a request of its own, whatever is current on the thread. Without a sender
+    /// each run begins a tree. Throws `std::bad_alloc`.
+    static ActivityHandOver FromElsewhere(std::shared_ptr<ActivityContext> sender);
+
     class Run;
     class Continuation;
 
 private:
     struct Origin;
+
+    explicit ActivityHandOver(std::shared_ptr<Origin> origin) noexcept;
 
     std::shared_ptr<Origin> m_origin;
 };

@@ -72,6 +72,49 @@ void FillRow(abi::tarn_attribute* next,
     FillRow(next + 1, rest...);
 }
 
+// What a wrapped handler is asked for, if the handler itself has it.
+
+template <class Derived, class Function, class = void>
+class WithExecutor {};
+
+template <class Derived, class Function>
+class WithExecutor<Derived, Function, std::void_t<typename Function::executor_type>> {
+public:
+    using executor_type = typename Function::executor_type;
+
+    executor_type get_executor() const noexcept {
+        return static_cast<const Derived*>(this)->GetFunction().get_executor();
+    }
+};
+
+template <class Derived, class Function, class = void>
+class WithAllocator {};
+
+template <class Derived, class Function>
+class WithAllocator<Derived, Function, std::void_t<typename Function::allocator_type>> {
+public:
+    using allocator_type = typename Function::allocator_type;
+
+    allocator_type get_allocator() const noexcept {
+        return static_cast<const Derived*>(this)->GetFunction().get_allocator();
+    }
+};
+
+template <class Derived, class Function, class = void>
+class WithCancellationSlot {};
+
+template <class Derived, class Function>
+class WithCancellationSlot<Derived,
+                           Function,
+                           std::void_t<typename Function::cancellation_slot_type>> {
+public:
+    using cancellation_slot_type = typename Function::cancellation_slot_type;
+
+    cancellation_slot_type get_cancellation_slot() const noexcept {
+        return static_cast<const Derived*>(this)->GetFunction().get_cancellation_slot();
+    }
+};
+
 }  // namespace detail
 }  // namespace tarn
 
@@ -204,8 +247,11 @@ public:
 private:
     friend class Activity;
     friend class Scope;
+    friend class Sender;
     template <class>
     friend class Wrapped;
+
+    explicit Handoff(abi::tarn_handoff* owned) noexcept : m_handoff(owned) {}
 
     Handoff(abi::tarn_work* activity, Name name) noexcept
         : m_handoff(abi::tarn_handoff_take(activity, name.Text(), name.Length())) {}
@@ -343,9 +389,13 @@ public:
     Activity(Name name, Traits traits, Attributes attributes = {}) noexcept
         : Activity(name, traits, nullptr, attributes) {}
 
-    /// Continues the activity that handed over.
+    /// Continues the activity that handed over. A transparent one is not in the log: what begins
+    /// while it is resumed belongs to who handed over.
     Activity(const Handoff& from, Name name, Attributes attributes = {}) noexcept
         : Activity(name, Traits(), from.m_handoff, attributes) {}
+
+    Activity(const Handoff& from, Name name, Traits traits, Attributes attributes = {}) noexcept
+        : Activity(name, traits, from.m_handoff, attributes) {}
 
     Activity(Activity&& other) noexcept : m_work(std::exchange(other.m_work, nullptr)) {}
 
@@ -423,9 +473,12 @@ private:
     abi::tarn_work* m_work;
 };
 
-/// A function that is an activity of its own each time it runs, see `Wrap`.
+/// A function that is an activity of its own each time it runs, see `Wrap`. It has the executor,
+/// the allocator and the cancellation slot of the function, where libraries ask handlers for them.
 template <class Function>
-class Wrapped {
+class Wrapped : public detail::WithExecutor<Wrapped<Function>, Function>,
+                public detail::WithAllocator<Wrapped<Function>, Function>,
+                public detail::WithCancellationSlot<Wrapped<Function>, Function> {
 public:
     template <class F>
     Wrapped(Name name, F&& function)
@@ -443,6 +496,8 @@ public:
         -> decltype(std::declval<const Function&>()(std::forward<Arguments>(arguments)...)) {
         return Run(m_from, m_function, std::forward<Arguments>(arguments)...);
     }
+
+    const Function& GetFunction() const noexcept { return m_function; }
 
 private:
     template <class F, class... Arguments>

@@ -98,6 +98,11 @@ public:
 
     Activity(const Handoff& /*from*/, Name /*name*/, Attributes /*attributes*/ = {}) noexcept {}
 
+    Activity(const Handoff& /*from*/,
+             Name /*name*/,
+             Traits /*traits*/,
+             Attributes /*attributes*/ = {}) noexcept {}
+
     Activity(Activity&& /*other*/) noexcept {}
 
     Activity& operator=(Activity&& /*other*/) noexcept { return *this; }

@@ -196,6 +196,36 @@ TARN_EXPORT tarn_handoff* tarn_handoff_take(tarn_work* activity,
 TARN_EXPORT void tarn_handoff_retain(tarn_handoff* handoff) TARN_NOTHROW;
 TARN_EXPORT void tarn_handoff_release(tarn_handoff* handoff) TARN_NOTHROW;
 
+/* ---- Requests to other processes and from them */
+
+/* Takes one header of a request; the texts are lent, and the name ends with a NUL. */
+typedef void (*tarn_set_header)(void* target,
+                                const char* name,
+                                const char* value,
+                                size_t value_length);
+
+/* Hands `set` the headers by which the receiver of a request knows the current activity of the
+   thread: those of this library, and `traceparent` and `tracestate`. None if nothing is current. */
+TARN_EXPORT void tarn_inject(tarn_set_header set, void* target) TARN_NOTHROW;
+
+typedef struct tarn_header_values tarn_header_values;
+
+/* Calls tarn_header_value with each value that the request has for the name, in order. Names of
+   headers are the same in upper and lower case. */
+typedef void (*tarn_get_header)(const void* source, const char* name, tarn_header_values* values);
+
+TARN_EXPORT void tarn_header_value(tarn_header_values* values,
+                                   const char* value,
+                                   size_t length) TARN_NOTHROW;
+
+/* Who has sent a request, as work that was handed over: it goes on under the activity that the
+   headers name, in a request of its own. Headers that are wrong or missing make each run begin a
+   tree. The name is for runs that have none; the caller owns the result, as above. */
+TARN_EXPORT tarn_handoff* tarn_extract(tarn_get_header get,
+                                       const void* source,
+                                       const char* name,
+                                       size_t name_length) TARN_NOTHROW;
+
 #ifdef __cplusplus
 }  // extern "C"
 }  // namespace tarn::abi

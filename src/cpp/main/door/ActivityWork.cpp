@@ -6,6 +6,7 @@
 
 #include "tarn/TarnSettings.h"
 
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -115,11 +116,14 @@ ActivityWork* Get(abi::tarn_work* work) noexcept {
 ActivityWork::ActivityWork(const char* activityName,
                            Traits traits,
                            const ActivityHandOver& from,
+                           std::shared_ptr<const ForeignTrace> foreignTrace,
                            Metrics::NameValueList&& attributes)
     : abi::tarn_work{Kind::Activity},
       name(activityName),
-      inside(from) {
-    if (TarnSettings::GetInstance().IsEitherOff(traits.rank, activityName)) {
+      inside(from),
+      foreign(std::move(foreignTrace)) {
+    if (traits.type == TraceType::Transparent ||
+        TarnSettings::GetInstance().IsEitherOff(traits.rank, activityName)) {
         return;
     }
     run.emplace(from,
@@ -142,6 +146,20 @@ Stay::~Stay() {
     activity.stays.fetch_sub(1, std::memory_order_relaxed);
     // The continuation goes after this; it needs nothing of the activity.
     DropReference(activity);
+}
+
+std::shared_ptr<const ForeignTrace> FindForeignTrace(const ThreadWork& thread) noexcept {
+    for (ThreadWork::Frame* frame = thread.Top(); frame != nullptr; frame = frame->below) {
+        if (!frame->isStay) {
+            auto* const scope = static_cast<ScopeWork*>(frame);
+            if (scope->kind == Kind::Run) {
+                return scope->Handed().foreign;
+            }
+        } else if (const auto* const stay = static_cast<Stay*>(frame); !stay->IsOver()) {
+            return stay->activity.foreign;
+        }
+    }
+    return nullptr;
 }
 
 void DropStaysThatAreOver(ThreadWork& thread) noexcept {
@@ -168,13 +186,16 @@ tarn_work* tarn_activity_begin(const char* name,
         DropStaysThatAreOver(ThreadWork::OfThisThread());
         const tarn_handoff* const from = options != nullptr ? options->from : nullptr;
         const Traits traits =
-            options != nullptr ? Traits(TraceRank(options->rank), options->flags) : Traits();
-        return new ActivityWork(name != nullptr || from == nullptr
-                                    ? NameText(name, name_length).Get()
-                                    : from->name.c_str(),
-                                traits,
-                                from != nullptr ? from->handOver : ActivityHandOver(),
-                                AttributePairs(attributes, count).ToList());
+            options != nullptr
+                ? Traits(TraceType(options->type), TraceRank(options->rank), options->flags)
+                : Traits();
+        return new ActivityWork(
+            name != nullptr || from == nullptr ? NameText(name, name_length).Get()
+                                               : from->name.c_str(),
+            traits,
+            from != nullptr ? from->handOver : ActivityHandOver(),
+            from != nullptr ? from->foreign : FindForeignTrace(ThreadWork::OfThisThread()),
+            AttributePairs(attributes, count).ToList());
     } catch (...) {
         return nullptr;
     }
@@ -265,9 +286,11 @@ tarn_handoff* tarn_handoff_take(tarn_work* activity,
     try {
         const ActivityWork* const work = Get(activity);
         DropStaysThatAreOver(ThreadWork::OfThisThread());
-        return new tarn_handoff{{1},
-                                work != nullptr ? work->inside : ActivityHandOver(),
-                                NameText(name, name_length).Get()};
+        return new tarn_handoff{
+            {1},
+            work != nullptr ? work->inside : ActivityHandOver(),
+            NameText(name, name_length).Get(),
+            work != nullptr ? work->foreign : FindForeignTrace(ThreadWork::OfThisThread())};
     } catch (...) {
         return nullptr;
     }

@@ -39,8 +39,7 @@ void BeginWithOptions(ScopeWork& work,
         work.kind = Kind::Scope;
         return;
     }
-    new (work.room)
-        ActivityHandOver::Run(options.from->handOver, name, traits, attributes.ToList());
+    new (work.room) HandedWork(*options.from, name, traits, attributes.ToList());
     work.kind = Kind::Run;
     if (!context.empty()) {
         work.Scope().AddContext(CustomContext(std::move(context)));
@@ -51,7 +50,7 @@ void End(ScopeWork& work) noexcept {
     if (work.kind == Kind::Scope) {
         work.Scope().~ActivityScope();
     } else {
-        std::launder(reinterpret_cast<ActivityHandOver::Run*>(work.room))->~Run();
+        work.Handed().~HandedWork();
     }
     work.kind = Kind::Off;
 }
@@ -118,6 +117,14 @@ inline void Open(ScopeWork& work,
 }
 
 }  // namespace
+
+HandedWork::HandedWork(const abi::tarn_handoff& from,
+                       const char* name,
+                       Traits traits,
+                       Metrics::NameValueList&& attributes)
+    : run(from.handOver, name, traits, std::move(attributes)),
+      foreign(from.foreign) {}
+
 }  // namespace tarn
 
 namespace tarn::abi {

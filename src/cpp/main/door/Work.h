@@ -1,5 +1,6 @@
 #pragma once
 
+#include "RequestHeaders.h"
 #include "ThreadWork.h"
 
 #include "tarn/ActivityHandOver.h"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -27,20 +29,32 @@ enum : uint64 { Off = 0, Scope = 1, Run = 2, Activity = 3 };
 
 }  // namespace Kind
 
+/// A run of work that was handed over.
+struct HandedWork {
+    HandedWork(const abi::tarn_handoff& from,
+               const char* name,
+               Traits traits,
+               Metrics::NameValueList&& attributes);
+
+    ActivityHandOver::Run run;
+    const std::shared_ptr<const ForeignTrace> foreign;  ///< null if there is none
+};
+
 /// In the caller's `tarn_scope`. Nothing but the kind is set while it is off.
 struct ScopeWork : abi::tarn_work, ThreadWork::Frame {
     ActivityScope& Scope() noexcept {
-        return kind == Kind::Scope
-                   ? *std::launder(reinterpret_cast<ActivityScope*>(room))
-                   : std::launder(reinterpret_cast<ActivityHandOver::Run*>(room))->Scope();
+        return kind == Kind::Scope ? *std::launder(reinterpret_cast<ActivityScope*>(room))
+                                   : Handed().run.Scope();
     }
+
+    /// Of a run.
+    HandedWork& Handed() noexcept { return *std::launder(reinterpret_cast<HandedWork*>(room)); }
 
     ThreadWork* thread;  ///< that it began on
     unsigned exceptionsAtBegin;
 
-    // An `ActivityScope`, or an `ActivityHandOver::Run`.
-    alignas(ActivityHandOver::Run)
-        std::byte room[std::max(sizeof(ActivityScope), sizeof(ActivityHandOver::Run))];
+    // An `ActivityScope`, or a `HandedWork`.
+    alignas(HandedWork) std::byte room[std::max(sizeof(ActivityScope), sizeof(HandedWork))];
 };
 
 // What is left over is for scopes that need more one day.
@@ -49,11 +63,13 @@ static_assert(alignof(ScopeWork) <= alignof(abi::tarn_scope));
 
 /// Shared by those that own it and by its stays on threads. Its owners' last one ends it.
 struct ActivityWork : abi::tarn_work {
-    /// Begins under `from`, or under what is current. One that is off begins nothing: what belongs
-    /// to it belongs to what it would have begun under. Throws `std::bad_alloc`.
+    /// Begins under `from`, or under what is current. One that is off or transparent begins
+    /// nothing: what belongs to it belongs to what it would have begun under. Throws
+    /// `std::bad_alloc`.
     ActivityWork(const char* activityName,
                  Traits traits,
                  const ActivityHandOver& from,
+                 std::shared_ptr<const ForeignTrace> foreignTrace,
                  Metrics::NameValueList&& attributes);
 
     std::atomic<uint32> owners{1};
@@ -68,6 +84,7 @@ struct ActivityWork : abi::tarn_work {
 
     /// For what belongs to it.
     ActivityHandOver inside;
+    const std::shared_ptr<const ForeignTrace> foreign;
 };
 
 /// An activity that was resumed on a thread, until it is suspended there. Owned by the thread's
@@ -91,6 +108,9 @@ struct Stay : ThreadWork::Frame {
 /// Frees the stays that are over and have no scope above them, as they ended on another thread or
 /// before the scopes that began within them.
 void DropStaysThatAreOver(ThreadWork& thread) noexcept;
+
+/// What came with the request that the thread works for; null if nothing did.
+std::shared_ptr<const ForeignTrace> FindForeignTrace(const ThreadWork& thread) noexcept;
 
 /// A text of the C interface as one that ends with a NUL. Throws `std::bad_alloc`.
 class NameText {
@@ -119,6 +139,7 @@ struct tarn_handoff {  // NOLINT(readability-identifier-naming): named in C
     std::atomic<uint32> owners{1};
     const ActivityHandOver handOver;
     const std::string name;
+    const std::shared_ptr<const ForeignTrace> foreign;
 };
 
 }  // namespace tarn::abi

@@ -5,15 +5,22 @@
 #include "tarn/ThreadContextPropagator.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace tarn {
 
-struct ActivityHandOver::Origin {
-    ThreadContextPropagator activity;
+// The class that it belongs to is exported with all its members.
+struct __attribute__((visibility("hidden"))) ActivityHandOver::Origin {
+    std::shared_ptr<ActivityContext> activity;  ///< null if there is none
+
     // Never opened for scopes. The contexts of the runs are its children and inherit through it
-    // what held where the work was handed over, though that may have ended by then.
-    Metrics::Context context{0, Metrics::Context::Create(false)};
+    // what held where the work was handed over, though that may have ended by then. There is none
+    // if that was another process.
+    std::optional<Metrics::Context> context;
+
+    /// The id of a new context for a run.
+    static uint64 CreateContext(const std::shared_ptr<Origin>& origin);
 };
 
 namespace {
@@ -34,11 +41,6 @@ private:
     Metrics::Context& m_context;
 };
 
-uint64 CreateChildOf(Metrics::Context& parent) {
-    const Attachment attachment(parent);
-    return Metrics::Context::Create(false);
-}
-
 /// The same identity, to be current beside the original: each can leave without the other.
 std::shared_ptr<ActivityContext> CopyOf(const std::shared_ptr<ActivityContext>& context) {
     return context != nullptr ? std::make_shared<ActivityContext>(*context) : nullptr;
@@ -46,12 +48,30 @@ std::shared_ptr<ActivityContext> CopyOf(const std::shared_ptr<ActivityContext>& 
 
 }  // namespace
 
-ActivityHandOver::ActivityHandOver() : m_origin(std::make_shared<Origin>()) {}
+uint64 ActivityHandOver::Origin::CreateContext(const std::shared_ptr<Origin>& origin) {
+    if (origin == nullptr || !origin->context.has_value()) {
+        return Metrics::Context::Create(true);
+    }
+    const Attachment attachment(*origin->context);
+    return Metrics::Context::Create(false);
+}
+
+ActivityHandOver::ActivityHandOver() : m_origin(std::make_shared<Origin>()) {
+    m_origin->activity = ThreadContextPropagator().GetContext();
+    m_origin->context.emplace(0, Metrics::Context::Create(false));
+}
+
+ActivityHandOver::ActivityHandOver(std::shared_ptr<Origin> origin) noexcept
+    : m_origin(std::move(origin)) {}
+
+ActivityHandOver ActivityHandOver::FromElsewhere(std::shared_ptr<ActivityContext> sender) {
+    auto origin = std::make_shared<Origin>();
+    origin->activity = std::move(sender);
+    return ActivityHandOver(std::move(origin));
+}
 
 ActivityHandOver::Run::OpenContext::OpenContext(const ActivityHandOver& handOver)
-    : context(0,
-              handOver.m_origin != nullptr ? CreateChildOf(handOver.m_origin->context)
-                                           : Metrics::Context::Create(true)) {
+    : context(0, Origin::CreateContext(handOver.m_origin)) {
     context.OpenScope();
 }
 
@@ -69,8 +89,7 @@ ActivityHandOver::Run::Run(const ActivityHandOver& handOver,
               CustomContext(Metrics::NameValueList()),
               traits,
               std::move(attributes),
-              {handOver.m_origin != nullptr ? handOver.m_origin->activity.GetContext() : nullptr,
-               false}) {}
+              {handOver.m_origin != nullptr ? handOver.m_origin->activity : nullptr, false}) {}
 
 void ActivityHandOver::Run::AttachToThread() {
     m_context.context.AttachToThread();
@@ -83,11 +102,8 @@ void ActivityHandOver::Run::DetachFromThread() {
 }
 
 ActivityHandOver::Continuation::Continuation(const ActivityHandOver& handOver)
-    : m_activity(CopyOf(handOver.m_origin != nullptr ? handOver.m_origin->activity.GetContext()
-                                                     : nullptr)),
-      m_context(0,
-                handOver.m_origin != nullptr ? CreateChildOf(handOver.m_origin->context)
-                                             : Metrics::Context::Create(true)) {
+    : m_activity(CopyOf(handOver.m_origin != nullptr ? handOver.m_origin->activity : nullptr)),
+      m_context(0, Origin::CreateContext(handOver.m_origin)) {
     m_context.OpenScope();
     ThreadActivityRegistry::GetInstance().Push(m_activity);
 }

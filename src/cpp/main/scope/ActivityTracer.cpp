@@ -1,5 +1,6 @@
 #include "tarn/ActivityTracer.h"
 
+#include "RefusedHeaders.h"
 #include "ThreadActivityRegistry.h"
 
 #include "tarn/OptTarn.h"
@@ -54,6 +55,10 @@ std::optional<int> ReadDepth(std::string_view text, const ExtractionLimits& limi
 
 }  // namespace
 
+void CountRefusedHeaders() noexcept {
+    s_refusedHeaders.fetch_add(1, std::memory_order_relaxed);
+}
+
 ICarrier::~ICarrier() = default;
 
 std::shared_ptr<ActivityContext> ActivityTracer::GetCurrentActivityContext() {
@@ -85,7 +90,7 @@ std::optional<ActivityContextInitializer> ActivityTracer::ExtractContext(
     const std::optional<std::string_view> root = ReadRoot(traceId, limits);
     const std::optional<int> depth = ReadDepth(extraDepth, limits);
     if (!root || !depth) {
-        s_refusedHeaders.fetch_add(1, std::memory_order_relaxed);
+        CountRefusedHeaders();
         return std::nullopt;
     }
     // The sender's own id and its service depth do not travel; the root stands for the first.
