@@ -34,7 +34,7 @@ function(tarn_configure_target target)
                    POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
-# Code of a shared library. Thread-local state stands at a fixed place in each thread's block, which
+# Code of a shared library. Thread-local state is at a fixed place in each thread's block, which
 # saves a call for each access; the few hundred bytes fit into what the C library reserves for
 # libraries that are loaded late. Calls within the library are direct, as nobody is to replace its
 # functions one by one, and calls of other libraries take no detour.

@@ -1,4 +1,4 @@
-// The library on a host of one's own: the program has no part of the embedded one in it. What the
+// The library on a custom host: the program has no part of the embedded one in it. What the
 // library needs stands behind its declarations in the three Host*.cpp files.
 #include "tarn/ActivityScope.h"
 #include "tarn/TracingSession.h"

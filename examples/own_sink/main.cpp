@@ -1,4 +1,4 @@
-// Activity events in a form of one's own: a sink that draws them instead of logging them.
+// Activity events in a custom form: a sink that draws them instead of logging them.
 #include "tarn/ActivityScope.h"
 #include "tarn/TracingSession.h"
 

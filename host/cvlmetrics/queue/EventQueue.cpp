@@ -126,10 +126,10 @@ bool EventQueue::LeavesFreeQuarters(unsigned quarters, const EventView& event) {
 // The reader may look for waiting writers just before this one says that it waits. It looks again
 // after its next batch, and a writer that was missed all the same wakes up by itself.
 void EventQueue::WaitForRoom() noexcept {
-    constexpr std::chrono::milliseconds patience{20};
+    constexpr std::chrono::milliseconds timeout{20};
     m_writerWaits.store(1, std::memory_order_seq_cst);
     if (m_read.load(std::memory_order_seq_cst) == m_readAsKnown) {
-        cvlsys::Futex::Wait(m_writerWaits, 1, patience);
+        cvlsys::Futex::Wait(m_writerWaits, 1, timeout);
     }
     m_writerWaits.store(0, std::memory_order_relaxed);
 }

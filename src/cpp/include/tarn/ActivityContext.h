@@ -16,7 +16,7 @@ public:
     /// A fresh root: request id "-", one new id as activity, root and sponsor, depths 0.
     ActivityContext();
 
-    /// Mind the order: the root stands before the activity.
+    /// Mind the order: the root comes before the activity.
     ActivityContext(TString requestId,
                     TString rootId,
                     TString activityId,

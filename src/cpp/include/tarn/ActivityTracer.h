@@ -13,16 +13,16 @@
 
 namespace tarn {
 
-/// How much of what another process sends is taken over. Ids stand in every line of the log that
-/// belongs to the tree, so a long one is paid for again and again.
+/// How much of what another process sends is accepted. An id is in every line of the tree, so a
+/// long one costs space in each.
 struct ExtractionLimits {
     std::size_t headerBytes = 512;   ///< the longest value of a header
     std::size_t idCharacters = 128;  ///< the longest id
     int depth = 10'000;              ///< deeper is no tree, but services that call each other
 };
 
-/// Takes activities across process boundaries: the calling thread's current one out of this
-/// process, another process's into this one. Holds nothing; any thread.
+/// Continues activities across processes: writes the calling thread's current one into headers, and
+/// reads another process's from headers. Stateless; any thread.
 class TARN_EXPORT ActivityTracer {
 public:
     /// The names of the two headers.

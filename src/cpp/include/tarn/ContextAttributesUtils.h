@@ -7,9 +7,9 @@
 
 namespace tarn {
 
-/// Gives attributes to the calling thread's current metrics context, outside any scope. The list
-/// is consumed in every case; nothing is sent when it is empty, when the thread has no metrics
-/// context, or when nobody listens.
+/// Sets attributes of the calling thread's current metrics context, independent of scopes. The list
+/// is always consumed. Nothing is sent if it is empty, if the thread has no metrics context, or if
+/// nobody listens.
 class TARN_EXPORT ContextAttributesUtils {
 public:
     /// Attributes of the request that the context serves.

@@ -6,8 +6,8 @@
 
 namespace tarn {
 
-/// An outgoing message that takes headers: what a host implements for its transport. Called on
-/// the thread that injects, and not kept.
+/// An outgoing message that takes headers; the host implements it for its transport. Called on the
+/// injecting thread, and not kept.
 class TARN_EXPORT ICarrier {
 public:
     ICarrier() = default;

@@ -4,7 +4,7 @@
 
 #include "cvlcoreplatform/TUUID.h"
 
-/// Where a monitor takes the ids of activities from. Called once for each tracing scope that
+/// The source of a monitor's ids. Called once for each tracing scope that
 /// opens, on the thread that delivers the event.
 class TARN_EXPORT IMetricsMonitorUUID {
 public:

@@ -3,7 +3,7 @@
 #include "tarn/Export.h"
 #include "tarn/IMetricsMonitorUUID.h"
 
-/// Random ids of the host. Holds nothing.
+/// Random ids from the host. Stateless.
 class TARN_EXPORT MonitorUUIDGenerator : public IMetricsMonitorUUID {
 public:
     MonitorUUIDGenerator() = default;

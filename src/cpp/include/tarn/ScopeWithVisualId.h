@@ -10,9 +10,9 @@
 
 namespace tarn {
 
-/// A light scope around work for something that the user sees: a worksheet, perhaps within a
-/// dashboard. It has no activity context, measures nothing and cannot be switched off by name.
-/// It belongs to the thread that built it.
+/// A light scope around work for something the user sees: a worksheet, possibly within a dashboard.
+/// It has no activity context, measures nothing, and cannot be switched off by name. Use it on the
+/// thread that constructed it.
 class TARN_EXPORT ScopeWithVisualId {
 public:
     /// `flags` are used as they are; when nobody wants them the object does nothing. An empty

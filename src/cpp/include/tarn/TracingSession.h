@@ -19,9 +19,9 @@ enum class OnCrash {
     SaveLog,
 };
 
-/// Tracing for as long as the object lives, for hosts that need nothing special: it enables
-/// tracing, makes a root metrics context that is current on the calling thread, and registers a
-/// monitor. Make one at the beginning of main, after the options are set:
+/// Traces for as long as it lives. It enables tracing, makes a root metrics context current on the
+/// calling thread, and registers a monitor. Construct one at the beginning of main, after the
+/// options are set:
 ///
 ///     int main() {
 ///         const tarn::TracingSession session;
@@ -44,7 +44,7 @@ public:
     TracingSession(const TracingSession&) = delete;
     TracingSession& operator=(const TracingSession&) = delete;
 
-    /// For what a host sets on it: a sink of its own, additional fields, limits.
+    /// To set a sink, additional fields or limits.
     MetricsMonitor& GetMonitor() const noexcept { return *m_monitor; }
 
 private:

@@ -49,7 +49,7 @@ struct LogFileLimits {
 
 /// JSON lines to a file, which is appended to if it exists. Lines are written at once, each whole
 /// or not at all. A full disk loses lines, counts them and says so on the standard error stream
-/// once a minute; nothing reaches whoever logs. When lines can be written again, a message of
+/// once a minute; the code that logs notices nothing. When lines can be written again, a message of
 /// severity `Warn` before the first of them says how many are missing. Once a second it is made
 /// sure that the file is still at its path; if it was moved, removed or replaced, the path is
 /// opened again, `limits` or not. A relative path is made absolute at once. Links in the path are
