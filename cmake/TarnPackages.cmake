@@ -2,7 +2,7 @@
 # libtarn-dev (headers, archives, the CMake package, the pkg-config file), tarn-tools (tarnview), and
 # tarn-doc (pages, examples, and the reference if it was built). scripts/package makes them.
 
-set(TARN_PACKAGE_CONTACT "tarn developers <developers@tarn.dev>"
+set(TARN_PACKAGE_CONTACT "tarn developers <developers@tarn.invalid>"
     CACHE STRING "The maintainer that the packages name")
 
 set(CPACK_GENERATOR DEB)

@@ -62,6 +62,28 @@ endfunction()
 
 Pack("${VERSION}")
 Run("lintian finds faults" lintian --fail-on error,warning ${PACKAGES})
+
+# What is linked is named, with its terms.
+file(READ "${SOURCE_DIR}/THIRD-PARTY-NOTICES.md" notices)
+string(TOLOWER "${notices}" notices)
+set(linked)
+foreach(package IN LISTS PACKAGES)
+    Run("cannot read ${package}" dpkg-deb -f "${package}" Depends)
+    string(REGEX MATCHALL "(^| )lib[a-z]+" names_of_libraries "${RUN_OUTPUT}")
+    list(APPEND linked ${names_of_libraries})
+endforeach()
+list(TRANSFORM linked REPLACE "^ ?lib" "")
+list(REMOVE_DUPLICATES linked)
+list(REMOVE_ITEM linked c gcc stdc tarn)
+if(NOT linked)
+    message(FATAL_ERROR "the packages depend on no library")
+endif()
+foreach(library IN LISTS linked)
+    if(NOT notices MATCHES "\\| \\[${library}\\]")
+        message(FATAL_ERROR "THIRD-PARTY-NOTICES.md does not name ${library}")
+    endif()
+endforeach()
+
 Dpkg(--install ${PACKAGES})
 ExpectVersion("${VERSION}")
 foreach(file IN ITEMS
