@@ -31,10 +31,7 @@ public:
 
     constexpr std::string_view View() const noexcept { return {m_text, m_length}; }
 
-    /// How much room `CopyTo` needs.
-    constexpr std::size_t RoomToCopy() const noexcept { return m_length + slack; }
-
-    /// Up to `slack` bytes behind the copy are overwritten.
+    /// `to` has room for the text and `slack` bytes more, which are overwritten.
     void CopyTo(char* to) const noexcept {
         for (std::size_t i = 0; i < m_length; i += slack) {
             std::memcpy(to + i, m_text + i, slack);

@@ -31,8 +31,6 @@ Form::Form(std::vector<FormField> fields) : m_fields(std::move(fields)) {
         if (HasSlot(field.kind)) {
             m_slots.push_back(field.kind);
         }
-        const EventPart last = field.kind == FieldKind::Object ? field.inner : field.part;
-        m_parts = std::max(m_parts, static_cast<std::size_t>(last) + 1);
     }
 }
 

@@ -3,7 +3,6 @@
 #include "cvlcoreplatform/TLogForm.h"
 
 #include <atomic>
-#include <cstddef>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -13,6 +12,11 @@ namespace TLog {
 /// Whether a field of this name may be added to the line: all names that it has by itself are
 /// taken.
 bool IsFurtherField(std::u16string_view name) noexcept;
+
+/// Whether the slot's value is a text in the end.
+constexpr bool IsText(FieldKind kind) noexcept {
+    return kind == FieldKind::Text || kind == FieldKind::Uuid || kind == FieldKind::FreshRequest;
+}
 
 /// What the writer of events keeps with a form.
 class FormNotes {
@@ -35,8 +39,6 @@ public:
     /// The kinds of the fields that have a slot, in their order.
     const std::vector<FieldKind>& GetSlots() const noexcept { return m_slots; }
 
-    std::size_t CountParts() const noexcept { return m_parts; }
-
     /// The same for all who ask, made of the form when the first one does. There is one kind of
     /// notes in a process. Throws `std::bad_alloc`.
     template <class Notes>
@@ -51,7 +53,6 @@ private:
 
     const std::vector<FormField> m_fields;
     std::vector<FieldKind> m_slots;
-    std::size_t m_parts = static_cast<std::size_t>(EventPart::Inner);
     // Owned; null until it is needed.
     mutable std::atomic<const FormNotes*> m_notes{nullptr};
 };

@@ -29,17 +29,22 @@ FormedEvent::FormedEvent(const std::shared_ptr<const Form>& form,
     }
 }
 
+inline char* FormedEvent::TakeForText(std::size_t length) {
+    m_textBytes += length;
+    return m_memory.Take<char>(length);
+}
+
 inline StoredText FormedEvent::Copy(TextView text) {
     if (text.IsUtf8()) {
         const std::string_view utf8 = text.GetUtf8();
-        char* const plain = m_memory.Take<char>(utf8.size());
+        char* const plain = TakeForText(utf8.size());
         if (host::CopyPlain(utf8, plain)) {
             return StoredText(host::PaddedText(plain, utf8.size()));
         }
         return CopyUnits(TString::FromUtf8(utf8).View());
     }
     const std::u16string_view units = text.GetUtf16();
-    char* const plain = m_memory.Take<char>(units.size());
+    char* const plain = TakeForText(units.size());
     if (host::CopyPlain(units, plain)) {
         return StoredText(host::PaddedText(plain, units.size()));
     }
@@ -53,7 +58,7 @@ StoredText FormedEvent::CopyUnits(std::u16string_view units) {
 }
 
 inline StoredText FormedEvent::Copy(const TUUID& id) {
-    char* const plain = m_memory.Take<char>(cvlcoreplatform::uuidTextLength);
+    char* const plain = TakeForText(cvlcoreplatform::uuidTextLength);
     cvlcoreplatform::WriteUuid(id, plain);
     return StoredText(host::PaddedText(plain, cvlcoreplatform::uuidTextLength));
 }

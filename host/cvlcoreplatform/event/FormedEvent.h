@@ -65,6 +65,9 @@ public:
     /// Of all slots.
     const StoredValue* GetValues() const noexcept { return m_values; }
 
+    /// Of all plain texts together, or more.
+    std::size_t CountTextBytes() const noexcept { return m_textBytes; }
+
     const std::shared_ptr<Value>& GetShared(const StoredValue& value) const noexcept {
         return m_shared[value.shared];
     }
@@ -80,6 +83,7 @@ private:
     static constexpr std::size_t usualBytes = 1280;
 
     StoredValue Store(FieldKind kind, const SlotValue& value);
+    char* TakeForText(std::size_t length);
     StoredText Copy(TextView text);
     StoredText Copy(const TUUID& id);
     // Seldom needed, and out of the way of the rest.
@@ -87,6 +91,7 @@ private:
 
     const std::shared_ptr<const Form> m_form;
     StoredValue* m_values = nullptr;
+    std::size_t m_textBytes = 0;
     std::vector<std::shared_ptr<Value>> m_shared;
     cvlcoreplatform::Arena<usualBytes> m_memory;
 };

@@ -223,25 +223,17 @@ void JsonLine::WriteFormed(const TLog::FormedEvent& event) {
     m_line.AppendText(event.GetName().View());
     WriteProcessAndThread(event.processId, event.threadId);
     const auto& lineTemplate = event.GetForm().GetNotes<LineTemplate>();
-    LineText::Cursor cursor(m_line);
+    LineText::Cursor cursor(m_line, lineTemplate.RoomFor(event.CountTextBytes()));
     for (const LineTemplate::Gap& gap : lineTemplate.GetGaps()) {
         cursor.Append(gap.before);
         const TLog::StoredValue& value = event.GetValues()[gap.slot];
-        switch (gap.kind) {
-            case TLog::FieldKind::Text:
-            case TLog::FieldKind::Uuid:
-            case TLog::FieldKind::FreshRequest:
-                if (value.text.IsPlain()) {
-                    cursor.AppendText(value.text.Plain());
-                    continue;
-                }
-                break;
-            default:
-                break;
+        if (gap.isText && value.text.IsPlain()) {
+            cursor.AppendText(value.text.Plain());
+        } else {
+            cursor.Pause();
+            WriteSlot(event, gap.kind, value);
+            cursor.Resume();
         }
-        cursor.Pause();
-        WriteSlot(event, gap.kind, value);
-        cursor.Resume();
     }
     cursor.Append(lineTemplate.AfterAll());
     cursor.Pause();

@@ -120,7 +120,8 @@ private:
             case FieldKind::Constant:
                 return AppendQuoted(text, field.field->constant.View());
             default:
-                gaps.push_back({{}, field.slot, field.field->kind});
+                gaps.push_back(
+                    {{}, field.slot, field.field->kind, TLog::IsText(field.field->kind)});
                 places.push_back(text.size());
         }
     }

@@ -18,11 +18,18 @@ public:
         host::PaddedText before;
         std::size_t slot;
         TLog::FieldKind kind;
+        bool isText;
     };
 
     explicit LineTemplate(const TLog::Form& form);
 
     const std::vector<Gap>& GetGaps() const noexcept { return m_gaps; }
+
+    /// How much room the line takes with texts of `bytes` together, but for other values.
+    std::size_t RoomFor(std::size_t bytes) const noexcept {
+        constexpr std::size_t quotationMarks = 2;
+        return m_text.size() + m_gaps.size() * quotationMarks + bytes;
+    }
 
     /// What stands behind the last value.
     host::PaddedText AfterAll() const noexcept { return m_afterAll; }

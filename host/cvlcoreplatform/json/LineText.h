@@ -100,31 +100,29 @@ private:
 };
 
 /// Where many short texts are written one after the other: it knows the end of the line without
-/// looking it up. While there is one, the line is written to through it, or after `Pause`, which is
-/// to be called at the end, too.
+/// looking it up, and asks for room once for all of them. While there is one, the line is written
+/// to through it, or after `Pause`, which is to be called at the end, too.
 class LineText::Cursor {
 public:
-    explicit Cursor(LineText& line) noexcept : m_line(line) { Resume(); }
+    /// `bytes` is as much as will be appended between two pauses at most, and the slack of a copy.
+    Cursor(LineText& line, std::size_t bytes) : m_line(line), m_bytes(bytes) { Resume(); }
 
     ~Cursor() = default;
     Cursor(const Cursor&) = delete;
     Cursor& operator=(const Cursor&) = delete;
 
     /// As they are.
-    void Append(host::PaddedText characters) {
-        char* const to = Room(characters.RoomToCopy());
-        characters.CopyTo(to);
-        m_to = to + characters.Length();
+    void Append(host::PaddedText characters) noexcept {
+        characters.CopyTo(m_to);
+        m_to += characters.Length();
     }
 
     /// In quotation marks, for a text that stands in JSON as it is.
-    void AppendText(host::PaddedText plain) {
-        constexpr std::size_t quotationMarks = 2;
-        char* const to = Room(plain.RoomToCopy() + quotationMarks);
-        to[0] = '"';
-        plain.CopyTo(to + 1);
-        to[plain.Length() + 1] = '"';
-        m_to = to + plain.Length() + quotationMarks;
+    void AppendText(host::PaddedText plain) noexcept {
+        *m_to = '"';
+        plain.CopyTo(m_to + 1);
+        m_to += plain.Length() + 1;
+        *m_to++ = '"';
     }
 
     /// The line has all that was written.
@@ -133,24 +131,12 @@ public:
     }
 
     /// After the line itself was written to.
-    void Resume() noexcept {
-        m_to = m_line.m_characters.get() + m_line.m_length;
-        m_end = m_line.m_characters.get() + m_line.m_capacity;
-    }
+    void Resume() { m_to = m_line.Room(m_bytes); }
 
 private:
-    char* Room(std::size_t bytes) {
-        if (static_cast<std::size_t>(m_end - m_to) < bytes) {
-            Pause();
-            m_line.Grow(bytes);
-            Resume();
-        }
-        return m_to;
-    }
-
     LineText& m_line;
+    const std::size_t m_bytes;
     char* m_to = nullptr;
-    char* m_end = nullptr;
 };
 
 }  // namespace cvlcoreplatform

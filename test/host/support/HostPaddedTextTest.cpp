@@ -9,17 +9,17 @@ namespace {
 
 using host::PaddedText;
 
-TEST(HostPaddedTextTest, ACopyHasTheTextAndTouchesNothingBehindTheRoomItAsksFor) {
+TEST(HostPaddedTextTest, ACopyHasTheTextAndTouchesNothingBehindItsSlack) {
     constexpr char untouched = '\x7F';
     const std::string memory = "the road of one scope, and what is behind" + std::string(40, '.');
     for (std::size_t length = 0; length <= 41; ++length) {
         const PaddedText text = PaddedText::Within(memory, 0, length);
-        std::string copy(text.RoomToCopy() + 8, untouched);
+        std::string copy(length + PaddedText::slack + 8, untouched);
 
         text.CopyTo(copy.data());
 
         EXPECT_EQ(copy.substr(0, length), text.View());
-        EXPECT_EQ(copy.substr(text.RoomToCopy()), std::string(8, untouched)) << length;
+        EXPECT_EQ(copy.substr(length + PaddedText::slack), std::string(8, untouched)) << length;
     }
 }
 

@@ -12,6 +12,7 @@
 namespace {
 
 using tarn::test::HasBodyField;
+using tarn::test::HasExactlyAttributes;
 using tarn::test::HasExactlyBodyFields;
 using testing::AllOf;
 
@@ -24,11 +25,12 @@ protected:
         return Produce(scope);
     }
 
-    TLog::Event Produce(const MetricsMonitor::ScopeState& scope) {
+    TLog::Event Produce(const MetricsMonitor::ScopeState& scope,
+                        const MetricsMonitor::ContextInfo::Layers* layers = nullptr) {
         const tarn::RequestContextAttributes::Table none;
         return m_producer.Produce(ActivityPhase::Begin,
                                   TString(),
-                                  {scope, &tarn::NoText(), TUUID(), TUUID(), nullptr, none, 0});
+                                  {scope, &tarn::NoText(), TUUID(), TUUID(), layers, none, 0});
     }
 
 private:
@@ -64,6 +66,21 @@ TEST_F(FormsTest, AValueOfAnotherKindIsWrittenAsWhatItIs) {
         EXPECT_THAT(Produce({{u"rows", 1.5}}), HasBodyField("rows", 1.5));
         EXPECT_THAT(Produce({{u"rows", "many"}}), HasBodyField("rows", "many"));
     }
+}
+
+TEST_F(FormsTest, AnAttributeOfTheContextIsToldFromOneOfTheScope) {
+    const TString last = TString(u"last");
+    const MetricsMonitor::ContextInfo::Layers all{
+        {{last, 1}}, {{TString(), true}}, {{TString(u"first"), 1}}};
+    const MetricsMonitor::ContextInfo::Layers one{{{TString(u"first"), 1}}};
+    MetricsMonitor::ScopeState scope;
+
+    EXPECT_THAT(
+        Produce(scope, &all),
+        AllOf(HasExactlyAttributes({"", "first", "last", "vw", "wb"}), HasExactlyBodyFields({})));
+    scope.attributes = {{last, 1}};
+    EXPECT_THAT(Produce(scope, &one),
+                AllOf(HasExactlyAttributes({"first", "vw", "wb"}), HasExactlyBodyFields({"last"})));
 }
 
 TEST_F(FormsTest, MoreFormsThanAreKeptAreStillRight) {

@@ -138,4 +138,10 @@ CVLCOREPLATFORM_API Event MakeEvent(const std::shared_ptr<const Form>& form,
                                     EventHead head,
                                     const SlotValue* values);
 
+/// The same event, with `Literal`s, `Array`s and `Object`s that are made at once. Not for the
+/// library to call: from it hosts make an event's values. Throws `std::bad_alloc`.
+CVLCOREPLATFORM_API Event MakeEventOfValues(const std::vector<FormField>& fields,
+                                            EventHead head,
+                                            const SlotValue* values);
+
 }  // namespace TLog

@@ -67,6 +67,9 @@ void GatherLayers(FieldSources& sources) {
 /// is complained of.
 void RequireTextsAndGatherLayers(EventFacts facts, FieldSources& sources) {
     const AttributeTable& attributes = sources.input.attributes;
+    if (attributes.GetPresent() == 0 && sources.input.layers == nullptr) {
+        return;
+    }
     if ((facts & fact::topOfTrace) != 0) {
         RequireText(attributes, ContextAttributeName::RequestDescription);
     }

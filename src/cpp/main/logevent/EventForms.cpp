@@ -75,6 +75,11 @@ void ForEachNamed(EventFacts facts, const FieldSources& sources, const Call& cal
     }
 }
 
+// What a word of a key is, in its lowest bits, unless that is a kind; addresses leave them free.
+constexpr uint64 isPart = 6;
+constexpr uint64 isSpelled = 7;
+static_assert(alignof(std::u16string) >= 8 && static_cast<uint64>(FieldKind::Real) < isPart);
+
 /// Gathers the fields of a form.
 class FormMaker {
 public:
@@ -161,7 +166,7 @@ void EventForms::MakeKey(EventFacts facts, const FieldSources& sources) {
         [this](
             EventPart part, const TString& name, FieldKind kind, FieldReader, std::size_t index) {
             if (index == 0) {
-                m_key.push_back(static_cast<uint64>(part));
+                m_key.push_back(static_cast<uint64>(part) << 3 | isPart);
             }
             AddToKey(name, kind);
         });
@@ -169,8 +174,6 @@ void EventForms::MakeKey(EventFacts facts, const FieldSources& sources) {
 
 // A static text by its address, which leaves room for the kind; any other one as it is spelled.
 void EventForms::AddToKey(const TString& name, FieldKind kind) {
-    static_assert(alignof(std::u16string) >= 8 && static_cast<uint64>(FieldKind::Real) < 7);
-    constexpr uint64 isSpelled = 7;
     if (IsKeyTooLong()) {
         return;
     }
