@@ -384,6 +384,7 @@ TEST_F(ExportTest, OtlpLinksTheSponsorWhereAnotherIsTheCaller) {
 
     const json& span = Find(spans, "name", "called");
     EXPECT_EQ(span["parentSpanId"], Find(spans, "name", "caller")["spanId"]);
+    ASSERT_TRUE(span.contains("links"));
     ASSERT_THAT(span["links"], SizeIs(1));
     EXPECT_EQ(span["links"][0]["spanId"], Find(spans, "name", "serve")["spanId"]);
     EXPECT_FALSE(Find(spans, "name", "caller").contains("links"));
