@@ -153,23 +153,27 @@ function addMembers(body, kind) {
     cell(body.insertRow(), button, "left");
   }
 }
-// With "in view", tables and sums are of what runs in the part of time that the timeline shows.
+// Tables and sums are of all, or of what runs in the part of time that the timeline shows, or of what
+// the search has found, or of both.
 let shownRows = rows, following = 0;
 function isInView(row) { return row.begin <= view.to && row.begin + row.length >= view.from; }
+const areOfFound = () => element("areFound").checked && element("search").value !== "";
 function drawTables() {
   shownRows = element("inView").checked ? rows.filter(isInView) : rows;
+  if (areOfFound()) shownRows = shownRows.filter(row => found.has(row.index));
   makeGroups(shownRows);
   drawTop();
   drawFailures();
   const count = state => shownRows.filter(row => row.state === state).length;
   element("shown").textContent = shownRows.length === rows.length ? "" :
-    `${shownRows.length} activities from ${moment(view.from)} to ${moment(view.to)}, ${count(1)} failed`;
+    `${shownRows.length} activities ` + (areOfFound() ? "found " : "") + (element("inView").checked
+      ? `from ${moment(view.from)} to ${moment(view.to)}, ` : "") + `${count(1)} failed`;
 }
 // Not at each step of a movement, but when it rests.
 function followView() {
   clearTimeout(following);
   following = setTimeout(() => {
-    if (element("inView").checked) drawTables();
+    if (element("inView").checked || element("areFound").checked) drawTables();
     saveLink();
   }, 150);
 }
@@ -180,6 +184,7 @@ function saveLink() {
   if (view.from > 0 || view.to < end) parts.push(`from=${Math.round(view.from)}`, `to=${Math.round(view.to)}`);
   if (element("search").value) parts.push("find=" + encodeURIComponent(element("search").value));
   if (element("inView").checked) parts.push("inview=1");
+  if (element("areFound").checked) parts.push("found=1");
   if (clock !== "utc") parts.push("clock=" + clock);
   history.replaceState(null, "", parts.length ? "#" + parts.join("&") : location.pathname + location.search);
 }
@@ -189,12 +194,14 @@ function restoreLink() {
     clock = element("clock").value = parts.get("clock");
   }
   element("inView").checked = parts.get("inview") === "1";
+  element("areFound").checked = parts.get("found") === "1";
   if (parts.get("find")) { element("search").value = parts.get("find"); find(); }
   const id = parts.get("id"), row = Number(parts.get("row"));
   const index = rows[row]?.id === id ? row : rows.findIndex(it => it.id === id);
   if (index >= 0) choose(index, !parts.has("from"));
   const from = Number(parts.get("from")), to = Number(parts.get("to"));
   if (to > from) { view = {from, to}; clampView(); }
+  if (location.hash) drawTables();
 }
 // What the tables are of, as a file: an object a line.
 function download() {
@@ -208,7 +215,7 @@ function download() {
   anchor.click();
   URL.revokeObjectURL(anchor.href);
 }
-element("inView").onchange = () => { drawTables(); saveLink(); };
+for (const id of ["inView", "areFound"]) element(id).onchange = () => { drawTables(); saveLink(); };
 element("download").onclick = download;
 element("clock").onchange = () => {
   clock = element("clock").value;

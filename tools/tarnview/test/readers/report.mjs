@@ -183,6 +183,13 @@ async function followsTheView() {
   assert.equal(some, within);
   await browser.evaluate(`element("inView").checked = false; element("inView").onchange(); showAll()`);
   assert.equal(await counts(), all);
+  await search("call-peer");
+  await browser.evaluate(`element("areFound").checked = true; element("areFound").onchange()`);
+  const found = await browser.evaluate(`rows.filter(it => found.has(it.index) && !isOpen(it)).length`);
+  assert.equal(await counts(), found);
+  assert.ok(found > 0 && found < all, `${found} of ${all}`);
+  await browser.evaluate(`element("areFound").checked = false; element("areFound").onchange()`);
+  await search("");
 }
 
 async function isRestoredByItsLink() {
