@@ -105,6 +105,20 @@ TEST_F(DoorHeadersTest, TheHeadersOfTheW3cAloneSayTheSame) {
                                HasActivityField("depth", 2))));
 }
 
+TEST_F(DoorHeadersTest, TheHeadersOfThisSystemAloneSayTheSameWhateverTheFormOfTheIds) {
+    Serve({{"corvala-trace-id", "abc:abc:0"},
+           {"corvala-extra-depth", "7"},
+           {"corvala-caller-id", "someone"}});
+
+    EXPECT_THAT(Events(),
+                Contains(AllOf(Begins("serve"),
+                               HasActivityField("root", "abc"),
+                               HasActivityField("caller", "someone"),
+                               HasActivityField("depth", 8))));
+    EXPECT_EQ(onwards["corvala-trace-id"], "abc:abc:0");
+    EXPECT_EQ(onwards.count("traceparent"), 0U) << "such a root has no trace id";
+}
+
 TEST_F(DoorHeadersTest, ATraceOfAnotherSystemGoesOnAndIsPassedOn) {
     Serve({{"traceparent", foreignParent}, {"tracestate", "a=1,b=2"}});
 
