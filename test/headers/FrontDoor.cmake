@@ -24,6 +24,30 @@ if(lines LESS 1000 OR lines GREATER 14000)
     message(FATAL_ERROR "tarn/Trace.h takes ${lines} preprocessed lines; 14,000 are allowed")
 endif()
 
+# ---- How long, compared with the one header that it cannot do without: the quickest of three runs of
+# each, taken in turn, which other work on the machine slows down alike.
+function(CompileTime result header)
+    file(WRITE "${FOLDER}/one.cpp" "#include ${header}\n")
+    string(TIMESTAMP before "%s%f")
+    Run("cannot compile ${header}" "${CXX}" -std=c++17 -fsyntax-only "-I${INCLUDE}" "${FOLDER}/one.cpp")
+    string(TIMESTAMP after "%s%f")
+    math(EXPR time "${after} - ${before}")
+    if(DEFINED ${result} AND ${result} LESS time)
+        set(time ${${result}})
+    endif()
+    set(${result} ${time} PARENT_SCOPE)
+endfunction()
+
+foreach(run RANGE 1 3)
+    CompileTime(own_time "\"tarn/Trace.h\"")
+    CompileTime(standard_time <string_view>)
+endforeach()
+message(STATUS "tarn/Trace.h: ${own_time} us, <string_view>: ${standard_time} us")
+math(EXPR allowed_time "3 * ${standard_time}")
+if(own_time GREATER allowed_time)
+    message(FATAL_ERROR "tarn/Trace.h takes ${own_time} us to compile, <string_view> ${standard_time}")
+endif()
+
 # ---- It defines no macro of another kind than TARN_...
 function(Macros result header)
     file(WRITE "${FOLDER}/one.cpp" "#include ${header}\n")
