@@ -21,6 +21,13 @@ if(NOT RUN_OUTPUT MATCHES "counted 1 allocation")
     message(FATAL_ERROR "the consumer that counts its allocations says: ${RUN_OUTPUT}")
 endif()
 
+if(OTLP)
+    Run("the consumer of the component otlp failed" "${SCRATCH_DIR}/consumer/spans_consumer")
+    if(NOT RUN_OUTPUT MATCHES "made 1 span, lost 1")
+        message(FATAL_ERROR "the consumer of the component otlp says: ${RUN_OUTPUT}")
+    endif()
+endif()
+
 # The program that README.md begins with, as it stands there.
 Configure("${SOURCE_DIR}/examples/order" "${SCRATCH_DIR}/order" "-DCMAKE_PREFIX_PATH=${prefix}")
 Build("${SCRATCH_DIR}/order" all)
