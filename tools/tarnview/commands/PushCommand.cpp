@@ -155,7 +155,9 @@ private:
             return true;
         }
         const BatchResult result = m_sender.Send(tarn::otlp::GroupByResource(m_batch));
-        if (!result.problem.empty()) {
+        // A receiver that says something odd mostly says it each time.
+        if (!result.problem.empty() && result.problem != m_lastProblem) {
+            m_lastProblem = result.problem;
             m_progress.Clear();
             m_context.err << "tarnview: " << m_options.otlp.url << ": " << result.problem << '\n';
         }
@@ -212,6 +214,7 @@ private:
     std::vector<PushCheckpoint::FileId> m_ids;
     std::vector<EncodedSpan> m_batch;
     std::size_t m_batchBytes = 0;
+    std::string m_lastProblem;
     std::uint64_t m_bytesBefore = 0;
     std::uint64_t m_sent = 0;
     std::uint64_t m_rejected = 0;
