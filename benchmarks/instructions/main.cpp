@@ -3,6 +3,7 @@
 //
 // Usage: tarn_instructions <mode>[-front-door] <scopes> [log file]
 
+#include "tarn/ActivityName.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/MetricsMonitor.h"
 #include "tarn/MonitorUUIDGenerator.h"
@@ -34,8 +35,12 @@ constexpr int warmUp = 2000;
 const char* const frontDoor = "-front-door";
 bool isThroughFrontDoor = false;
 
+bool isNamed = false;
+constinit tarn::ActivityName measuredName{"measured"};
+
 struct Mode {
     bool isOff = false;
+    bool isNamed = false;  // a name at the call site, which remembers whether it is off
     bool hasMonitor = true;
     bool hasSink = true;
     bool isAsynchronous = false;
@@ -45,6 +50,7 @@ struct Mode {
 const std::map<std::string, Mode>& Modes() {
     static const std::map<std::string, Mode> modes{
         {"off", {.isOff = true, .hasMonitor = false}},
+        {"off-named", {.isOff = true, .isNamed = true, .hasMonitor = false}},
         {"nobody-listens", {.hasMonitor = false}},
         {"asynchronous", {.isAsynchronous = true}},
         {"asynchronous-cpu", {.isAsynchronous = true, .tracksCpu = true}},
@@ -69,9 +75,20 @@ void TraceThroughFrontDoor(int scopes) {
     }
 }
 
+void TraceNamed(int scopes) {
+    for (int i = 0; i < scopes; ++i) {
+        const tarn::ActivityScope scope(
+            measuredName, {{"table", "packages"}, {"order", "by name"}, {"client", "browser"}});
+    }
+}
+
 void Trace(int scopes) {
     if (isThroughFrontDoor) {
         TraceThroughFrontDoor(scopes);
+        return;
+    }
+    if (isNamed) {
+        TraceNamed(scopes);
         return;
     }
     for (int i = 0; i < scopes; ++i) {
@@ -173,6 +190,7 @@ int main(int argc, char** argv) {
             isThroughFrontDoor = true;
             mode.erase(end);
         }
+        isNamed = Modes().at(mode).isNamed;
         Run(Modes().at(mode), std::stoi(argv[2]), argc > 3 ? argv[3] : "/dev/null");
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {

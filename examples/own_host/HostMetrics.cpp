@@ -234,7 +234,7 @@ void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
         m_postCloseActions.clear();
         return;
     }
-    m_name = std::move(name);
+    NameValue() = std::move(name);
     const uint64 id = NextId();
     Send(MetricsEventType::OpenScope, {id, m_contextId, m_flags}, m_name, {}, std::move(pairs));
     m_id = id;

@@ -2,6 +2,7 @@
 
 #include "tarn/ActivityContextProxy.h"
 #include "tarn/ActivityHandOver.h"
+#include "tarn/ActivityName.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/ActivityTracer.h"
 #include "tarn/ContextAttributesUtils.h"
@@ -100,7 +101,8 @@ void TraceInAllWays() {
     outer.Add({{"more", u"text"}});
     outer.Log({{"what", "happened"}});
     outer.AddContext(tarn::CustomContext(Metrics::NameValueList{{u"user", u"somebody"}}));
-    ActivityScope inner("inner");
+    static constinit tarn::ActivityName name{"inner"};
+    ActivityScope inner(name);
     inner.Cancel({});
     static_cast<void>(outer.IsOff("outer") || outer.IsEitherOff(tarn::TraceRank::Default, "x"));
 }
@@ -261,7 +263,7 @@ const std::vector<Operation>& Operations() {
          "",
          [] { Settings().SetRankOn(tarn::TraceRank::Default); }},
         {"tarn::TarnSettings::IsOff",
-         "tarn::TarnSettings::IsEitherOff tarn::TarnSettings::SetOffs",
+         "tarn::TarnSettings::SetOffs",
          [] {
              Settings().SetOffs({"off"});
              for (int i = 0; i < 100; ++i) {

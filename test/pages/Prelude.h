@@ -2,6 +2,7 @@
 
 // What the statements of the pages take for granted: values of the host's, and an open scope.
 
+#include "tarn/ActivityName.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/Trace.h"
 #include "tarn/TracingSession.h"

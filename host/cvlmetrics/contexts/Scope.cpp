@@ -133,18 +133,18 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
 }
 
 void Scope::KeepName(const ValueView& name) {
-    if (name.GetKind() == ValueView::Kind::Utf8 && name.GetUtf8().size() <= shortNameSize) {
+    if (!m_isNameValue && name.GetKind() == ValueView::Kind::Utf8 &&
+        name.GetUtf8().size() <= shortNameSize) {
         const std::string_view text = name.GetUtf8();
         cvlsys::CopyShort(m_shortName, text.data(), text.size());
         m_shortNameLength = static_cast<unsigned char>(text.size());
-        m_hasShortName = true;
     } else {
-        Assign(m_name, name);
+        Assign(NameValue(), name);
     }
 }
 
 ValueView Scope::Name() const noexcept {
-    return m_hasShortName ? ValueView::OfUtf8({m_shortName, m_shortNameLength}) : m_name;
+    return m_isNameValue ? ValueView(m_name) : ValueView::OfUtf8({m_shortName, m_shortNameLength});
 }
 
 void Scope::EmitImpl(MetricsEventType type, const MetricsValue& name, MetricsValue&& value) const {

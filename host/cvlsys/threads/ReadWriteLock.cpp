@@ -131,11 +131,14 @@ void ReadWriteLock::StepBackAndWait(bool isCounted) noexcept {
 // When it has left, the lock may be gone.
 void ReadWriteLock::unlock_shared() noexcept {
     const bool areNoted = m_readersAreNoted;
-    ReaderNotes* const notes = ReaderNotes::OfThisThread();
-    const bool wasNoted = notes != nullptr && notes->Forget(*this);
-    if (!areNoted || !wasNoted) {
-        SlotOfThisThread().Leave();
+    ReaderNotes* const notes = ReaderNotes::Known();
+    if (notes == nullptr || !notes->Forget(*this) || !areNoted) [[unlikely]] {
+        LeaveSlot();
     }
+}
+
+[[gnu::noinline]] void ReadWriteLock::LeaveSlot() noexcept {
+    SlotOfThisThread().Leave();
 }
 
 bool ReadWriteLock::CloseGate(std::optional<Clock::time_point> end) noexcept {

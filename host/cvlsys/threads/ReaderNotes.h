@@ -21,6 +21,9 @@ public:
     /// memory for them.
     static ReaderNotes* OfThisThread() noexcept { return t_own != nullptr ? t_own : Begin(); }
 
+    /// The same, of which there are some if the thread has noted anything.
+    static ReaderNotes* Known() noexcept { return t_own; }
+
     /// Whether there was room. Afterwards it is to be looked whether a writer has come: the writer
     /// sees the note then, or the thread sees the writer, if the writer calls `Publish` in between
     /// closing its lock and looking.
@@ -34,7 +37,7 @@ public:
     bool Forget(const ReadWriteLock& lock) noexcept {
         const bool wasNoted = Replace(&lock, nullptr);
         std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (m_isAwaited.load(std::memory_order_relaxed) != 0) {
+        if (m_isAwaited.load(std::memory_order_relaxed) != 0) [[unlikely]] {
             WakeWriters();
         }
         return wasNoted;

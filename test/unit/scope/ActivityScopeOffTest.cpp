@@ -1,10 +1,13 @@
 #include "ActivityScopeLifecycleTest.h"
 #include "AllocationCounter.h"
 
+#include "tarn/ActivityName.h"
 #include "tarn/ActivityScope.h"
 #include "tarn/TarnSettings.h"
 
+#include <cstddef>
 #include <stdexcept>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,6 +38,55 @@ TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffByNameDoesNothing) {
     }
 
     EXPECT_THAT(m_events->Contents(), IsEmpty());
+}
+
+TEST_F(ActivityScopeLifecycleTest, AScopeOfANameThatRemembersIsOffWhenItsTextIs) {
+    SwitchForegroundContextsOn();
+    const ActivityName name("load");
+    TarnSettings::GetInstance().SetOffs({"load"});
+    {
+        const ActivityScope plain(name);
+        const ActivityScope withPairs(name, {{"a", 1}});
+        const ActivityScope withTraits(name, Traits(TraceType::Untracked));
+        const ActivityScope withBoth(name, Traits(TraceType::Transparent), {{"a", 1}});
+
+        EXPECT_EQ(withPairs.GetActivityContext(), nullptr);
+        EXPECT_EQ(Registry().GetDepth(), 0U);
+        EXPECT_EQ(CurrentMemoryFrame(), nullptr);
+    }
+    EXPECT_THAT(m_events->Contents(), IsEmpty());
+
+    TarnSettings::GetInstance().SetOffs({});
+    const ActivityScope on(name);
+
+    EXPECT_NE(on.GetActivityContext(), nullptr);
+    EXPECT_EQ(Registry().GetDepth(), 1U);
+}
+
+TEST_F(ActivityScopeLifecycleTest, AScopeOfANameThatRemembersSaysWhatOneOfItsTextDoes) {
+    const ActivityName name("load");
+    const auto textsOf = [this](const auto& make) {
+        const std::size_t before = m_events->Contents().size();
+        make();
+        const auto texts = m_events->Contents();
+        return std::vector(texts.begin() + static_cast<std::ptrdiff_t>(before), texts.end());
+    };
+
+    const auto plain = textsOf([] {
+        const ActivityScope a("load");
+        const ActivityScope b("load", {{"a", 1}});
+        const ActivityScope c("load", Traits(TraceType::Untracked));
+        const ActivityScope d("load", Traits(TraceType::Transparent), {{"a", 1}});
+    });
+    const auto named = textsOf([&name] {
+        const ActivityScope a(name);
+        const ActivityScope b(name, {{"a", 1}});
+        const ActivityScope c(name, Traits(TraceType::Untracked));
+        const ActivityScope d(name, Traits(TraceType::Transparent), {{"a", 1}});
+    });
+
+    EXPECT_THAT(plain, testing::Not(IsEmpty()));
+    EXPECT_EQ(named, plain);
 }
 
 TEST_F(ActivityScopeLifecycleTest, AScopeThatIsOffByRankDoesNothing) {

@@ -506,9 +506,13 @@ TEST_F(TarnSettingsTest, ReadersOfNamesAndMappingsWaitForWriters) {
     using WriteGuard = TReadWriteLock::WriteGuard;
     Settings().SetOffs({"one of them"});
 
-    EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().IsOff("a"); }));
-    EXPECT_FALSE(
-        EndsWhileLocked<WriteGuard>([this] { Settings().IsEitherOff(TraceRank{0}, "a"); }));
+    EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().IsOff("one of them"); }));
+    EXPECT_FALSE(EndsWhileLocked<WriteGuard>(
+        [this] { Settings().IsEitherOff(TraceRank{0}, "one of them"); }));
+    EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] {
+        const ActivityName name("one of them");
+        Settings().IsEitherOff(TraceRank{0}, name);
+    }));
     EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { Settings().GetCopyOfOffs(); }));
     EXPECT_FALSE(EndsWhileLocked<WriteGuard>([this] { MappingOf(u"site"); }));
 }
@@ -518,6 +522,106 @@ TEST_F(TarnSettingsTest, WhileNoNameIsOffAskingForOneDoesNotLock) {
         EXPECT_FALSE(Settings().IsOff("a"));
         EXPECT_FALSE(Settings().IsEitherOff(TraceRank{0}, "a"));
     }));
+}
+
+TEST_F(TarnSettingsTest, NeitherDoesItForANameThatIsOnWhileAnotherIsOff) {
+    Settings().SetOffs({"one of them"});
+
+    // By its hash, it shares nothing with the other.
+    EXPECT_TRUE(EndsWhileLocked<TReadWriteLock::WriteGuard>([this] {
+        EXPECT_FALSE(Settings().IsOff("a"));
+        EXPECT_FALSE(Settings().IsEitherOff(TraceRank{0}, "a"));
+    }));
+}
+
+TEST_F(TarnSettingsTest, EachOfManyNamesIsOffAndNoOther) {
+    constexpr int count = 5000;
+    Names names;
+    for (int i = 0; i < count; ++i) {
+        names.insert("off-" + std::to_string(i));
+    }
+    TLog::SetThreshold(TLog::Warn);
+    Settings().SetOffs(names);
+
+    for (int i = 0; i < count; ++i) {
+        ASSERT_TRUE(Settings().IsOff(("off-" + std::to_string(i)).c_str())) << i;
+        ASSERT_FALSE(Settings().IsOff(("on-" + std::to_string(i)).c_str())) << i;
+    }
+}
+
+TEST_F(TarnSettingsTest, ANameThatRemembersFollowsEachNewSet) {
+    const ActivityName name("a");
+
+    EXPECT_FALSE(Settings().IsEitherOff(TraceRank{0}, name));
+    for (int i = 0; i < 3; ++i) {
+        Settings().SetOffs({"a", "b"});
+        EXPECT_TRUE(Settings().IsEitherOff(TraceRank{0}, name));
+        EXPECT_TRUE(Settings().IsEitherOff(TraceRank{0}, name));
+        Settings().SetOffs({"b"});
+        EXPECT_FALSE(Settings().IsEitherOff(TraceRank{0}, name));
+        EXPECT_TRUE(Settings().IsEitherOff(TraceRank{1}, name));
+    }
+}
+
+TEST_F(TarnSettingsTest, ANameThatRemembersMayBeNullWhichIsTheEmptyName) {
+    const ActivityName name(nullptr);
+
+    EXPECT_FALSE(Settings().IsEitherOff(TraceRank{0}, name));
+    Settings().SetOffs({""});
+
+    EXPECT_TRUE(Settings().IsEitherOff(TraceRank{0}, name));
+}
+
+TEST_F(TarnSettingsTest, WhoIsToldOfANewSetFindsItOnAnyThread) {
+    constexpr int rounds = 2000;
+    const ActivityName remembering("a");
+    std::atomic<int> toldOf{0};
+    std::atomic<int> seen{0};
+    int wrong = 0;
+    TLog::SetThreshold(TLog::Warn);
+    std::thread reader([&] {
+        for (int round = 1; round <= rounds; ++round) {
+            toldOf.wait(round - 1);
+            const bool isOff = round % 2 != 0;
+            wrong += Settings().IsOff("a") != isOff ? 1 : 0;
+            wrong += Settings().IsEitherOff(TraceRank{0}, remembering) != isOff ? 1 : 0;
+            seen = round;
+            seen.notify_one();
+        }
+    });
+
+    for (int round = 1; round <= rounds; ++round) {
+        Settings().SetOffs(round % 2 != 0 ? Names{"a"} : Names{"b"});
+        toldOf = round;
+        toldOf.notify_one();
+        seen.wait(round - 1);
+    }
+    reader.join();
+
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(TarnSettingsTest, ANameThatIsOffInEachSetIsOffAllTheTime) {
+    constexpr int rounds = 3000;
+    const ActivityName remembering("always");
+    std::atomic<bool> isOver{false};
+    std::atomic<int> wrong{0};
+    TLog::SetThreshold(TLog::Warn);
+    Settings().SetOffs({"always"});
+    std::thread reader([&] {
+        while (!isOver) {
+            wrong += Settings().IsOff("always") ? 0 : 1;
+            wrong += Settings().IsEitherOff(TraceRank{0}, remembering) ? 0 : 1;
+        }
+    });
+
+    for (int round = 0; round < rounds; ++round) {
+        Settings().SetOffs({"always", "other-" + std::to_string(round)});
+    }
+    isOver = true;
+    reader.join();
+
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(TarnSettingsTest, ReadersOnOtherThreadsSeeWholeSetsOnly) {

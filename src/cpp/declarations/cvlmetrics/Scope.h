@@ -9,6 +9,8 @@
 #include <cstring>
 #include <initializer_list>
 #include <list>
+#include <new>
+#include <string>
 #include <string_view>
 
 namespace Metrics {
@@ -19,12 +21,16 @@ struct ClockReading;
 /// What is emitted while it is not open goes nowhere.
 class CVLMETRICS_API Scope {
 public:
+    // (The name is written before it is read: its length says how much there is of it.)
     explicit Scope(uint64 flags) noexcept : m_flags(flags) {}
 
     /// Closes the scope if it is open, then sends its post-close actions.
     ~Scope() {
         if (m_id != 0) {
             Close();
+        }
+        if (m_isNameValue) {
+            m_name.~MetricsValue();
         }
     }
 
@@ -84,7 +90,7 @@ public:
     uint64 GetFlags() const noexcept { return m_flags; }
 
     /// So many bytes of a name are kept in the scope itself.
-    static constexpr std::size_t shortNameSize = 29;
+    static constexpr std::size_t shortNameSize = sizeof(MetricsValue);
 
     /// Keeps the beginning of a name for messages about a scope that nobody may ever hear of. For
     /// before the scope is opened.
@@ -95,7 +101,11 @@ public:
 
     /// As much of a name as was kept last; one of `shortNameSize` bytes may have been cut.
     std::string_view GetBeginningOfName() const noexcept {
-        return {m_shortName, m_shortNameLength};
+        if (!m_isNameValue) {
+            return {m_shortName, m_shortNameLength};
+        }
+        return m_name.utf8 != nullptr ? std::string_view(*m_name.utf8).substr(0, shortNameSize)
+                                      : std::string_view();
     }
 
 private:
@@ -106,14 +116,26 @@ private:
     void KeepName(const ValueView& name);
     ValueView Name() const noexcept;
 
+    /// What a host keeps of names that are not short, or of all.
+    MetricsValue& NameValue() noexcept {
+        if (!m_isNameValue) {
+            new (&m_name) MetricsValue;
+            m_isNameValue = true;
+        }
+        return m_name;
+    }
+
     // First: the scope-live flag is the leading byte.
     bool m_open = false;
-    // The name comes again with the end. A host may keep short ones in here.
-    [[maybe_unused]] bool m_hasShortName = false;
+    // The name comes again with the end: characters, if it is a short one, or a value.
+    bool m_isNameValue = false;
     unsigned char m_shortNameLength = 0;
-    char m_shortName[shortNameSize];
-    // Any other name.
-    MetricsValue m_name;
+
+    union {
+        char m_shortName[shortNameSize];
+        MetricsValue m_name;
+    };
+
     uint64 m_flags;
     uint64 m_id = 0;
     uint64 m_contextId = 0;

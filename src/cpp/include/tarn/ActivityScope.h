@@ -20,6 +20,7 @@
 
 namespace tarn {
 
+class ActivityName;
 class PairSource;
 
 /// A timed piece of work, from construction to destruction. Make one on the stack where the work
@@ -64,6 +65,12 @@ public:
                   Metrics::NameValueList&& attributes,
                   const ActivityContextInitializer& initializer);
 
+    /// The same with names that remember whether they are off (tarn/ActivityName.h).
+    explicit ActivityScope(const ActivityName& name);
+    ActivityScope(const ActivityName& name, Attributes attributes);
+    ActivityScope(const ActivityName& name, Traits traits);
+    ActivityScope(const ActivityName& name, Traits traits, Attributes attributes);
+
     ActivityScope(const ActivityScope&) = delete;
     ActivityScope& operator=(const ActivityScope&) = delete;
 
@@ -89,7 +96,9 @@ public:
     void AddContext(CustomContext&& context);
 
     /// Null for a scope that is off, and while foreground thread contexts are disabled.
-    const std::shared_ptr<ActivityContext> GetActivityContext() const { return m_activityContext; }
+    const std::shared_ptr<ActivityContext> GetActivityContext() const {
+        return m_off ? nullptr : m_activityContext;
+    }
 
     /// Makes the scope's contexts current on the calling thread, for work that moves there.
     void AttachToThread();
@@ -142,8 +151,13 @@ private:
     // What was reported of the outcome; anything but None suppresses the early termination.
     enum class Status : int32 { None = 0, Failed = 1, Canceled = 2 };
 
-    // Decides, once, whether the scope is on.
-    bool TurnOn(const char* name);
+    // Decides, once, whether the scope is on; begins it then, by calling `begin`.
+    template <class Name, class Begin>
+    [[gnu::visibility("hidden")]] void BeginUnlessOff(const Name& name, const Begin& begin);
+    template <class Begin>
+    [[gnu::visibility("hidden")]] void BeginAsOn(const char* name, const Begin& begin);
+    void End() noexcept;
+    void EndParts() noexcept;
 
     // `Pairs` are lent, or made when they are wanted.
     template <class Pairs>
@@ -177,8 +191,25 @@ private:
 
     // The order is that of construction; the metrics context goes last, behind its scope.
     std::unique_ptr<Metrics::Context, Metrics::Context_deleter> m_metricsContext;
-    Metrics::Scope m_scope;
-    corvala::memory::MemoryCounter m_memoryCounter;
+
+    // A scope that is off has none of these.
+    union {
+        Metrics::Scope m_scope;
+    };
+
+    union {
+        corvala::memory::MemoryCounter m_memoryCounter;
+    };
+
+    union {
+        std::shared_ptr<ActivityContext> m_activityContext;
+    };
+
+    // Few scopes have any.
+    union {
+        std::unique_ptr<std::list<Metrics::MetricsCloseScopeActions>> m_postCloseEvents;
+    };
+
     corvala::cputime::ThreadTimeValue m_cpuTime;
 
     // There is one while `m_isMeasuring` says so: it ends before what it stands in.
@@ -186,13 +217,11 @@ private:
         Measurement m_measurement;
     };
 
-    uint64 m_threadAtBegin = 0;
-    std::shared_ptr<ActivityContext> m_activityContext;
+    uint64 m_threadAtBegin;
     bool m_isMeasuring = false;
-    bool m_off = false;
+    bool m_off = true;
     bool m_trackResources;
     Status m_status = Status::None;
-    std::list<Metrics::MetricsCloseScopeActions> m_postCloseEvents;
     Traits m_traits;
 };
 

@@ -42,7 +42,7 @@ public:
     static bool IsOff(const ActivityScope& scope) noexcept { return scope.m_off; }
 
     static const ActivityContext* Context(const ActivityScope& scope) noexcept {
-        return scope.m_activityContext.get();
+        return scope.m_off ? nullptr : scope.m_activityContext.get();
     }
 };
 

@@ -7,6 +7,7 @@
 #include "PairBuffer.h"
 #include "ThreadActivityRegistry.h"
 
+#include "tarn/ActivityName.h"
 #include "tarn/OptTarn.h"
 #include "tarn/TarnSettings.h"
 
@@ -14,6 +15,7 @@
 #include "cvlsys/CorvalaException.h"
 
 #include <exception>
+#include <list>
 #include <memory>
 #include <new>
 #include <utility>
@@ -39,6 +41,22 @@ void Attempt(Step&& step) noexcept {
     }
 }
 
+const char* NameOrEmpty(const ActivityName& name) {
+    return name.GetText();
+}
+
+bool HasMetricsContext() {
+    return Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId() != 0;
+}
+
+bool IsOffBySettings(TraceRank rank, const char* name) {
+    return TarnSettings::GetInstance().IsEitherOff(rank, NameOrEmpty(name));
+}
+
+bool IsOffBySettings(TraceRank rank, const ActivityName& name) {
+    return TarnSettings::GetInstance().IsEitherOff(rank, name);
+}
+
 /// For storage in which nothing was built.
 struct FreeStorage {
     void operator()(void* storage) const noexcept { ::operator delete(storage); }
@@ -46,7 +64,40 @@ struct FreeStorage {
 
 }  // namespace
 
+template <class Name, class Begin>
+inline void ActivityScope::BeginUnlessOff(const Name& name, const Begin& begin) {
+    if (!IsOffBySettings(m_traits.rank, name)) {
+        BeginAsOn(NameOrEmpty(name), begin);
+    }
+}
+
+// Apart, so that a scope that is off needs no room on the stack for what one that is on lends.
+template <class Begin>
+[[gnu::noinline]] void ActivityScope::BeginAsOn(const char* name, const Begin& begin) {
+    new (&m_scope) Metrics::Scope(m_traits.flags | GetFlagsForTraceType(m_traits.type));
+    new (&m_memoryCounter) corvala::memory::MemoryCounter;
+    new (&m_activityContext) std::shared_ptr<ActivityContext>;
+    new (&m_postCloseEvents) std::unique_ptr<std::list<Metrics::MetricsCloseScopeActions>>;
+    m_off = false;
+    try {
+        if (m_trackResources) {
+            // For the line that is written before its misuse ends the process.
+            m_scope.KeepBeginningOfName(name);
+        }
+        begin(name);
+        InitializeResourceTracking();
+    } catch (...) {
+        EndParts();
+        throw;
+    }
+}
+
 ActivityScope::ActivityScope(const char* name) : ActivityScope(name, Traits()) {}
+
+ActivityScope::ActivityScope(const ActivityName& name) : ActivityScope(name, Traits()) {}
+
+ActivityScope::ActivityScope(const ActivityName& name, Attributes attributes)
+    : ActivityScope(name, Traits(), attributes) {}
 
 ActivityScope::ActivityScope(const char* name, Attributes attributes)
     : ActivityScope(name, Traits(), attributes) {}
@@ -66,67 +117,74 @@ ActivityScope::ActivityScope(const char* name,
 // would run the whole destructor.
 
 ActivityScope::ActivityScope(const char* name, Traits traits)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
-    if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name), Metrics::PairSpan());
-        InitializeResourceTracking();
-    }
+    BeginUnlessOff(name, [&](const char* text) { BeginScope(text, Metrics::PairSpan()); });
+}
+
+ActivityScope::ActivityScope(const ActivityName& name, Traits traits)
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    BeginUnlessOff(name, [&](const char* text) { BeginScope(text, Metrics::PairSpan()); });
 }
 
 ActivityScope::ActivityScope(const char* name, Traits traits, Attributes attributes)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
-    if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name), Metrics::PairSpan(attributes));
-        InitializeResourceTracking();
-    }
+    BeginUnlessOff(name,
+                   [&](const char* text) { BeginScope(text, Metrics::PairSpan(attributes)); });
+}
+
+ActivityScope::ActivityScope(const ActivityName& name, Traits traits, Attributes attributes)
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
+      m_trackResources(traits.type != TraceType::Untracked),
+      m_traits(traits) {
+    BeginUnlessOff(name,
+                   [&](const char* text) { BeginScope(text, Metrics::PairSpan(attributes)); });
 }
 
 ActivityScope::ActivityScope(const char* name, Traits traits, Metrics::NameValueList&& attributes)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     const Metrics::NameValueList pairs = std::move(attributes);
-    if (TurnOn(name)) {
-        BeginScope(NameOrEmpty(name), PairBuffer(pairs).Span());
-        InitializeResourceTracking();
-    }
+    BeginUnlessOff(name, [&](const char* text) { BeginScope(text, PairBuffer(pairs).Span()); });
 }
 
 ActivityScope::ActivityScope(const char* name, CustomContext&& context, Traits traits)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     Metrics::NameValueList contextPairs = std::move(context.attributes);
-    if (TurnOn(name)) {
+    BeginUnlessOff(name, [&](const char* text) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name), Metrics::PairSpan());
-        InitializeResourceTracking();
-    }
+        BeginScope(text, Metrics::PairSpan());
+    });
 }
 
 ActivityScope::ActivityScope(const char* name,
                              CustomContext&& context,
                              Traits traits,
                              Metrics::NameValueList&& attributes)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     Metrics::NameValueList contextPairs = std::move(context.attributes);
     const Metrics::NameValueList pairs = std::move(attributes);
-    if (TurnOn(name)) {
+    BeginUnlessOff(name, [&](const char* text) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name), PairBuffer(pairs).Span());
-        InitializeResourceTracking();
-    }
+        BeginScope(text, PairBuffer(pairs).Span());
+    });
 }
 
 ActivityScope::ActivityScope(const char* name,
@@ -134,40 +192,35 @@ ActivityScope::ActivityScope(const char* name,
                              Traits traits,
                              Metrics::NameValueList&& attributes,
                              const ActivityContextInitializer& initializer)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
     Metrics::NameValueList contextPairs = std::move(context.attributes);
     const Metrics::NameValueList pairs = std::move(attributes);
-    if (TurnOn(name)) {
+    BeginUnlessOff(name, [&](const char* text) {
         SetCustomContext(std::move(contextPairs));
-        BeginScope(NameOrEmpty(name),
-                   PairBuffer(pairs).Span(),
-                   initializer.parent.get(),
-                   initializer.adopt);
-        InitializeResourceTracking();
-    }
+        BeginScope(text, PairBuffer(pairs).Span(), initializer.parent.get(), initializer.adopt);
+    });
 }
 
 ActivityScope::ActivityScope(const char* name, Traits traits, const PairSource& attributes)
-    : m_metricsContext(CreateMetricsContextIfOneDoesNotAlreadyExist()),
-      m_scope(traits.flags | GetFlagsForTraceType(traits.type)),
+    : m_metricsContext(HasMetricsContext() ? nullptr
+                                           : CreateMetricsContextIfOneDoesNotAlreadyExist()),
       m_trackResources(traits.type != TraceType::Untracked),
       m_traits(traits) {
-    if (m_trackResources) {
-        m_scope.KeepBeginningOfName(name);
-    }
-    BeginScope(name, attributes);
-    InitializeResourceTracking();
+    BeginAsOn(name, [&](const char* text) { BeginScope(text, attributes); });
 }
 
 ActivityScope::~ActivityScope() noexcept {
-    if (m_off) {
-        return;
+    if (!m_off) {
+        End();
     }
-    if (!m_postCloseEvents.empty()) {
-        m_scope.SetPostScopeCloseEvents(std::move(m_postCloseEvents));
+}
+
+[[gnu::noinline]] void ActivityScope::End() noexcept {
+    if (m_postCloseEvents != nullptr) {
+        m_scope.SetPostScopeCloseEvents(std::move(*m_postCloseEvents));
     }
     if (m_status == Status::None) {
         Attempt([this] { ReportEarlyTermination(); });
@@ -175,20 +228,20 @@ ActivityScope::~ActivityScope() noexcept {
     Attempt([this] { ReleaseResources(); });
     Attempt([this] { LeaveActivityContext(); });
     FinishMetricsScope();
+    EndParts();
 }
 
-bool ActivityScope::TurnOn(const char* name) {
-    m_off = IsEitherOff(m_traits.rank, NameOrEmpty(name));
-    if (!m_off && m_trackResources) {
-        // For the line that is written before its misuse ends the process.
-        m_scope.KeepBeginningOfName(NameOrEmpty(name));
-    }
-    return !m_off;
+// Against the order of construction.
+void ActivityScope::EndParts() noexcept {
+    m_postCloseEvents.~unique_ptr();
+    m_activityContext.~shared_ptr();
+    m_memoryCounter.~MemoryCounter();
+    m_scope.~Scope();
 }
 
 std::unique_ptr<Metrics::Context, Metrics::Context_deleter>
 ActivityScope::CreateMetricsContextIfOneDoesNotAlreadyExist() {
-    if (Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId() != 0) {
+    if (HasMetricsContext()) {
         return nullptr;
     }
     // The storage first: a context that was announced must get its object, which ends it.
@@ -285,7 +338,7 @@ void ActivityScope::AttachToThread() {
     if (m_metricsContext != nullptr) {
         m_metricsContext->AttachToThread();
     }
-    ThreadActivityRegistry::GetInstance().Push(m_activityContext);
+    ThreadActivityRegistry::GetInstance().Push(GetActivityContext());
 }
 
 void ActivityScope::DetachFromThread() {
@@ -295,7 +348,7 @@ void ActivityScope::DetachFromThread() {
     if (m_metricsContext != nullptr) {
         m_metricsContext->DetachFromThread();
     }
-    ThreadActivityRegistry::GetInstance().Remove(m_activityContext);
+    ThreadActivityRegistry::GetInstance().Remove(GetActivityContext());
 }
 
 bool ActivityScope::IsOff(const char* name) const {

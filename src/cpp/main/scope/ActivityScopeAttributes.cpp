@@ -8,6 +8,7 @@
 #include "tarn/ContextAttributesUtils.h"
 
 #include <exception>
+#include <list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -106,16 +107,25 @@ void ActivityScope::SetCustomContext(Metrics::NameValueList&& attributes) {
     if (attributes.empty()) {
         return;
     }
-    if (m_postCloseEvents.size() >= m_postCloseEvents.max_size()) {
+    // A scope that is off has no end at which a layer is taken back.
+    if (m_off) {
+        ContextAttributesUtils::SendAttributes(Tokens().addMappableContextAttributes,
+                                               std::move(attributes));
+        return;
+    }
+    if (m_postCloseEvents == nullptr) {
+        m_postCloseEvents = std::make_unique<std::list<Metrics::MetricsCloseScopeActions>>();
+    }
+    if (m_postCloseEvents->size() >= m_postCloseEvents->max_size()) {
         throw std::length_error("list too long");
     }
     // The action first: a layer that was sent must have its removal.
-    m_postCloseEvents.push_back(Metrics::MetricsCloseScopeActions::PopRequestContextAttributes);
+    m_postCloseEvents->push_back(Metrics::MetricsCloseScopeActions::PopRequestContextAttributes);
     try {
         ContextAttributesUtils::SendAttributes(Tokens().addMappableContextAttributes,
                                                std::move(attributes));
     } catch (...) {
-        m_postCloseEvents.pop_back();
+        m_postCloseEvents->pop_back();
         throw;
     }
 }

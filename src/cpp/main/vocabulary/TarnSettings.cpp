@@ -58,12 +58,34 @@ void LogOffs(const TarnSettings::Names& offs) {
 
 }  // namespace
 
-std::size_t TarnSettings::NameHash::operator()(std::string_view name) const noexcept {
-    return static_cast<std::size_t>(HashText(name));
+bool TarnSettings::NameEqual::operator()(const HashedName& a, std::string_view b) const noexcept {
+    return IsSameText(a.text, b);
+}
+
+TarnSettings::HashedName::HashedName(std::string_view name) noexcept
+    : text(name),
+      hash(HashText(name)) {}
+
+void TarnSettings::Filter::Set(const OffNames& names) noexcept {
+    std::array<uint64, words> bits{};
+    for (const std::string& text : names) {
+        const HashedName name(text);
+        bits[WordOf(name)] |= BitOf(name);
+    }
+    for (std::size_t i = 0; i < words; ++i) {
+        m_words[i].store(bits[i], std::memory_order_relaxed);
+    }
 }
 
 TarnSettings& TarnSettings::GetInstance() {
+    static constinit std::atomic<TarnSettings*> found{nullptr};
+    TarnSettings* const instance = found.load(std::memory_order_acquire);
+    return instance != nullptr ? *instance : Make(found);
+}
+
+[[gnu::noinline]] TarnSettings& TarnSettings::Make(std::atomic<TarnSettings*>& found) {
     static TarnSettings* const instance = new TarnSettings();
+    found.store(instance, std::memory_order_release);
     return *instance;
 }
 
@@ -76,7 +98,9 @@ void TarnSettings::SetOffs(const Names& offs) {
     OffNames replacement(offs.begin(), offs.end());
     const TReadWriteLock::WriteGuard guard(m_lock);
     m_offs.swap(replacement);
+    m_filter.Set(m_offs);
     m_someAreOff.store(!m_offs.empty(), std::memory_order_relaxed);
+    m_generation.fetch_add(1, std::memory_order_relaxed);
 }
 
 TarnSettings::Names TarnSettings::GetCopyOfOffs() const {
@@ -103,26 +127,30 @@ TraceRank TarnSettings::GetRankOn() const noexcept {
     return TraceRank(m_rankOn.load(std::memory_order_relaxed));
 }
 
-bool TarnSettings::IsOff(TraceRank rank) const noexcept {
-    return static_cast<int32>(rank) > m_rankOn.load(std::memory_order_relaxed);
-}
-
 bool TarnSettings::IsOff(const char* name) const {
-    return name != nullptr && IsNameOff(name);
+    return name != nullptr && SomeAreOff() && IsNameOff(name);
 }
 
-bool TarnSettings::IsEitherOff(TraceRank rank, const char* name) const {
-    return IsOff(rank) || IsNameOff(name);
-}
-
-// Without names there is nothing to lock for: a scope that begins after `SetOffs` has returned sees
-// that there are some, and one that begins earlier may come before it in any case.
+// What is found without the lock nobody can tell from what would be found with it: a scope that
+// begins after `SetOffs` has returned sees the new set, and one that begins earlier may come before
+// it in any case.
 bool TarnSettings::IsNameOff(std::string_view name) const {
-    if (!m_someAreOff.load(std::memory_order_relaxed)) {
+    const HashedName hashed(name);
+    if (!m_filter.MayContain(hashed)) {
         return false;
     }
     const TReadWriteLock::ReadGuard guard(m_lock);
-    return m_offs.find(name) != m_offs.end();
+    return m_offs.find(hashed) != m_offs.end();
+}
+
+// Generation and set are read under one lock, so the verdict is good for that generation.
+bool TarnSettings::FindOut(const ActivityName& name) const {
+    const HashedName hashed(name.m_text);
+    const TReadWriteLock::ReadGuard guard(m_lock);
+    const bool isOff = m_offs.find(hashed) != m_offs.end();
+    const uint64 generation = m_generation.load(std::memory_order_relaxed);
+    name.m_verdict.store(generation << 1 | (isOff ? 1 : 0), std::memory_order_relaxed);
+    return isOff;
 }
 
 void TarnSettings::AddEventAttributeMapping(const TString& name, const TString& target) {

@@ -60,6 +60,7 @@ private:
 
     ReaderSlot& SlotOfThisThread() const noexcept;
     void StepBackAndWait(bool isCounted) noexcept;
+    void LeaveSlot() noexcept;
     bool CloseGate(std::optional<Clock::time_point> end) noexcept;
     void OpenGate() noexcept;
     bool AwaitNoted(std::optional<Clock::time_point> end) const noexcept;
