@@ -1,6 +1,7 @@
 # Install rules: the libraries, the headers of the library, of the declarations and of the embedded
 # host in one include folder, a package for find_package(tarn), a pkg-config file, pages and examples.
-# The components are those of the packages (TarnPackages.cmake): runtime, development, tools, doc.
+# The components are those of the packages (TarnPackages.cmake): runtime, development, otlp,
+# tools, doc.
 include(CMakePackageConfigHelpers)
 
 set(tarn_package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tarn")
@@ -44,9 +45,21 @@ install(
 
 # The component otlp, with targets of its own.
 if(TARN_OTLP)
-    install(TARGETS tarn_otlp EXPORT tarn-otlp-targets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-    install(DIRECTORY otlp/include/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-    install(EXPORT tarn-otlp-targets NAMESPACE tarn:: DESTINATION "${tarn_package_folder}")
+    install(
+        TARGETS tarn_otlp
+        EXPORT tarn-otlp-targets
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+                COMPONENT otlp
+                NAMELINK_COMPONENT development)
+    install(
+        DIRECTORY otlp/include/
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+        COMPONENT development)
+    install(
+        EXPORT tarn-otlp-targets
+        NAMESPACE tarn::
+        DESTINATION "${tarn_package_folder}"
+        COMPONENT development)
 endif()
 
 configure_package_config_file(

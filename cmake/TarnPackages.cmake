@@ -1,5 +1,5 @@
 # Debian packages, made by CPack from the install rules' components: libtarn<version> (the libraries),
-# libtarn-dev (headers, archives, the CMake package, the pkg-config file), tarn-tools (tarnview), and
+# libtarn-otlp<version> (spans for collectors, with what that needs), libtarn-dev (headers, archives, the CMake package, the pkg-config file), tarn-tools (tarnview), and
 # tarn-doc (pages, examples, and the reference if it was built). scripts/package makes them.
 
 set(TARN_PACKAGE_CONTACT "tarn developers <developers@tarn.invalid>"
@@ -13,6 +13,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development doc)
+if(TARN_OTLP)
+    list(APPEND CPACK_COMPONENTS_ALL otlp)
+endif()
 if(TARN_BUILD_TOOLS)
     list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
@@ -44,6 +47,21 @@ began and ended: its parent, user, duration, memory, processor time and result,
 across threads and services.
 .
 This package has the libraries that traced programs are loaded with.")
+
+set(CPACK_DEBIAN_OTLP_PACKAGE_NAME "libtarn-otlp${tarn_abi_version}")
+set(CPACK_DEBIAN_OTLP_PACKAGE_SECTION libs)
+set(tarn_otlp_shlibs "${PROJECT_BINARY_DIR}/packages-control/otlp/shlibs")
+file(WRITE "${tarn_otlp_shlibs}"
+     "libtarn_otlp ${tarn_abi_version} ${CPACK_DEBIAN_OTLP_PACKAGE_NAME}\n")
+set(CPACK_DEBIAN_OTLP_PACKAGE_CONTROL_EXTRA
+    "${PROJECT_SOURCE_DIR}/cmake/packages/triggers;${tarn_otlp_shlibs}")
+set(CPACK_COMPONENT_OTLP_DESCRIPTION
+    "Scopes that a program puts around its work, and a structured log of when each
+began and ended: its parent, user, duration, memory, processor time and result,
+across threads and services.
+.
+This package has the library that sends them as spans to a collector of
+OpenTelemetry.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libtarn-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
