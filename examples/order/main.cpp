@@ -1,7 +1,5 @@
+#include "tarn/Session.h"
 #include "tarn/Trace.h"
-#include "tarn/TracingSession.h"
-
-#include "cvlmetrics/MetricsManager.h"
 
 #include <chrono>
 #include <thread>
@@ -13,8 +11,9 @@ void Pay(int card) {
 }
 
 int main() {
-    const tarn::TracingSession session;
-    Metrics::AttributeImpl(u"user", "ada", Metrics::flagTracing);
+    tarn::SessionOptions options;
+    options.user = "ada";
+    const tarn::Session session(options);
 
     const tarn::Scope order("order", {{"item", 3}});
     {
