@@ -2,34 +2,21 @@
 
 #include "tarn/ActivityTokens.h"
 #include "tarn/ActivityTracer.h"
-#include "tarn/OptTarn.h"
 
-#include "cvlcoreplatform/host/JsonLines.h"
-#include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsManager.h"
-#include "cvlmetrics/host/Delivery.h"
-#include "cvlsys/CpuTime.h"
-#include "cvlsys/MemoryTracking.h"
 
 namespace tutorial {
 
-Tracing::Tracing(const std::string& logFile) {
-    OptTarn::SetIsForegroundThreadContextEnabled(true);  // activities go on elsewhere
-    OptTarn::SetIsServer(true);                          // user and site come from requests
-    OptTarn::SetIsTarnPlatforms(true);                   // figures are logged
-    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
-    corvala::cputime::SetCpuTrackingEnabled(true);
-
-    TLog::ReplaceBackEnd(TLog::MakeJsonFileBackEnd(logFile));
-    Metrics::DeliveryOptions delivery;
-    delivery.mode = Metrics::DeliveryMode::Asynchronous;  // no request waits for the log
-    Metrics::SetDelivery(delivery);
-
-    m_session = std::make_unique<tarn::TracingSession>(tarn::OnCrash::SaveLog);
+tarn::SessionOptions Options(const std::string& logFile) {
+    tarn::SessionOptions options;
+    options.log = logFile;
+    options.delivery = tarn::Delivery::Asynchronous;  // no request waits for the log
+    options.saveOnCrash = true;                       // nor is what waits lost in a crash
+    options.cpu = true;
+    options.memory = tarn::MemoryFigures::All;
+    return options;
 }
-
-Tracing::~Tracing() = default;
 
 IncomingRequest::About::About(const httplib::Request& request)
     : m_context(0, Metrics::Context::Create(true)) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tarn/ActivityScope.h"
-#include "tarn/TracingSession.h"
+#include "tarn/Session.h"
 
 #include "cvlmetrics/Context.h"
 
@@ -10,17 +10,8 @@
 
 namespace tutorial {
 
-/// Tracing for as long as the process serves. Make one at the beginning of main.
-class Tracing {
-public:
-    explicit Tracing(const std::string& logFile);
-    ~Tracing();
-    Tracing(const Tracing&) = delete;
-    Tracing& operator=(const Tracing&) = delete;
-
-private:
-    std::unique_ptr<tarn::TracingSession> m_session;
-};
+/// What both services begin with: their log, and what is measured.
+tarn::SessionOptions Options(const std::string& logFile);
 
 /// A request that has arrived. Make one where it is served, before anything else is traced.
 class IncomingRequest {

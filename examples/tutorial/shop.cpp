@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
     if (argc != 3) {
         return 2;
     }
-    const tutorial::Tracing tracing("shop.log");
+    const tarn::Session session(tutorial::Options("shop.log"));
     const int stockPort = std::atoi(argv[2]);
     httplib::Server server;
     server.Get("/order", [stockPort](const httplib::Request& request, httplib::Response& response) {

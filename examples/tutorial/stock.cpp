@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     if (argc != 2) {
         return 2;
     }
-    const tutorial::Tracing tracing("stock.log");
+    const tarn::Session session(tutorial::Options("stock.log"));
     httplib::Server server;
     server.Get("/stock", Stock);
     server.Get("/stop", [&server](const auto&, auto&) { server.stop(); });
