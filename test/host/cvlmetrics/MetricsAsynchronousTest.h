@@ -75,6 +75,7 @@ protected:
 
     /// Makes the consumer stand before the gate with the next event, and an event get there.
     void HoldConsumer() {
+        FlushAll();  // what calls the consumer must not be set while it is called
         m_gate.Close();
         m_listener->CallOnEach([this](const Metrics::MetricsEvent&) { m_gate.Pass(); });
         tarn::test::OnAnotherThread([] { const CurrentContext context; });
