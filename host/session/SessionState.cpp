@@ -255,7 +255,7 @@ void Session::State::OnConfigChange(const std::string& text) {
             text, Absolute(FindConfigFile(m_chosen.config, m_chosen.readsEnvironment)));
         Change(Combine(file));
         Tell(file.errors);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): without memory it stays as it is
+    } catch (...) {  // NOLINT(bugprone-empty-catch): what fails leaves the settings as they are
     }
 }
 

@@ -18,7 +18,8 @@ public:
         m_isNew = true;
     }
 
-    /// The sentence to tell now; empty if there is none. With `isLast` nothing is held back.
+    /// The sentence to tell now; empty if nothing is to be told. With `isLast` nothing is held
+    /// back.
     std::string Take(Time now, bool isLast);
 
 private:

@@ -172,7 +172,7 @@ void SendingThread::State::TellLosses(std::unique_lock<std::mutex>& lock, bool i
     try {
         options.onProblem(sentence);
     } catch (...) {
-        // Whoever is told has a problem, which is none of the spans'.
+        // A callback that fails must not keep spans from being sent.
     }
     lock.lock();
 }

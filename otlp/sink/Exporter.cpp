@@ -40,7 +40,7 @@ TLog::EventTimePoint Now() {
         std::chrono::system_clock::now());
 }
 
-// Far enough for whoever means "without limit".
+// Long enough to mean "without limit".
 Clock::time_point EndOf(std::chrono::milliseconds deadline) {
     constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
     return Clock::now() + std::min(std::max(deadline, std::chrono::milliseconds(0)), longest);
@@ -88,7 +88,7 @@ struct Exporter::State : std::enable_shared_from_this<State> {
         lines.SetHost(0, OptTarn::GetHostName().ToUtf8());
     }
 
-    // With the lock. The thread of this process; there is none before the first call.
+    // With the lock. The thread of this process; null before the first call.
     const std::shared_ptr<SendingThread>& Sender();
 
     void StartOpenReport();

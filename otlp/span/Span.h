@@ -42,7 +42,7 @@ struct SpanLink {
 
 enum class StatusCode { Unset = 0, Ok = 1, Error = 2 };
 
-/// A span, independent of how it is encoded. The texts belong to whoever has filled it.
+/// A span, independent of how it is encoded. The texts belong to the code that filled it.
 struct Span {
     SpanIdentity identity;
     std::string_view name;

@@ -445,7 +445,7 @@ void RotatingFileSink::CountLosses(uint64 lines) noexcept {
     }
 }
 
-// At least these are gone; whoever removed the file knows of the others.
+// At least these are gone. Who removed the file knew of the lines from before the last look.
 void RotatingFileSink::CountLinesOfRemovedFile(uint64 lines) noexcept {
     CountLosses(lines);
     m_removalReporter.Report(ErrorReporter::Clock::now(),

@@ -19,7 +19,7 @@ namespace tarn::otlp {
 ///     session.GetMonitor().SetSink(exporter.MakeSink());
 ///
 /// Events are turned into spans where they are delivered, and sent on a thread of its own, which
-/// blocks all signals. Whoever traces never waits for the network: what there is no room for is
+/// blocks all signals. Threads that trace never wait for the network: what finds no room is
 /// dropped and counted. Any thread may call it. A forked child has a thread, a connection and
 /// statistics of its own, and sends nothing that its parent has in its queue.
 ///

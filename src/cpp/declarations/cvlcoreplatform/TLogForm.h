@@ -20,8 +20,7 @@ namespace TLog {
 /// counts as U+FFFD.
 class TextView {
 public:
-    // Texts stand for themselves, hence the implicit constructors.
-    // NOLINTBEGIN(google-explicit-constructor): see above
+    // NOLINTBEGIN(google-explicit-constructor): a text is given where a view is asked for
 
     TextView(const TString& text) noexcept : TextView(text.View()) {}
 
@@ -94,8 +93,7 @@ struct FormField {
 
 /// The value of a slot, lent for the time of a call; which one it is, the field's kind says.
 union SlotValue {
-    // Values stand for themselves, hence the implicit constructors.
-    // NOLINTBEGIN(google-explicit-constructor): see above
+    // NOLINTBEGIN(google-explicit-constructor): a value is given where a slot is filled
 
     SlotValue(TextView lent) noexcept : text(lent) {}
 
