@@ -1,7 +1,7 @@
 #pragma once
 
+#include "activity/Activity.h"
 #include "commands/Context.h"
-#include "model/Activity.h"
 #include "output/Progress.h"
 #include "read/LogScanner.h"
 #include "read/Problems.h"

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "activity/Activity.h"
 #include "expression/Value.h"
-#include "model/Activity.h"
 
 #include <optional>
 #include <string>

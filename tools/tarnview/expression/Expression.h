@@ -1,7 +1,7 @@
 #pragma once
 
+#include "activity/Activity.h"
 #include "expression/Lexer.h"
-#include "model/Activity.h"
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "model/Activity.h"
+#include "activity/Activity.h"
 
 #include <cstdint>
 #include <map>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "activity/Activity.h"
 #include "expression/Expression.h"
-#include "model/Activity.h"
 
 #include <cstdint>
 #include <optional>

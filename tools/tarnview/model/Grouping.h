@@ -1,7 +1,7 @@
 #pragma once
 
+#include "activity/Activity.h"
 #include "expression/ActivityField.h"
-#include "model/Activity.h"
 
 #include <optional>
 #include <string>

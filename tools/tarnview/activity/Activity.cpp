@@ -1,4 +1,4 @@
-#include "model/Activity.h"
+#include "activity/Activity.h"
 
 #include "read/Rounding.h"
 
