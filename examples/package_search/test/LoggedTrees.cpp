@@ -1,10 +1,9 @@
 #include "LoggedTrees.h"
 
-#include "commands/CheckCommand.h"
-#include "commands/Context.h"
-#include "commands/Input.h"
-#include "commands/LoadTrees.h"
 #include "model/ActivityForest.h"
+#include "model/Joiner.h"
+#include "model/LogCheck.h"
+#include "read/LogScanner.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -62,6 +61,19 @@ LoggedActivity WithTexts(const tarnview::Activity& read) {
     return activity;
 }
 
+// Shows the lines of a log, its rotated files included, to what takes them.
+template <class Taker>
+void Scan(const std::filesystem::path& log,
+          const tarnview::ParserOptions& options,
+          tarnview::Problems& problems,
+          Taker& taker) {
+    tarnview::LogScanner scanner(tarnview::FilesToRead({log.string()}, true), problems);
+    scanner.Scan(options, [&](const tarnview::LogLine& line, const tarnview::Place& place) {
+        taker.Take(line, place);
+    });
+    taker.Finish();
+}
+
 }  // namespace
 
 const LoggedActivity* LoggedTrees::First(std::string_view name) const {
@@ -80,9 +92,12 @@ std::size_t LoggedTrees::Count(std::string_view name) const {
 
 LoggedTrees ReadLog(const std::filesystem::path& log) {
     std::ostringstream ignored;
-    tarnview::Context context{ignored, ignored, {}};
-    tarnview::Input input({{log.string()}}, context);
-    const tarnview::ActivityForest forest = tarnview::LoadAll(input);
+    tarnview::Problems problems(ignored);
+    tarnview::ActivityForest forest;
+    tarnview::Joiner joiner(
+        problems, [&](tarnview::Activity&& activity) { forest.Add(std::move(activity)); });
+    Scan(log, {.wantsTables = true}, problems, joiner);
+    forest.Link(problems);
     LoggedTrees trees;
     std::unordered_map<std::size_t, std::size_t> placeOf;  // in the list, by that in the forest
     for (const tarnview::ActivityForest::Index top : forest.Tops()) {
@@ -101,12 +116,14 @@ LoggedTrees ReadLog(const std::filesystem::path& log) {
 std::string WhatIsWrongWith(const std::filesystem::path& log,
                             std::vector<tarnview::ProblemKind> ignored) {
     std::ostringstream out;
-    tarnview::Context context{out, out, {}};
-    tarnview::CheckOptions options;
-    options.input.files = {log.string()};
-    options.ignored = std::move(ignored);
-    const int status = tarnview::RunCheck(options, context);
-    return status == tarnview::exitSuccess ? std::string() : out.str();
+    tarnview::Problems problems(out);
+    for (const tarnview::ProblemKind kind : ignored) {
+        problems.Ignore(kind);
+    }
+    const tarnview::Filter everything;
+    tarnview::LogCheck check(problems, everything);
+    Scan(log, {.isStrict = true}, problems, check);
+    return out.str() + problems.Summary();
 }
 
 }  // namespace packagesearch

@@ -1,6 +1,7 @@
 #include "commands/CommonOptions.h"
 
 #include "commands/HumanTime.h"
+#include "output/ExpressionText.h"
 #include "read/InputFiles.h"
 
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "expression/Expression.h"
 
 #include "expression/Nodes.h"
-#include "output/Units.h"
+#include "read/Printable.h"
 #include "read/Timestamp.h"
 
 #include <utility>
@@ -132,7 +132,7 @@ private:
         }
         const auto field = ActivityField::Find(Current().text);
         if (!field) {
-            Fail("'" + OnOneLine(Current().text) + "' is no field; known are " +
+            Fail("'" + Printable(Current().text) + "' is no field; known are " +
                  ActivityField::KnownNames());
         }
         m_needsTables = m_needsTables || field->NeedsTables();
@@ -266,12 +266,6 @@ Expression::Expression(std::string_view text) {
 
 bool Expression::Matches(const Activity& activity) const {
     return m_root->Holds(activity);
-}
-
-std::string Describe(const ExpressionError& error, std::string_view text) {
-    const std::string before = OnOneLine(text.substr(0, error.Position()));
-    return std::string(error.what()) + "\n  " + OnOneLine(text) + "\n  " +
-           std::string(TextWidth(before), ' ') + "^";
 }
 
 }  // namespace tarnview

@@ -38,7 +38,4 @@ private:
     bool m_needsTables = false;
 };
 
-/// The message, the expression, and a mark below the place that the error is about.
-std::string Describe(const ExpressionError& error, std::string_view text);
-
 }  // namespace tarnview

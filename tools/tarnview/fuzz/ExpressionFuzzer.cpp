@@ -2,6 +2,7 @@
 // activities.
 
 #include "expression/Expression.h"
+#include "output/ExpressionText.h"
 
 #include <cstdint>
 #include <cstdlib>

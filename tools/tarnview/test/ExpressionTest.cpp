@@ -1,5 +1,7 @@
 #include "expression/Expression.h"
 
+#include "output/ExpressionText.h"
+
 #include <string>
 
 #include <gmock/gmock.h>
