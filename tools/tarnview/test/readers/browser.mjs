@@ -174,7 +174,8 @@ export class Browser {
   }
 
   async picture(path, clip) {
-    const { data } = await this.send("Page.captureScreenshot", { format: "png", clip });
+    const { data } = await this.send("Page.captureScreenshot",
+                                     { format: "png", clip, captureBeyondViewport: true });
     writeFileSync(path, Buffer.from(data, "base64"));
   }
 
