@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds patience{300};
+constexpr std::chrono::seconds timeout{300};
 constexpr int warmUp = 2000;
 
 // Scopes of tarn/Trace.h in place of `ActivityScope`, which they are compared with.
@@ -120,13 +120,13 @@ void CollectOfThisThread(int scopes) {
     Trace(scopes);
     CALLGRIND_TOGGLE_COLLECT;
     CALLGRIND_STOP_INSTRUMENTATION;
-    Metrics::Flush(patience);
+    Metrics::Flush(timeout);
 }
 
 void CollectOfAllThreads(int scopes) {
     CALLGRIND_START_INSTRUMENTATION;
     Trace(scopes);
-    Metrics::Flush(patience);
+    Metrics::Flush(timeout);
     CALLGRIND_STOP_INSTRUMENTATION;
 }
 
@@ -157,7 +157,7 @@ void Run(const Mode& mode, int scopes, const std::string& logFile) {
         context.OpenScope();
         const tarn::ActivityScope parent("parent");
         Trace(warmUp);
-        Metrics::Flush(patience);
+        Metrics::Flush(timeout);
         const uint64 before = LinesSoFar();
 
         if (std::getenv("TARN_INSTRUCTIONS_OF_ALL_THREADS") != nullptr) {

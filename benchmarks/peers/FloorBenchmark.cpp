@@ -95,7 +95,7 @@ private:
     std::vector<Frame> m_frames;
 };
 
-/// Lines that are collected and written in blocks. Whoever writes has one of his own; blocks end
+/// Lines that are collected and written in blocks. Each writing thread has one; blocks end
 /// with a line, so several may go to one file.
 class BlockWriter {
 public:

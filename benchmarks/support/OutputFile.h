@@ -7,8 +7,8 @@
 namespace benchmarks {
 
 /// Where a benchmark lets lines go: a path in the folder for temporary files that nobody else uses.
-/// What is there in the end is removed. Reading looks at the file at its path, so whoever writes it
-/// hands on what is buffered before.
+/// What is there in the end is removed. Reading opens the file by its path, so flush what is
+/// buffered before.
 class OutputFile {
 public:
     OutputFile();

@@ -25,7 +25,7 @@ namespace benchmarks {
 
 namespace {
 
-constexpr std::chrono::minutes patience{5};
+constexpr std::chrono::minutes timeout{5};
 
 // Holds two bursts of scopes of all kinds, so that nobody waits for room within the measured time.
 constexpr std::size_t queueBytes = std::size_t{4} << 20;
@@ -133,7 +133,7 @@ private:
     ScopeLines m_lines;
 };
 
-/// Stands before the file: closed, it lets nothing through.
+/// In front of the file: while closed, it lets nothing through.
 class TracingUnderTest::Gate : public TLog::LogBackEnd {
 public:
     explicit Gate(std::shared_ptr<TLog::LogBackEnd> behind) : m_behind(std::move(behind)) {}
@@ -225,7 +225,7 @@ TracingUnderTest::~TracingUnderTest() {
     if (m_monitor) {
         m_monitor->Unregister();
     }
-    Metrics::Shutdown(patience);
+    Metrics::Shutdown(timeout);
     Metrics::SetDelivery({});
     corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingOff);
     corvala::cputime::SetCpuTrackingEnabled(false);
@@ -242,7 +242,7 @@ void TracingUnderTest::Deliver() {
     ReleaseDelivery();
     if (!m_setup.isAsynchronous) {
         TLog::FlushLog();
-    } else if (!Metrics::Flush(patience)) {
+    } else if (!Metrics::Flush(timeout)) {
         std::fputs("events were not delivered in time\n", stderr);
         std::abort();
     }

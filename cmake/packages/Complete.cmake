@@ -46,7 +46,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
         endif()
     endforeach()
     if(binaries)
-        # It wants to stand in an unpacked source package.
+        # It expects to be in an unpacked source package.
         set(work "${CPACK_TEMPORARY_DIRECTORY}/shlibdeps")
         file(WRITE "${work}/debian/control" "Source: tarn\n\nPackage: ${package}\nArchitecture: any\n")
         list(GET CPACK_COMPONENTS_ALL 0 runtime)

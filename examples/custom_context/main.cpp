@@ -1,5 +1,5 @@
-// Attributes that hold as long as a scope, for all that happens within it, and names that stand
-// for attributes of the request.
+// Attributes that hold as long as a scope, for all that happens within it, and names that
+// mean attributes of the request.
 #include "tarn/ActivityScope.h"
 #include "tarn/TarnSettings.h"
 #include "tarn/TracingSession.h"

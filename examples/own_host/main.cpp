@@ -1,5 +1,5 @@
-// The library on a custom host: the program has no part of the embedded one in it. What the
-// library needs stands behind its declarations in the three Host*.cpp files.
+// The library on a custom host: the program has no part of the embedded one in it. The three
+// Host*.cpp files define what the library declares and needs.
 #include "tarn/ActivityScope.h"
 #include "tarn/TracingSession.h"
 

@@ -6,7 +6,7 @@
 namespace host {
 
 /// Blocks that wait for their next use, linked by their member `next`. Trivially destructible:
-/// whoever owns the blocks takes them out.
+/// the owner of the blocks takes them out.
 template <class Block>
 struct FreeList {
     Block* first = nullptr;

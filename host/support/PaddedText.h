@@ -7,9 +7,9 @@
 
 namespace host {
 
-/// A text behind which `slack` bytes more may be read, whatever is in there. Short texts, of which
-/// lines consist, are copied fastest by whole blocks. Whoever makes one promises the slack; the
-/// text lives elsewhere.
+/// A text after which `slack` more bytes may be read, whatever they are. Short texts, of which
+/// lines consist, are copied fastest by whole blocks. Its maker promises the slack; the text
+/// is borrowed.
 class PaddedText {
 public:
     static constexpr std::size_t slack = 16;

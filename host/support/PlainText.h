@@ -4,7 +4,7 @@
 
 namespace host {
 
-/// Copy a text that stands in JSON as it is: printable ASCII without quotation marks and
+/// Copy a text that needs no escapes in JSON: printable ASCII without quotation marks and
 /// backslashes. `to` must have room for all of it. False if there is anything else in it; part of
 /// the text may have been copied then.
 bool CopyPlain(std::u16string_view text, char* to) noexcept;

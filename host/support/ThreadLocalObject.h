@@ -7,7 +7,7 @@
 namespace host {
 
 /// One object of type `T` for each thread, made when it is first asked for. Once the thread is
-/// being torn down there is none: whoever asks then, from another thread-local's or a static
+/// being torn down there is none: callers at that time, from another thread-local's or a static
 /// destructor, must do without.
 template <class T>
 class ThreadObject {

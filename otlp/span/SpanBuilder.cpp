@@ -140,7 +140,7 @@ void SpanBuilder::AddContextAttributes() {
     }
 }
 
-// Keys must not stand twice: members that `except` has as well are left out.
+// Keys must not occur twice: members that `except` has as well are left out.
 void SpanBuilder::AddTable(std::string_view prefix, const Table& table, const Table* except) {
     if (!table.isFilled) {
         return;

@@ -6,7 +6,7 @@ namespace tarn::otlp {
 
 namespace {
 
-// The number that stands at `place`, all digits; -1 if there is none.
+// The number at `place`, all digits; -1 if there is none.
 int NumberAt(std::string_view text, std::size_t place, std::size_t digits) {
     int number = 0;
     const std::string_view part = text.substr(place, digits);

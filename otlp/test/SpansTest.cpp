@@ -36,7 +36,7 @@ protected:
         json table = json::object();
         for (const json& attribute : span["attributes"]) {
             const std::string key = attribute["key"];
-            EXPECT_FALSE(table.contains(key)) << key << " stands twice";
+            EXPECT_FALSE(table.contains(key)) << key << " occurs twice";
             table[key] = *attribute["value"].begin();
         }
         return table;

@@ -15,7 +15,7 @@
 namespace tarn::test {
 namespace {
 
-constexpr std::chrono::seconds patience{30};
+constexpr std::chrono::seconds timeout{30};
 
 std::string TextOf(const TLog::Event& event, Table table, const std::string& field) {
     const auto value = Field(event, table, field);
@@ -51,7 +51,7 @@ FaultTest::~FaultTest() {
         m_monitor->OverrideMemoryTrackingModeForTest(corvala::memory::MemoryTrackingOff);
         m_monitor->Unregister();
     }
-    EXPECT_TRUE(Metrics::Shutdown(patience));
+    EXPECT_TRUE(Metrics::Shutdown(timeout));
     Metrics::SetDelivery({});
 }
 
@@ -65,7 +65,7 @@ void FaultTest::Start(Metrics::DeliveryMode mode, FaultySink::Fault fault) {
 }
 
 void FaultTest::Deliver() {
-    EXPECT_TRUE(Metrics::Flush(patience)) << "something hangs";
+    EXPECT_TRUE(Metrics::Flush(timeout)) << "something hangs";
 }
 
 LoggedLines FaultTest::Lines(const std::string& scopeName) const {

@@ -71,14 +71,14 @@ protected:
             if (m_isToStop) {
                 m_isToStop = false;
                 m_hasStopped.set_value();
-                m_goOn.wait_for(patience);
+                m_goOn.wait_for(timeout);
             }
         });
         StopDelivery();
     }
 
     void TearDown() override {
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         Metrics::SetDelivery({});
     }
 
@@ -90,7 +90,7 @@ protected:
             ++number;
         }
         m_goesOn.set_value();
-        EXPECT_TRUE(Metrics::Flush(patience));
+        EXPECT_TRUE(Metrics::Flush(timeout));
         std::vector<int64> arrived;
         for (const MetricsEvent& event : m_listener->Events()) {
             if (event.name == "step") {
@@ -112,7 +112,7 @@ protected:
     }
 
 private:
-    static constexpr std::chrono::seconds patience{30};
+    static constexpr std::chrono::seconds timeout{30};
 
     void StopDelivery() {
         m_isToStop = true;
@@ -120,7 +120,7 @@ private:
             Metrics::Context context(0, Metrics::Context::Create(true));
             context.OpenScope();
         });
-        ASSERT_EQ(m_hasStopped.get_future().wait_for(patience), std::future_status::ready);
+        ASSERT_EQ(m_hasStopped.get_future().wait_for(timeout), std::future_status::ready);
     }
 
     std::array<Worker, 3> m_workers;

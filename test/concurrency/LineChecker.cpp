@@ -103,7 +103,7 @@ void LineChecker::CheckSponsor(const TLog::Event& event, int64 number, const Tre
     }
     // A smaller number is that of an enclosing scope whose inner ones were refused.
     if (tree.open.back().number > under) {
-        Complain(number, "stands under a scope that should have ended");
+        Complain(number, "is under a scope that should have ended");
     }
 }
 

@@ -48,7 +48,7 @@ uint64 ScopesOfOneSetting() {
 
 class ScopeStressTest : public tarn::test::TarnTest, public testing::WithParamInterface<Setting> {
 protected:
-    static constexpr std::chrono::seconds patience{60};
+    static constexpr std::chrono::seconds timeout{60};
     static constexpr std::size_t queueBytes = std::size_t{32} << 10;
 
     void SetUp() override {
@@ -70,7 +70,7 @@ protected:
 
     void TearDown() override {
         m_monitor->Unregister();
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         Metrics::SetDelivery({});
         m_monitor = {};
     }
@@ -95,12 +95,12 @@ TEST_P(ScopeStressTest, EveryScopeThatWasAcceptedBeginsAndEndsOnceInOrderUnderIt
         setting.threads, 20'000 + static_cast<uint64>(setting.threads), [&] {
             // Without a rest now and then hardly anything would be accepted.
             if (setting.whenFull == WhenQueueIsFull::Refuse && ++trees % 3 != 0) {
-                Metrics::Flush(patience);
+                Metrics::Flush(timeout);
             }
         });
 
     workload.Run(ScopesOfOneSetting());
-    ASSERT_TRUE(Metrics::Flush(patience));
+    ASSERT_TRUE(Metrics::Flush(timeout));
 
     const Metrics::BusStatistics after = Metrics::GetBusStatistics();
     const uint64 refused = after.refusedScopes - before.refusedScopes;

@@ -17,7 +17,7 @@ namespace stress {
 ///
 /// Each scope says in its opening attributes its number ("n"), the number of the scope that
 /// encloses it ("under", -1 for none), the scope whose custom context holds for it ("layer"), and
-/// its thread. The number stands in the end event as well. Numbers grow within a tree.
+/// its thread. The end event has the number as well. Numbers grow within a tree.
 class ScopeWorkload {
 public:
     static constexpr int deepest = 64;

@@ -15,7 +15,7 @@ namespace figures {
 
 inline constexpr int threadCount = 2;
 
-/// Everything that may stand in the log as a scope.
+/// Everything that the log may show as a scope.
 enum class ScopeForm {
     Activity,  ///< `tarn::ActivityScope`
     Visual,    ///< `tarn::ScopeWithVisualId`

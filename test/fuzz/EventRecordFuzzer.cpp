@@ -85,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
                                       .pairs = pairs.Span()};
         const std::size_t bytes = EventRecord::BytesFor(view);
         fuzz::Require(bytes <= EventRecord::largest, "a record is never larger than the largest");
-        fuzz::Require(bytes % EventRecord::alignment == 0, "records stand one behind the other");
+        fuzz::Require(bytes % EventRecord::alignment == 0, "records follow one another");
 
         // Exactly as much as was asked for, so that a sanitizer sees the byte too many.
         const std::unique_ptr<std::byte[]> place(new std::byte[bytes]);

@@ -1,4 +1,4 @@
-# The example of a host of one's own, outside of the source tree, on the installed package: it builds
+# The example of a custom host, outside of the source tree, on the installed package: it builds
 # with what the package brings for such a host, has no part of the embedded one, and prints what is
 # expected.
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")

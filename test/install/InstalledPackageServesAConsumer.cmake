@@ -28,7 +28,7 @@ if(OTLP)
     endif()
 endif()
 
-# The program that README.md begins with, as it stands there.
+# The program that README.md begins with, as it is there.
 Configure("${SOURCE_DIR}/examples/order" "${SCRATCH_DIR}/order" "-DCMAKE_PREFIX_PATH=${prefix}")
 Build("${SCRATCH_DIR}/order" all)
 Run("the program of README.md failed" "${SCRATCH_DIR}/order/order")

@@ -17,7 +17,7 @@ public:
     /// `wrongKinds` in percent: how often a name or a value is of a kind that does not belong.
     AttributeGenerator(Random& random, int wrongKinds);
 
-    /// The name as it stands or disguised: in apostrophes, with a tail behind a NUL.
+    /// The name as it is, or disguised: in apostrophes, with a tail behind a NUL.
     Metrics::MetricsValue Name(std::u16string_view name);
 
     /// A value that a sender would give to this name, or one of a wrong kind.

@@ -1,5 +1,5 @@
 // Dumps of a scope's state against the model's. The monitor writes those about memory and processor
-// time only, and streams make it do that; the full dump is for whoever has a state in his hands.
+// time only, and streams make it do that; the full dump is for those who debug the monitor.
 #include "AttributeGenerator.h"
 #include "CapturingLog.h"
 #include "Comparison.h"

@@ -88,7 +88,7 @@ struct ContextInfo {
 /// What a metrics monitor has to do, told as plainly as possible: every handler rebuilds, copies
 /// and searches as it likes. It shares nothing with the library but the records of the bus.
 ///
-/// One model stands beside one monitor and is given the same calls. One thread at a time.
+/// One model is given the same calls as one monitor. One thread at a time.
 class Model {
 public:
     /// `rootContextId` goes to the monitor's constructor; `contextIds` are those whose counts are

@@ -76,7 +76,7 @@ inline constexpr std::size_t numberOfCounters = 6;
 
 using Counters = std::array<int64, numberOfCounters>;
 
-/// One thing that happened while an event was handled. Everything stands in one list, so that
+/// One thing that happened while an event was handled. Everything is in one list, so that
 /// the order among different kinds is compared too.
 struct Entry {
     enum class Kind {
@@ -91,7 +91,7 @@ struct Entry {
     Kind kind = Kind::Message;
     std::string counterName;
     uint64 amount = 0;
-    Counters counters{};  ///< as they stood when the callback was called
+    Counters counters{};  ///< at the time of the callback
     int32 severity = -1;
     std::u16string text;
     Node body;

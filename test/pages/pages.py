@@ -53,7 +53,7 @@ def blocks(root, page):
 
 
 def is_part_of(text, whole):
-    """Whether the lines stand in the file in a row, indented or not."""
+    """Whether the file has the lines in a row, indented or not."""
     part = text.rstrip("\n").split("\n")
     lines = whole.split("\n")
     for start in range(len(lines) - len(part) + 1):

@@ -23,7 +23,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::minutes patience{2};
+constexpr std::chrono::minutes timeout{2};
 
 }  // namespace
 
@@ -79,7 +79,7 @@ int ProcessTest::Wait() {
     pid_t ended = 0;
     bool isKilled = false;
     while ((ended = waitpid(m_pid, &status, WNOHANG)) == 0) {
-        if (!isKilled && Clock::now() - m_begin > patience) {
+        if (!isKilled && Clock::now() - m_begin > timeout) {
             ADD_FAILURE() << "the process does not end";
             Kill();
             isKilled = true;
@@ -109,7 +109,7 @@ bool ProcessTest::WaitForLog(std::uintmax_t bytes) {
             m_pid = -1;
             return false;
         }
-        if (Clock::now() - m_begin > patience) {
+        if (Clock::now() - m_begin > timeout) {
             ADD_FAILURE() << "the process does not log " << bytes << " bytes";
             return false;
         }

@@ -503,7 +503,7 @@ bool IsDefault(int signal) {
     return sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_DFL;
 }
 
-// Whoever switches it off finds the handlers that were there before.
+// Switched off, it restores the handlers that were there before.
 int SwitchedOff() {
     TraceForEver();
     SetHostsHandler(HandleAsHost);

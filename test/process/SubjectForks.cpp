@@ -29,18 +29,18 @@ bool EndedWell(pid_t child) {
 /// A child that works and ends as a process should. It leaves the parent's scopes to the parent.
 /// One that hangs is ended by its alarm.
 pid_t ForkChild(std::size_t rounds) {
-    constexpr unsigned patienceInSeconds = 120;
+    constexpr unsigned timeoutInSeconds = 120;
     const pid_t child = fork();
     if (child == 0) {
-        alarm(patienceInSeconds);
+        alarm(timeoutInSeconds);
         Work(childsThread, rounds);
         std::exit(EXIT_SUCCESS);
     }
     return child;
 }
 
-/// Threads that work until they are told to stop, with rests: whoever reads their log is not to
-/// need minutes for it.
+/// Threads that work until they are told to stop, with rests: reading their log must not take
+/// minutes.
 class Workers {
 public:
     explicit Workers(std::size_t count) {

@@ -45,7 +45,7 @@ struct Cast {
     bool hasFlusher = false;
     bool flusherShutsDown = false;
     bool threadRuns = false;  ///< the delivering thread, from the beginning
-    bool hasFlushed = false;  ///< who shuts down; whoever emits has not seen it
+    bool hasFlushed = false;  ///< who shuts down; emitters have not seen it
     bool hasStopper = false;  ///< another one that shuts down; not beside a second emitter
 
     auto operator<=>(const Cast&) const = default;
@@ -78,7 +78,7 @@ struct Model {
         FallAsleep,
         Sleep,
         SayAwake,
-        // Whoever emits.
+        // The emitter.
         Begin,
         DrawTicket,
         LookAtThread,

@@ -42,7 +42,7 @@ using tarn::CustomContext;
 using tarn::TraceType;
 using tarn::Traits;
 
-// A clock that stands still unless the scenario moves it.
+// A clock that is stopped unless the scenario moves it.
 constinit std::atomic<int64> s_microseconds{0};
 
 int64 ReadStandingClock() noexcept {
@@ -270,7 +270,7 @@ private:
         return true;
     }
 
-    /// Gives ids that are none of the known ones a name, in the order in which they appear.
+    /// Gives each unknown id a name, in the order in which they appear.
     static void NameIds(std::string& line, std::map<std::string, std::string>& names) {
         constexpr std::size_t length = 36;
         for (std::size_t at = 0; at < line.size(); ++at) {

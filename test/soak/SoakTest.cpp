@@ -39,7 +39,7 @@ int64 ResidentBytes() {
 
 class SoakTest : public tarn::test::TarnTest {
 protected:
-    static constexpr std::chrono::seconds patience{60};
+    static constexpr std::chrono::seconds timeout{60};
     static constexpr uint64 round = 1'000'000;
     static constexpr int threads = 8;
 
@@ -62,7 +62,7 @@ protected:
         EXPECT_EQ(monitor->GetNumberOpenScopes(), 0U);
         EXPECT_EQ(monitor->GetNumberOpenContexts(), 1U);
         monitor->Unregister();
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         Metrics::SetDelivery({});
     }
 
@@ -75,13 +75,13 @@ private:
         std::atomic<uint64> trees{0};
         stress::ScopeWorkload workload(threads, 7, [&] {
             if (whenFull == WhenQueueIsFull::Refuse && ++trees % 3 != 0) {
-                Metrics::Flush(patience);
+                Metrics::Flush(timeout);
             }
         });
         int64 residentBefore = 0;
         while (workload.OpenedScopes() < scopes) {
             workload.Run(round);
-            ASSERT_TRUE(Metrics::Flush(patience));
+            ASSERT_TRUE(Metrics::Flush(timeout));
             if (residentBefore == 0) {
                 residentBefore = ResidentBytes();
             }

@@ -7,8 +7,8 @@
 
 namespace tarn::test {
 
-/// A number, decimal or with 0x, that whoever starts the tests has given; none if there is no such
-/// variable or it is empty.
+/// A number, decimal or with 0x, from an environment variable; none if it is missing or
+/// empty.
 inline std::optional<uint64> NumberFromEnvironment(const char* name) {
     const char* const text = std::getenv(name);
     if (text == nullptr || *text == '\0') {

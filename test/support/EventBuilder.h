@@ -56,7 +56,7 @@ public:
     EventBuilder& AtMilliseconds(int64 milliseconds);
     EventBuilder& Wall(uint64 seconds, uint32 micros);
 
-    // A builder stands where an event is wanted.
+    // A builder is accepted as an event.
     // NOLINTNEXTLINE(google-explicit-constructor): stands for itself in lists
     operator const Metrics::MetricsEvent&() const { return m_event; }
 

@@ -60,7 +60,7 @@ std::vector<std::string> HostCounters::CalledNames() const {
 }
 
 void PrintTo(const HostCounters::Call& call, std::ostream* out) {
-    *out << call.name << " +" << call.amount << " (stands at " << call.counterThen << ")";
+    *out << call.name << " +" << call.amount << " (is at " << call.counterThen << ")";
 }
 
 }  // namespace tarn::test

@@ -14,7 +14,7 @@ namespace tarn::test {
 /// nothing is delivered.
 class HostCounters {
 public:
-    /// What the callback was told, and how its counter stood at that moment.
+    /// What the callback was told, and its counter at that moment.
     struct Call {
         std::string name;
         uint64 amount;

@@ -19,7 +19,7 @@ public:
 
     TUUID CreateUUID() override;
 
-    /// The text of the `number`th id, counted from 1, as it stands in log events.
+    /// The text of the `number`th id, counted from 1, as in log events.
     static std::string Text(int number);
 
 private:

@@ -13,7 +13,7 @@
 
 namespace tarn::test {
 
-/// A value of a log event as text that can be compared: names in an object are sorted, texts stand
+/// A value of a log event as text that can be compared: names in an object are sorted, texts are
 /// in quotes, and doubles never look like integers ("5.0"), so that a literal of the wrong kind is
 /// seen. A value; what a test expects converts to it.
 class LogValue {

@@ -67,7 +67,7 @@ struct ForegroundPairs {
     std::string sponsor = "SPONSOR";
     std::string request = "-";
 
-    // They stand where a list of pairs is wanted.
+    // They are accepted as a list of pairs.
     // NOLINTNEXTLINE(google-explicit-constructor): stands for itself in lists
     operator Metrics::NameValueList() const;
 };

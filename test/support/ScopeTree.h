@@ -13,7 +13,7 @@ namespace tarn::test {
 ///       parse: exception
 ///       store (open)
 ///
-/// A result other than "ok" stands behind the name; "(open)" marks a scope without an end event,
+/// A result other than "ok" follows the name; "(open)" marks a scope without an end event,
 /// "(no begin)" an end event without a beginning. A scope whose sponsor is not among the events is
 /// drawn at the margin with its depth in front ("[2] parse").
 std::string DrawScopeTree(const CapturedEvents& events);

@@ -10,7 +10,7 @@ from bench.project import LTTNG
 
 
 class Sessions:
-    """Stands for sessions of LTTng; knows what ran within one."""
+    """A fake of LTTng's sessions; knows what ran within one."""
 
     def __init__(self, missing=""):
         self.missing = missing

@@ -56,7 +56,7 @@ void Write(spdlog::sinks::sink& sink, const std::string& line) {
         sink.log(spdlog::details::log_msg(
             spdlog::log_clock::time_point(), {}, "", spdlog::level::info, line));
     } catch (const std::exception&) {
-        // Whoever logs goes on.
+        // The caller goes on.
     }
 }
 
@@ -98,7 +98,7 @@ void FillTheDisk(const char* name, Maker make) {
     ShowWhatIsLeft(name);
 }
 
-// 100 lines fit; something stands where the full file should go.
+// 100 lines fit; something is in the way of the full file.
 void PreventRenaming(const char* name, Maker make) {
     StartAfresh();
     std::filesystem::create_directories(folder + "/a.1.log/in the way");

@@ -57,7 +57,7 @@ std::unique_ptr<PackageDatabase> OpenDatabase(const ServeOptions& options) {
     return database;
 }
 
-// Whoever waits for the file finds it with all that belongs into it.
+// The file appears complete, for those who wait for it.
 void WritePort(const std::filesystem::path& path, int port) {
     std::filesystem::path unfinished = path;
     unfinished += ".new";

@@ -4,7 +4,7 @@
 
 namespace packagesearch {
 
-/// The wish of whoever runs the program that it ends: SIGTERM or SIGINT. Make it first of all, on
+/// The request to end the program: SIGTERM or SIGINT. Make it first of all, on
 /// the main thread: these signals then interrupt no thread, and wait until they are asked for.
 class StopSignal {
 public:

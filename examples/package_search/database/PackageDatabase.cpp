@@ -19,7 +19,7 @@ namespace {
 // file would show in the log as one long activity that says nothing about its course.
 constexpr std::size_t packagesPerBatch = 200;
 
-// A writer that is quick is waited for; whoever waits for a reader is not kept longer.
+// Long enough for a quick writer; the caller is not kept longer.
 constexpr std::chrono::milliseconds lockTimeout{50};
 
 // Connections of one process that open the same name share the database. Its memory goes with

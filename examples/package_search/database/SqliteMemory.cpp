@@ -12,7 +12,7 @@ namespace packagesearch::sqlite {
 
 namespace {
 
-// SQLite asks for the size of its blocks; it stands in front of them.
+// SQLite asks for the size of its blocks; it is stored before each block.
 struct alignas(std::max_align_t) Head {
     int bytes = 0;
 };

@@ -147,7 +147,7 @@ private:
             Fail(m_line, "neither 'Field: value' nor a continuation line");
         }
         if (stanza.Find(name) != nullptr) {
-            Fail(m_line, "field '" + std::string(name) + "' stands twice in one stanza");
+            Fail(m_line, "field '" + std::string(name) + "' appears twice in one stanza");
         }
         if (stanza.fields.empty()) {
             stanza.line = m_line;

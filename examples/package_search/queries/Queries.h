@@ -36,7 +36,7 @@ struct QueryResult {
     std::vector<std::vector<std::string>> rows;
 };
 
-/// The question is none that the program knows. `what()` is one line.
+/// The program does not know the question. `what()` is one line.
 class QueryError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

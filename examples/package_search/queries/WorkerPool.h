@@ -19,7 +19,7 @@
 
 namespace packagesearch {
 
-/// A handed-over activity that either a worker takes, to run it, or whoever asked for it, to give
+/// A handed-over activity: either a worker takes it, to run it, or the asking thread does, to give
 /// it up. Shared by the two.
 class Handover {
 public:

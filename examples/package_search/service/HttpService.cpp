@@ -136,7 +136,7 @@ void HttpService::Serve(const httplib::Request& request, httplib::Response& resp
 
 HttpAnswer HttpService::Work(const httplib::Request& request, const RequestScope& scope) const {
     const tarn::ActivityScope work(activity::answer);
-    const WorkLimits limits{Deadline::In(ReadPatience(request, m_options.deadline)),
+    const WorkLimits limits{Deadline::In(ReadTimeout(request, m_options.deadline)),
                             m_options.slowAfter};
     return {200, m_routes.Answer(request, scope.Attributes(), limits)};
 }

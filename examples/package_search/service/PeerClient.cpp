@@ -98,10 +98,10 @@ httplib::Result PeerClient::Get(const std::string& path,
 
     httplib::Client client(m_host, m_port);
     // A timeout of 0 would be none at all.
-    const auto patience = std::max(deadline.Remaining(), std::chrono::milliseconds(1));
-    client.set_connection_timeout(patience);
-    client.set_read_timeout(patience);
-    client.set_write_timeout(patience);
+    const auto timeout = std::max(deadline.Remaining(), std::chrono::milliseconds(1));
+    client.set_connection_timeout(timeout);
+    client.set_read_timeout(timeout);
+    client.set_write_timeout(timeout);
     // The timeouts are for single reads; this is for a peer that sends a little now and then.
     const auto receive = [&](const char* data, std::size_t size) {
         body.append(data, size);

@@ -64,8 +64,8 @@ std::optional<std::int64_t> RequestParameters::Number(const std::string& name,
     return ReadNumber(name, place->second, least, most);
 }
 
-std::chrono::milliseconds ReadPatience(const httplib::Request& request,
-                                       std::chrono::milliseconds longest) {
+std::chrono::milliseconds ReadTimeout(const httplib::Request& request,
+                                      std::chrono::milliseconds longest) {
     constexpr std::int64_t anHour = 3'600'000;
     const auto place = request.params.find(deadlineParameter);
     if (place == request.params.end()) {

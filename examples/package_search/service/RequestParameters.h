@@ -33,13 +33,13 @@ private:
 };
 
 /// How long the client wants to wait, but not longer than told.
-std::chrono::milliseconds ReadPatience(const httplib::Request& request,
-                                       std::chrono::milliseconds longest);
+std::chrono::milliseconds ReadTimeout(const httplib::Request& request,
+                                      std::chrono::milliseconds longest);
 
 /// The lines of the body that are not empty: one to `most`, of plain text.
 std::vector<std::string> ReadBodyLines(const httplib::Request& request, std::size_t most);
 
-/// The name of the parameter that `ReadPatience` reads.
+/// The name of the parameter that `ReadTimeout` reads.
 inline constexpr const char* deadlineParameter = "deadline-ms";
 
 }  // namespace packagesearch

@@ -20,7 +20,7 @@ protected:
         LoadPackages(SAMPLE_STATUS_FILE, m_database);
     }
 
-    Instance& StartOnTheFile() { return Start(PatientOptions(), {}, &m_database); }
+    Instance& StartOnTheFile() { return Start(OptionsWithLongTimeouts(), {}, &m_database); }
 
     std::filesystem::path m_file;
     PackageDatabase m_database;

@@ -31,7 +31,7 @@ protected:
         LoadPackages(m_folder / "status", m_tangle);
     }
 
-    static constexpr std::chrono::milliseconds patience{120'000};
+    static constexpr std::chrono::milliseconds timeout{120'000};
 
     PackageDatabase m_tangle;
 };
@@ -88,7 +88,7 @@ TEST_F(HttpServiceTest, TheQueriesOfOneBodyAreAnsweredInTheirOrder) {
 
 TEST_F(HttpServiceTest, ManyClientsGetTheirOwnAnswersAndEveryRequestIsATreeThatAddsUp) {
     const Instance& back = Start();
-    const Instance& front = Start(PatientOptions(), back.Url());
+    const Instance& front = Start(OptionsWithLongTimeouts(), back.Url());
     constexpr int clients = 6;
     constexpr int rounds = 10;
     std::atomic<int> wrong{0};
@@ -121,7 +121,7 @@ TEST_F(HttpServiceTest, ManyClientsGetTheirOwnAnswersAndEveryRequestIsATreeThatA
 
 TEST_F(HttpServiceTest, ARequestBeyondItsDeadlineIsCanceledAndTheServiceGoesOn) {
     LoadTangle();
-    const Instance& instance = Start(PatientOptions(), {}, &m_tangle);
+    const Instance& instance = Start(OptionsWithLongTimeouts(), {}, &m_tangle);
 
     const httplib::Result result = Ask(instance, "/queries/hubs?argument=1000000&deadline-ms=50");
 
@@ -141,7 +141,7 @@ TEST_F(HttpServiceTest, AQueryBeyondItsDeadlineIsCanceledInTheStepThatItIsIn) {
         QueryService queries(m_tangle, 1);
         const tarn::ActivityScope scope("asking");
         Pending<QueryResult> pending = queries.Start(
-            {"hubs", "1000000"}, {Deadline::In(std::chrono::milliseconds(300)), patience});
+            {"hubs", "1000000"}, {Deadline::In(std::chrono::milliseconds(300)), timeout});
 
         EXPECT_THROW(pending.Get(), DeadlineExceeded);
     }
@@ -161,7 +161,7 @@ TEST_F(HttpServiceTest, AQueryBeyondItsDeadlineIsCanceledInTheStepThatItIsIn) {
 
 TEST_F(HttpServiceTest, AClientCannotWaitLongerThanTheServiceLets) {
     LoadTangle();
-    HttpOptions options = PatientOptions();
+    HttpOptions options = OptionsWithLongTimeouts();
     options.deadline = std::chrono::milliseconds(50);
     const Instance& instance = Start(options, {}, &m_tangle);
 
@@ -170,7 +170,7 @@ TEST_F(HttpServiceTest, AClientCannotWaitLongerThanTheServiceLets) {
 }
 
 TEST_F(HttpServiceTest, ASlowStepLeavesASupplement) {
-    HttpOptions options = PatientOptions();
+    HttpOptions options = OptionsWithLongTimeouts();
     options.slowAfter = std::chrono::milliseconds(-1);
     const Instance& instance = Start(options);
 
@@ -200,7 +200,7 @@ TEST_F(HttpServiceTest, AQuickStepLeavesNoSupplement) {
 
 TEST_F(HttpServiceTest, APortThatIsTakenIsAnError) {
     const Instance& instance = Start();
-    HttpOptions options = PatientOptions();
+    HttpOptions options = OptionsWithLongTimeouts();
     options.port = instance.Port();
 
     EXPECT_THROW(Start(options), std::runtime_error);
@@ -209,7 +209,7 @@ TEST_F(HttpServiceTest, APortThatIsTakenIsAnError) {
 TEST_F(HttpServiceTest, NobodyIsServedAfterTheStop) {
     QueryService queries(m_sample, 1);
     const SearchRoutes routes(queries, nullptr);
-    HttpService service(PatientOptions(), routes);
+    HttpService service(OptionsWithLongTimeouts(), routes);
     httplib::Client client("127.0.0.1", service.Port());
     ASSERT_EQ(Verdict(client.Get("/health")), "200");
 

@@ -73,7 +73,7 @@ class PeerTest : public ServiceTest {
 protected:
     // The verdict on a request for a package to an instance with this peer, and its log.
     std::string AskWithPeer(const std::string& url, const std::string& parameters = {}) {
-        const Instance& front = Start(PatientOptions(), url);
+        const Instance& front = Start(OptionsWithLongTimeouts(), url);
         const std::string verdict = Verdict(Ask(front, "/packages/shelf" + parameters));
         EXPECT_EQ(Verdict(Ask(front, "/queries/sections")), "200");
         m_trees = EndAndRead();
@@ -97,7 +97,7 @@ protected:
 };
 
 TEST_F(PeerTest, TheRequestGoesOnInThePeerAsOneTree) {
-    HttpOptions options = PatientOptions();
+    HttpOptions options = OptionsWithLongTimeouts();
     options.site = "back";
     const Instance& back = Start(options);
     options.site = "front";

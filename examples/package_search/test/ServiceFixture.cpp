@@ -12,7 +12,7 @@ namespace packagesearch {
 
 namespace {
 
-constexpr std::chrono::seconds patience{120};
+constexpr std::chrono::seconds timeout{120};
 
 }  // namespace
 
@@ -38,10 +38,10 @@ ServiceTest::~ServiceTest() {
     std::filesystem::remove_all(m_folder, ignored);
 }
 
-HttpOptions ServiceTest::PatientOptions() {
+HttpOptions ServiceTest::OptionsWithLongTimeouts() {
     HttpOptions options;
-    options.deadline = patience;
-    options.slowAfter = patience;
+    options.deadline = timeout;
+    options.slowAfter = timeout;
     return options;
 }
 
@@ -99,8 +99,8 @@ httplib::Result Ask(const Instance& instance,
                     const std::string& path,
                     const httplib::Headers& headers) {
     httplib::Client client("127.0.0.1", instance.Port());
-    client.set_connection_timeout(patience);
-    client.set_read_timeout(patience);
+    client.set_connection_timeout(timeout);
+    client.set_read_timeout(timeout);
     return client.Get(path, headers);
 }
 

@@ -41,10 +41,10 @@ protected:
     ~ServiceTest() override;
 
     /// On the sample packages unless told otherwise, with time enough for slow machines.
-    Instance& Start(HttpOptions options = PatientOptions(),
+    Instance& Start(HttpOptions options = OptionsWithLongTimeouts(),
                     const std::string& peerUrl = {},
                     const PackageDatabase* database = nullptr);
-    static HttpOptions PatientOptions();
+    static HttpOptions OptionsWithLongTimeouts();
 
     /// Ends the instances and the tracing, and reads the log.
     LoggedTrees EndAndRead();

@@ -134,7 +134,7 @@ TEST(StatusFileTest, ErrorsNameTheLine) {
               "status:2: neither 'Field: value' nor a continuation line");
     EXPECT_EQ(ErrorOf("\n continued\n"), "status:2: a continuation line without a field before it");
     EXPECT_EQ(ErrorOf("Package: p\npackage: q\n"),
-              "status:2: field 'package' stands twice in one stanza");
+              "status:2: field 'package' appears twice in one stanza");
     EXPECT_EQ(ErrorOf(std::string("Package: p\nVersion: 1") + '\0' + "2\n"),
               "status:2: a NUL byte");
     EXPECT_EQ(ErrorOf("\nVersion: 1\nPackage: p\n"),

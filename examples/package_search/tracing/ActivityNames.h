@@ -12,7 +12,7 @@ inline constexpr const char* insertBatch = "insert-batch";
 inline constexpr const char* buildIndexes = "build-indexes";
 inline constexpr const char* chooseQueries = "choose-queries";
 
-// A query: the root on the thread of whoever asks, the rest on a worker.
+// A query: the root on the asking thread, the rest on a worker.
 inline constexpr const char* query = "query";
 inline constexpr const char* run = "run";
 inline constexpr const char* prepare = "prepare";

@@ -66,7 +66,7 @@ ReceivedContext ReadTracingHeaders(const httplib::Headers& headers) {
     const std::optional<std::string> root = ReadRoot(headers.find(traceHeader)->second);
     const std::optional<int> depth = ReadDepth(headers.find(depthHeader)->second);
     if (!root || !depth) {
-        return {{}, !root ? "the trace is none" : "the depth is none"};
+        return {{}, !root ? "the trace is malformed" : "the depth is malformed"};
     }
     // The caller's own id does not travel; the root stands for it.
     return {{{ActivityTokens::ridAttr, u"-"},

@@ -18,7 +18,7 @@ struct ReceivedContext {
 
 /// Reads the two headers that a caller's tracer wrote, as "ROOT:ROOT:0" and the depth of the
 /// calling activity. They come from outside: what the tracer would not have written is not used,
-/// because whatever stands there would become the key by which logs are joined.
+/// because any text there would become the key by which logs are joined.
 ReceivedContext ReadTracingHeaders(const httplib::Headers& headers);
 
 }  // namespace packagesearch

@@ -16,7 +16,7 @@ namespace {
 // Deeper values are cut off: nobody reads them, and writing them must not exhaust the stack.
 constexpr int mostLevels = 200;
 
-// Whoever logs a huge event once shall not keep its memory for good.
+// One huge event must not hold a thread's memory for good.
 constexpr std::size_t mostBytesKept = std::size_t{256} << 10;
 
 std::string_view NameOf(TLog::Severity severity) noexcept {

@@ -52,7 +52,7 @@ public:
     }
 
     std::string text;
-    std::vector<LineTemplate::Gap> gaps;  ///< without what stands in front of them
+    std::vector<LineTemplate::Gap> gaps;  ///< without the texts before them
     std::vector<std::size_t> places;      ///< of the gaps, in the text
 
 private:

@@ -13,7 +13,7 @@ namespace cvlcoreplatform {
 /// for the values of the slots.
 class LineTemplate final : public TLog::FormNotes {
 public:
-    /// A value, and what stands in front of it.
+    /// A value, and the text before it.
     struct Gap {
         host::PaddedText before;
         std::size_t slot;
@@ -31,7 +31,7 @@ public:
         return m_text.size() + m_gaps.size() * quotationMarks + bytes;
     }
 
-    /// What stands behind the last value.
+    /// The text after the last value.
     host::PaddedText AfterAll() const noexcept { return m_afterAll; }
 
 private:

@@ -24,9 +24,10 @@ public:
     static void Free(void* block) noexcept;
 };
 
-/// The characters of a line, and how values are written in JSON. Texts that stand in JSON as they
-/// are, as nearly all names, ids and values do, are copied at once; all others RapidJSON escapes,
-/// but for the control characters that JSON allows (U+007F to U+009F): a terminal may obey them.
+/// The characters of a line, and how values are written in JSON. Texts that need no
+/// escapes, as nearly all names, ids and values, are copied at once; RapidJSON escapes all others.
+/// The control characters that JSON allows (U+007F to U+009F) are escaped here: a terminal may obey
+/// them.
 /// Memory that an ordinary line needs is kept for the next one. Throws `std::bad_alloc`, with part
 /// of a value written perhaps.
 class LineText {
@@ -117,7 +118,7 @@ public:
         m_to += characters.Length();
     }
 
-    /// In quotation marks, for a text that stands in JSON as it is.
+    /// In quotation marks, for a text that needs no escapes.
     void AppendText(host::PaddedText plain) noexcept {
         *m_to = '"';
         plain.CopyTo(m_to + 1);

@@ -212,7 +212,7 @@ Logger& Logger::Get() noexcept {
     return logger;
 }
 
-// Not const, though it changes no member: whoever logs changes the log.
+// Not const, though it changes no member: logging changes the log.
 // NOLINTNEXTLINE(readability-make-member-function-const): it changes the log
 void Logger::Log(Severity severity, const Event& event) noexcept {
     if (IsEnabled(severity)) {

@@ -16,8 +16,8 @@ namespace {
 // of the host's.
 std::atomic<bool> s_hasStandardError{fcntl(STDERR_FILENO, F_GETFD) >= 0};
 
-// There is nobody to tell if it fails. Nor is it worth waiting for whoever reads the stream, or
-// ending the host when nobody does.
+// Nobody can be told if this fails. It must neither wait for a slow reader of the stream nor end
+// the host when there is no reader.
 void WriteToStandardError(const std::string& line) noexcept {
     constexpr std::chrono::milliseconds noWait{0};
     if (s_hasStandardError.load(std::memory_order_relaxed) &&

@@ -166,7 +166,7 @@ void* HeldLines::OfThisThread() noexcept {
 }
 
 // Complete lines are held by a thread that is not writing: the sink's lock is free. Of events the
-// back end may be locked, so they take the way of whoever logs.
+// back end may be locked, so they are logged in the ordinary way.
 void HeldLines::WriteInterrupted(void* interrupted, HeldEventsTarget&& events) noexcept {
     auto* const held = static_cast<Held*>(interrupted);
     if (held == nullptr) {

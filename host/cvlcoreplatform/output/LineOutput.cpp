@@ -30,8 +30,7 @@ constinit std::atomic<bool> s_isOver{false};
 
 class LineGate {
 public:
-    // Whoever comes too late is not here for long: the process ends. Not for ever, for the case
-    // that somebody waits for this thread all the same.
+    // The process is exiting: hold late writers, but only briefly, in case a thread joins them.
     LineGate() noexcept {
         s_linesBegun.fetch_add(1, std::memory_order_seq_cst);
         if (s_isOver.load(std::memory_order_seq_cst)) {

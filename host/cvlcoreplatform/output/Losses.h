@@ -18,7 +18,7 @@ public:
 
     bool IsEmpty() const noexcept { return m_lines.load(std::memory_order_relaxed) == 0; }
 
-    /// How many there are; to whoever asks next there are none.
+    /// How many there are; they count as mentioned from then on.
     uint64 Take() noexcept {
         ForgetParents();
         return m_lines.exchange(0, std::memory_order_relaxed);

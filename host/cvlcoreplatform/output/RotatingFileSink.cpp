@@ -226,7 +226,7 @@ bool RotatingFileSink::MayAppend(std::size_t bytes, Clock::time_point now) noexc
 }
 
 // How much of the line and its end was written. The rest cannot follow: another thread's line may
-// stand there by now.
+// be there by now.
 std::size_t RotatingFileSink::AppendBesideOthers(std::string_view line) noexcept {
     const std::size_t written = WriteLineAtOnce(m_file.Get(), line);
     if (written == line.size() + 1) {
@@ -265,7 +265,7 @@ void RotatingFileSink::RepairShortWrite(std::string_view line, std::size_t writt
     }
 }
 
-// A line of another thread that reads like the part and stands in its place may go as well.
+// A line of another thread that equals the part and is in its place may go as well.
 RotatingFileSink::Taken RotatingFileSink::TakeBack(std::string_view part) noexcept {
     DisownForeignFile();
     const FileDescriptor file = OpenToRead();
@@ -322,9 +322,9 @@ LineResult RotatingFileSink::Append(std::string_view line) noexcept {
     return result;
 }
 
-// Takes back the part of a line that was written. The descriptor stands behind it, whoever else
-// appends to the file; what somebody else wrote after it stays, and a line end parts the two. The
-// lock keeps two processes from cutting at once.
+// Takes back the part of a line that was written. The descriptor's position is after it, even when
+// others append to the file; what somebody else wrote after it stays, and a line end parts the two.
+// The lock keeps two processes from cutting at once.
 bool RotatingFileSink::CutBack(std::size_t written) noexcept {
     if (written == 0) {
         return true;

@@ -9,7 +9,7 @@ namespace cvlcoreplatform {
 /// end when the host closes another descriptor of the file, and is not shared by openings.
 class RotationLock {
 public:
-    /// Whoever may read the file can lock it, and keep it locked. So this waits for a moment only.
+    /// Waits for a moment only: any process that may read the file can lock it, and keep it locked.
     explicit RotationLock(const FileDescriptor& file) noexcept;
     ~RotationLock();
     RotationLock(const RotationLock&) = delete;

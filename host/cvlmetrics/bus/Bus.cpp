@@ -127,8 +127,8 @@ void DeliverPostponed() noexcept {
     Dispatcher::Get().Deliver(std::move(*events));
 }
 
-// Inside a log back end the thread holds a lock of the logger's, which whoever has the bus's lock
-// may be waiting for.
+// Inside a log back end the thread holds a lock of the logger's, for which the holder of the bus's
+// lock may be waiting.
 void Postpone(const EventView& event) {
     if (t_postponed == nullptr) {
         t_postponed = new std::vector<MetricsEvent>;

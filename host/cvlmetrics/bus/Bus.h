@@ -17,8 +17,8 @@ class Deadline;
 /// from within a delivery waits on its thread until the current event is through. Any thread may
 /// call anything here at any time, from within a delivery as well.
 ///
-/// Delivering is a role that one thread has at a time, the one that holds the bus's lock. Whoever
-/// takes it first delivers what is queued, so that nothing overtakes what was emitted earlier.
+/// Delivering is a role that one thread has at a time, the one that holds the bus's lock. It
+/// first delivers what is queued, so that nothing overtakes what was emitted earlier.
 ///
 /// Inside a log back end no scope and no context begins: its line would be logged in its turn. What
 /// is said there about those that have begun elsewhere is delivered when the thread is outside.
@@ -41,7 +41,7 @@ bool HasRoomForContext() noexcept;
 void CountRefusedScope() noexcept;
 void CountRefusedAttribute() noexcept;
 
-// Stamp an event with the time and send it on its way. Whoever calls them has asked for admission
+// Stamp an event with the time and send it on its way. The caller has asked for admission
 // before, so that nothing is built in vain. They throw `std::bad_alloc` when there is no memory for
 // what has to be made of the event; it is lost then.
 
@@ -82,7 +82,7 @@ void InBurst(const Body& body) noexcept {
 void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept;
 
 /// Both first have what is queued delivered, and wait for consumers that are busy until the exit
-/// deadline. After that the change is left to whoever delivers next.
+/// deadline. After that the next delivery makes the change.
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything);
 bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);
 

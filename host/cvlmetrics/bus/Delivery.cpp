@@ -34,7 +34,7 @@ bool Shutdown(const Deadline& deadline) noexcept {
     if (Bus::IsDelivering() || DeliveringThread::IsCurrent()) {
         return false;
     }
-    // From here on whoever emits delivers by itself, behind what is queued.
+    // From here on each emitting thread delivers its own events, after what is queued.
     Bus::SetRefusing(false);
     Bus::SetAsynchronous(false);
     // What others have taken off the queues may still be inside of a consumer when the thread ends.

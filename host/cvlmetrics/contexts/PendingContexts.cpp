@@ -36,7 +36,7 @@ void Keep(uint64 contextId, Facts facts) {
 }
 
 Facts Take(uint64 contextId) noexcept {
-    // Whoever passes a context's id to another thread also makes the count visible there.
+    // Passing a context's id to another thread makes the count visible there, too.
     if (s_count.load(std::memory_order_relaxed) == 0) {
         return {};
     }

@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 // Those above are not for crashes.
 constexpr int signals = 64;
 
-/// Stands for `std::terminate` among the signals, of which it is none.
+/// The number of `std::terminate` among the signals; no signal has it.
 constexpr int terminateCall = 0;
 
 struct Former {

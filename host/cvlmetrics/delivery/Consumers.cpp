@@ -30,7 +30,7 @@ bool Consumer::Receives(const MetricsEvent& event) const noexcept {
 
 void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
     CarryOutNotes(retired);
-    // Newcomers stand at the end, and nobody's entry goes away before the walk is over.
+    // New consumers are appended, and no entry is removed before the walk is over.
     bool isDelivered = false;
     m_isWalking = true;
     auto consumer = m_list.begin();

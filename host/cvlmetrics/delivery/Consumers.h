@@ -23,7 +23,7 @@ struct Consumer {
     bool Receives(const MetricsEvent& event) const noexcept;
 };
 
-/// Who is subscribed. Whoever calls holds the bus's lock, except where a function says otherwise.
+/// Who is subscribed. Callers hold the bus's lock, except where a function says otherwise.
 class Consumers {
 public:
     /// Keeps `admission` up to date.

@@ -72,7 +72,7 @@ public:
     /// done in time.
     bool DeliverQueuedWithin(const Deadline& deadline) noexcept;
 
-    // They leave the change to whoever delivers next when the lock is not to be had in time.
+    // When the lock is not to be had in time, the next delivery makes the change.
 
     void AddConsumer(Consumer newcomer, const Deadline& deadline);
     bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener, const Deadline& deadline);

@@ -49,8 +49,8 @@ bool EventQueue::HasRoom(uint64 begin, std::size_t bytes) noexcept {
     return begin + bytes - m_readAsKnown <= m_capacity;
 }
 
-// Where the reader is, is read before what it has given back of the heap: whoever sleeps because of
-// that is not to sleep if the reader has moved since (see `WaitForRoom`).
+// The reader's position is read before the heap that it has given back: a thread that finds too
+// little must not sleep if the reader has moved since (see `WaitForRoom`).
 bool EventQueue::HasHeapRoom(std::size_t bytes) noexcept {
     if (bytes == 0 || m_heapPrepared == m_heapReadAsKnown) {
         return true;

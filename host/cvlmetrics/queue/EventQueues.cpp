@@ -170,7 +170,7 @@ void Registry::Pop() noexcept {
     s_taken.store(s_taken.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
-// An event whose turn was passed over before, and that has come after all, is none to go on with.
+// An event that was passed over as missing, and has come after all, does not set the order.
 void Registry::PassOverMissing() noexcept {
     const uint64 taken = s_taken.load(std::memory_order_relaxed);
     uint64 next = s_tickets.load(std::memory_order_acquire);
@@ -285,7 +285,7 @@ EventQueue* OwnQueue() {
     return queue != nullptr ? queue : AcquireQueue();
 }
 
-// The tickets stand between writing and showing, see the header.
+// The tickets are drawn between writing and publishing, see the header.
 void Publish(EventQueue& queue) noexcept {
     queue.Publish(s_tickets.fetch_add(queue.GetPreparedCount(), std::memory_order_seq_cst));
 }

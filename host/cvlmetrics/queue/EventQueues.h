@@ -10,12 +10,12 @@
 /// The queues of all threads, and the one order of what is in them.
 ///
 /// Each event draws a ticket, a number that counts up through the process, after it was written and
-/// before it is shown to the reader; the reader takes the events in the order of their tickets and
-/// waits for one that is missing. So an event can overtake another one only if it draws its ticket
-/// earlier, and that cannot be if the other one was emitted before: whoever emits has drawn the
-/// ticket when the emitting call returns, and a counter hands out its numbers in an order that
-/// every hand-over between threads respects. Between drawing and showing there is nothing that
-/// waits, so a missing event is shown at once, unless its thread is just not running.
+/// before it is published to the reader; the reader takes the events in the order of their tickets
+/// and waits for one that is missing. So an event can overtake another one only if it draws its
+/// ticket earlier, and that cannot be if the other one was emitted before: the ticket is drawn
+/// before the emitting call returns, and a counter hands out its numbers in an order that every
+/// hand-over between threads respects. Between drawing and publishing there is nothing that waits,
+/// so a missing event is shown at once, unless its thread is just not running.
 namespace Metrics::EventQueues {
 
 enum class Outcome { Queued, NoRoom };
@@ -43,9 +43,9 @@ bool HasFreeQuarters(unsigned quarters) noexcept;
 /// Whether an event that is appended now leaves so many quarters of the queue free.
 bool LeavesFreeQuarters(unsigned quarters, const EventView& event) noexcept;
 
-// For whoever holds the delivering role; one thread at a time.
+// For the thread that delivers; one at a time.
 
-/// The next event of all; null when its thread has not shown it yet, or nothing is queued.
+/// The next event of all; null when its thread has not published it yet, or nothing is queued.
 EventRecord* Next() noexcept;
 
 /// Takes the event that `Next` gave off its queue, and wakes the queue's thread if it waits for

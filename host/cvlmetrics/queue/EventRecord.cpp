@@ -20,7 +20,7 @@
 
 namespace Metrics {
 
-/// What every event has, as it stands at the beginning of an inline record's content.
+/// What every event has: the beginning of an inline record's content.
 struct EventRecord::Fixed {
     uint64 id;
     uint64 contextId;
@@ -31,7 +31,7 @@ struct EventRecord::Fixed {
     MetricsEventType type;
 };
 
-/// The content of a record whose event stands on the heap.
+/// The content of a record whose event is on the heap.
 struct EventRecord::Box {
     MetricsEvent* event;
     std::size_t heapBytes;

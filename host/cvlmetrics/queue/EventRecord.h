@@ -13,7 +13,7 @@ namespace Metrics {
 /// An event as bytes in a queue: the texts are copied, so that what the emitting thread has
 /// allocated it also releases, and a queued event asks for no memory. Of a text that lives as long
 /// as the process the address is enough. An event that is very large or holds what no event should
-/// (values of unknown kinds) stands on the heap instead and the record only points to it.
+/// (values of unknown kinds) is kept on the heap instead, and the record only points to it.
 ///
 /// A record begins on a multiple of eight bytes and is a multiple of eight long. It is written by
 /// one thread and read once, by another.
@@ -49,8 +49,8 @@ public:
     /// have one.
     void Read(MetricsEvent& event);
 
-    /// Whether the event that is read shares texts with whoever emitted it. It is no event to read
-    /// into again, then.
+    /// Whether the event that is read shares texts with its emitter. If so, do not read into it
+    /// again.
     bool IsBoxed() const noexcept { return m_form == Form::Boxed; }
 
     /// How many bytes the event takes on the heap; also after it was read.

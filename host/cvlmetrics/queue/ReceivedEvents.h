@@ -12,9 +12,9 @@
 
 namespace Metrics {
 
-/// The events that the consumers receive, one at a time, made in what the last event of the same
-/// type has left: events of one type mostly hold texts in the same places, and a text that no
-/// consumer has kept is written anew. For whoever has the delivering role.
+/// The events that the consumers receive, one at a time. Reuses the previous event of the same type
+/// as storage: events of one type mostly hold texts in the same places, and a text that no consumer
+/// has kept is overwritten. For the thread that delivers.
 class ReceivedEvents {
 public:
     /// Throws `std::bad_alloc`.
@@ -31,8 +31,8 @@ public:
     /// The event that somebody is just emitting, until `Release`. Throws `std::bad_alloc`.
     const MetricsEvent& Take(const EventView& event);
 
-    /// Lets go of what was taken last, except for memory to use again. Whoever emits the event
-    /// still holds what it is made of.
+    /// Releases what was taken last, except for memory to use again. The event's emitter still
+    /// holds its values.
     void Release() noexcept {
         if (!m_shared.empty()) {
             LetGoOfShared();
@@ -56,7 +56,7 @@ private:
     std::array<MetricsEvent, types> m_last;
     MetricsEvent m_boxed;
     MetricsEvent* m_taken = &m_boxed;
-    // Values of the taken event that whoever emits it holds, too.
+    // Values of the taken event that its emitter holds, too.
     std::vector<MetricsValue*> m_shared;
 };
 

@@ -84,7 +84,7 @@ void Release(TextBlock<Unit>* block) noexcept {
     texts.Keep(block);
 }
 
-// What counts the owners of a text stands in the text's own block, which is free when it goes.
+// The count of a text's owners is in the text's own block, which is freed with it.
 template <class Unit, class T>
 struct WithinBlock {
     using value_type = T;

@@ -25,7 +25,7 @@
 // and while the gate is open none can be added.
 //
 // Who leaves changes one word and wakes those who sleep on it by its address: it does not read the
-// lock any more. That somebody sleeps stands in the same word.
+// lock any more. The same word says whether a thread sleeps.
 //
 // test/protocol runs all interleavings of a model of this.
 

@@ -11,8 +11,8 @@ namespace {
 
 using Utf16Characters = std::shared_ptr<const std::u16string>;
 
-// An empty TString may own no characters, a text value always does: whoever reads one follows the
-// pointer without asking.
+// An empty TString may own no characters, a text value always does: readers of one do not
+// check the pointer.
 const Utf16Characters& EmptyUtf16() {
     static const Utf16Characters& empty =
         *new const Utf16Characters(std::make_shared<const std::u16string>());

@@ -89,7 +89,7 @@ std::u16string Utf16FromWide(std::wstring_view text) {
     std::u16string out;
     out.reserve(text.size());
     for (const wchar_t unit : text) {
-        // A wide value that is negative is none, and is replaced as such.
+        // A negative wide value is no code point, and is replaced as such.
         // NOLINTNEXTLINE(bugprone-signed-char-misuse): what is negative is replaced below
         const auto point = static_cast<utf::code_point>(unit);
         // A single 16-bit unit stands for itself, surrogate or not.

@@ -39,7 +39,7 @@ std::string LineOf(NameTable body) {
     return FormatJsonLine(Info, Event(u"e", Object::Make(std::move(body))), noon);
 }
 
-// The text of the single value of a body, as it stands in the line.
+// The text of the single value of a body, as it is in the line.
 std::string WrittenAs(std::shared_ptr<Value> value) {
     const std::string line = LineOf({{u"v", std::move(value)}});
     const std::string before = "\"body\":{\"v\":";

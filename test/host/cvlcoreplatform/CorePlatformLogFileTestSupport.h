@@ -31,7 +31,7 @@ protected:
         TLog::ReplaceBackEnd(TLog::MakeJsonFileBackEnd(path, limits));
     }
 
-    /// The texts of the messages in a file, or the line itself where it is none.
+    /// The texts of the messages in a file, or the line itself where it is no message.
     static std::vector<std::string> MessagesIn(const std::string& path) {
         std::vector<std::string> messages;
         for (const std::string& line : LinesIn(ContentOf(path))) {

@@ -373,7 +373,7 @@ TEST_F(CorePlatformLogFileUpkeepTest, AForeignFileUnderTheDescriptorIsNoticedAnd
     EXPECT_EQ(ContentOf(other), "");
 }
 
-// Shared with its child it would stand behind the child's line, and when the disk is full a process
+// Shared with its child it would be after the child's line, and when the disk is full a process
 // would take what the other has written for a part of its own line.
 TEST_F(CorePlatformLogFileUpkeepTest, AForkedChildHasAPositionInTheFileOfItsOwn) {
     LogTo(m_path);

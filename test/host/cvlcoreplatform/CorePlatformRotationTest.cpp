@@ -31,7 +31,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
 
-/// Another process that keeps a file locked for reading, as whoever may read it can.
+/// Another process that keeps a file locked for reading, as anybody who may read it can.
 class LockingProcess {
 public:
     explicit LockingProcess(const std::string& path) {

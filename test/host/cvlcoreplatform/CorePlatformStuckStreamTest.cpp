@@ -40,7 +40,7 @@ enum class Kernel {
     WithoutReopens,  ///< and what is open cannot be opened once more
 };
 
-/// What stands in for an older kernel, or one with fewer rights.
+/// A substitute for an older kernel, or one with fewer rights.
 bool Behave(Kernel kernel) {
     const auto refuse = [](unsigned call, unsigned error) {
         return std::array<sock_filter, 2>{

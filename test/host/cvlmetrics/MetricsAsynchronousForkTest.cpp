@@ -25,8 +25,8 @@ using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
-using MetricsTest::patience;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using std::chrono::milliseconds;
 using tarn::test::Closes;
@@ -58,7 +58,7 @@ TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDelivers
     const bool isWell = SucceedsInChild([&] {
         const int inherited = opened;
         Work("childs");
-        const bool isFlushed = Metrics::Flush(patience);
+        const bool isFlushed = Metrics::Flush(timeout);
         return isFlushed && opened == inherited + 1;
     });
     FlushAll();
@@ -99,8 +99,7 @@ TEST_F(MetricsAsynchronousForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWere
         const bool isWell = SucceedsInChild([&] {
             const int inherited = opened;
             Work("childs");
-            return Metrics::Flush(patience) && opened == inherited + 1 &&
-                   Metrics::Shutdown(patience);
+            return Metrics::Flush(timeout) && opened == inherited + 1 && Metrics::Shutdown(timeout);
         });
         failures += isWell ? 0 : 1;
     }
@@ -224,7 +223,7 @@ TEST_F(MetricsAsynchronousForkTest, AChildKnowsWhatIsOpenOnItsThreadAndDoesNotSa
         const std::size_t known = m_listener->Count();
         const std::size_t said = log->Messages().size();
         Work("childs");
-        if (!Metrics::Flush(patience)) {
+        if (!Metrics::Flush(timeout)) {
             return false;
         }
         std::vector<EventContent> heard = m_listener->Contents();
@@ -268,7 +267,7 @@ TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitForAListenerThatHangsAndTheC
             new MetricsTest::RecordingListener;
         const Subscription childs(*another, flagTracing, false);
         Work("childs");
-        return isAlone && Metrics::Flush(patience) &&
+        return isAlone && Metrics::Flush(timeout) &&
                another->Contents() == std::vector<EventContent>{Opens("childs"), Closes("childs")};
     });
     m_gate.Open();

@@ -23,9 +23,9 @@ using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
 using Metrics::Scope;
 using MetricsTest::MetricsAsynchronousTest;
-using MetricsTest::patience;
 using MetricsTest::smallQueue;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 
 /// Contexts that wander from thread to thread. Every event of a context carries the next number.
 class WanderingContexts {
@@ -143,7 +143,7 @@ TEST_F(MetricsAsynchronousTest, TheOrderHoldsWhileTheWayOfDeliveryChanges) {
     std::thread switcher([&isOver] {
         for (int i = 0; !isOver.load(); ++i) {
             if (i % 3 == 2) {
-                Metrics::Shutdown(patience);
+                Metrics::Shutdown(timeout);
             } else {
                 Metrics::SetDelivery(
                     {.mode = i % 2 == 0 ? DeliveryMode::Synchronous : DeliveryMode::Asynchronous,

@@ -31,9 +31,9 @@ using Metrics::WhenQueueIsFull;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
 using MetricsTest::moment;
-using MetricsTest::patience;
 using MetricsTest::smallQueue;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using tarn::test::AnnouncesThread;
 using tarn::test::Closes;
@@ -339,8 +339,8 @@ TEST_F(MetricsAsynchronousTest, FlushReturnsInTimeWhileAConsumerHangs) {
 
     EXPECT_FALSE(isFlushed);
     EXPECT_GE(took, moment);
-    EXPECT_LT(took, patience);
-    EXPECT_TRUE(Metrics::Flush(patience));
+    EXPECT_LT(took, timeout);
+    EXPECT_TRUE(Metrics::Flush(timeout));
 }
 
 TEST_F(MetricsAsynchronousTest, AConsumerCannotWaitForItself) {
@@ -348,8 +348,8 @@ TEST_F(MetricsAsynchronousTest, AConsumerCannotWaitForItself) {
     std::optional<bool> isFlushed;
     std::optional<bool> isShutDown;
     m_listener->CallOnEach([&](const MetricsEvent&) {
-        isFlushed = Metrics::Flush(patience);
-        isShutDown = Metrics::Shutdown(patience);
+        isFlushed = Metrics::Flush(timeout);
+        isShutDown = Metrics::Shutdown(timeout);
     });
     { const CurrentContext context; }
     FlushAll();
@@ -363,7 +363,7 @@ TEST_F(MetricsAsynchronousTest, AfterShutdownEventsAreDeliveredAtOnce) {
     const CurrentContext context;
     Work("before");
 
-    EXPECT_TRUE(Metrics::Shutdown(patience));
+    EXPECT_TRUE(Metrics::Shutdown(timeout));
     const std::size_t afterShutdown = m_listener->Count();
     Work("after");
 
@@ -408,7 +408,7 @@ TEST_F(MetricsAsynchronousTest, AShutdownSucceedsWhileThreadsEmit) {
         while (ended < before + 10) {
             std::this_thread::yield();
         }
-        EXPECT_TRUE(Metrics::Shutdown(patience)) << "round " << round;
+        EXPECT_TRUE(Metrics::Shutdown(timeout)) << "round " << round;
         const uint64 endedBefore = ended;
         EXPECT_GE(closed, endedBefore) << "round " << round;
     }
@@ -439,12 +439,12 @@ TEST_F(MetricsAsynchronousTest, AShutdownThatGivesUpLetsNobodyWaitAndCountsWhatI
 
     EXPECT_GT(Metrics::GetBusStatistics().lostEvents, lostBefore + 2);
     m_gate.Open();
-    EXPECT_TRUE(Metrics::Shutdown(patience));
+    EXPECT_TRUE(Metrics::Shutdown(timeout));
 }
 
 TEST_F(MetricsAsynchronousTest, DeliveryBeginsAnewAfterAShutdown) {
     const Subscription subscription(*m_listener, flagTracing, false);
-    EXPECT_TRUE(Metrics::Shutdown(patience));
+    EXPECT_TRUE(Metrics::Shutdown(timeout));
 
     Choose(WhenQueueIsFull::Wait);
     std::thread::id deliverer;

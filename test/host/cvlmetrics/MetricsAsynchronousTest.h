@@ -13,14 +13,14 @@
 namespace MetricsTest {
 
 /// Longer than anything here takes, on the busiest machine.
-inline constexpr std::chrono::milliseconds patience{20'000};
+inline constexpr std::chrono::milliseconds timeout{20'000};
 
 /// Long enough to see that somebody waits.
 inline constexpr std::chrono::milliseconds moment{30};
 
 inline constexpr std::size_t smallQueue = std::size_t{16} << 10;
 
-/// A door that a consumer can be made to stand before.
+/// A gate at which a consumer can be held.
 class Gate {
 public:
     void Close() {
@@ -59,7 +59,7 @@ protected:
     MetricsAsynchronousTest() { Choose(Metrics::WhenQueueIsFull::Wait); }
 
     ~MetricsAsynchronousTest() override {
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         Metrics::SetDelivery({});
     }
 
@@ -71,9 +71,9 @@ protected:
                               .exitDeadline = exitDeadline});
     }
 
-    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(patience)); }
+    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(timeout)); }
 
-    /// Makes the consumer stand before the gate with the next event, and an event get there.
+    /// Emits an event, and holds the consumer at the gate with it.
     void HoldConsumer() {
         FlushAll();  // what calls the consumer must not be set while it is called
         m_gate.Close();

@@ -17,8 +17,8 @@ using Metrics::WhenQueueIsFull;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
 using MetricsTest::moment;
-using MetricsTest::patience;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using std::chrono::milliseconds;
 using tarn::test::IsClosingOf;
@@ -73,7 +73,7 @@ TEST_F(MetricsDeadlineTest, ANegativeDeadlineMeansZero) {
     const auto took = Clock::now() - begin;
     m_gate.Open();
 
-    EXPECT_LT(took, patience);
+    EXPECT_LT(took, timeout);
 }
 
 TEST_F(MetricsDeadlineTest, WithoutALimitListenersComeAndGoWithAllThatIsQueued) {
@@ -106,7 +106,7 @@ TEST_F(MetricsDeadlineTest, AfterAFlushNothingIsStillOnItsWayThoughAnotherThread
     constexpr int scopes = 200;
     for (int ended = 1; ended <= scopes; ++ended) {
         Work("query");
-        EXPECT_TRUE(Metrics::Flush(patience));
+        EXPECT_TRUE(Metrics::Flush(timeout));
         early += m_closed < ended ? 1 : 0;
     }
     isOver = true;
@@ -138,7 +138,7 @@ TEST_F(MetricsDeadlineTest, AfterAShutdownNothingIsStillOnItsWayThoughAnotherThr
     for (int ended = 1; ended <= rounds; ++ended) {
         Choose(WhenQueueIsFull::Wait);
         Work("mine");
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         early += mine < ended ? 1 : 0;
     }
     isOver = true;

@@ -19,9 +19,9 @@ using Metrics::WhenQueueIsFull;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
 using MetricsTest::moment;
-using MetricsTest::patience;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using tarn::test::Closes;
 using tarn::test::CreatesContext;
@@ -134,7 +134,7 @@ TEST_F(MetricsHangingListenerTest, ANewcomerWaitsForTheExitDeadlineAtMostAndCome
         FlushAll();
 
         EXPECT_GE(took, moment);
-        EXPECT_LT(took, patience);
+        EXPECT_LT(took, timeout);
         EXPECT_THAT(newcomer->Contents(), Contains(Closes("query")));
     }
 }
@@ -155,7 +155,7 @@ TEST_F(MetricsHangingListenerTest, ARemovalWaitsForTheExitDeadlineAtMostAlsoSync
     emitting.join();
 
     EXPECT_GE(took, moment);
-    EXPECT_LT(took, patience);
+    EXPECT_LT(took, timeout);
     EXPECT_EQ(m_listener->Count(), 1U) << "the one that it hangs in";
 }
 

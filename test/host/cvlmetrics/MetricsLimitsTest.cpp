@@ -30,9 +30,9 @@ using Metrics::Scope;
 using Metrics::WhenQueueIsFull;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
-using MetricsTest::patience;
 using MetricsTest::smallQueue;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using tarn::test::AnnouncesThread;
 using tarn::test::Closes;
@@ -229,7 +229,7 @@ TEST_F(MetricsLimitsTest, TheQueuesOfEndedThreadsAreGivenBackButForSome) {
         Work("query");
         FlushAll();
     });
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + timeout;
     while (GetBusStatistics().queues > kept + 2 && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::milliseconds{10});
     }

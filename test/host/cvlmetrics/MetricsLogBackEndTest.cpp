@@ -76,14 +76,14 @@ protected:
     }
 
     ~MetricsLogBackEndTest() override {
-        EXPECT_TRUE(Metrics::Shutdown(MetricsTest::patience));
+        EXPECT_TRUE(Metrics::Shutdown(MetricsTest::timeout));
         Metrics::SetDelivery({});
         TLog::ReplaceBackEnd(m_backEndBefore);
     }
 
     static void LogLine() { TLog::Logger::Get().LogMessage(TLog::Info, TString(u"line")); }
 
-    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(MetricsTest::patience)); }
+    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(MetricsTest::timeout)); }
 
     std::shared_ptr<TracingBackEnd> LogTo(std::function<void()> work) const {
         auto backEnd = std::make_shared<TracingBackEnd>(std::move(work));

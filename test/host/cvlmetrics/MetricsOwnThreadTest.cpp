@@ -25,8 +25,8 @@ using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
-using MetricsTest::patience;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using tarn::test::OnAnotherThread;
 using tarn::test::SucceedsInChild;
@@ -39,7 +39,7 @@ std::ptrdiff_t CountThreads() {
 class MetricsOwnThreadTest : public MetricsAsynchronousTest {
 protected:
     MetricsOwnThreadTest() {
-        EXPECT_TRUE(Metrics::Shutdown(patience));  // the next event starts a new thread
+        EXPECT_TRUE(Metrics::Shutdown(timeout));  // the next event starts a new thread
         Choose(Metrics::WhenQueueIsFull::Wait);
     }
 
@@ -48,7 +48,7 @@ protected:
                                const std::function<void()>& look) {
         const Subscription subscription(*m_listener, flagTracing, false);
         m_listener->CallOnEach([look](const MetricsEvent&) { look(); });
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         Choose(Metrics::WhenQueueIsFull::Wait);
         OnAnotherThread([&prepare] {
             prepare();
@@ -172,8 +172,8 @@ TEST_F(MetricsOwnThreadTest, WhereThereIsNoThreadToBeHadErrnoStaysAndEverythingI
             Work("query");
             changes += errno != ERANGE ? 1 : 0;
         }
-        return changes == 0 && Metrics::Flush(patience) && closed == scopes &&
-               Metrics::Shutdown(patience);
+        return changes == 0 && Metrics::Flush(timeout) && closed == scopes &&
+               Metrics::Shutdown(timeout);
     }));
 }
 
@@ -190,11 +190,11 @@ TEST_F(MetricsOwnThreadTest, AStartThatFailedIsTriedAgainAfterASecond) {
         limit.rlim_cur = limit.rlim_max;
         setrlimit(RLIMIT_NPROC, &limit);
         Work("at once");
-        Metrics::Flush(patience);
+        Metrics::Flush(timeout);
         const bool isStillDeliveredHere = deliverer == gettid();
         std::this_thread::sleep_for(std::chrono::milliseconds{1100});
         Work("later");
-        const bool isFlushed = Metrics::Flush(patience);
+        const bool isFlushed = Metrics::Flush(timeout);
         return isDeliveredHere && isStillDeliveredHere && isFlushed && deliverer != gettid();
     }));
 }
@@ -212,15 +212,15 @@ TEST_F(MetricsOwnThreadTest, AListenerIsRemovedWhereThereIsNoThreadToBeHad) {
 
 TEST_F(MetricsOwnThreadTest, ASynchronousFlushIsCarriedOutByTheCaller) {
     Metrics::SetDelivery({});
-    ASSERT_TRUE(Metrics::Shutdown(patience));
+    ASSERT_TRUE(Metrics::Shutdown(timeout));
     const Subscription subscription(*m_listener, flagTracing, false);
 
     const bool isWell = SucceedsInChild([] {
         const std::ptrdiff_t before = CountThreads();
         const CurrentContext context;
         Work("query");
-        return Metrics::Flush(patience) && CountThreads() == before &&
-               Metrics::Shutdown(patience) && CountThreads() == before;
+        return Metrics::Flush(timeout) && CountThreads() == before && Metrics::Shutdown(timeout) &&
+               CountThreads() == before;
     });
 
     EXPECT_TRUE(isWell);
@@ -237,7 +237,7 @@ TEST_F(MetricsOwnThreadTest, WhatIsStillQueuedAfterAChangeOfModeIsDeliveredByWho
         const CurrentContext context;
         Work("query");
         Metrics::SetDelivery({});
-        return Metrics::Flush(patience) && closed == 1;
+        return Metrics::Flush(timeout) && closed == 1;
     }));
 }
 

@@ -33,7 +33,7 @@ namespace {
 
 using namespace corvala::memory;
 
-// A measured span, as whoever measures builds it from the operations: a frame of its own, whose
+// A measured span, as callers build it from the operations: a frame of its own, whose
 // figures go to its counter and to those of all enclosing spans when it ends.
 class Span {
 public:

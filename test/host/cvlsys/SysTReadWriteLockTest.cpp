@@ -32,7 +32,7 @@ using namespace std::chrono_literals;
 
 // Long enough for a thread to come as far as it can, short enough for a test.
 constexpr auto moment = 50ms;
-constexpr auto patience = 20s;
+constexpr auto timeout = 20s;
 
 /// Work on a thread of its own.
 class Worker {
@@ -52,7 +52,7 @@ public:
 
     /// Until the thread sleeps, which it does nowhere but in the lock. False if it is done instead.
     bool ComesToWait() const {
-        const auto deadline = std::chrono::steady_clock::now() + patience;
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
         while (!IsDone(0ms) && std::chrono::steady_clock::now() < deadline) {
             if (Sleeps()) {
                 return true;
@@ -89,7 +89,7 @@ TEST(SysTReadWriteLockTest, ManyReadersAreInsideAtTheSameTime) {
             leave.wait();
         }));
     }
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (inside != readers && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
@@ -106,7 +106,7 @@ TEST(SysTReadWriteLockTest, AWriterWaitsForTheReadersInside) {
     EXPECT_FALSE(writer.IsDone(moment));
     lock.UnlockRead();
 
-    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
 }
 
 TEST(SysTReadWriteLockTest, ReadersAndWritersWaitForTheWriterInside) {
@@ -119,8 +119,8 @@ TEST(SysTReadWriteLockTest, ReadersAndWritersWaitForTheWriterInside) {
     EXPECT_FALSE(writer.IsDone(moment));
     lock.UnlockWrite();
 
-    EXPECT_TRUE(reader.IsDone(patience));
-    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(reader.IsDone(timeout));
+    EXPECT_TRUE(writer.IsDone(timeout));
 }
 
 TEST(SysTReadWriteLockTest, AWaitingWriterKeepsNewReadersOutAndGoesFirst) {
@@ -140,8 +140,8 @@ TEST(SysTReadWriteLockTest, AWaitingWriterKeepsNewReadersOutAndGoesFirst) {
     EXPECT_TRUE(lateReader.ComesToWait()) << "the late reader got in before the writer";
     lock.UnlockRead();
 
-    EXPECT_TRUE(writer.IsDone(patience));
-    EXPECT_TRUE(lateReader.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
+    EXPECT_TRUE(lateReader.IsDone(timeout));
     EXPECT_EQ(order, "writer reader ");
 }
 
@@ -162,8 +162,8 @@ TEST(SysTReadWriteLockTest, ReadersThatWaitWhenAWriterLeavesGoBeforeTheNextOne) 
     EXPECT_TRUE(reader.ComesToWait());
     lock.UnlockWrite();
 
-    EXPECT_TRUE(writer.IsDone(patience));
-    EXPECT_TRUE(reader.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
+    EXPECT_TRUE(reader.IsDone(timeout));
     EXPECT_EQ(order, "reader writer ");
 }
 
@@ -186,7 +186,7 @@ TEST(SysTReadWriteLockTest, WritersWithoutAPauseDoNotShutAReaderOut) {
         }
     });
 
-    EXPECT_TRUE(reader.IsDone(patience));
+    EXPECT_TRUE(reader.IsDone(timeout));
     isOver = true;
     for (std::thread& writer : writers) {
         writer.join();
@@ -212,7 +212,7 @@ TEST(SysTReadWriteLockTest, ReadersWithoutAPauseDoNotShutAWriterOut) {
         }
     });
 
-    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
     isOver = true;
     for (std::thread& reader : readers) {
         reader.join();
@@ -249,7 +249,7 @@ TEST(SysTReadWriteLockTest, ErrnoIsLeftAlone) {
     EXPECT_TRUE(reader.ComesToWait());
     lock.UnlockWrite();
 
-    EXPECT_TRUE(reader.IsDone(patience));
+    EXPECT_TRUE(reader.IsDone(timeout));
     EXPECT_EQ(seen, hosts);
 }
 
@@ -278,7 +278,7 @@ TEST(SysTReadWriteLockForkTest, AChildFindsItFreeThoughAThreadHadItAndAWriterWai
     leave.set_value();
 
     EXPECT_TRUE(isFree);
-    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
     LockBothWays(lock);
 }
 
@@ -293,13 +293,13 @@ TEST(SysTReadWriteLockForkTest, WhatTheForkingThreadHoldsItHoldsInTheChildToo) {
 
     const bool isWell = SucceedsInChild([&] {
         const Worker readsToo([&] { const TReadWriteLock::ReadGuard guard(read); });
-        const bool getsIn = readsToo.IsDone(patience);
+        const bool getsIn = readsToo.IsDone(timeout);
         const Worker writer([&] { LockBothWays(read); });
         const Worker reader([&] { LockBothWays(written); });
         const bool areKeptOut = writer.ComesToWait() && reader.ComesToWait();
         read.UnlockRead();
         written.UnlockWrite();
-        return areKeptOut && getsIn && writer.IsDone(patience) && reader.IsDone(patience);
+        return areKeptOut && getsIn && writer.IsDone(timeout) && reader.IsDone(timeout);
     });
     read.UnlockRead();
     written.UnlockWrite();
@@ -408,7 +408,7 @@ TEST(SysTReadWriteLockTest, AThreadMayReadUnderManyLocksAtATimeAndLeaveThemInAny
     for (const std::size_t next : std::array<std::size_t, count>{5, 0, 6, 2, 1, 4, 3}) {
         EXPECT_FALSE(writers[next]->IsDone(0ms));
         locks[next]->UnlockRead();
-        EXPECT_TRUE(writers[next]->IsDone(patience));
+        EXPECT_TRUE(writers[next]->IsDone(timeout));
     }
 }
 
@@ -442,7 +442,7 @@ TEST(SysTReadWriteLockTest, AWriterWaitsForAThreadThatReadsAtItsEnd) {
     leave.set_value();
     reader.join();
 
-    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
 }
 
 TEST(SysTReadWriteLockTest, AWriterWaitsForWhatIsReadByThreadsThatCameAfterOthersEnded) {
@@ -465,7 +465,7 @@ TEST(SysTReadWriteLockTest, AWriterWaitsForWhatIsReadByThreadsThatCameAfterOther
     leave.set_value();
     reader.join();
 
-    EXPECT_TRUE(writer.IsDone(patience));
+    EXPECT_TRUE(writer.IsDone(timeout));
 }
 
 // For the rest of the process: the kernel says that it has no such barrier.

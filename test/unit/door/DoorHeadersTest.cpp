@@ -230,7 +230,7 @@ TEST_F(DoorHeadersTest, WrongHeadersAreRefusedCountedAndBeginATree) {
     }
 
     EXPECT_EQ(ActivityTracer::GetRefusedHeaders() - refused, 2U)
-        << "an empty header is none, one that is far too long is not looked at";
+        << "an empty header counts as missing, one that is far too long is not read";
     EXPECT_EQ(CountOf(AllOf(Begins("serve"), HasActivityField("depth", 0))), wrong.size());
 }
 

@@ -386,7 +386,7 @@ TEST_F(ScopeStateDumpTest, FiguresThatArriveInSeveralListsAreDumpedAsTheyStand) 
                             HasBodyField("memory", Memory({{"ae", 15}, {"aist", 15}}))));
 }
 
-// ---- The full dump, which no event asks for: it is there for whoever debugs the monitor.
+// ---- The full dump, which no event asks for: it is for those who debug the monitor.
 
 class FullDumpTest : public tarn::test::TarnTest {
 protected:

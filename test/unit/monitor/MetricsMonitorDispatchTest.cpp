@@ -91,7 +91,7 @@ TEST_F(MetricsMonitorDispatchTest, UnknownKindsChangeNothing) {
     EXPECT_THAT(EventNames(), ElementsAre("begin-query"));
 }
 
-// The numbers of the kinds are the bus's contract, so they stand here as numbers.
+// The numbers of the kinds are the bus's contract, so they are numbers here.
 TEST_F(MetricsMonitorDispatchTest, TwoCreatesAContext) {
     Send(EventBuilder::CreateContext(2).OfType(2));
 

@@ -53,14 +53,14 @@ protected:
         {
             const Guard guard(LockOf(Settings()));
             worker = std::async(std::launch::async, work);
-            ended = worker.wait_for(m_patience) == std::future_status::ready;
+            ended = worker.wait_for(m_timeout) == std::future_status::ready;
         }
         worker.wait();
         return ended;
     }
 
     /// How long work that must end may take, or work that must wait is watched.
-    std::chrono::milliseconds m_patience{10000};
+    std::chrono::milliseconds m_timeout{10000};
 
     TarnSettings& Settings() { return TarnSettings::GetInstance(); }
 
@@ -489,7 +489,7 @@ TEST_F(TarnSettingsTest, ReadersDoNotWaitForReaders) {
 }
 
 TEST_F(TarnSettingsTest, WritersWaitForReaders) {
-    m_patience = std::chrono::milliseconds(20);
+    m_timeout = std::chrono::milliseconds(20);
     using ReadGuard = TReadWriteLock::ReadGuard;
 
     EXPECT_FALSE(EndsWhileLocked<ReadGuard>([this] { Settings().SetOffs({"a"}); }));
@@ -502,7 +502,7 @@ TEST_F(TarnSettingsTest, WritersWaitForReaders) {
 }
 
 TEST_F(TarnSettingsTest, ReadersOfNamesAndMappingsWaitForWriters) {
-    m_patience = std::chrono::milliseconds(20);
+    m_timeout = std::chrono::milliseconds(20);
     using WriteGuard = TReadWriteLock::WriteGuard;
     Settings().SetOffs({"one of them"});
 

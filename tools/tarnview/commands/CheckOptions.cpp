@@ -28,7 +28,7 @@ ProblemKind KindOf(const std::string& word) {
             return static_cast<ProblemKind>(index);
         }
     }
-    throw CLI::ValidationError("--ignore", "'" + word + "' is none of " + KnownKinds());
+    throw CLI::ValidationError("--ignore", "'" + word + "' is not one of " + KnownKinds());
 }
 
 }  // namespace

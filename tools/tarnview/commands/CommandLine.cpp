@@ -108,7 +108,7 @@ int RunCommand(const CommonOptions& common, const Command& command) {
 }  // namespace
 
 int Run(int argumentCount, char** arguments) {
-    // Whoever reads the output may have enough of it before its end.
+    // The reader of the output may close it before its end.
     std::signal(SIGPIPE, SIG_IGN);
     CommonOptions common;
     Command command;

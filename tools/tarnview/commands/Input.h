@@ -11,7 +11,7 @@
 namespace tarnview {
 
 /// The input of a command with all that goes with it: what is wrong is named on the error stream,
-/// a progress bar stands there if the terminal allows.
+/// with a progress bar if that is a terminal.
 class Input {
 public:
     Input(const InputOptions& options, Context& context);

@@ -37,7 +37,7 @@ void Check(const TopOptions& options) {
     names.insert(names.end(), options.groupBy.begin(), options.groupBy.end());
     if (std::find(names.begin(), names.end(), options.sortBy) == names.end()) {
         throw CLI::ValidationError("--sort",
-                                   "'" + options.sortBy + "' is none of " + Joined(names));
+                                   "'" + options.sortBy + "' is not one of " + Joined(names));
     }
 }
 

@@ -43,7 +43,7 @@ _tarnview() {
             ;;
     esac
     if [[ $current == *,* && ($previous == --by || $previous == --label || $previous == --ignore) ]]; then
-        # The last one of a list; what stands before it stays.
+        # The last one of a list; what is before it stays.
         mapfile -t COMPREPLY < <(compgen -P "${current%,*}," -W "$words" -- "${current##*,}")
         return
     fi

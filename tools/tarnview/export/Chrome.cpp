@@ -127,9 +127,9 @@ private:
         }
     }
 
-    // All activities by the time of their begin. Readers take events of one time as they stand in
-    // the file: of what begins at once, each stands behind what is before it on its thread, and
-    // behind what handed it over, so that an arrow is found to leave before it arrives.
+    // All activities by the time of their begin. Readers keep the file's order for events
+    // of one time: of what begins at once, each is written after what is before it on its thread,
+    // and after what handed it over, so that an arrow is found to leave before it arrives.
     std::vector<Index> InOrderOfArrows(const std::vector<ThreadLane>& lanes) const {
         std::vector<Index> byTime;
         byTime.reserve(m_forest.Size());
@@ -201,7 +201,7 @@ private:
 
     // Readers tie the ends of an arrow to what was begun last on the thread, whether or not that
     // has ended. So an arrow leaves its sponsor before anything else begins there; and before it
-    // arrives, for they take events of the same time as they stand in the file.
+    // arrives, for readers keep the file's order for events of the same time.
     void WriteHandOvers(Index index) {
         const TimeSpan span = SpanOf(m_forest, index);
         double latest = static_cast<double>(span.end) - 0.5;

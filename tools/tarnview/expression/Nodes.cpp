@@ -32,7 +32,7 @@ std::optional<long double> NumberOf(const Value& value) {
     if (value.kind == Kind::Number) {
         return value.number;
     }
-    // strtold() takes more than this: blanks, hexadecimal digits, names of numbers that are none.
+    // strtold() takes more than this: blanks, hexadecimal digits, "nan" and "inf".
     const bool isPlain = value.kind == Kind::Text && !value.text.empty() &&
                          value.text.find_first_not_of("0123456789+-.eE") == std::string::npos;
     if (!isPlain) {

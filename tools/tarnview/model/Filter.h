@@ -34,7 +34,7 @@ struct Filter {
     bool Passes(const Activity& activity) const;
 };
 
-/// "250ms", "1.5s", "2m", "1h", or seconds without a unit. Nothing if it is none of these.
+/// "250ms", "1.5s", "2m", "1h", or seconds without a unit. `nullopt` if it is something else.
 std::optional<Microseconds> ParseDuration(const std::string& text);
 
 }  // namespace tarnview

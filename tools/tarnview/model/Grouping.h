@@ -13,7 +13,7 @@ namespace tarnview {
 /// By what activities are grouped: one or several of their fields. Used by one thread.
 class Grouping {
 public:
-    /// Names of fields that are texts, numbers or attributes. Nothing if one is none.
+    /// Names of fields that are texts, numbers or attributes. `nullopt` if any name is unknown.
     static std::optional<Grouping> FromNames(const std::vector<std::string>& names);
 
     /// The names that FromNames() takes, for people.

@@ -90,7 +90,7 @@ void Joiner::ChargeSponsor(const LogLine& line, const Activity& activity) {
     }
 }
 
-// The number of the activity that the line ends; the size if it is none of them.
+// The number of the activity that the line ends; `open.size()` if it ends none of them.
 std::size_t Joiner::Match(const std::vector<OpenActivity>& open, const LogLine& line) {
     std::size_t best = open.size();
     int bestLikeness = 0;

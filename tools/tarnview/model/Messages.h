@@ -21,7 +21,7 @@ struct Message {
     Place place;
 };
 
-/// Finds the activities that messages belong to: the one whose id stands in the message, else the
+/// Finds the activities that messages belong to: the one whose id is in the message, else the
 /// innermost that ran at its time on its thread, begin and end included. Holds the messages of
 /// these activities and no others. The forest must be linked, and live as long. Used by one thread.
 class Messages {

@@ -24,7 +24,7 @@ public:
         std::size_t depth = 0;  ///< levels; 0: all
         bool showsAttributes = false;
         std::size_t most = 0;  ///< siblings alike that are not folded; 0: folds none
-        /// What stands behind the name; none: nothing.
+        /// A text after the name; empty: none.
         std::function<std::string(const Activity&)> labelOf{};
         const Messages* messages = nullptr;  ///< shown below their activities, if there are any
     };

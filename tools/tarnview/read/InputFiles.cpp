@@ -165,7 +165,7 @@ public:
         fcntl(ends[1], F_SETPIPE_SZ, pipeSize);  // smaller ones work as well
         output = ends[0];
         m_thread = std::thread([this, input, target = ends[1]] {
-            // Whoever reads may have enough: that is no reason to end the program.
+            // The reader may close its end early: that is no reason to end the program.
             sigset_t pipeSignal;
             sigemptyset(&pipeSignal);
             sigaddset(&pipeSignal, SIGPIPE);

@@ -16,7 +16,7 @@ bool IsKey(const char* raw, std::string_view key) {
     return memcmp(raw, key.data(), key.size()) == 0 && raw[key.size()] == '"';
 }
 
-// The number of a key; N if it is none of these. The search begins where the last one ended.
+// The number of a key; N if it is not known. The search begins where the last one ended.
 template <class Field, std::size_t N>
 std::size_t FindKey(const char* raw, const Field (&known)[N], std::size_t next) {
     for (std::size_t count = 0; count < N; ++count) {

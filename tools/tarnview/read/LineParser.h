@@ -17,13 +17,13 @@ struct ParserOptions {
 
 /// Reads lines of the log. Used by one thread.
 ///
-/// One pass over the fields in the order in which they stand; what is not known is skipped. A field
-/// that stands twice has its first value.
+/// One pass over the fields in their order; unknown ones are skipped. Of a duplicate field the
+/// first value counts.
 class LineParser {
 public:
     enum class Result {
         Good,
-        Flawed,      ///< readable, but with a field that stands twice or is of a wrong kind
+        Flawed,      ///< readable, but with a field that is duplicate or of a wrong kind
         Unreadable,  ///< no JSON object, more than one, or none of a log
     };
 

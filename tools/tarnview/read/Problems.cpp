@@ -31,7 +31,7 @@ constexpr std::array<KindTexts, problemKinds> kindTexts{{
      "gap in the numbers of lines",
      "line missing by its number",
      "lines missing by their numbers"},
-    {"duplicate", "field that stands twice", "field that stands twice", "fields that stand twice"},
+    {"duplicate", "duplicate field", "duplicate field", "duplicate fields"},
     {"wrong",
      "field that is missing or of a wrong kind",
      "field missing or of a wrong kind",

@@ -10,7 +10,7 @@
 
 namespace tarnview {
 
-/// Where a line stands. The name of the file belongs to whoever reads it.
+/// The place of a line. The file's name is borrowed from its reader.
 struct Place {
     std::string_view file;
     std::uint64_t line = 0;  ///< from 1 on; 0: the file as a whole

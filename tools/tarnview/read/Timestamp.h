@@ -11,7 +11,7 @@ namespace tarnview {
 using Microseconds = std::int64_t;
 
 /// Reads a time of the log, "2026-11-21T06:02:25.181892Z": RFC 3339 in UTC or with an offset, with
-/// any number of decimals, of which those beyond the sixth are cut off. Nothing if it is none.
+/// any number of decimals, of which those beyond the sixth are cut off. `nullopt` if it is no time.
 std::optional<Microseconds> ParseTimestamp(std::string_view text);
 
 /// Reads what people write: the above, and shorter forms ("2026-11-21", "2026-11-21T06:02",

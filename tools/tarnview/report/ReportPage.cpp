@@ -81,7 +81,7 @@ private:
         }
     }
 
-    // Most texts stand in many activities, so they are kept once.
+    // Most texts occur in many activities, so they are kept once.
     long long TextNumber(const std::string& text) {
         const auto [place, isNew] = m_numbers.emplace(text, m_texts.size());
         if (isNew) {
@@ -165,7 +165,7 @@ private:
     std::unordered_map<std::string, std::size_t> m_numbers;
 };
 
-// Within a page no text may look like the end of the element that it stands in. Outside of its
+// Within a page no text may look like the end of the element around it. Outside of its
 // texts JSON has no such character.
 void WriteWithoutMarkup(const std::string& json, std::ostream& out) {
     for (const char character : json) {

@@ -59,7 +59,7 @@ let lowerTexts = null;
 const byBegin = rows.map(row => row.index).sort((a, b) => rows[a].begin - rows[b].begin);
 function find() {
   const text = element("search").value.toLowerCase();
-  // Each text is looked at once, however many activities it stands in.
+  // Each text is looked at once, however many activities have it.
   lowerTexts ??= data.texts.map(it => it.toLowerCase());
   const hits = lowerTexts.map(it => it.includes(text));
   foundList = text ? byBegin.filter(index => rows[index].texts.some(it => hits[it]) ||

@@ -1,5 +1,5 @@
-// Flame chart: stacks of names, as wide as their own figures together. The time of one's own is that
-// in which no child ran, on any thread: who waits for a child does not count beside it.
+// Flame chart: stacks of names, as wide as their own figures together. Own time is the time
+// in which no child ran, on any thread: waiting for a child is not counted beside it.
 const flameRow = 18, deepestFlame = 100;
 let flameBoxes = [], flameRoot = null;
 const flameText = value => (element("weight").value === "memory" ? bytes : duration)(value);
@@ -17,7 +17,7 @@ function buildFlame(weight) {
     return nodes[index];
   };
   for (const row of rows) nodeOf(row.index).own += Math.max(row[weight], 0);
-  // Each node stands behind its parent, so that sums go up from the last one.
+  // Each node comes after its parent, so that sums go up from the last one.
   const order = [root];
   for (let place = 0; place < order.length; ++place) order.push(...order[place].children.values());
   for (const node of order.reverse()) {

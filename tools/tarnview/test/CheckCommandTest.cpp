@@ -324,7 +324,7 @@ TEST_F(CheckCommandTest, DuplicateAndWrongFieldsAreNamed) {
 
     EXPECT_EQ(Check({log}), exitNegative);
 
-    EXPECT_THAT(Errors(), HasSubstr("a.log:1: field that stands twice: message"));
+    EXPECT_THAT(Errors(), HasSubstr("a.log:1: duplicate field: message"));
     EXPECT_THAT(Errors(), HasSubstr("a.log:2: field that is missing or of a wrong kind: pid"));
 }
 

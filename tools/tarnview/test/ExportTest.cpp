@@ -64,7 +64,7 @@ protected:
     }
 
     // What a reader makes of the arrows, as "sponsor to work": it takes events by their time, those
-    // of one time as they stand in the file, and ties an arrow to what its thread has begun last.
+    // of one time in the file's order, and ties an arrow to what its thread has begun last.
     static std::multiset<std::string> ReadArrows(const json& events) {
         std::vector<json> inOrder;
         std::copy_if(events.begin(), events.end(), std::back_inserter(inOrder), [](const json& it) {

@@ -160,7 +160,7 @@ TEST_F(FoldedTreeTest, MessagesStandBelowTheInnermostActivityOfTheirThreadAndTim
     TreeOptions options;
     options.showsMessages = true;
 
-    // They may stand before the lines of their activities: others write those.
+    // They may come before the lines of their activities: others write those.
     const std::string tree =
         Tree(options,
              message("00.010002", 1, "within the write") + message("00.005000", 1, "in serve") +

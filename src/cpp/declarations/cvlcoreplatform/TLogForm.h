@@ -118,7 +118,7 @@ union SlotValue {
 class Form;
 
 /// A form may be kept and shared by any number of events and threads. Within a part no two fields
-/// may have the same name, and an `Object` stands before the fields of its part. Throws
+/// may have the same name, and an `Object` comes before the fields of its part. Throws
 /// `std::bad_alloc`.
 CVLCOREPLATFORM_API std::shared_ptr<const Form> MakeForm(std::vector<FormField> fields);
 

@@ -14,7 +14,7 @@ class NonErrorSeverity {
 public:
     constexpr explicit NonErrorSeverity(Severity severity) noexcept : m_severity(severity) {}
 
-    // Stands wherever a severity is asked for.
+    // Usable wherever a severity is asked for.
     // NOLINTNEXTLINE(google-explicit-constructor): see above
     constexpr operator Severity() const noexcept { return m_severity; }
 

@@ -5,8 +5,8 @@
 #include "cvlsys/IntegerTypes.h"
 
 /// What a host may offer for the case that the process crashes. All of it is optional: a host that
-/// leaves these functions out links and works, and whoever calls one asks first whether it is
-/// there:
+/// leaves these functions out links and works. Check that one exists before you call
+/// it:
 ///
 ///     if (Metrics::SaveOnCrash != nullptr) {
 ///         Metrics::SaveOnCrash();

@@ -48,7 +48,7 @@ private:
     constexpr MetricsManager() noexcept = default;
     ~MetricsManager() = default;
 
-    // Stands first: that there is somebody to deliver to is read from the instance's first word.
+    // The first member: whether anybody listens is read from the instance's first word.
     std::atomic<uint64> m_consumerCount{0};
 };
 

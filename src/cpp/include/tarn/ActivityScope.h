@@ -80,7 +80,7 @@ public:
     /// line on standard error then says which scope it is and what to use instead.
     ~ActivityScope() noexcept;
 
-    /// Adds attributes, which stand in the end event.
+    /// Adds attributes to the end event.
     void Add(Attributes attributes);
     void Add(Metrics::NameValueList&& attributes);
 
@@ -212,7 +212,7 @@ private:
 
     corvala::cputime::ThreadTimeValue m_cpuTime;
 
-    // There is one while `m_isMeasuring` says so: it ends before what it stands in.
+    // Constructed while `m_isMeasuring` is set: it ends before its owner.
     union {
         Measurement m_measurement;
     };

@@ -38,7 +38,7 @@ std::string_view ViewOf(const char* text, std::size_t length) noexcept {
     return length == TARN_TO_NUL ? std::string_view(text) : std::string_view(text, length);
 }
 
-/// A code point in UTF-8; what is none becomes the replacement character.
+/// A code point in UTF-8; the replacement character if `point` is no code point.
 std::string Encoded(uint64 point) {
     if (point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) {
         point = 0xFFFD;

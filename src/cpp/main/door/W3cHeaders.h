@@ -25,7 +25,7 @@ struct TraceParent {
 class TraceState {
 public:
     /// Reads the values of the headers of this name, which count as one. Empty if any of it breaks
-    /// the rules: a member that is none, a name that comes twice, more than 32 members.
+    /// the rules: a malformed member, a name that comes twice, more than 32 members.
     static TraceState Read(const std::vector<std::string>& values);
 
     /// Takes the member of the name out. Empty if there is none.

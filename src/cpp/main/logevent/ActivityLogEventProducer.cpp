@@ -63,8 +63,7 @@ void GatherLayers(FieldSources& sources) {
     }
 }
 
-/// The first attribute that must be text and is none, or whose kind nobody knows, is the one that
-/// is complained of.
+/// The error names the first attribute that must be text and is not, or is of an unknown kind.
 void RequireTextsAndGatherLayers(EventFacts facts, FieldSources& sources) {
     const AttributeTable& attributes = sources.input.attributes;
     if (attributes.GetPresent() == 0 && sources.input.layers == nullptr) {

@@ -18,7 +18,7 @@ namespace tarn {
 class ActivityLogEventProducer {
 public:
     /// `eventName` is what the phase and the scope's name make. Raises `LogicException` when an
-    /// attribute that must be text is none.
+    /// attribute that must be text is not.
     TLog::Event Produce(ActivityPhase phase, TString eventName, const ActivityEventInput& input);
 
 private:

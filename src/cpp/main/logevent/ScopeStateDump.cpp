@@ -44,7 +44,7 @@ void PutHead(NameTable& table, const MetricsMonitor::ScopeState& state, const TS
     PutText(table, Tokens().tidAttr, TString::number(state.threadId, 16));
 }
 
-/// Queries may hold what must not stand in a diagnostic log.
+/// Queries may hold what must not get into a diagnostic log.
 bool IsOmitted(const TString& attributeName) {
     return attributeName == u"query" || attributeName == u"query-trunc";
 }

@@ -223,7 +223,7 @@ void MetricsMonitor::AddContextAttributeLayer(ContextInfo& context,
     for (const auto& [name, value] : pairs) {
         layer.insert_or_assign(ToText(name), value);
     }
-    // Whoever shares the layers so far does not see the new one.
+    // Contexts that share the layers so far do not see the new one.
     auto layers = context.layers != nullptr ? std::make_shared<ContextInfo::Layers>(*context.layers)
                                             : std::make_shared<ContextInfo::Layers>();
     for (uint64 missing = context.missingLayers; missing > 0; --missing) {

@@ -58,7 +58,7 @@ void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
             child.layers = parent.layers;
         }
     } catch (...) {
-        // Rather unknown than half known: its scopes would stand in the log without their sponsor.
+        // Forget it: half known, it would put its scopes into the log without their sponsor.
         if (isNew) {
             OnCloseContext(event);
         }

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Stands in for the attributes of a request that there is not.
+/// The attributes where there is no request.
 const tarn::RequestContextAttributes::Table& NoAttributes() {
     static const tarn::NeverDestroyed<tarn::RequestContextAttributes::Table> none;
     return none.Get();

@@ -115,7 +115,7 @@ private:
         std::array<TString, 2> names;
     };
 
-    /// The tokens stand side by side: each gets a slot of its own.
+    /// The tokens are adjacent in memory: each gets a slot of its own.
     static std::size_t SlotOfStatic(const void* text) noexcept {
         return reinterpret_cast<std::uintptr_t>(text) / sizeof(std::u16string) % slots;
     }

@@ -12,7 +12,7 @@
 namespace tarn {
 
 /// The ids without a record that searches have passed over, in the stacks of all contexts, as often
-/// as they stand there. One that gets a record once more ends what these searches have found out.
+/// as they occur there. When one gets a record again, what these searches found is void.
 class PassedOverIds {
 public:
     /// To be told of each record that is made.
@@ -31,8 +31,9 @@ private:
 };
 
 /// The ids of the scopes that are open in one context, the innermost last. An id that lost its
-/// record by an end out of order stays where it is. Searches remember where such ids stand, so that
-/// one is passed over once however often the innermost record is asked for. One thread at a time.
+/// record by an end out of order stays where it is. Searches remember the places of such ids, so
+/// that one is passed over once however often the innermost record is asked for. One thread at a
+/// time.
 class OpenScopes {
 public:
     bool IsEmpty() const noexcept { return m_ids.empty(); }

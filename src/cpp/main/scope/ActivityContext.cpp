@@ -18,7 +18,7 @@ TString ToIdText(const TUUID& id) {
     return id.ToString(TUUIDFormatOption::UpperHyphenated);
 }
 
-/// Stands for every activity while foreground thread contexts are disabled.
+/// The id of every activity while foreground thread contexts are disabled.
 const TString& FixedId() {
     static const NeverDestroyed<TString> id(
         ToIdText(TUUID(TString(u"00000000-0000-0000-0000-00000000000A"))));

@@ -73,7 +73,7 @@ void ActivityTracer::injectContext(ICarrier& carrier) {
     if (context == nullptr) {
         return;
     }
-    // The root stands twice, and the last field is always 0: receivers expect this form.
+    // The root is sent twice, and the last field is always 0: receivers expect this form.
     const TString separator(u":");
     const TString rootId = context->GetRootId();
     carrier.Set(TString(traceIdHeader),

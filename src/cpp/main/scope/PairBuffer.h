@@ -28,7 +28,7 @@ private:
 };
 
 /// Pairs that are lent to the bus together: those of the caller, and what the library adds. As many
-/// as a scope ordinarily has stand in the buffer itself.
+/// as a scope ordinarily has fit into the buffer itself.
 class PairBuffer {
 public:
     /// The pairs of a list, and after them the further ones.

@@ -83,13 +83,13 @@ export class Browser {
   /** Fails when there is no answer within two minutes. */
   send(method, params = {}) {
     const id = this.#next++;
-    const patience = 120_000;
+    const timeout = 120_000;
     return new Promise((resolve, reject) => {
       const timer = setTimeout(() => {
         this.#calls.delete(id);
-        reject(new Error(`no answer within ${patience / 1000} s: ${method} ` +
+        reject(new Error(`no answer within ${timeout / 1000} s: ${method} ` +
                          JSON.stringify(params).slice(0, 200)));
-      }, patience);
+      }, timeout);
       const settle = done => value => { clearTimeout(timer); done(value); };
       this.#calls.set(id, { method, resolve: settle(resolve), reject: settle(reject) });
       this.program.stdio[3].write(
@@ -182,9 +182,9 @@ export class Browser {
   async close() {
     const ended = new Promise(resolve => this.program.once("exit", resolve));
     this.send("Browser.close").catch(() => {});
-    const patience = setTimeout(() => this.program.kill("SIGKILL"), 5000);
+    const timeout = setTimeout(() => this.program.kill("SIGKILL"), 5000);
     await ended;
-    clearTimeout(patience);
+    clearTimeout(timeout);
     rmSync(this.folder, { recursive: true, force: true, maxRetries: 5 });
   }
 }

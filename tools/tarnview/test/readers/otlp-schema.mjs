@@ -61,7 +61,7 @@ const options = { longs: String, bytes: String };
 const valueOf = ({ value }) => Object.values(value)[0];
 const tableOf = attributes => {
   const table = Object.fromEntries(attributes.map(it => [it.key, valueOf(it)]));
-  assert.equal(Object.keys(table).length, attributes.length, "a key stands twice");
+  assert.equal(Object.keys(table).length, attributes.length, "a key occurs twice");
   return table;
 };
 
@@ -74,7 +74,7 @@ for (const [number, line] of run("export", "--to", "otlp", ...logs).trimEnd().sp
   for (const { resource, scopeSpans } of decoded.resourceSpans) {
     for (const span of scopeSpans.flatMap(it => it.spans)) {
       const id = Buffer.from(span.spanId, "base64").toString("hex");
-      assert.ok(!spans.has(id), `${id} stands twice`);
+      assert.ok(!spans.has(id), `${id} occurs twice`);
       spans.set(id, { ...span, resource: tableOf(resource.attributes),
                       attributes: tableOf(span.attributes) });
     }

@@ -102,8 +102,8 @@ for (const { name, number, total } of processor.query(
             `${name}: ${total} ns, top ${row.total_seconds} s`);
 }
 
-// Where all begins in the same microsecond, the sponsor's thread standing behind the other one in
-// whatever is sorted by threads, no arrow is lost or goes elsewhere, and the nesting is the log's.
+// Where all begins in the same microsecond, and the sponsor's thread is after the other one where
+// threads are sorted, no arrow is lost or goes elsewhere, and the nesting is the log's.
 const atOnce = [["request", "", 9, 0], ["check", "request", 9, 1], ["load", "request", 1, 1],
                 ["parse", "load", 1, 2], ["store", "parse", 5, 3]];
 const lines = ["begin", "end"].flatMap(type => atOnce.map(([name, sponsor, tid, depth]) =>

@@ -32,9 +32,9 @@ CVLCOREPLATFORM_API void FlushLog() noexcept;
 /// line a second later) or if the back end writes to no file.
 CVLCOREPLATFORM_API bool RotateLog() noexcept;
 
-/// Makes the current back end open the path of its log file again, for whoever moves log files
-/// away by other means. When it returns, nothing is written to the file that was moved any more,
-/// and a new one is at the path. False as above.
+/// Makes the current back end open the path of its log file again: call it after the file was
+/// moved away by other means. When it returns, nothing is written to the file that was moved any
+/// more, and a new one is at the path. False as above.
 CVLCOREPLATFORM_API bool ReopenLog() noexcept;
 
 /// As the two above, for signal handlers: they only leave a note. Every log file of the process

@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 /// Sleeping until a word changes. Unlike a condition variable a word has no state that a forked
-/// child would have to repair, and whoever finds nobody asleep need not wake anybody.
+/// child would have to repair, and waking costs nothing when nobody sleeps.
 namespace cvlsys::Futex {
 
 static_assert(sizeof(std::atomic<uint32>) == sizeof(uint32));

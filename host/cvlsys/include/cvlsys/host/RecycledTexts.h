@@ -17,7 +17,7 @@
 /// be let go of on another thread than the one that made it, and at any time of a thread's life.
 namespace cvlsys {
 
-/// A text of these units. Whoever alone holds it may write to it. Throws `std::bad_alloc`.
+/// A text of these units. Its only owner may write to it. Throws `std::bad_alloc`.
 CVLSYS_API std::shared_ptr<std::string> MakeText(std::string_view units);
 CVLSYS_API std::shared_ptr<std::u16string> MakeText(std::u16string_view units);
 
