@@ -13,7 +13,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* callersFooter =
     R"(Each row is a way from the top of a tree to activities of this name, across threads and processes;
 '~>' is a call that the log does not name and that was guessed.
 Times are of those at the end of the way that have ended; filters apply to these too.
@@ -122,7 +122,7 @@ void AddCallers(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->check(CLI::PositiveNumber);
     AddQuestionOptions(command, options->question, common);
     command.remove_option(command.get_option("--name"));
-    command.footer(footer);
+    command.footer(callersFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunCallers(*options, context); };
     });

@@ -7,7 +7,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples =
+constexpr const char* checkFooter =
     R"(Exit status: 0 the log is whole, 1 it is not, 2 wrong command line, 3 a file cannot be read.
 
 Examples:
@@ -49,7 +49,7 @@ void AddCheck(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddWhereOption(command, options->filter);
     command.add_flag("--json", options->isJson, "The summary as a JSON object");
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(checkFooter);
     command.callback([options, ignored, &chosen] {
         for (const std::string& word : *ignored) {
             options->ignored.push_back(KindOf(word));

@@ -22,7 +22,7 @@ constexpr const char* description =
     R"(Shows what happened, from the logs of one or several processes. Full log files of the same set
 (a.1.log, a.2.log ... of a.log) are read along.)";
 
-constexpr const char* footer = R"(From a log to an answer:
+constexpr const char* commandLineFooter = R"(From a log to an answer:
   tarnview top server.log                    where the time goes
   tarnview tree --slowest 1 server.log       what the slowest request did
   tarnview tree --failed --last 3 server.log what went wrong
@@ -114,7 +114,7 @@ int Run(int argumentCount, char** arguments) {
     Command command;
     CLI::App program(description, "tarnview");
     program.require_subcommand(1);
-    program.footer(footer);
+    program.footer(commandLineFooter);
     program.set_version_flag("--version", TARNVIEW_VERSION);
     AddTop(program, common, command);
     AddTree(program, common, command);

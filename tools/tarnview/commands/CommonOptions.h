@@ -23,6 +23,9 @@ struct CommonOptions {
 /// Runs the command that was chosen; set when the command line has been read.
 using Command = std::function<int(Context&)>;
 
+/// How many trees a command may be asked for.
+inline constexpr int mostTrees = 1'000'000;
+
 /// Adds an option whose text `parse` turns into a value, or into nothing if it is no `type`.
 template <class Value, class Parse>
 void AddParsed(CLI::App& command,

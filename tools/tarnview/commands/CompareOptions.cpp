@@ -9,7 +9,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* compareFooter =
     R"(The first log is the old side, the second one the new side; with --at, what began before that time
 is old and the rest is new. 'change' is that of the mean; 'cost' the difference of the means times
 the new count: what it costs in all. 'chance' says how likely durations differ as much by chance: up
@@ -77,7 +77,7 @@ void AddCompare(CLI::App& program, CommonOptions& common, Command& chosen) {
     command.add_flag(
         "--significant", options->isSignificantOnly, "Only what is unlikely to differ by chance");
     AddQuestionOptions(command, options->question, common);
-    command.footer(footer);
+    command.footer(compareFooter);
     command.callback([options, &chosen] {
         Check(*options);
         chosen = [options](Context& context) { return RunCompare(*options, context); };

@@ -8,7 +8,8 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples = R"(A tree is exported if one of its activities fits all filters.
+constexpr const char* exportFooter =
+    R"(A tree is exported if one of its activities fits all filters.
 
 Examples:
   tarnview export --to chrome -o trace.json server.log
@@ -77,7 +78,7 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddFilterOptions(command, options->filter);
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(exportFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunExport(*options, context); };
     });

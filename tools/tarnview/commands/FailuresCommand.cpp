@@ -11,7 +11,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* failuresFooter =
     R"(What failed because something below it did is not counted: an early termination, or a failure of
 which the log says that a child failed. Numbers in messages read '#', so that 'order 17 is late' and
 'order 18 is late' are one row. The id is that of the first one, for 'tarnview show ID'.
@@ -107,7 +107,7 @@ void AddFailures(CLI::App& program, CommonOptions& common, Command& chosen) {
     command.add_flag(
         "--exact", options->grouping.isExact, "Tell messages apart that differ in numbers only");
     AddQuestionOptions(command, options->question, common);
-    command.footer(footer);
+    command.footer(failuresFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunFailures(*options, context); };
     });

@@ -20,7 +20,7 @@ constexpr std::size_t labelWidth = 9;
 constexpr std::size_t mostColumns = 1'000;
 constexpr std::string_view shades = ".:-=+*#%@";
 
-constexpr const char* footer =
+constexpr const char* heatFooter =
     R"(A column is an interval of time, a row a class of durations, from the one that its label names up to
 the next one; an activity counts where it ended. The darker a sign, the more there were; each sign
 stands for about as many times more than the one before it.
@@ -147,7 +147,7 @@ void AddHeat(CLI::App& program, CommonOptions& common, Command& chosen) {
               "DURATION",
               "The time that a column covers, as '10s' or '1m'; otherwise as the width allows");
     AddQuestionOptions(command, options->question, common);
-    command.footer(footer);
+    command.footer(heatFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunHeat(*options, context); };
     });

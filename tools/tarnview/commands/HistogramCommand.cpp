@@ -16,7 +16,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* histogramFooter =
     R"(Classes begin at 1, 2 and 5 of each power of ten. What never ended, or has no such figure in the log,
 is not counted.
 
@@ -124,7 +124,7 @@ void AddHistogram(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->type_name("FIGURE")
         ->check(CLI::IsMember({"elapsed", "exclusive", "cpu", "memory"}));
     AddQuestionOptions(command, options->question, common);
-    command.footer(footer);
+    command.footer(histogramFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunHistogram(*options, context); };
     });

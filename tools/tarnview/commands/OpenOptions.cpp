@@ -8,7 +8,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples = R"(Examples:
+constexpr const char* openFooter = R"(Examples:
   tarnview open server.log
   tarnview open --user ada --pid 4711 server.log
   tarnview open --stuck 30 --now server.log
@@ -37,7 +37,7 @@ void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddTableOptions(command, options->format);
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(openFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunOpen(*options, context); };
     });

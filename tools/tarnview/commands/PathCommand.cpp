@@ -15,10 +15,9 @@ namespace tarnview {
 
 namespace {
 
-constexpr int mostTrees = 1'000'000;
 constexpr std::size_t deepestIndent = 40;
 
-constexpr const char* footer =
+constexpr const char* pathFooter =
     R"(Of activities that ran at the same time, only the one that was waited for is on the path: going back
 from the end, the one that ended last. 'own' is the time in which none of what is below it is on the
 path; all own times add up to the time of the request. Equal neighbours are one row, as 'write x 400'.
@@ -218,7 +217,7 @@ void AddPath(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->check(CLI::Range(1, mostTrees).description(""));
     command.add_flag("--by-name", options->isByName, "Add up the own times of each name");
     AddQuestionOptions(command, options->question, common);
-    command.footer(footer);
+    command.footer(pathFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunPath(*options, context); };
     });

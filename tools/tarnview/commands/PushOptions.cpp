@@ -11,7 +11,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples =
+constexpr const char* pushFooter =
     R"(The environment variables OTEL_EXPORTER_OTLP_* hold, but for the endpoint. What has not ended is not sent;
 with a checkpoint it is sent by a later run, in which it has.
 
@@ -71,7 +71,7 @@ void AddPush(CLI::App& program, CommonOptions& common, Command& chosen) {
     command.add_option("--service", given->service, "service.name, else the site")
         ->type_name("NAME");
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(pushFooter);
     command.callback([given, &chosen] {
         tarn::otlp::Options& otlp = given->push.otlp;
         otlp = FromEnvironment();

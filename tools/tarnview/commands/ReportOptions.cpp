@@ -7,7 +7,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples =
+constexpr const char* reportFooter =
     R"(The page needs nothing but a browser. Of a large log, choose what to show.
 
 Examples:
@@ -36,7 +36,7 @@ void AddReport(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
     command.get_option("--output")->required();
-    command.footer(examples);
+    command.footer(reportFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunReport(*options, context); };
     });

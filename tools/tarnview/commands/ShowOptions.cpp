@@ -7,7 +7,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* examples = R"(Exit status: 1 if there is no such activity, or more than one.
+constexpr const char* showFooter = R"(Exit status: 1 if there is no such activity, or more than one.
 
 Examples:
   tarnview show 766D8930 server.log
@@ -28,7 +28,7 @@ void AddShow(CLI::App& program, CommonOptions& common, Command& chosen) {
     command.add_flag("--json", options->isJson, "As a JSON object");
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(showFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunShow(*options, context); };
     });

@@ -9,7 +9,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr const char* footer =
+constexpr const char* topFooter =
     R"(Times are of activities that have ended, in microseconds, from the times of their lines. What was
 not measured is left empty.
 
@@ -87,7 +87,7 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddFilterOptions(command, options->filter);
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
-    command.footer(footer);
+    command.footer(topFooter);
     command.callback([options, &command, &chosen] {
         options->isGroupedOverTime = command.count("--by") != 0;
         Check(*options);

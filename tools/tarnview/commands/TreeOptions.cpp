@@ -7,9 +7,7 @@ namespace tarnview {
 
 namespace {
 
-constexpr int mostTrees = 1'000'000;
-
-constexpr const char* examples = R"(A tree is shown if one of its activities fits all filters.
+constexpr const char* treeFooter = R"(A tree is shown if one of its activities fits all filters.
 
 Examples:
   tarnview tree --slowest 3 server.log
@@ -83,7 +81,7 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
     AddFilterOptions(command, options->filter);
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
-    command.footer(examples);
+    command.footer(treeFooter);
     command.callback([options, &chosen] {
         chosen = [options](Context& context) { return RunTree(*options, context); };
     });
