@@ -24,6 +24,15 @@ function(Configure source folder)
         "-DCMAKE_CXX_FLAGS_DEBUG=-O0" ${ARGN})
 endfunction()
 
+# ConfigureTwin(<source> [option]...): in TWIN_DIR, so that this build and that one have their objects in
+# common, if there is a compiler cache.
+function(ConfigureTwin source)
+    string(TOUPPER "${BUILD_TYPE}" type)
+    Configure("${source}" "${TWIN_DIR}" "-DCMAKE_CXX_COMPILER_LAUNCHER=${CXX_COMPILER_LAUNCHER}"
+              "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" "-DCMAKE_CXX_FLAGS_${type}=${CXX_FLAGS_OF_TYPE}"
+              "-DTARN_HARDENING=${HARDENING}" ${ARGN})
+endfunction()
+
 # Build(<build folder> <target>...)
 function(Build folder)
     Run("building ${ARGN} in ${folder} failed"

@@ -26,24 +26,23 @@ endfunction()
 
 ExpectNoPathToTheHost("${BINARY_DIR}")
 
-# Not hardened, as little as where it is a subproject: ccache has these objects from that test.
-set(options -DTARN_HOST=external -DTARN_HARDENING=OFF
-            "-DCMAKE_INSTALL_PREFIX=${SCRATCH_DIR}/installed")
-Configure("${SOURCE_DIR}" "${SCRATCH_DIR}/build" ${options})
-Build("${SCRATCH_DIR}/build" all)
-ExpectNoPathToTheHost("${SCRATCH_DIR}/build")
+set(options -DTARN_HOST=external "-DCMAKE_INSTALL_PREFIX=${SCRATCH_DIR}/installed")
+ConfigureTwin("${SOURCE_DIR}" ${options})
+Build("${TWIN_DIR}" all)
+ExpectNoPathToTheHost("${TWIN_DIR}")
 
 # LinkWith(<library>...): the shared library, with a host of these libraries.
 function(LinkWith)
     file(WRITE "${SCRATCH_DIR}/host.cmake"
          "set(TARN_HOST_LIBRARIES \"${ARGN}\" CACHE STRING \"\")\n")
-    Configure("${SOURCE_DIR}" "${SCRATCH_DIR}/build" -C "${SCRATCH_DIR}/host.cmake" ${options})
-    Build("${SCRATCH_DIR}/build" tarn)
-    Run("cannot read the library" "${NM}" -C --defined-only "${SCRATCH_DIR}/build/src/cpp/libtarn.so")
+    ConfigureTwin("${SOURCE_DIR}" -C "${SCRATCH_DIR}/host.cmake" ${options})
+    Build("${TWIN_DIR}" tarn)
+    Run("cannot read the library" "${NM}" -C --defined-only "${TWIN_DIR}/src/cpp/libtarn.so")
     set(SYMBOLS "${RUN_OUTPUT}" PARENT_SCOPE)
 endfunction()
 
 set(objects)
+file(MAKE_DIRECTORY "${SCRATCH_DIR}")
 foreach(part IN ITEMS Clock Metrics Platform System)
     set(object "${SCRATCH_DIR}/Host${part}.o")
     Run("compiling a host failed" "${CXX_COMPILER}" -std=c++17 -fPIC "-I${SOURCE_DIR}/src/cpp/declarations"
@@ -61,9 +60,9 @@ LinkWith("${libraries}")
 if(NOT SYMBOLS MATCHES " tarn::" OR SYMBOLS MATCHES " [tTwW] (Metrics::Scope::Finish|TLog::MakeEvent|THash32)[(]")
     message(FATAL_ERROR "the library has a default of what the host defines: ${CMAKE_MATCH_0}")
 endif()
-Build("${SCRATCH_DIR}/build" all)
+Build("${TWIN_DIR}" all)
 file(REMOVE_RECURSE "${SCRATCH_DIR}/installed")
-Run("installing failed" ${CMAKE_COMMAND} --install "${SCRATCH_DIR}/build")
+Run("installing failed" ${CMAKE_COMMAND} --install "${TWIN_DIR}")
 foreach(file IN ITEMS include/tarn/Export.h include/cvlsys/Export.h ${LIBRARY_DIR}/libtarn.so)
     if(NOT EXISTS "${SCRATCH_DIR}/installed/${file}")
         message(FATAL_ERROR "${file} is not installed")

@@ -2,14 +2,14 @@
 # rules, and the other project's program links tarn::tarn.
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
-Configure("${CMAKE_CURRENT_LIST_DIR}/consumer" "${SCRATCH_DIR}/build" "-DTARN_SOURCE_DIR=${SOURCE_DIR}")
-Build("${SCRATCH_DIR}/build" all)
-Run("the consumer failed" "${SCRATCH_DIR}/build/consumer")
+ConfigureTwin("${CMAKE_CURRENT_LIST_DIR}/consumer" "-DTARN_SOURCE_DIR=${SOURCE_DIR}")
+Build("${TWIN_DIR}" all)
+Run("the consumer failed" "${TWIN_DIR}/consumer")
 if(NOT RUN_OUTPUT MATCHES "traced 1 scope")
     message(FATAL_ERROR "the consumer says: ${RUN_OUTPUT}")
 endif()
 
-file(READ "${SCRATCH_DIR}/build/CMakeCache.txt" cache)
+file(READ "${TWIN_DIR}/CMakeCache.txt" cache)
 foreach(option IN ITEMS BUILD_TESTS BUILD_EXAMPLES BUILD_BENCHMARKS BUILD_TOOLS INSTALL)
     if(NOT cache MATCHES "TARN_${option}:BOOL=OFF")
         message(FATAL_ERROR "TARN_${option} is not off in a subproject")
