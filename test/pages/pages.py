@@ -3,6 +3,8 @@
     cpp from=FILE        (any language) lines of that file, which something else compiles or writes
     cpp run              compiled as C++17 and run: a program, or statements in a function
     console              "$ command" lines are run, and print what follows them (run-page)
+    cmake file=NAME      in README.md: what a new user writes into that file, which first-minutes does, too
+    sh steps             in README.md: what a new user types next
     text illustration    not run, on purpose: a drawing, a synopsis, commands for another machine
 """
 
