@@ -33,7 +33,7 @@ void WithNumbers(benchmark::internal::Benchmark* benchmark) {
 void Unheard(benchmark::State& state) {
     const OpenParents parents(depth);
     MeasureDirect(
-        state, TracingUnderTest::Get().Threads(), cheapScopesInBurst, TraceMeasuredScope, [] {});
+        state, TracingUnderTest::Get().Threads(), cheapScopesInBatch, TraceMeasuredScope, [] {});
     Expect(state, "scopes opened in a monitor", 0, TracingUnderTest::Get().ScopesOpened());
 }
 
@@ -53,7 +53,7 @@ void Off(benchmark::State& state) {
     const OpenParents parents(depth);
     ReceivedSoFar received(state);
     MeasureDirect(
-        state, TracingUnderTest::Get().Threads(), cheapScopesInBurst, TraceMeasuredScope, [] {});
+        state, TracingUnderTest::Get().Threads(), cheapScopesInBatch, TraceMeasuredScope, [] {});
     received.ExpectNothing();
 }
 

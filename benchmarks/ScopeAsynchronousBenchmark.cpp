@@ -1,5 +1,5 @@
 // With asynchronous delivery: what does a scope cost the thread that opens it, and what does it
-// cost the process until both of its lines are in a log file? Bursts that fit into the queue, so
+// cost the process until both of its lines are in a log file? Batches that fit into the queue, so
 // that nobody waits for room.
 
 #include "support/Measure.h"
@@ -36,7 +36,7 @@ void MeasureAsynchronousScope(benchmark::State& state, Prepare prepare) {
     ReceivedSoFar received(state);
 
     const std::uint64_t scopes = MeasureHandedOver(
-        state, tracing.Threads(), scopesInBurst, prepare, TraceMeasuredScope, [&] {
+        state, tracing.Threads(), scopesInBatch, prepare, TraceMeasuredScope, [&] {
             tracing.Deliver();
         });
 

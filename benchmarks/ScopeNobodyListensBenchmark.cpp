@@ -28,7 +28,7 @@ void ScopeNobodyListens(benchmark::State& state) {
     const std::uint64_t scopes = MeasureDirect(
         state,
         TracingUnderTest::Get().Threads(),
-        cheapScopesInBurst,
+        cheapScopesInBatch,
         [&] {
             const MeasuredScope scope;
             withContext += scope.Get().GetActivityContext() != nullptr ? 1U : 0U;

@@ -23,7 +23,7 @@ void ScopeOff(benchmark::State& state) {
     ReceivedSoFar received(state);
 
     MeasureDirect(
-        state, TracingUnderTest::Get().Threads(), cheapScopesInBurst, TraceMeasuredScope, [] {});
+        state, TracingUnderTest::Get().Threads(), cheapScopesInBatch, TraceMeasuredScope, [] {});
 
     received.ExpectNothing();
 }

@@ -176,7 +176,7 @@ public:
     }
 
 private:
-    std::vector<Frame> m_frames = std::vector<Frame>(4 * scopesInBurst);
+    std::vector<Frame> m_frames = std::vector<Frame>(4 * scopesInBatch);
     alignas(64) std::atomic<std::size_t> m_written{0};
     alignas(64) std::size_t m_read = 0;
 };
@@ -307,7 +307,7 @@ void FloorNobodyListens(benchmark::State& state) {
     MeasureDirect(
         state,
         g_floor->Threads(),
-        cheapScopesInBurst,
+        cheapScopesInBatch,
         [&] {
             Frame& frame = open.Open();
             open.StampEnd(frame);
@@ -328,7 +328,7 @@ void FloorSynchronous(benchmark::State& state) {
     const std::uint64_t scopes = MeasureDirect(
         state,
         g_floor->Threads(),
-        scopesInBurst,
+        scopesInBatch,
         [&] {
             Frame& frame = open.Open();
             writer.Begin(frame);
@@ -348,7 +348,7 @@ void FloorAsynchronous(benchmark::State& state) {
     const std::uint64_t scopes = MeasureHandedOver(
         state,
         g_floor->Threads(),
-        scopesInBurst,
+        scopesInBatch,
         [] {},
         [&] {
             Frame& frame = open.Open();

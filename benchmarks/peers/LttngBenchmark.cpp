@@ -18,7 +18,7 @@
 namespace benchmarks {
 namespace {
 
-// Bursts end with a pause, in which the session's daemon empties the buffers.
+// Batches end with a pause, in which the session's daemon empties the buffers.
 constexpr std::chrono::milliseconds pauseForDaemon{2};
 
 std::optional<EmittingThreads> g_threads;
@@ -38,7 +38,7 @@ void LttngScope(benchmark::State& state) {
     MeasureHandedOver(
         state,
         *g_threads,
-        scopesInBurst,
+        scopesInBatch,
         [] {},
         [&] {
             const RandomId id = ids.Next();

@@ -58,7 +58,7 @@ public:
         const spdlog::sinks_init_list sinks{
             std::make_shared<spdlog::sinks::basic_file_sink_mt>(m_file.Path().string()), m_signal};
         if (isAsynchronous) {
-            // The queue's default size holds the bursts of four threads.
+            // The queue's default size holds the batches of four threads.
             m_pool = std::make_shared<spdlog::details::thread_pool>(
                 spdlog::details::default_async_q_size, 1);
             m_logger = std::make_shared<spdlog::async_logger>("peer", sinks, m_pool);
@@ -152,7 +152,7 @@ void SpdlogSynchronous(benchmark::State& state) {
     const std::uint64_t scopes = MeasureDirect(
         state,
         g_peer->Threads(),
-        scopesInBurst,
+        scopesInBatch,
         [&] { write(); },
         [] { g_peer->Logger().flush(); });
 
@@ -165,7 +165,7 @@ void SpdlogAsynchronous(benchmark::State& state) {
     const std::uint64_t scopes = MeasureHandedOver(
         state,
         g_peer->Threads(),
-        scopesInBurst,
+        scopesInBatch,
         [] {},
         [&] { write(); },
         [] { g_peer->Deliver(); });

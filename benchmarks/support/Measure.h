@@ -12,7 +12,7 @@
 #include <benchmark/benchmark.h>
 
 /// How all benchmarks of whole scopes take their figures, those of the library and those of its
-/// peers alike. Scopes come in bursts; the clocks are read around a burst, so that reading them
+/// peers alike. Scopes come in batches; the clocks are read around a batch, so that reading them
 /// costs little for each scope.
 ///
 /// What a benchmark reports, each for one scope:
@@ -28,9 +28,9 @@
 /// have a part in the work.
 namespace benchmarks {
 
-/// Enough scopes in a burst that reading the clocks costs less than a hundredth.
-inline constexpr std::int64_t scopesInBurst = 1000;
-inline constexpr std::int64_t cheapScopesInBurst = 10000;
+/// Enough scopes in a batch that reading the clocks costs less than a hundredth.
+inline constexpr std::int64_t scopesInBatch = 1000;
+inline constexpr std::int64_t cheapScopesInBatch = 10000;
 
 /// From when to when a thread emitted, by the monotonic clock.
 struct Span {
@@ -66,16 +66,16 @@ private:
     std::vector<OwnSpan> m_spans;
 };
 
-/// The figures of one emitting thread, summed over its bursts.
+/// The figures of one emitting thread, summed over its batches.
 class EmittingMeter {
 public:
     void Begin() noexcept;
     void End(std::int64_t scopes) noexcept;
 
-    /// The last burst alone, and all from the first to the last.
-    const Span& LastBurst() const noexcept { return m_last; }
+    /// The last batch alone, and all from the first to the last.
+    const Span& LastBatch() const noexcept { return m_last; }
 
-    Span AllBursts() const noexcept { return {m_firstBegin, m_last.end}; }
+    Span AllBatches() const noexcept { return {m_firstBegin, m_last.end}; }
 
     double LastSeconds() const noexcept {
         return static_cast<double>(m_last.end - m_last.begin) / 1e9;
@@ -113,26 +113,26 @@ private:
 /// Of all emitting threads, by `nanoseconds` that have passed for all of them together.
 void ReportThroughput(benchmark::State& state, std::uint64_t scopes, std::int64_t nanoseconds);
 
-/// For work that is done when the emitting call returns. `finish` is called after each burst and
+/// For work that is done when the emitting call returns. `finish` is called after each batch and
 /// belongs to the measured work: it hands on what is still buffered. Returns the scopes of the
 /// calling thread.
 template <class Emit, class Finish>
 std::uint64_t MeasureDirect(benchmark::State& state,
                             EmittingThreads& threads,
-                            std::int64_t burst,
+                            std::int64_t batch,
                             Emit emit,
                             Finish finish) {
     EmittingMeter meter;
     for ([[maybe_unused]] auto iteration : state) {
         meter.Begin();
-        for (std::int64_t i = 0; i < burst; ++i) {
+        for (std::int64_t i = 0; i < batch; ++i) {
             emit();
         }
         finish();
-        meter.End(burst);
+        meter.End(batch);
         state.SetIterationTime(meter.LastSeconds());
     }
-    threads.SetSpan(state.thread_index(), meter.AllBursts());
+    threads.SetSpan(state.thread_index(), meter.AllBatches());
     threads.Meet();
     if (state.thread_index() == 0) {
         ReportThroughput(state, meter.Scopes(), threads.WholeSpan());
@@ -143,12 +143,12 @@ std::uint64_t MeasureDirect(benchmark::State& state,
 }
 
 /// For work that other threads complete. `prepare` is called on one thread; then all emitting
-/// threads begin a burst together; then `deliver` is called on one of them and returns when all is
+/// threads begin a batch together; then `deliver` is called on one of them and returns when all is
 /// done. Returns the scopes of the calling thread.
 template <class Prepare, class Emit, class Deliver>
 std::uint64_t MeasureHandedOver(benchmark::State& state,
                                 EmittingThreads& threads,
-                                std::int64_t burst,
+                                std::int64_t batch,
                                 Prepare prepare,
                                 Emit emit,
                                 Deliver deliver) {
@@ -163,11 +163,11 @@ std::uint64_t MeasureHandedOver(benchmark::State& state,
         }
         threads.StartTogether();
         meter.Begin();
-        for (std::int64_t i = 0; i < burst; ++i) {
+        for (std::int64_t i = 0; i < batch; ++i) {
             emit();
         }
-        meter.End(burst);
-        threads.SetSpan(state.thread_index(), meter.LastBurst());
+        meter.End(batch);
+        threads.SetSpan(state.thread_index(), meter.LastBatch());
         threads.Meet();
         if (isFirst) {
             together += threads.WholeSpan();

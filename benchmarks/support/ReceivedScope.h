@@ -99,7 +99,7 @@ inline void MeasureReceivedScope(benchmark::State& state, int64 depth) {
     ReceivedSoFar received(state);
 
     const std::uint64_t scopes = MeasureDirect(
-        state, tracing.Threads(), scopesInBurst, TraceMeasuredScope, [&] { tracing.Deliver(); });
+        state, tracing.Threads(), scopesInBatch, TraceMeasuredScope, [&] { tracing.Deliver(); });
 
     received.ExpectScopes(scopes, depth);
 }

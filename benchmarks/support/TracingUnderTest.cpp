@@ -27,7 +27,7 @@ namespace {
 
 constexpr std::chrono::minutes timeout{5};
 
-// Holds two bursts of scopes of all kinds, so that nobody waits for room within the measured time.
+// Holds two batches of scopes of all kinds, so that nobody waits for room within the measured time.
 constexpr std::size_t queueBytes = std::size_t{4} << 20;
 
 std::string BeginEventName(const std::string& name) {

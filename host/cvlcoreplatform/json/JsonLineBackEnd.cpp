@@ -119,7 +119,7 @@ std::size_t MostHeld(TLog::LogFileLimits limits) noexcept {
 
 JsonLineBackEnd::JsonLineBackEnd(std::shared_ptr<spdlog::sinks::sink> sink,
                                  std::string name,
-                                 std::shared_ptr<Losses> losses)
+                                 std::shared_ptr<UnreportedLosses> losses)
     : m_sink(std::move(sink)),
       m_name(std::move(name)),
       m_losses(std::move(losses)) {
@@ -232,11 +232,11 @@ void JsonLineBackEnd::CountAndReport(std::string_view reason) noexcept {
 }
 
 JsonFileBackEnd::JsonFileBackEnd(const std::string& path, TLog::LogFileLimits limits)
-    : JsonFileBackEnd(path, limits, std::make_shared<Losses>()) {}
+    : JsonFileBackEnd(path, limits, std::make_shared<UnreportedLosses>()) {}
 
 JsonFileBackEnd::JsonFileBackEnd(const std::string& path,
                                  TLog::LogFileLimits limits,
-                                 const std::shared_ptr<Losses>& losses)
+                                 const std::shared_ptr<UnreportedLosses>& losses)
     : JsonFileBackEnd(std::make_shared<RotatingFileSink>(path, limits, losses),
                       path,
                       losses,
@@ -244,7 +244,7 @@ JsonFileBackEnd::JsonFileBackEnd(const std::string& path,
 
 JsonFileBackEnd::JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
                                  const std::string& path,
-                                 const std::shared_ptr<Losses>& losses,
+                                 const std::shared_ptr<UnreportedLosses>& losses,
                                  std::size_t mostHeld)
     : JsonLineBackEnd(file, path, losses),
       m_file(std::move(file)),

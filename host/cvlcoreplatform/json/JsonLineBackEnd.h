@@ -2,8 +2,8 @@
 
 #include "ErrorReporter.h"
 #include "HeldLines.h"
-#include "Losses.h"
 #include "RotatingFileSink.h"
+#include "UnreportedLosses.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LogBackEnd.h"
@@ -22,9 +22,10 @@ namespace cvlcoreplatform {
 class JsonLineBackEnd : public TLog::LogBackEnd {
 public:
     /// `losses` may be shared with the sink. Throws `std::invalid_argument` when `sink` is null.
-    JsonLineBackEnd(std::shared_ptr<spdlog::sinks::sink> sink,
-                    std::string name,
-                    std::shared_ptr<Losses> losses = std::make_shared<Losses>());
+    JsonLineBackEnd(
+        std::shared_ptr<spdlog::sinks::sink> sink,
+        std::string name,
+        std::shared_ptr<UnreportedLosses> losses = std::make_shared<UnreportedLosses>());
 
     void Write(TLog::Severity severity, const TLog::Event& event) override;
     void WriteMessage(TLog::Severity severity, const TString& text) override;
@@ -57,7 +58,7 @@ private:
 
     const std::shared_ptr<spdlog::sinks::sink> m_sink;
     const std::string m_name;
-    const std::shared_ptr<Losses> m_losses;
+    const std::shared_ptr<UnreportedLosses> m_losses;
     ErrorReporter m_reporter;
 };
 
@@ -93,10 +94,10 @@ protected:
 private:
     JsonFileBackEnd(const std::string& path,
                     TLog::LogFileLimits limits,
-                    const std::shared_ptr<Losses>& losses);
+                    const std::shared_ptr<UnreportedLosses>& losses);
     JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
                     const std::string& path,
-                    const std::shared_ptr<Losses>& losses,
+                    const std::shared_ptr<UnreportedLosses>& losses,
                     std::size_t mostHeld);
 
     const std::shared_ptr<RotatingFileSink> m_file;

@@ -3,8 +3,8 @@
 #include "FileRequests.h"
 #include "FullFiles.h"
 #include "LogCounters.h"
-#include "Losses.h"
 #include "RotationLock.h"
+#include "UnreportedLosses.h"
 
 #include "cvlsys/TSystem.h"
 
@@ -77,7 +77,7 @@ bool IsPipe(const std::string& path) noexcept {
 
 RotatingFileSink::RotatingFileSink(const std::string& path,
                                    TLog::LogFileLimits limits,
-                                   std::shared_ptr<Losses> losses)
+                                   std::shared_ptr<UnreportedLosses> losses)
     : m_path(AbsolutePath(path)),
       m_limits(limits),
       m_losses(std::move(losses)),

@@ -3,7 +3,7 @@
 #include "ErrorReporter.h"
 #include "FileDescriptor.h"
 #include "LineOutput.h"
-#include "Losses.h"
+#include "UnreportedLosses.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlsys/IntegerTypes.h"
@@ -57,7 +57,7 @@ public:
     /// opened later.
     RotatingFileSink(const std::string& path,
                      TLog::LogFileLimits limits,
-                     std::shared_ptr<Losses> losses = nullptr);
+                     std::shared_ptr<UnreportedLosses> losses = nullptr);
     ~RotatingFileSink() override;
     RotatingFileSink(const RotatingFileSink&) = delete;
     RotatingFileSink& operator=(const RotatingFileSink&) = delete;
@@ -130,7 +130,7 @@ private:
 
     const std::string m_path;
     const TLog::LogFileLimits m_limits;
-    const std::shared_ptr<Losses> m_losses;
+    const std::shared_ptr<UnreportedLosses> m_losses;
     ErrorReporter m_rotationReporter;
     ErrorReporter m_removalReporter;
     Clock::time_point m_nextAttempt{};

@@ -9,7 +9,7 @@ namespace cvlcoreplatform {
 
 /// The lines of one back end that are lost and not yet mentioned in its log. A forked child begins
 /// with none, so that a loss is mentioned once. Any thread may use it.
-class Losses {
+class UnreportedLosses {
 public:
     void Add(uint64 lines) noexcept {
         ForgetParents();

@@ -60,9 +60,9 @@ void CountWait(std::chrono::steady_clock::duration time) noexcept {
 bool WaitForRoom(const EventView& event) {
     const auto begin = std::chrono::steady_clock::now();
     bool isQueued = false;
-    EventQueues::Show();  // lest the delivering thread has nothing to make room of
+    EventQueues::Publish();  // lest the delivering thread has nothing to make room of
     while (!isQueued && !s_isGivenUp.load(std::memory_order_acquire)) {
-        if (!DeliveringThread::Notice()) {
+        if (!DeliveringThread::WakeIfIdle()) {
             Dispatcher::Get().DeliverQueued();
         }
         EventQueues::WaitForRoom();
@@ -91,15 +91,15 @@ Outcome TryToQueue(const EventView& event, bool mayBeRefused) {
     }
 }
 
-// Somebody has to deliver what was shown.
+// Somebody has to deliver what was published.
 void NoticeQueued() noexcept {
-    if (!DeliveringThread::Notice()) {
+    if (!DeliveringThread::WakeIfIdle()) {
         Dispatcher::Get().DeliverQueued();
     }
 }
 
 void DeliverAtOnce(const EventView& event) {
-    EventQueues::Show();  // what this thread has emitted before comes first
+    EventQueues::Publish();  // what this thread has emitted before comes first
     Dispatcher::Get().Deliver(event);
 }
 
@@ -109,7 +109,7 @@ void DeliverAtOnce(const EventView& event) {
     if (outcome == Outcome::NoMemory) {
         // To deliver it at once, behind what is queued, needs less memory.
         DeliverAtOnce(event);
-    } else if (outcome == Outcome::Queued && t_queueSide.bursts == 0) {
+    } else if (outcome == Outcome::Queued && t_queueSide.batches == 0) {
         NoticeQueued();
     }
     return outcome != Outcome::Refused;
@@ -123,7 +123,7 @@ void DeliverPostponed() noexcept {
         }
         return;
     }
-    EventQueues::Show();
+    EventQueues::Publish();
     Dispatcher::Get().Deliver(std::move(*events));
 }
 
@@ -162,7 +162,7 @@ bool Send(const EventView& event, bool mayBeRefused) {
         EmitDirectly(event);
     } else if (!EventQueues::TryToAppend(event)) {
         return QueueOrDeliver(event, mayBeRefused);
-    } else if (t_queueSide.bursts == 0) {
+    } else if (t_queueSide.batches == 0) {
         NoticeQueued();
     }
     return true;
@@ -240,24 +240,24 @@ void EmitForSure(EventView& event) {
     Send(event, false);
 }
 
-bool BeginBurst() noexcept {
+bool BeginBatch() noexcept {
     const DeliverySide& side = t_deliverySide;
     if (!IsQueuing(side) && side.delivery == nullptr && side.ownDelivery == nullptr &&
         !s_isGivenUp.load(std::memory_order_relaxed) && !TLog::IsInsideBackEnd()) {
         return false;
     }
-    ++t_queueSide.bursts;
+    ++t_queueSide.batches;
     return true;
 }
 
-void EndBurst() noexcept {
-    if (--t_queueSide.bursts == 0 && EventQueues::Show()) {
+void EndBatch() noexcept {
+    if (--t_queueSide.batches == 0 && EventQueues::Publish()) {
         NoticeQueued();
     }
 }
 
-void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
-    Dispatcher::Get().DeliverBurst(body, context);
+void DeliverBatch(void (*body)(const void*) noexcept, const void* context) noexcept {
+    Dispatcher::Get().DeliverBatch(body, context);
 }
 
 // A destructor has nobody to tell, and a scope whose end is missing stays open for the consumers: a

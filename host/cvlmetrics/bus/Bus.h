@@ -56,23 +56,22 @@ void EmitAttribute(EventView& event);
 /// for room when even that of the ends is full.
 void EmitForSure(EventView& event);
 
-/// For `InBurst`: whether the burst has begun, and `EndBurst` is to end it. Otherwise it is to be
-/// delivered by `DeliverBurst`.
-bool BeginBurst() noexcept;
-void EndBurst() noexcept;
-void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
+/// For `InBatch`: whether the batch has begun, and `EndBatch` is to end it. Otherwise it is to be
+/// delivered by `DeliverBatch`.
+bool BeginBatch() noexcept;
+void EndBatch() noexcept;
+void DeliverBatch(void (*body)(const void*) noexcept, const void* context) noexcept;
 
-/// Calls `body`, which must not throw. What the thread emits in it may be handed on only at the
-/// end, all together, or delivered without letting other threads deliver in between. So it must be
-/// nothing that anybody could wait for, or that others take part in: between the first and the last
-/// of these events the thread neither learns nor tells anything.
+/// Calls `body`, which must not throw. What the thread emits in it may be published together,
+/// at the end, or delivered while no other thread delivers. So `body` must not synchronise with
+/// other threads.
 template <class Body>
-void InBurst(const Body& body) noexcept {
-    if (BeginBurst()) {
+void InBatch(const Body& body) noexcept {
+    if (BeginBatch()) {
         body();
-        EndBurst();
+        EndBatch();
     } else {
-        DeliverBurst([](const void* context) noexcept { (*static_cast<const Body*>(context))(); },
+        DeliverBatch([](const void* context) noexcept { (*static_cast<const Body*>(context))(); },
                      &body);
     }
 }

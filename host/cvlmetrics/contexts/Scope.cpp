@@ -70,7 +70,7 @@ void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
         return;
     }
     if (Bus::Admits(m_flags)) {
-        Bus::InBurst([this, statements]() noexcept {
+        Bus::InBatch([this, statements]() noexcept {
             const ScopeIdentity scope{m_id, m_contextId, m_flags};
             const ClockReading now = ReadClock();
             for (const Statement& statement : statements) {

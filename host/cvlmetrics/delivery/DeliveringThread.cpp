@@ -105,7 +105,7 @@ bool DeliverUntil(uint64 queued) noexcept {
     bool wasBusy = false;
     Backoff backoff;
     while (EventQueues::GetTakenCount() < queued) {
-        if (Bus::Dispatcher::Get().DeliverSome()) {
+        if (Bus::Dispatcher::Get().DeliverQueuedBatch()) {
             wasBusy = true;
             backoff = {};
         } else {
@@ -227,7 +227,7 @@ void SetWanted(bool wanted) noexcept {
     isWanted.store(wanted, std::memory_order_release);
 }
 
-bool Notice() noexcept {
+bool WakeIfIdle() noexcept {
     State state = s_state.load(std::memory_order_seq_cst);
     if (state == State::Awake) {
         return true;

@@ -21,7 +21,7 @@ void SetWanted(bool wanted) noexcept;
 /// To be called after each event that was queued. Costs one load while the thread is awake. False
 /// if there is no such thread and none is to be had, or a shutdown has ended it: the caller has to
 /// deliver by itself then.
-bool Notice() noexcept;
+bool WakeIfIdle() noexcept;
 
 /// Has the thread deliver all that was emitted before the call and flush the log; while delivery is
 /// asynchronous a thread is started for that. Whether it was done in time; nothing if there is no

@@ -174,7 +174,7 @@ void Dispatcher::Deliver(std::vector<MetricsEvent>&& events) noexcept {
     OwnDelivery(*this).Deliver(std::move(events));
 }
 
-void Dispatcher::DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept {
+void Dispatcher::DeliverBatch(void (*body)(const void*) noexcept, const void* context) noexcept {
     OwnDelivery delivery(*this);
     t_deliverySide.ownDelivery = &delivery;
     t_deliverySide.neverQueues = true;
@@ -225,7 +225,7 @@ void Dispatcher::TidyUp() noexcept {
     }
 }
 
-bool Dispatcher::DeliverSome() noexcept {
+bool Dispatcher::DeliverQueuedBatch() noexcept {
     constexpr int atMost = 64;
     const cvlsys::DeliveryGuard guard;
     Delivery delivery;

@@ -51,13 +51,13 @@ public:
     void Deliver(std::vector<MetricsEvent>&& events) noexcept;
 
     /// What the calling thread emits in `body`: others do not deliver in between.
-    void DeliverBurst(void (*body)(const void*) noexcept, const void* context) noexcept;
+    void DeliverBatch(void (*body)(const void*) noexcept, const void* context) noexcept;
 
     /// All that is queued.
     void DeliverQueued() noexcept;
 
     /// Some of what is queued, for the delivering thread. Whether there was anything.
-    bool DeliverSome() noexcept;
+    bool DeliverQueuedBatch() noexcept;
 
     /// Waits until what other threads are just delivering has been through all consumers.
     void AwaitDelivery() noexcept;

@@ -61,13 +61,13 @@ bool EventQueue::HasHeapRoom(std::size_t bytes) noexcept {
     return heapInUse == 0 || m_prepared - m_readAsKnown + heapInUse + bytes <= m_capacity;
 }
 
-bool EventQueue::LookForEasyRoom() noexcept {
+bool EventQueue::FindRoom() noexcept {
     const uint64 endOfRing = (m_prepared | m_mask) + 1;
     if (!HasRoom(m_prepared, EventRecord::largest) ||
         endOfRing - m_prepared < EventRecord::largest) {
         return false;
     }
-    m_easyUntil = std::min(endOfRing, m_readAsKnown + m_capacity) - EventRecord::largest;
+    m_roomUntil = std::min(endOfRing, m_readAsKnown + m_capacity) - EventRecord::largest;
     return true;
 }
 

@@ -16,8 +16,8 @@ namespace Metrics {
 /// writes and one thread at a time reads, without a lock. It never grows; what its events take on
 /// the heap, because they are too large for a record, counts against its room.
 ///
-/// Records become visible in two steps: `Prepare` finds room and writes one, `Publish` shows all
-/// that were prepared to the reader. Between the two the writer draws their tickets.
+/// Records become visible in two steps: `Prepare` finds room and writes one, `Publish` makes all
+/// that were prepared visible to the reader. Between the two the writer draws their tickets.
 class EventQueue {
 public:
     /// How much room a queue of `bytes` has: a power of two, enough for largest records, and not
@@ -42,7 +42,7 @@ public:
     /// before it is written. False otherwise, and for an event that has no place in a queue.
     bool TryToPrepare(const EventView& event) {
         const uint64 begin = m_prepared;
-        if (begin > m_easyUntil && !LookForEasyRoom()) {
+        if (begin > m_roomUntil && !FindRoom()) {
             return false;
         }
         const std::size_t bytes = EventRecord::TryWrite(At(begin), event);
@@ -54,10 +54,11 @@ public:
         return true;
     }
 
-    /// How many records are prepared and not yet shown.
+    /// How many records are prepared and not yet published.
     uint32 GetPreparedCount() const noexcept { return m_preparedCount; }
 
-    /// Gives the prepared records their tickets, from this one on, and shows them to the reader.
+    /// Gives the prepared records their tickets, from this one on, and makes them visible to the
+    /// reader.
     void Publish(uint64 firstTicket) noexcept;
 
     /// Whether so many quarters of the room are free, and `beside` bytes besides.
@@ -134,7 +135,7 @@ private:
 
     bool HasRoom(uint64 begin, std::size_t bytes) noexcept;
     bool HasHeapRoom(std::size_t bytes) noexcept;
-    bool LookForEasyRoom() noexcept;
+    bool FindRoom() noexcept;
 
     std::byte* At(uint64 position) const noexcept { return m_ring.get() + (position & m_mask); }
 
@@ -155,7 +156,7 @@ private:
     uint64 m_prepared = 0;
     uint64 m_readAsKnown = 0;
     // From the next position up to this one, the largest record finds room in one piece.
-    uint64 m_easyUntil = 0;
+    uint64 m_roomUntil = 0;
     uint32 m_preparedCount = 0;
     // What the events that were ever prepared took on the heap, and those that were read.
     uint64 m_heapPrepared = 0;

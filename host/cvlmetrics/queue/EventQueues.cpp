@@ -286,7 +286,7 @@ EventQueue* OwnQueue() {
 }
 
 // The tickets are drawn between writing and publishing, see the header.
-void Publish(EventQueue& queue) noexcept {
+void PublishPrepared(EventQueue& queue) noexcept {
     queue.Publish(s_tickets.fetch_add(queue.GetPreparedCount(), std::memory_order_seq_cst));
 }
 
@@ -315,8 +315,8 @@ bool TryToAppend(const EventView& event) noexcept {
     } catch (const std::bad_alloc&) {
         return false;
     }
-    if (t_queueSide.bursts == 0) {
-        Publish(*queue);
+    if (t_queueSide.batches == 0) {
+        PublishPrepared(*queue);
     }
     return true;
 }
@@ -327,19 +327,19 @@ Outcome Append(const EventView& event) {
             return Outcome::NoRoom;
         }
         // What threads share at their end is never left half done.
-        if (t_queueSide.bursts == 0 || &queue != t_queueSide.queue) {
-            Publish(queue);
+        if (t_queueSide.batches == 0 || &queue != t_queueSide.queue) {
+            PublishPrepared(queue);
         }
         return Outcome::Queued;
     });
 }
 
-bool Show() noexcept {
+bool Publish() noexcept {
     EventQueue* const queue = t_queueSide.queue;
     if (queue == nullptr || queue->GetPreparedCount() == 0) {
         return false;
     }
-    Publish(*queue);
+    PublishPrepared(*queue);
     return true;
 }
 

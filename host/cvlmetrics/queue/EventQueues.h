@@ -15,7 +15,7 @@
 /// ticket earlier, and that cannot be if the other one was emitted before: the ticket is drawn
 /// before the emitting call returns, and a counter hands out its numbers in an order that every
 /// hand-over between threads respects. Between drawing and publishing there is nothing that waits,
-/// so a missing event is shown at once, unless its thread is just not running.
+/// so a missing event is published at once, unless its thread is just not running.
 namespace Metrics::EventQueues {
 
 enum class Outcome { Queued, NoRoom };
@@ -26,13 +26,13 @@ enum class Outcome { Queued, NoRoom };
 /// for any record. False then, and nothing has happened.
 bool TryToAppend(const EventView& event) noexcept;
 
-/// Appends an event to the calling thread's queue. Within a burst (`QueueSide::bursts`) it
-/// draws its ticket and is shown with the others, when `Show` is called. Throws `std::bad_alloc` if
+/// Appends an event to the calling thread's queue. Within a batch (`QueueSide::batches`) it
+/// draws its ticket with the others, when `Publish` is called. Throws `std::bad_alloc` if
 /// that needs memory and there is none.
 Outcome Append(const EventView& event);
 
-/// Shows what the calling thread has appended and not shown yet. Whether there was anything.
-bool Show() noexcept;
+/// Publishes what the calling thread has appended since the last call. Whether there was anything.
+bool Publish() noexcept;
 
 /// Sleeps until there may be room in the calling thread's queue, for some milliseconds at most.
 void WaitForRoom() noexcept;
@@ -52,7 +52,7 @@ EventRecord* Next() noexcept;
 /// room and has some.
 void Pop() noexcept;
 
-/// Goes on with the next event that is shown when the one whose turn it is will never be: its
+/// Goes on with the next published event when the one whose turn it is will never be: its
 /// thread has crashed. If that one should come after all, it and what its thread emits stay queued
 /// for good.
 void PassOverMissing() noexcept;

@@ -19,7 +19,7 @@ void SetShared(MetricsValue& to, const TString::Characters& text) {
         RewrittenValue::SetStatic(to, text.get());
     } else {
         to.utf16 = text;
-        RewrittenValue::BecomeText<char16_t>(to);
+        RewrittenValue::ResetToText<char16_t>(to);
     }
 }
 

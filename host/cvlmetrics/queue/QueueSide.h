@@ -12,9 +12,9 @@ class EventQueue;
 struct QueueSide {
     /// The thread's own queue, once there is one.
     EventQueue* queue = nullptr;
-    /// How many bursts this thread is inside of: what it appends is shown at the end of the
-    /// outermost one (`EventQueues::Show`).
-    uint32 bursts = 0;
+    /// How many batches this thread is inside of: what it appends is published at the end of the
+    /// outermost one (`EventQueues::Publish`).
+    uint32 batches = 0;
 };
 
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local QueueSide t_queueSide;

@@ -18,20 +18,20 @@ const MetricsEvent& ReceivedEvents::Take(const EventView& event) {
         event.CopyTo(*m_taken, m_shared);
     } catch (...) {
         m_shared.clear();
-        LetGo(*m_taken);
+        Clear(*m_taken);
         throw;
     }
     return *m_taken;
 }
 
-void ReceivedEvents::LetGoOfShared() noexcept {
+void ReceivedEvents::ReleaseShared() noexcept {
     for (MetricsValue* const value : m_shared) {
         *value = MetricsValue();
     }
     m_shared.clear();
 }
 
-void ReceivedEvents::LetGo(MetricsEvent& event) noexcept {
+void ReceivedEvents::Clear(MetricsEvent& event) noexcept {
     event.name = MetricsValue();
     event.value = MetricsValue();
     event.pairs = {};

@@ -35,10 +35,10 @@ public:
     /// holds its values.
     void Release() noexcept {
         if (!m_shared.empty()) {
-            LetGoOfShared();
+            ReleaseShared();
         }
         if (m_taken == &m_boxed || m_taken->pairs.capacity() > mostPairsKept) {
-            LetGo(*m_taken);
+            Clear(*m_taken);
         }
     }
 
@@ -47,8 +47,8 @@ private:
     static constexpr std::size_t mostPairsKept = 64;
     static constexpr std::size_t fewShared = 64;
 
-    void LetGoOfShared() noexcept;
-    static void LetGo(MetricsEvent& event) noexcept;
+    void ReleaseShared() noexcept;
+    static void Clear(MetricsEvent& event) noexcept;
 
     MetricsEvent& Last(MetricsEventType type) noexcept;
 

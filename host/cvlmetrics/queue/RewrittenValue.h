@@ -44,7 +44,7 @@ inline void SetInteger(MetricsValue& value, int64 integer) noexcept {
 
 /// The kind of the value becomes that of its text, which is there.
 template <class Unit>
-void BecomeText(MetricsValue& value) noexcept {
+void ResetToText(MetricsValue& value) noexcept {
     constexpr bool isUtf8 = sizeof(Unit) == 1;
     constexpr uint32 type = isUtf8 ? MetricsValue::MV_Utf8String : MetricsValue::MV_Utf16String;
     if (value.type == type) {
@@ -63,14 +63,14 @@ void BecomeText(MetricsValue& value) noexcept {
 template <class Unit>
 void SetText(MetricsValue& value, std::basic_string_view<Unit> text) {
     cvlsys::Rewrite(TextOf<Unit>(value), text);
-    BecomeText<Unit>(value);
+    ResetToText<Unit>(value);
 }
 
 template <class Unit>
 [[gnu::noinline]] void BecomeStatic(MetricsValue& value,
                                     const std::basic_string<Unit>* text) noexcept {
     TextOf<Unit>(value) = host::ReferToStatic(text);
-    BecomeText<Unit>(value);
+    ResetToText<Unit>(value);
 }
 
 /// A text that lives as long as the process.

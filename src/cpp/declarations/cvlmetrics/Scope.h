@@ -50,14 +50,14 @@ public:
                        const MetricsValue& name,
                        NameValueList&& pairs) const;
 
-    // The same with values that are lent for the call, which spares what nobody receives. Optional
-    // for a host, as is `Finish`: the defaults use the operations above.
+    // The same with values that are borrowed for the call: nothing is copied when nobody listens.
+    // Optional for a host, as is `Finish`: the defaults use the operations above.
 
     void Open(const ValueView& name, PairSpan pairs);
     void Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const;
     void MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const;
 
-    /// Something to say of a scope: one value, or a list.
+    /// One value or one named list.
     struct Statement {
         MetricsEventType type;
         ValueView name;
@@ -76,10 +76,10 @@ public:
               pairs(list) {}
     };
 
-    /// Emits what is left to say, each as `Emit` or `MultiEmit` would, and ends the scope as its
+    /// Emits the statements, each as `Emit` or `MultiEmit` would, and closes the scope as its
     /// destructor would; does nothing while it is not open. An event for which there is no memory
-    /// is lost. A host may take it all in one go, and as one moment: nothing else happens on the
-    /// thread in between.
+    /// is lost. A host may deliver all of them together and stamp them with one time: the thread
+    /// does nothing else in between.
     void Finish(std::initializer_list<Statement> statements) noexcept;
 
     /// Replaces the actions to send after the close. Dropped when the scope is not open then.
@@ -89,10 +89,10 @@ public:
 
     uint64 GetFlags() const noexcept { return m_flags; }
 
-    /// So many bytes of a name are kept in the scope itself.
+    /// How many bytes of a name are kept in the scope itself.
     static constexpr std::size_t shortNameSize = sizeof(MetricsValue);
 
-    /// Keeps the beginning of a name for messages about a scope that nobody may ever hear of. For
+    /// Keeps the beginning of a name, for messages about a scope that may never be logged. Call it
     /// before the scope is opened.
     void KeepBeginningOfName(const char* name) noexcept {
         m_shortNameLength = static_cast<unsigned char>(::strnlen(name, shortNameSize));

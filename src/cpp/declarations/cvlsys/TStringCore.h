@@ -50,8 +50,8 @@ public:
     static TStringCore FromUtf8(std::string_view utf8);
 
     /// Refers to characters that live as long as the process: copying the string counts no owners.
-    static TStringCore ReferTo(const std::u16string& immortal) noexcept {
-        return TStringCore(Characters(Characters(), &immortal));
+    static TStringCore ReferTo(const std::u16string& staticText) noexcept {
+        return TStringCore(Characters(Characters(), &staticText));
     }
 
     bool IsEmpty() const noexcept { return m_characters == nullptr || m_characters->empty(); }

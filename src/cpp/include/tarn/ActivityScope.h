@@ -37,8 +37,8 @@ class PairSource;
 /// take attributes throw `std::bad_alloc`.
 ///
 /// Names are UTF-8; they and the attribute lists are used during the call only. A list that is
-/// given away is empty afterwards. Attributes in braces, as above, are only lent: nothing is made
-/// of them where nobody wants them.
+/// given away is empty afterwards. Attributes in braces, as above, are borrowed for the call;
+/// nothing is copied unless a consumer receives the event.
 class TARN_EXPORT ActivityScope {
 public:
     /// Attributes in braces.

@@ -12,9 +12,8 @@
 
 namespace tarn {
 
-/// Values by name, in the order in which the names came first. Made for the handful of attributes
-/// that a scope has, which are found fastest by looking at all; when there are many, an index is
-/// built.
+/// An insertion-ordered map from names to values: linear search while there are few, as in nearly
+/// every scope, a hash index beyond.
 template <class Value>
 class FlatTable {
 public:

@@ -2,8 +2,8 @@
 
 #include "cvlcoreplatform/Export.h"
 
-/// For a library above the logger whose own work is logged: what it began inside a log back end
-/// would be logged in its turn, for ever. Any thread may use these.
+/// For a library above the logger whose own work is logged: what it did inside a log back end would
+/// be logged in turn, for ever. Any thread may use these.
 namespace TLog {
 
 // Written by the logger alone. Not `thread_local`: that would be read through a function, because
@@ -11,7 +11,7 @@ namespace TLog {
 extern CVLCOREPLATFORM_API __thread bool t_isInsideBackEnd
     __attribute__((tls_model("initial-exec")));
 
-/// Whether the calling thread is inside a back end, or at work for one.
+/// Whether the calling thread is inside a back end, or works for one.
 inline bool IsInsideBackEnd() noexcept {
     return t_isInsideBackEnd;
 }
@@ -19,8 +19,8 @@ inline bool IsInsideBackEnd() noexcept {
 /// Counts something that was refused for that reason, in `LogStatistics::nestedCalls`.
 CVLCOREPLATFORM_API void CountNestedCall() noexcept;
 
-/// Has `action` called on this thread, once, as soon as it is outside of the back end and holds no
-/// lock of the logger's. Inside a back end only. A second call replaces the action.
+/// Calls `action` once on this thread, as soon as it has left the back end and holds no lock of the
+/// logger. Inside a back end only. A second call replaces the action.
 CVLCOREPLATFORM_API void CallAfterBackEnd(void (*action)() noexcept) noexcept;
 
 }  // namespace TLog

@@ -20,8 +20,8 @@ class sink;
 /// `severity`, `event` or `message`, `pid`, `tid`, `session`, `request`, `user`, `site`,
 /// `environment`, `activity`, `attributes` and `body` in this order, further fields behind `site`.
 /// The fields of a table are sorted by the UTF-16 code units of their names. A field whose object
-/// is null is left out, an empty table is `{}`. What belongs to no activity has neither of the
-/// seven fields from `session` to `attributes`, and carries the time, process and thread of
+/// is null is left out, an empty table is `{}`. Lines that belong to no activity have none of the
+/// seven fields from `session` to `attributes`; their time, process and thread are those of
 /// writing.
 namespace TLog {
 
@@ -50,9 +50,9 @@ struct LogFileLimits {
 /// JSON lines to a file, which is appended to if it exists. Lines are written at once, each whole
 /// or not at all. A full disk loses lines, counts them and says so on the standard error stream
 /// once a minute; the code that logs notices nothing. When lines can be written again, a message of
-/// severity `Warn` before the first of them says how many are missing. Once a second it is made
-/// sure that the file is still at its path; if it was moved, removed or replaced, the path is
-/// opened again, `limits` or not. A relative path is made absolute at once. Links in the path are
+/// severity `Warn` before the first of them says how many are missing. Once a second it checks
+/// that the file is still at its path; if it was moved, removed or replaced, it opens the path
+/// again, with or without `limits`. A relative path is made absolute at once. Links in the path are
 /// followed each time that it is opened, and full files lie beside the real file. At the path may
 /// also be a named pipe or a device; it is waited for as a standard stream is, and lines are lost
 /// while a pipe has no reader. Throws `std::system_error`, whose text names the path and the

@@ -4,9 +4,9 @@
 
 namespace TLog {
 
-/// While a thread has one, what it logs to a file is held back; it is written at the latest when
-/// the batch ends. It goes to the back end that it was logged to; who replaces that one waits for
-/// it. A batch within a batch does nothing.
+/// While a thread has one, the lines that it logs to a file are held back, at most until the batch
+/// ends. They go to the back end that they were logged to; replacing that one waits for them. A
+/// batch within a batch does nothing.
 class CVLCOREPLATFORM_API LineBatch {
 public:
     enum class Holds {

@@ -24,17 +24,17 @@ public:
     virtual void Write(Severity severity, const Event& event) = 0;
     virtual void WriteMessage(Severity severity, const TString& text) = 0;
 
-    /// Hands on what is still buffered. Does nothing unless overridden.
+    /// Writes out what is buffered. The default does nothing.
     virtual void Flush();
 
-    /// Begins a new file, or opens the one at its path again. False if that failed, and if there is
-    /// no file, as is taken for granted unless they are overridden.
+    /// Begins a new file, or opens the one at its path again. False if that failed, or if there is
+    /// no file. The defaults return false: this back end has no file.
     virtual bool Rotate();
     virtual bool Reopen();
 
-    /// Another back end that writes to the same place and uses no lock of this one's. For the case
-    /// that a thread crashes inside this one: what locks that thread holds, nobody unlocks. Null if
-    /// there is no such thing, as unless it is overridden.
+    /// Another back end that writes to the same place and shares no lock with this one. It is used
+    /// after a thread has crashed inside this one, whose locks then stay locked. The default
+    /// returns null: there is no successor.
     virtual std::shared_ptr<LogBackEnd> MakeSuccessor() const;
 };
 

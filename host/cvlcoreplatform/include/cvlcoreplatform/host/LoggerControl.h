@@ -12,7 +12,7 @@
 /// error stream, from `Info` on.
 namespace TLog {
 
-/// What is less severe than the threshold is dropped.
+/// Drops what is less severe than the threshold.
 CVLCOREPLATFORM_API void SetThreshold(Severity threshold) noexcept;
 CVLCOREPLATFORM_API Severity GetThreshold() noexcept;
 
@@ -37,9 +37,9 @@ CVLCOREPLATFORM_API bool RotateLog() noexcept;
 /// more, and a new one is at the path. False as above.
 CVLCOREPLATFORM_API bool ReopenLog() noexcept;
 
-/// As the two above, for signal handlers: they only leave a note. Every log file of the process
-/// does what is asked before its next line, or when the log is flushed; so what is emitted after
-/// the request does not go into the file that was moved.
+/// As the two above, for signal handlers: they only set a flag. Every log file of the process acts
+/// on it before its next line, or when the log is flushed; so what is emitted after the request
+/// does not go into the file that was moved.
 CVLCOREPLATFORM_API void RequestLogRotation() noexcept;
 CVLCOREPLATFORM_API void RequestLogReopening() noexcept;
 

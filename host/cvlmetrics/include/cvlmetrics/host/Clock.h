@@ -5,15 +5,15 @@
 
 namespace Metrics {
 
-/// One look at the time, as events carry it.
+/// A reading of the clocks, as events carry it.
 struct ClockReading {
     int64 time = 0;          ///< nanoseconds, never running backwards
     uint64 wallSeconds = 0;  ///< since the epoch
     uint32 wallMicros = 0;   ///< within the second
 };
 
-/// Where the bus takes the time from. It is called on every emitting thread, also while other
-/// threads call it, and must not emit anything itself.
+/// The source of the bus's times. Any number of emitting threads call it at once; it must not emit
+/// anything itself.
 using ClockFunction = ClockReading (*)() noexcept;
 
 /// The system's monotonic clock and its wall clock. A wall clock that is set shows a millisecond

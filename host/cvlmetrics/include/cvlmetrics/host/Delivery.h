@@ -15,8 +15,8 @@ enum class DeliveryMode {
     /// scope's destructor has returned. Threads that emit at the same time wait for each other.
     Synchronous,
 
-    /// On a thread of the bus's own. The emitting thread only writes the event into a queue, and
-    /// waits for nobody as long as there is room.
+    /// On a delivering thread. The emitting thread only writes the event into a queue, and does not
+    /// wait as long as there is room.
     Asynchronous,
 };
 
@@ -57,8 +57,8 @@ struct DeliveryOptions {
 
     /// How long the end of the process waits until everything is delivered, and how long a listener
     /// that comes or goes waits for one that is busy. Too long means without limit, negative means
-    /// not at all. Once somebody has waited that long in vain, nobody waits again until all that is
-    /// queued is delivered: the whole end of a process takes it once.
+    /// not at all. After one such wait in vain there is no other until all that is queued is
+    /// delivered: the end of a process waits once in all.
     std::chrono::milliseconds exitDeadline{5000};
 };
 

@@ -20,7 +20,7 @@
 ///
 /// What a crash interrupts is lost: the event that is being delivered, the lines that are being
 /// written, what the crashed thread was just emitting. If it holds a lock that the delivery needs
-/// (malloc's, one of a back end of the host's own), the deadline passes, and what has been
+/// (malloc's, or one of a custom back end), the deadline passes, and what has been
 /// delivered until then is saved.
 namespace Metrics {
 

@@ -10,10 +10,9 @@
 
 namespace cvlsys {
 
-/// A mutex for work of a few microseconds: who finds it locked looks again for about as long before
-/// it sleeps, as falling asleep and being woken take longer. Threads that lock it again and again
-/// could keep one that sleeps from ever getting it; `LockNext` is for a thread that must not wait
-/// for long.
+/// A mutex for critical sections of a few microseconds: a waiting thread spins for about as long
+/// before it sleeps, because to sleep and be woken takes longer. Threads that lock it again and
+/// again can starve a sleeping one; `LockNext` is for a thread that must not wait for long.
 class CVLSYS_API AdaptiveMutex {
 public:
     // NOLINTBEGIN(readability-identifier-naming): named by the language
@@ -43,8 +42,8 @@ public:
         }
     }
 
-    /// As `LockNext`, but gives up when `isOver` says so. Whether it has locked. It tries again and
-    /// again: `std::timed_mutex` would do it, but thread sanitizer does not see that lock.
+    /// As `LockNext`, but gives up once `isOver` returns true. Returns whether it has locked. It
+    /// polls: thread sanitizer does not know `std::timed_mutex`.
     template <class Condition>
     bool LockNextUnless(const Condition& isOver) {
         if (m_mutex.try_lock()) {

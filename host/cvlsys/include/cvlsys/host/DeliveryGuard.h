@@ -5,10 +5,10 @@
 
 namespace cvlsys {
 
-/// Around whatever tracing does on a thread of the host's for other threads as well: delivering
-/// events, writing the log. While one exists, the thread's `errno` and its cancellation are not
-/// touched, and what it allocates is charged to nobody. They nest; construct and destroy one on the
-/// same thread.
+/// A guard around tracing's own work on a thread of the host: delivering events, writing the log.
+/// While one exists, the thread's allocations are charged to nobody, and the thread is not
+/// cancelled; `errno` is restored at its end. Guards nest; construct and destroy one on the same
+/// thread.
 class DeliveryGuard {
 public:
     DeliveryGuard() noexcept = default;

@@ -9,9 +9,9 @@
 
 namespace cvlsys {
 
-/// A mutex that a forked child finds unlocked, with what it guards as it is between two holds: a
-/// fork waits for its holder, without a limit. So nothing that may take long, and nothing of the
-/// host's, is done under it. As every `ForkParticipant`, it lives as long as the process.
+/// A mutex that is unlocked in a forked child, with the data that it guards in a whole state: a
+/// fork waits for the holder, without a limit. So do nothing under it that may take long, and call
+/// nothing of the host's. As every `ForkParticipant`, it lives as long as the process.
 class CVLSYS_API ForkAwareMutex final : private ForkParticipant {
 public:
     explicit ForkAwareMutex(ForkRank rank) noexcept : ForkParticipant(rank) {}

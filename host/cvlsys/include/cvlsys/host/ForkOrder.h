@@ -7,11 +7,11 @@
 
 namespace cvlsys {
 
-/// A fork takes no longer than about that for everything here, though a listener or a log hangs.
+/// The limit on what all participants add to a fork, even when a listener or a log hangs.
 inline constexpr std::chrono::milliseconds forkLimit{1000};
 
-/// What takes part in a fork, in the order in which threads lock: a thread that holds one of them
-/// locks only such as come later. A fork locks all of them in this order and frees them in the
+/// The participants in a fork, in locking order: a thread that holds one of them locks later ones
+/// only. A fork locks all of them in this order and frees them in the
 /// opposite one. Locks after `Logger` are short: nothing of the host's runs under them.
 enum class ForkRank {
     Bus,     ///< listeners run under its lock

@@ -5,9 +5,8 @@
 
 namespace cvlsys {
 
-/// Around work on a thread of the host's, from construction to destruction on that thread: `errno`
-/// is afterwards what it was, and the thread is not cancelled meanwhile, which would unwind out of
-/// functions that do not throw.
+/// A guard around work on a thread of the host: restores `errno` at its end, and defers
+/// cancellation until then, which would unwind out of functions that do not throw.
 class HostState {
 public:
     HostState() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState); }

@@ -6,14 +6,13 @@
 
 namespace cvlsys {
 
-/// One thread's share of ids that many threads take: it sets a batch of them aside at a time, so
-/// that threads do not wait for each other's. The ids begin with 1, are unique, and grow within a
-/// thread.
+/// A thread's source of unique ids. It reserves a batch of them at a time, so that threads seldom
+/// touch the shared counter. The ids begin with 1 and grow within a thread.
 struct IdBatch {
     uint64 last = 0;         ///< that was taken
     uint64 lastOfBatch = 0;  ///< that was set aside
 
-    /// `setAside` counts what all threads have set aside.
+    /// `setAside` counts the ids that all threads have reserved.
     uint64 Next(std::atomic<uint64>& setAside) noexcept {
         constexpr uint64 batch = 256;
         if (last == lastOfBatch) {

@@ -14,8 +14,8 @@ namespace cvlsys {
 /// The lock behind `TReadWriteLock`, with what its owner needs around a fork. Many threads read at
 /// a time, or one writes. A writer keeps new readers out while it waits for those inside; readers
 /// that wait when a writer leaves get in before the next one, so that neither can shut the other
-/// out. Not recursive, and both ends belong to one thread. Who has locked it last may destroy it:
-/// nothing of it is touched any more by those who have left. Keeps `errno`.
+/// out. Not recursive, and both ends belong to one thread. Its last holder may destroy it:
+/// threads that have left it no longer touch it. Keeps `errno`.
 ///
 /// Reading is cheap, some thirty instructions and none that locks the bus; a writer interrupts all
 /// processors that run threads of the process, which takes some microseconds.
@@ -39,7 +39,7 @@ public:
 
     // NOLINTEND(readability-identifier-naming)
 
-    /// For writing. Without an end it waits for ever. Whether it has got the lock.
+    /// Locks for writing. Without an end it waits for ever. Returns whether it has the lock.
     bool LockUntil(std::optional<Clock::time_point> end) noexcept;
 
     /// Whether the calling thread holds it in either way. A thread that holds more than

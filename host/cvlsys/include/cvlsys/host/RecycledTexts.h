@@ -11,21 +11,21 @@
 #include <string>
 #include <string_view>
 
-/// Shared texts that come and go with every scope. A thread keeps a few that nobody holds any more,
-/// with the memory of their characters, and makes the next ones of them, without a lock. Nothing of
-/// this is charged to the host's memory frames, except for the characters of long texts. A text may
-/// be let go of on another thread than the one that made it, and at any time of a thread's life.
+/// Shared texts that come and go with every scope. A thread keeps a few that have no owner any
+/// more, and reuses their memory for the next ones, without a lock. Nothing of this is charged to
+/// the host's memory frames, except for the characters of long texts. A text may be released on
+/// another thread than the one that made it, and at any time of a thread's life.
 namespace cvlsys {
 
 /// A text of these units. Its only owner may write to it. Throws `std::bad_alloc`.
 CVLSYS_API std::shared_ptr<std::string> MakeText(std::string_view units);
 CVLSYS_API std::shared_ptr<std::u16string> MakeText(std::u16string_view units);
 
-/// How long the characters of a text may be that is written anew.
+/// The longest text that is overwritten in place.
 inline constexpr std::size_t mostBytesToRewrite = 256;
 
-/// Whether a text is one of `MakeText` and short enough to be written anew: its characters are no
-/// constants, and nobody but its owners knows of them.
+/// Whether a text comes from `MakeText` and is short enough to be overwritten: its characters are
+/// not constant, and only its owners refer to them.
 CVLSYS_API bool IsMadeToRewrite(const std::shared_ptr<const std::string>& text) noexcept;
 CVLSYS_API bool IsMadeToRewrite(const std::shared_ptr<const std::u16string>& text) noexcept;
 

@@ -7,8 +7,8 @@
 
 namespace cvlsys {
 
-/// As `std::memcpy`, for texts, of which most are short: a few pieces, of which the last may
-/// overlap the one before, are quicker than a call.
+/// As `std::memcpy`, faster for short texts: it copies a few pieces of fixed size, of which the
+/// last may overlap the one before.
 inline void CopyShort(void* to, const void* from, std::size_t bytes) noexcept {
     constexpr std::size_t piece = 16;
     constexpr std::size_t mostBytes = 8 * piece;
