@@ -93,6 +93,10 @@ install(
     DESTINATION "${tarn_pages_folder}"
     COMPONENT doc
     PATTERN "test" EXCLUDE)
+install(
+    CODE "set(PAGES \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${tarn_pages_folder}\")
+include(\"${PROJECT_SOURCE_DIR}/cmake/InstalledPages.cmake\")"
+    COMPONENT doc)
 # scripts/reference makes it; an installation without it lacks the folder.
 install(
     DIRECTORY "${PROJECT_BINARY_DIR}/reference"
