@@ -72,7 +72,7 @@ began and ended: its parent, user, duration, memory, processor time and result,
 across threads and services.
 .
 This package has headers, the package for CMake, the file for pkg-config, and
-the archives for programs that bring a host of their own.")
+the archives for programs that bring a custom host.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME tarn-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)

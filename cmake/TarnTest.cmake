@@ -7,7 +7,7 @@
 #     [TIMEOUT <seconds>]
 #     [PREFIX <prefix>]       of the tests' names, after the label
 #     [OPTIMISED]             its own work takes longer than compiling it: without TARN_TEST_FLAGS
-#     [WITHOUT_HOST])         it brings a host of its own, and uses no test support
+#     [WITHOUT_HOST])         it brings a custom host, and uses no test support
 #
 # One GoogleTest program, whose tests ctest runs as tarn_discover_tests() says. Test support and the
 # embedded host are linked to it unless it says otherwise.

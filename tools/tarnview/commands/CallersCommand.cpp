@@ -113,7 +113,7 @@ int RunCallers(const CallersOptions& options, Context& context) {
 void AddCallers(CLI::App& program, CommonOptions& common, Command& chosen) {
     const auto options = std::make_shared<CallersOptions>();
     CLI::App& command =
-        *program.add_subcommand("callers", "Through what the activities of a name were reached");
+        *program.add_subcommand("callers", "Which callers led to the activities of a name");
     command.add_option("name", options->name, "Their name, as 'load' or 'load*'")
         ->type_name("NAME")
         ->required();

@@ -64,9 +64,7 @@ void AddTimeOptions(CLI::App& command, CommonOptions& options) {
         add("--utc", TimeStyle::Kind::Utc, "Times are UTC, which is the default");
     // ParseTime() looks whether it is there.
     CLI::Option* const local =
-        add("--local",
-            TimeStyle::Kind::Local,
-            "Times, also those of options, are as the clock on the wall shows them");
+        add("--local", TimeStyle::Kind::Local, "Times are local times, those of options, too");
     add("--relative", TimeStyle::Kind::Relative, "Times are shown as seconds since the log began")
         ->excludes(utc)
         ->excludes(local);
@@ -104,11 +102,11 @@ void AddFollowOptions(CLI::App& command, FollowOptions& options) {
             [&options](double seconds) {
                 options.interval = std::chrono::milliseconds(static_cast<int>(seconds * 1e3));
             },
-            "Time between two looks at the log, with --follow (1)")
+            "Seconds between two reads of the log, with --follow (1)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.01, 3600.0).description(""))
         ->needs(follow);
-    command.add_option("--updates", options.updates, "End after as many looks, with --follow")
+    command.add_option("--updates", options.updates, "End after so many reads, with --follow")
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000'000).description(""))
         ->needs(follow);

@@ -62,8 +62,10 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
                              {"cpu", FoldedWeight::Cpu},
                              {"memory", FoldedWeight::Memory}},
                             "WEIGHT",
-                            "Of folded stacks: time (the default), cpu or memory, exclusive");
-    command.add_option("--service", options->service, "Of otlp: service.name, else the site")
+                            "For folded: exclusive time (the default), cpu or memory");
+    command
+        .add_option(
+            "--service", options->service, "For otlp: the service.name; the site unless given")
         ->type_name("NAME");
     command
         .add_option_function<std::size_t>(

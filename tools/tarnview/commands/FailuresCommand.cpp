@@ -95,7 +95,7 @@ void AddFailures(CLI::App& program, CommonOptions& common, Command& chosen) {
         .add_option_function<std::string>(
             "--sort",
             [options](const std::string& order) { options->order = orders.at(order); },
-            "By count, the most first; by first, the earliest first; by last, the latest first")
+            "count: the most first; first: the earliest first; last: the latest first")
         ->type_name("ORDER")
         ->check(CLI::IsMember({"count", "first", "last"}));
     command.add_option("--limit", options->limit, "As many rows at most")

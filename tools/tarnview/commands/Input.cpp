@@ -67,7 +67,7 @@ int Input::Finish() {
                       << ": no line of this file is a log line\n";
     }
     if (const std::string summary = m_problems.Summary(); !summary.empty()) {
-        m_context.err << "tarnview: " << summary << "; what is shown may be too little\n";
+        m_context.err << "tarnview: " << summary << "; the answer may be incomplete\n";
     }
     if (m_leaves >= fewLeaves && 2 * m_coarseLeaves > m_leaves) {
         m_context.err

@@ -54,7 +54,7 @@ void AddPush(CLI::App& program, CommonOptions& common, Command& chosen) {
     const auto given = std::make_shared<Given>();
     CLI::App& command =
         *program.add_subcommand("push", "Ended activities as spans to a receiver of OTLP");
-    command.add_option("URL", given->url, "Of the receiver; without a path, /v1/traces is added")
+    command.add_option("URL", given->url, "The receiver; /v1/traces is added if there is no path")
         ->required();
     AddInputOptions(command, given->push.input);
     command
@@ -65,7 +65,9 @@ void AddPush(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->type_name("FILE");
     command.add_flag("--json", given->isJson, "JSON instead of protobuf");
     command.add_flag("--gzip", given->isCompressed, "Compressed");
-    command.add_option("--header", given->headers, "Of each request; several times for several")
+    command
+        .add_option(
+            "--header", given->headers, "A header of each request; may be given several times")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command.add_option("--service", given->service, "service.name, else the site")

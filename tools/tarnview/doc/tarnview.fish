@@ -48,8 +48,8 @@ complete -c tarnview -n $timed -l relative -d 'Times since the log began'
 
 set -l followed '__fish_seen_subcommand_from top tree open'
 complete -c tarnview -n $followed -s f -l follow -d 'Go on while the log grows'
-complete -c tarnview -n $followed -l interval -x -d 'Time between two looks at the log'
-complete -c tarnview -n $followed -l updates -x -d 'End after as many looks'
+complete -c tarnview -n $followed -l interval -x -d 'Seconds between two reads of the log'
+complete -c tarnview -n $followed -l updates -x -d 'End after so many reads'
 
 set -l question "__fish_seen_subcommand_from $questions"
 complete -c tarnview -n "$question open" -l csv -d 'As CSV'
@@ -117,13 +117,13 @@ set -l check '__fish_seen_subcommand_from check'
 set -l kinds unreadable long cut broken-file lost gap duplicate wrong no-begin repeated orphan \
     cycle clock died crash figures never-ended
 complete -c tarnview -n $check -l ignore -x -a "(__fish_complete_list , 'printf %s\\\n $kinds')" \
-    -d 'What is no fault'
+    -d 'Kinds of faults to ignore'
 complete -c tarnview -n $check -s q -l quiet -d 'No summary'
 
 set -l export '__fish_seen_subcommand_from export'
 complete -c tarnview -n $export -l to -x -a 'chrome speedscope otlp folded pprof' -d 'The format'
-complete -c tarnview -n $export -l weight -x -a 'time cpu memory' -d 'Of folded stacks'
-complete -c tarnview -n $export -l service -x -d 'Of otlp: service.name'
+complete -c tarnview -n $export -l weight -x -a 'time cpu memory' -d 'Weight of folded stacks'
+complete -c tarnview -n $export -l service -x -d 'The service.name for otlp'
 
 set -l push '__fish_seen_subcommand_from push'
 complete -c tarnview -n $push -l checkpoint -r -F -d 'How far the logs are pushed'

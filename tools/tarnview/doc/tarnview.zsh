@@ -50,8 +50,8 @@ _tarnview() {
     )
     follow=(
         '(-f --follow)'{-f,--follow}'[go on while the log grows]'
-        '--interval[time between two looks at the log]:seconds:'
-        '--updates[end after as many looks]:number:'
+        '--interval[seconds between two reads of the log]:seconds:'
+        '--updates[end after so many reads]:number:'
     )
     filters=(
         $named
@@ -136,7 +136,7 @@ _tarnview() {
             ;;
         show) its=('1:id:' $where $times '--json[as JSON]') ;;
         check)
-            its=('--ignore[what is no fault]:kinds:_tarnview_kinds'
+            its=('--ignore[kinds of faults to ignore]:kinds:_tarnview_kinds'
                 '(-q --quiet)'{-q,--quiet}'[no summary]'
                 $where '--json[as JSON]')
             ;;
@@ -144,7 +144,7 @@ _tarnview() {
         export)
             its=($filters $slowest
                 '--to[the format]:format:(chrome speedscope otlp folded pprof)'
-                '--weight[of folded stacks]:weight:(time cpu memory)'
+                '--weight[weight of folded stacks]:weight:(time cpu memory)'
                 '--service[of otlp\: service.name]:name:')
             ;;
         push)
