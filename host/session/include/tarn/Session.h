@@ -69,7 +69,7 @@ struct SessionOptions {
     /// Each line also says who started the activity (`caller`) and has a number (`seq`).
     bool extras = false;
 
-    /// What is kept of the program's work at most; what is over is left out and counted.
+    /// Limits on what is kept; what exceeds them is left out and counted.
     std::uint64_t attributesPerScope = 1'000'000;
     std::uint64_t nestedScopes = 1'000'000;
 
@@ -112,9 +112,9 @@ inline namespace enabled {
 ///     }
 ///
 /// Scopes on all threads should have ended before. Its end puts back which scopes are traced and
-/// measured; the log and the way of delivery stay. What the environment or the configuration file
-/// says wrongly is told once, in the log, and ignored; so is a log file that cannot be opened. The
-/// first session of several is the one that counts: further ones say so in the log and do nothing.
+/// measured; the log and the way of delivery stay. A wrong variable or line of the
+/// configuration file is ignored and reported in the log once; so is a log file that cannot be
+/// opened. Only the first of several sessions has an effect; the others say so in the log.
 /// A forked child goes on with the log; it does not read the configuration file again.
 class TARN_EXPORT Session {
 public:

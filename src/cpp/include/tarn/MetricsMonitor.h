@@ -78,21 +78,21 @@ public:
     /// Off at first. Any thread may call it at any time; it holds for what is built from then on.
     void SetAdditionalFields(bool enabled) noexcept;
 
-    /// What each request has that nobody says otherwise of: attributes, by their tokens ("user",
-    /// "site", "sid"), and with `givesIds` an id of its own, which all of its lines carry. The
+    /// Defaults for each request: attributes, by their tokens ("user", "site", "sid"), and with
+    /// `givesIds` an id, which all of its lines carry. The
     /// first call for a monitor counts; requests that have begun stay as they are. One thread at a
     /// time, also while others trace.
     void SetRequestDefaults(Metrics::NameValueList attributes, bool givesIds);
 
-    /// What the monitor keeps of the host's work at most, so that a mistake there does not cost all
-    /// memory. What is over is left out, counted and, the first time, said in the log.
+    /// Limits on what the monitor keeps, so that a mistake in the host does not take all memory.
+    /// What exceeds them is left out and counted; the log reports the first case.
     struct Limits {
         uint64 attributesPerScope = 1'000'000;  ///< distinct names in one log event
         uint64 nestedScopes = 1'000'000;        ///< open within each other in one context
         uint64 pendingAttributes = 10'000;      ///< of one context, until a request takes them
     };
 
-    /// Any thread may call it at any time; what is there already stays.
+    /// Any thread may call it at any time; what the monitor already has stays.
     void SetLimits(const Limits& limits) noexcept;
 
     struct Statistics {

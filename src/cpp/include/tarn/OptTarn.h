@@ -24,8 +24,8 @@ TARN_EXPORT bool GetIsTarnEnabled();
 TARN_EXPORT void SetIsTarnPlatforms(bool isPlatform);
 TARN_EXPORT bool GetIsTarnPlatforms();
 
-/// Every scope gets an identity of its own that threads and requests carry on. When off, ids come
-/// from the monitor alone and nothing is injected into requests.
+/// Every scope gets an id, which passes to other threads and with requests. When off, ids come from
+/// the monitor alone and nothing is injected into requests.
 TARN_EXPORT void SetIsForegroundThreadContextEnabled(bool enabled);
 TARN_EXPORT bool GetIsForegroundThreadContextEnabled();
 
@@ -37,7 +37,7 @@ TARN_EXPORT bool GetIsServer();
 TARN_EXPORT void SetIsUnitTest(bool isUnitTest);
 TARN_EXPORT bool GetIsUnitTest();
 
-/// Log the comings and goings of contexts on threads.
+/// Log when contexts become current on threads and cease to be.
 TARN_EXPORT void SetShouldLogForegroundActivity(bool shouldLog);
 TARN_EXPORT bool GetShouldLogForegroundActivity();
 

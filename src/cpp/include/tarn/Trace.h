@@ -158,7 +158,7 @@ private:
     std::size_t m_length;
 };
 
-/// What can be said of work. `Derived` has `Work()`.
+/// The operations that scopes, activities and `Current()` share. `Derived` has `Work()`.
 template <class Derived>
 class WorkOperations {
 public:
@@ -199,7 +199,7 @@ public:
         abi::FailException(Get(), exception);
     }
 
-    /// The same of the exception that is being handled; nothing outside of a catch block.
+    /// The same with the exception that is being handled; does nothing outside of a catch block.
     void FailCurrentException() noexcept { abi::FailCurrentException(Get()); }
 
     Id GetActivityId() const noexcept { return Id(Get(), abi::TARN_ACTIVITY_ID); }
@@ -217,15 +217,15 @@ private:
     }
 };
 
-/// Who started some work. Make one where work is handed over, keep it in the work, and begin a
+/// What is current where work is handed over. Make one there, keep it in the work, and begin a
 /// scope or an activity with it where the work is done:
 ///
 ///     pool.Submit([from = tarn::Handoff()] {
 ///         const tarn::Scope scope(from, "work");
 ///     });
 ///
-/// Each run is an activity of its own; work that never runs leaves nothing. Copies share what is
-/// held. Any thread may use one, several at once.
+/// Each run is a separate activity; work that never runs leaves nothing behind. Copies share what
+/// is held. Any number of threads may use one at once.
 class Handoff {
 public:
     /// Captures what is current on the calling thread.
@@ -380,7 +380,7 @@ private:
 /// log warns of it, once for each name.
 class Activity : public WorkOperations<Activity> {
 public:
-    /// None; so is one that was moved from. What is done to it has no effect.
+    /// An empty activity, as one that was moved from: operations on it do nothing.
     Activity() noexcept = default;
 
     explicit Activity(Name name, Attributes attributes = {}) noexcept
@@ -390,7 +390,7 @@ public:
         : Activity(name, traits, nullptr, attributes) {}
 
     /// Continues the activity that handed over. A transparent one is not in the log: what begins
-    /// while it is resumed belongs to who handed over.
+    /// while it is resumed belongs to the activity that handed over.
     Activity(const Handoff& from, Name name, Attributes attributes = {}) noexcept
         : Activity(name, Traits(), from.m_handoff, attributes) {}
 
@@ -535,7 +535,7 @@ class CurrentWork : public WorkOperations<CurrentWork> {
 public:
     CurrentWork() noexcept : m_work(abi::tarn_current()) {}
 
-    /// False when there is none; what is said of it has no effect then.
+    /// False if nothing is current; operations then do nothing.
     explicit operator bool() const noexcept { return m_work != nullptr; }
 
 private:
