@@ -18,7 +18,7 @@ if(TARN_HOST STREQUAL "embedded")
         list(APPEND tarn_installed_headers host/${library}/include/)
         string(APPEND tarn_link_flags " -l${library}")
     endforeach()
-    list(APPEND tarn_installed_headers host/session/include/)
+    list(APPEND tarn_installed_headers host/counters/include/ host/session/include/)
     # Objects, which a program links by the name tarn::counted_new.
     list(APPEND tarn_installed_targets counted_new)
 endif()

@@ -179,6 +179,20 @@ Expectation SetExtras(SessionSettings& settings, std::string_view value) {
     return Choose(value, switches, settings.extras) ? nullptr : "0 or 1";
 }
 
+Expectation SetCounters(SessionSettings& settings, std::string_view value) {
+    if (const auto text = ValueOf(value, "names")) {
+        const std::optional<std::size_t> names = ReadNumber<std::size_t>(*text);
+        // Each name has its memory from the start.
+        if (!names || *names > 10'000) {
+            return "names=10000 or less";
+        }
+        settings.counters = true;
+        settings.countedNames = names;
+        return nullptr;
+    }
+    return Choose(value, switches, settings.counters) ? nullptr : "0, 1 or names=200";
+}
+
 struct Setting {
     const char* variable;
     std::string_view name;
@@ -186,7 +200,7 @@ struct Setting {
     bool mayBeEmpty;  ///< an empty value says something
 };
 
-constexpr std::array<Setting, 8> allSettings{{
+constexpr std::array<Setting, 9> allSettings{{
     {"TARN_LOG", "log", SetLog, false},
     {"TARN_WRITING", "writing", SetWriting, false},
     {"TARN_DELIVERY", "delivery", SetDelivery, false},
@@ -195,6 +209,7 @@ constexpr std::array<Setting, 8> allSettings{{
     {"TARN_CPU", "cpu", SetCpu, false},
     {"TARN_MEMORY", "memory", SetMemory, false},
     {"TARN_EXTRAS", "extras", SetExtras, false},
+    {"TARN_COUNTERS", "counters", SetCounters, false},
 }};
 
 void Set(const Setting& setting,
@@ -275,6 +290,8 @@ void Apply(const SessionSettings& settings, SessionOptions& options) {
     Take(settings.cpu, options.cpu);
     Take(settings.memory, options.memory);
     Take(settings.extras, options.extras);
+    Take(settings.counters, options.counters);
+    Take(settings.countedNames, options.countedNames);
 }
 
 }  // namespace tarn

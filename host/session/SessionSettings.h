@@ -24,6 +24,8 @@ struct SessionSettings {
     std::optional<bool> cpu;
     std::optional<MemoryFigures> memory;
     std::optional<bool> extras;
+    std::optional<bool> counters;
+    std::optional<std::size_t> countedNames;
 
     /// What was said wrongly, in sentences.
     std::vector<std::string> errors;

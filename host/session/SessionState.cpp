@@ -1,5 +1,7 @@
 #include "SessionState.h"
 
+#include "Counting.h"
+
 #include "tarn/IMetricsMonitorSink.h"
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
@@ -153,6 +155,8 @@ Session::State::State(SessionOptions options)
 Session::State::~State() {
     m_watch.reset();
     Metrics::Flush(m_chosen.exitDeadline);
+    EndCounting(m_session->GetMonitor());
+    SetCountedMonitor({});
 }
 
 void Session::State::SetSink(std::shared_ptr<IMetricsMonitorSink> sink) {
@@ -178,6 +182,9 @@ void Session::State::Change(const SessionOptions& next) {
              "starts; the change in the configuration file will hold then."});
     }
     ChangeScopes(next);
+    if (next.counters != m_inEffect.counters || next.countedNames != m_inEffect.countedNames) {
+        ChangeCounting(next);
+    }
     m_session->GetMonitor().SetAdditionalFields(next.extras);
     m_inEffect = next;
 }
@@ -205,6 +212,15 @@ void Session::State::ChangeScopes(const SessionOptions& next) {
         settings.SetOffs(names);
     }
     settings.SetRankOn(IsOff(next) ? nothingOn : TraceRank(next.rank));
+}
+
+void Session::State::ChangeCounting(const SessionOptions& next) {
+    MetricsMonitor& monitor = m_session->GetMonitor();
+    if (next.counters) {
+        BeginCounting(monitor, next.countedNames);
+    } else {
+        EndCounting(monitor);
+    }
 }
 
 void Session::State::BeginFigures() {
@@ -244,6 +260,10 @@ void Session::State::BeginTracing() {
     limits.nestedScopes = m_inEffect.nestedScopes;
     monitor.SetLimits(limits);
     monitor.SetAdditionalFields(m_inEffect.extras);
+    SetCountedMonitor(&monitor);
+    if (m_inEffect.counters) {
+        ChangeCounting(m_inEffect);
+    }
     if (m_inEffect.sink != nullptr) {
         SetSink(m_inEffect.sink);
     }

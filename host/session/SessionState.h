@@ -48,6 +48,7 @@ private:
     void Change(const SessionOptions& next);
     void ChangeLog(const SessionOptions& next);
     void ChangeScopes(const SessionOptions& next);
+    void ChangeCounting(const SessionOptions& next);
 
     void BeginFigures();
     void BeginTracing();

@@ -8,8 +8,10 @@
 #include "tarn/ContextAttributesUtils.h"
 #include "tarn/ExceptionParser.h"
 #include "tarn/Headers.h"
+#include "tarn/LibraryCounters.h"
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
+#include "tarn/Prometheus.h"
 #include "tarn/ScopeWithVisualId.h"
 #include "tarn/TarnSettings.h"
 #include "tarn/ThreadContextPropagator.h"
@@ -201,6 +203,21 @@ void ChangeMonitor() {
     monitor.SetAdditionalFields(true);
     static_cast<void>(monitor.GetStatistics());
     const ActivityScope scope("with additional fields");
+}
+
+class FinishedActivities final : public tarn::IFinishedActivityListener {
+public:
+    void OnFinished(const tarn::FinishedActivity& /*activity*/) noexcept override {}
+};
+
+void CountActivities() {
+    static FinishedActivities listener;
+    const tarn::TracingSession session;
+    session.GetMonitor().SetFinishedActivityListener(&listener);
+    tarn::SetLibraryCounting(true);
+    { const ActivityScope scope("counted"); }
+    static_cast<void>(tarn::GetLibraryCounters());
+    static_cast<void>(tarn::PrometheusText());
 }
 
 void SaveOnCrash() {
@@ -414,6 +431,10 @@ const std::vector<Operation>& Operations() {
          "MetricsMonitor::SetLimits MetricsMonitor::SetAdditionalFields "
          "MetricsMonitor::GetStatistics",
          ChangeMonitor},
+        {"tarn::enabled::PrometheusText",
+         "MetricsMonitor::SetFinishedActivityListener tarn::SetLibraryCounting "
+         "tarn::GetLibraryCounters",
+         CountActivities},
         {"tarn::TracingSession::TracingSession",
          "tarn::TracingSession::~TracingSession MetricsMonitor::MetricsMonitor "
          "MetricsMonitor::~MetricsMonitor MetricsMonitor::Register MetricsMonitor::Unregister",

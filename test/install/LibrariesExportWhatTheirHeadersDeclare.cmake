@@ -90,7 +90,8 @@ function(ExpectDeclaredExports library private_folder)
     message(STATUS "${library}: ${count} names, all declared")
 endfunction()
 
-ExpectDeclaredExports("${TARN_LIBRARY}" "src/cpp/main;host/session" src/cpp/include host/session/include)
+ExpectDeclaredExports("${TARN_LIBRARY}" "src/cpp/main;host/counters;host/session" src/cpp/include
+    host/counters/include host/session/include)
 string(REPLACE "," ";" host_libraries "${HOST_LIBRARIES}")
 foreach(library IN LISTS host_libraries)
     get_filename_component(name "${library}" NAME)

@@ -120,6 +120,7 @@ void AddServe(CLI::App& app, ServeOptions& options) {
         "  POST /queries                      one query a line\n"
         "  GET  /packages/NAME                a package, and from the peer what asks for it\n"
         "  GET  /health                       that it is there\n"
+        "  GET  /metrics                      counters for Prometheus\n"
         "Headers X-User, X-Session and X-Request-Id say for whom a request is; the answer's\n"
         "X-Trace-Id is what 'tarnview tree --root' finds it by.");
 }

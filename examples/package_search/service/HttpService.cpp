@@ -4,6 +4,7 @@
 #include "RequestParameters.h"
 
 #include "tarn/ActivityScope.h"
+#include "tarn/Prometheus.h"
 
 #include <stdexcept>
 #include <sys/socket.h>
@@ -98,10 +99,16 @@ void HttpService::Configure() {
             return IsRefused(request, response) ? httplib::Server::HandlerResponse::Handled
                                                 : httplib::Server::HandlerResponse::Unhandled;
         });
-    // What is at a path is decided within the request's scope, so all paths are one to the server.
+    // What is at a path is decided within the request's scope, so all other paths are one to
+    // the server.
     const auto serve = [this](const httplib::Request& request, httplib::Response& response) {
         Serve(request, response);
     };
+    // A monitoring system asks again and again; that is none of the work that is traced.
+    m_server.Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
+        response.set_content(tarn::PrometheusText(), tarn::prometheusContentType);
+        ++m_answered;
+    });
     m_server.Get(".*", serve).Post(".*", serve);
     m_server.set_error_handler(
         [this](const httplib::Request& request, httplib::Response& response) {

@@ -22,7 +22,8 @@ struct HttpOptions {
 
 /// Serves HTTP on the loopback interface, from construction until `Stop` or destruction. Threads of
 /// the HTTP server read requests, open the scope of each, wait for workers and peers, and send the
-/// answers; all that is traced ends before `Stop` returns.
+/// answers; all that is traced ends before `Stop` returns. GET /metrics is answered with what the
+/// process has counted, and not traced.
 class HttpService {
 public:
     /// Throws `std::runtime_error` with one line when the port is not free. The routes must

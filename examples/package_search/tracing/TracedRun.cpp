@@ -4,12 +4,28 @@
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
-#include "cvlsys/CpuTime.h"
-#include "cvlsys/MemoryTracking.h"
 
 #include <utility>
 
 namespace packagesearch {
+
+namespace {
+
+tarn::SessionOptions OptionsOfTheRun() {
+    tarn::SessionOptions options;
+    // The log stays the one that is there; which file that is the command line says.
+    options.readsEnvironment = false;
+    options.environment = "example";
+    // Requests have ids of their own.
+    options.requestIds = false;
+    // End lines tell what memory and processor time each activity took.
+    options.cpu = true;
+    options.memory = tarn::MemoryFigures::All;
+    options.counters = true;
+    return options;
+}
+
+}  // namespace
 
 TracedRun::TracedRun(const std::filesystem::path& logFile) {
     std::shared_ptr<TLog::LogBackEnd> backEnd = TLog::MakeJsonFileBackEnd(logFile.string());
@@ -17,7 +33,7 @@ TracedRun::TracedRun(const std::filesystem::path& logFile) {
     m_formerBackEnd = TLog::ReplaceBackEnd(std::move(backEnd));
     try {
         SetOptions();
-        m_session.emplace();
+        m_session.emplace(OptionsOfTheRun());
     } catch (...) {
         Stop();
         throw;
@@ -34,26 +50,15 @@ std::uint64_t TracedRun::LinesLost() const {
 }
 
 void TracedRun::SetOptions() {
-    // Gives each activity an identity that can be handed to another thread.
-    OptTarn::SetIsForegroundThreadContextEnabled(true);
     // Requests say which site they are for; otherwise it would be one for the whole process.
     OptTarn::SetIsServer(true);
-    OptTarn::SetServerEnvironment(TString(u"example"));
     OptTarn::SetCorvalaCounterScopesOpened(&m_scopesOpened);
-    // End lines tell what memory and processor time each activity took.
-    OptTarn::SetIsTarnPlatforms(true);
-    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingAll);
-    corvala::cputime::SetCpuTrackingEnabled(true);
 }
 
 void TracedRun::ResetOptions() noexcept {
-    corvala::cputime::SetCpuTrackingEnabled(false);
-    corvala::memory::SetMemoryTrackingMode(corvala::memory::MemoryTrackingOff);
-    OptTarn::SetIsTarnPlatforms(false);
     OptTarn::SetCorvalaCounterScopesOpened(nullptr);
     OptTarn::SetServerEnvironment(TString());
     OptTarn::SetIsServer(false);
-    OptTarn::SetIsForegroundThreadContextEnabled(false);
 }
 
 void TracedRun::Stop() noexcept {

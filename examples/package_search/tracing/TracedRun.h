@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tarn/TracingSession.h"
+#include "tarn/Session.h"
 
 #include "cvlcoreplatform/host/LogBackEnd.h"
 #include "cvlsys/IntegerTypes.h"
@@ -13,9 +13,9 @@
 
 namespace packagesearch {
 
-/// Tracing to a log file, from construction to destruction: this is all that the program does to
-/// start and stop it. One at a time, constructed and destroyed on one thread, which is the main
-/// one; whatever is traced elsewhere must have ended before it goes.
+/// Tracing to a log file, and counting for /metrics, from construction to destruction: this is all
+/// that the program does to start and stop it. One at a time, constructed and destroyed on one
+/// thread, which is the main one; whatever is traced elsewhere must have ended before it goes.
 class TracedRun {
 public:
     /// Appends to the file, which is made if it is not there. Throws `std::system_error` with a
@@ -40,7 +40,7 @@ private:
     std::uint64_t m_linesLostBefore = 0;
     std::shared_ptr<TLog::LogBackEnd> m_formerBackEnd;
     std::atomic<int64> m_scopesOpened{0};
-    std::optional<tarn::TracingSession> m_session;
+    std::optional<const tarn::Session> m_session;
 };
 
 }  // namespace packagesearch

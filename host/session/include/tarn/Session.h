@@ -69,6 +69,11 @@ struct SessionOptions {
     /// Each line also says who started the activity (`caller`) and has a number (`seq`).
     bool extras = false;
 
+    /// Whether what ends is counted by its name, for `PrometheusText` (tarn/Prometheus.h), and how
+    /// many names have counts of their own: further ones are counted together.
+    bool counters = false;
+    std::size_t countedNames = 200;
+
     /// Limits on what is kept; what exceeds them is left out and counted.
     std::uint64_t attributesPerScope = 1'000'000;
     std::uint64_t nestedScopes = 1'000'000;

@@ -2,6 +2,7 @@
 
 #include "tarn/ActivitySchema.h"
 #include "tarn/Export.h"
+#include "tarn/IFinishedActivityListener.h"
 #include "tarn/IMetricsMonitorSink.h"
 #include "tarn/IMetricsMonitorUUID.h"
 
@@ -69,6 +70,11 @@ public:
     /// the former sink may be at. Called from inside the former sink's own `Log`, it takes effect
     /// when that returns. Throws `std::bad_alloc`, and then changes nothing.
     void SetSink(std::unique_ptr<IMetricsMonitorSink> sink);
+
+    /// Tells `listener` of each activity that ends from now on; null: nobody. Not owned: it must
+    /// live until the monitor is gone, or for good where it may be taken away while others trace.
+    /// Any thread may call it at any time.
+    void SetFinishedActivityListener(tarn::IFinishedActivityListener* listener) noexcept;
 
     /// With `enabled`, each log event also carries, in its activity table,
     /// - `caller`: the id of the activity that started this one, even if that has ended; missing
@@ -156,6 +162,9 @@ private:
                           bool startsRequest);
     void LogBegin(ScopeState& state);
     void LogEnd(ScopeState& state, const Metrics::MetricsEvent& event);
+    static void TellFinished(const ScopeState& state,
+                             const MetricsTimeInfo& end,
+                             tarn::IFinishedActivityListener& listener);
 
     // Attributes.
     void OnNameValue(const Metrics::MetricsEvent& event);

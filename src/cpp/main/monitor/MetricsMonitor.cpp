@@ -119,6 +119,11 @@ void MetricsMonitor::SetSink(std::unique_ptr<IMetricsMonitorSink> sink) {
     m_records->sink.Replace(sink != nullptr ? std::move(sink) : std::make_unique<LogSink>());
 }
 
+void MetricsMonitor::SetFinishedActivityListener(
+    tarn::IFinishedActivityListener* listener) noexcept {
+    m_records->finishedListener.store(listener, std::memory_order_release);
+}
+
 void MetricsMonitor::SetAdditionalFields(bool enabled) noexcept {
     m_records->hasAdditionalFields.store(enabled, std::memory_order_relaxed);
 }

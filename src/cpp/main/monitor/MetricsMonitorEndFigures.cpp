@@ -119,6 +119,27 @@ void MetricsMonitor::AddEndActivitySpecificNameValues(ScopeState& state,
     state.exclusive = state.elapsed - state.childrenTime;
 }
 
+void MetricsMonitor::TellFinished(const ScopeState& state,
+                                  const MetricsTimeInfo& end,
+                                  tarn::IFinishedActivityListener& listener) {
+    using Outcome = tarn::FinishedActivity::Outcome;
+    const tarn::TokenStrings& tokens = tarn::Tokens();
+    Outcome outcome = Outcome::Failed;
+    if (state.result == tokens.resultOk) {
+        outcome = Outcome::Ok;
+    } else if (state.result == tokens.earlyTerminationAttr) {
+        outcome = Outcome::EarlyTermination;
+    }
+    const tarn::ResourceFigures& figures = state.resources;
+    listener.OnFinished({state.name,
+                         outcome,
+                         tarn::SubtractFigures(end.time, state.openTime.time),
+                         figures.userTime.exclusive,
+                         figures.kernelTime.exclusive,
+                         figures.allocatedBytes.exclusive,
+                         figures.allocationCount.exclusive});
+}
+
 void MetricsMonitor::FoldIntoParent(const ScopeState& child, ScopeState& parent) {
     if (parent.scopeId == child.scopeId) {
         return;

@@ -267,9 +267,13 @@ void MetricsMonitor::LogEnd(ScopeState& state, const MetricsEvent& event) {
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
         AddSpecificContextAttributesToParent(state);
     }
-    if (!IsSilent(state)) {
-        m_records->sink.Log(CreateEndLogEvent({state, closeTime}));
+    if (IsSilent(state)) {
+        return;
     }
+    if (auto* const listener = m_records->finishedListener.load(std::memory_order_acquire)) {
+        TellFinished(state, closeTime, *listener);
+    }
+    m_records->sink.Log(CreateEndLogEvent({state, closeTime}));
 }
 
 void MetricsMonitor::OnPostCloseScope(const MetricsEvent& event) {

@@ -49,6 +49,9 @@ struct MetricsMonitor::Records {
 
     std::atomic<bool> hasAdditionalFields{false};
 
+    /// The host's, and null where nobody counts.
+    std::atomic<tarn::IFinishedActivityListener*> finishedListener{nullptr};
+
     /// What requests begin with. It does not change once it is published.
     Metrics::NameValueList requestDefaults;
     bool givesRequestIds = false;

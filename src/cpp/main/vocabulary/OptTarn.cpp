@@ -3,6 +3,8 @@
 #include "NeverDestroyed.h"
 #include "OptTarnInternal.h"
 
+#include "tarn/LibraryCounters.h"
+
 #include "cvlcoreplatform/ComputerName.h"
 #include "cvlcoreplatform/TLogger.h"
 
@@ -77,11 +79,23 @@ void WarnOfCounterCallback() noexcept {
     }
 }
 
-void Increment(const std::atomic<std::atomic<int64>*>& counter) {
-    if (std::atomic<int64>* const target = counter.load(std::memory_order_relaxed)) {
-        target->fetch_add(1);
+constinit std::atomic<bool> s_isCounting{false};
+
+struct Counter {
+    std::atomic<std::atomic<int64>*> host{nullptr};
+    std::atomic<uint64> own{0};
+
+    void Increment() noexcept {
+        if (std::atomic<int64>* const target = host.load(std::memory_order_relaxed)) {
+            target->fetch_add(1);
+        }
+        if (s_isCounting.load(std::memory_order_relaxed)) {
+            own.fetch_add(1, std::memory_order_release);
+        }
     }
-}
+
+    uint64 Get() const noexcept { return own.load(std::memory_order_acquire); }
+};
 
 }  // namespace
 
@@ -212,15 +226,15 @@ TARN_DEFINE_COUNTER_NAME(SetMetricsMonitorScopeClosedConst,
 
 #undef TARN_DEFINE_COUNTER_NAME
 
-#define TARN_DEFINE_COUNTER(name)                                        \
-    namespace {                                                          \
-    constinit std::atomic<std::atomic<int64>*> s_counter##name{nullptr}; \
-    }                                                                    \
-    void SetCorvalaCounter##name(std::atomic<int64>* counter) {          \
-        s_counter##name.store(counter, std::memory_order_relaxed);       \
-    }                                                                    \
-    void IncrementCorvalaCounter##name() {                               \
-        Increment(s_counter##name);                                      \
+#define TARN_DEFINE_COUNTER(name)                                       \
+    namespace {                                                         \
+    constinit Counter s_counter##name;                                  \
+    }                                                                   \
+    void SetCorvalaCounter##name(std::atomic<int64>* counter) {         \
+        s_counter##name.host.store(counter, std::memory_order_relaxed); \
+    }                                                                   \
+    void IncrementCorvalaCounter##name() {                              \
+        s_counter##name.Increment();                                    \
     }
 
 TARN_DEFINE_COUNTER(ContextsCreated)
@@ -233,3 +247,23 @@ TARN_DEFINE_COUNTER(ScopesClosed)
 #undef TARN_DEFINE_COUNTER
 
 }  // namespace OptTarn
+
+namespace tarn {
+
+void SetLibraryCounting(bool enabled) noexcept {
+    OptTarn::s_isCounting.store(enabled, std::memory_order_relaxed);
+}
+
+LibraryCounters GetLibraryCounters() noexcept {
+    LibraryCounters counters;
+    // What has been closed was opened before.
+    counters.scopesClosed = OptTarn::s_counterScopesClosed.Get();
+    counters.scopesOpened = OptTarn::s_counterScopesOpened.Get();
+    counters.requestContextsClosed = OptTarn::s_counterRequestContextsClosed.Get();
+    counters.requestContextsCreated = OptTarn::s_counterRequestContextsCreated.Get();
+    counters.contextsClosed = OptTarn::s_counterContextsClosed.Get();
+    counters.contextsCreated = OptTarn::s_counterContextsCreated.Get();
+    return counters;
+}
+
+}  // namespace tarn
