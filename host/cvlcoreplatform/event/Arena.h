@@ -42,19 +42,34 @@ public:
         return reinterpret_cast<T*>(piece);
     }
 
+    /// Of the pieces that are not in the block.
+    std::size_t CountHeapBytes() const noexcept {
+        std::size_t sum = 0;
+        for (const Piece& piece : m_heap) {
+            sum += piece.size;
+        }
+        return sum;
+    }
+
 private:
+    struct Piece {
+        std::unique_ptr<char[]> memory;
+        std::size_t size;
+    };
+
     void* TakeFromHeap(std::size_t count, std::size_t size) {
         if (count > std::numeric_limits<std::size_t>::max() / 2 / size) {
             throw std::bad_alloc();
         }
-        std::unique_ptr<char[]> piece(new char[count * size + slack]);
+        const std::size_t taken = count * size + slack;
+        Piece piece{std::unique_ptr<char[]>(new char[taken]), taken};
         m_heap.push_back(std::move(piece));
-        return m_heap.back().get();
+        return m_heap.back().memory.get();
     }
 
     alignas(std::max_align_t) char m_block[bytes + slack];
     char* m_next;
-    std::vector<std::unique_ptr<char[]>> m_heap;
+    std::vector<Piece> m_heap;
 };
 
 }  // namespace cvlcoreplatform

@@ -3,6 +3,7 @@
 #include "PlainText.h"
 #include "UuidText.h"
 
+#include "cvlcoreplatform/TLogValue.h"
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlsys/host/RecycledBlocks.h"
 
@@ -10,6 +11,32 @@
 #include <utility>
 
 namespace TLog {
+namespace {
+
+/// What a value takes, about.
+std::size_t CountBytesOf(const std::shared_ptr<Value>& value) {
+    // Of an object on the heap, and of an entry of a table.
+    constexpr std::size_t object = 96;
+    constexpr std::size_t entry = 64;
+    if (value == nullptr) {
+        return 0;
+    }
+    std::size_t bytes = object;
+    if (value->GetKind() == ValueKind::Literal) {
+        bytes += static_cast<const Literal&>(*value).GetString().View().size() * sizeof(char16_t);
+    } else if (value->GetKind() == ValueKind::Array) {
+        for (const auto& item : static_cast<const Array&>(*value).GetItems()) {
+            bytes += CountBytesOf(item);
+        }
+    } else {
+        for (const auto& [name, field] : static_cast<const Object&>(*value).GetFields()) {
+            bytes += entry + name.View().size() * sizeof(char16_t) + CountBytesOf(field);
+        }
+    }
+    return bytes;
+}
+
+}  // namespace
 
 FormedEvent::FormedEvent(const std::shared_ptr<const Form>& form,
                          EventHead head,
@@ -79,6 +106,14 @@ inline StoredValue FormedEvent::Store(FieldKind kind, const SlotValue& value) {
         default:
             return {.integer = value.integer};
     }
+}
+
+std::size_t FormedEvent::CountBytes() const {
+    std::size_t bytes = cvlsys::hugeBlock + m_memory.CountHeapBytes();
+    for (const std::shared_ptr<Value>& value : m_shared) {
+        bytes += CountBytesOf(value);
+    }
+    return bytes;
 }
 
 Event MakeEvent(const std::shared_ptr<const Form>& form, EventHead head, const SlotValue* values) {

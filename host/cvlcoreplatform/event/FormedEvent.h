@@ -62,6 +62,8 @@ public:
 
     const Form& GetForm() const noexcept { return *m_form; }
 
+    const std::shared_ptr<const Form>& ShareForm() const noexcept { return m_form; }
+
     /// Of all slots.
     const StoredValue* GetValues() const noexcept { return m_values; }
 
@@ -71,6 +73,9 @@ public:
     const std::shared_ptr<Value>& GetShared(const StoredValue& value) const noexcept {
         return m_shared[value.shared];
     }
+
+    /// Of memory, about: with the block that the event lies in and what only it refers to.
+    std::size_t CountBytes() const;
 
     EventValues ToValues() const;
 

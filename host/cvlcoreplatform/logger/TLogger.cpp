@@ -206,6 +206,10 @@ Silence::~Silence() {
     t_successor = m_before;
 }
 
+bool Silence::IsOnThisThread() noexcept {
+    return t_successor == &nowhere;
+}
+
 Logger& Logger::Get() noexcept {
     // Without members and without a destructor that does anything: it is always there.
     static constinit Logger logger;

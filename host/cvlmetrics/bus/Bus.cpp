@@ -309,6 +309,15 @@ bool Flush(const Deadline& deadline) noexcept {
     return true;
 }
 
+bool CallBetweenDeliveries(const Deadline& deadline, const std::function<void()>& body) noexcept {
+    if (IsDelivering()) {
+        body();
+        return true;
+    }
+    const cvlsys::DeliveryGuard guard;
+    return Dispatcher::Get().CallWithin(deadline, body);
+}
+
 bool AwaitDelivery(const Deadline& deadline) noexcept {
     const cvlsys::DeliveryGuard guard;
     return Dispatcher::Get().AwaitDeliveryWithin(deadline);

@@ -6,6 +6,8 @@
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 
+#include <functional>
+
 namespace Metrics {
 
 class Deadline;
@@ -87,6 +89,9 @@ bool RemoveConsumer(const RefCntPtr<IMetricsListener>& listener);
 
 /// See `Metrics::Flush`. Where there is no delivering thread, the calling one delivers.
 bool Flush(const Deadline& deadline) noexcept;
+
+/// See `Metrics::CallBetweenDeliveries`.
+bool CallBetweenDeliveries(const Deadline& deadline, const std::function<void()>& body) noexcept;
 
 /// Waits until what other threads are just delivering has been through all consumers. Whether it
 /// has come in time.

@@ -94,6 +94,10 @@ bool Flush(milliseconds deadline) noexcept {
     return Bus::Flush(Deadline(deadline));
 }
 
+bool CallBetweenDeliveries(milliseconds deadline, const std::function<void()>& body) noexcept {
+    return Bus::CallBetweenDeliveries(Deadline(deadline), body);
+}
+
 bool Shutdown(milliseconds deadline) noexcept {
     return Shutdown(Deadline(deadline));
 }

@@ -1,6 +1,7 @@
 #include "LastWordsSlot.h"
 
 #include "cvlmetrics/LastWords.h"
+#include "cvlmetrics/host/SaveOnCrash.h"
 
 #include <atomic>
 
@@ -9,6 +10,7 @@ namespace Metrics {
 namespace {
 
 constinit std::atomic<const ILastWords*> s_lastWords{nullptr};
+constinit std::atomic<void (*)() noexcept> s_before{nullptr};
 
 }  // namespace
 
@@ -19,6 +21,16 @@ void SetLastWords(const ILastWords& words) noexcept {
 void WithdrawLastWords(const ILastWords& words) noexcept {
     const ILastWords* expected = &words;
     s_lastWords.compare_exchange_strong(expected, nullptr, std::memory_order_acq_rel);
+}
+
+void SetBeforeLastWords(void (*action)() noexcept) noexcept {
+    s_before.store(action, std::memory_order_release);
+}
+
+void LastWordsSlot::CallBefore() noexcept {
+    if (auto* const action = s_before.load(std::memory_order_acquire)) {
+        action();
+    }
 }
 
 TString LastWordsSlot::Describe(uint64 threadId, int64 time) {

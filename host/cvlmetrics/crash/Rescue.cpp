@@ -122,6 +122,7 @@ bool DeliverAndSay(const Crash& crash, CrashedThreads& crashed) noexcept {
     AwaitLastQueued(crash.end);
     TakeOverLogging(crashed);
     delivery.DeliverQueued(crash.end);
+    LastWordsSlot::CallBefore();
     SayLastWords(crash);
     if (delivery.IsSuccessor()) {
         Bus::SetGivenUp(true);

@@ -322,6 +322,21 @@ void Dispatcher::DeliverWaiting(Delivery& delivery) noexcept {
     }
 }
 
+bool Dispatcher::CallWithin(const Deadline& deadline, const std::function<void()>& body) noexcept {
+    Delivery delivery;
+
+    const Lock lock = LockWithin(deadline);
+    if (!lock) {
+        return false;
+    }
+    const CurrentDelivery current(delivery);
+    const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
+
+    body();
+    DeliverWaiting(delivery);
+    return true;
+}
+
 // A thread that delivers holds the lock already, and is inside of a listener.
 void Dispatcher::AddConsumer(Consumer newcomer, const Deadline& deadline) {
     if (t_deliverySide.delivery != nullptr) {

@@ -15,6 +15,7 @@
 #include "cvlsys/host/DeliveryGuard.h"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -71,6 +72,9 @@ public:
     /// All that was queued before the call, and what is just being delivered. False if that is not
     /// done in time.
     bool DeliverQueuedWithin(const Deadline& deadline) noexcept;
+
+    /// Calls `body`, which must not throw, with the role. False if that is not to be had in time.
+    bool CallWithin(const Deadline& deadline, const std::function<void()>& body) noexcept;
 
     // When the lock is not to be had in time, the next delivery makes the change.
 

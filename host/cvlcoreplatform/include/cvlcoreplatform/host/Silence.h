@@ -15,6 +15,9 @@ public:
     Silence(const Silence&) = delete;
     Silence& operator=(const Silence&) = delete;
 
+    /// Whether the calling thread has one.
+    static bool IsOnThisThread() noexcept;
+
 private:
     LogBackEnd* const m_before;
 };

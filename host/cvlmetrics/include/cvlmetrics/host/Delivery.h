@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 
 /// How events get from the threads that emit them to the consumers. A host chooses once, when it
 /// starts; without a choice delivery is synchronous. Any thread may call these operations, also
@@ -73,6 +74,13 @@ CVLMETRICS_API DeliveryOptions GetDelivery() noexcept;
 /// delivery the calling thread does it itself, and a back end that hangs in its own flush holds it
 /// up. Always false when it is called by a consumer during a delivery, which it cannot wait for.
 CVLMETRICS_API bool Flush(std::chrono::milliseconds deadline) noexcept;
+
+/// Calls `body`, which must not throw, while no consumer is called: at once if the calling thread
+/// is inside of a delivery, else as soon as other threads have come to the end of theirs. What
+/// `body` emits is delivered after it. False, and nothing has happened, if it has not come to that
+/// within `deadline`.
+CVLMETRICS_API bool CallBetweenDeliveries(std::chrono::milliseconds deadline,
+                                          const std::function<void()>& body) noexcept;
 
 /// As `Flush`, and ends the delivering thread. What is emitted afterwards is delivered
 /// synchronously. If it returns false, the delivering thread goes on as long as the process lives;

@@ -57,6 +57,12 @@ struct CrashOptions {
 /// handled and `std::system_error` if there is no thread to be had; nothing has changed then.
 CVLMETRICS_API void SaveOnCrash(const CrashOptions& options);
 
+/// Has `action` called at a crash, once what is queued is delivered and before the last words are
+/// asked for: for what a consumer holds back. It is called on a thread of the bus's own while no
+/// other event is delivered; the crash may have interrupted the consumer anywhere, and the action
+/// must not wait for another thread. Null for none. Any thread.
+CVLMETRICS_API void SetBeforeLastWords(void (*action)() noexcept) noexcept;
+
 /// Switches it off and puts the former handlers back, except where somebody has set another one
 /// meanwhile: there ours stays and passes on. Any thread, but not from a signal handler. Does
 /// nothing while it is off.
