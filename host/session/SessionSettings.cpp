@@ -1,10 +1,10 @@
 #include "SessionSettings.h"
 
+#include "KeepText.h"
+#include "SettingText.h"
+
 #include <array>
-#include <charconv>
 #include <cstdlib>
-#include <limits>
-#include <system_error>
 #include <utility>
 
 namespace tarn {
@@ -12,70 +12,6 @@ namespace {
 
 /// What a value may be; null if it is well.
 using Expectation = const char*;
-
-std::string_view Trim(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-/// The parts between the commas that are not blank.
-std::vector<std::string> Split(std::string_view text) {
-    std::vector<std::string> parts;
-    while (!text.empty()) {
-        const std::size_t comma = text.find(',');
-        if (const std::string_view part = Trim(text.substr(0, comma)); !part.empty()) {
-            parts.emplace_back(part);
-        }
-        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
-    }
-    return parts;
-}
-
-template <class Number>
-std::optional<Number> ReadNumber(std::string_view text) {
-    Number number{};
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
-}
-
-/// A number with K, M or G behind it, or without.
-std::optional<uint64> ReadBytes(std::string_view text) {
-    unsigned shift = 0;
-    if (!text.empty()) {
-        switch (text.back()) {
-            case 'K':
-                shift = 10;
-                break;
-            case 'M':
-                shift = 20;
-                break;
-            case 'G':
-                shift = 30;
-                break;
-            default:
-                break;
-        }
-    }
-    const std::optional<uint64> number =
-        ReadNumber<uint64>(shift == 0 ? text : text.substr(0, text.size() - 1));
-    if (!number || *number > (std::numeric_limits<uint64>::max() >> shift)) {
-        return std::nullopt;
-    }
-    return *number << shift;
-}
-
-/// "name=value", where the name is the one asked for.
-std::optional<std::string_view> ValueOf(std::string_view part, std::string_view name) {
-    if (part.size() <= name.size() || !part.starts_with(name) || part[name.size()] != '=') {
-        return std::nullopt;
-    }
-    return part.substr(name.size() + 1);
-}
 
 template <class Value>
 using Choice = std::pair<std::string_view, Value>;
@@ -193,6 +129,12 @@ Expectation SetCounters(SessionSettings& settings, std::string_view value) {
     return Choose(value, switches, settings.counters) ? nullptr : "0, 1 or names=200";
 }
 
+Expectation SetKeep(SessionSettings& settings, std::string_view value) {
+    const std::optional<KeepRules> rules = ReadKeepRules(value);
+    settings.keep = rules ? rules : settings.keep;
+    return rules ? nullptr : keepExpectation;
+}
+
 struct Setting {
     const char* variable;
     std::string_view name;
@@ -200,7 +142,7 @@ struct Setting {
     bool mayBeEmpty;  ///< an empty value says something
 };
 
-constexpr std::array<Setting, 9> allSettings{{
+constexpr std::array<Setting, 10> allSettings{{
     {"TARN_LOG", "log", SetLog, false},
     {"TARN_WRITING", "writing", SetWriting, false},
     {"TARN_DELIVERY", "delivery", SetDelivery, false},
@@ -210,6 +152,7 @@ constexpr std::array<Setting, 9> allSettings{{
     {"TARN_MEMORY", "memory", SetMemory, false},
     {"TARN_EXTRAS", "extras", SetExtras, false},
     {"TARN_COUNTERS", "counters", SetCounters, false},
+    {"TARN_KEEP", "keep", SetKeep, false},
 }};
 
 void Set(const Setting& setting,
@@ -292,6 +235,7 @@ void Apply(const SessionSettings& settings, SessionOptions& options) {
     Take(settings.extras, options.extras);
     Take(settings.counters, options.counters);
     Take(settings.countedNames, options.countedNames);
+    Take(settings.keep, options.keep);
 }
 
 }  // namespace tarn

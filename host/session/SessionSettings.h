@@ -26,6 +26,7 @@ struct SessionSettings {
     std::optional<bool> extras;
     std::optional<bool> counters;
     std::optional<std::size_t> countedNames;
+    std::optional<KeepRules> keep;
 
     /// What was said wrongly, in sentences.
     std::vector<std::string> errors;

@@ -1,12 +1,17 @@
 #include "SessionState.h"
 
 #include "Counting.h"
+#include "KeepText.h"
+#include "TreeKeeper.h"
 
+#include "tarn/Headers.h"
 #include "tarn/IMetricsMonitorSink.h"
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
 #include "tarn/TarnSettings.h"
 
+#include "cvlcoreplatform/TLogEvent.h"
+#include "cvlcoreplatform/TLogValue.h"
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -17,6 +22,9 @@
 #include "cvlsys/CpuTime.h"
 #include "cvlsys/MemoryTracking.h"
 
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <limits>
@@ -62,6 +70,61 @@ public:
 private:
     const std::shared_ptr<IMetricsMonitorSink> m_sink;
 };
+
+std::shared_ptr<IMetricsMonitorSink> OrLog(std::shared_ptr<IMetricsMonitorSink> sink) {
+    return sink != nullptr ? std::move(sink) : std::make_shared<MetricsMonitor::LogSink>();
+}
+
+constexpr auto withoutLimit = std::chrono::milliseconds::max();
+
+/// The log says by which rules trees are left out, and how late lines may come.
+void LogRules(const KeepRules& rules) {
+    TLog::Logger& logger = TLog::Logger::Get();
+    if (!logger.IsEnabled(TLog::Info)) {
+        return;
+    }
+    TLog::NameTable body;
+    body.emplace(u"late", TLog::Literal::Double(HasConditions(rules) ? LatenessOf(rules) : 0, 0));
+    body.emplace(u"rules", TLog::Literal::String(TString(ToText(rules))));
+    logger.Log(TLog::Info,
+               TLog::Event(TString(u"tarn-keep-rules"), TLog::Object::Make(std::move(body))));
+}
+
+/// What waits when the process ends or crashes while there is a session.
+class WaitingAtEnd {
+public:
+    /// Null for none. The sink stays until there is another one.
+    static void Set(KeepSink* sink) {
+        static const bool isRegistered = [] {
+            std::atexit(Write);
+            std::at_quick_exit(Write);
+            return true;
+        }();
+        static_cast<void>(isRegistered);
+        s_sink.store(sink, std::memory_order_release);
+        Metrics::SetBeforeLastWords(sink != nullptr ? WriteInCrash : nullptr);
+    }
+
+private:
+    static void Write() {
+        if (KeepSink* const sink = s_sink.exchange(nullptr)) {
+            const std::chrono::milliseconds deadline = Metrics::GetDelivery().exitDeadline;
+            Metrics::Flush(deadline);
+            Metrics::CallBetweenDeliveries(
+                deadline, [sink] { sink->Finish(KeepSink::Afterwards::HandOnFurtherLines); });
+        }
+    }
+
+    static void WriteInCrash() noexcept {
+        if (KeepSink* const sink = s_sink.load(std::memory_order_acquire)) {
+            sink->Finish(KeepSink::Afterwards::SortFurtherLines);
+        }
+    }
+
+    static constinit std::atomic<KeepSink*> s_sink;
+};
+
+constinit std::atomic<KeepSink*> WaitingAtEnd::s_sink{nullptr};
 
 Metrics::DeliveryOptions DeliveryOf(const SessionOptions& options) {
     Metrics::DeliveryOptions delivery = Metrics::GetDelivery();
@@ -141,6 +204,11 @@ Session::State::State(SessionOptions options)
     BeginFigures();
     ChangeScopes(wanted);
     BeginTracing();
+    if (HasConditions(wanted.keep) || !config.empty()) {
+        BeginKeeping();
+    } else if (wanted.sink != nullptr) {
+        SetSink(wanted.sink);
+    }
     if (!config.empty()) {
         try {
             m_watch.emplace(config, std::move(read.text), [this](const std::string& text) {
@@ -155,11 +223,20 @@ Session::State::State(SessionOptions options)
 Session::State::~State() {
     m_watch.reset();
     Metrics::Flush(m_chosen.exitDeadline);
+    if (m_keep != nullptr) {
+        EndKeeping();
+    }
     EndCounting(m_session->GetMonitor());
     SetCountedMonitor({});
 }
 
 void Session::State::SetSink(std::shared_ptr<IMetricsMonitorSink> sink) {
+    if (m_keep != nullptr) {
+        std::shared_ptr<IMetricsMonitorSink> next = OrLog(std::move(sink));
+        Metrics::CallBetweenDeliveries(
+            withoutLimit, [this, &next]() { next = m_keep->SetNext(std::move(next)); });
+        return;
+    }
     m_session->GetMonitor().SetSink(sink != nullptr ? std::make_unique<SharedSink>(std::move(sink))
                                                     : nullptr);
 }
@@ -186,6 +263,16 @@ void Session::State::Change(const SessionOptions& next) {
         ChangeCounting(next);
     }
     m_session->GetMonitor().SetAdditionalFields(next.extras);
+    if (m_keep != nullptr && ToText(next.keep) != ToText(m_inEffect.keep)) {
+        LogRules(next.keep);
+        SetMarksSampled(next.keep.sampled);
+        Metrics::CallBetweenDeliveries(withoutLimit, [this, &next] {
+            try {
+                m_keep->SetRules(next.keep);
+            } catch (...) {  // NOLINT(bugprone-empty-catch): what a sink throws costs its line
+            }
+        });
+    }
     m_inEffect = next;
 }
 
@@ -264,9 +351,25 @@ void Session::State::BeginTracing() {
     if (m_inEffect.counters) {
         ChangeCounting(m_inEffect);
     }
-    if (m_inEffect.sink != nullptr) {
-        SetSink(m_inEffect.sink);
+}
+
+void Session::State::BeginKeeping() {
+    SetMarksSampled(m_inEffect.keep.sampled);
+    m_keep = std::make_shared<KeepSink>(m_inEffect.keep, OrLog(m_inEffect.sink));
+    WaitingAtEnd::Set(m_keep.get());
+    if (HasConditions(m_inEffect.keep)) {
+        LogRules(m_inEffect.keep);
     }
+    m_session->GetMonitor().SetSink(std::make_unique<SharedSink>(m_keep));
+}
+
+void Session::State::EndKeeping() const noexcept {
+    SetMarksSampled(false);
+    WaitingAtEnd::Set(nullptr);
+    Metrics::CallBetweenDeliveries(m_chosen.exitDeadline, [this] {
+        m_keep->Finish(KeepSink::Afterwards::HandOnFurtherLines);
+    });
+    TLog::FlushLog();
 }
 
 void Session::State::OnConfigChange(const std::string& text) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ConfigWatch.h"
+#include "KeepSink.h"
 #include "SessionSettings.h"
 
 #include "tarn/Session.h"
@@ -52,6 +53,10 @@ private:
 
     void BeginFigures();
     void BeginTracing();
+
+    /// Trees are kept or left out from now on, by rules that may change with the file.
+    void BeginKeeping();
+    void EndKeeping() const noexcept;
     void OnConfigChange(const std::string& text);
 
     /// Says each sentence once.
@@ -65,6 +70,8 @@ private:
     SessionOptions m_inEffect;
     std::set<std::string> m_told;
 
+    // Null where there are no rules and none can come.
+    std::shared_ptr<KeepSink> m_keep;
     std::optional<TracingSession> m_session;
     std::optional<ConfigWatch> m_watch;
 };

@@ -31,6 +31,32 @@ enum class MemoryFigures {
     All,  ///< allocations, releases and the peak
 };
 
+/// Which trees of activities are written. Without a condition all are; with some, a tree is written
+/// as a whole if one of them holds for its root, and is otherwise counted and left out. Of a tree
+/// that has its root in another process, the first activity of this process counts as the root.
+///
+/// The lines of a tree wait in memory until that is known: for `names`, `fraction` and `sampled`
+/// when the root begins, for the others when it ends. What waits longer than the limits allow is
+/// written, the oldest tree first. What is left out is counted by name; the log says so once a
+/// minute and at the end, in an event "tarn-left-out". Messages do not wait.
+struct KeepRules {
+    std::chrono::microseconds slow{0};  ///< the root took as long, or longer; 0: no condition
+    bool failed = false;                ///< the root failed; an early termination is no failure
+    std::vector<std::string> names;     ///< the root's name is one of these
+
+    /// This share of all trees, chosen by the root's id, so that all processes that take part in a
+    /// tree choose alike: above 0, up to 1. 0: no condition.
+    double fraction = 0;
+
+    /// The caller has asked for it, by the sampled flag of a W3C `traceparent` (`tarn::Extract`).
+    bool sampled = false;
+
+    // What may wait.
+    std::size_t waitingBytes = std::size_t{64} << 20;  ///< of memory, about
+    std::size_t waitingTrees = 10'000;
+    std::chrono::microseconds waitingTime{60'000'000};  ///< by the times of the log's lines
+};
+
 /// What a session is to do. All of it has a default, and what the first table of
 /// docs/front-door.md lists can be changed without recompiling: variables of the environment win
 /// over the configuration file, which wins over what is set here.
@@ -68,6 +94,9 @@ struct SessionOptions {
 
     /// Each line also says who started the activity (`caller`) and has a number (`seq`).
     bool extras = false;
+
+    /// Which trees are written; all, unless it has a condition.
+    KeepRules keep;
 
     /// Whether what ends is counted by its name, for `PrometheusText` (tarn/Prometheus.h), and how
     /// many names have counts of their own: further ones are counted together.

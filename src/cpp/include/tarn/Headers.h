@@ -9,6 +9,7 @@
 // Headers are whatever holds them: a map, a multimap or a row of names and values (cpp-httplib's
 // `headers` and `Request` among them), the metadata of gRPC, or a function.
 
+#include "tarn/Export.h"
 #include "tarn/Trace.h"
 
 #include <cstddef>
@@ -197,6 +198,11 @@ void Inject(Headers&& headers) noexcept {
         },
         const_cast<std::remove_const_t<Target>*>(&headers));
 }
+
+/// Whether an activity that goes on with a request whose `traceparent` says that it is sampled has
+/// an attribute "sampled" (true). Off at first; a session whose keep rules go by it switches it on.
+/// Any thread; it holds for what `Extract` reads from then on.
+TARN_EXPORT void SetMarksSampled(bool marks) noexcept;
 
 /// Who has sent a request: a scope or an activity that is made with the result goes on with the
 /// sender's tree, in a request of its own. Without headers, and with wrong ones, which are counted

@@ -195,7 +195,8 @@ tarn_work* tarn_activity_begin(const char* name,
             traits,
             from != nullptr ? from->handOver : ActivityHandOver(),
             from != nullptr ? from->foreign : FindForeignTrace(ThreadWork::OfThisThread()),
-            AttributePairs(attributes, count).ToList());
+            from != nullptr ? WithMark(*from, AttributePairs(attributes, count).ToList())
+                            : AttributePairs(attributes, count).ToList());
     } catch (...) {
         return nullptr;
     }

@@ -7,11 +7,13 @@
 
 #include "tarn/ActivityContext.h"
 #include "tarn/ActivityTracer.h"
+#include "tarn/Headers.h"
 #include "tarn/ICarrier.h"
 #include "tarn/OptTarn.h"
 #include "tarn/TarnMetricsUtils.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -34,6 +36,8 @@ struct tarn_header_values {  // NOLINT(readability-identifier-naming): named in 
 
 namespace tarn {
 namespace {
+
+constinit std::atomic<bool> s_marksSampled{false};
 
 using abi::tarn_get_header;
 using abi::tarn_handoff;
@@ -241,14 +245,29 @@ std::shared_ptr<ActivityContext> ContextOf(const Sender& sender) {
 
 tarn_handoff* Extract(const Source& source, const char* name, std::size_t nameLength) {
     Request request = Read(source);
+    const bool isMarked = s_marksSampled.load(std::memory_order_relaxed) &&
+                          request.foreign != nullptr && request.foreign->isSampled;
     return new tarn_handoff{
         {1},
         ActivityHandOver::FromElsewhere(request.sender ? ContextOf(*request.sender) : nullptr),
         NameText(name, nameLength).Get(),
-        std::move(request.foreign)};
+        std::move(request.foreign),
+        isMarked};
 }
 
 }  // namespace
+
+void enabled::SetMarksSampled(bool marks) noexcept {
+    s_marksSampled.store(marks, std::memory_order_relaxed);
+}
+
+Metrics::NameValueList WithMark(const tarn_handoff& from, Metrics::NameValueList&& attributes) {
+    if (from.isMarked) {
+        attributes.emplace_back("sampled", true);
+    }
+    return std::move(attributes);
+}
+
 }  // namespace tarn
 
 namespace tarn::abi {

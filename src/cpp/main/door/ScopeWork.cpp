@@ -122,7 +122,7 @@ HandedWork::HandedWork(const abi::tarn_handoff& from,
                        const char* name,
                        Traits traits,
                        Metrics::NameValueList&& attributes)
-    : run(from.handOver, name, traits, std::move(attributes)),
+    : run(from.handOver, name, traits, WithMark(from, std::move(attributes))),
       foreign(from.foreign) {}
 
 }  // namespace tarn

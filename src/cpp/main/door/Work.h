@@ -112,6 +112,9 @@ void DropStaysThatAreOver(ThreadWork& thread) noexcept;
 /// What came with the request that the thread works for; null if nothing did.
 std::shared_ptr<const ForeignTrace> FindForeignTrace(const ThreadWork& thread) noexcept;
 
+/// The attributes of what goes on with the hand-over. Throws `std::bad_alloc`.
+Metrics::NameValueList WithMark(const abi::tarn_handoff& from, Metrics::NameValueList&& attributes);
+
 /// A text of the C interface as one that ends with a NUL. Throws `std::bad_alloc`.
 class NameText {
 public:
@@ -140,6 +143,7 @@ struct tarn_handoff {  // NOLINT(readability-identifier-naming): named in C
     const ActivityHandOver handOver;
     const std::string name;
     const std::shared_ptr<const ForeignTrace> foreign;
+    const bool isMarked = false;  ///< what goes on with it says that it is sampled
 };
 
 }  // namespace tarn::abi
