@@ -1,20 +1,21 @@
-#include "Interleavings.h"
+#include "LockModels.h"
 
 #include <array>
 #include <compare>
 #include <cstddef>
-#include <ostream>
 #include <string>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
-using tarn::test::RunAllInterleavings;
+using tarn::test::afterEnd;
+using tarn::test::ExclusionErrorOf;
+using tarn::test::ExpectNoError;
+using tarn::test::ExpectNoticed;
+using tarn::test::forEver;
+using tarn::test::notAlone;
 using tarn::test::Step;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 /// A rule of readers that are noted which the model breaks, to show that it notices.
 enum class Broken {
@@ -110,17 +111,13 @@ struct NotesModel {
                    : "place " + std::to_string(static_cast<int>(threads.at(thread).place));
     }
 
+    bool IsInside(const Thread& thread) const {
+        return thread.place == Place::ReaderInside || thread.place == Place::WriterInside;
+    }
+
     std::string Error() const {
-        int readers = 0;
-        int writers = 0;
-        for (const Thread& thread : threads) {
-            readers += thread.place == Place::ReaderInside ? 1 : 0;
-            writers += thread.place == Place::WriterInside ? 1 : 0;
-        }
-        if (writers > 1 || (writers == 1 && readers != 0)) {
-            return "a writer is not alone";
-        }
-        return isReadAfterEnd ? "the lock was read after its end" : "";
+        const std::string error = ExclusionErrorOf(*this);
+        return error.empty() && isReadAfterEnd ? afterEnd : error;
     }
 
     Step Take(std::size_t number) {
@@ -160,8 +157,7 @@ struct NotesModel {
 
     Step To(Thread& thread, Place place) {
         thread.place = place;
-        const bool isInside = place == Place::ReaderInside || place == Place::WriterInside;
-        isDestroyed = isDestroyed || (thread.isLast && isInside);
+        isDestroyed = isDestroyed || (thread.isLast && IsInside(thread));
         return Step::Taken;
     }
 
@@ -336,19 +332,7 @@ struct NotesModel {
     }
 };
 
-/// "rw": a reader and a writer. A capital letter ends the life of the lock when it gets in.
-NotesModel With(const std::string& threads, int rounds, Broken broken) {
-    NotesModel model;
-    model.broken = broken;
-    for (const char letter : threads) {
-        NotesModel::Thread& thread = model.threads.at(model.count);
-        ++model.count;
-        thread.isWriter = letter == 'w' || letter == 'W';
-        thread.isLast = letter == 'W';
-        thread.roundsLeft = rounds;
-    }
-    return model;
-}
+using Breach = tarn::test::Breach<Broken>;
 
 class NotedReadersModelTest : public testing::TestWithParam<const char*> {};
 
@@ -358,59 +342,36 @@ INSTANTIATE_TEST_SUITE_P(Threads,
 
 TEST_P(NotedReadersModelTest, WritersAreAloneAndNobodySleepsForEver) {
     for (const int rounds : {1, 2}) {
-        const auto found = RunAllInterleavings(With(GetParam(), rounds, Broken::Nothing));
-
-        EXPECT_THAT(found.error, IsEmpty()) << testing::PrintToString(found.schedule);
+        ExpectNoError<NotesModel>(GetParam(), rounds);
     }
 }
 
 TEST(NotedReadersModelTest, AWriterThatGetsInLastMayDestroyTheLockWhileReadersLeave) {
     for (const char* threads : {"rW", "rrW"}) {
-        const auto found = RunAllInterleavings(With(threads, 1, Broken::Nothing));
-
-        EXPECT_THAT(found.error, IsEmpty()) << testing::PrintToString(found.schedule);
+        ExpectNoError<NotesModel>(threads, 1);
     }
 }
-
-struct Breach {
-    Broken rule;
-    const char* threads;
-    int rounds;
-    const char* error;
-
-    friend void PrintTo(const Breach& breach, std::ostream* out) {
-        *out << static_cast<int>(breach.rule) << ' ' << breach.threads;
-    }
-};
-
-constexpr const char* notAlone = "a writer is not alone";
-constexpr const char* forEver = "never come to their ends";
-constexpr const char* afterEnd = "after its end";
 
 class NotedReadersBreachTest : public testing::TestWithParam<Breach> {};
 
 INSTANTIATE_TEST_SUITE_P(
     Rules,
     NotedReadersBreachTest,
-    testing::Values(Breach{Broken::ReaderLooksBeforeItNotes, "rw", 1, notAlone},
-                    Breach{Broken::ReaderDoesNotStepBack, "rw", 1, notAlone},
-                    Breach{Broken::WriterPublishesNothingAfterItHasClosed, "rw", 1, notAlone},
-                    Breach{Broken::WriterLooksBeforeItPublishes, "rw", 1, notAlone},
-                    Breach{Broken::WriterIgnoresNotes, "rw", 1, notAlone},
-                    Breach{Broken::WriterPublishesNothingBeforeItSleeps, "rw", 1, forEver},
-                    Breach{Broken::WriterDoesNotLookAgainBeforeItSleeps, "rw", 1, forEver},
-                    Breach{Broken::WriterSleepsOnWhateverTheWordIs, "rw", 1, forEver},
-                    Breach{Broken::ReaderThatLeavesDoesNotLookForWriters, "rw", 1, forEver},
-                    Breach{Broken::ReaderThatLeavesLooksBeforeItForgets, "rw", 1, forEver},
-                    Breach{Broken::ReaderThatStepsBackDoesNotLookForWriters, "rw", 1, forEver},
-                    Breach{Broken::ReaderThatLeavesReadsLock, "rW", 1, afterEnd}));
+    testing::Values(Breach{Broken::ReaderLooksBeforeItNotes, "rw", notAlone},
+                    Breach{Broken::ReaderDoesNotStepBack, "rw", notAlone},
+                    Breach{Broken::WriterPublishesNothingAfterItHasClosed, "rw", notAlone},
+                    Breach{Broken::WriterLooksBeforeItPublishes, "rw", notAlone},
+                    Breach{Broken::WriterIgnoresNotes, "rw", notAlone},
+                    Breach{Broken::WriterPublishesNothingBeforeItSleeps, "rw", forEver},
+                    Breach{Broken::WriterDoesNotLookAgainBeforeItSleeps, "rw", forEver},
+                    Breach{Broken::WriterSleepsOnWhateverTheWordIs, "rw", forEver},
+                    Breach{Broken::ReaderThatLeavesDoesNotLookForWriters, "rw", forEver},
+                    Breach{Broken::ReaderThatLeavesLooksBeforeItForgets, "rw", forEver},
+                    Breach{Broken::ReaderThatStepsBackDoesNotLookForWriters, "rw", forEver},
+                    Breach{Broken::ReaderThatLeavesReadsLock, "rW", afterEnd}));
 
 TEST_P(NotedReadersBreachTest, IsNoticed) {
-    const Breach& breach = GetParam();
-
-    const auto found = RunAllInterleavings(With(breach.threads, breach.rounds, breach.rule));
-
-    EXPECT_THAT(found.error, HasSubstr(breach.error));
+    ExpectNoticed<NotesModel>(GetParam());
 }
 
 }  // namespace

@@ -1,20 +1,21 @@
-#include "Interleavings.h"
+#include "LockModels.h"
 
 #include <array>
 #include <compare>
 #include <cstddef>
-#include <ostream>
 #include <string>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
-using tarn::test::RunAllInterleavings;
+using tarn::test::afterEnd;
+using tarn::test::ExclusionErrorOf;
+using tarn::test::ExpectNoError;
+using tarn::test::ExpectNoticed;
+using tarn::test::forEver;
+using tarn::test::notAlone;
 using tarn::test::Step;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 /// A rule of `cvlsys::ReadWriteLock` that the model breaks, to show that it notices.
 enum class Broken {
@@ -124,18 +125,11 @@ struct LockModel {
     }
 
     std::string Error() const {
-        int readers = 0;
-        int writers = 0;
-        for (const Thread& thread : threads) {
-            (thread.isWriter ? writers : readers) += IsInside(thread) ? 1 : 0;
-        }
-        if (writers > 1 || (writers == 1 && readers != 0)) {
-            return "a writer is not alone";
-        }
-        if (isOvertaken) {
+        const std::string error = ExclusionErrorOf(*this);
+        if (error.empty() && isOvertaken) {
             return "a writer has overtaken a reader that waited when another one left";
         }
-        return isReadAfterEnd ? "the lock was read after its end" : "";
+        return error.empty() && isReadAfterEnd ? afterEnd : error;
     }
 
     Step Take(std::size_t number) {
@@ -383,19 +377,7 @@ struct LockModel {
     }
 };
 
-/// "rw": a reader and a writer. A capital letter ends the life of the lock when it gets in.
-LockModel With(const std::string& threads, int rounds, Broken broken) {
-    LockModel model;
-    model.broken = broken;
-    for (const char letter : threads) {
-        LockModel::Thread& thread = model.threads.at(model.count);
-        ++model.count;
-        thread.isWriter = letter == 'w' || letter == 'W';
-        thread.isLast = letter == 'R' || letter == 'W';
-        thread.roundsLeft = rounds;
-    }
-    return model;
-}
+using Breach = tarn::test::Breach<Broken>;
 
 class ReadWriteLockModelTest : public testing::TestWithParam<const char*> {};
 
@@ -405,64 +387,42 @@ INSTANTIATE_TEST_SUITE_P(Threads,
 
 TEST_P(ReadWriteLockModelTest, WritersAreAloneNobodySleepsForEverAndWaitingReadersGoFirst) {
     for (const int rounds : {1, 2}) {
-        const auto found = RunAllInterleavings(With(GetParam(), rounds, Broken::Nothing));
-
-        EXPECT_THAT(found.error, IsEmpty()) << testing::PrintToString(found.schedule);
+        ExpectNoError<LockModel>(GetParam(), rounds);
     }
 }
 
 TEST(ReadWriteLockModelTest, WhoGetsInLastMayDestroyTheLockWhileOthersLeave) {
     for (const char* threads : {"rW", "wR", "wW"}) {
-        const auto found = RunAllInterleavings(With(threads, 1, Broken::Nothing));
-
-        EXPECT_THAT(found.error, IsEmpty()) << testing::PrintToString(found.schedule);
+        ExpectNoError<LockModel>(threads, 1);
     }
 }
 
-struct Breach {
-    Broken rule;
-    const char* threads;
-    int rounds;
-    const char* error;
-
-    friend void PrintTo(const Breach& breach, std::ostream* out) {
-        *out << static_cast<int>(breach.rule) << ' ' << breach.threads;
-    }
-};
-
-constexpr const char* notAlone = "a writer is not alone";
-constexpr const char* forEver = "never come to their ends";
 constexpr const char* overtaken = "overtaken";
-constexpr const char* afterEnd = "after its end";
 
 class ReadWriteLockBreachTest : public testing::TestWithParam<Breach> {};
 
 INSTANTIATE_TEST_SUITE_P(
     Rules,
     ReadWriteLockBreachTest,
-    testing::Values(Breach{Broken::ReaderDoesNotLookAtGate, "rw", 1, notAlone},
-                    Breach{Broken::ReaderLooksBeforeItEnters, "rw", 1, notAlone},
-                    Breach{Broken::ReaderDoesNotStepBack, "rw", 1, forEver},
-                    Breach{Broken::LateReaderDoesNotEnter, "rww", 1, notAlone},
-                    Breach{Broken::LateReaderIsNotCounted, "rww", 1, overtaken},
-                    Breach{Broken::LateReaderWakesNobody, "rww", 1, forEver},
-                    Breach{Broken::LateReaderLeavesCountFirst, "rww", 1, overtaken},
-                    Breach{Broken::WriterIgnoresLateReaders, "rww", 1, overtaken},
-                    Breach{Broken::WriterLooksIntoSlotsBeforeItCloses, "rw", 1, notAlone},
-                    Breach{Broken::WriterIgnoresSlots, "rw", 1, notAlone},
-                    Breach{Broken::WriterSleepsWithoutFlagInSlot, "rw", 1, forEver},
-                    Breach{Broken::ReaderThatLeavesWakesNobody, "rw", 1, forEver},
-                    Breach{Broken::WriterThatLeavesWakesNobody, "ww", 1, forEver},
-                    Breach{Broken::SleeperSetsFlagOnly, "ww", 1, forEver},
-                    Breach{Broken::WriterThatLeavesReadsLock, "wW", 1, afterEnd},
-                    Breach{Broken::ReaderThatLeavesReadsLock, "rW", 1, afterEnd}));
+    testing::Values(Breach{Broken::ReaderDoesNotLookAtGate, "rw", notAlone},
+                    Breach{Broken::ReaderLooksBeforeItEnters, "rw", notAlone},
+                    Breach{Broken::ReaderDoesNotStepBack, "rw", forEver},
+                    Breach{Broken::LateReaderDoesNotEnter, "rww", notAlone},
+                    Breach{Broken::LateReaderIsNotCounted, "rww", overtaken},
+                    Breach{Broken::LateReaderWakesNobody, "rww", forEver},
+                    Breach{Broken::LateReaderLeavesCountFirst, "rww", overtaken},
+                    Breach{Broken::WriterIgnoresLateReaders, "rww", overtaken},
+                    Breach{Broken::WriterLooksIntoSlotsBeforeItCloses, "rw", notAlone},
+                    Breach{Broken::WriterIgnoresSlots, "rw", notAlone},
+                    Breach{Broken::WriterSleepsWithoutFlagInSlot, "rw", forEver},
+                    Breach{Broken::ReaderThatLeavesWakesNobody, "rw", forEver},
+                    Breach{Broken::WriterThatLeavesWakesNobody, "ww", forEver},
+                    Breach{Broken::SleeperSetsFlagOnly, "ww", forEver},
+                    Breach{Broken::WriterThatLeavesReadsLock, "wW", afterEnd},
+                    Breach{Broken::ReaderThatLeavesReadsLock, "rW", afterEnd}));
 
 TEST_P(ReadWriteLockBreachTest, IsNoticed) {
-    const Breach& breach = GetParam();
-
-    const auto found = RunAllInterleavings(With(breach.threads, breach.rounds, breach.rule));
-
-    EXPECT_THAT(found.error, HasSubstr(breach.error));
+    ExpectNoticed<LockModel>(GetParam());
 }
 
 }  // namespace
