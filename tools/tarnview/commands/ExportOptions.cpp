@@ -1,5 +1,6 @@
 #include "commands/CommonOptions.h"
 #include "commands/ExportCommand.h"
+#include "commands/SlowestOption.h"
 
 #include <map>
 #include <memory>
@@ -67,16 +68,7 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
         .add_option(
             "--service", options->service, "For otlp: the service.name; the site unless given")
         ->type_name("NAME");
-    command
-        .add_option_function<std::size_t>(
-            "--slowest",
-            [options](std::size_t count) {
-                options->order = TreeOrder::Slowest;
-                options->count = count;
-            },
-            "The N trees in which what fits the filters took longest, without filters the roots")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1'000'000'000).description(""));
+    AddSlowestOption(command, options->order, options->count);
     AddFilterOptions(command, options->filter);
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);

@@ -1,5 +1,6 @@
 #include "commands/CommonOptions.h"
 #include "commands/ReportCommand.h"
+#include "commands/SlowestOption.h"
 
 #include <memory>
 
@@ -22,16 +23,7 @@ void AddReport(CLI::App& program, CommonOptions& common, Command& chosen) {
     CLI::App& command = *program.add_subcommand(
         "report", "A page for a browser: timeline, flame chart, table by name, failures");
     AddInputOptions(command, options->input);
-    command
-        .add_option_function<std::size_t>(
-            "--slowest",
-            [options](std::size_t count) {
-                options->order = TreeOrder::Slowest;
-                options->count = count;
-            },
-            "The N trees in which what fits the filters took longest, without filters the roots")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1'000'000'000).description(""));
+    AddSlowestOption(command, options->order, options->count);
     AddFilterOptions(command, options->filter);
     AddTimeOptions(command, common);
     AddCommonOptions(command, common);
