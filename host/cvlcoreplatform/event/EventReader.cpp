@@ -2,6 +2,7 @@
 
 #include "FormedEvent.h"
 
+#include <unordered_map>
 #include <utility>
 
 namespace TLog {
@@ -51,20 +52,28 @@ struct EventReader::Places {
         std::size_t slot = absent;  ///< without one the form says it all
     };
 
+    // Shared, so that no other one gets the address of one that is known.
     std::shared_ptr<const Form> form;
     std::vector<Place> places;
 };
 
-EventReader::EventReader(std::vector<Field> fields) : m_fields(std::move(fields)) {}
+struct EventReader::KnownForms {
+    std::unordered_map<const Form*, Places> places;
+};
+
+EventReader::EventReader(std::vector<Field> fields)
+    : m_fields(std::move(fields)),
+      m_known(std::make_unique<KnownForms>()) {}
 
 EventReader::~EventReader() = default;
 
 const EventReader::Places& EventReader::PlacesIn(const std::shared_ptr<const Form>& form) {
-    if (const auto known = m_places.find(form.get()); known != m_places.end()) {
+    auto& places = m_known->places;
+    if (const auto known = places.find(form.get()); known != places.end()) {
         return known->second;
     }
-    if (m_places.size() >= mostForms) {
-        m_places.clear();
+    if (places.size() >= mostForms) {
+        places.clear();
     }
     Places found{form, std::vector<Places::Place>(m_fields.size())};
     std::size_t slot = 0;
@@ -78,7 +87,7 @@ const EventReader::Places& EventReader::PlacesIn(const std::shared_ptr<const For
         }
         slot += hasSlot ? 1 : 0;
     }
-    return m_places.emplace(form.get(), std::move(found)).first->second;
+    return places.emplace(form.get(), std::move(found)).first->second;
 }
 
 bool EventReader::Read(const Event& event, ReadField* values, ReadHead& head) {

@@ -296,6 +296,30 @@ TEST_F(TreeKeeperTest, ATreeThatWaitsForTooLongIsWrittenAndCounted) {
     EXPECT_EQ(LeftOut("unjudged"), 1);
 }
 
+TEST_F(TreeKeeperTest, WhatIsOverdueComesBeforeTheLineThatShowsIt) {
+    KeepRules rules = Named("pay");
+    rules.waitingTime = 10s;
+    Begins(rules);
+
+    Take(Begin({"r", "", "hang"}, 0s));
+    Take(Begin({"p", "", "pay"}, 60s));
+
+    EXPECT_EQ(Written(), "begin-hang begin-pay");
+}
+
+TEST_F(TreeKeeperTest, ARootThatEndsLateIsJudgedByItsEnd) {
+    KeepRules rules = Failed();
+    rules.waitingTime = 10s;
+    Begins(rules);
+
+    Take(Begin({"r", "", "load"}, 0s));
+    Take(End({"r", "", "load"}, 60, "ok", 60s));
+
+    EXPECT_EQ(Written(), "");
+    EXPECT_EQ(LeftOut("lines"), 2);
+    EXPECT_EQ(LeftOut("unjudged"), 0);
+}
+
 TEST_F(TreeKeeperTest, LimitsMayBeAsLargeAsTheirTypes) {
     KeepRules rules = Slow(std::chrono::microseconds::max());
     rules.waitingTime = std::chrono::microseconds::max();

@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <memory>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace TLog {
@@ -50,12 +49,12 @@ public:
 
 private:
     struct Places;
+    struct KnownForms;
 
     const Places& PlacesIn(const std::shared_ptr<const Form>& form);
 
     const std::vector<Field> m_fields;
-    // The forms are shared, so that no other one gets the address of one that is known.
-    std::unordered_map<const Form*, Places> m_places;
+    const std::unique_ptr<KnownForms> m_known;
 };
 
 }  // namespace TLog
