@@ -446,6 +446,11 @@ const std::vector<Operation>& Operations() {
 
         // The bus.
         {"Metrics::SetDelivery", "", SetDeliveryAsItIs},
+        {"Metrics::CallBetweenDeliveries",
+         "",
+         [] { Metrics::CallBetweenDeliveries(std::chrono::seconds(30), [] {}); }},
+        {"Metrics::SetBeforeLastWords", "", [] { Metrics::SetBeforeLastWords(nullptr); }},
+        {"tarn::enabled::SetMarksSampled", "", [] { tarn::SetMarksSampled(false); }},
         {"Metrics::GetDelivery", "", [] { static_cast<void>(Metrics::GetDelivery()); }},
         {"Metrics::Flush", "", [] { Metrics::Flush(milliseconds(1000)); }},
         {"Metrics::Shutdown",
