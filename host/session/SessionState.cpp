@@ -4,6 +4,8 @@
 #include "KeepText.h"
 #include "TreeKeeper.h"
 
+#include "tarn/ActivityContext.h"
+#include "tarn/ActivityTracer.h"
 #include "tarn/Headers.h"
 #include "tarn/IMetricsMonitorSink.h"
 #include "tarn/MetricsMonitor.h"
@@ -16,6 +18,7 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlcoreplatform/host/MessageActivity.h"
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlmetrics/host/Delivery.h"
 #include "cvlmetrics/host/SaveOnCrash.h"
@@ -148,6 +151,17 @@ MemoryTrackingMode ModeOf(MemoryFigures figures) {
     }
 }
 
+/// As the activity's own lines name it: at the top of a tree by the id of the root.
+bool FindActivityOfThread(TLog::MessageActivity& activity) {
+    const std::shared_ptr<ActivityContext> current = ActivityTracer::GetCurrentActivityContext();
+    if (current == nullptr) {
+        return false;
+    }
+    activity.root = current->GetRootId();
+    activity.id = current->GetTraceDepth() <= 0 ? activity.root : current->GetActivityId();
+    return true;
+}
+
 /// Relative paths mean the folder that the program is started in, wherever it goes later.
 std::string Absolute(const std::string& path) {
     std::error_code error;
@@ -226,6 +240,7 @@ Session::State::~State() {
     if (m_keep != nullptr) {
         EndKeeping();
     }
+    TLog::SetMessageActivityFunction(nullptr);
     EndCounting(m_session->GetMonitor());
     SetCountedMonitor({});
 }
@@ -262,7 +277,7 @@ void Session::State::Change(const SessionOptions& next) {
     if (next.counters != m_inEffect.counters || next.countedNames != m_inEffect.countedNames) {
         ChangeCounting(next);
     }
-    m_session->GetMonitor().SetAdditionalFields(next.extras);
+    ChangeExtras(next.extras);
     if (m_keep != nullptr && ToText(next.keep) != ToText(m_inEffect.keep)) {
         LogRules(next.keep);
         SetMarksSampled(next.keep.sampled);
@@ -310,6 +325,11 @@ void Session::State::ChangeCounting(const SessionOptions& next) {
     }
 }
 
+void Session::State::ChangeExtras(bool hasExtras) {
+    m_session->GetMonitor().SetAdditionalFields(hasExtras);
+    TLog::SetMessageActivityFunction(hasExtras ? &FindActivityOfThread : nullptr);
+}
+
 void Session::State::BeginFigures() {
     corvala::cputime::SetCpuTrackingEnabled(m_inEffect.cpu);
     corvala::memory::SetMemoryTrackingMode(ModeOf(m_inEffect.memory));
@@ -346,7 +366,7 @@ void Session::State::BeginTracing() {
     limits.attributesPerScope = m_inEffect.attributesPerScope;
     limits.nestedScopes = m_inEffect.nestedScopes;
     monitor.SetLimits(limits);
-    monitor.SetAdditionalFields(m_inEffect.extras);
+    ChangeExtras(m_inEffect.extras);
     SetCountedMonitor(&monitor);
     if (m_inEffect.counters) {
         ChangeCounting(m_inEffect);

@@ -50,6 +50,7 @@ private:
     void ChangeLog(const SessionOptions& next);
     void ChangeScopes(const SessionOptions& next);
     void ChangeCounting(const SessionOptions& next);
+    void ChangeExtras(bool hasExtras);
 
     void BeginFigures();
     void BeginTracing();

@@ -2,10 +2,12 @@
 
 #include "LineTemplate.h"
 
+#include "cvlcoreplatform/host/MessageActivity.h"
 #include "cvlsys/TSystem.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 
@@ -18,6 +20,8 @@ constexpr int mostLevels = 200;
 
 // One huge event must not hold a thread's memory for good.
 constexpr std::size_t mostBytesKept = std::size_t{256} << 10;
+
+constinit std::atomic<TLog::MessageActivityFunction> s_findActivity{nullptr};
 
 std::string_view NameOf(TLog::Severity severity) noexcept {
     switch (severity) {
@@ -90,7 +94,19 @@ std::string_view JsonLine::Format(TLog::Severity severity,
     m_line.Append(R"(,"message":)");
     m_line.AppendText(message.View());
     WriteProcessAndThread(TSystem::ProcessID(), TSystem::ThreadID());
+    WriteActivityOfMessage();
     return End();
+}
+
+void JsonLine::WriteActivityOfMessage() {
+    const TLog::MessageActivityFunction find = s_findActivity.load(std::memory_order_acquire);
+    if (TLog::MessageActivity activity; find != nullptr && find(activity)) {
+        m_line.Append(R"(,"activity":{"id":)");
+        m_line.AppendText(activity.id.View());
+        m_line.Append(R"(,"root":)");
+        m_line.AppendText(activity.root.View());
+        m_line.Append('}');
+    }
 }
 
 void JsonLine::Begin(TLog::EventTimePoint time, TLog::Severity severity) {
@@ -284,3 +300,7 @@ void JsonLine::WriteLiteral(const TLog::Literal& literal) {
 }
 
 }  // namespace cvlcoreplatform
+
+void TLog::SetMessageActivityFunction(MessageActivityFunction function) noexcept {
+    cvlcoreplatform::s_findActivity.store(function, std::memory_order_release);
+}

@@ -48,6 +48,7 @@ private:
     std::string_view End();
     void WriteTime(TLog::EventTimePoint time);
     void WriteProcessAndThread(uint32 processId, uint64 threadId);
+    void WriteActivityOfMessage();
     void WriteOptional(std::string_view name, const TLog::Value* value);
     void WriteValue(const TLog::Value& value, int depth);
     void WriteLiteral(const TLog::Literal& literal);

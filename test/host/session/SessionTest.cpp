@@ -13,6 +13,7 @@
 #include "tarn/TarnSettings.h"
 #include "tarn/Trace.h"
 
+#include "cvlcoreplatform/TLogger.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Delivery.h"
 #include "cvlsys/CpuTime.h"
@@ -29,6 +30,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -420,6 +422,71 @@ TEST_F(SessionTest, EachTreeHasARequestThatAllOfItsLinesCarry) {
         all.insert(requests.begin(), requests.end());
     }
     EXPECT_EQ(all.size(), 2U);
+}
+
+TEST_F(SessionTest, WithExtrasMessagesNameTheActivityThatTheyAreLoggedIn) {
+    SessionOptions options;
+    options.log = Folder().PathOf("activity.log");
+    options.extras = true;
+    std::string inner;
+    std::string outer;
+    {
+        const Session session(options);
+        TLog::Logger& logger = TLog::Logger::Get();
+        logger.LogMessage(TLog::Info, u"before");
+        const Scope load("load");
+        outer = load.GetActivityId().View();
+        logger.LogMessage(TLog::Info, u"at the top");
+        {
+            const Scope parse("parse");
+            inner = parse.GetActivityId().View();
+            logger.LogMessage(TLog::Info, u"inside");
+        }
+        OnAnotherThread([&logger] { logger.LogMessage(TLog::Info, u"elsewhere"); });
+        OnAnotherThread([&logger, from = Handoff()] {
+            const Scope handed(from, "handed");
+            logger.LogMessage(TLog::Info, u"handed over");
+        });
+    }
+    TLog::Logger::Get().LogMessage(TLog::Info, u"after");
+
+    std::map<std::string, std::string> rest;
+    std::istringstream lines(Read(options.log));
+    for (std::string line; std::getline(lines, line);) {
+        constexpr std::string_view key = R"("message":")";
+        if (const std::size_t begin = line.find(key); begin != std::string::npos) {
+            const std::size_t end = line.find('"', begin + key.size());
+            const std::size_t activity = line.find(R"(,"activity":)");
+            rest[line.substr(begin + key.size(), end - begin - key.size())] =
+                activity == std::string::npos ? "" : line.substr(activity);
+        }
+    }
+    const auto named = [](const std::string& id, const std::string& root) {
+        return R"(,"activity":{"id":")" + id + R"(","root":")" + root + "\"}}";
+    };
+    EXPECT_EQ(rest.at("before"), "");
+    EXPECT_EQ(rest.at("at the top"), named(outer, outer));
+    EXPECT_EQ(rest.at("inside"), named(inner, outer));
+    EXPECT_EQ(rest.at("elsewhere"), "");
+    EXPECT_THAT(rest.at("handed over"), HasSubstr(R"(","root":")" + outer + "\"}"));
+    EXPECT_EQ(rest.at("after"), "");
+}
+
+TEST_F(SessionTest, WithoutExtrasMessagesAreAsTheyWere) {
+    SessionOptions options;
+    options.log = Folder().PathOf("activity.log");
+    {
+        const Session session(options);
+        const Scope load("load");
+        TLog::Logger::Get().LogMessage(TLog::Info, u"inside");
+    }
+
+    std::istringstream lines(Read(options.log));
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_TRUE(line.find("message") == std::string::npos ||
+                    line.find("activity") == std::string::npos)
+            << line;
+    }
 }
 
 TEST_F(SessionTest, ItsSinkIsReplacedWhileOthersTrace) {

@@ -50,7 +50,8 @@ void Messages::Take(const LogLine& line, const Place& place) {
         return;
     }
     const std::string_view text = line.message.empty() ? line.event : line.message;
-    Index index = FindById(text);
+    const auto named = m_byId.find(line.id);
+    Index index = named != m_byId.end() ? named->second : FindById(text);
     if (index == ActivityForest::none) {
         index = FindByTime(line);
     }

@@ -21,9 +21,10 @@ struct Message {
     Place place;
 };
 
-/// Finds the activities that messages belong to: the one whose id is in the message, else the
-/// innermost that ran at its time on its thread, begin and end included. Holds the messages of
-/// these activities and no others. The forest must be linked, and live as long. Used by one thread.
+/// Finds the activities that messages belong to: the one that the line names (`activity`), or
+/// whose id is in the message, else the innermost that ran at its time on its thread, begin and end
+/// included. Holds the messages of these activities and no others. The forest must be linked, and
+/// live as long. Used by one thread.
 class Messages {
 public:
     explicit Messages(const ActivityForest& forest);

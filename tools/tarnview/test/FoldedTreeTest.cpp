@@ -187,6 +187,25 @@ TEST_F(FoldedTreeTest, AMessageThatNamesAnIdBelongsToThatActivityWhereverItWasWr
     EXPECT_THAT(tree, HasSubstr("error  lost " + id + "!"));
 }
 
+TEST_F(FoldedTreeTest, AMessageWhoseLineNamesItsActivityIsThereThoughAnotherOneRan) {
+    const auto message = [](const std::string& id, const std::string& text) {
+        return R"({"time":"2026-03-01T10:00:00.010002Z","severity":"warn","message":")" + text +
+               R"(","pid":1,"tid":1,"activity":{"id":")" + id + R"(","root":"R"}})" + "\n";
+    };
+    TreeOptions options;
+    options.showsMessages = true;
+
+    const std::string tree = Tree(options,
+                                  message("R", "of serve") + message("A", "of the first") +
+                                      message("none", "of what the log lacks") +
+                                      Child("first", "A", 10, 4) + Child("second", "B", 10, 4));
+
+    EXPECT_THAT(tree, HasSubstr("\n  - 2026-03-01T10:00:00.010002Z  warn  of serve\n"));
+    EXPECT_LT(tree.find("first"), tree.find("of the first"));
+    EXPECT_LT(tree.find("of the first"), tree.find("second"));
+    EXPECT_LT(tree.find("second"), tree.find("of what the log lacks")) << "by time and thread";
+}
+
 TEST_F(FoldedTreeTest, AnEscapeSequenceInAMessageOrALabelDoesNotReachTheTerminal) {
     TreeOptions options;
     options.showsMessages = true;

@@ -92,7 +92,8 @@ struct SessionOptions {
     std::vector<std::string> off;  ///< names of scopes that are not traced
     std::int32_t rank = 0;         ///< scopes of a higher rank are not traced
 
-    /// Each line also says who started the activity (`caller`) and has a number (`seq`).
+    /// Each line also says who started the activity (`caller`) and has a number (`seq`); messages
+    /// of the program name the activity that they were logged in.
     bool extras = false;
 
     /// Which trees are written; all, unless it has a condition.
