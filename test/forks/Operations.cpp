@@ -422,7 +422,7 @@ const std::vector<Operation>& Operations() {
          "tarn_activity_suspend tarn_handoff_take tarn_handoff_retain tarn_handoff_release",
          TraceActivitiesThroughFrontDoor},
         {"tarn_extract",
-         "tarn_inject tarn_header_value tarn::ActivityHandOver::FromElsewhere",
+         "tarn_extract_request tarn_inject tarn_header_value tarn::ActivityHandOver::FromElsewhere",
          SendRequestsThroughFrontDoor},
         {"tarn::ActivityTracer::ExtractContext",
          "tarn::ActivityTracer::GetRefusedHeaders",

@@ -1,6 +1,7 @@
 #include "AllocationCounter.h"
 #include "DoorTest.h"
 #include "HostCounters.h"
+#include "Sanitizers.h"
 #include "Threads.h"
 
 #include "tarn/TarnSettings.h"
@@ -111,6 +112,30 @@ TEST_F(DoorHandoffTest, TasksThatNeverRunGiveTheirMemoryBack) {
     cancel(1'000);
 
     EXPECT_LT(static_cast<int64>(allocations.Allocations() - allocations.Releases()), 10);
+}
+
+TEST_F(DoorHandoffTest, EightHundredThousandCanceledTasksHoldNoMemory) {
+    constexpr int tasks = hasAddressSanitizer || hasThreadSanitizer ? 40'000 : 800'000;
+    const Scope serve("serve");
+    const auto cancel = [](int count) {
+        constexpr int waiting = 1000;
+        std::vector<std::function<void()>> queue;
+        for (int i = 0; i < count; ++i) {
+            queue.emplace_back(Wrap("task", [i] { Current().Add("number", i); }));
+            if (queue.size() == waiting) {
+                queue.clear();
+            }
+        }
+    };
+    cancel(2'000);
+
+    const uint64 contexts = Monitor().GetNumberOpenContexts();
+    const AllocationCounter allocations;
+    cancel(tasks);
+
+    EXPECT_LT(static_cast<int64>(allocations.Allocations() - allocations.Releases()), 10);
+    EXPECT_EQ(Monitor().GetNumberOpenContexts(), contexts);
+    EXPECT_EQ(Tree(), "serve (open)\n");
 }
 
 TEST_F(DoorHandoffTest, AHandoffTakesNameTraitsAndAttributesWhereTheWorkIsDone) {

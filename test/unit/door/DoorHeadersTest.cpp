@@ -342,6 +342,46 @@ TEST_F(DoorHeadersTest, AFunctionThatThrowsCostsTheHeadersOnly) {
     EXPECT_EQ(CountOf(Ends("serve")), 1U);
 }
 
+TEST_F(DoorHeadersTest, ForWhomARequestIsIsInEachOfItsLinesAndInNoOther) {
+    Headers headers;
+    {
+        const Scope call("call");
+        Inject(headers);
+    }
+    const std::string user = "ada";
+    {
+        const Scope serve(Extract(headers,
+                                  {{"user", user},
+                                   {"req-desc", "GET /prices"},
+                                   {"rid", 17},
+                                   {"sid", ""},
+                                   {"tid", 4},
+                                   {"price", 5}}),
+                          "serve");
+        OnAnotherThread([from = Handoff()] { const Scope lookup(from, "lookup"); });
+    }
+    { const Scope serve(Extract(headers), "other"); }
+
+    for (const auto& matcher : {Begins("serve"), Ends("serve"), Begins("lookup"), Ends("lookup")}) {
+        EXPECT_THAT(Events(),
+                    Contains(AllOf(matcher, HasUser("ada"), HasRequest("17"), HasSession("-"))));
+    }
+    EXPECT_EQ(ActivityField(Begins("lookup"), "root"), ActivityField(Ends("serve"), "root"));
+    EXPECT_THAT(Events(), Contains(AllOf(Ends("other"), HasUser("-"))));
+}
+
+TEST_F(DoorHeadersTest, WithoutHeadersARequestStillHasItsAttributes) {
+    {
+        Activity serve(Extract(Headers(), {{"user", "bob"}, {"req-desc", "load"}}), "serve");
+        const Scope part(serve.GetHandoff(), "part");
+    }
+
+    EXPECT_THAT(
+        Events(),
+        Contains(AllOf(Begins("serve"), HasUser("bob"), HasActivityField("req-desc", "load"))));
+    EXPECT_THAT(Events(), Contains(AllOf(Ends("part"), HasUser("bob"))));
+}
+
 TEST_F(DoorHeadersTest, ARequestIsMeasuredAndEndsAsOtherScopesDo) {
     {
         Scope serve(Extract(Headers{{"traceparent", foreignParent}}), "serve", {{"path", "/"}});

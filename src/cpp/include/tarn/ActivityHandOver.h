@@ -32,8 +32,11 @@ public:
 
     /// Work that another process has handed over; `sender` is the activity there. Each run is a
     /// child of it, in a request of its own, whatever is current on the thread. Without a sender
-    /// each run begins a tree. Throws `std::bad_alloc`.
-    static ActivityHandOver FromElsewhere(std::shared_ptr<ActivityContext> sender);
+    /// each run begins a tree. `request` says for whom and what for that is, by the tokens of the
+    /// attributes of requests ("user", "req-desc"), from the first line on. Throws
+    /// `std::bad_alloc`.
+    static ActivityHandOver FromElsewhere(std::shared_ptr<ActivityContext> sender,
+                                          Metrics::NameValueList request = {});
 
     class Run;
     class Continuation;

@@ -6,6 +6,10 @@
 //     tarn::Inject(request.headers);                                   // the client
 //     const tarn::Scope serve(tarn::Extract(request.headers), "serve");  // the server
 //
+// The server may say for whom and what for the request is, in each of its lines:
+//
+//     tarn::Extract(request.headers, {{"user", user}, {"req-desc", request.path}})
+//
 // Headers are whatever holds them: a map, a multimap or a row of names and values (cpp-httplib's
 // `headers` and `Request` among them), the metadata of gRPC, or a function.
 
@@ -156,7 +160,7 @@ template <class Headers>
 constexpr void Inject(Headers&& /*headers*/) noexcept {}
 
 template <class Headers>
-Handoff Extract(const Headers& /*headers*/) noexcept {
+Handoff Extract(const Headers& /*headers*/, Attributes /*request*/ = {}) noexcept {
     return {};
 }
 
@@ -170,8 +174,8 @@ inline namespace enabled {
 class Sender {
 public:
     template <class Headers>
-    static Handoff Of(const Headers& headers) noexcept {
-        return Handoff(abi::tarn_extract(
+    static Handoff Of(const Headers& headers, Attributes request) noexcept {
+        return Handoff(abi::tarn_extract_request(
             [](const void* source, const char* name, abi::tarn_header_values* values) {
                 detail::ForEachValue(
                     *static_cast<const Headers*>(source), name, [values](std::string_view value) {
@@ -180,7 +184,9 @@ public:
             },
             &headers,
             "",
-            TARN_TO_NUL));
+            TARN_TO_NUL,
+            request.First(),
+            request.Count()));
     }
 };
 
@@ -208,10 +214,12 @@ TARN_EXPORT void SetMarksSampled(bool marks) noexcept;
 /// sender's tree, in a request of its own. Without headers, and with wrong ones, which are counted
 /// (`ActivityTracer::GetRefusedHeaders`), it begins a tree. This system's headers count before
 /// those of the W3C, of which version 00 is read. A function gets a name, and returns the value or
-/// an empty text.
+/// an empty text. `request` says for whom and what for the request is, in each of its lines:
+/// "user", "req-desc" (a description), "rid" (an id), "sid" (a session), "site"; other names are
+/// left out.
 template <class Headers>
-Handoff Extract(const Headers& headers) noexcept {
-    return Sender::Of(headers);
+Handoff Extract(const Headers& headers, Attributes request = {}) noexcept {
+    return Sender::Of(headers, request);
 }
 
 }  // namespace enabled

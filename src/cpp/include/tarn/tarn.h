@@ -226,6 +226,16 @@ TARN_EXPORT tarn_handoff* tarn_extract(tarn_get_header get,
                                        const char* name,
                                        size_t name_length) TARN_NOTHROW;
 
+/* As tarn_extract, and says for whom and what for the request is, in each of its lines: "user",
+   "req-desc" (a description), "rid" (an id), "sid" (a session), "site". Other names are left
+   out. */
+TARN_EXPORT tarn_handoff* tarn_extract_request(tarn_get_header get,
+                                               const void* source,
+                                               const char* name,
+                                               size_t name_length,
+                                               const tarn_attribute* request,
+                                               size_t count) TARN_NOTHROW;
+
 #ifdef __cplusplus
 }  // extern "C"
 }  // namespace tarn::abi

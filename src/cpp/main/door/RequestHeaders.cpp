@@ -1,7 +1,10 @@
 // Requests to other processes and from them: the headers of this system, and those of the W3C.
 #include "RequestHeaders.h"
 
+#include "ActivityTokenText.h"
+#include "AttributePairs.h"
 #include "RefusedHeaders.h"
+#include "ValueText.h"
 #include "W3cHeaders.h"
 #include "Work.h"
 
@@ -243,13 +246,40 @@ std::shared_ptr<ActivityContext> ContextOf(const Sender& sender) {
                                              0);
 }
 
-tarn_handoff* Extract(const Source& source, const char* name, std::size_t nameLength) {
+/// Those that a request can have and that say something. The log takes them as texts only.
+Metrics::NameValueList AttributesOfRequest(const abi::tarn_attribute* attributes,
+                                           std::size_t count) {
+    const TokenStrings& tokens = Tokens();
+    const TString* const known[] = {&tokens.userAttr,
+                                    &tokens.requestDescription,
+                                    &tokens.ridAttr,
+                                    &tokens.sidAttr,
+                                    &tokens.siteAttr};
+    Metrics::NameValueList list;
+    for (const auto& [key, value] : AttributePairs(attributes, count).ToList()) {
+        TString name = TarnMetricsUtils::ConvertMetricsValueToTString(key);
+        TString text = IsText(value) ? TarnMetricsUtils::ConvertMetricsValueToTString(value)
+                                     : TarnMetricsUtils::MetricsValueToString(value);
+        if (!text.IsEmpty() && std::ranges::any_of(known, [&name](const TString* candidate) {
+                return *candidate == name;
+            })) {
+            list.emplace_back(std::move(name), std::move(text));
+        }
+    }
+    return list;
+}
+
+tarn_handoff* Extract(const Source& source,
+                      const char* name,
+                      std::size_t nameLength,
+                      Metrics::NameValueList attributes) {
     Request request = Read(source);
     const bool isMarked = s_marksSampled.load(std::memory_order_relaxed) &&
                           request.foreign != nullptr && request.foreign->isSampled;
     return new tarn_handoff{
         {1},
-        ActivityHandOver::FromElsewhere(request.sender ? ContextOf(*request.sender) : nullptr),
+        ActivityHandOver::FromElsewhere(request.sender ? ContextOf(*request.sender) : nullptr,
+                                        std::move(attributes)),
         NameText(name, nameLength).Get(),
         std::move(request.foreign),
         isMarked};
@@ -304,9 +334,21 @@ tarn_handoff* tarn_extract(tarn_get_header get,
                            const void* source,
                            const char* name,
                            std::size_t name_length) noexcept {
+    return tarn_extract_request(get, source, name, name_length, nullptr, 0);
+}
+
+tarn_handoff* tarn_extract_request(tarn_get_header get,
+                                   const void* source,
+                                   const char* name,
+                                   std::size_t name_length,
+                                   const tarn_attribute* request,
+                                   std::size_t count) noexcept {
     try {
         static constexpr auto nothing = [](const void*, const char*, tarn_header_values*) {};
-        return Extract(Source(get != nullptr ? get : nothing, source), name, name_length);
+        return Extract(Source(get != nullptr ? get : nothing, source),
+                       name,
+                       name_length,
+                       AttributesOfRequest(request, count));
     } catch (...) {
         return nullptr;
     }

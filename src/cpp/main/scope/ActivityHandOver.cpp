@@ -4,9 +4,24 @@
 
 #include "tarn/ThreadContextPropagator.h"
 
+#include "cvlmetrics/Export.h"
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/MetricsManager.h"
+#include "cvlmetrics/MetricsValue.h"
+#include "cvlsys/IntegerTypes.h"
+
 #include <memory>
 #include <optional>
 #include <utility>
+
+namespace Metrics {
+
+// A host may leave it out.
+[[gnu::weak]] CVLMETRICS_API void AttributeImpl(MetricsValue&& name,
+                                                MetricsValue&& value,
+                                                uint64 bits);
+
+}  // namespace Metrics
 
 namespace tarn {
 
@@ -19,8 +34,14 @@ struct __attribute__((visibility("hidden"))) ActivityHandOver::Origin {
     // if that was another process.
     std::optional<Metrics::Context> context;
 
+    /// What each run's request has from its beginning on.
+    Metrics::NameValueList request;
+
     /// The id of a new context for a run.
     static uint64 CreateContext(const std::shared_ptr<Origin>& origin);
+
+    /// Makes it the calling thread's current one.
+    static void Open(const std::shared_ptr<Origin>& origin, Metrics::Context& context);
 };
 
 namespace {
@@ -56,6 +77,18 @@ uint64 ActivityHandOver::Origin::CreateContext(const std::shared_ptr<Origin>& or
     return Metrics::Context::Create(false);
 }
 
+void ActivityHandOver::Origin::Open(const std::shared_ptr<Origin>& origin,
+                                    Metrics::Context& context) {
+    context.OpenScope();
+    if (origin == nullptr || Metrics::AttributeImpl == nullptr) {
+        return;
+    }
+    for (const auto& [name, value] : origin->request) {
+        Metrics::AttributeImpl(
+            Metrics::MetricsValue(name), Metrics::MetricsValue(value), Metrics::flagTracing);
+    }
+}
+
 ActivityHandOver::ActivityHandOver() : m_origin(std::make_shared<Origin>()) {
     m_origin->activity = ThreadContextPropagator().GetContext();
     m_origin->context.emplace(0, Metrics::Context::Create(false));
@@ -64,15 +97,17 @@ ActivityHandOver::ActivityHandOver() : m_origin(std::make_shared<Origin>()) {
 ActivityHandOver::ActivityHandOver(std::shared_ptr<Origin> origin) noexcept
     : m_origin(std::move(origin)) {}
 
-ActivityHandOver ActivityHandOver::FromElsewhere(std::shared_ptr<ActivityContext> sender) {
+ActivityHandOver ActivityHandOver::FromElsewhere(std::shared_ptr<ActivityContext> sender,
+                                                 Metrics::NameValueList request) {
     auto origin = std::make_shared<Origin>();
     origin->activity = std::move(sender);
+    origin->request = std::move(request);
     return ActivityHandOver(std::move(origin));
 }
 
 ActivityHandOver::Run::OpenContext::OpenContext(const ActivityHandOver& handOver)
     : context(0, Origin::CreateContext(handOver.m_origin)) {
-    context.OpenScope();
+    Origin::Open(handOver.m_origin, context);
 }
 
 ActivityHandOver::Run::Run(const ActivityHandOver& handOver,
@@ -104,7 +139,7 @@ void ActivityHandOver::Run::DetachFromThread() {
 ActivityHandOver::Continuation::Continuation(const ActivityHandOver& handOver)
     : m_activity(CopyOf(handOver.m_origin != nullptr ? handOver.m_origin->activity : nullptr)),
       m_context(0, Origin::CreateContext(handOver.m_origin)) {
-    m_context.OpenScope();
+    Origin::Open(handOver.m_origin, m_context);
     ThreadActivityRegistry::GetInstance().Push(m_activity);
 }
 
