@@ -1,9 +1,7 @@
 #pragma once
 
-#include "tarn/ActivityScope.h"
+#include "tarn/Headers.h"
 #include "tarn/Session.h"
-
-#include "cvlmetrics/Context.h"
 
 #include <httplib.h>
 #include <string>
@@ -13,23 +11,8 @@ namespace tutorial {
 /// What both services begin with: their log, and what is measured.
 tarn::SessionOptions Options(const std::string& logFile);
 
-/// A request that has arrived. Make one where it is served, before anything else is traced.
-class IncomingRequest {
-public:
-    explicit IncomingRequest(const httplib::Request& request);
-
-private:
-    class About {
-    public:
-        explicit About(const httplib::Request& request);
-
-    private:
-        Metrics::Context m_context;
-    };
-
-    About m_about;
-    tarn::ActivityScope m_serve;
-};
+/// Who has sent a request, and for whom it is: for the scope that serves it.
+tarn::Handoff SenderOf(const httplib::Request& request);
 
 /// What a request to another service has to carry.
 httplib::Headers OutgoingHeaders(const std::string& user);

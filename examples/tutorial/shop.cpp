@@ -36,7 +36,7 @@ std::string AskStock(int port, const std::string& item, const std::string& user)
 }
 
 void Order(const httplib::Request& request, httplib::Response& response, int stockPort) {
-    const tutorial::IncomingRequest incoming(request);
+    const tarn::Scope serve(tutorial::SenderOf(request), "serve");
     const std::string item = request.get_param_value("item");
     tarn::Scope order("order", {{"item", item}});
     try {

@@ -25,7 +25,7 @@ int Lookup(const std::string& item) {
 }
 
 void Stock(const httplib::Request& request, httplib::Response& response) {
-    const tutorial::IncomingRequest incoming(request);
+    const tarn::Scope serve(tutorial::SenderOf(request), "serve");
     try {
         response.set_content(std::to_string(Lookup(request.get_param_value("item"))), "text/plain");
     } catch (const std::exception& error) {
