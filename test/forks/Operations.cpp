@@ -25,6 +25,7 @@
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LineBatch.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlcoreplatform/host/MessageActivity.h"
 #include "cvlcoreplatform/host/TarnEnabled.h"
 #include "cvlmetrics/Context.h"
 #include "cvlmetrics/MetricsManager.h"
@@ -496,6 +497,13 @@ const std::vector<Operation>& Operations() {
         {"TLog::Logger::Log",
          "TLog::Logger::LogMessage TLog::Logger::Get TLog::Logger::IsEnabled TLog::Event::Event",
          LogAll},
+        {"TLog::SetMessageActivityFunction",
+         "",
+         [] {
+             TLog::SetMessageActivityFunction([](TLog::MessageActivity&) { return true; });
+             LogAll();
+             TLog::SetMessageActivityFunction(nullptr);
+         }},
         {"TLog::SetThreshold",
          "TLog::GetThreshold",
          [] { TLog::SetThreshold(TLog::GetThreshold()); }},
