@@ -54,7 +54,11 @@ inline constexpr bool isByteText =
 template <class Result>
 std::string_view ViewOf(const Result& text) noexcept {
     static_assert(isText<Result>, "tarn: ToAttribute returns a number, a bool or a text");
-    return text;
+    if constexpr (isText<Result>) {  // or it would be told twice
+        return text;
+    } else {
+        return {};
+    }
 }
 
 /// Called by the library when it wants the text.
