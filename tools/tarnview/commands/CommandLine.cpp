@@ -33,12 +33,14 @@ constexpr const char* commandLineFooter = R"(From a log to an answer:
                                              a timeline for a trace viewer
   tarnview push http://localhost:4318 server.log
                                              spans for a collector
+  tarnview load --to http://localhost:8123/logs server.log
+                                             into an engine, for many machines
   tarnview check server.log                  whether the log can be trusted
 
 'tarnview COMMAND --help' has the options of a command, and examples.
 
-Exit status: 0 success, 1 'check' found the log not whole, 'show' not exactly one activity or 'push' some rejected, 2 a
-command line that is not understood, 3 a file that cannot be read or written or is no log. What is wrong with a log is named on
+Exit status: 0 success, 1 'check' found the log not whole, 'show' not exactly one activity, or 'load' or 'push' had some
+rejected, 2 a command line that is not understood, 3 a file that cannot be read or written or is no log. What is wrong with a log is named on
 the standard error stream and does not change the exit status of the other commands.)";
 
 // Who forgets the name of the output and gives that of a log instead means no harm to the log.
@@ -129,7 +131,8 @@ int Run(int argumentCount, char** arguments) {
     AddCheck(program, common, command);
     AddReport(program, common, command);
     AddExport(program, common, command);
-#ifdef TARNVIEW_HAS_PUSH
+#ifdef TARNVIEW_HAS_NETWORK
+    AddLoad(program, common, command);
     AddPush(program, common, command);
 #endif
     if (IsUnknownCommand(program, argumentCount, arguments)) {

@@ -1,11 +1,15 @@
 #include "commands/CommonOptions.h"
 
 #include "commands/HumanTime.h"
+#ifdef TARNVIEW_HAS_NETWORK
+#include "engine/EngineAddress.h"
+#endif
 #include "output/ExpressionText.h"
 #include "read/InputFiles.h"
 
 #include <chrono>
 #include <map>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace tarnview {
@@ -71,6 +75,25 @@ void AddTimeOptions(CLI::App& command, CommonOptions& options) {
     local->excludes(utc);
 }
 
+void AddSourceOptions(CLI::App& command, InputOptions& options) {
+#ifdef TARNVIEW_HAS_NETWORK
+    command
+        .add_option_function<std::string>(
+            "--from",
+            [&options](const std::string& url) {
+                try {
+                    EngineAddress::Parse(url);
+                } catch (const std::invalid_argument& error) {
+                    throw CLI::ValidationError("--from", error.what());
+                }
+                options.from = url;
+            },
+            "Ask a ClickHouse server that has the logs, http://HOST:8123/DATABASE; see 'load'")
+        ->type_name("URL");
+#endif
+    AddInputOptions(command, options);
+}
+
 void AddInputOptions(CLI::App& command, InputOptions& options) {
     options.files.clear();
     command
@@ -84,6 +107,12 @@ void AddInputOptions(CLI::App& command, InputOptions& options) {
         [&options] { options.addsRotated = false; },
         "Read the named files only, not the full ones beside them (a.1.log, a.2.log ... of a.log)");
     command.parse_complete_callback([&options] {
+        if (!options.from.empty() && !options.files.empty()) {
+            throw CLI::ValidationError("--from", "log files cannot be read as well");
+        }
+        if (!options.from.empty()) {
+            return;
+        }
         if (options.files.empty() && isatty(STDIN_FILENO) != 0) {
             throw CLI::RequiredError("LOG");
         }

@@ -51,6 +51,8 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options);
 /// --utc, --local and --relative, for commands that print times or take them; the last one given
 /// counts.
 void AddTimeOptions(CLI::App& command, CommonOptions& options);
+/// Log files, or an engine that has the logs.
+void AddSourceOptions(CLI::App& command, InputOptions& options);
 void AddInputOptions(CLI::App& command, InputOptions& options);
 /// Reads a time as people write it, in the zone that the options of the command ask for. The
 /// command must have time options.
@@ -73,6 +75,7 @@ void AddCheck(CLI::App& program, CommonOptions& common, Command& chosen);
 void AddReport(CLI::App& program, CommonOptions& common, Command& chosen);
 void AddExport(CLI::App& program, CommonOptions& common, Command& chosen);
 /// Only if the program was built with it.
+void AddLoad(CLI::App& program, CommonOptions& common, Command& chosen);
 void AddPush(CLI::App& program, CommonOptions& common, Command& chosen);
 
 }  // namespace tarnview

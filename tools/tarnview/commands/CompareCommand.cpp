@@ -150,12 +150,16 @@ int ReadSide(const CompareOptions& options,
     parsing.wantsTables =
         parsing.wantsTables || Grouping::FromNames(options.groupBy)->NeedsTables();
     Input input(files, context);
-    ReadActivities(input, parsing, [&](Activity&& activity) {
-        if (filter.Passes(activity)) {
-            const bool isOld = side ? *side == Side::Old : activity.begin < *options.at;
-            comparison.Take(activity, isOld ? Side::Old : Side::New);
-        }
-    });
+    ReadActivities(
+        input,
+        parsing,
+        [&](Activity&& activity) {
+            if (filter.Passes(activity)) {
+                const bool isOld = side ? *side == Side::Old : activity.begin < *options.at;
+                comparison.Take(activity, isOld ? Side::Old : Side::New);
+            }
+        },
+        &filter);
     return input.Finish();
 }
 

@@ -26,6 +26,9 @@ void Check(const CompareOptions& options) {
     if (!Grouping::FromNames(options.groupBy)) {
         throw CLI::ValidationError("--by", "known are " + Grouping::KnownNames());
     }
+    if (!options.at && !options.question.input.from.empty()) {
+        throw CLI::ValidationError("--from", "needs --at TIME to part the sides");
+    }
     if (!options.at && options.old.empty() && options.question.input.files.size() != 2) {
         throw CLI::ValidationError(
             "LOG",

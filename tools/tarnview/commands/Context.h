@@ -36,10 +36,11 @@ struct Context {
     TimeStyle times{};         ///< its base is known when the log has been read once
 };
 
-/// Which files to read.
+/// Which files to read, or where else the logs are.
 struct InputOptions {
     std::vector<std::string> files;
     bool addsRotated = true;
+    std::string from{};  ///< an engine that has the logs, instead of files; empty: files
 };
 
 }  // namespace tarnview

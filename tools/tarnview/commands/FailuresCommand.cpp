@@ -41,11 +41,15 @@ int RunFailures(const FailuresOptions& options, Context& context) {
     Input input(options.question.input, context);
     FailureGroups failures(options.grouping);
     const Filter& filter = options.question.filter;
-    ReadActivities(input, {.wantsTables = true}, [&](Activity&& activity) {
-        if (filter.Passes(activity)) {
-            failures.Take(activity);
-        }
-    });
+    ReadActivities(
+        input,
+        {.wantsTables = true},
+        [&](Activity&& activity) {
+            if (filter.Passes(activity)) {
+                failures.Take(activity);
+            }
+        },
+        &filter);
     std::vector<FailureGroup> groups = failures.Groups();
     Sort(groups, options.order);
     if (options.limit != 0 && groups.size() > options.limit) {

@@ -18,7 +18,8 @@ void Follow(const InputOptions& input,
             Context& context,
             const LogScanner::OnLine& onLine,
             const std::function<void()>& onUpdate) {
-    if (std::find(input.files.begin(), input.files.end(), standardInput) != input.files.end()) {
+    if (!input.from.empty() ||
+        std::find(input.files.begin(), input.files.end(), standardInput) != input.files.end()) {
         throw CommandLineError("--follow needs log files");
     }
     const std::vector<std::string> paths = FilesToRead(input.files, input.addsRotated);

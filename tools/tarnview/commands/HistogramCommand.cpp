@@ -59,13 +59,17 @@ int RunHistogram(const HistogramOptions& options, Context& context) {
     const Filter& filter = options.question.filter;
     std::map<std::size_t, std::uint64_t> counts;
     std::uint64_t total = 0;
-    ReadActivities(input, ParsingFor(filter), [&](Activity&& activity) {
-        const auto figure = FigureOf(activity, options.figure);
-        if (figure && filter.Passes(activity)) {
-            ++counts[DurationClassOf(*figure)];
-            ++total;
-        }
-    });
+    ReadActivities(
+        input,
+        ParsingFor(filter),
+        [&](Activity&& activity) {
+            const auto figure = FigureOf(activity, options.figure);
+            if (figure && filter.Passes(activity)) {
+                ++counts[DurationClassOf(*figure)];
+                ++total;
+            }
+        },
+        &filter);
     const bool isMemory = options.figure == HistogramFigure::Memory;
     const auto cell = [&](std::size_t number) {
         const auto edge = static_cast<double>(BeginOfDurationClass(number));

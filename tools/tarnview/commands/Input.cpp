@@ -1,6 +1,9 @@
 #include "commands/Input.h"
 
 #include "output/Units.h"
+#ifdef TARNVIEW_HAS_NETWORK
+#include "engine/EngineSource.h"
+#endif
 
 #include <ostream>
 #include <sys/stat.h>
@@ -28,6 +31,11 @@ Input::Input(const InputOptions& options, Context& context)
       m_progress(context.err, context.terminal.hasProgress, TotalSize(m_files)),
       m_scanner(m_files, m_problems, [this](std::uint64_t bytes) { m_progress.Update(bytes); }) {
     m_problems.SetBeforeOutput([this] { m_progress.Clear(); });
+#ifdef TARNVIEW_HAS_NETWORK
+    if (!options.from.empty()) {
+        m_source = OpenEngine(options.from);
+    }
+#endif
     for (const std::string& file : m_files) {
         if (IsSameFile(file, context.outputPath)) {
             throw CommandLineError("--output: " + context.outputPath + " is read as well");
@@ -42,7 +50,11 @@ void Input::AllowAnotherPass() {
 
 void Input::EndPass() {
     m_isFirstPass = false;
-    m_context.times.base = m_scanner.FirstTime();
+    if (m_source == nullptr) {
+        m_context.times.base = m_scanner.FirstTime();
+    } else if (m_context.times.kind == TimeStyle::Kind::Relative && m_context.times.base == 0) {
+        m_context.times.base = m_source->FirstTime();
+    }
     m_progress.Clear();
 }
 

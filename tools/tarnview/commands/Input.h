@@ -2,11 +2,13 @@
 
 #include "activity/Activity.h"
 #include "commands/Context.h"
+#include "model/ActivitySource.h"
 #include "output/Progress.h"
 #include "read/LogScanner.h"
 #include "read/Problems.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace tarnview {
 
@@ -22,6 +24,9 @@ public:
     /// At the end: says in a line how much was wrong in all, and what follows from it. Returns what
     /// the program ends with: exitInputOutput if a file is no log, else exitSuccess.
     int Finish();
+
+    /// Where the activities are if they are in no files; else null, and Scanner() reads the lines.
+    ActivitySource* Source() const { return m_source.get(); }
 
     LogScanner& Scanner() { return m_scanner; }
 
@@ -45,6 +50,7 @@ private:
     std::uint64_t m_coarseLeaves = 0;  // whose processor time cannot be right
     Progress m_progress;
     LogScanner m_scanner;
+    std::unique_ptr<ActivitySource> m_source;
 };
 
 }  // namespace tarnview

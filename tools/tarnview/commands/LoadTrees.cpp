@@ -18,7 +18,13 @@ ParserOptions ParsingFor(const Filter& filter) {
 
 void ReadActivities(Input& input,
                     const ParserOptions& parsing,
-                    const std::function<void(Activity&&)>& onActivity) {
+                    const std::function<void(Activity&&)>& onActivity,
+                    const Filter* wanted) {
+    if (ActivitySource* const source = input.Source()) {
+        source->Read({.wantsTables = parsing.wantsTables, .filter = wanted}, onActivity);
+        input.EndPass();
+        return;
+    }
     ProcessWatch processes;
     Joiner joiner(input.FindingsOfThisPass(), [&](Activity&& activity) {
         input.Look(activity);
@@ -45,6 +51,15 @@ ActivityForest LoadAll(Input& input) {
 ActivityForest LoadTrees(Input& input, const std::vector<std::string>& roots) {
     const std::unordered_set<std::string_view> wanted(roots.begin(), roots.end());
     ActivityForest forest;
+    if (ActivitySource* const source = input.Source()) {
+        if (!roots.empty()) {
+            source->Read({.wantsTables = true, .roots = roots},
+                         [&](Activity&& activity) { forest.Add(std::move(activity)); });
+        }
+        input.EndPass();
+        forest.Link(input.Findings());
+        return forest;
+    }
     Joiner joiner(input.FindingsOfThisPass(),
                   [&](Activity&& activity) { forest.Add(std::move(activity)); });
     input.Scanner().Scan({.wantsTables = true}, [&](const LogLine& line, const Place& place) {
@@ -60,8 +75,12 @@ ActivityForest LoadTrees(Input& input, const std::vector<std::string>& roots) {
 
 Messages LoadMessages(Input& input, const ActivityForest& forest) {
     Messages messages(forest);
-    input.Scanner().Scan(
-        {}, [&](const LogLine& line, const Place& place) { messages.Take(line, place); });
+    const auto take = [&](const LogLine& line, const Place& place) { messages.Take(line, place); };
+    if (ActivitySource* const source = input.Source()) {
+        source->ReadMessages(take);
+    } else {
+        input.Scanner().Scan({}, take);
+    }
     input.EndPass();
     return messages;
 }
@@ -75,9 +94,19 @@ ActivityForest LoadSelected(Input& input,
         return LoadAll(input);
     }
     TreeSelection selection(filter, order, count);
-    input.AllowAnotherPass();
-    ReadActivities(
-        input, ParsingFor(filter), [&](Activity&& activity) { selection.Take(activity); });
+    const ParserOptions parsing = ParsingFor(filter);
+    const auto take = [&](Activity&& activity) { selection.Take(activity); };
+    if (ActivitySource* const source = input.Source()) {
+        source->Read({.wantsTables = parsing.wantsTables,
+                      .filter = filter.IsEmpty() ? nullptr : &filter,
+                      .wantsWholeTrees = true},
+                     take);
+        selection.NoteTime(order == TreeOrder::Slowest ? source->LastTime() : 0);
+        input.EndPass();
+    } else {
+        input.AllowAnotherPass();
+        ReadActivities(input, parsing, take);
+    }
     roots = selection.Chosen();
     return LoadTrees(input, roots);
 }

@@ -16,10 +16,12 @@ namespace tarnview {
 ParserOptions ParsingFor(const Filter& filter);
 
 /// Joins the activities of one pass over the input; `onActivity` receives the ended ones as they
-/// end, then those that never did. The first pass reports what is wrong.
+/// end, then those that never did. The first pass reports what is wrong. With `wanted` activities
+/// that cannot pass it may be left out.
 void ReadActivities(Input& input,
                     const ParserOptions& parsing,
-                    const std::function<void(Activity&&)>& onActivity);
+                    const std::function<void(Activity&&)>& onActivity,
+                    const Filter* wanted = nullptr);
 
 /// All activities, or those of the trees with these roots, linked.
 ActivityForest LoadAll(Input& input);

@@ -228,12 +228,20 @@ int RunOpen(const OpenOptions& options, Context& context) {
     bool hasActivities = false;
     ParserOptions parsing = ParsingFor(options.filter);
     parsing.wantsTables = parsing.wantsTables || options.isNow;  // which name the host
-    input.Scanner().Scan(parsing, [&](const LogLine& line, const Place& place) {
+    const auto take = [&](const LogLine& line, const Place& place) {
         last = std::max(last, line.time);
         hasActivities = hasActivities || line.IsOfActivity();
         processes.Take(line, place);
         joiner.Take(line, place);
-    });
+    };
+    if (ActivitySource* const source = input.Source()) {
+        source->ReadSignsOfLife(options.isNow, take);
+        source->ReadOpen(parsing.wantsTables,
+                         [&](Activity&& activity) { joiner.Reopen(std::move(activity)); });
+        hasActivities = source->LastTime() != 0;
+    } else {
+        input.Scanner().Scan(parsing, take);
+    }
     processes.ReportDead(joiner.Open(), input.Findings());
     input.EndPass();
     if (hasActivities) {

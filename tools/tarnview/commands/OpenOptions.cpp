@@ -20,7 +20,7 @@ void AddOpen(CLI::App& program, CommonOptions& common, Command& chosen) {
     const auto options = std::make_shared<OpenOptions>();
     CLI::App& command = *program.add_subcommand(
         "open", "What is running, or was when the log ended, longest first");
-    AddInputOptions(command, options->input);
+    AddSourceOptions(command, options->input);
     command.add_option("--stuck", options->stuck, "Only what has been running as long as this")
         ->type_name("SECONDS")
         ->check(CLI::NonNegativeNumber);

@@ -19,7 +19,7 @@ void AddTableOptions(CLI::App& command, TableFormat& format) {
 }
 
 void AddQuestionOptions(CLI::App& command, Question& question, CommonOptions& common) {
-    AddInputOptions(command, question.input);
+    AddSourceOptions(command, question.input);
     AddTableOptions(command, question.format);
     AddFilterOptions(command, question.filter);
     AddTimeOptions(command, common);

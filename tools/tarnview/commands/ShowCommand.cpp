@@ -237,11 +237,17 @@ int RunShow(const ShowOptions& options, Context& context) {
     input.AllowAnotherPass();                  // for the tree
     input.AllowAnotherPass();                  // for messages
     std::map<std::string, std::string> roots;  // by id
-    ReadActivities(input, ParsingFor(options.filter), [&](Activity&& activity) {
+    const ParserOptions parsing = ParsingFor(options.filter);
+    const auto take = [&](Activity&& activity) {
         if (BeginsWith(activity.id, options.id) && options.filter.Passes(activity)) {
             roots.emplace(activity.id, activity.root);
         }
-    });
+    };
+    if (ActivitySource* const source = input.Source()) {
+        source->Read({.wantsTables = parsing.wantsTables, .id = options.id}, take);
+    } else {
+        ReadActivities(input, parsing, take);
+    }
     if (roots.size() != 1) {
         constexpr std::size_t mostShown = 10;
         context.err << "tarnview: "

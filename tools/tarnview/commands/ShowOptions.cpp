@@ -23,7 +23,7 @@ void AddShow(CLI::App& program, CommonOptions& common, Command& chosen) {
         ->type_name("ID")
         ->required()
         ->check([](const std::string& id) { return id.empty() ? "an id is needed" : ""; });
-    AddInputOptions(command, options->input);
+    AddSourceOptions(command, options->input);
     AddWhereOption(command, options->filter);
     command.add_flag("--json", options->isJson, "As a JSON object");
     AddTimeOptions(command, common);

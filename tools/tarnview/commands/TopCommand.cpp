@@ -223,7 +223,15 @@ int RunTop(const TopOptions& options, Context& context) {
         return FollowTop(statistics, parsing, options, context);
     }
     Input input(options.input, context);
-    ReadActivities(input, parsing, [&](Activity&& activity) { statistics.Take(activity); });
+    if (ActivitySource* const source = input.Source()) {
+        if (auto rows = source->Top(options.groupBy, options.filter)) {
+            input.EndPass();
+            Print(std::move(*rows), options, context);
+            return input.Finish();
+        }
+    }
+    ReadActivities(
+        input, parsing, [&](Activity&& activity) { statistics.Take(activity); }, &options.filter);
     Print(statistics.TakeRows(), options, context);
     return input.Finish();
 }

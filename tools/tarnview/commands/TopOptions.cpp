@@ -47,7 +47,7 @@ void AddTop(CLI::App& program, CommonOptions& common, Command& chosen) {
     const auto options = std::make_shared<TopOptions>();
     CLI::App& command =
         *program.add_subcommand("top", "Figures of all activities of each name, or other group");
-    AddInputOptions(command, options->input);
+    AddSourceOptions(command, options->input);
     command
         .add_option("--by",
                     options->groupBy,

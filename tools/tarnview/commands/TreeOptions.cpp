@@ -21,7 +21,7 @@ void AddTree(CLI::App& program, CommonOptions& common, Command& chosen) {
     const auto options = std::make_shared<TreeOptions>();
     CLI::App& command = *program.add_subcommand(
         "tree", "Activities as trees, across threads and processes, with figures and failures");
-    AddInputOptions(command, options->input);
+    AddSourceOptions(command, options->input);
     auto* const slowest = command.add_option_function<std::size_t>(
         "--slowest",
         [options](std::size_t count) {

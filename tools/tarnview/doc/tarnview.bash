@@ -3,14 +3,14 @@
 _tarnview() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local commands="top tree path callers failures compare histogram heat open show check report"
-    commands+=" export push"
+    commands+=" export load push"
     local common="--help --output --color --no-progress --no-rotated"
     local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
     filters+=" --since --before --where"
     local times="--utc --local --relative"
     filters+=" $times"
     local follow="--follow --interval --updates"
-    local question="$common $filters --csv --json"
+    local question="$common $filters --from --csv --json"
     local fields="name user site req-desc session request result root pid tid depth"
     local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"
     local kinds="unreadable long cut broken-file lost gap duplicate wrong no-begin repeated orphan cycle clock"
@@ -23,7 +23,10 @@ _tarnview() {
     fi
     local words=
     case $previous in
-        --to) words="chrome speedscope otlp folded pprof" ;;
+        --to)
+            [ "${COMP_WORDS[1]}" = export ] || return
+            words="chrome speedscope otlp folded pprof"
+            ;;
         --weight) words="time cpu memory" ;;
         --color) words="auto always never" ;;
         --by | --label) words=$fields ;;
@@ -38,7 +41,8 @@ _tarnview() {
         --ignore) words=$kinds ;;
         --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
             --where | --at | --over | --levels | --limit | --slowest | --last | --depth | --stuck | \
-            --interval | --updates | --service | --silent-after | --fold | --header)
+            --interval | --updates | --service | --silent-after | --fold | --header | --from | \
+            --cluster | --block-lines)
             return
             ;;
     esac
@@ -62,17 +66,18 @@ _tarnview() {
             histogram) words="$question --of" ;;
             heat) words="$question --interval" ;;
             tree)
-                words="$common $filters $follow --slowest --last --depth --attributes --messages --fold"
+                words="$common $filters $follow --from --slowest --last --depth --attributes --messages --fold"
                 words+=" --label --json"
                 ;;
             open)
-                words="$common $times $follow --stuck --now --silent-after --name --user --pid --where"
+                words="$common $times $follow --from --stuck --now --silent-after --name --user --pid --where"
                 words+=" --csv --json"
                 ;;
-            show) words="$common $times --where --json" ;;
+            show) words="$common $times --from --where --json" ;;
             check) words="$common --ignore --quiet --where --json" ;;
             report) words="$common $filters --slowest" ;;
             export) words="$common $filters --to --weight --service --slowest" ;;
+            load) words="$common $follow --to --cluster --checkpoint --block-lines" ;;
             push) words="$common --checkpoint --json --gzip --header --service" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")

@@ -1,6 +1,7 @@
 # Completion of tarnview for fish.
 
-set -l commands top tree path callers failures compare histogram heat open show check report export push
+set -l commands top tree path callers failures compare histogram heat open show check report export \
+    load push
 set -l fields name user site req-desc session request result root pid tid depth
 
 complete -c tarnview -n "not __fish_seen_subcommand_from $commands" -f
@@ -18,6 +19,7 @@ complete -c tarnview -n __fish_use_subcommand -a show -d 'All about one activity
 complete -c tarnview -n __fish_use_subcommand -a check -d 'Whether a log is whole'
 complete -c tarnview -n __fish_use_subcommand -a report -d 'A page for a browser'
 complete -c tarnview -n __fish_use_subcommand -a export -d 'For trace viewers and flame graphs'
+complete -c tarnview -n __fish_use_subcommand -a load -d 'Logs into a ClickHouse server'
 complete -c tarnview -n __fish_use_subcommand -a push -d 'Spans to a receiver of OTLP'
 complete -c tarnview -s h -l help -d 'Print help'
 
@@ -46,12 +48,13 @@ complete -c tarnview -n $timed -l utc -d 'Times are UTC'
 complete -c tarnview -n $timed -l local -d 'Times are local'
 complete -c tarnview -n $timed -l relative -d 'Times since the log began'
 
-set -l followed '__fish_seen_subcommand_from top tree open'
+set -l followed '__fish_seen_subcommand_from top tree open load'
 complete -c tarnview -n $followed -s f -l follow -d 'Go on while the log grows'
 complete -c tarnview -n $followed -l interval -x -d 'Seconds between two reads of the log'
 complete -c tarnview -n $followed -l updates -x -d 'End after so many reads'
 
 set -l question "__fish_seen_subcommand_from $questions"
+complete -c tarnview -n "$question tree open show" -l from -x -d 'Ask a ClickHouse server'
 complete -c tarnview -n "$question open" -l csv -d 'As CSV'
 complete -c tarnview -n "$question open tree show check" -l json -d 'As JSON'
 
@@ -124,6 +127,12 @@ set -l export '__fish_seen_subcommand_from export'
 complete -c tarnview -n $export -l to -x -a 'chrome speedscope otlp folded pprof' -d 'The format'
 complete -c tarnview -n $export -l weight -x -a 'time cpu memory' -d 'Weight of folded stacks'
 complete -c tarnview -n $export -l service -x -d 'The service.name for otlp'
+
+set -l load '__fish_seen_subcommand_from load'
+complete -c tarnview -n $load -l to -x -d 'Where the engine answers, and the database'
+complete -c tarnview -n $load -l cluster -x -d 'Make the tables on all servers of this cluster'
+complete -c tarnview -n $load -l checkpoint -r -F -d 'How far the logs are loaded'
+complete -c tarnview -n $load -l block-lines -x -d 'Send as many lines together at most'
 
 set -l push '__fish_seen_subcommand_from push'
 complete -c tarnview -n $push -l checkpoint -r -F -d 'How far the logs are pushed'

@@ -28,6 +28,7 @@ _tarnview() {
         'check:whether a log is whole'
         'report:a page for a browser'
         'export:activities for trace viewers and flame graphs'
+        'load:logs into a ClickHouse server or cluster'
         'push:spans to a receiver of OTLP'
     )
     common=(
@@ -67,8 +68,9 @@ _tarnview() {
         $times
     )
     local -a table question
+    local from='--from[ask a ClickHouse server that has the logs]:url:'
     table=('(--json)--csv[as CSV]' '(--csv)--json[as JSON]')
-    question=($filters $table)
+    question=($filters $table $from)
 
     local curcontext=$curcontext state line
     _arguments -C '(- *)'{-h,--help}'[print help]' '(- *)--version[print the version]' \
@@ -119,7 +121,7 @@ _tarnview() {
             ;;
         heat) its=($question '--interval[the time that a column covers]:duration:') ;;
         tree)
-            its=($filters $follow "(--last)$slowest"
+            its=($filters $follow $from "(--last)$slowest"
                 '(--slowest)--last[the trees that began last]:number:'
                 '--depth[as many levels at most]:number:'
                 '(-a --attributes)'{-a,--attributes}'[attributes and supplements too]'
@@ -129,12 +131,12 @@ _tarnview() {
                 '--json[as JSON]')
             ;;
         open)
-            its=($named $where $times $follow $table
+            its=($named $where $times $follow $table $from
                 '--stuck[only what has been running as long as this]:seconds:'
                 '--now[measure up to now]'
                 '--silent-after[when a process is called silent]:seconds:')
             ;;
-        show) its=('1:id:' $where $times '--json[as JSON]') ;;
+        show) its=('1:id:' $where $times $from '--json[as JSON]') ;;
         check)
             its=('--ignore[kinds of faults to ignore]:kinds:_tarnview_kinds'
                 '(-q --quiet)'{-q,--quiet}'[no summary]'
@@ -146,6 +148,13 @@ _tarnview() {
                 '--to[the format]:format:(chrome speedscope otlp folded pprof)'
                 '--weight[weight of folded stacks]:weight:(time cpu memory)'
                 '--service[of otlp\: service.name]:name:')
+            ;;
+        load)
+            its=($follow
+                '--to[where the engine answers, and the database]:url:'
+                '--cluster[make the tables on all servers of this cluster]:name:'
+                '--checkpoint[how far the logs are loaded]:file:_files'
+                '--block-lines[send as many lines together at most]:number:')
             ;;
         push)
             its=('1:url:'

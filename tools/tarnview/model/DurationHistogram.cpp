@@ -32,28 +32,27 @@ std::uint64_t LowerEdge(std::size_t index) {
 
 }  // namespace
 
-void DurationHistogram::Add(std::uint64_t microseconds) {
-    constexpr std::uint64_t mostValues = 16'384;
-    ++m_count;
-    if (m_count <= mostValues) {
-        m_values.push_back(microseconds);
+void DurationHistogram::Add(std::uint64_t microseconds, std::uint64_t count) {
+    m_count += count;
+    if (!CountsInClasses(m_count)) {
+        m_values.insert(m_values.end(), count, microseconds);
         m_isSorted = false;
         return;
     }
     for (const std::uint64_t value : m_values) {
-        Classify(value);
+        Classify(value, 1);
     }
     m_values = {};
-    Classify(microseconds);
+    Classify(microseconds, count);
 }
 
-void DurationHistogram::Classify(std::uint64_t microseconds) {
+void DurationHistogram::Classify(std::uint64_t microseconds, std::uint64_t count) {
     constexpr std::uint64_t aCentury = 3'155'760'000'000'000;
     const std::size_t index = ClassOf(std::min(microseconds, aCentury));
     if (index >= m_counts.size()) {
         m_counts.resize(index + 1);
     }
-    ++m_counts[index];
+    m_counts[index] += count;
 }
 
 std::uint64_t DurationHistogram::Quantile(double share) const {

@@ -125,6 +125,13 @@ std::vector<const Activity*> Joiner::Open() const {
     return result;
 }
 
+void Joiner::Reopen(Activity&& activity) {
+    OpenActivity& added = m_open[activity.id].emplace_back();
+    added.order = m_begins++;
+    added.activity = std::move(activity);
+    ++m_openCount;
+}
+
 const Activity* Joiner::FindOpen(const std::string& id) const {
     const auto found = m_open.find(id);
     return found == m_open.end() ? nullptr : &found->second.back().activity;

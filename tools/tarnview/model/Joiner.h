@@ -45,6 +45,9 @@ public:
     /// In the order of their begins. Valid until the next line.
     std::vector<const Activity*> Open() const;
 
+    /// Takes over what another joiner held open, in the order of its Open().
+    void Reopen(Activity&& activity);
+
     /// The one of any process that is open under this id, or null.
     const Activity* FindOpen(const std::string& id) const;
 

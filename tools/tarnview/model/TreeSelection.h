@@ -3,6 +3,7 @@
 #include "activity/Activity.h"
 #include "model/Filter.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <optional>
@@ -24,6 +25,9 @@ public:
     TreeSelection(Filter filter, TreeOrder order, std::size_t count);
 
     void Take(const Activity& activity);
+
+    /// The log goes on until then, whatever has been taken of it.
+    void NoteTime(Microseconds time) { m_lastTime = std::max(m_lastTime, time); }
 
     /// Ids of the roots of the chosen trees, in their order.
     std::vector<std::string> Chosen() const;

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "engine/EngineAddress.h"
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarnview {
+
+/// The engine did not do what it was asked for.
+class EngineError : public std::runtime_error {
+public:
+    EngineError(const std::string& text, int code) : std::runtime_error(text), m_code(code) {}
+
+    /// The engine's own number of the error; 0 if there was no whole answer.
+    int Code() const { return m_code; }
+
+    /// Whether the same request can do no better later: the statement, the tables or the rights are
+    /// wrong. All else passes, as a restart or a full disk.
+    bool IsLasting() const;
+
+private:
+    int m_code;
+};
+
+/// Asks an engine by HTTP. A connection is kept from request to request. Used by one thread.
+class EngineClient {
+public:
+    using Settings = std::vector<std::pair<std::string, std::string>>;
+    using OnBytes = std::function<void(std::string_view)>;
+
+    /// Throws `std::bad_alloc`.
+    explicit EngineClient(EngineAddress address);
+    ~EngineClient();
+    EngineClient(const EngineClient&) = delete;
+    EngineClient& operator=(const EngineClient&) = delete;
+
+    const EngineAddress& Address() const { return m_address; }
+
+    /// Hands the answer on as it comes, in pieces; compressed on its way unless the engine is on
+    /// this machine. Throws EngineError, also in the middle of the answer, and what `onBytes`
+    /// throws.
+    void Ask(const std::string& statement, const Settings& settings, const OnBytes& onBytes);
+
+    /// A short answer, whole, without the line end behind it.
+    std::string Ask(const std::string& statement, const Settings& settings = {});
+
+    /// As Ask(), of a statement that needs no database, or makes it.
+    std::string AskServer(const std::string& statement);
+
+    /// Sends what `statement` inserts: data in the statement's format. Throws EngineError; then
+    /// nobody knows whether the data are in.
+    void Insert(const std::string& statement, std::string_view data, const Settings& settings);
+
+private:
+    struct Handles;
+    struct Answer;
+
+    void Perform(const std::string& query,
+                 std::string_view body,
+                 bool isCompressed,
+                 const OnBytes& onBytes);
+    std::string QueryOf(const Settings& settings, bool hasDatabase) const;
+
+    const EngineAddress m_address;
+    const bool m_isLocal;
+    std::unique_ptr<Handles> m_handles;
+};
+
+}  // namespace tarnview
