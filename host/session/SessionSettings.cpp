@@ -31,6 +31,7 @@ bool Choose(std::string_view text,
 
 constexpr std::array<Choice<bool>, 6> switches{
     {{"0", false}, {"off", false}, {"no", false}, {"1", true}, {"on", true}, {"yes", true}}};
+constexpr std::array<Choice<bool>, 2> writings{{{"lines", false}, {"journal", true}}};
 constexpr std::array<Choice<Delivery>, 3> deliveries{{{"sync", Delivery::Synchronous},
                                                       {"async", Delivery::Asynchronous},
                                                       {"refuse", Delivery::Refusing}}};
@@ -48,25 +49,34 @@ Expectation SetLog(SessionSettings& settings, std::string_view value) {
 }
 
 Expectation SetWriting(SessionSettings& settings, std::string_view value) {
+    constexpr Expectation expectation = "lines or journal, bytes=64M, files=8, or several of them";
+    std::optional<bool> journal;
     std::optional<uint64> bytes;
     std::optional<std::size_t> files;
     for (const std::string& part : Split(value)) {
+        bool isUnderstood = false;
         if (const auto text = ValueOf(part, "bytes")) {
             bytes = ReadBytes(*text);
+            isUnderstood = bytes.has_value();
         } else if (const auto number = ValueOf(part, "files")) {
             files = ReadNumber<std::size_t>(*number);
+            isUnderstood = files.has_value();
         } else {
-            return "bytes=64M,files=8 or one of them";
+            isUnderstood = Choose(part, writings, journal);
+        }
+        if (!isUnderstood) {
+            return expectation;
         }
     }
-    if (!bytes && !files) {
-        return "bytes=64M,files=8 or one of them";
+    if (!bytes && !files && !journal) {
+        return expectation;
     }
     if (files && *files == 0) {
         return "files=1 or more";
     }
     settings.fileBytes = bytes ? bytes : settings.fileBytes;
     settings.keptFiles = files ? files : settings.keptFiles;
+    settings.journal = journal ? journal : settings.journal;
     return nullptr;
 }
 
@@ -226,6 +236,7 @@ void Apply(const SessionSettings& settings, SessionOptions& options) {
     Take(settings.log, options.log);
     Take(settings.fileBytes, options.fileBytes);
     Take(settings.keptFiles, options.keptFiles);
+    Take(settings.journal, options.journal);
     Take(settings.delivery, options.delivery);
     Take(settings.queueBytes, options.queueBytes);
     Take(settings.off, options.off);

@@ -17,6 +17,7 @@ struct SessionSettings {
     std::optional<std::string> log;
     std::optional<uint64> fileBytes;
     std::optional<std::size_t> keptFiles;
+    std::optional<bool> journal;
     std::optional<Delivery> delivery;
     std::optional<std::size_t> queueBytes;
     std::optional<std::vector<std::string>> off;

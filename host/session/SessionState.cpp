@@ -60,6 +60,7 @@ std::shared_ptr<TLog::LogBackEnd> MakeBackEnd(const SessionOptions& options) {
     TLog::LogFileLimits limits;
     limits.maxBytes = options.fileBytes;
     limits.maxFiles = options.keptFiles;
+    limits.isJournalled = options.journal;
     return TLog::MakeJsonFileBackEnd(options.log, limits);
 }
 
@@ -293,7 +294,7 @@ void Session::State::Change(const SessionOptions& next) {
 
 void Session::State::ChangeLog(const SessionOptions& next) {
     if (next.log == m_inEffect.log && next.fileBytes == m_inEffect.fileBytes &&
-        next.keptFiles == m_inEffect.keptFiles) {
+        next.keptFiles == m_inEffect.keptFiles && next.journal == m_inEffect.journal) {
         return;
     }
     try {

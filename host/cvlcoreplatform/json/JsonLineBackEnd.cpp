@@ -2,6 +2,8 @@
 
 #include "EnabledSeverities.h"
 #include "FormedEvent.h"
+#include "JournalRecovery.h"
+#include "JournalledSink.h"
 #include "JsonLine.h"
 #include "LogCounters.h"
 #include "RotatingFileSink.h"
@@ -13,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <filesystem>
 #include <spdlog/formatter.h>
 #include <stdexcept>
 #include <unistd.h>
@@ -113,6 +116,21 @@ std::size_t MostHeld(TLog::LogFileLimits limits) noexcept {
     constexpr uint64 most = uint64{64} << 10;
     return static_cast<std::size_t>(
         limits.maxBytes == 0 ? most : std::min<uint64>(most, limits.maxBytes / 16));
+}
+
+/// What killed processes have left for the file goes there first.
+std::shared_ptr<FileSink> OpenFile(const std::string& path,
+                                   const TLog::LogFileLimits& limits,
+                                   const std::shared_ptr<UnreportedLosses>& losses) {
+    const auto mode = static_cast<mode_t>(limits.mode);
+    if (limits.followsLinks || !std::filesystem::is_symlink(path)) {
+        RecoverJournals(std::filesystem::weakly_canonical(path).string(), mode);
+    }
+    auto file = std::make_shared<RotatingFileSink>(path, limits, losses);
+    if (limits.isJournalled) {
+        return JournalledSink::Make(std::move(file), mode);
+    }
+    return file;
 }
 
 }  // namespace
@@ -237,12 +255,9 @@ JsonFileBackEnd::JsonFileBackEnd(const std::string& path, TLog::LogFileLimits li
 JsonFileBackEnd::JsonFileBackEnd(const std::string& path,
                                  TLog::LogFileLimits limits,
                                  const std::shared_ptr<UnreportedLosses>& losses)
-    : JsonFileBackEnd(std::make_shared<RotatingFileSink>(path, limits, losses),
-                      path,
-                      losses,
-                      MostHeld(limits)) {}
+    : JsonFileBackEnd(OpenFile(path, limits, losses), path, losses, MostHeld(limits)) {}
 
-JsonFileBackEnd::JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
+JsonFileBackEnd::JsonFileBackEnd(std::shared_ptr<FileSink> file,
                                  const std::string& path,
                                  const std::shared_ptr<UnreportedLosses>& losses,
                                  std::size_t mostHeld)

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "ErrorReporter.h"
+#include "FileSink.h"
 #include "HeldLines.h"
-#include "RotatingFileSink.h"
 #include "UnreportedLosses.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
@@ -95,12 +95,12 @@ private:
     JsonFileBackEnd(const std::string& path,
                     TLog::LogFileLimits limits,
                     const std::shared_ptr<UnreportedLosses>& losses);
-    JsonFileBackEnd(std::shared_ptr<RotatingFileSink> file,
+    JsonFileBackEnd(std::shared_ptr<FileSink> file,
                     const std::string& path,
                     const std::shared_ptr<UnreportedLosses>& losses,
                     std::size_t mostHeld);
 
-    const std::shared_ptr<RotatingFileSink> m_file;
+    const std::shared_ptr<FileSink> m_file;
     const std::size_t m_mostHeld;  // together, in bytes
 };
 

@@ -46,7 +46,8 @@ public:
     LineGate& operator=(const LineGate&) = delete;
 };
 
-[[gnu::destructor]] void AwaitLastLines() {
+// One with a number comes after the static objects of the same library.
+[[gnu::destructor(101)]] void AwaitLastLines() {
     s_isOver.store(true, std::memory_order_seq_cst);
     const auto end = std::chrono::steady_clock::now() + lastTimeout;
     while (s_linesBegun.load(std::memory_order_seq_cst) > 0 &&

@@ -116,6 +116,16 @@ bool RotatingFileSink::Reopen() {
     return !m_isToReopen;
 }
 
+struct stat RotatingFileSink::Status() const noexcept {
+    struct stat status {};
+
+    const std::shared_lock guard(m_lock);
+    if (fstat(m_file.Get(), &status) != 0) {
+        status = {};
+    }
+    return status;
+}
+
 // A pipe that has no reader, or is full, is never waited for in the kernel. The file is never one
 // of the three standard descriptors: in a process that has closed its standard error stream,
 // whatever is written there would end up in the log.

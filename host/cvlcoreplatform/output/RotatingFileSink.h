@@ -2,6 +2,7 @@
 
 #include "ErrorReporter.h"
 #include "FileDescriptor.h"
+#include "FileSink.h"
 #include "LineOutput.h"
 #include "UnreportedLosses.h"
 
@@ -12,7 +13,6 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <spdlog/sinks/sink.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -51,7 +51,7 @@ public:
 ///
 /// Threads write at the same time: `O_APPEND` puts each line behind the last one. Only who looks
 /// after the file, and who repairs a write that was cut short, keeps the others out.
-class RotatingFileSink final : public spdlog::sinks::sink {
+class RotatingFileSink final : public FileSink {
 public:
     /// Throws `std::system_error` when the file cannot be opened. A named pipe without a reader is
     /// opened later.
@@ -62,14 +62,13 @@ public:
     RotatingFileSink(const RotatingFileSink&) = delete;
     RotatingFileSink& operator=(const RotatingFileSink&) = delete;
 
-    const std::string& Path() const noexcept { return m_path; }
+    const std::string& Path() const noexcept override { return m_path; }
 
-    /// Renames the file as if it were full, and begins a new one; an empty file stays. False if
-    /// that failed, or if it is no regular file. What failed is tried again a second later.
-    bool Rotate();
+    bool Rotate() override;
+    bool Reopen() override;
 
-    /// Opens what is at the path. False if that failed; it is tried again then as well.
-    bool Reopen();
+    /// Which file it is at the moment, and how long; all 0 if none is open.
+    struct stat Status() const noexcept;
 
     // NOLINTBEGIN(readability-identifier-naming): named by spdlog
 
@@ -79,10 +78,6 @@ public:
 
     /// Lines are written at once. Only what has been asked for is still to do.
     void flush() override;
-
-    void set_pattern(const std::string& /*pattern*/) override {}
-
-    void set_formatter(std::unique_ptr<spdlog::formatter> /*formatter*/) override {}
 
     // NOLINTEND(readability-identifier-naming)
 
@@ -158,7 +153,7 @@ private:
     LineTimeout m_timeout;
 
     // Shared by those who append, for as long as they do.
-    cvlsys::ReadWriteLock m_lock;
+    mutable cvlsys::ReadWriteLock m_lock;
     // A write beside others was cut short and is not repaired yet: nobody is to append behind it.
     std::atomic<bool> m_isCutShort{false};
 };

@@ -14,6 +14,7 @@
 #include "tarn/Trace.h"
 
 #include "cvlcoreplatform/TLogger.h"
+#include "cvlcoreplatform/host/LoggerControl.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Delivery.h"
 #include "cvlsys/CpuTime.h"
@@ -23,6 +24,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -32,6 +34,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -212,6 +215,21 @@ TEST_F(SessionTest, TheEnvironmentNamesAnotherConfigurationFile) {
     const Session session(options);
 
     EXPECT_EQ(RankOn(), 2);
+}
+
+TEST_F(SessionTest, LinesCanGoThroughAJournal) {
+    const std::string path = Folder().PathOf("activity.log");
+    Say("TARN_LOG", path);
+    Say("TARN_WRITING", "journal,files=2");
+    const Session session;
+    const std::string journal = path + "." + std::to_string(getpid()) + ".journal";
+    EXPECT_TRUE(std::filesystem::exists(journal));
+    { const Scope scope("scope"); }
+    TLog::FlushLog();
+
+    EXPECT_THAT(Read(path), HasSubstr("\"event\":\"end-scope\""));
+    TLog::ReplaceBackEnd(nullptr);
+    EXPECT_FALSE(std::filesystem::exists(journal));
 }
 
 TEST_F(SessionTest, AllThatTheEnvironmentSaysHolds) {

@@ -70,6 +70,11 @@ struct SessionOptions {
     std::uint64_t fileBytes = std::uint64_t{64} << 20;
     std::size_t keptFiles = 8;  ///< full files beside the current one
 
+    /// Whether lines go into a journal first, a file beside the log that is mapped into the
+    /// process: a line costs no system call, survives the process all the same, and is in the log
+    /// some milliseconds later. See `TLog::LogFileLimits`.
+    bool journal = false;
+
     /// Receives the events instead of the log, on the threads that deliver.
     std::shared_ptr<IMetricsMonitorSink> sink;
 
