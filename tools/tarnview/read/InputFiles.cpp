@@ -1,6 +1,7 @@
 #include "read/InputFiles.h"
 
 #include "read/Decompression.h"
+#include "read/JournalLines.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
@@ -65,6 +67,23 @@ std::string IdentityOf(const std::string& path) {
     return std::to_string(status.st_dev) + "/" + std::to_string(status.st_ino);
 }
 
+/// A file in memory, to be read from its beginning.
+int FileOf(std::string_view text) {
+    const int file = memfd_create("lines", MFD_CLOEXEC);
+    while (file != -1 && !text.empty()) {
+        const ssize_t written = write(file, text.data(), text.size());
+        if (written <= 0) {
+            break;
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    if (file == -1 || !text.empty()) {
+        throw std::system_error(errno, std::generic_category(), "memfd_create");
+    }
+    lseek(file, 0, SEEK_SET);
+    return file;
+}
+
 }  // namespace
 
 std::string LogOf(const std::string& path) {
@@ -94,6 +113,7 @@ std::optional<std::string> FindFullFile(const std::string& path, std::size_t num
 std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool addsRotated) {
     std::vector<std::string> order;
     std::map<std::string, std::vector<RotatedFile>> sets;
+    std::map<std::string, std::vector<std::string>> journals;
     for (const std::string& path : paths) {
         const auto [set, number] =
             path == standardInput ? std::pair(path, std::size_t{0}) : SetAndNumber(path);
@@ -103,6 +123,9 @@ std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool
         sets[set].push_back({number, path});
         if (!addsRotated || number != 0 || path == standardInput) {
             continue;
+        }
+        for (std::string& journal : JournalsOf(path)) {
+            journals[set].push_back(std::move(journal));
         }
         std::size_t full = 1;
         while (const auto found = FindFullFile(set, full)) {
@@ -120,6 +143,11 @@ std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool
         for (const RotatedFile& member : members) {
             if (seen.insert(IdentityOf(member.path)).second) {
                 files.push_back(member.path);
+            }
+        }
+        for (const std::string& journal : journals[set]) {
+            if (seen.insert(IdentityOf(journal)).second) {
+                files.push_back(journal);
             }
         }
     }
@@ -207,6 +235,11 @@ InputFile::InputFile(const std::string& path)
     if (fstat(m_descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
         close(m_descriptor);
         throw std::system_error(EISDIR, std::generic_category(), path);
+    }
+    if (S_ISREG(status.st_mode) && IsJournal(m_descriptor)) {
+        const int lines = FileOf(LinesLeftIn(path, m_descriptor));
+        close(std::exchange(m_descriptor, lines));
+        return;
     }
     posix_fadvise(m_descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     const auto compression = CompressionAt(m_descriptor);

@@ -13,7 +13,8 @@ inline constexpr const char* standardInput = "-";
 
 /// The files to read, in the order in which to read them: each set of rotated files from the oldest
 /// to the current one, the sets in the order in which they were first named. With `addsRotated`, a
-/// file "a.log" brings "a.1.log", "a.2.log" and so on along, as far as they are there. A file that
+/// file "a.log" brings "a.1.log", "a.2.log" and so on along, as far as they are there, and what
+/// ended processes have left in its journals. A file that
 /// is named twice, or is in two sets, is read once. The same holds for compressed files. Files that
 /// are not there are kept, so that opening them says why.
 std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool addsRotated);
