@@ -1,8 +1,8 @@
 #pragma once
 
+#include "activity/Activity.h"
 #include "engine/NativeReader.h"
 #include "engine/NativeWriter.h"
-#include "activity/Activity.h"
 
 #include <cstdint>
 #include <set>

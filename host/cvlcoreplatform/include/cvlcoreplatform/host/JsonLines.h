@@ -48,12 +48,12 @@ struct LogFileLimits {
 
     /// Lines go into a journal first, the file "a.log.<pid>.journal", which is mapped into the
     /// process: a line costs no system call, and is safe from the end of the process, a kill
-    /// included, as soon as it is logged. The log gets blocks of lines, some milliseconds late. What
-    /// a killed process left in its journal goes into the log when the next process opens it, with a
-    /// journal or without; until then `tarnview` reads both. Where no journal can be made, because
-    /// the file system has no locks or no room, lines are written one by one, which is said once on
-    /// the standard error stream. Nobody may make the journal shorter while the process lives: the
-    /// kernel would end it.
+    /// included, as soon as it is logged. The log gets blocks of lines, some milliseconds late.
+    /// What a killed process left in its journal goes into the log when the next process opens it,
+    /// with a journal or without; until then `tarnview` reads both. Where no journal can be made,
+    /// because the file system has no locks or no room, lines are written one by one, which is said
+    /// once on the standard error stream. Nobody may make the journal shorter while the process
+    /// lives: the kernel would end it.
     bool isJournalled = false;
 };
 
