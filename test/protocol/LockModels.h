@@ -10,7 +10,7 @@
 
 // What the models of a lock of readers and writers have in common. A model has `threads`, of which
 // `count` take part, and says of one whether it is inside; `broken` is the rule that it breaks, of
-// an enumeration `Broken` in which `Nothing` is none.
+// an enumeration `Broken` in which `Nothing` breaks no rule.
 namespace tarn::test {
 
 inline constexpr const char* notAlone = "a writer is not alone";

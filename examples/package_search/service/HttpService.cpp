@@ -104,7 +104,7 @@ void HttpService::Configure() {
     const auto serve = [this](const httplib::Request& request, httplib::Response& response) {
         Serve(request, response);
     };
-    // A monitoring system asks again and again; that is none of the work that is traced.
+    // A monitoring system asks again and again; that work is not traced.
     m_server.Get("/metrics", [this](const httplib::Request&, httplib::Response& response) {
         response.set_content(tarn::PrometheusText(), tarn::prometheusContentType);
         ++m_answered;

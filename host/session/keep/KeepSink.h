@@ -15,7 +15,7 @@
 namespace tarn {
 
 /// Between a monitor and its sink: hands on the lines of the trees that are kept, and says in the
-/// log what was left out. Called as sinks are; whoever calls one of the others sees to it that
+/// log what was left out. Called as sinks are; the caller of one of the others sees to it that
 /// nothing is delivered meanwhile (`Metrics::CallBetweenDeliveries`).
 ///
 /// A forked child forgets what waits, which its parent writes. Where a crash has interrupted the

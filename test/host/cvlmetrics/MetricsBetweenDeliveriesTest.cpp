@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 using Metrics::flagTracing;
 using MetricsTest::CurrentContext;
 using MetricsTest::moment;
-using MetricsTest::patience;
+using MetricsTest::timeout;
 using MetricsTest::Subscription;
 using MetricsTest::Work;
 
@@ -26,7 +26,7 @@ TEST_F(MetricsBetweenDeliveriesTest, TheCallWaitsForADeliveryThatHasBegun) {
 
     bool wasCalled = false;
     std::thread opener([this] { m_gate.Open(); });
-    EXPECT_TRUE(Metrics::CallBetweenDeliveries(patience, [&wasCalled] { wasCalled = true; }));
+    EXPECT_TRUE(Metrics::CallBetweenDeliveries(timeout, [&wasCalled] { wasCalled = true; }));
     opener.join();
 
     EXPECT_TRUE(wasCalled);
@@ -53,7 +53,7 @@ TEST_F(MetricsBetweenDeliveriesTest, WhatTheBodyEmitsIsDeliveredAfterIt) {
     const CurrentContext context;
     m_listener->CallOnEach([&](const Metrics::MetricsEvent&) { isInside ? ++within : ++after; });
 
-    EXPECT_TRUE(Metrics::CallBetweenDeliveries(patience, [&isInside] {
+    EXPECT_TRUE(Metrics::CallBetweenDeliveries(timeout, [&isInside] {
         isInside = true;
         Work("inside");
         isInside = false;

@@ -10,7 +10,7 @@ namespace tarnview {
 namespace {
 
 constexpr std::uint64_t bytesOfABlock = std::uint64_t{64} << 20;  // of the log
-// What is kept of a line that is none.
+// What is kept of a line that cannot be read.
 constexpr std::size_t mostOfRejected = std::size_t{64} << 10;
 
 // Later loaders have higher numbers; two that start in the same millisecond have different ones.
