@@ -36,7 +36,7 @@ struct Counts {
 Counts ReadAll(int descriptor, Problems& problems, ActivityForest& forest) {
     LineParser parser({.wantsTables = true});
     LineReader reader(descriptor, 1U << 16U);
-    LineExaminer examiner(parser, &problems);
+    LineExaminer examiner(&problems);
     FiguresCheck figures(problems);
     Counts lines;
     Counts joined;
@@ -48,7 +48,8 @@ Counts ReadAll(int descriptor, Problems& problems, ActivityForest& forest) {
     for (auto result = reader.Next(); result != LineReader::Result::End || reader.TakeRest();
          result = reader.Next()) {
         const Place place{"log", reader.Number()};
-        const LogLine* const line = examiner.Examine(reader.Text(), place);
+        const ParsedLine parsed = ParseLine(parser, reader.Text(), place.line);
+        const LogLine* const line = examiner.Examine(parsed, place);
         if (result != LineReader::Result::LongLine && line != nullptr) {
             lines.begins += line->kind == LineKind::Begin ? 1U : 0U;
             lines.ends += line->kind == LineKind::End ? 1U : 0U;

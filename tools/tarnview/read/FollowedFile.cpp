@@ -1,5 +1,7 @@
 #include "read/FollowedFile.h"
 
+#include "read/LineReader.h"
+
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -15,10 +17,10 @@ constexpr std::size_t mostFullFiles = 1000;
 }  // namespace
 
 struct FollowedFile::Part {
-    Part(InputFile&& file, LineParser& parser, Problems& problems)
+    Part(InputFile&& file, Problems& problems)
         : input(std::move(file)),
           reader(input.Descriptor()),
-          examiner(parser, &problems) {
+          examiner(&problems) {
         fstat(input.Descriptor(), &status);
     }
 
@@ -77,9 +79,16 @@ void FollowedFile::ReadLines(Part& part, const LogScanner::OnLine& onLine) {
         const Place place{m_path, part.reader.Number()};
         if (result == LineReader::Result::LongLine) {
             m_problems.Report(ProblemKind::LongLine, place, "");
-        } else if (const LogLine* const line = part.examiner.Examine(part.reader.Text(), place)) {
-            onLine(*line, place);
+        } else {
+            Take(part, place, onLine);
         }
+    }
+}
+
+void FollowedFile::Take(Part& part, const Place& place, const LogScanner::OnLine& onLine) {
+    const ParsedLine parsed = ParseLine(m_parser, part.reader.Text(), place.line);
+    if (const LogLine* const line = part.examiner.Examine(parsed, place)) {
+        onLine(*line, place);
     }
 }
 
@@ -88,9 +97,7 @@ void FollowedFile::ReadRest(Part& part, const LogScanner::OnLine& onLine) {
     if (part.reader.TakeRest()) {
         const Place place{m_path, part.reader.Number()};
         m_problems.Report(ProblemKind::CutLine, place, "");
-        if (const LogLine* const line = part.examiner.Examine(part.reader.Text(), place)) {
-            onLine(*line, place);
-        }
+        Take(part, place, onLine);
     }
     if (const std::string fault = part.input.TakeFault(); !fault.empty()) {
         m_problems.Report(ProblemKind::BrokenFile, {m_path, part.reader.Number()}, fault);
@@ -128,7 +135,7 @@ std::size_t FollowedFile::NumberOfMovedFile() const {
 }
 
 std::unique_ptr<FollowedFile::Part> FollowedFile::Open(const std::string& path) {
-    return std::make_unique<Part>(InputFile(path), m_parser, m_problems);
+    return std::make_unique<Part>(InputFile(path), m_problems);
 }
 
 }  // namespace tarnview

@@ -25,6 +25,7 @@ public:
 private:
     struct Part;
 
+    void Take(Part& part, const Place& place, const LogScanner::OnLine& onLine);
     void ReadLines(Part& part, const LogScanner::OnLine& onLine);
     void ReadRest(Part& part, const LogScanner::OnLine& onLine);
     void ReadMissed(const LogScanner::OnLine& onLine);

@@ -57,7 +57,15 @@ bool LineParser::ForEachField(Object& object, const Field (&known)[N], const Rea
 }
 
 LineParser::Result LineParser::Parse(std::string_view text, LogLine& line) {
+    m_ownTexts.release();
+    return Parse(text, line, m_ownTexts);
+}
+
+LineParser::Result LineParser::Parse(std::string_view text,
+                                     LogLine& line,
+                                     std::pmr::memory_resource& unescaped) {
     line = LogLine();
+    m_unescaped = &unescaped;
     m_detail.clear();
     m_hasDuplicate = m_hasWrongKind = m_hasActivity = false;
     if (m_options.isStrict && !IsValid(text)) {
@@ -205,11 +213,25 @@ bool LineParser::ReadPhase(Value& value, LogLine& line) {
 }
 
 bool LineParser::ReadText(std::string_view key, Value& value, std::string_view& text) {
-    const auto error = value.get_string().get(text);
+    // Up to the next field: the closing quote is the last one.
+    const std::string_view token = value.raw_json_token();
+    simdjson::ondemand::raw_json_string raw;
+    const auto error = value.get_raw_json_string().get(raw);
     if (error == simdjson::INCORRECT_TYPE) {
         NoteWrongKind(key);
     }
-    return error == SUCCESS || error == simdjson::INCORRECT_TYPE;
+    if (error != SUCCESS) {
+        return error == simdjson::INCORRECT_TYPE;
+    }
+    const std::string_view quoted = token.substr(1, token.rfind('"') - 1);
+    if (quoted.find('\\') == std::string_view::npos) {
+        text = quoted;
+        return true;
+    }
+    // Never longer than it is with its escapes; simdjson writes in blocks.
+    const std::size_t room = quoted.size() + simdjson::SIMDJSON_PADDING;
+    auto* end = static_cast<std::uint8_t*>(m_unescaped->allocate(room, 1));
+    return m_parser.unescape(raw, end).get(text) == SUCCESS;
 }
 
 bool LineParser::ReadTable(std::string_view key, Value& value, std::string_view& table) {

@@ -3,6 +3,7 @@
 #include "read/LogLine.h"
 
 #include <cstdint>
+#include <memory_resource>
 #include <simdjson.h>
 #include <string>
 #include <string_view>
@@ -30,7 +31,9 @@ public:
     explicit LineParser(ParserOptions options = {}) : m_options(options) {}
 
     /// At least `simdjson::SIMDJSON_PADDING` bytes behind `text` must be readable. What is wrong
-    /// with a line that is not good is in Detail().
+    /// with a line that is not good is in Detail(). The texts of `line` are parts of `text`; those
+    /// that have escapes there are in `unescaped`, or are valid until the next call.
+    Result Parse(std::string_view text, LogLine& line, std::pmr::memory_resource& unescaped);
     Result Parse(std::string_view text, LogLine& line);
 
     const std::string& Detail() const { return m_detail; }
@@ -66,6 +69,8 @@ private:
     ParserOptions m_options;
     simdjson::ondemand::parser m_parser;
     simdjson::dom::parser m_strictParser;
+    std::pmr::monotonic_buffer_resource m_ownTexts;
+    std::pmr::memory_resource* m_unescaped = nullptr;  // of the line that is read
     std::string m_detail;
     bool m_hasDuplicate = false;
     bool m_hasWrongKind = false;

@@ -1,6 +1,8 @@
 #include "read/LogScanner.h"
 
-#include <algorithm>
+#include "read/LineBatches.h"
+#include "read/LineReader.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -12,15 +14,6 @@
 namespace tarnview {
 
 namespace {
-
-constexpr std::uint64_t linesBetweenUpdates = 4096;
-// Threads hand in their lines a little out of order; that is no clock that went back.
-constexpr Microseconds clockTolerance = 1'000'000;
-
-std::string Excerpt(std::string_view text) {
-    constexpr std::size_t length = 60;
-    return std::string(text.substr(0, length)) + (text.size() > length ? "..." : "");
-}
 
 void WriteAll(int descriptor, const char* data, std::size_t size) {
     while (size != 0) {
@@ -43,85 +36,22 @@ bool IsRegularFile(const std::string& path) {
 
 }  // namespace
 
-const LogLine* LineExaminer::Examine(std::string_view text, const Place& place) {
-    const LineParser::Result result = m_parser.Parse(text, m_line);
-    if (result == LineParser::Result::Unreadable) {
-        Report(ProblemKind::UnreadableLine, place, m_parser.Detail() + ": " + Excerpt(text));
-        return nullptr;
-    }
-    if (result == LineParser::Result::Flawed) {
-        Report(m_parser.HasDuplicate() ? ProblemKind::DuplicateField : ProblemKind::WrongField,
-               place,
-               m_parser.Detail());
-    }
-    if (m_line.IsOfActivity() && (m_line.id.empty() || m_line.name.data() == nullptr)) {
-        Report(ProblemKind::WrongField, place, m_line.id.empty() ? "id" : "name");
-        return nullptr;
-    }
-    CheckClock(place);
-    CheckLosses(place);
-    return &m_line;
-}
-
-// The host begins a report so, which names each kind of loss with its number:
-// "Missing in this log: refused events: 3; lines that could not be written: 12".
-void LineExaminer::CheckLosses(const Place& place) {
-    constexpr std::string_view beginning = "Missing in this log";
-    if (m_line.kind != LineKind::Message ||
-        m_line.message.substr(0, beginning.size()) != beginning) {
-        return;
-    }
-    std::uint64_t lost = 0;
-    std::uint64_t number = 0;
-    for (const char letter : m_line.message.substr(beginning.size())) {
-        if (letter >= '0' && letter <= '9') {
-            constexpr std::uint64_t most = 1'000'000'000'000'000;
-            number = std::min(number * 10 + static_cast<std::uint64_t>(letter - '0'), most);
-        } else {
-            lost += std::exchange(number, 0);
-        }
-    }
-    lost += number;
-    if (m_problems != nullptr) {
-        m_problems->Report(
-            ProblemKind::LostLines, place, m_line.message, std::max<std::uint64_t>(lost, 1));
-    }
-}
-
-void LineExaminer::CheckClock(const Place& place) {
-    if (m_line.time == 0) {
-        return;
-    }
-    if (m_line.time + clockTolerance < m_lastTime) {
-        Report(ProblemKind::ClockJump,
-               place,
-               "from " + FormatTimestamp(m_lastTime) + " to " + FormatTimestamp(m_line.time));
-    }
-    m_lastTime = m_line.time;
-}
-
-void LineExaminer::Report(ProblemKind kind, const Place& place, std::string_view detail) {
-    if (m_problems != nullptr) {
-        m_problems->Report(kind, place, detail);
-    }
-}
-
 LogScanner::LogScanner(std::vector<std::string> files, Problems& problems, OnBytes onBytes)
     : m_files(std::move(files)),
       m_problems(problems),
-      m_onBytes(std::move(onBytes)) {}
+      m_onBytes(std::move(onBytes)),
+      m_threads(UsableProcessors()) {}
 
 void LogScanner::AllowAnotherPass() {
     m_isReadTwice = true;
 }
 
 void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
-    LineParser parser(options);
     m_lines = 0;
     m_bytesBefore += m_bytes;
     m_bytes = 0;
     for (const std::string& file : m_files) {
-        ScanFile(file, parser, onLine);
+        ScanFile(file, options, onLine);
     }
     if (m_isFirstPass) {
         m_numbers.ReportGaps(m_problems);
@@ -129,36 +59,39 @@ void LogScanner::Scan(const ParserOptions& options, const OnLine& onLine) {
     m_isFirstPass = false;
 }
 
-void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnLine& onLine) {
+void LogScanner::ScanFile(const std::string& file,
+                          const ParserOptions& options,
+                          const OnLine& onLine) {
     InputFile input = Open(file);
     const std::string_view name = file == standardInput ? "<stdin>" : std::string_view(file);
     Problems* const problems = m_isFirstPass ? &m_problems : nullptr;
     LineReader reader(input.Descriptor());
-    LineExaminer examiner(parser, problems);
+    LineExaminer examiner(problems);
     bool hasALog = false;
-    const auto take = [&] {
-        const Place place{name, reader.Number()};
-        if (const LogLine* const line = examiner.Examine(reader.Text(), place)) {
-            hasALog = true;
-            if (m_isFirstPass) {
-                if (line->time != 0 && (m_firstTime == 0 || line->time < m_firstTime)) {
-                    m_firstTime = line->time;
-                }
-                m_numbers.Take(*line, place);
-            }
-            onLine(*line, place);
+    const auto take = [&](const ParsedLine& parsed) {
+        const Place place{name, parsed.number};
+        const LogLine* const line = examiner.Examine(parsed, place);
+        if (line == nullptr) {
+            return;
         }
+        hasALog = true;
+        if (m_isFirstPass) {
+            if (line->time != 0 && (m_firstTime == 0 || line->time < m_firstTime)) {
+                m_firstTime = line->time;
+            }
+            m_numbers.Take(*line, place);
+        }
+        onLine(*line, place);
     };
     try {
-        for (auto result = reader.Next(); result != LineReader::Result::End;
-             result = reader.Next()) {
-            if (result == LineReader::Result::Line) {
-                take();
-            } else if (problems != nullptr) {
-                problems->Report(ProblemKind::LongLine, {name, reader.Number()}, "");
+        LineBatches batches(reader, options, m_threads);
+        while (const LineBatch* const batch = batches.Next()) {
+            for (const ParsedLine& line : batch->Lines()) {
+                take(line);
             }
-            if (++m_lines % linesBetweenUpdates == 0 && m_onBytes) {
-                m_onBytes(m_bytesBefore + m_bytes + reader.BytesRead());
+            m_lines += batch->Lines().size();
+            if (m_onBytes) {
+                m_onBytes(m_bytesBefore + m_bytes + batch->BytesRead());
             }
         }
     } catch (const std::system_error& error) {
@@ -171,9 +104,10 @@ void LogScanner::ScanFile(const std::string& file, LineParser& parser, const OnL
         if (problems != nullptr) {
             problems->Report(ProblemKind::CutLine, {name, reader.Number()}, "");
         }
-        LogLine line;
-        if (parser.Parse(reader.Text(), line) != LineParser::Result::Unreadable) {
-            take();
+        LineParser parser(options);
+        const ParsedLine line = ParseLine(parser, reader.Text(), reader.Number());
+        if (line.state != ParsedLine::State::Unreadable) {
+            take(line);
         }
     }
     const auto copyFault = m_copyFaults.find(file);

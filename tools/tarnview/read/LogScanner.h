@@ -1,9 +1,9 @@
 #pragma once
 
 #include "read/InputFiles.h"
+#include "read/LineExaminer.h"
 #include "read/LineNumbers.h"
 #include "read/LineParser.h"
-#include "read/LineReader.h"
 #include "read/LogLine.h"
 #include "read/Problems.h"
 
@@ -17,7 +17,7 @@ namespace tarnview {
 
 /// Reads the lines of many files, in the order of the files. What is wrong with single lines,
 /// clocks that go back, and lines that are missing, is reported in the first pass only. Used by one
-/// thread.
+/// thread; it has others parse lines while this one hears of those before them.
 class LogScanner {
 public:
     using OnLine = std::function<void(const LogLine&, const Place&)>;
@@ -26,6 +26,10 @@ public:
     /// `onBytes` hears now and then how many bytes have been read, in all passes together.
     /// `problems` must live as long as the scanner.
     LogScanner(std::vector<std::string> files, Problems& problems, OnBytes onBytes = {});
+
+    /// How many threads parse, the caller among them; by itself as many as the process has
+    /// processors. What is heard of the lines, and in which order, is the same with any number.
+    void UseThreads(std::size_t count) { m_threads = count; }
 
     /// To be called before the first pass if there are to be more: what cannot be read again, as
     /// a pipe, is copied to a temporary file then.
@@ -50,7 +54,7 @@ public:
     bool HasLineNumbers() const { return m_numbers.HasAny(); }
 
 private:
-    void ScanFile(const std::string& file, LineParser& parser, const OnLine& onLine);
+    void ScanFile(const std::string& file, const ParserOptions& options, const OnLine& onLine);
     InputFile Open(const std::string& file);
     InputFile CopyOf(const InputFile& input);
 
@@ -59,6 +63,7 @@ private:
     std::map<std::string, std::string> m_copyFaults;  // of what was copied
     Problems& m_problems;
     OnBytes m_onBytes;
+    std::size_t m_threads;
     LineNumbers m_numbers;
     std::vector<std::string> m_filesWithoutALog;
     bool m_isReadTwice = false;
@@ -67,28 +72,6 @@ private:
     std::uint64_t m_lines = 0;
     std::uint64_t m_bytes = 0;
     std::uint64_t m_bytesBefore = 0;  // of the passes before this one
-};
-
-/// Turns raw lines into log lines, and reports what is wrong with them and with the order of their
-/// times, and what the host says is missing. One for each file, for clocks are compared within a
-/// file only.
-class LineExaminer {
-public:
-    /// Without `problems` nothing is reported.
-    LineExaminer(LineParser& parser, Problems* problems) : m_parser(parser), m_problems(problems) {}
-
-    /// Null if the line cannot be used. Valid until the next call.
-    const LogLine* Examine(std::string_view text, const Place& place);
-
-private:
-    void Report(ProblemKind kind, const Place& place, std::string_view detail);
-    void CheckClock(const Place& place);
-    void CheckLosses(const Place& place);
-
-    LineParser& m_parser;
-    Problems* m_problems;
-    LogLine m_line;
-    Microseconds m_lastTime = 0;
 };
 
 }  // namespace tarnview
