@@ -13,6 +13,9 @@ int RunExport(const ExportOptions& options, Context& context) {
         case ExportFormat::Chrome:
             ExportChrome(forest, context.out);
             break;
+        case ExportFormat::Perfetto:
+            ExportPerfetto(forest, context.out);
+            break;
         case ExportFormat::Speedscope:
             ExportSpeedscope(forest, context.out);
             break;

@@ -9,7 +9,7 @@
 
 namespace tarnview {
 
-enum class ExportFormat { Chrome, Speedscope, Otlp, Folded, Pprof };
+enum class ExportFormat { Chrome, Perfetto, Speedscope, Otlp, Folded, Pprof };
 
 struct ExportOptions {
     InputOptions input;

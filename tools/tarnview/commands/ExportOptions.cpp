@@ -44,17 +44,19 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
     CLI::App& command =
         *program.add_subcommand("export", "Activities for trace viewers and flame graphs");
     AddInputOptions(command, options->input);
-    AddChoice<ExportFormat>(command,
-                            "--to",
-                            options->format,
-                            {{"chrome", ExportFormat::Chrome},
-                             {"speedscope", ExportFormat::Speedscope},
-                             {"otlp", ExportFormat::Otlp},
-                             {"folded", ExportFormat::Folded},
-                             {"pprof", ExportFormat::Pprof}},
-                            "FORMAT",
-                            "chrome (trace-event JSON), speedscope, otlp (JSON lines), folded "
-                            "(stacks) or pprof");
+    AddChoice<ExportFormat>(
+        command,
+        "--to",
+        options->format,
+        {{"chrome", ExportFormat::Chrome},
+         {"perfetto", ExportFormat::Perfetto},
+         {"speedscope", ExportFormat::Speedscope},
+         {"otlp", ExportFormat::Otlp},
+         {"folded", ExportFormat::Folded},
+         {"pprof", ExportFormat::Pprof}},
+        "FORMAT",
+        "chrome (trace-event JSON), perfetto, speedscope, otlp (JSON lines), folded "
+        "(stacks) or pprof");
     command.get_option("--to")->required();
     AddChoice<FoldedWeight>(command,
                             "--weight",

@@ -25,7 +25,7 @@ _tarnview() {
     case $previous in
         --to)
             [ "${COMP_WORDS[1]}" = export ] || return
-            words="chrome speedscope otlp folded pprof"
+            words="chrome perfetto speedscope otlp folded pprof"
             ;;
         --weight) words="time cpu memory" ;;
         --color) words="auto always never" ;;

@@ -124,7 +124,7 @@ complete -c tarnview -n $check -l ignore -x -a "(__fish_complete_list , 'printf 
 complete -c tarnview -n $check -s q -l quiet -d 'No summary'
 
 set -l export '__fish_seen_subcommand_from export'
-complete -c tarnview -n $export -l to -x -a 'chrome speedscope otlp folded pprof' -d 'The format'
+complete -c tarnview -n $export -l to -x -a 'chrome perfetto speedscope otlp folded pprof' -d 'The format'
 complete -c tarnview -n $export -l weight -x -a 'time cpu memory' -d 'Weight of folded stacks'
 complete -c tarnview -n $export -l service -x -d 'The service.name for otlp'
 

@@ -145,7 +145,7 @@ _tarnview() {
         report) its=($filters $slowest) ;;
         export)
             its=($filters $slowest
-                '--to[the format]:format:(chrome speedscope otlp folded pprof)'
+                '--to[the format]:format:(chrome perfetto speedscope otlp folded pprof)'
                 '--weight[weight of folded stacks]:weight:(time cpu memory)'
                 '--service[of otlp\: service.name]:name:')
             ;;

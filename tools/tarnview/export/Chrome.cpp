@@ -1,11 +1,12 @@
+#include "export/ActivityArguments.h"
 #include "export/Exports.h"
 #include "export/Json.h"
 #include "export/ThreadLanes.h"
-#include "read/Rounding.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <set>
-#include <simdjson.h>
+#include <string_view>
 #include <vector>
 
 namespace tarnview {
@@ -238,55 +239,32 @@ private:
     }
 
     void WriteArguments(Index index) {
-        const Activity& activity = m_forest[index];
+        class JsonSink : public ArgumentSink {
+        public:
+            explicit JsonSink(Json& json) : m_json(json) {}
+
+            void Text(std::string_view name, std::string_view text) override {
+                m_json.Member(name, text);
+            }
+
+            void Number(std::string_view name, std::int64_t number) override {
+                m_json.Member(name, static_cast<long long>(number));
+            }
+
+            void Table(std::string_view name, std::string_view json) override {
+                m_json.Key(name);
+                m_json.Raw(json);
+            }
+
+        private:
+            Json& m_json;
+        };
+
         m_json.Key("args");
         m_json.BeginObject();
-        WriteText("id", activity.id);
-        WriteText("root", activity.root);
-        WriteText("sponsor", activity.sponsor);
-        WriteText("caller", std::string(TextOf(m_forest.LinkOf(index))));
-        m_json.Member("begin", FormatTimestamp(activity.begin));
-        WriteText("session", activity.session);
-        WriteText("request", activity.request);
-        WriteText("user", activity.user);
-        WriteText("site", activity.site);
-        WriteText("req-desc", activity.description);
-        m_json.Member("result", activity.hasEnd ? activity.result : "never ended");
-        WriteText("result-details", activity.resultDetails == "{}" ? "" : activity.resultDetails);
-        if (activity.hasEnd) {
-            m_json.Member("elapsed-ms", Rounded(activity.elapsed * 1e3));
-            m_json.Member("exclusive-ms", Rounded(activity.exclusive * 1e3));
-            m_json.Member("exclusive-us", activity.ExclusiveTime());
-        }
-        if (activity.figures.hasAllocated) {
-            m_json.Member("allocated-bytes", Rounded(activity.figures.ai));
-            m_json.Member("allocated-exclusive-bytes", Rounded(activity.figures.ae));
-        }
-        if (activity.figures.hasCpu) {
-            m_json.Member("cpu-us", Rounded(activity.figures.CpuInclusive()));
-            m_json.Member("cpu-exclusive-us", Rounded(activity.figures.CpuExclusive()));
-        }
-        WriteTable("environment", activity.environment);
-        WriteTable("attributes", activity.attributes);
-        WriteTable("body at begin", activity.beginBody);
-        WriteTable("body at end", activity.endBody);  // with the supplements
+        JsonSink sink(m_json);
+        m_arguments.Give(m_forest, index, sink);
         m_json.EndObject();
-    }
-
-    // A table of the log, of which nobody has looked yet whether it is one.
-    void WriteTable(std::string_view name, const std::string& table) {
-        simdjson::dom::object members;
-        if (!table.empty() && m_parser.parse(table).get(members) == simdjson::SUCCESS &&
-            members.size() != 0) {
-            m_json.Key(name);
-            m_json.Raw(simdjson::minify(members));
-        }
-    }
-
-    void WriteText(std::string_view name, const std::string& text) {
-        if (!text.empty() && text != "-") {
-            m_json.Member(name, text);
-        }
     }
 
     const ActivityForest& m_forest;
@@ -294,7 +272,7 @@ private:
     Microseconds m_base = 0;
     std::vector<Place> m_places;  // by index
     std::set<std::int64_t> m_processes;
-    simdjson::dom::parser m_parser;
+    ActivityArguments m_arguments;
 };
 
 }  // namespace

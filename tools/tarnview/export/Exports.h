@@ -13,6 +13,11 @@ namespace tarnview {
 /// to another thread or process.
 void ExportChrome(const ActivityForest& forest, std::ostream& out);
 
+/// Perfetto's own form, a sequence of protocol buffers: times of day in nanoseconds, a track for
+/// each thread, further ones for what crosses other work of its thread, flows where work was handed
+/// to another thread or process.
+void ExportPerfetto(const ActivityForest& forest, std::ostream& out);
+
 /// Flame graphs for speedscope: for each thread a profile of begins and ends in nanoseconds, and
 /// for each process one of the bytes that each stack allocated.
 void ExportSpeedscope(const ActivityForest& forest, std::ostream& out);

@@ -1,16 +1,13 @@
+#include "encode/WireWriter.h"
 #include "export/Exports.h"
-#include "export/Protobuf.h"
+#include "export/Gzip.h"
 #include "export/ThreadLanes.h"
 #include "read/Rounding.h"
 
 #include <algorithm>
-#include <archive.h>
-#include <archive_entry.h>
 #include <array>
 #include <map>
-#include <memory>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -20,6 +17,7 @@ namespace tarnview {
 
 namespace {
 
+using tarn::otlp::WireWriter;
 using Index = ActivityForest::Index;
 
 constexpr std::uint64_t nanosecondsPerMicrosecond = 1000;
@@ -51,20 +49,20 @@ public:
             Add(top);
         }
         for (const auto& [type, unit] : sampleTypes) {
-            Protobuf value;
-            value.Integer(1, TextNumber(type));
-            value.Integer(2, TextNumber(unit));
-            m_profile.Message(profile::sampleType, value);
+            std::string value;
+            WireWriter(value).VarintField(1, TextNumber(type));
+            WireWriter(value).VarintField(2, TextNumber(unit));
+            m_profile.BytesField(profile::sampleType, value);
         }
         WriteSamples();
         WriteFunctions();
         const std::uint64_t timeType = TextNumber("time");
         for (const std::string& text : m_texts) {
-            m_profile.Bytes(profile::text, text);
+            m_profile.BytesField(profile::text, text);
         }
         WriteTimes();
-        m_profile.Integer(profile::defaultSampleType, timeType);
-        return m_profile.Text();
+        m_profile.VarintField(profile::defaultSampleType, timeType);
+        return std::move(m_text);
     }
 
 private:
@@ -121,34 +119,34 @@ private:
 
     void WriteSamples() {
         for (std::size_t place = 1; place < m_places.size(); ++place) {
-            Protobuf locations;  // the innermost first
+            std::string locations;  // the innermost first
             for (std::size_t at = place; at != 0; at = m_places[at].above) {
-                locations.Varint(m_places[at].function);
+                WireWriter(locations).Varint(m_places[at].function);
             }
-            Protobuf values;
+            std::string values;
             for (const std::uint64_t value : m_places[place].values) {
-                values.Varint(value);
+                WireWriter(values).Varint(value);
             }
-            Protobuf sample;
-            sample.Message(1, locations);
-            sample.Message(2, values);
-            m_profile.Message(profile::sample, sample);
+            std::string sample;
+            WireWriter(sample).BytesField(1, locations);
+            WireWriter(sample).BytesField(2, values);
+            m_profile.BytesField(profile::sample, sample);
         }
     }
 
     // Each name is a function at a location of its own; both have the same number.
     void WriteFunctions() {
         for (std::uint64_t number = 1; number <= m_functions.size(); ++number) {
-            Protobuf line;
-            line.Integer(1, number);
-            Protobuf location;
-            location.Integer(1, number);
-            location.Message(4, line);
-            m_profile.Message(profile::location, location);
-            Protobuf function;
-            function.Integer(1, number);
-            function.Integer(2, m_functionNames[number - 1]);
-            m_profile.Message(profile::function, function);
+            std::string line;
+            WireWriter(line).VarintField(1, number);
+            std::string location;
+            WireWriter(location).VarintField(1, number);
+            WireWriter(location).BytesField(4, line);
+            m_profile.BytesField(profile::location, location);
+            std::string function;
+            WireWriter(function).VarintField(1, number);
+            WireWriter(function).VarintField(2, m_functionNames[number - 1]);
+            m_profile.BytesField(profile::function, function);
         }
     }
 
@@ -161,10 +159,11 @@ private:
             end = std::max(end, span.end);
         }
         if (m_forest.Size() != 0) {
-            m_profile.Integer(profile::time,
-                              static_cast<std::uint64_t>(begin) * nanosecondsPerMicrosecond);
-            m_profile.Integer(profile::duration,
-                              static_cast<std::uint64_t>(end - begin) * nanosecondsPerMicrosecond);
+            m_profile.VarintField(profile::time,
+                                  static_cast<std::uint64_t>(begin) * nanosecondsPerMicrosecond);
+            m_profile.VarintField(
+                profile::duration,
+                static_cast<std::uint64_t>(end - begin) * nanosecondsPerMicrosecond);
         }
     }
 
@@ -185,7 +184,8 @@ private:
     }
 
     const ActivityForest& m_forest;
-    Protobuf m_profile;
+    std::string m_text;
+    WireWriter m_profile{m_text};
     std::vector<StackPlace> m_places = std::vector<StackPlace>(1);  // 0: above all
     std::map<std::pair<std::size_t, std::uint64_t>, std::size_t> m_below;
     std::unordered_map<std::string, std::uint64_t> m_functions;
@@ -193,35 +193,6 @@ private:
     std::unordered_map<std::string, std::uint64_t> m_textNumbers;
     std::vector<std::string> m_texts;
 };
-
-la_ssize_t WriteTo(archive* /*writer*/, void* out, const void* data, std::size_t size) {
-    static_cast<std::ostream*>(out)->write(static_cast<const char*>(data),
-                                           static_cast<std::streamsize>(size));
-    return static_cast<la_ssize_t>(size);
-}
-
-void WriteGzip(const std::string& text, std::ostream& out) {
-    const std::unique_ptr<archive, int (*)(archive*)> writer(archive_write_new(),
-                                                             archive_write_free);
-    const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(archive_entry_new(),
-                                                                         archive_entry_free);
-    archive_entry_set_filetype(entry.get(), AE_IFREG);
-    // Without the time, so that the same log makes the same file.
-    const bool isWritten =
-        archive_write_add_filter_gzip(writer.get()) == ARCHIVE_OK &&
-        archive_write_set_filter_option(writer.get(), "gzip", "timestamp", nullptr) == ARCHIVE_OK &&
-        archive_write_set_format_raw(writer.get()) == ARCHIVE_OK &&
-        archive_write_set_bytes_in_last_block(writer.get(), 1) == ARCHIVE_OK &&
-        archive_write_open(writer.get(), &out, nullptr, WriteTo, nullptr) == ARCHIVE_OK &&
-        archive_write_header(writer.get(), entry.get()) == ARCHIVE_OK &&
-        archive_write_data(writer.get(), text.data(), text.size()) ==
-            static_cast<la_ssize_t>(text.size()) &&
-        archive_write_close(writer.get()) == ARCHIVE_OK;
-    if (!isWritten) {
-        const char* const error = archive_error_string(writer.get());
-        throw std::runtime_error(std::string("gzip: ") + (error == nullptr ? "failed" : error));
-    }
-}
 
 }  // namespace
 

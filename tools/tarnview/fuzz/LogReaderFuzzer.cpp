@@ -74,6 +74,7 @@ void ShowAll(const ActivityForest& forest) {
     }
     Require(shown == forest.Size(), "each activity is in one tree");
     ExportChrome(forest, out);
+    ExportPerfetto(forest, out);
     ExportSpeedscope(forest, out);
     ExportOtlp(forest, "", out);
     ExportFolded(forest, FoldedWeight::Time, out);

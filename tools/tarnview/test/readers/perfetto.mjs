@@ -12,15 +12,15 @@ const { activities, first } = readLogs(logs);
 const folder = scratch();
 
 /** A trace processor that has loaded what tarnview exports of some logs. */
-async function load(...paths) {
-  const trace = join(folder, "trace.json");
-  run("export", "--to", "chrome", "-o", trace, ...paths);
+async function load(format, ...paths) {
+  const trace = join(folder, "trace");
+  run("export", "--to", format, "-o", trace, ...paths);
   const loaded = await TraceProcessor.create();
   loaded.load(readFileSync(trace));
   return loaded;
 }
 
-const processor = await load(...logs);
+const processor = await load("chrome", ...logs);
 
 const complaints = processor.query(`
   select name, value from stats
@@ -115,11 +115,47 @@ const lines = ["begin", "end"].flatMap(type => atOnce.map(([name, sponsor, tid, 
     attributes: {}, body: {} })));
 const path = join(folder, "at-once.log");
 writeFileSync(path, lines.join("\n") + "\n");
-const small = await load(path);
+const small = await load("chrome", path);
 assert.deepEqual(small.query(`
   select a.name as sponsor, b.name as work from flow
   join slice a on a.id = slice_out join slice b on b.id = slice_in order by b.name`),
                  [{ sponsor: "request", work: "load" }, { sponsor: "parse", work: "store" }]);
 assert.deepEqual(small.query("select name from slice where depth = 1 order by name"),
                  [{ name: "check" }, { name: "parse" }]);
+// In its own form: the same slices at their times of day, with the same arguments, and those that
+// cross others on their thread on tracks of their own.
+const binary = await load("perfetto", ...logs);
+assert.deepEqual(binary.query(`
+  select name, value from stats
+  where (severity in ('error', 'data_loss') or name like 'flow%') and value != 0`), []);
+const own = binary.query(`
+  select slice.id as number, slice.name as name, slice.ts as ts, slice.dur as dur,
+         slice.category as category, extract_arg(slice.arg_set_id, 'debug.id') as id,
+         extract_arg(slice.arg_set_id, 'debug.result') as result,
+         extract_arg(slice.arg_set_id, 'debug.exclusive-us') as exclusive
+  from slice`);
+assert.equal(own.length, activities.length);
+const ownById = new Map(own.map(it => [it.id, it]));
+for (const activity of activities) {
+  const what = `${activity.name} ${activity.id}`, slice = ownById.get(activity.id);
+  assert.ok(slice, `${what} is missing`);
+  assert.deepEqual([slice.name, slice.dur / 1000, slice.result],
+                   [activity.name, activity.duration, activity.result ?? "never ended"], what);
+  assert.equal(Math.round((slice.ts - Math.min(...own.map(it => it.ts))) / 1000), activity.begin - first, what);
+}
+assert.equal(binary.query("select count(*) as number from flow")[0].number,
+             handedOver.length + adopted.length);
+
+// What crosses on one thread: both are there, each with its own time.
+const crossing = [["one", 0, 10], ["two", 5, 15]].flatMap(([name, from, to]) =>
+  [["begin", from], ["end", to]].map(([type, ms]) => JSON.stringify({
+    time: `2026-03-01T10:00:00.0${String(ms).padStart(2, "0")}000Z`, event: `${type}-${name}`,
+    pid: 1, tid: 1, session: "-", request: "r", user: "-", site: "-", environment: {},
+    activity: { depth: 0, id: name, name, type,
+                ...(type === "end" && { elapsed: 0.01, exclusive: 0.01, rk: "ok", rv: {} }) },
+    attributes: {}, body: {} }))).sort();
+writeFileSync(path, crossing.join("\n") + "\n");
+const crossed = await load("perfetto", path);
+assert.deepEqual(crossed.query("select name, dur, depth from slice order by ts"),
+                 [{ name: "one", dur: 10e6, depth: 0 }, { name: "two", dur: 10e6, depth: 0 }]);
 console.log(`${slices.length} slices, ${handedOver.length} handed over, ${adopted.length} adopted`);
