@@ -1,5 +1,6 @@
 #include "report/ReportPage.h"
 
+#include "export/Gzip.h"
 #include "export/Json.h"
 #include "export/ThreadLanes.h"
 #include "output/TreePrinter.h"
@@ -7,10 +8,18 @@
 #include "report/PageText.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <limits>
+#include <numeric>
 #include <ostream>
+#include <simdjson.h>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tarnview {
@@ -19,42 +28,144 @@ namespace {
 
 using Index = ActivityForest::Index;
 
-class ReportData {
+// Texts one behind the other, a line end behind each, and where each ends as the page counts: in
+// UTF-16 code units.
+class TextColumn {
 public:
-    explicit ReportData(const ActivityForest& forest) : m_forest(forest) {
-        m_lanes.resize(forest.Size());
-        m_levels.resize(forest.Size());
-        for (Index index = 0; index < forest.Size(); ++index) {
-            const Microseconds begin = forest[index].begin;
-            m_base = index == 0 ? begin : std::min(m_base, begin);
+    void Add(std::string_view text) {
+        // What a browser would decode as it sees fit would move the ends of all that follow.
+        std::string ascii;
+        if (!simdjson::validate_utf8(text.data(), text.size())) {
+            ascii = text;
+            std::replace_if(
+                ascii.begin(), ascii.end(), [](char byte) { return (byte & 0x80) != 0; }, '?');
+            text = ascii;
+        }
+        for (const char byte : text) {
+            const auto unit = static_cast<unsigned char>(byte);
+            m_length += (unit & 0xC0U) != 0x80 ? 1 : 0;  // not within a character
+            m_length += unit >= 0xF0 ? 1 : 0;            // a pair of surrogates
+        }
+        m_bytes.append(text).push_back('\n');
+        m_ends.push_back(++m_length);
+    }
+
+    const std::string& Bytes() const { return m_bytes; }
+
+    const std::vector<std::int32_t>& Ends() const { return m_ends; }
+
+private:
+    std::string m_bytes;
+    std::vector<std::int32_t> m_ends;
+    std::int32_t m_length = 0;
+};
+
+// Columns of numbers behind a header that names them, as the page maps them into its memory: little
+// endian, each at a multiple of eight bytes.
+class Columns {
+public:
+    void Add(std::string_view name, const std::vector<double>& values) {
+        Add(name, "f64", values.size());
+        for (const double value : values) {
+            Append(std::bit_cast<std::uint64_t>(value), sizeof(value));
         }
     }
 
-    void Write(std::ostream& out) {
-        Json json(out);
+    void Add(std::string_view name, const std::vector<std::int32_t>& values) {
+        Add(name, "i32", values.size());
+        for (const std::int32_t value : values) {
+            Append(static_cast<std::uint32_t>(value), sizeof(value));
+        }
+    }
+
+    void Add(std::string_view name, std::string_view bytes) {
+        Add(name, "u8", bytes.size());
+        m_bytes.append(bytes);
+    }
+
+    void WriteNames(Json& json) const {
+        json.BeginArray();
+        for (const auto& [name, kind, size] : m_names) {
+            json.BeginArray();
+            json.Text(name);
+            json.Text(kind);
+            json.Number(static_cast<long long>(size));
+            json.EndArray();
+        }
+        json.EndArray();
+    }
+
+    std::string Behind(std::string header) const {
+        constexpr std::size_t sizeBytes = 4;
+        header.append((8 - (header.size() + sizeBytes) % 8) % 8, ' ');
+        std::string whole;
+        for (std::size_t byte = 0; byte < sizeBytes; ++byte) {
+            whole.push_back(static_cast<char>(header.size() >> (8 * byte)));
+        }
+        return whole + header + m_bytes;
+    }
+
+private:
+    void Add(std::string_view name, std::string_view kind, std::size_t size) {
+        m_bytes.append((8 - m_bytes.size() % 8) % 8, '\0');
+        m_names.emplace_back(name, kind, size);
+    }
+
+    void Append(std::uint64_t value, std::size_t bytes) {
+        for (std::size_t byte = 0; byte < bytes; ++byte) {
+            m_bytes.push_back(static_cast<char>(value >> (8 * byte)));
+        }
+    }
+
+    std::vector<std::tuple<std::string, std::string, std::size_t>> m_names;
+    std::string m_bytes;
+};
+
+class ReportData {
+public:
+    explicit ReportData(const ActivityForest& forest)
+        : m_forest(forest),
+          m_lanes(MakeThreadLanes(forest)),
+          m_order(forest.Size()),
+          m_places(forest.Size()),
+          m_laneOf(forest.Size()),
+          m_levels(forest.Size()) {
+        for (std::size_t number = 0; number < m_lanes.size(); ++number) {
+            Nest(m_lanes[number], number);
+        }
+        std::iota(m_order.begin(), m_order.end(), Index{0});
+        std::stable_sort(m_order.begin(), m_order.end(), [this](Index a, Index b) {
+            const auto keyOf = [this](Index index) {
+                return std::pair(SpanOf(m_forest, index).begin, m_levels[index]);
+            };
+            return keyOf(a) < keyOf(b);
+        });
+        for (std::size_t place = 0; place < m_order.size(); ++place) {
+            m_places[m_order[place]] = static_cast<std::int32_t>(place);
+        }
+        m_base = m_order.empty() ? 0 : SpanOf(forest, m_order.front()).begin;
+    }
+
+    std::string ToString() {
+        Columns columns;
+        AddTimes(columns);
+        AddFigures(columns);
+        AddPlaces(columns);
+        AddTexts(columns);
+        std::ostringstream header;
+        Json json(header);
         json.BeginObject();
         json.Member("base", FormatTimestamp(m_base));
         json.Key("lanes");
         json.BeginArray();
-        const std::vector<ThreadLane> lanes = MakeThreadLanes(m_forest);
-        for (std::size_t number = 0; number < lanes.size(); ++number) {
-            json.Text(NameOf(lanes[number]));
-            Nest(lanes[number], number);
+        for (const ThreadLane& lane : m_lanes) {
+            json.Text(NameOf(lane));
         }
         json.EndArray();
-        json.Key("activities");
-        json.BeginArray();
-        for (Index index = 0; index < m_forest.Size(); ++index) {
-            WriteActivity(json, index);
-        }
-        json.EndArray();
-        json.Key("texts");
-        json.BeginArray();
-        for (const std::string& text : m_texts) {
-            json.Text(text);
-        }
-        json.EndArray();
+        json.Key("columns");
+        columns.WriteNames(json);
         json.EndObject();
+        return columns.Behind(header.str());
     }
 
 private:
@@ -73,73 +184,115 @@ private:
             while (!ends.empty() && ends.back() <= span.begin) {
                 ends.pop_back();
             }
-            m_lanes[index] = number;
-            m_levels[index] = ends.size();
+            m_laneOf[index] = static_cast<std::int32_t>(number);
+            m_levels[index] = static_cast<std::int32_t>(ends.size());
             if (span.end > span.begin) {
                 ends.push_back(span.end);
             }
         }
     }
 
-    // Most texts occur in many activities, so they are kept once.
-    long long TextNumber(const std::string& text) {
-        const auto [place, isNew] = m_numbers.emplace(text, m_texts.size());
-        if (isNew) {
-            m_texts.push_back(text);
+    // A column: for each activity, in the order of their begins, what `valueOf` says of it.
+    template <class Value>
+    auto Column(const Value& valueOf) const {
+        std::vector<decltype(valueOf(Index{}))> column;
+        column.reserve(m_order.size());
+        for (const Index index : m_order) {
+            column.push_back(valueOf(index));
         }
-        return static_cast<long long>(place->second);
+        return column;
     }
 
-    void WriteActivity(Json& json, Index index) {
-        const Activity& activity = m_forest[index];
-        const Index parent = m_forest.ParentOf(index);
-        const TimeSpan span = SpanOf(m_forest, index);
-        json.BeginArray();
-        json.Text(activity.id);
-        json.Number(TextNumber(activity.name));
-        json.Number(parent == ActivityForest::none ? -1LL : static_cast<long long>(parent));
-        json.Number(static_cast<long long>(m_lanes[index]));
-        json.Number(static_cast<long long>(m_levels[index]));
-        json.Number(static_cast<long long>(span.begin - m_base));
-        json.Number(static_cast<long long>(span.end - span.begin));
-        json.Number(static_cast<long long>(activity.ExclusiveTime()));
-        const Figures& figures = activity.figures;
-        WriteFigure(json, figures.hasCpu, figures.CpuExclusive());
-        WriteFigure(json, figures.hasAllocated, figures.ae);
-        json.Number(TextNumber(activity.hasEnd ? activity.result : "never ended"));
-        json.Number(TextNumber(PairsOf(activity.resultDetails)));
-        WriteMore(json, index);
-        json.Number(StateOf(activity));
-        WriteFigure(json, figures.hasCpu, figures.CpuInclusive());
-        WriteFigure(json, figures.hasAllocated, figures.ai);
-        json.Number(activity.hasEnd ? static_cast<long long>(m_forest.SelfTime(index)) : 0LL);
-        json.EndArray();
+    void AddTimes(Columns& columns) const {
+        const auto number = [](Microseconds time) { return static_cast<double>(time); };
+        columns.Add("begin", Column([&](Index index) {
+                        return number(SpanOf(m_forest, index).begin - m_base);
+                    }));
+        columns.Add("length", Column([&](Index index) {
+                        const TimeSpan span = SpanOf(m_forest, index);
+                        return number(span.end - span.begin);
+                    }));
+        columns.Add("exclusive",
+                    Column([&](Index index) { return number(m_forest[index].ExclusiveTime()); }));
+        columns.Add("self", Column([&](Index index) {
+                        return m_forest[index].hasEnd ? number(m_forest.SelfTime(index)) : 0.0;
+                    }));
     }
 
-    static void WriteFigure(Json& json, bool isMeasured, double figure) {
-        if (isMeasured) {
-            json.Number(Rounded(figure));
-        } else {
-            json.Nothing();
+    void AddFigures(Columns& columns) const {
+        const auto add =
+            [&](std::string_view name, bool Figures::*isMeasured, const auto& figureOf) {
+                columns.Add(name, Column([&](Index index) {
+                                const Figures& figures = m_forest[index].figures;
+                                return figures.*isMeasured
+                                           ? static_cast<double>(Rounded(figureOf(figures)))
+                                           : std::numeric_limits<double>::quiet_NaN();
+                            }));
+            };
+        add("cpu", &Figures::hasCpu, [](const Figures& it) { return it.CpuExclusive(); });
+        add("cpuAll", &Figures::hasCpu, [](const Figures& it) { return it.CpuInclusive(); });
+        add("memory", &Figures::hasAllocated, [](const Figures& it) { return it.ae; });
+        add("memoryAll", &Figures::hasAllocated, [](const Figures& it) { return it.ai; });
+    }
+
+    void AddPlaces(Columns& columns) const {
+        columns.Add("parent", Column([&](Index index) {
+                        const Index parent = m_forest.ParentOf(index);
+                        return parent == ActivityForest::none ? -1 : m_places[parent];
+                    }));
+        columns.Add("lane", Column([&](Index index) { return m_laneOf[index]; }));
+        columns.Add("level", Column([&](Index index) { return m_levels[index]; }));
+        std::string states;
+        for (const Index index : m_order) {
+            states.push_back(StateOf(m_forest[index]));
         }
+        columns.Add("state", states);
+    }
+
+    void AddTexts(Columns& columns) {
+        columns.Add("name", Column([&](Index index) { return TextNumber(m_forest[index].name); }));
+        columns.Add("result", Column([&](Index index) {
+                        const Activity& activity = m_forest[index];
+                        return TextNumber(activity.hasEnd ? activity.result : "never ended");
+                    }));
+        columns.Add("detail", Column([&](Index index) {
+                        return TextNumber(PairsOf(m_forest[index].resultDetails));
+                    }));
+        std::vector<std::int32_t> ends;
+        std::vector<std::int32_t> names;
+        std::vector<std::int32_t> values;
+        TextColumn ids;
+        for (const Index index : m_order) {
+            ForEachOther(index, [&](std::string_view name, const std::string& text) {
+                if (!text.empty() && text != "-") {
+                    names.push_back(TextNumber(std::string(name)));
+                    values.push_back(TextNumber(text));
+                }
+            });
+            ends.push_back(static_cast<std::int32_t>(names.size()));
+            ids.Add(m_forest[index].id);
+        }
+        columns.Add("moreEnd", ends);
+        columns.Add("moreName", names);
+        columns.Add("moreText", values);
+        columns.Add("idEnd", ids.Ends());
+        columns.Add("ids", ids.Bytes());
+        columns.Add("textEnd", m_texts.Ends());
+        columns.Add("texts", m_texts.Bytes());
     }
 
     // 0: good, 1: failed, 2: terminated early, 3: never ended.
-    static long long StateOf(const Activity& activity) {
+    static char StateOf(const Activity& activity) {
         if (!activity.hasEnd) {
             return 3;
         }
         return activity.IsEarlyTermination() ? 2 : activity.IsFailure() ? 1 : 0;
     }
 
-    void WriteMore(Json& json, Index index) {
+    // All else that the log says of an activity, each with its name.
+    template <class Add>
+    void ForEachOther(Index index, const Add& add) const {
         const Activity& activity = m_forest[index];
-        json.BeginObject();
-        const auto add = [&](std::string_view name, const std::string& text) {
-            if (!text.empty() && text != "-") {
-                json.Member(name, TextNumber(text));
-            }
-        };
         add("about", activity.description);
         add("caller", std::string(TextOf(m_forest.LinkOf(index))));
         add("user", activity.user);
@@ -154,27 +307,46 @@ private:
             supplements.append(supplements.empty() ? "" : "\n").append(supplement);
         }
         add("supplements", supplements);
-        json.EndObject();
+    }
+
+    // Most texts occur in many activities, so they are kept once.
+    std::int32_t TextNumber(const std::string& text) {
+        const auto [place, isNew] =
+            m_numbers.emplace(text, static_cast<std::int32_t>(m_numbers.size()));
+        if (isNew) {
+            m_texts.Add(text);
+        }
+        return place->second;
     }
 
     const ActivityForest& m_forest;
+    std::vector<ThreadLane> m_lanes;
+    std::vector<Index> m_order;          // of the begins
+    std::vector<std::int32_t> m_places;  // of each activity in that order
+    std::vector<std::int32_t> m_laneOf;
+    std::vector<std::int32_t> m_levels;
     Microseconds m_base = 0;
-    std::vector<std::size_t> m_lanes;
-    std::vector<std::size_t> m_levels;
-    std::vector<std::string> m_texts;
-    std::unordered_map<std::string, std::size_t> m_numbers;
+    TextColumn m_texts;
+    std::unordered_map<std::string, std::int32_t> m_numbers;
 };
 
-// Within a page no text may look like the end of the element around it. Outside of its
-// texts JSON has no such character.
-void WriteWithoutMarkup(const std::string& json, std::ostream& out) {
-    for (const char character : json) {
-        if (character == '<') {
-            out << "\\u003c";
-        } else {
-            out << character;
+std::string Base64(std::string_view bytes) {
+    constexpr std::string_view letters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        std::uint32_t group = 0;
+        for (std::size_t byte = 0; byte < 3; ++byte) {
+            const bool isThere = at + byte < bytes.size();
+            group = group << 8U | (isThere ? static_cast<unsigned char>(bytes[at + byte]) : 0U);
+        }
+        for (std::size_t letter = 0; letter < 4; ++letter) {
+            const bool isThere = at + letter <= bytes.size();
+            text.push_back(isThere ? letters[group >> (18 - 6 * letter) & 0x3FU] : '=');
         }
     }
+    return text;
 }
 
 }  // namespace
@@ -184,10 +356,9 @@ void WriteReportPage(const ActivityForest& forest, std::ostream& out) {
     constexpr std::string_view scriptMark = "@SCRIPT@";
     const std::size_t data = pageText.find(dataMark);
     const std::size_t script = pageText.find(scriptMark);
-    std::ostringstream json;
-    ReportData(forest).Write(json);
-    out << pageText.substr(0, data);
-    WriteWithoutMarkup(json.str(), out);
+    std::ostringstream packed;
+    WriteGzip(ReportData(forest).ToString(), packed);
+    out << pageText.substr(0, data) << Base64(packed.str());
     out << pageText.substr(data + dataMark.size(), script - data - dataMark.size()) << pageScript
         << pageText.substr(script + scriptMark.size());
 }

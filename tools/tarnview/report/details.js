@@ -34,7 +34,7 @@ function choose(index, isRevealed) {
   }
   line(list, "where", lanes[row.lane].name);
   line(list, "id", row.id);
-  for (const [name, text] of Object.entries(row.more)) line(list, name, data.texts[text]);
+  for (const [name, text] of Object.entries(row.more)) line(list, name, text);
   line(list, "within", chain.length ? chain : "nothing");
   const most = 30;
   const children = row.children.slice(0, most).flatMap(
@@ -55,15 +55,19 @@ function step(key) {
   if (next >= 0) choose(next, true);
 }
 
-let lowerTexts = null;
-const byBegin = rows.map(row => row.index).sort((a, b) => rows[a].begin - rows[b].begin);
+// Each text is looked at once, however many activities have it; an id by its beginning.
 function find() {
   const text = element("search").value.toLowerCase();
-  // Each text is looked at once, however many activities have it.
-  lowerTexts ??= data.texts.map(it => it.toLowerCase());
-  const hits = lowerTexts.map(it => it.includes(text));
-  foundList = text ? byBegin.filter(index => rows[index].texts.some(it => hits[it]) ||
-                                             rows[index].id.toLowerCase().startsWith(text)) : [];
+  foundList = [];
+  if (text) {
+    const has = texts.having(text), wholeIds = ids.lowered();
+    for (let index = 0, more = 0; index < rows.length; ++index) {
+      let isHit = has[columns.name[index]] || has[columns.result[index]] || has[columns.detail[index]] ||
+                  wholeIds.startsWith(text, ids.begin(index));
+      for (; more < columns.moreEnd[index]; ++more) isHit ||= has[columns.moreText[more]];
+      if (isHit) foundList.push(index);
+    }
+  }
   found = new Set(foundList);
   at = -1;
   element("hits").textContent = text ? foundList.length + " found" : "";

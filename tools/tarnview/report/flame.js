@@ -1,5 +1,5 @@
-// Flame chart: stacks of names, as wide as their own figures together. Own time is the time
-// in which no child ran, on any thread: waiting for a child is not counted beside it.
+// Flame chart of what the tables are of: stacks of names, as wide as their own figures together. Own time
+// is the time in which no child ran, on any thread: waiting for a child is not counted beside it.
 const flameRow = 18, deepestFlame = 100;
 let flameBoxes = [], flameRoot = null;
 const flameText = value => (element("weight").value === "memory" ? bytes : duration)(value);
@@ -16,7 +16,7 @@ function buildFlame(weight) {
     }
     return nodes[index];
   };
-  for (const row of rows) nodeOf(row.index).own += Math.max(row[weight], 0);
+  for (const row of shownRows) nodeOf(row.index).own += Math.max(row[weight], 0);
   // Each node comes after its parent, so that sums go up from the last one.
   const order = [root];
   for (let place = 0; place < order.length; ++place) order.push(...order[place].children.values());
@@ -28,6 +28,7 @@ function buildFlame(weight) {
 }
 const widestFirst = node => [...node.children.values()].sort((a, b) => b.total - a.total);
 function drawFlame() {
+  if (!flameRoot) return;
   const canvas = element("flame"), width = canvas.clientWidth;
   flameBoxes = [];
   const waiting = [[flameRoot, 0, 0]];
@@ -54,7 +55,14 @@ function drawFlame() {
   element("flameInfo").textContent = `${chain.join(" > ")}: ${flameText(flameRoot.total)}` +
     (flameRoot.parent ? " (Backspace, or click the topmost box, to go back)" : "");
 }
-function startFlame() { flameRoot = buildFlame(element("weight").value); drawFlame(); }
+// Where one had gone into it, one stays, as far as that is there.
+function startFlame() {
+  const chain = [];
+  for (let next = flameRoot; next?.parent; next = next.parent) chain.unshift(next.name);
+  flameRoot = buildFlame(element("weight").value);
+  for (const name of chain) flameRoot = flameRoot.children.get(name) ?? flameRoot;
+  drawFlame();
+}
 const flameHit = event => flameBoxes.find(
   it => event.offsetX >= it.x && event.offsetX < it.x + it.wide &&
         event.offsetY >= it.y && event.offsetY < it.y + flameRow);

@@ -1,6 +1,6 @@
 // The request of the chosen activity by itself: a row for each, callers above callees, over all
 // threads and processes; an arrow where work was handed over.
-const requestRows = 400, requestLabel = 190;
+const requestRows = 400;
 let request = [];
 function treeOf(row) {
   let top = row.index;
@@ -9,7 +9,7 @@ function treeOf(row) {
   while (waiting.length) {
     const [index, level] = waiting.pop();
     list.push({row: rows[index], level});
-    for (const child of [...rows[index].children].reverse()) waiting.push([child, level + 1]);
+    for (const child of rows[index].children.reverse()) waiting.push([child, level + 1]);
   }
   return list;
 }
@@ -20,6 +20,8 @@ function drawRequest(row) {
   element("requestInfo").textContent = request.length
     ? `${request[0].row.name}, ${request.length} activities` +
       (request.length > requestRows ? `, the first ${requestRows} of them` : "") : "Choose an activity.";
+  listRequest(shown);
+  const requestLabel = isNarrow.matches ? 120 : 190;
   const context = prepare(canvas, width, Math.max(shown.length, 1) * rowHeight + 4);
   if (!shown.length) return;
   const from = shown[0].row.begin;
@@ -40,6 +42,18 @@ function drawRequest(row) {
     const parent = places.get(it.parent);
     if (parent !== undefined && rows[it.parent].lane !== it.lane) arrow(context, x, parent, place, faint);
   });
+}
+// The same for who cannot see the picture.
+const stateNames = ["", ", failed", ", terminated early", ", never ended"];
+function listRequest(shown) {
+  element("requestTree").replaceChildren(...shown.map(({row, level}) => {
+    const item = document.createElement("li");
+    item.role = "treeitem";
+    item.ariaLevel = String(level + 1);
+    item.ariaSelected = String(row.index === chosen);
+    item.textContent = `${row.name}, ${duration(row.length)}${stateNames[row.state]}`;
+    return item;
+  }));
 }
 // From the caller's row down to where the callee begins.
 function arrow(context, x, from, to, ink) {

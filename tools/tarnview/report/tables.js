@@ -28,7 +28,7 @@ function makeGroups(shown) {
     }
   }
   for (const group of groups.values()) {
-    const lengths = group.lengths.sort((a, b) => a - b);
+    const lengths = Float64Array.from(group.lengths).sort();
     if (!group.count) {  // nothing of it has ended: there are no times
       for (const name of ["total", "mean", "p50", "p90", "p99", "max", "exclusive"]) group[name] = null;
       continue;
@@ -37,23 +37,23 @@ function makeGroups(shown) {
     [group.p50, group.p90, group.p99, group.max] = [0.5, 0.9, 0.99, 1].map(it => quantile(lengths, it));
   }
 }
-const columns = [["name"], ["count"], ["failed", null, "bad"], ["early", null, "bad"],
-                 ["open", null, "bad"], ["total", duration], ["mean", duration], ["p50", duration],
-                 ["p90", duration], ["p99", duration], ["max", duration], ["exclusive", duration],
-                 ["cpu", duration], ["memory", bytes]];
+const topColumns = [["name"], ["count"], ["failed", null, "bad"], ["early", null, "bad"],
+                    ["open", null, "bad"], ["total", duration], ["mean", duration], ["p50", duration],
+                    ["p90", duration], ["p99", duration], ["max", duration], ["exclusive", duration],
+                    ["cpu", duration], ["memory", bytes]];
 let sortedBy = "total", isReversed = false;
 function drawTop() {
   const table = element("top");
   table.textContent = "";
   const head = table.createTHead().insertRow();
-  for (const [name] of columns) {
+  for (const [name] of topColumns) {
     const heading = document.createElement("th"), button = document.createElement("button");
     button.textContent = name;
     button.onclick = () => {
       isReversed = sortedBy === name && !isReversed;
       sortedBy = name;
       drawTop();
-      table.querySelectorAll("th button")[columns.findIndex(it => it[0] === name)].focus();
+      table.querySelectorAll("th button")[topColumns.findIndex(it => it[0] === name)].focus();
     };
     if (name === sortedBy) {
       heading.ariaSort = (name === "name") === isReversed ? "descending" : "ascending";
@@ -66,7 +66,7 @@ function drawTop() {
                                                       : b[sortedBy] - a[sortedBy]);
   for (const group of [...groups.values()].sort(order)) {
     const line = body.insertRow();
-    for (const [name, format, badness] of columns) {
+    for (const [name, format, badness] of topColumns) {
       if (name === "name") {
         const button = document.createElement("button");
         button.textContent = group.name;
@@ -83,29 +83,44 @@ function drawTop() {
 }
 // Numbers and ids make messages differ that mean the same.
 const alike = text => text.replace(/[0-9A-Fa-f]{8}-[0-9A-Fa-f-]{27}|\d+/g, "#");
+// The columns of failures, with what they are sorted by; by itself what failed comes before what
+// terminated early because of it.
+const failureColumns = {
+  count: kind => -kind.members.length, name: kind => kind.first.name, result: kind => kind.first.result,
+  more: kind => kind.first.detail, first: kind => kind.first.begin, elapsed: null, where: null};
+let failuresBy = null, areFailuresReversed = false;
 const opened = new Set();  // groups of failures that show their members, with how many
 const membersAtOnce = 200;
 let openedCounts = new Map();
 function drawFailures() {
-  const table = element("failures"), kinds = new Map();
+  const table = element("failures"), kinds = new Map(), text = element("failureFilter").value.toLowerCase();
   table.textContent = "";
-  for (const row of shownRows.filter(it => it.state)) {
+  for (const row of shownRows) {
+    if (!row.state) continue;
     const key = [row.name, row.result, alike(row.detail)].join("\0");
+    if (text && !(key.toLowerCase().includes(text) || row.detail.toLowerCase().includes(text))) continue;
     if (!kinds.has(key)) kinds.set(key, {key, first: row, members: []});
-    const kind = kinds.get(key);
-    kind.members.push(row);
-    if (row.begin < kind.first.begin) kind.first = row;
+    kinds.get(key).members.push(row);  // they come in the order of their begins
   }
   const head = table.createTHead().insertRow(), body = table.createTBody();
-  for (const name of ["count", "name", "result", "more", "first", "elapsed", "where"]) {
-    const heading = document.createElement("th");
-    heading.textContent = name;
+  for (const [name, key] of Object.entries(failureColumns)) {
+    const heading = document.createElement("th"), button = document.createElement("button");
     if (!["count", "first", "elapsed"].includes(name)) heading.className = "left";
+    if (name === failuresBy) heading.ariaSort = areFailuresReversed ? "descending" : "ascending";
+    button.textContent = name;
+    button.onclick = () => {
+      areFailuresReversed = failuresBy === name && !areFailuresReversed;
+      failuresBy = name;
+      drawFailures();
+      table.querySelectorAll("th button")[Object.keys(failureColumns).indexOf(name)].focus();
+    };
+    heading.append(key ? button : name);
     head.append(heading);
   }
-  // What failed comes before what terminated early because of it.
-  const order = (a, b) => (a.first.state === 1 ? 0 : 1) - (b.first.state === 1 ? 0 : 1) ||
-    b.members.length - a.members.length || a.first.begin - b.first.begin;
+  const sign = areFailuresReversed ? -1 : 1, key = failureColumns[failuresBy];
+  const order = (a, b) => key ? sign * (key(a) < key(b) ? -1 : key(a) > key(b) ? 1 : 0)
+    : (a.first.state === 1 ? 0 : 1) - (b.first.state === 1 ? 0 : 1) ||
+      b.members.length - a.members.length || a.first.begin - b.first.begin;
   for (const kind of [...kinds.values()].sort(order)) {
     const line = body.insertRow(), button = document.createElement("button"), row = kind.first;
     line.className = "kind";
@@ -130,7 +145,7 @@ function drawFailures() {
 }
 function addMembers(body, kind) {
   const most = openedCounts.get(kind.key) ?? membersAtOnce;
-  const members = [...kind.members].sort((a, b) => a.begin - b.begin);
+  const members = kind.members;
   for (const row of members.slice(0, most)) {
     const line = body.insertRow();
     line.tabIndex = 0;
@@ -153,7 +168,7 @@ function addMembers(body, kind) {
     cell(body.insertRow(), button, "left");
   }
 }
-// Tables and sums are of all, or of what runs in the part of time that the timeline shows, or of what
+// Tables, sums and the flame chart are of all, or of what runs in the part of time that the timeline shows, or of what
 // the search has found, or of both.
 let shownRows = rows, following = 0;
 function isInView(row) { return row.begin <= view.to && row.begin + row.length >= view.from; }
@@ -164,6 +179,8 @@ function drawTables() {
   makeGroups(shownRows);
   drawTop();
   drawFailures();
+  startFlame();
+  drawHeat();
   const count = state => shownRows.filter(row => row.state === state).length;
   element("shown").textContent = shownRows.length === rows.length ? "" :
     `${shownRows.length} activities ` + (areOfFound() ? "found " : "") + (element("inView").checked
@@ -208,7 +225,7 @@ function download() {
   const lines = shownRows.map(row => JSON.stringify({
     name: row.name, id: row.id, begin: isoTime(row.begin), elapsed_seconds: isOpen(row) ? null : row.length / 1e6,
     result: row.result, where: lanes[row.lane].name,
-    ...Object.fromEntries(Object.entries(row.more).map(([name, text]) => [name, data.texts[text]]))}) + "\n");
+    ...row.more}) + "\n");
   const anchor = document.createElement("a");
   anchor.href = URL.createObjectURL(new Blob(lines, {type: "application/x-ndjson"}));
   anchor.download = "activities.jsonl";
@@ -217,21 +234,30 @@ function download() {
 }
 for (const id of ["inView", "areFound"]) element(id).onchange = () => { drawTables(); saveLink(); };
 element("download").onclick = download;
+element("failureFilter").oninput = drawFailures;
 element("clock").onchange = () => {
   clock = element("clock").value;
   drawTimeline();
   drawTables();
   if (chosen >= 0) choose(chosen, false);
 };
-addEventListener("hashchange", restoreLink);
-{
-  const count = state => rows.filter(row => row.state === state).length;
+function drawAll() { drawTimeline(); drawFlame(); drawRequest(); drawHeat(); }
+function start(data) {
+  takeData(data);
+  shownRows = rows;
+  const counts = [0, 0, 0, 0];
+  for (const state of columns.state) ++counts[state];
   element("summary").textContent = `${rows.length} activities on ${lanes.length} lanes, ` +
-    `${count(1)} failed, ${count(2)} terminated early, ${count(3)} never ended; ` +
-    `${duration(end)} from ${data.base}`;
+    `${counts[1]} failed, ${counts[2]} terminated early, ${counts[3]} never ended; ` +
+    `${duration(end)} from ${base.text}`;
+  document.body.ariaBusy = "false";
+  drawAll(); drawTables(); restoreLink();
+  addEventListener("resize", drawAll);
+  dark.addEventListener("change", drawAll);
+  new ResizeObserver(drawTimeline).observe(scroller);
+  addEventListener("hashchange", restoreLink);
 }
-function drawAll() { drawTimeline(); drawFlame(); drawRequest(); }
-flameRoot = buildFlame("self");
-drawAll(); drawTables(); restoreLink();
-addEventListener("resize", drawAll);
-dark.addEventListener("change", drawAll);
+load(element("data").textContent).then(start).catch(error => {
+  document.body.ariaBusy = "false";
+  element("summary").textContent = "This browser cannot show the page: " + error;
+});

@@ -1,23 +1,22 @@
 // Timeline: a band for each lane, as high as its activities are nested. The canvas is as large as
 // what can be seen of it, however many lanes there are.
-const labelWidth = 150, rowHeight = 16, axisHeight = 20, laneGap = 6;
-const lanes = data.lanes.map((name, index) => ({name, rows: [], depth: 1, top: 0, index}));
-for (const row of rows) {
-  lanes[row.lane].rows.push(row);
-  lanes[row.lane].depth = Math.max(lanes[row.lane].depth, row.level + 1);
-}
-let fullHeight = axisHeight;
-for (const lane of lanes) {
-  lane.rows.sort((a, b) => a.begin - b.begin || a.level - b.level);
-  let latest = -1;  // so that what ended before the view can be passed over
-  lane.ends = lane.rows.map(row => latest = Math.max(latest, row.begin + row.length));
-  lane.top = fullHeight;
-  fullHeight += lane.depth * rowHeight + laneGap;
-}
+const rowHeight = 16, axisHeight = 20, laneGap = 6;
+const isNarrow = matchMedia("(max-width: 600px)");
+const labels = () => isNarrow.matches ? 84 : 150;
+let lanes = [], fullHeight = axisHeight;
 const canvas = element("timeline"), scroller = element("lanes");
-element("strip").style.height = fullHeight + "px";
-scroller.style.height = Math.min(fullHeight + 2, 420) + "px";
-let view = {from: 0, to: end}, chosen = -1, found = new Set(), foundList = [], at = -1;
+let view = {from: 0, to: 1}, chosen = -1, found = new Set(), foundList = [], at = -1;
+function makeLanes({header, byLane, ends, depths}) {
+  lanes = header.lanes.map((name, index) => {
+    const lane = {name, index, rows: group(byLane, index), depth: depths[index], top: fullHeight,
+                  ends: ends.subarray(byLane.starts[index], byLane.starts[index + 1])};
+    fullHeight += lane.depth * rowHeight + laneGap;
+    return lane;
+  });
+  element("strip").style.height = fullHeight + "px";
+  scroller.style.height = Math.min(fullHeight + 2, 420) + "px";
+  view = {from: 0, to: end};
+}
 
 function firstVisible(lane) {
   let low = 0, high = lane.ends.length;
@@ -30,7 +29,7 @@ function firstVisible(lane) {
 
 // Ticks at round times, a hundred pixels apart or more.
 function drawAxis(context, width, height) {
-  const span = view.to - view.from, room = width - labelWidth;
+  const labelWidth = labels(), span = view.to - view.from, room = width - labelWidth;
   const rough = Math.max(span * 100 / room, 1), power = 10 ** Math.floor(Math.log10(rough));
   const step = [1, 2, 5, 10].find(it => it * power >= rough) * power;
   const [unit, name] = view.to >= 1e6 ? [1e6, "s"] : view.to >= 1e3 ? [1e3, "ms"] : [1, "us"];
@@ -55,20 +54,22 @@ function drawLane(context, lane, top, width, scale, ink, mark) {
   const seen = [];  // of each level the pixel up to which it is drawn already
   const marked = [];
   let drawn = 0;
-  for (let index = firstVisible(lane); index < lane.rows.length; ++index) {
-    const row = lane.rows[index];
-    if (row.begin > view.to) break;
-    const x = labelWidth + (row.begin - view.from) * scale, wide = row.length * scale;
-    const isMarked = row.index === chosen || found.has(row.index);
+  const labelWidth = labels();
+  for (let place = firstVisible(lane); place < lane.rows.length; ++place) {
+    const index = lane.rows[place], begin = columns.begin[index], level = columns.level[index];
+    if (begin > view.to) break;
+    const x = labelWidth + (begin - view.from) * scale, wide = columns.length[index] * scale;
+    const isMarked = index === chosen || found.has(index), state = columns.state[index];
     // Where many share a pixel the first is drawn, and each that failed.
-    if (!isMarked && row.state !== 1 && x + wide < (seen[row.level] ?? -1e9)) continue;
-    seen[row.level] = x + Math.max(wide, 1);
+    if (!isMarked && state !== 1 && x + wide < (seen[level] ?? -1e9)) continue;
+    seen[level] = x + Math.max(wide, 1);
+    const row = rows[index];
     const left = Math.max(x, labelWidth), right = Math.min(x + wide, width);
-    const y = top + row.level * rowHeight;
+    const y = top + level * rowHeight;
     box(context, left, y, right - left, rowHeight, row.name,
-        colour(row.name, row.state, wide < 4), row.state === 1 ? "#fff" : ink);
-    if (row.state > 1 && right - left > 3) hatch(context, left, y, right - left, row.state, ink);
-    if (isMarked) marked.push([row.index === chosen ? ink : mark, left, y, right - left]);
+        colour(row.name, state, wide < 4), state === 1 ? "#fff" : ink);
+    if (state > 1 && right - left > 3) hatch(context, left, y, right - left, state, ink);
+    if (isMarked) marked.push([index === chosen ? ink : mark, left, y, right - left]);
     ++drawn;
   }
   for (const [stroke, x, y, wide] of marked) {
@@ -100,7 +101,7 @@ function hatch(context, x, y, width, state, ink) {
 function drawTimeline() {
   const width = scroller.clientWidth, height = scroller.clientHeight, scroll = scroller.scrollTop;
   const context = prepare(canvas, width, height);
-  const scale = (width - labelWidth) / (view.to - view.from);
+  const labelWidth = labels(), scale = (width - labelWidth) / (view.to - view.from);
   const ink = style("--text"), mark = style("--mark"), line = style("--line");
   drawAxis(context, width, height);
   context.save();
@@ -124,6 +125,7 @@ function drawTimeline() {
   }
   context.restore();
   canvas.dataset.drawn = drawn;
+  drawOverview();
   followView();
   canvas.dataset.from = view.from;
   canvas.dataset.span = view.to - view.from;
@@ -158,6 +160,7 @@ function reveal(row) {
   clampView();
 }
 function rowAt(x, y) {
+  const labelWidth = labels();
   const inside = y + scroller.scrollTop;
   const lane = lanes.find(it => inside >= it.top && inside < it.top + it.depth * rowHeight);
   if (!lane || x < labelWidth || y < axisHeight) return -1;
@@ -165,8 +168,8 @@ function rowAt(x, y) {
   const span = view.to - view.from, width = scroller.clientWidth - labelWidth;
   const time = view.from + (x - labelWidth) / width * span, slack = 2 * span / width;
   let best = -1, distance = Infinity;
-  for (let index = firstVisible(lane); index < lane.rows.length; ++index) {
-    const row = lane.rows[index];
+  for (let place = firstVisible(lane); place < lane.rows.length; ++place) {
+    const row = rows[lane.rows[place]];
     if (row.begin > time + slack) break;
     const away = Math.max(row.begin - time, time - row.begin - row.length, 0);
     if (row.level === level && away <= slack && away <= distance) { best = row.index; distance = away; }
@@ -175,12 +178,11 @@ function rowAt(x, y) {
 }
 
 scroller.addEventListener("scroll", drawTimeline);
-new ResizeObserver(drawTimeline).observe(scroller);
 canvas.addEventListener("wheel", event => {
   const sideways = event.shiftKey ? event.deltaY || event.deltaX : event.deltaX;
   if (event.ctrlKey) {
     zoom(event.deltaY > 0 ? 1.25 : 0.8,
-         Math.max(0, (event.offsetX - labelWidth) / (scroller.clientWidth - labelWidth)));
+         Math.max(0, (event.offsetX - labels()) / (scroller.clientWidth - labels())));
   } else if (Math.abs(sideways) > 0 && (event.shiftKey || Math.abs(event.deltaX) > Math.abs(event.deltaY))) {
     move(sideways / 800);
   } else {
@@ -204,7 +206,7 @@ canvas.addEventListener("pointermove", event => {
   if (Math.abs(event.offsetX - drag.x) + Math.abs(event.clientY - drag.y) < 4 && !drag.moved) return;
   drag.moved = true;
   const span = view.to - view.from;
-  const from = drag.from - (event.offsetX - drag.x) / (scroller.clientWidth - labelWidth) * span;
+  const from = drag.from - (event.offsetX - drag.x) / (scroller.clientWidth - labels()) * span;
   view = {from, to: from + span};
   scroller.scrollTop = drag.scroll - (event.clientY - drag.y);
   clampView();

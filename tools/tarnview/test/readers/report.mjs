@@ -66,8 +66,8 @@ async function usesTheMouse() {
     const row = rows.find(it => it.id === "${id}"), place = canvas.getBoundingClientRect();
     scroller.scrollIntoView({block: "start"});
     scroller.scrollTop = lanes[row.lane].top - 40;
-    const box = canvas.getBoundingClientRect(), scale = (box.width - labelWidth) / end;
-    return [box.x + labelWidth + (row.begin + row.length / 2) * scale,
+    const box = canvas.getBoundingClientRect(), scale = (box.width - labels()) / end;
+    return [box.x + labels() + (row.begin + row.length / 2) * scale,
             box.y + lanes[row.lane].top - scroller.scrollTop + row.level * rowHeight + 8]; })()`);
   await browser.click(x, y);
   assert.deepEqual([await detail("name"), await detail("id")], [name, id]);
@@ -192,6 +192,161 @@ async function followsTheView() {
   await search("");
 }
 
+// A brush over a third of the overview: the timeline, the tables, the failures and the flame chart
+// are of that time, and a double click brings all back.
+async function followsTheBrush() {
+  const sum = () => browser.evaluate(
+    `[...document.querySelectorAll("#top tbody tr")].reduce((sum, row) => sum + Number(row.cells[1].innerText), 0)`);
+  const flame = () => browser.evaluate("flameRoot.total");
+  const [all, allFlame] = [await sum(), await flame()];
+  const place = await browser.evaluate(`(() => { overview.scrollIntoView({block: "center"});
+    const it = overview.getBoundingClientRect(); return [it.x, it.width, it.y + it.height / 2]; })()`);
+  await browser.drag(place[0] + place[1] / 3, place[0] + place[1] * 2 / 3, place[2]);
+  await browser.until("shownRows.length < rows.length");
+  const [from, to, last] = await browser.evaluate("[view.from, view.to, end]");
+  assert.ok(Math.abs(from - last / 3) < last / 100 && Math.abs(to - last * 2 / 3) < last / 100);
+  const within = await browser.evaluate(`rows.filter(it => isInView(it) && !isOpen(it)).length`);
+  assert.equal(await sum(), within);
+  assert.ok(within < all);
+  const own = await browser.evaluate(
+    "rows.filter(it => isInView(it)).reduce((sum, it) => sum + Math.max(it.self, 0), 0)");
+  assert.ok(Math.abs(await flame() - own) < 1 && own < allFlame, "the flame chart is of something else");
+  await browser.evaluate(`overview.dispatchEvent(new MouseEvent("dblclick"))`);
+  await browser.until("shownRows.length === rows.length");
+  assert.deepEqual([await sum(), await flame()], [all, allFlame]);
+}
+
+async function sortsAndFiltersFailures() {
+  const kinds = () => browser.evaluate(
+    `[...document.querySelectorAll("#failures .kind")].map(row => row.cells[1].innerText)`);
+  const all = await kinds();
+  const sort = () => browser.evaluate(
+    `[...document.querySelectorAll("#failures th button")].find(it => it.innerText === "name").click()`);
+  await sort();
+  assert.deepEqual(await kinds(), [...all].sort());
+  assert.equal(await browser.evaluate(`document.querySelector("#failures th[aria-sort]").ariaSort`), "ascending");
+  await sort();
+  assert.deepEqual(await kinds(), [...all].sort().reverse());
+  const filter = text => browser.evaluate(
+    `element("failureFilter").value = ${JSON.stringify(text)}; element("failureFilter").oninput()`);
+  await filter(all[0].toUpperCase());
+  const some = await kinds();
+  assert.ok(some.length > 0 && some.length < all.length, `${some.length} of ${all.length}`);
+  await filter("no failure has this in it");
+  assert.deepEqual(await kinds(), []);
+  await filter("");
+  await browser.evaluate("failuresBy = null; drawFailures()");
+  assert.deepEqual(await kinds(), all);
+}
+
+// What is saved is what the tables are of, with what the log says of each.
+async function savesWhatIsShown() {
+  await search("call-peer");
+  await browser.evaluate(`element("areFound").checked = true; element("areFound").onchange()`);
+  const lines = await browser.evaluate(`(async () => {
+    const make = URL.createObjectURL, click = HTMLAnchorElement.prototype.click;
+    let saved = null, name = null;
+    URL.createObjectURL = blob => { saved = blob; return make(blob); };
+    HTMLAnchorElement.prototype.click = function() { name = this.download; };
+    element("download").click();
+    URL.createObjectURL = make; HTMLAnchorElement.prototype.click = click;
+    return [name, await saved.text()]; })()`);
+  assert.equal(lines[0], "activities.jsonl");
+  const saved = lines[1].trimEnd().split("\n").map(it => JSON.parse(it));
+  const expected = activities.filter(it => it.name === "call-peer");
+  assert.deepEqual(saved.map(it => it.id).sort(), expected.map(it => it.id).sort());
+  for (const it of saved) {
+    const activity = expected.find(other => other.id === it.id && (isKept ||
+      Date.parse(it.begin) === Math.floor(other.begin / 1000)));
+    if (!activity) continue;  // a fresh log may have ids twice
+    assert.equal(it.result, activity.end === null ? "never ended" : activity.result);
+    assert.equal(Date.parse(it.begin), Math.floor(activity.begin / 1000));
+    assert.equal(it.user, activity.user === "-" ? undefined : activity.user);
+  }
+  await browser.evaluate(`element("areFound").checked = false; element("areFound").onchange()`);
+  await search("");
+}
+
+// The edge of what terminated early is dashed, and what never ended is open at its end; of what is
+// good or failed neither.
+async function tellsStatesApartWithoutColour() {
+  for (const panel of ["timeline", "request"]) {
+    const drawn = await browser.evaluate(`(() => {
+      const marks = {}, draw = hatch;
+      for (const state of [0, 1, 2, 3]) {
+        const row = rows.find(it => it.state === state && it.length > 0);
+        choose(row.index, true);
+        view = {from: row.begin - 1, to: row.begin + row.length + 1};
+        const dashes = [], stroke = CanvasRenderingContext2D.prototype.stroke;
+        CanvasRenderingContext2D.prototype.stroke = function() {
+          if (this.canvas.id === "${panel}") dashes.push(this.getLineDash().length);
+          return stroke.call(this);
+        };
+        let own = 0;  // strokes for this activity alone
+        globalThis.hatch = (context, x, y, width, of, ink) => {
+          const before = dashes.length;
+          draw(context, x, y, width, of, ink);
+          if (of === state && dashes.length > before) own = dashes.at(-1) ? "dashed" : "open";
+        };
+        "${panel}" === "timeline" ? drawTimeline() : drawRequest(row);
+        globalThis.hatch = draw;
+        CanvasRenderingContext2D.prototype.stroke = stroke;
+        marks[state] = own;
+      }
+      return marks; })()`);
+    assert.deepEqual(drawn, { 0: 0, 1: 0, 2: "dashed", 3: "open" }, panel);
+  }
+  await browser.evaluate("showAll()");
+}
+
+// Each activity that ended is in one cell and one bar, in the class of its length; a part of time has
+// its own.
+async function showsHowLongItTook() {
+  const sums = () => browser.evaluate(`(() => { const classes = {};
+    heat.sums.forEach((count, level) => { if (count) classes[Math.round(beginOfClass(heat.first + level))] = count; });
+    return [classes, heat.cells.reduce((a, b) => a + b, 0)]; })()`);
+  const expected = {};
+  for (const { duration } of ended) {
+    const own = duration < 1 ? 0 : 1 + Math.floor(Math.log10(duration) * 3 + 1e-9);
+    const begin = own ? Math.round(10 ** ((own - 1) / 3)) : 0;
+    expected[begin] = (expected[begin] ?? 0) + 1;
+  }
+  assert.deepEqual(await sums(), [expected, ended.length]);
+  assert.match(await text("#heatInfo"), new RegExp(`^${ended.length} activities: half took `));
+  await browser.evaluate(`view = {from: 0, to: end / 50}; clampView(); element("inView").checked = true;
+                          element("inView").onchange()`);
+  assert.equal((await sums())[1], await browser.evaluate("shownRows.filter(it => !isOpen(it)).length"));
+  await browser.evaluate(`element("inView").checked = false; element("inView").onchange(); showAll()`);
+}
+
+// The picture of a request, as a tree that is read out.
+async function tellsTheRequestToAScreenReader() {
+  const call = activities.find(it => it.name === "call-peer");
+  await browser.evaluate(`choose(rows.findIndex(it => it.id === "${call.id}"), true)`);
+  const items = await browser.evaluate(`[...document.querySelectorAll("#requestTree [role=treeitem]")]
+    .map(it => [Number(it.ariaLevel), it.textContent, it.ariaSelected])`);
+  assert.equal(items.length, activities.filter(it => it.root === call.root).length);
+  assert.equal(items[0][0], 1);
+  assert.ok(items.some(([, text, selected]) => selected === "true" && text.startsWith("call-peer, ")));
+  items.slice(1).forEach(([level], place) => assert.ok(level <= items[place][0] + 1));
+  const unnamed = await browser.evaluate(`[...document.querySelectorAll("canvas, input, select, section, ul")]
+    .filter(it => !it.ariaLabel && !it.labels?.length).map(it => it.outerHTML)`);
+  assert.deepEqual(unnamed, [], "without a name");
+}
+
+// As wide as a phone: nothing but the tables is wider than the screen, and they scroll by themselves.
+async function fitsAPhone() {
+  const phone = await Browser.open({ width: 420, height: 900 });
+  await phone.load(pathToFileURL(page).href);
+  await phone.until("document.body.ariaBusy === 'false'");
+  assert.ok(await phone.evaluate("document.documentElement.scrollWidth") <= 420, "wider than the screen");
+  assert.ok(await phone.evaluate("scroller.clientWidth - labels()") > 250, "no room for times");
+  const [x, y] = await phone.middleOf("#next");
+  assert.ok(x > 0 && x < 420 && y > 0);
+  assert.deepEqual(phone.errors, []);
+  await phone.close();
+}
+
 async function isRestoredByItsLink() {
   await browser.evaluate(`choose(5, true); view = {from: end / 4, to: end / 2}; clampView(); saveLink()`);
   const [link, id, from] = await browser.evaluate(`[location.hash, rows[5].id, Math.round(view.from)]`);
@@ -230,6 +385,7 @@ async function roundsUpToTheNextUnit() {
 
 for (const scheme of ["light", "dark"]) {
   await browser.load(pathToFileURL(page).href, scheme);
+  await browser.until("document.body.ariaBusy === 'false'");
   await usesKeys();
   await usesTheMouse();
   await showsDetails();
@@ -238,6 +394,12 @@ for (const scheme of ["light", "dark"]) {
   await showsTheTimeOfDay();
   await showsOneRequest();
   await followsTheView();
+  await followsTheBrush();
+  await sortsAndFiltersFailures();
+  await savesWhatIsShown();
+  await tellsStatesApartWithoutColour();
+  await showsHowLongItTook();
+  await tellsTheRequestToAScreenReader();
   await isRestoredByItsLink();
   await showsTheFlameChart();
   await roundsUpToTheNextUnit();
@@ -246,6 +408,7 @@ for (const scheme of ["light", "dark"]) {
   assert.ok(scheme === "light" ? brightness > 200 : brightness < 80, `${scheme}: ${colour}`);
   assert.equal(await browser.evaluate("performance.getEntriesByType('resource').length"), 0);
 }
+await fitsAPhone();
 assert.deepEqual(browser.errors, []);
 await browser.close();
 console.log(`${activities.length} activities, light and dark`);
