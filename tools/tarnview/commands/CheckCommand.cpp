@@ -3,6 +3,7 @@
 #include "commands/LoadTrees.h"
 #include "export/Json.h"
 #include "model/LogCheck.h"
+#include "read/LogScanner.h"
 
 #include <cstdint>
 #include <ostream>
@@ -13,10 +14,13 @@ namespace {
 
 void PrintSummary(const LogCheck::Counts& found,
                   const Problems& problems,
-                  bool isNumbered,
+                  const LogScanner& scanner,
                   std::ostream& out) {
     out << found.lines << " lines, " << found.ended << " activities, " << found.failed
         << " failed, " << found.neverEnded << " never ended, " << found.messages << " messages\n";
+    if (scanner.CountLeftOut() != 0) {
+        out << scanner.CountLeftOut() << " more lines left out by keep rules, as chosen\n";
+    }
     for (std::size_t index = 0; index < problemKinds; ++index) {
         const auto kind = static_cast<ProblemKind>(index);
         const std::uint64_t count = problems.Count(kind);
@@ -25,14 +29,14 @@ void PrintSummary(const LogCheck::Counts& found,
         }
     }
     out << (problems.Total() == 0 ? "the log is whole" : "the log is not whole");
-    out << (isNumbered || found.lines == 0
+    out << (scanner.HasLineNumbers() || found.lines == 0
                 ? "\n"
                 : "; its lines have no numbers (seq), so whole activities may be missing\n");
 }
 
 void PrintJson(const LogCheck::Counts& found,
                const Problems& problems,
-               bool isNumbered,
+               const LogScanner& scanner,
                std::ostream& out) {
     Json json(out);
     const auto member = [&](std::string_view name, std::uint64_t count) {
@@ -42,12 +46,13 @@ void PrintJson(const LogCheck::Counts& found,
     json.Key("whole");
     json.Boolean(problems.Total() == 0);
     json.Key("numbered");
-    json.Boolean(isNumbered);
+    json.Boolean(scanner.HasLineNumbers());
     member("lines", found.lines);
     member("activities", found.ended);
     member("failed", found.failed);
     member("never_ended", found.neverEnded);
     member("messages", found.messages);
+    member("left_out", static_cast<std::uint64_t>(scanner.CountLeftOut()));
     json.Key("problems");
     json.BeginObject();
     for (std::size_t index = 0; index < problemKinds; ++index) {
@@ -77,7 +82,7 @@ int RunCheck(const CheckOptions& options, Context& context) {
     input.EndPass();
     if (!options.isQuiet) {
         const auto print = options.isJson ? PrintJson : PrintSummary;
-        print(check.Found(), input.Findings(), input.Scanner().HasLineNumbers(), context.out);
+        print(check.Found(), input.Findings(), input.Scanner(), context.out);
     }
     return input.Findings().Total() == 0 ? exitSuccess : exitNegative;
 }

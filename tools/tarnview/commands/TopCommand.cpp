@@ -233,6 +233,11 @@ int RunTop(const TopOptions& options, Context& context) {
     ReadActivities(
         input, parsing, [&](Activity&& activity) { statistics.Take(activity); }, &options.filter);
     Print(statistics.TakeRows(), options, context);
+    if (input.Scanner().CountLeftOut() != 0) {
+        context.err << "tarnview: " << input.Scanner().CountLeftOut()
+                    << " lines were left out by keep rules; their activities are not counted "
+                       "here\n";
+    }
     return input.Finish();
 }
 

@@ -1,5 +1,7 @@
 #include "read/LineExaminer.h"
 
+#include "read/LeftOut.h"
+
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -28,6 +30,9 @@ ParsedLine ParseLine(LineParser& parser, std::string_view text, std::uint64_t nu
 void ParsedLine::SetResult(LineParser::Result result,
                            const LineParser& parser,
                            std::string_view text) {
+    const bool tellsOfRules = line.event == leftOutEvent || line.event == keepRulesEvent;
+    leftOut = tellsOfRules ? CountLeftOut(text) : 0;
+    lateness = tellsOfRules ? ReadLateness(text) : 0;
     switch (result) {
         case LineParser::Result::Good:
             state = State::Good;
@@ -65,6 +70,7 @@ const LogLine* LineExaminer::Examine(const ParsedLine& parsed, const Place& plac
         Report(ProblemKind::WrongField, place, line.id.empty() ? "id" : "name");
         return nullptr;
     }
+    m_lateness = std::max(m_lateness, parsed.lateness);
     CheckClock(line, place);
     CheckLosses(line, place);
     return &line;
@@ -98,7 +104,7 @@ void LineExaminer::CheckClock(const LogLine& line, const Place& place) {
     if (line.time == 0) {
         return;
     }
-    if (line.time + clockTolerance < m_lastTime) {
+    if (line.time + clockTolerance + m_lateness < m_lastTime) {
         Report(ProblemKind::ClockJump,
                place,
                "from " + FormatTimestamp(m_lastTime) + " to " + FormatTimestamp(line.time));

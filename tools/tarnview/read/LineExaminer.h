@@ -19,7 +19,10 @@ struct ParsedLine {
     LogLine line;
     std::uint64_t number = 0;  ///< within its file, from 1 on
     State state = State::Good;
-    std::string detail;  ///< of what is wrong
+    std::string detail;        ///< of what is wrong
+    std::int64_t leftOut = 0;  ///< lines that the program has left out on purpose, as it says here
+    Microseconds lateness =
+        0;  ///< how much later than their times it writes lines, as it says here
 };
 
 /// Valid until the parser is used again.
@@ -31,10 +34,15 @@ ParsedLine ParseLine(LineParser& parser, std::string_view text, std::uint64_t nu
 class LineExaminer {
 public:
     /// Without `problems` nothing is reported.
-    explicit LineExaminer(Problems* problems) : m_problems(problems) {}
+    explicit LineExaminer(Problems* problems, Microseconds lateness = 0)
+        : m_problems(problems),
+          m_lateness(lateness) {}
 
     /// The line; null if it cannot be used.
     const LogLine* Examine(const ParsedLine& parsed, const Place& place);
+
+    /// How much later than their times programs have said that they write lines, here or before.
+    Microseconds Lateness() const { return m_lateness; }
 
 private:
     void Report(ProblemKind kind, const Place& place, std::string_view detail);
@@ -43,6 +51,7 @@ private:
 
     Problems* m_problems;
     Microseconds m_lastTime = 0;
+    Microseconds m_lateness;
 };
 
 }  // namespace tarnview

@@ -15,8 +15,18 @@ void LineNumbers::Take(const LogLine& line, const Place& place) {
         m_former.emplace(line.process, std::exchange(process, {}));
     }
     Add(process.ranges, line.number);
+    m_hasAny = true;
     if (process.file != place.file) {
         process.file = place.file;
+    }
+}
+
+void LineNumbers::TakeLeftOut(std::int64_t process, std::int64_t lines, const Place& place) {
+    Process& from = m_processes[process];
+    from.leftOut += lines;
+    m_leftOut += lines;
+    if (from.file.empty()) {
+        from.file = place.file;
     }
 }
 
@@ -58,7 +68,29 @@ void LineNumbers::ReportGaps(Problems& problems) const {
     }
 }
 
+std::int64_t LineNumbers::CountMissing(const Ranges& ranges) {
+    std::int64_t missing = 0;
+    std::int64_t expected = 1;
+    for (const auto& [first, last] : ranges) {
+        missing += first - expected;
+        expected = last + 1;
+    }
+    return missing;
+}
+
 void LineNumbers::Report(std::int64_t id, const Process& process, Problems& problems) {
+    if (process.leftOut > 0) {
+        // Nobody knows which of the numbers were left out.
+        if (const std::int64_t missing = CountMissing(process.ranges) - process.leftOut;
+            missing > 0) {
+            problems.Report(ProblemKind::MissingLines,
+                            {process.file, 0},
+                            "process " + std::to_string(id) + ", " + std::to_string(missing) +
+                                " beside those left out by its keep rules",
+                            static_cast<std::uint64_t>(missing));
+        }
+        return;
+    }
     std::int64_t expected = 1;
     for (const auto& [first, last] : process.ranges) {
         if (first != expected) {

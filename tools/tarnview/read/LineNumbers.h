@@ -16,11 +16,18 @@ class LineNumbers {
 public:
     void Take(const LogLine& line, const Place& place);
 
-    /// Reports each range that is missing before the last number of a process.
+    /// A process has left out so many lines on purpose, which have their numbers as well.
+    void TakeLeftOut(std::int64_t process, std::int64_t lines, const Place& place);
+
+    /// Reports each range that is missing before the last number of a process; of one that has left
+    /// out lines on purpose, how many more than these are missing.
     void ReportGaps(Problems& problems) const;
 
+    /// Of all processes.
+    std::int64_t CountLeftOut() const { return m_leftOut; }
+
     /// Whether any line has a number. Without one nobody can tell whether lines are missing.
-    bool HasAny() const { return !m_processes.empty(); }
+    bool HasAny() const { return m_hasAny; }
 
 private:
     // First and last number of each range that has been read.
@@ -29,15 +36,19 @@ private:
     struct Process {
         Ranges ranges;
         std::string file;  // in which it wrote last
+        std::int64_t leftOut = 0;
     };
 
     static bool Holds(const Ranges& ranges, std::int64_t number);
     static void Add(Ranges& ranges, std::int64_t number);
+    static std::int64_t CountMissing(const Ranges& ranges);
     static void Report(std::int64_t id, const Process& process, Problems& problems);
 
     std::map<std::int64_t, Process> m_processes;
+    bool m_hasAny = false;
     // Those whose process id was used again by another one.
     std::multimap<std::int64_t, Process> m_former;
+    std::int64_t m_leftOut = 0;
 };
 
 }  // namespace tarnview

@@ -1,5 +1,6 @@
 #include "read/LogScanner.h"
 
+#include "read/LeftOut.h"
 #include "read/LineBatches.h"
 #include "read/LineReader.h"
 
@@ -66,7 +67,7 @@ void LogScanner::ScanFile(const std::string& file,
     const std::string_view name = file == standardInput ? "<stdin>" : std::string_view(file);
     Problems* const problems = m_isFirstPass ? &m_problems : nullptr;
     LineReader reader(input.Descriptor());
-    LineExaminer examiner(problems);
+    LineExaminer examiner(problems, m_lateness);
     bool hasALog = false;
     const auto take = [&](const ParsedLine& parsed) {
         const Place place{name, parsed.number};
@@ -80,6 +81,9 @@ void LogScanner::ScanFile(const std::string& file,
                 m_firstTime = line->time;
             }
             m_numbers.Take(*line, place);
+            if (line->event == leftOutEvent) {
+                m_numbers.TakeLeftOut(line->process, parsed.leftOut, place);
+            }
         }
         onLine(*line, place);
     };
@@ -97,6 +101,7 @@ void LogScanner::ScanFile(const std::string& file,
     } catch (const std::system_error& error) {
         throw std::system_error(error.code(), file);
     }
+    m_lateness = examiner.Lateness();
     m_bytes += reader.BytesRead();
     if (reader.TakeRest()) {
         // The writer may be about to finish it, or was stopped in the middle of it.

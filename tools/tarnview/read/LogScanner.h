@@ -53,6 +53,9 @@ public:
     /// Whether lines have numbers, by which it is known that none is missing.
     bool HasLineNumbers() const { return m_numbers.HasAny(); }
 
+    /// Lines that programs have left out on purpose, by their keep rules.
+    std::int64_t CountLeftOut() const { return m_numbers.CountLeftOut(); }
+
 private:
     void ScanFile(const std::string& file, const ParserOptions& options, const OnLine& onLine);
     InputFile Open(const std::string& file);
@@ -65,6 +68,7 @@ private:
     OnBytes m_onBytes;
     std::size_t m_threads;
     LineNumbers m_numbers;
+    Microseconds m_lateness = 0;  // see LineExaminer
     std::vector<std::string> m_filesWithoutALog;
     bool m_isReadTwice = false;
     bool m_isFirstPass = true;

@@ -60,7 +60,7 @@ TEST_F(CheckCommandTest, AsJsonTheSummaryIsOneObject) {
 
     EXPECT_EQ(Output(),
               R"({"whole":false,"numbered":false,"lines":16,"activities":7,"failed":1,)"
-              R"("never_ended":1,"messages":1,"problems":{"never-ended":1}})"
+              R"("never_ended":1,"messages":1,"left_out":0,"problems":{"never-ended":1}})"
               "\n");
 }
 
@@ -301,6 +301,58 @@ TEST_F(CheckCommandTest, LinesThatAreMissingByTheirNumbersAreNamed) {
     EXPECT_THAT(Errors(), HasSubstr("a.log: gap in the numbers of lines: process 17, 4 to 6\n"));
     EXPECT_THAT(Output(),
                 HasSubstr("\n3 lines missing by their numbers (gap)\nthe log is not whole\n"));
+}
+
+std::string NumberedLine(int number) {
+    std::string line = LineText{.id = std::to_string(number), .process = 17}.ToString();
+    return line.insert(line.find(R"("type")"), R"("seq":)" + std::to_string(number) + ",") + "\n";
+}
+
+std::string LeftOutLine(int lines) {
+    return R"({"time":"2026-03-01T10:00:00.000000Z","severity":"info","event":"tarn-left-out",)"
+           R"("pid":17,"tid":17,"body":{"activities":{"lines":{"count":9}},"late":60.0,"lines":)" +
+           std::to_string(lines) + R"(,"trees":2}})" + "\n";
+}
+
+TEST_F(CheckCommandTest, LinesThatKeepRulesHaveLeftOutAreNotMissing) {
+    const std::string text =
+        NumberedLine(1) + NumberedLine(7) + LeftOutLine(3) + NumberedLine(9) + LeftOutLine(4);
+
+    EXPECT_EQ(Check({Write("a.log", text)}, {ProblemKind::NeverEnded}), exitSuccess);
+
+    EXPECT_THAT(Output(), HasSubstr("\n7 more lines left out by keep rules, as chosen\n"));
+}
+
+TEST_F(CheckCommandTest, WhatIsMissingBesideLinesLeftOutIsNamed) {
+    const std::string text = NumberedLine(1) + NumberedLine(7) + LeftOutLine(3);
+
+    EXPECT_EQ(Check({Write("a.log", text)}, {ProblemKind::NeverEnded}), exitNegative);
+
+    EXPECT_THAT(Errors(), HasSubstr("process 17, 2 beside those left out by its keep rules\n"));
+    EXPECT_THAT(Output(), HasSubstr("\n2 lines missing by their numbers (gap)\n"));
+}
+
+TEST_F(CheckCommandTest, LinesThatWaitedForAVerdictAreNoClockThatWentBack) {
+    const auto at = [](const char* second, const char* id) {
+        std::string line = LineText{.id = id, .process = 17}.ToString();
+        const std::size_t begin = line.find("2026-");
+        return line.replace(begin,
+                            line.find('"', begin) - begin,
+                            std::string("2026-03-01T10:00:") + second + "Z") +
+               "\n";
+    };
+    const std::string rules =
+        R"({"time":"2026-03-01T10:00:00Z","severity":"info","event":"tarn-keep-rules","pid":17,)"
+        R"("tid":17,"body":{"late":20.0,"rules":"failed"}})"
+        "\n";
+
+    EXPECT_EQ(
+        Check({Write("a.log", rules + at("30", "A") + at("10", "B"))}, {ProblemKind::NeverEnded}),
+        exitSuccess);
+    EXPECT_EQ(
+        Check({Write("b.log", rules + at("30", "A") + at("08", "B"))}, {ProblemKind::NeverEnded}),
+        exitNegative);
+    EXPECT_THAT(Errors(), HasSubstr("b.log:3: clock that went back"));
 }
 
 TEST_F(CheckCommandTest, AProcessThatWasReplacedInTheMiddleOfItsWorkIsNamed) {

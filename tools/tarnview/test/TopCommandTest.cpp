@@ -32,6 +32,22 @@ protected:
     }
 };
 
+TEST_F(TopCommandTest, LinesThatKeepRulesHaveLeftOutAreMentionedOnce) {
+    TopOptions options;
+    options.input.files = {
+        Write("a.log",
+              LineText{.id = "A"}.ToString() + "\n" +
+                  R"({"time":"2026-03-01T10:00:00.000000Z","severity":"info",)"
+                  R"("event":"tarn-left-out","pid":17,"tid":17,"body":{"lines":4,"trees":1}})" +
+                  "\n")};
+
+    Top(options);
+
+    EXPECT_THAT(Errors(),
+                HasSubstr("tarnview: 4 lines were left out by keep rules; their activities are not "
+                          "counted here\n"));
+}
+
 TEST_F(TopCommandTest, TheTableHasARowForEachNameTheCostliestFirst) {
     EXPECT_EQ(
         Top(Sample()),
