@@ -75,6 +75,12 @@ void TraceThroughFrontDoor(int scopes) {
     }
 }
 
+void TraceNamedThroughFrontDoor(int scopes) {
+    for (int i = 0; i < scopes; ++i) {
+        TARN_SCOPE("measured", "table", "packages", "order", "by name", "client", "browser");
+    }
+}
+
 void TraceNamed(int scopes) {
     for (int i = 0; i < scopes; ++i) {
         const tarn::ActivityScope scope(
@@ -83,12 +89,12 @@ void TraceNamed(int scopes) {
 }
 
 void Trace(int scopes) {
-    if (isThroughFrontDoor) {
-        TraceThroughFrontDoor(scopes);
+    if (isNamed) {
+        isThroughFrontDoor ? TraceNamedThroughFrontDoor(scopes) : TraceNamed(scopes);
         return;
     }
-    if (isNamed) {
-        TraceNamed(scopes);
+    if (isThroughFrontDoor) {
+        TraceThroughFrontDoor(scopes);
         return;
     }
     for (int i = 0; i < scopes; ++i) {

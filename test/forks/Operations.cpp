@@ -414,7 +414,8 @@ const std::vector<Operation>& Operations() {
          "tarn::ActivityHandOver::Continuation::Leave",
          ContinueWork},
         {"tarn_scope_open",
-         "tarn_scope_close tarn_add tarn_log tarn_add_context tarn_cancel tarn_fail "
+         "tarn_scope_open_at tarn_scope_close tarn_add tarn_log tarn_add_context tarn_cancel "
+         "tarn_fail "
          "tarn_fail_exception "
          "tarn_current tarn_get_id tarn::abi::FailException tarn::abi::FailCurrentException",
          TraceThroughFrontDoor},

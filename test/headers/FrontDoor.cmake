@@ -89,6 +89,9 @@ endif()
 if(NOT traced MATCHES "tarn_scope_open")
     message(FATAL_ERROR "without TARN_DISABLE nothing is traced:\n${traced}")
 endif()
+if(traced MATCHES "__cxa_guard")
+    message(FATAL_ERROR "what a place remembers is made when it is first used:\n${traced}")
+endif()
 
 # ---- What cannot be meant is refused in words.
 function(ExpectRefusal code pattern)

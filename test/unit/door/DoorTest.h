@@ -49,6 +49,8 @@ protected:
         return warnings;
     }
 
+    void StartTracing() { m_host.emplace(); }
+
     void StopTracing() {
         m_host.reset();
         OptTarn::SetIsTarnEnabled(false);

@@ -1,16 +1,27 @@
 #pragma once
 
-#include "cvlsys/IntegerTypes.h"
+#include "tarn/site.h"
 
-#include <atomic>
+#include <cstdint>
 
 namespace tarn {
+namespace detail {
+
+/// Whether the place remembers that its name is off, and no other set of names has come since. A
+/// name that it has not asked for yet is not known to be off.
+inline bool IsKnownToBeOff(const abi::tarn_site& site) noexcept {
+    const std::uint64_t* const off = __atomic_load_n(&site.off, __ATOMIC_ACQUIRE);
+    return off != nullptr && __atomic_load_n(&site.verdict, __ATOMIC_RELAXED) ==
+                                 __atomic_load_n(off, __ATOMIC_RELAXED);
+}
+
+}  // namespace detail
 
 /// A name of activities, at the place in a program where they begin, that remembers whether it is
 /// switched off:
 ///
 ///     static constinit tarn::ActivityName query{"query"};
-///     const tarn::ActivityScope scope(query, {{"table", table}});
+///     const tarn::Scope scope(query, {{"table", table}});
 ///
 /// As long as the set of names that are off (`TarnSettings::SetOffs`) stays as it is, a scope finds
 /// that out by two loads, and takes no lock. Make one for each place, and keep it: any number of
@@ -28,14 +39,12 @@ public:
 
     const char* GetText() const noexcept { return m_text; }
 
+    /// What it remembers.
+    abi::tarn_site& GetSite() const noexcept { return m_site; }
+
 private:
-    friend class TarnSettings;
-
     const char* m_text;
-
-    // The generation of the set that was looked into, and in the lowest bit whether the name was
-    // there; 0 before that.
-    mutable std::atomic<uint64> m_verdict{0};
+    mutable abi::tarn_site m_site{0, nullptr};
 };
 
 }  // namespace tarn

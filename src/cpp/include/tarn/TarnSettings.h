@@ -3,6 +3,7 @@
 #include "tarn/ActivityName.h"
 #include "tarn/Export.h"
 #include "tarn/Traits.h"
+#include "tarn/site.h"
 
 #include "cvlcoreplatform/TString.h"
 #include "cvlsys/IntegerTypes.h"
@@ -11,11 +12,13 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 namespace tarn {
 
@@ -64,10 +67,14 @@ public:
 
     /// The same with a name that remembers what it was told.
     bool IsEitherOff(TraceRank rank, const ActivityName& name) const {
-        const uint64 verdict = name.m_verdict.load(std::memory_order_relaxed);
-        return IsOff(rank) ||
-               (verdict >> 1 == m_generation.load(std::memory_order_relaxed) ? (verdict & 1) != 0
-                                                                             : FindOut(name));
+        return IsEitherOff(rank, name.GetSite(), name.GetText());
+    }
+
+    /// The same with a place that remembers what it was told of this name, which is not null.
+    bool IsEitherOff(TraceRank rank, abi::tarn_site& site, const char* name) const {
+        const std::uint64_t verdict = __atomic_load_n(&site.verdict, __ATOMIC_RELAXED);
+        const std::uint64_t off = __atomic_load_n(&m_verdictOff, __ATOMIC_RELAXED);
+        return IsOff(rank) || ((verdict | onlyOff) == off ? verdict == off : FindOut(site, name));
     }
 
     // ---- Attribute names that stand for attributes of the request.
@@ -88,7 +95,7 @@ public:
     void SetEventAttributeMappingToDefaults();
 
 private:
-    // A name with its hash, which is worked out once for the filter and the set.
+    // A name with its hash, which is worked out once for the filter and the names.
     struct HashedName {
         explicit HashedName(std::string_view name) noexcept;
 
@@ -96,34 +103,33 @@ private:
         uint64 hash;
     };
 
-    // A name is found without making a string of it.
-    struct NameHash {
-        using is_transparent = void;
+    // The names, and where they are by their hashes. A name is found without making a string of it.
+    class OffNames {
+    public:
+        explicit OffNames(const Names& names);
 
-        std::size_t operator()(const HashedName& name) const noexcept {
-            return static_cast<std::size_t>(name.hash);
-        }
+        bool Contains(std::string_view text, uint64 hash) const noexcept;
 
-        std::size_t operator()(std::string_view name) const noexcept {
-            return (*this)(HashedName(name));
-        }
+        const Names& Get() const noexcept { return m_names; }
+
+    private:
+        struct Slot {
+            uint64 hash = 0;
+            const std::string* name = nullptr;
+        };
+
+        Names m_names;
+        // A power of two of them, half of which are free at least; the bits of a hash below
+        // `m_shift` do not count. A name is in its slot or in those behind it.
+        std::vector<Slot> m_slots;
+        unsigned m_shift = 0;
     };
-
-    struct NameEqual {
-        using is_transparent = void;
-
-        bool operator()(const HashedName& a, std::string_view b) const noexcept;
-
-        bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
-    };
-
-    using OffNames = std::unordered_set<std::string, NameHash, NameEqual>;
 
     // A bit for each name that is off, by its hash: a name without its bit is on. Read without the
     // lock. While the set is replaced, a name that is off before and afterwards keeps its bit.
     class Filter {
     public:
-        void Set(const OffNames& names) noexcept;
+        void Set(const Names& names) noexcept;
 
         bool MayContain(const HashedName& name) const noexcept {
             return (m_words[WordOf(name)].load(std::memory_order_relaxed) & BitOf(name)) != 0;
@@ -150,14 +156,16 @@ private:
     bool SomeAreOff() const noexcept { return m_someAreOff.load(std::memory_order_relaxed); }
 
     bool IsNameOff(std::string_view name) const;
-    bool FindOut(const ActivityName& name) const;
+    bool FindOut(abi::tarn_site& site, const char* name) const;
 
     OffNames m_offs;
     // Whether `m_offs` has any, for looking without the lock.
     std::atomic<bool> m_someAreOff{false};
     std::atomic<int32> m_rankOn{0};
-    // Which set it is: another one with each that is set.
-    std::atomic<uint64> m_generation{1};
+    // What a place remembers of a name that is off: another number with each set. Where the name is
+    // on it is the same number without this bit. Never 0 or 1: that is where nothing was asked for.
+    static constexpr std::uint64_t onlyOff = 1;
+    std::uint64_t m_verdictOff = 3;
     Filter m_filter;
     Mappings m_eventAttributeMappings;
     mutable TReadWriteLock m_lock;

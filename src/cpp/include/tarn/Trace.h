@@ -6,6 +6,7 @@
 
 // (<new> is for `std::exception`, which <exception> has behind much more.)
 
+#include "tarn/ActivityName.h"
 #include "tarn/Attribute.h"
 #include "tarn/Traits.h"
 
@@ -57,20 +58,28 @@ struct ContextAttributes {
 
 namespace detail {
 
-/// Marks what the macros make.
-struct CallSite {};
+/// Attributes from names and values in turn, lent.
+template <class... Pairs>
+struct Row {
+    static_assert(sizeof...(Pairs) % 2 == 0,
+                  "tarn: give a name and a value for each attribute: \"path\", path");
+    static constexpr std::size_t count = sizeof...(Pairs) / 2;
 
-/// A row of attributes from names and values in turn.
-inline void FillRow(abi::tarn_attribute* /*end*/) noexcept {}
+    explicit Row(const Pairs&... pairs) { Fill(first, pairs...); }
 
-template <class Value, class... Rest>
-void FillRow(abi::tarn_attribute* next,
-             std::string_view name,
-             const Value& value,
-             const Rest&... rest) {
-    *next = Attribute(name, value);
-    FillRow(next + 1, rest...);
-}
+    static void Fill(abi::tarn_attribute* /*end*/) noexcept {}
+
+    template <class Value, class... Rest>
+    static void Fill(abi::tarn_attribute* next,
+                     std::string_view name,
+                     const Value& value,
+                     const Rest&... rest) {
+        *next = Attribute(name, value);
+        Fill(next + 1, rest...);
+    }
+
+    abi::tarn_attribute first[count + 1];  // no array is empty in C++
+};
 
 // What a wrapped handler is asked for, if the handler itself has it.
 
@@ -281,6 +290,16 @@ public:
         Open(name, traits, {}, nullptr, attributes);
     }
 
+    /// With a name that remembers whether it is off: a scope that is costs hardly more than asking.
+    explicit Scope(const ActivityName& name, Attributes attributes = {}) noexcept {
+        OpenAt(name, nullptr, attributes);
+    }
+
+    Scope(const ActivityName& name, Traits traits, Attributes attributes = {}) noexcept {
+        const abi::tarn_options options = OptionsOf(traits, {}, nullptr);
+        OpenAt(name, &options, attributes);
+    }
+
     Scope(Name name, ContextAttributes context, Attributes attributes = {}) noexcept {
         Open(name, {}, context.attributes, nullptr, attributes);
     }
@@ -301,22 +320,34 @@ public:
         Open(name, traits, {}, from.m_handoff, attributes);
     }
 
-    /// For the macros: names and values in turn.
-    template <class... Pairs>
-    Scope(detail::CallSite /*site*/, Name name, const Pairs&... pairs) {
-        static_assert(sizeof...(pairs) % 2 == 0,
-                      "tarn: give a name and a value for each attribute: \"path\", path");
-        constexpr std::size_t count = sizeof...(pairs) / 2;
-        if constexpr (count == 0) {
-            abi::tarn_scope_open(&m_scope, name.Text(), name.Length(), nullptr, nullptr, 0);
+    /// For the macros: a text that is always the same at this place, then names and values in turn.
+    template <std::size_t size, class... Pairs>
+    Scope(abi::tarn_site& site, const char (&name)[size], const Pairs&... pairs) {
+        if (detail::IsKnownToBeOff(site)) {
+            m_scope.work.kind = isOff;
         } else {
-            abi::tarn_attribute row[count];
-            detail::FillRow(row, pairs...);
-            abi::tarn_scope_open(&m_scope, name.Text(), name.Length(), nullptr, row, count);
+            const detail::Row<Pairs...> row(pairs...);
+            abi::tarn_scope_open_at(
+                &m_scope, &site, name, TARN_TO_NUL, nullptr, row.first, row.count);
         }
     }
 
-    ~Scope() { abi::tarn_scope_close(&m_scope); }
+    /// The same with any other text.
+    template <std::size_t size, class... Pairs>
+    Scope(abi::tarn_site& site, char (&name)[size], const Pairs&... pairs)
+        : Scope(site, Name(name), pairs...) {}
+
+    template <class... Pairs>
+    Scope(abi::tarn_site& /*site*/, Name name, const Pairs&... pairs) {
+        const detail::Row<Pairs...> row(pairs...);
+        abi::tarn_scope_open(&m_scope, name.Text(), name.Length(), nullptr, row.first, row.count);
+    }
+
+    ~Scope() {
+        if (m_scope.work.kind != isOff) {
+            abi::tarn_scope_close(&m_scope);
+        }
+    }
 
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
@@ -347,18 +378,39 @@ private:
               Attributes context,
               const abi::tarn_handoff* from,
               Attributes attributes) noexcept {
-        const abi::tarn_options options{sizeof options,
-                                        traits.flags,
-                                        static_cast<std::int32_t>(traits.type),
-                                        static_cast<std::int32_t>(traits.rank),
-                                        context.First(),
-                                        context.Count(),
-                                        from};
+        const abi::tarn_options options = OptionsOf(traits, context, from);
         abi::tarn_scope_open(
             &m_scope, name.Text(), name.Length(), &options, attributes.First(), attributes.Count());
     }
 
+    void OpenAt(const ActivityName& name,
+                const abi::tarn_options* options,
+                Attributes attributes) noexcept {
+        abi::tarn_site& site = name.GetSite();
+        const abi::tarn_attribute* const first = attributes.First();
+        if (detail::IsKnownToBeOff(site)) {
+            m_scope.work.kind = isOff;
+        } else {
+            abi::tarn_scope_open_at(
+                &m_scope, &site, name.GetText(), TARN_TO_NUL, options, first, attributes.Count());
+        }
+    }
+
+    static abi::tarn_options OptionsOf(Traits traits,
+                                       Attributes context,
+                                       const abi::tarn_handoff* from) noexcept {
+        return {sizeof(abi::tarn_options),
+                traits.flags,
+                static_cast<std::int32_t>(traits.type),
+                static_cast<std::int32_t>(traits.rank),
+                context.First(),
+                context.Count(),
+                from};
+    }
+
     abi::tarn_work* Work() noexcept { return &m_scope.work; }
+
+    static constexpr std::uint64_t isOff = 0;
 
     abi::tarn_scope m_scope;
 };
@@ -561,16 +613,25 @@ inline CurrentWork Current() noexcept {
 #define TARN_LOCAL_NAME(a, b) TARN_CONCATENATED(a, b)
 
 /// A scope until the end of the block: TARN_SCOPE("load", "path", path). Names and values of
-/// attributes follow in turn. `tarn::Current()` is the scope.
+/// attributes follow in turn. `tarn::Current()` is the scope. Where the name is a literal, the
+/// place remembers whether it is off. (An array of constant characters counts as a literal: what is
+/// in it must always be the same at this place.)
 #define TARN_SCOPE(...)                                     \
     ::tarn::Scope TARN_LOCAL_NAME(tarnScope, __COUNTER__) { \
-        ::tarn::detail::CallSite(), __VA_ARGS__             \
+        TARN_SITE(), __VA_ARGS__                            \
     }
 
 /// The same with the function's name: TARN_SCOPE_FUNCTION("path", path).
 #define TARN_SCOPE_FUNCTION(...)                            \
     ::tarn::Scope TARN_LOCAL_NAME(tarnScope, __COUNTER__) { \
-        ::tarn::detail::CallSite(), __func__, __VA_ARGS__   \
+        TARN_SITE(), __func__, __VA_ARGS__                  \
     }
+
+/// What this place remembers: one object for each place that the macro is written at.
+#define TARN_SITE()                                 \
+    ([]() noexcept -> ::tarn::abi::tarn_site& {     \
+        static ::tarn::abi::tarn_site tarnThisSite; \
+        return tarnThisSite;                        \
+    }())
 
 #endif

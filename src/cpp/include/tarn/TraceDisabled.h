@@ -63,6 +63,12 @@ public:
 
     Scope(Name /*name*/, Traits /*traits*/, Attributes /*attributes*/ = {}) noexcept {}
 
+    explicit Scope(const ActivityName& /*name*/, Attributes /*attributes*/ = {}) noexcept {}
+
+    Scope(const ActivityName& /*name*/,
+          Traits /*traits*/,
+          Attributes /*attributes*/ = {}) noexcept {}
+
     Scope(Name /*name*/, ContextAttributes /*context*/, Attributes /*attributes*/ = {}) noexcept {}
 
     Scope(Name /*name*/,

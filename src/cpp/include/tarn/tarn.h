@@ -14,6 +14,7 @@
    hand-over, a list or a text is nothing, and what is done to it has no effect. */
 
 #include "tarn/Export.h"
+#include "tarn/site.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -81,7 +82,7 @@ TARN_EXPORT void tarn_receive(tarn_receiver* receiver,
 
 /* Only the library looks inside. */
 typedef struct tarn_work {
-    uint64_t kind;
+    uint64_t kind; /* 0 for a scope that is off */
 } tarn_work;
 
 /* A piece of work on one thread, from open to close. The thread that opened it closes it, and
@@ -113,6 +114,18 @@ TARN_EXPORT void tarn_scope_open(tarn_scope* scope,
                                  const tarn_options* options,
                                  const tarn_attribute* attributes,
                                  size_t count) TARN_NOTHROW;
+
+/* The same at a place that remembers whether the name is off, which it then is without a search:
+
+       static tarn_site site;
+       tarn_scope_open_at(&scope, &site, "load", TARN_TO_NUL, NULL, NULL, 0); */
+TARN_EXPORT void tarn_scope_open_at(tarn_scope* scope,
+                                    tarn_site* site,
+                                    const char* name,
+                                    size_t name_length,
+                                    const tarn_options* options,
+                                    const tarn_attribute* attributes,
+                                    size_t count) TARN_NOTHROW;
 
 /* Once for each open. */
 TARN_EXPORT void tarn_scope_close(tarn_scope* scope) TARN_NOTHROW;

@@ -66,15 +66,22 @@ const TarnSettings& Settings() noexcept {
     return *settings;
 }
 
+inline bool IsOff(const tarn_options* options, abi::tarn_site* site, const char* name) {
+    const TraceRank rank = TraitsOf(options).rank;
+    return site != nullptr ? Settings().IsEitherOff(rank, *site, name)
+                           : Settings().IsEitherOff(rank, name);
+}
+
 inline void Open(ScopeWork& work,
+                 abi::tarn_site* site,
                  const char* name,
                  const tarn_options* options,
                  const tarn_attribute* attributes,
                  std::size_t count) {
-    const Traits traits = TraitsOf(options);
-    if (Settings().IsEitherOff(traits.rank, name)) {
+    if (IsOff(options, site, name)) {
         return;
     }
+    const Traits traits = TraitsOf(options);
     ThreadWork& thread = ThreadWork::OfThisThread();
     if (thread.Top() != nullptr && thread.Top()->isStay) {
         DropStaysThatAreOver(thread);
@@ -94,15 +101,40 @@ inline void Open(ScopeWork& work,
 
 /// The same with a name that does not end with a NUL, or that the hand-over has.
 [[gnu::noinline]] void OpenWithOtherName(ScopeWork& work,
+                                         abi::tarn_site* site,
                                          const char* name,
                                          std::size_t nameLength,
                                          const tarn_options* options,
                                          const tarn_attribute* attributes,
                                          std::size_t count) {
     if (name == nullptr && options != nullptr && options->from != nullptr) {
-        Open(work, options->from->name.c_str(), options, attributes, count);
+        // What comes with the work is not the place's name.
+        Open(work, nullptr, options->from->name.c_str(), options, attributes, count);
     } else {
-        Open(work, NameText(name, nameLength).Get(), options, attributes, count);
+        Open(work, site, NameText(name, nameLength).Get(), options, attributes, count);
+    }
+}
+
+inline void OpenUnlessOff(tarn_scope& scope,
+                          abi::tarn_site* site,
+                          const char* name,
+                          std::size_t nameLength,
+                          const tarn_options* options,
+                          const tarn_attribute* attributes,
+                          std::size_t count) noexcept {
+    auto& work = *new (static_cast<void*>(&scope)) ScopeWork;
+    work.kind = Kind::Off;
+    try {
+        if (nameLength == TARN_TO_NUL && name != nullptr) {
+            Open(work, site, name, options, attributes, count);
+        } else {
+            OpenWithOtherName(work, site, name, nameLength, options, attributes, count);
+        }
+    } catch (...) {
+        // Without memory for it there is no scope.
+        if (work.kind != Kind::Off) {
+            End(work);
+        }
     }
 }
 
@@ -135,20 +167,17 @@ void tarn_scope_open(tarn_scope* scope,
                      const tarn_options* options,
                      const tarn_attribute* attributes,
                      std::size_t count) noexcept {
-    auto& work = *new (static_cast<void*>(scope)) ScopeWork;
-    work.kind = Kind::Off;
-    try {
-        if (name_length == TARN_TO_NUL && name != nullptr) {
-            Open(work, name, options, attributes, count);
-        } else {
-            OpenWithOtherName(work, name, name_length, options, attributes, count);
-        }
-    } catch (...) {
-        // Without memory for it there is no scope.
-        if (work.kind != Kind::Off) {
-            End(work);
-        }
-    }
+    OpenUnlessOff(*scope, nullptr, name, name_length, options, attributes, count);
+}
+
+void tarn_scope_open_at(tarn_scope* scope,
+                        tarn_site* site,
+                        const char* name,
+                        std::size_t name_length,
+                        const tarn_options* options,
+                        const tarn_attribute* attributes,
+                        std::size_t count) noexcept {
+    OpenUnlessOff(*scope, site, name, name_length, options, attributes, count);
 }
 
 void tarn_scope_close(tarn_scope* scope) noexcept {

@@ -4,6 +4,7 @@
 #include "ActivityContextDerivation.h"
 #include "ActivityTokenText.h"
 #include "ForegroundActivityLog.h"
+#include "OptTarnInternal.h"
 #include "PairBuffer.h"
 #include "ThreadActivityRegistry.h"
 
@@ -49,11 +50,11 @@ bool HasMetricsContext() {
     return Metrics::MetricsManager::GetInstance().GetThreadContext().GetMetricsContextId() != 0;
 }
 
-bool IsOffBySettings(TraceRank rank, const char* name) {
+inline bool IsOffBySettings(TraceRank rank, const char* name) {
     return TarnSettings::GetInstance().IsEitherOff(rank, NameOrEmpty(name));
 }
 
-bool IsOffBySettings(TraceRank rank, const ActivityName& name) {
+inline bool IsOffBySettings(TraceRank rank, const ActivityName& name) {
     return TarnSettings::GetInstance().IsEitherOff(rank, name);
 }
 
@@ -259,7 +260,7 @@ void ActivityScope::BeginScope(const char* name, const Pairs& attributes) {
     if (m_off) {
         return;
     }
-    if (OptTarn::GetIsForegroundThreadContextEnabled()) {
+    if (OptTarn::AreForegroundThreadContextsOn()) {
         BeginScope(
             name, attributes, ThreadActivityRegistry::GetInstance().PeekCurrentContext(), false);
     } else {
@@ -275,13 +276,13 @@ void ActivityScope::BeginScope(const char* name,
     if (m_off) {
         return;
     }
-    if (!OptTarn::GetIsForegroundThreadContextEnabled()) {
+    if (!OptTarn::AreForegroundThreadContextsOn()) {
         OpenMetricsScope(name, attributes);
         return;
     }
     m_activityContext = DeriveActivityContext(parent, adopt, m_traits.type);
     ThreadActivityRegistry::GetInstance().Push(m_activityContext);
-    if (OptTarn::GetShouldLogForegroundActivity()) {
+    if (OptTarn::IsForegroundActivityLogged()) {
         ForegroundActivityLog::WriteContext(u"Register", TString(name), m_activityContext.get());
     }
     // What nobody would receive is not built.
@@ -319,10 +320,10 @@ void ActivityScope::OpenMetricsScopeWithContext(const char* name,
 }
 
 void ActivityScope::LeaveActivityContext() {
-    if (!OptTarn::GetIsForegroundThreadContextEnabled()) {
+    if (!OptTarn::AreForegroundThreadContextsOn()) {
         return;
     }
-    if (OptTarn::GetShouldLogForegroundActivity()) {
+    if (OptTarn::IsForegroundActivityLogged()) {
         Attempt([this] {
             ForegroundActivityLog::WriteContext(
                 u"Unregister", u"unavailable", m_activityContext.get());
@@ -332,7 +333,7 @@ void ActivityScope::LeaveActivityContext() {
 }
 
 void ActivityScope::AttachToThread() {
-    if (OptTarn::GetShouldLogForegroundActivity()) {
+    if (OptTarn::IsForegroundActivityLogged()) {
         ForegroundActivityLog::WriteMessage(u"ActivityScope::AttachToThread");
     }
     if (m_metricsContext != nullptr) {
@@ -342,7 +343,7 @@ void ActivityScope::AttachToThread() {
 }
 
 void ActivityScope::DetachFromThread() {
-    if (OptTarn::GetShouldLogForegroundActivity()) {
+    if (OptTarn::IsForegroundActivityLogged()) {
         ForegroundActivityLog::WriteMessage(u"ActivityScope::DetachFromThread");
     }
     if (m_metricsContext != nullptr) {

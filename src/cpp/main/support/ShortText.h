@@ -69,7 +69,12 @@ inline bool IsSameText(std::string_view one, std::string_view other) noexcept {
     if (bytes >= sizeof(uint32)) {
         return sameAt(uint32{}, 0) && sameAt(uint32{}, bytes - sizeof(uint32));
     }
-    return one == other;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        if (one[i] != other[i]) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace tarn

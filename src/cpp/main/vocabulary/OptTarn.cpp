@@ -99,15 +99,15 @@ struct Counter {
 
 }  // namespace
 
-#define TARN_DEFINE_SWITCH(name)                          \
-    namespace {                                           \
-    constinit std::atomic<bool> s_##name{false};          \
-    }                                                     \
-    void Set##name(bool value) {                          \
-        s_##name.store(value, std::memory_order_relaxed); \
-    }                                                     \
-    bool Get##name() {                                    \
-        return s_##name.load(std::memory_order_relaxed);  \
+#define TARN_DEFINE_SWITCH(name)                                \
+    namespace Switches {                                        \
+    constinit std::atomic<bool> name{false};                    \
+    }                                                           \
+    void Set##name(bool value) {                                \
+        Switches::name.store(value, std::memory_order_relaxed); \
+    }                                                           \
+    bool Get##name() {                                          \
+        return Switches::name.load(std::memory_order_relaxed);  \
     }
 
 TARN_DEFINE_SWITCH(IsTarnEnabled)

@@ -3,10 +3,28 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlsys/IntegerTypes.h"
 
+#include <atomic>
 #include <functional>
 #include <string>
 
 namespace OptTarn {
+
+/// Where the options are that each scope reads.
+namespace Switches {
+
+extern constinit std::atomic<bool> IsForegroundThreadContextEnabled;
+extern constinit std::atomic<bool> ShouldLogForegroundActivity;
+
+}  // namespace Switches
+
+/// As their getters, without a call.
+inline bool AreForegroundThreadContextsOn() noexcept {
+    return Switches::IsForegroundThreadContextEnabled.load(std::memory_order_relaxed);
+}
+
+inline bool IsForegroundActivityLogged() noexcept {
+    return Switches::ShouldLogForegroundActivity.load(std::memory_order_relaxed);
+}
 
 /// The host's hook; not handed out beyond the library.
 std::function<void()> GetEmitEnvironmentMetrics();

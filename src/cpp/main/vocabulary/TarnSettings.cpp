@@ -7,8 +7,10 @@
 
 #include "cvlcoreplatform/TLog.h"
 
+#include <bit>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 namespace tarn {
 namespace {
@@ -58,15 +60,37 @@ void LogOffs(const TarnSettings::Names& offs) {
 
 }  // namespace
 
-bool TarnSettings::NameEqual::operator()(const HashedName& a, std::string_view b) const noexcept {
-    return IsSameText(a.text, b);
-}
-
 TarnSettings::HashedName::HashedName(std::string_view name) noexcept
     : text(name),
       hash(HashText(name)) {}
 
-void TarnSettings::Filter::Set(const OffNames& names) noexcept {
+TarnSettings::OffNames::OffNames(const Names& names) : m_names(names) {
+    // Two at least: a hash cannot be shifted by all of its bits.
+    const std::size_t slots = std::bit_ceil(2 * m_names.size() + 2);
+    m_slots.resize(slots);
+    m_shift = static_cast<unsigned>(64 - std::countr_zero(slots));
+    for (const std::string& text : m_names) {
+        const HashedName name(text);
+        std::size_t slot = name.hash >> m_shift;
+        while (m_slots[slot].name != nullptr) {
+            slot = (slot + 1) % slots;
+        }
+        m_slots[slot] = {name.hash, &text};
+    }
+}
+
+bool TarnSettings::OffNames::Contains(std::string_view text, uint64 hash) const noexcept {
+    const std::size_t last = m_slots.size() - 1;
+    for (std::size_t slot = hash >> m_shift; m_slots[slot].name != nullptr;
+         slot = (slot + 1) & last) {
+        if (m_slots[slot].hash == hash && IsSameText(*m_slots[slot].name, text)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void TarnSettings::Filter::Set(const Names& names) noexcept {
     std::array<uint64, words> bits{};
     for (const std::string& text : names) {
         const HashedName name(text);
@@ -89,23 +113,27 @@ TarnSettings& TarnSettings::GetInstance() {
     return *instance;
 }
 
-TarnSettings::TarnSettings() : m_eventAttributeMappings(DefaultMappings()), m_lock(0) {}
+TarnSettings::TarnSettings()
+    : m_offs(Names()),
+      m_eventAttributeMappings(DefaultMappings()),
+      m_lock(0) {}
 
 void TarnSettings::SetOffs(const Names& offs) {
     // A log back end may ask for the set: it sees the old one, and finds no lock held.
     LogOffs(offs);
 
-    OffNames replacement(offs.begin(), offs.end());
+    // What is replaced is freed when the lock is let go.
+    OffNames replacement(offs);
     const TReadWriteLock::WriteGuard guard(m_lock);
-    m_offs.swap(replacement);
-    m_filter.Set(m_offs);
-    m_someAreOff.store(!m_offs.empty(), std::memory_order_relaxed);
-    m_generation.fetch_add(1, std::memory_order_relaxed);
+    std::swap(m_offs, replacement);
+    m_filter.Set(m_offs.Get());
+    m_someAreOff.store(!m_offs.Get().empty(), std::memory_order_relaxed);
+    __atomic_store_n(&m_verdictOff, m_verdictOff + 2, __ATOMIC_RELAXED);
 }
 
 TarnSettings::Names TarnSettings::GetCopyOfOffs() const {
     const TReadWriteLock::ReadGuard guard(m_lock);
-    return Names(m_offs.begin(), m_offs.end());
+    return m_offs.Get();
 }
 
 TarnSettings::Names TarnSettings::ParseOffActivitiesFromString(const TString& text) {
@@ -140,16 +168,17 @@ bool TarnSettings::IsNameOff(std::string_view name) const {
         return false;
     }
     const TReadWriteLock::ReadGuard guard(m_lock);
-    return m_offs.find(hashed) != m_offs.end();
+    return m_offs.Contains(hashed.text, hashed.hash);
 }
 
-// Generation and set are read under one lock, so the verdict is good for that generation.
-bool TarnSettings::FindOut(const ActivityName& name) const {
-    const HashedName hashed(name.m_text);
+// Set and number are read under one lock, so the verdict is good for that number.
+bool TarnSettings::FindOut(abi::tarn_site& site, const char* name) const {
+    const HashedName hashed(name);
     const TReadWriteLock::ReadGuard guard(m_lock);
-    const bool isOff = m_offs.find(hashed) != m_offs.end();
-    const uint64 generation = m_generation.load(std::memory_order_relaxed);
-    name.m_verdict.store(generation << 1 | (isOff ? 1 : 0), std::memory_order_relaxed);
+    const bool isOff = m_offs.Contains(hashed.text, hashed.hash);
+    __atomic_store_n(
+        &site.verdict, isOff ? m_verdictOff : m_verdictOff & ~onlyOff, __ATOMIC_RELAXED);
+    __atomic_store_n(&site.off, &m_verdictOff, __ATOMIC_RELEASE);
     return isOff;
 }
 
