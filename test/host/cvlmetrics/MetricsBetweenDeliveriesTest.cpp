@@ -13,8 +13,8 @@ using namespace std::chrono_literals;
 using Metrics::flagTracing;
 using MetricsTest::CurrentContext;
 using MetricsTest::moment;
-using MetricsTest::timeout;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 
 using MetricsBetweenDeliveriesTest = MetricsTest::MetricsAsynchronousTest;
