@@ -1,10 +1,12 @@
 // Events as bytes in a queue: what is read is what was written, whatever an event holds.
+#include "EventCopy.h"
 #include "EventRecord.h"
 #include "Input.h"
 
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -64,15 +66,21 @@ void Lengthen(MetricsEvent& event, uint32 times) {
     }
 }
 
+/// For storage of which nothing was ever ended.
+struct Free {
+    void operator()(Metrics::PairView* pairs) const noexcept { ::operator delete(pairs); }
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
     fuzz::Input input(data, size);
     MetricsEvent last;  // reading overwrites whatever there was
+    const std::unique_ptr<Metrics::PairView, Free> room(static_cast<Metrics::PairView*>(
+        ::operator new(EventRecord::mostPairs * sizeof(Metrics::PairView))));
     while (!input.IsAtEnd()) {
         MetricsEvent event = input.Event();
         Lengthen(event, input.Below(64) == 1 ? 40 : 0);
-        const Metrics::PairViews pairs(event.pairs);
         const Metrics::EventView view{.id = event.id,
                                       .contextId = event.contextId,
                                       .flags = event.flags,
@@ -82,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
                                       .type = event.type,
                                       .name = event.name,
                                       .value = event.value,
-                                      .pairs = pairs.Span()};
+                                      .pairs = event.pairs};
         const std::size_t bytes = EventRecord::BytesFor(view);
         fuzz::Require(bytes <= EventRecord::largest, "a record is never larger than the largest");
         fuzz::Require(bytes % EventRecord::alignment == 0, "records follow one another");
@@ -101,8 +109,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         const MetricsEvent kept = input.Below(2) == 1 ? last : MetricsEvent();
         const MetricsEvent before = DeepCopy(kept);
         MetricsEvent boxed;
-        MetricsEvent& read = record.IsBoxed() ? boxed : last;
-        record.Read(read);
+        const bool isBoxed = record.IsBoxed();
+        if (isBoxed) {
+            boxed = record.TakeBoxed();
+        } else {
+            Metrics::Copy(record.View(room.get()), last);
+        }
+        const MetricsEvent& read = isBoxed ? boxed : last;
         fuzz::Require(AreEqual(read, event), "what is read is what was written");
         fuzz::Require(AreEqual(kept, before), "what somebody keeps stays as it was");
     }

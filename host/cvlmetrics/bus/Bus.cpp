@@ -3,6 +3,7 @@
 #include "DeliveringThread.h"
 #include "DeliverySide.h"
 #include "Dispatcher.h"
+#include "EventCopy.h"
 #include "EventQueues.h"
 #include "ExitDeadline.h"
 #include "LossReport.h"
@@ -39,10 +40,17 @@ constinit std::atomic<uint64> s_waitedNanos{0};
 // What this thread has emitted inside a log back end that it is still in.
 constinit thread_local std::vector<MetricsEvent>* t_postponed = nullptr;
 
+/// Says when it happened.
+void Stamp(EventView& event, const ClockReading& now) noexcept {
+    event.time = now.time;
+    event.wallSeconds = now.wallSeconds;
+    event.wallMicros = now.wallMicros;
+}
+
 void Wait(std::vector<MetricsEvent>& others, const EventView& event) {
     try {
         MetricsEvent waiting;
-        event.CopyTo(waiting);
+        Copy(event, waiting);
         others.push_back(std::move(waiting));
     } catch (const std::bad_alloc&) {
         LossReport::Count(LossReport::Loss::LostEvent);
@@ -225,7 +233,7 @@ bool TryToEmit(EventView& event) {
     if (isRefusing && !EventQueues::LeavesFreeQuarters(1, event)) {
         return false;
     }
-    event.Stamp(ReadClock());
+    Stamp(event, ReadClock());
     return Send(event, isRefusing);
 }
 
@@ -236,7 +244,7 @@ void EmitAttribute(EventView& event) {
 }
 
 void EmitForSure(EventView& event) {
-    event.Stamp(ReadClock());
+    Stamp(event, ReadClock());
     Send(event, false);
 }
 
@@ -263,7 +271,7 @@ void DeliverBatch(void (*body)(const void*) noexcept, const void* context) noexc
 // A destructor has nobody to tell, and a scope whose end is missing stays open for the consumers: a
 // moment's wait for memory is better.
 void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
-    event.Stamp(now);
+    Stamp(event, now);
     constexpr int attempts = 20;
     constexpr milliseconds pause{1};
     for (int left = attempts; left != 0; --left) {

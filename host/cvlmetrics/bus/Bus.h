@@ -1,8 +1,8 @@
 #pragma once
 
-#include "EventView.h"
-
 #include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/LentEvent.h"
+#include "cvlmetrics/host/Clock.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 

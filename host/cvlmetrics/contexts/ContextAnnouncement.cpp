@@ -1,7 +1,6 @@
 #include "ContextAnnouncement.h"
 
 #include "Bus.h"
-#include "EventView.h"
 
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsValue.h"

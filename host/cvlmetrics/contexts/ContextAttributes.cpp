@@ -1,6 +1,6 @@
 #include "Bus.h"
 #include "ContextAnnouncement.h"
-#include "EventView.h"
+#include "EventCopy.h"
 #include "ThreadContexts.h"
 
 #include "cvlmetrics/MetricsManager.h"
@@ -73,9 +73,8 @@ void MultiAttributeImpl(MetricsValue&& name, NameValueList&& pairs, uint64 bits)
         return LoseAttribute(*context);
     }
     const NameValueList taken = std::move(pairs);
-    const PairViews views(taken);
     EventView event = AttributeEvent(MetricsEventType::AttributePairs, name, bits);
-    event.pairs = views.Span();
+    event.pairs = taken;
     // A list may be a layer, which the end of its scope takes back: refused, it would be missed. So
     // it comes before what else is still to be said of the context.
     Bus::EmitForSure(event);

@@ -2,7 +2,7 @@
 
 #include "Bus.h"
 #include "ContextAnnouncement.h"
-#include "EventView.h"
+#include "EventCopy.h"
 #include "ThreadContexts.h"
 
 #include "cvlmetrics/host/Clock.h"
@@ -91,7 +91,7 @@ void Scope::OpenImpl(MetricsValue&& name) {
 
 void Scope::OpenImpl(MetricsValue&& name, NameValueList&& pairs) {
     const NameValueList taken = std::move(pairs);
-    Open(name, PairViews(taken).Span());
+    Open(name, taken);
 }
 
 void Scope::Open(const ValueView& name, PairSpan pairs) {
@@ -164,7 +164,7 @@ void Scope::MultiEmitImpl(MetricsEventType type,
                           const MetricsValue& name,
                           NameValueList&& pairs) const {
     const NameValueList taken = std::move(pairs);
-    MultiEmit(type, name, PairViews(taken).Span());
+    MultiEmit(type, name, taken);
 }
 
 void Scope::MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const {

@@ -24,20 +24,23 @@ bool IsContextEvent(MetricsEventType type) noexcept {
 
 }  // namespace
 
-bool Consumer::Receives(const MetricsEvent& event) const noexcept {
-    return everything || (event.flags & bits) != 0 || IsContextEvent(event.type);
+bool Consumer::Receives(uint64 flags, MetricsEventType type) const noexcept {
+    return everything || (flags & bits) != 0 || IsContextEvent(type);
 }
 
-void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
-    CarryOutNotes(retired);
+template <class Call>
+[[gnu::always_inline]] inline void Consumers::ForEachReceiver(uint64 flags,
+                                                              MetricsEventType type,
+                                                              List& retired,
+                                                              const Call& call) noexcept {
     // New consumers are appended, and no entry is removed before the walk is over.
     bool isDelivered = false;
     m_isWalking = true;
     auto consumer = m_list.begin();
     for (std::size_t left = m_list.size(); left > 0; --left, ++consumer) {
-        if (consumer->isSubscribed && consumer->Receives(event)) {
+        if (consumer->isSubscribed && consumer->Receives(flags, type)) {
             isDelivered = true;
-            Call(*consumer->listener, event);
+            Attempt([&call, &consumer] { call(*consumer); });
         }
     }
     m_isWalking = false;
@@ -52,9 +55,26 @@ void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
     CarryOutNotes(retired);
 }
 
-void Consumers::Call(IMetricsListener& listener, const MetricsEvent& event) noexcept {
+void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
+    ForEachReceiver(event.flags, event.type, retired, [&event](const Consumer& consumer) {
+        consumer.listener->OnMetricsEvent(event);
+    });
+}
+
+void Consumers::Deliver(const EventView& event, const MetricsEvent* made, List& retired) noexcept {
+    ForEachReceiver(event.flags, event.type, retired, [&event, made](const Consumer& consumer) {
+        if (consumer.reader != nullptr) {
+            consumer.reader->OnLentEvent(event);
+        } else {
+            consumer.listener->OnMetricsEvent(*made);
+        }
+    });
+}
+
+template <class Call>
+inline void Consumers::Attempt(const Call& call) noexcept {
     try {
-        listener.OnMetricsEvent(event);
+        call();
     } catch (const std::exception& exception) {
         ReportException(exception.what());
     } catch (...) {
@@ -89,10 +109,12 @@ void Consumers::Put(List& newcomer) noexcept {
         known->bits = newcomer.front().bits;
         known->everything = newcomer.front().everything;
     } else {
+        Consumer& added = newcomer.front();
+        added.reader = dynamic_cast<ILentListener*>(added.listener.Get());
         m_list.splice(m_list.end(), newcomer, newcomer.begin());
         MetricsManagerAccess::ConsumerCount().fetch_add(1, std::memory_order_relaxed);
     }
-    PublishAdmission();
+    SumUp();
 }
 
 bool Consumers::Remove(const IMetricsListener& listener, List& retired) noexcept {
@@ -113,7 +135,7 @@ bool Consumers::TakeOut(const IMetricsListener& listener, List& retired) noexcep
         retired.splice(retired.end(), m_list, consumer);
     }
     MetricsManagerAccess::ConsumerCount().fetch_sub(1, std::memory_order_relaxed);
-    PublishAdmission();
+    SumUp();
     return true;
 }
 
@@ -135,10 +157,7 @@ void Consumers::NoteChange(Consumer change) {
 
 // What is left of the notes is the last that refers to some listeners, whose destructors may do
 // anything.
-void Consumers::CarryOutNotes(List& retired) noexcept {
-    if (!m_notesWait.load(std::memory_order_acquire)) {
-        return;
-    }
+void Consumers::CarryOutEachNote(List& retired) noexcept {
     const std::lock_guard lock(m_notesMutex);
     while (!m_notes.empty()) {
         List note;
@@ -157,7 +176,7 @@ void Consumers::ForgetAll() noexcept {
     new (&m_list) List;
     m_someHaveRetired = false;
     MetricsManagerAccess::ConsumerCount().store(0, std::memory_order_relaxed);
-    PublishAdmission();
+    SumUp();
 }
 
 void Consumers::SetRetiredAside(List& retired) noexcept {
@@ -177,11 +196,13 @@ Consumers::List::iterator Consumers::Find(const IMetricsListener& listener) noex
     });
 }
 
-void Consumers::PublishAdmission() noexcept {
+void Consumers::SumUp() noexcept {
     uint64 bits = 0;
     bool everything = false;
+    m_wantEvents = false;
     for (const Consumer& consumer : m_list) {
         if (consumer.isSubscribed) {
+            m_wantEvents = m_wantEvents || consumer.reader == nullptr;
             bits |= consumer.bits;
             everything = everything || consumer.everything;
         }

@@ -3,6 +3,7 @@
 #include "Admission.h"
 
 #include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/LentEvent.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
@@ -19,8 +20,10 @@ struct Consumer {
     uint64 bits = 0;
     bool everything = false;
     bool isSubscribed = true;
+    /// The same listener, if it reads events where they lie.
+    ILentListener* reader = nullptr;
 
-    bool Receives(const MetricsEvent& event) const noexcept;
+    bool Receives(uint64 flags, MetricsEventType type) const noexcept;
 };
 
 /// Who is subscribed. Callers hold the bus's lock, except where a function says otherwise.
@@ -36,10 +39,26 @@ public:
     // memory.
     using List = std::list<Consumer>;
 
-    /// Calls everybody who receives the event, in the order of their subscription. Consumers may
-    /// come and go meanwhile: newcomers start with the next event. Entries of those that went are
-    /// moved to `retired`, for the caller to drop once it has released the lock.
+    // Both call everybody who receives the event, in the order of their subscription. Consumers may
+    // come and go meanwhile: newcomers start with the next event. Entries of those that went are
+    // moved to `retired`, for the caller to drop once it has released the lock. What
+    // `CarryOutNotes` does is done before.
+
     void Deliver(const MetricsEvent& event, List& retired) noexcept;
+
+    /// `made` is the same event, for those who do not read it where it lies; it may be missing
+    /// where `WantEvents` says so.
+    void Deliver(const EventView& event, const MetricsEvent* made, List& retired) noexcept;
+
+    /// Whether there are consumers for which events must be made.
+    bool WantEvents() const noexcept { return m_wantEvents; }
+
+    /// Adds and removes those of whom others have taken note. For before each event.
+    void CarryOutNotes(List& retired) noexcept {
+        if (m_notesWait.load(std::memory_order_acquire)) {
+            CarryOutEachNote(retired);
+        }
+    }
 
     /// Throws `std::bad_alloc`.
     void Add(Consumer newcomer, List& retired);
@@ -64,20 +83,28 @@ public:
     std::atomic<uint64> exceptions{0};
 
 private:
-    void Call(IMetricsListener& listener, const MetricsEvent& event) noexcept;
+    template <class Call>
+    void ForEachReceiver(uint64 flags,
+                         MetricsEventType type,
+                         List& retired,
+                         const Call& call) noexcept;
+    template <class Call>
+    void Attempt(const Call& call) noexcept;
     void ReportException(const char* what) noexcept;
     void NoteChange(Consumer change);
-    void CarryOutNotes(List& retired) noexcept;
+    void CarryOutEachNote(List& retired) noexcept;
     void Put(List& newcomer) noexcept;
     bool TakeOut(const IMetricsListener& listener, List& retired) noexcept;
     void SetRetiredAside(List& retired) noexcept;
     List::iterator Find(const IMetricsListener& listener) noexcept;
-    void PublishAdmission() noexcept;
+    // What the consumers want together.
+    void SumUp() noexcept;
 
     List m_list;
     // Whether a walk along the list is under way: entries must stay where they are.
     bool m_isWalking = false;
     bool m_someHaveRetired = false;
+    bool m_wantEvents = false;
     Admission& m_admission;
 
     // An entry that is subscribed is to be added, one that is not names a listener to remove.

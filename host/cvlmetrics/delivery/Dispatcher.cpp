@@ -156,8 +156,8 @@ OwnDelivery::OwnDelivery(Dispatcher& dispatcher)
 
 void OwnDelivery::Deliver(const EventView& event) {
     const CurrentDelivery current(m_delivery);
-    m_dispatcher.DeliverWithFollowers(m_dispatcher.m_received.Take(event), m_delivery);
-    m_dispatcher.m_received.Release();
+    m_dispatcher.DeliverWithFollowers(
+        event, m_dispatcher.MakeIfWanted(event, m_delivery), m_delivery);
 }
 
 void OwnDelivery::Deliver(std::vector<MetricsEvent>&& events) noexcept {
@@ -282,34 +282,66 @@ bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
     if (EventQueues::IsFromBeforeFork(*record)) {
         silence.emplace();  // its lines are the parent's
     }
-    const MetricsEvent* const event = Read(*record);
-    EventQueues::Pop();
-    if (event != nullptr) {
-        DeliverWithFollowers(*event, delivery);
-        m_received.Release();
+    if (record->IsBoxed()) {
+        DeliverBoxed(*record, delivery);
+    } else {
+        DeliverLent(*record, delivery);
     }
     return true;
 }
 
-// What was accepted is worth waiting a second for memory. Null when there is none.
-const MetricsEvent* Dispatcher::Read(EventRecord& record) noexcept {
+void Dispatcher::DeliverBoxed(EventRecord& record, Delivery& delivery) noexcept {
+    const MetricsEvent& event = m_received.TakeBoxed(record);
+    EventQueues::Pop();
+    m_consumers.CarryOutNotes(delivery.retired);
+    m_consumers.Deliver(event, delivery.retired);
+    DeliverWaiting(delivery);
+    m_received.Release();
+}
+
+void Dispatcher::DeliverLent(const EventRecord& record, Delivery& delivery) noexcept {
+    const EventView event = m_received.Lend(record);
+    const MetricsEvent* made = nullptr;
+    const bool isMade = TryToMake(event, delivery, made);
+    EventQueues::Pop();
+    if (isMade) {
+        DeliverWithFollowers(event, made, delivery);
+    } else {
+        LossReport::Count(LossReport::Loss::LostEvent);
+    }
+}
+
+// The event for those consumers that do not read it where it lies. Throws `std::bad_alloc`.
+const MetricsEvent* Dispatcher::MakeIfWanted(const EventView& event, Delivery& delivery) {
+    m_consumers.CarryOutNotes(delivery.retired);
+    return m_consumers.WantEvents() ? &m_received.Make(event) : nullptr;
+}
+
+// What was accepted is worth waiting a second for memory.
+bool Dispatcher::TryToMake(const EventView& event,
+                           Delivery& delivery,
+                           const MetricsEvent*& made) noexcept {
     constexpr int attempts = 1000;
     constexpr milliseconds pause{1};
     for (int left = attempts; left != 0; --left) {
         try {
-            return &m_received.Take(record);
+            made = MakeIfWanted(event, delivery);
+            return true;
         } catch (const std::bad_alloc&) {
             std::this_thread::sleep_for(pause);
         }
     }
-    record.Discard();
-    LossReport::Count(LossReport::Loss::LostEvent);
-    return nullptr;
+    return false;
 }
 
-void Dispatcher::DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept {
-    m_consumers.Deliver(event, delivery.retired);
-    DeliverWaiting(delivery);
+void Dispatcher::DeliverWithFollowers(const EventView& event,
+                                      const MetricsEvent* made,
+                                      Delivery& delivery) noexcept {
+    m_consumers.Deliver(event, made, delivery.retired);
+    if (!delivery.waiting.empty()) {
+        DeliverWaiting(delivery);
+    }
+    m_received.Release();
 }
 
 void Dispatcher::DeliverWaiting(Delivery& delivery) noexcept {
@@ -317,6 +349,7 @@ void Dispatcher::DeliverWaiting(Delivery& delivery) noexcept {
         // What is emitted from here on waits behind the whole batch.
         const std::vector<MetricsEvent> batch = std::exchange(delivery.waiting, {});
         for (const MetricsEvent& waiting : batch) {
+            m_consumers.CarryOutNotes(delivery.retired);
             m_consumers.Deliver(waiting, delivery.retired);
         }
     }

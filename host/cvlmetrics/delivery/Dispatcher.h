@@ -4,11 +4,11 @@
 #include "Consumers.h"
 #include "Deadline.h"
 #include "EventRecord.h"
-#include "EventView.h"
 #include "ReceivedEvents.h"
 
 #include "cvlcoreplatform/host/LineBatch.h"
 #include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/LentEvent.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 #include "cvlsys/host/AdaptiveMutex.h"
@@ -103,8 +103,13 @@ private:
     void DeliverQueued(Delivery& delivery) noexcept;
     bool DeliverQueued(uint64 queued, Delivery& delivery, const Deadline& deadline) noexcept;
     bool DeliverNext(Delivery& delivery) noexcept;
-    const MetricsEvent* Read(EventRecord& record) noexcept;
-    void DeliverWithFollowers(const MetricsEvent& event, Delivery& delivery) noexcept;
+    const MetricsEvent* MakeIfWanted(const EventView& event, Delivery& delivery);
+    bool TryToMake(const EventView& event, Delivery& delivery, const MetricsEvent*& made) noexcept;
+    void DeliverBoxed(EventRecord& record, Delivery& delivery) noexcept;
+    void DeliverLent(const EventRecord& record, Delivery& delivery) noexcept;
+    void DeliverWithFollowers(const EventView& event,
+                              const MetricsEvent* made,
+                              Delivery& delivery) noexcept;
     void DeliverWaiting(Delivery& delivery) noexcept;
 
     cvlsys::AdaptiveMutex m_mutex;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "EventRecord.h"
-#include "EventView.h"
 
+#include "cvlmetrics/LentEvent.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>

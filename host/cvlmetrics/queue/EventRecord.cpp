@@ -1,6 +1,6 @@
 #include "EventRecord.h"
 
-#include "RewrittenValue.h"
+#include "EventCopy.h"
 #include "StaticCharacters.h"
 
 #include "cvlsys/host/ShortCopy.h"
@@ -64,7 +64,8 @@ constexpr bool isNarrow = sizeof(Unit) == 1;
 
 constexpr std::size_t mostDigits = std::numeric_limits<uint64>::digits10 + 1;
 
-using RewrittenValue::SharedText;
+template <class Unit>
+using SharedText = std::shared_ptr<const std::basic_string<Unit>>;
 
 /// Whether the value is of a known kind and holds exactly what goes with it.
 bool IsPlain(const MetricsValue& value) noexcept {
@@ -123,6 +124,8 @@ private:
                                                  const std::byte* end,
                                                  const ValueView& view) {
         switch (view.GetKind()) {
+            case ValueView::Kind::Static:
+                return PutStatic(to, end, host::ReferToStatic(&view.GetStatic()));
             case ValueView::Kind::Shared:
                 return PutText(to,
                                end,
@@ -242,58 +245,58 @@ T ReadAs(const std::byte* from) noexcept {
     return content;
 }
 
-/// Reads values one behind the other, each into one that is there (see `RewrittenValue`). The
-/// functions give the place behind what they have read.
+/// Reads values one behind the other.
 class Reader {
 public:
-    [[gnu::always_inline]] static const std::byte* Read(const std::byte* from,
-                                                        MetricsValue& value) {
-        const auto word = ReadAs<uint64>(from);
+    explicit Reader(const std::byte* from) noexcept : m_from(from) {}
+
+    [[gnu::always_inline]] ValueView Next() noexcept {
+        const auto word = ReadAs<uint64>(m_from);
+        m_from += wordBytes;
         switch (static_cast<Tag>(word & tagMask)) {
             case Tag::StaticUtf16:
-                RewrittenValue::SetStatic(value, AddressIn<char16_t>(word));
-                return from + wordBytes;
+                return ValueView::OfStatic(*AddressIn<char16_t>(word));
             case Tag::ShortInteger:
-                RewrittenValue::SetInteger(value, static_cast<int64>(word) >> tagBits);
-                return from + wordBytes;
-            default:
-                return ReadOther(from, word, value);
+                return static_cast<int64>(word) >> tagBits;
+            case Tag::Utf8:
+                return ValueView::OfUtf8(Text<char>(word >> tagBits));
+            case Tag::Utf16:
+                return ValueView::OfUtf16(Text<char16_t>(word >> tagBits));
+            case Tag::StaticUtf8:
+                return *AddressIn<char>(word);
+            case Tag::Scalar:
+                break;
         }
+        return Scalar(static_cast<uint32>(word >> tagBits));
     }
 
 private:
-    [[gnu::noinline]] static const std::byte* ReadOther(const std::byte* from,
-                                                        uint64 word,
-                                                        MetricsValue& value) {
-        from += wordBytes;
-        switch (static_cast<Tag>(word & tagMask)) {
-            case Tag::Utf8:
-                return ReadText<char>(from, word >> tagBits, value);
-            case Tag::Utf16:
-                return ReadText<char16_t>(from, word >> tagBits, value);
-            case Tag::StaticUtf8:
-                RewrittenValue::SetStatic(value, AddressIn<char>(word));
-                return from;
-            default:
-                RewrittenValue::BecomeOtherScalar(value, static_cast<uint32>(word >> tagBits));
-                value.integer = ReadAs<int64>(from);
-                return from + wordBytes;
-        }
-    }
-
     template <class Unit>
     static const std::basic_string<Unit>* AddressIn(uint64 word) noexcept {
         return reinterpret_cast<const std::basic_string<Unit>*>(word & ~tagMask);
     }
 
     template <class Unit>
-    static const std::byte* ReadText(const std::byte* from,
-                                     std::size_t bytes,
-                                     MetricsValue& value) {
-        const auto* const units = reinterpret_cast<const Unit*>(from);
-        RewrittenValue::SetText(value, std::basic_string_view<Unit>(units, bytes / sizeof(Unit)));
-        return from + Aligned(bytes);
+    std::basic_string_view<Unit> Text(std::size_t bytes) noexcept {
+        const auto* const units = reinterpret_cast<const Unit*>(m_from);
+        m_from += Aligned(bytes);
+        return {units, bytes / sizeof(Unit)};
     }
+
+    ValueView Scalar(uint32 type) noexcept {
+        const auto scalar = ReadAs<int64>(m_from);
+        m_from += wordBytes;
+        switch (type) {
+            case MetricsValue::MV_Bool:
+                return scalar != 0;
+            case MetricsValue::MV_Double:
+                return std::bit_cast<double>(scalar);
+            default:
+                return scalar;
+        }
+    }
+
+    const std::byte* m_from;
 };
 
 }  // namespace
@@ -392,7 +395,7 @@ EventRecord& EventRecord::Write(std::byte* place, std::size_t room, const EventV
 
 EventRecord& EventRecord::WriteBoxed(std::byte* place, const EventView& event) {
     auto boxed = std::make_unique<MetricsEvent>();
-    event.CopyTo(*boxed);
+    Copy(event, *boxed);
     const Box box{.event = boxed.release(), .heapBytes = HeapBytes(event)};
     std::memcpy(place + sizeof(EventRecord), &box, sizeof box);
     return *new (place) EventRecord(sizeof(EventRecord) + sizeof box, Form::Boxed, 0);
@@ -401,12 +404,6 @@ EventRecord& EventRecord::WriteBoxed(std::byte* place, const EventView& event) {
 void EventRecord::WriteGap(std::byte* place, std::size_t bytes) noexcept {
     const EventRecord gap(bytes, Form::Gap, 0);
     std::memcpy(place, &gap, offsetof(EventRecord, m_ticket));
-}
-
-MetricsEventType EventRecord::GetType() const noexcept {
-    MetricsEventType type{};
-    std::memcpy(&type, Content() + offsetof(Fixed, type), sizeof type);
-    return type;
 }
 
 EventRecord::Head EventRecord::GetHead() const noexcept {
@@ -418,30 +415,30 @@ EventRecord::Head EventRecord::GetHead() const noexcept {
     return {fixed.type, fixed.id};
 }
 
-void EventRecord::Read(MetricsEvent& event) {
-    const std::byte* from = Content();
-    if (m_form == Form::Boxed) {
-        const std::unique_ptr<MetricsEvent> boxed(ReadAs<Box>(from).event);
-        event = std::move(*boxed);
-        return;
+EventView EventRecord::View(PairView* room) const noexcept {
+    const auto fixed = ReadAs<Fixed>(Content());
+    Reader reader(Content() + sizeof(Fixed));
+    const ValueView name = reader.Next();
+    const EventView event{.id = fixed.id,
+                          .contextId = fixed.contextId,
+                          .flags = fixed.flags,
+                          .time = fixed.time,
+                          .wallSeconds = fixed.wallSeconds,
+                          .wallMicros = fixed.wallMicros,
+                          .type = fixed.type,
+                          .name = name,
+                          .value = reader.Next(),
+                          .pairs = {room, m_pairCount}};
+    for (std::size_t left = m_pairCount; left != 0; --left, ++room) {
+        const ValueView pairName = reader.Next();
+        new (static_cast<void*>(room)) PairView(pairName, reader.Next());
     }
-    const auto fixed = ReadAs<Fixed>(from);
-    event.id = fixed.id;
-    event.contextId = fixed.contextId;
-    event.flags = fixed.flags;
-    event.time = fixed.time;
-    event.wallSeconds = fixed.wallSeconds;
-    event.wallMicros = fixed.wallMicros;
-    event.type = fixed.type;
-    from = Reader::Read(from + sizeof fixed, event.name);
-    from = Reader::Read(from, event.value);
-    if (event.pairs.size() != m_pairCount) {
-        event.pairs.resize(m_pairCount);
-    }
-    for (NameValuePair& pair : event.pairs) {
-        from = Reader::Read(from, pair.first);
-        from = Reader::Read(from, pair.second);
-    }
+    return event;
+}
+
+MetricsEvent EventRecord::TakeBoxed() noexcept {
+    const std::unique_ptr<MetricsEvent> boxed(ReadAs<Box>(Content()).event);
+    return std::move(*boxed);
 }
 
 void EventRecord::Discard() noexcept {

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "EventView.h"
-
+#include "cvlmetrics/LentEvent.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlsys/IntegerTypes.h"
 
@@ -16,7 +15,7 @@ namespace Metrics {
 /// (values of unknown kinds) is kept on the heap instead, and the record only points to it.
 ///
 /// A record begins on a multiple of eight bytes and is a multiple of eight long. It is written by
-/// one thread and read once, by another.
+/// one thread and read by another.
 class EventRecord {
 public:
     static constexpr std::size_t alignment = 8;
@@ -41,23 +40,23 @@ public:
     /// Writes a record that stands for nothing, to fill the end of a ring.
     static void WriteGap(std::byte* place, std::size_t bytes) noexcept;
 
-    /// Gives the event back and releases what the record holds; the record is not read again.
-    /// Throws `std::bad_alloc`, and can be read again then.
-    ///
-    /// What the event held is overwritten, texts that nobody else holds in their place: they must
-    /// come from `cvlsys::MakeText` or live as long as the process, and only values of kind text
-    /// have one.
-    void Read(MetricsEvent& event);
-
-    /// Whether the event that is read shares texts with its emitter. If so, do not read into it
-    /// again.
+    /// Whether the event is on the heap, from where `TakeBoxed` gets it. All others are lent by
+    /// `View`.
     bool IsBoxed() const noexcept { return m_form == Form::Boxed; }
+
+    /// So many pairs no event in a record exceeds.
+    static constexpr std::size_t mostPairs = largest / (2 * sizeof(uint64));
+
+    /// The event, lent as long as the record. Its pairs are built in `room`, which is for
+    /// `mostPairs` of them.
+    EventView View(PairView* room) const noexcept;
+
+    /// Gives the event away; the record is not read again. The event shares texts with whoever
+    /// emitted it.
+    MetricsEvent TakeBoxed() noexcept;
 
     /// How many bytes the event takes on the heap; also after it was read.
     std::size_t GetHeapBytes() const noexcept;
-
-    /// The type of an event that is not boxed.
-    MetricsEventType GetType() const noexcept;
 
     /// The type of the event, and the scope or context that it is about.
     struct Head {

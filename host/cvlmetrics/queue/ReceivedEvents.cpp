@@ -1,27 +1,45 @@
 #include "ReceivedEvents.h"
 
-#include "cvlmetrics/MetricsValue.h"
+#include "EventCopy.h"
 
-#include <cstddef>
+#include <cstring>
+#include <new>
 
 namespace Metrics {
 
-const MetricsEvent& ReceivedEvents::Take(EventRecord& record) {
-    m_taken = record.IsBoxed() ? &m_boxed : &Last(record.GetType());
-    record.Read(*m_taken);
-    return *m_taken;
+EventView ReceivedEvents::Lend(const EventRecord& record) noexcept {
+    std::memcpy(m_record.data(), static_cast<const void*>(&record), record.GetBytes());
+    return std::launder(reinterpret_cast<const EventRecord*>(m_record.data()))
+        ->View(reinterpret_cast<PairView*>(m_pairs.data()));
 }
 
-const MetricsEvent& ReceivedEvents::Take(const EventView& event) {
-    m_taken = &Last(event.type);
+const MetricsEvent& ReceivedEvents::TakeBoxed(EventRecord& record) noexcept {
+    m_boxed = record.TakeBoxed();
+    m_made = &m_boxed;
+    return m_boxed;
+}
+
+const MetricsEvent& ReceivedEvents::Make(const EventView& event) {
+    MetricsEvent& made = Last(event.type);
     try {
-        event.CopyTo(*m_taken, m_shared);
+        Copy(event, made, m_shared);
     } catch (...) {
         m_shared.clear();
-        Clear(*m_taken);
+        Clear(made);
         throw;
     }
-    return *m_taken;
+    m_made = &made;
+    return made;
+}
+
+void ReceivedEvents::ReleaseMade() noexcept {
+    if (!m_shared.empty()) {
+        ReleaseShared();
+    }
+    if (m_made == &m_boxed || m_made->pairs.capacity() > mostPairsKept) {
+        Clear(*m_made);
+    }
+    m_made = nullptr;
 }
 
 void ReceivedEvents::ReleaseShared() noexcept {

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "EventRecord.h"
-#include "EventView.h"
 
+#include "cvlmetrics/LentEvent.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsValue.h"
+#include "cvlmetrics/ValueView.h"
 
 #include <array>
 #include <cstddef>
@@ -12,9 +13,10 @@
 
 namespace Metrics {
 
-/// The events that the consumers receive, one at a time. Reuses the previous event of the same type
-/// as storage: events of one type mostly hold texts in the same places, and a text that no consumer
-/// has kept is overwritten. For the thread that delivers.
+/// The event that the consumers just receive: lent, or made for those who want one of their own.
+/// It is made in what the last event of the same type has left: events of one type mostly hold
+/// texts in the same places, and a text that no consumer has kept is written anew. For whoever has
+/// the delivering role.
 class ReceivedEvents {
 public:
     /// Throws `std::bad_alloc`.
@@ -24,21 +26,20 @@ public:
     ReceivedEvents(const ReceivedEvents&) = delete;
     ReceivedEvents& operator=(const ReceivedEvents&) = delete;
 
-    /// The event of a record, until `Release`; the record is not read again. Throws
-    /// `std::bad_alloc`, and the record can be read again then.
-    const MetricsEvent& Take(EventRecord& record);
+    /// The event of a record that is not boxed, until the next one; the record may go.
+    EventView Lend(const EventRecord& record) noexcept;
 
-    /// The event that somebody is just emitting, until `Release`. Throws `std::bad_alloc`.
-    const MetricsEvent& Take(const EventView& event);
+    /// The event of a boxed record, until `Release`; the record is not read again.
+    const MetricsEvent& TakeBoxed(EventRecord& record) noexcept;
 
-    /// Releases what was taken last, except for memory to use again. The event's emitter still
-    /// holds its values.
+    /// Makes the event of what is lent, until `Release`. Throws `std::bad_alloc`.
+    const MetricsEvent& Make(const EventView& event);
+
+    /// Lets go of what was taken or made last, except for memory to use again. Whoever emits the
+    /// event still holds what it is made of.
     void Release() noexcept {
-        if (!m_shared.empty()) {
-            ReleaseShared();
-        }
-        if (m_taken == &m_boxed || m_taken->pairs.capacity() > mostPairsKept) {
-            Clear(*m_taken);
+        if (m_made != nullptr) {
+            ReleaseMade();
         }
     }
 
@@ -47,16 +48,20 @@ private:
     static constexpr std::size_t mostPairsKept = 64;
     static constexpr std::size_t fewShared = 64;
 
+    void ReleaseMade() noexcept;
     void ReleaseShared() noexcept;
     static void Clear(MetricsEvent& event) noexcept;
 
     MetricsEvent& Last(MetricsEventType type) noexcept;
 
+    // Whose record was lent.
+    alignas(EventRecord::alignment) std::array<std::byte, EventRecord::largest> m_record{};
+    alignas(PairView) std::array<std::byte, EventRecord::mostPairs * sizeof(PairView)> m_pairs{};
     // By type; unknown types share the first one, which no known type has.
     std::array<MetricsEvent, types> m_last;
     MetricsEvent m_boxed;
-    MetricsEvent* m_taken = &m_boxed;
-    // Values of the taken event that its emitter holds, too.
+    MetricsEvent* m_made = nullptr;
+    // Values of the made event that whoever emits it holds, too.
     std::vector<MetricsValue*> m_shared;
 };
 

@@ -14,7 +14,6 @@ namespace {
 
 using Metrics::EventRecord;
 using Metrics::EventView;
-using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
 namespace EventQueues = Metrics::EventQueues;
 
@@ -44,10 +43,9 @@ std::optional<uint64> Take() {
     if (record == nullptr) {
         return std::nullopt;
     }
-    MetricsEvent event;
-    record->Read(event);
+    const uint64 id = record->GetHead().id;
     EventQueues::Pop();
-    return event.id;
+    return id;
 }
 
 bool IsAllTaken() {

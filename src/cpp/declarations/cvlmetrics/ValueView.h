@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 #include <initializer_list>
+#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -18,8 +19,20 @@ namespace Metrics {
 /// and means the same. Like a `std::string_view` it must not outlive what it is made of.
 class ValueView {
 public:
+    /// `Static` is a UTF-16 text that lives as long as the process, and is known by its address.
     /// `Digits` is an integer that is too large for `int64`, and means the text of its digits.
-    enum class Kind : uint32 { Int64, Bool, Double, Utf8, Utf16, Wide, Shared, Value, Digits };
+    enum class Kind : uint32 {
+        Int64,
+        Bool,
+        Double,
+        Utf8,
+        Utf16,
+        Wide,
+        Static,
+        Shared,
+        Value,
+        Digits
+    };
 
     // Values stand for themselves in attribute lists, hence the implicit constructors below. Only
     // bool itself makes a bool: no pointer turns into one.
@@ -79,6 +92,22 @@ public:
         return view;
     }
 
+    /// UTF-16 that need not end in a NUL.
+    static ValueView OfUtf16(std::u16string_view text) noexcept {
+        ValueView view(0);
+        view.m_kind = Kind::Utf16;
+        view.m_size = text.size();
+        view.m_utf16 = text.data();
+        return view;
+    }
+
+    static ValueView OfStatic(const std::u16string& text) noexcept {
+        ValueView view(0);
+        view.m_kind = Kind::Static;
+        view.m_static = &text;
+        return view;
+    }
+
     Kind GetKind() const noexcept { return m_kind; }
 
     /// Of `Int64` and `Bool`.
@@ -94,6 +123,8 @@ public:
     std::u16string_view GetUtf16() const noexcept { return {m_utf16, m_size}; }
 
     const wchar_t* GetWide() const noexcept { return m_wide; }
+
+    const std::u16string& GetStatic() const noexcept { return *m_static; }
 
     /// Null for the empty text.
     const TString::Characters& GetShared() const noexcept { return *m_shared; }
@@ -115,6 +146,8 @@ public:
                 return TString(GetUtf16());
             case Kind::Wide:
                 return m_wide;
+            case Kind::Static:
+                return TString(TString::Characters(TString::Characters(), m_static));
             case Kind::Shared:
                 return TString(*m_shared);
             case Kind::Digits:
@@ -135,6 +168,7 @@ private:
         const char* m_utf8;
         const char16_t* m_utf16;
         const wchar_t* m_wide;
+        const std::u16string* m_static;
         const TString::Characters* m_shared;
         const MetricsValue* m_value;
     };
@@ -151,24 +185,64 @@ struct PairView {
     PairView(const NameValuePair& pair) noexcept : name(pair.first), value(pair.second) {}
 };
 
-/// Pairs in a row, lent.
+/// Pairs in a row, lent: views, or pairs that own what they hold.
 class PairSpan {
 public:
+    /// Goes along the pairs. What it refers to is a view, whatever lies there, and holds until it
+    /// goes on.
+    class Iterator {
+    public:
+        Iterator(const std::byte* place, std::size_t step) noexcept
+            : m_place(place),
+              m_step(step) {}
+
+        const PairView& operator*() noexcept {
+            return m_step == sizeof(PairView)
+                       ? *reinterpret_cast<const PairView*>(m_place)
+                       : *new (&m_made) PairView(*reinterpret_cast<const NameValuePair*>(m_place));
+        }
+
+        Iterator& operator++() noexcept {
+            m_place += m_step;
+            return *this;
+        }
+
+        bool operator!=(const Iterator& other) const noexcept { return m_place != other.m_place; }
+
+    private:
+        const std::byte* m_place;
+        std::size_t m_step;
+
+        union {
+            PairView m_made;
+        };
+    };
+
     PairSpan() noexcept = default;
 
-    PairSpan(const PairView* first, std::size_t size) noexcept : m_first(first), m_size(size) {}
+    PairSpan(const PairView* first, std::size_t size) noexcept
+        : m_first(reinterpret_cast<const std::byte*>(first)),
+          m_size(size) {}
 
-    // NOLINTNEXTLINE(google-explicit-constructor): braces stand for a list
+    // NOLINTBEGIN(google-explicit-constructor): a list is given where pairs are lent
+
     PairSpan(std::initializer_list<PairView> pairs) noexcept
         : PairSpan(pairs.begin(), pairs.size()) {}
+
+    PairSpan(const NameValueList& pairs) noexcept
+        : m_first(reinterpret_cast<const std::byte*>(pairs.data())),
+          m_size(pairs.size()),
+          m_step(sizeof(NameValuePair)) {}
+
+    // NOLINTEND(google-explicit-constructor)
 
     std::size_t Size() const noexcept { return m_size; }
 
     // NOLINTBEGIN(readability-identifier-naming): named by the language
 
-    const PairView* begin() const noexcept { return m_first; }
+    Iterator begin() const noexcept { return {m_first, m_step}; }
 
-    const PairView* end() const noexcept { return m_first + m_size; }
+    Iterator end() const noexcept { return {m_first + m_size * m_step, m_step}; }
 
     // NOLINTEND(readability-identifier-naming)
 
@@ -183,8 +257,11 @@ public:
     }
 
 private:
-    const PairView* m_first = nullptr;
+    static_assert(sizeof(PairView) != sizeof(NameValuePair), "The step says which of them it is.");
+
+    const std::byte* m_first = nullptr;
     std::size_t m_size = 0;
+    std::size_t m_step = sizeof(PairView);
 };
 
 }  // namespace Metrics

@@ -9,7 +9,9 @@
 #include "cvlcoreplatform/TLogEvent.h"
 #include "cvlcoreplatform/TString.h"
 #include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/LentEvent.h"
 #include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/ValueView.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/MemoryTracking.h"
 
@@ -31,7 +33,7 @@ struct MonitorName;
 /// It is held by counted references only; the bus holds one while it is registered, so unregister
 /// it before the last reference goes. It takes no lock: the bus never delivers two events to it
 /// at once. Counting queries and test hooks are for moments when nothing is delivered.
-class TARN_EXPORT MetricsMonitor : public Metrics::IMetricsListener {
+class TARN_EXPORT MetricsMonitor : public Metrics::IMetricsListener, public Metrics::ILentListener {
 public:
     struct ScopeState;
     struct ScopeStateWithEventTimeInfo;
@@ -63,6 +65,9 @@ public:
     /// exception from the sink or from building a log event passes through, the records stay
     /// consistent.
     void OnMetricsEvent(const Metrics::MetricsEvent& event) override;
+
+    /// The same, by a bus that lends.
+    void OnLentEvent(const Metrics::EventView& event) override;
 
     /// The sink that all further log events go to, instead of the former one; without an argument
     /// the one that a monitor starts with. Any thread may call it at any time. When it returns, the
@@ -130,12 +135,12 @@ private:
     struct Records;
 
     // Contexts.
-    void OnCreateContext(const Metrics::MetricsEvent& event);
-    void OnOpenContext(const Metrics::MetricsEvent& event);
-    void OnCloseContext(const Metrics::MetricsEvent& event);
+    void OnCreateContext(const Metrics::EventView& event);
+    void OnOpenContext(const Metrics::EventView& event);
+    void OnCloseContext(const Metrics::EventView& event);
     bool ContextExists(uint64 contextId) const;
     bool ContextExistsAndIsOpen(uint64 contextId) const;
-    bool IsRequestScope(const Metrics::MetricsEvent& event) const;
+    bool IsRequestScope(const Metrics::EventView& event) const;
     void StartRequest(ContextInfo& context);
     void AddAttributesToRequestContext(ContextInfo& context, const Metrics::NameValueList& pairs);
     void AddPendingContextAttributesToContext(ScopeState& scope,
@@ -146,9 +151,9 @@ private:
     const ScopeState& InnermostState(ContextInfo& context);
 
     // Scopes.
-    void OnOpenScope(const Metrics::MetricsEvent& event);
-    void OnCloseScope(const Metrics::MetricsEvent& event);
-    void OnPostCloseScope(const Metrics::MetricsEvent& event);
+    void OnOpenScope(const Metrics::EventView& event);
+    void OnCloseScope(const Metrics::EventView& event);
+    void OnPostCloseScope(const Metrics::EventView& event);
     bool ShouldOpenScope(uint64 contextId, bool tracing) const;
     std::pair<bool, bool> ShouldCloseScope(uint64 contextId, uint64 scopeId) const;
     bool ScopeIsOpen(uint64 scopeId) const;
@@ -156,42 +161,44 @@ private:
     uint64 FindOpenSponsor(const ScopeState& state, bool anySponsor) const;
     void FillTracingState(ScopeState& state,
                           const ScopeState& parent,
-                          const Metrics::MetricsEvent& event,
+                          const Metrics::EventView& event,
                           ContextInfo& context,
                           bool request,
                           bool startsRequest);
+    void KeepOpeningAttributes(ScopeState& state) const;
     void LogBegin(ScopeState& state);
-    void LogEnd(ScopeState& state, const Metrics::MetricsEvent& event);
+    void LogEnd(ScopeState& state, const Metrics::EventView& event);
     static void TellFinished(const ScopeState& state,
                              const MetricsTimeInfo& end,
                              tarn::IFinishedActivityListener& listener);
 
     // Attributes.
-    void OnNameValue(const Metrics::MetricsEvent& event);
-    void OnNameValuePairs(const Metrics::MetricsEvent& event);
-    void OnSupplementalPairs(const Metrics::MetricsEvent& event);
-    void OnAttribute(const Metrics::MetricsEvent& event);
-    void OnAttributePairs(const Metrics::MetricsEvent& event);
+    void OnNameValue(const Metrics::EventView& event);
+    void OnNameValuePairs(const Metrics::EventView& event);
+    void OnSupplementalPairs(const Metrics::EventView& event);
+    void OnAttribute(const Metrics::EventView& event);
+    void OnAttributePairs(const Metrics::EventView& event);
     void HandleMappableContextAttributes(ContextInfo& context, const Metrics::NameValueList& pairs);
     static void AddContextAttributeLayer(ContextInfo& context, const Metrics::NameValueList& pairs);
-    void AddAttributeToActivity(ScopeState& state,
-                                uint64 scopeId,
-                                const tarn::MonitorName& name,
-                                const Metrics::MetricsValue& value);
-    void OnCommandName(ScopeState& state, uint64 scopeId, const Metrics::MetricsValue& value);
-    void OnResultAttrs(ScopeState& state, const Metrics::NameValueList& pairs);
+    template <class Gathered>
+    void AddAttribute(ScopeState& state,
+                      const tarn::MonitorName& name,
+                      const Metrics::ValueView& value,
+                      Gathered& attributes);
+    void AddOpeningAttribute(ScopeState& state,
+                             const tarn::MonitorName& name,
+                             const Metrics::ValueView& value);
+    void OnResultAttrs(ScopeState& state, Metrics::PairSpan pairs);
     void AddContextAttributesToScope(ScopeState& state, ContextInfo& context, uint64 scopeId);
     void AddSpecificContextAttributesToParent(ScopeState& state);
-    void RouteOpeningPairs(ScopeState& state,
-                           const ScopeState& parent,
-                           const Metrics::NameValueList& pairs);
+    void RouteOpeningPairs(ScopeState& state, const ScopeState& parent, Metrics::PairSpan pairs);
 
     // End figures and log events.
     void AddEndActivitySpecificNameValues(ScopeState& state,
                                           uint64 scopeId,
                                           const MetricsTimeInfo& end);
     void OnMemoryCpuValuePairs(ScopeState& state,
-                               const Metrics::NameValueList& pairs,
+                               Metrics::PairSpan pairs,
                                tarn::ScopeStateDumpType dumpType);
     static void FoldIntoParent(const ScopeState& child, ScopeState& parent);
     TLog::Event CreateBeginLogEvent(const ScopeStateWithEventTimeInfo& scope) const;

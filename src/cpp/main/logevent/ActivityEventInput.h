@@ -2,6 +2,7 @@
 
 #include "ActivityTokenText.h"
 #include "ContextInfo.h"
+#include "OpeningAttributes.h"
 #include "RequestContextAttributes.h"
 #include "ScopeState.h"
 
@@ -27,6 +28,9 @@ struct ActivityEventInput {
     uint64 timeInMicroseconds = 0;  ///< since the epoch
 
     uint64 lineNumber = 0;  ///< with additional fields, else 0
+
+    /// In place of the attributes that the scope's state has; else null.
+    const OpeningAttributes* opening = nullptr;
 };
 
 }  // namespace tarn

@@ -15,6 +15,7 @@ namespace tarn {
 namespace {
 
 using Metrics::MetricsValue;
+using Metrics::ValueView;
 using TLog::EventPart;
 using TLog::FieldKind;
 using TLog::FormField;
@@ -27,6 +28,21 @@ FieldKind KindOf(const MetricsValue& value) {
             return FieldKind::Real;
         default:
             return IsText(value) ? FieldKind::Text : FieldKind::Integer;
+    }
+}
+
+FieldKind KindOf(const ValueView& value) {
+    switch (value.GetKind()) {
+        case ValueView::Kind::Int64:
+            return FieldKind::Integer;
+        case ValueView::Kind::Bool:
+            return FieldKind::Boolean;
+        case ValueView::Kind::Double:
+            return FieldKind::Real;
+        case ValueView::Kind::Value:
+            return KindOf(value.GetValue());
+        default:
+            return FieldKind::Text;
     }
 }
 
@@ -44,6 +60,20 @@ TLog::SlotValue Read(const MetricsValue& value) {
     }
 }
 
+TLog::SlotValue Read(const ValueView& value) {
+    switch (value.GetKind()) {
+        case ValueView::Kind::Int64:
+        case ValueView::Kind::Bool:
+            return value.GetInteger();
+        case ValueView::Kind::Double:
+            return value.GetReal();
+        case ValueView::Kind::Value:
+            return Read(value.GetValue());
+        default:
+            return ViewOfText(value);
+    }
+}
+
 TLog::SlotValue ReadLayer(const FieldSources& sources, std::size_t index) {
     return Read(*sources.layers.begin()[static_cast<std::ptrdiff_t>(index)].value);
 }
@@ -54,6 +84,10 @@ TLog::SlotValue ReadResult(const FieldSources& sources, std::size_t index) {
 
 TLog::SlotValue ReadAttribute(const FieldSources& sources, std::size_t index) {
     return Read(sources.input.scope.attributes.begin()[static_cast<std::ptrdiff_t>(index)].value);
+}
+
+TLog::SlotValue ReadOpening(const FieldSources& sources, std::size_t index) {
+    return Read(sources.input.opening->begin()[static_cast<std::ptrdiff_t>(index)].value);
 }
 
 /// Calls with all that an event has because the host has named it.
@@ -68,7 +102,14 @@ void ForEachNamed(EventFacts facts, const FieldSources& sources, const Call& cal
         call(resultPart, name, FieldKind::Text, &ReadResult, index++);
     }
     index = 0;
-    if ((facts & fact::hasBody) != 0) {
+    if ((facts & fact::hasBody) == 0) {
+        return;
+    }
+    if (sources.input.opening != nullptr) {
+        for (const auto& [name, value] : *sources.input.opening) {
+            call(EventPart::Body, name, KindOf(value), &ReadOpening, index++);
+        }
+    } else {
         for (const auto& [name, value] : sources.input.scope.attributes) {
             call(EventPart::Body, name, KindOf(value), &ReadAttribute, index++);
         }

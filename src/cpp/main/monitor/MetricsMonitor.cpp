@@ -43,7 +43,7 @@ MetricsMonitor::MetricsMonitor(uint64 contextId) : m_records(std::make_unique<Re
             TFormatString(u"Opening MetricsMonitor for context %1").Arg(contextId).ToString());
     }
     // The root context exists before any event arrives.
-    Metrics::MetricsEvent creation;
+    Metrics::EventView creation;
     creation.type = Metrics::MetricsEventType::CreateContext;
     creation.id = contextId;
     OnCreateContext(creation);
@@ -70,6 +70,19 @@ void MetricsMonitor::Unregister() {
 }
 
 void MetricsMonitor::OnMetricsEvent(const Metrics::MetricsEvent& event) {
+    OnLentEvent({.id = event.id,
+                 .contextId = event.contextId,
+                 .flags = event.flags,
+                 .time = event.time,
+                 .wallSeconds = event.wallSeconds,
+                 .wallMicros = event.wallMicros,
+                 .type = event.type,
+                 .name = event.name,
+                 .value = event.value,
+                 .pairs = event.pairs});
+}
+
+void MetricsMonitor::OnLentEvent(const Metrics::EventView& event) {
     // Scopes of the host that are marked in the low bits concern others.
     constexpr uint64 lowBits = 0xF;
     if ((event.flags & Metrics::flagTracing) == 0 && (event.flags & lowBits) != 0) {

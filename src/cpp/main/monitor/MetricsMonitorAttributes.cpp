@@ -2,27 +2,44 @@
 #include "ActivityTokenText.h"
 #include "ContextInfo.h"
 #include "MonitorRecords.h"
+#include "ValueText.h"
 
 #include "tarn/MetricsMonitor.h"
-#include "tarn/TarnMetricsUtils.h"
 #include "tarn/TarnSettings.h"
 
 #include <memory>
 #include <optional>
 #include <utility>
 
-using Metrics::MetricsEvent;
+using Metrics::EventView;
 using Metrics::MetricsValue;
+using Metrics::ValueView;
 
 namespace {
-
-TString ToText(const MetricsValue& value) {
-    return TarnMetricsUtils::MetricsValueToString(value);
-}
 
 bool IsLayer(tarn::ListName list) {
     return list == tarn::ListName::MappableContextAttributes ||
            list == tarn::ListName::ContextAttributes;
+}
+
+// What a scope has gathered so far: lent while it opens, its own after that.
+
+using Attributes = MetricsMonitor::ScopeState::Attributes;
+
+bool Has(const Attributes& attributes, const TString& name) {
+    return attributes.Find(name) != nullptr;
+}
+
+bool Has(const tarn::OpeningAttributes& attributes, const TString& name) {
+    return attributes.Has(name);
+}
+
+void Set(Attributes& attributes, const TString& name, const ValueView& value) {
+    attributes.Set(name, value.ToValue());
+}
+
+void Set(tarn::OpeningAttributes& attributes, const TString& name, const ValueView& value) {
+    attributes.Set(name, value);
 }
 
 /// Query plans carry their query elsewhere; here it would be said twice.
@@ -33,17 +50,19 @@ bool IsQueryOfPlan(const TString& scopeName, const TString& attributeName) {
 
 }  // namespace
 
-void MetricsMonitor::AddAttributeToActivity(ScopeState& state,
-                                            uint64 scopeId,
-                                            const tarn::MonitorName& name,
-                                            const MetricsValue& value) {
+template <class Gathered>
+void MetricsMonitor::AddAttribute(ScopeState& state,
+                                  const tarn::MonitorName& name,
+                                  const ValueView& value,
+                                  Gathered& attributes) {
     switch (name.activityAttribute) {
         case tarn::ActivityAttributeName::ThreadId:
-            state.threadId = static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(value));
+            state.threadId = static_cast<uint64>(tarn::IntegerOf(value));
             state.threadIds.Insert(state.threadId);
             return;
         case tarn::ActivityAttributeName::CommandName:
-            return OnCommandName(state, scopeId, value);
+            return AddAttribute(
+                state, m_records->names.Read(tarn::Tokens().nameAttr), value, attributes);
         case tarn::ActivityAttributeName::ResultKey:
         case tarn::ActivityAttributeName::Unknown:
             break;
@@ -51,66 +70,66 @@ void MetricsMonitor::AddAttributeToActivity(ScopeState& state,
     if (IsQueryOfPlan(state.name, name.text)) {
         return;
     }
-    if (m_records->attributesPerScope.Admits(state.attributes.Size()) ||
-        state.attributes.Find(name.text) != nullptr) {
-        state.attributes.Set(name.text, value);
+    if (m_records->attributesPerScope.Admits(attributes.Size()) || Has(attributes, name.text)) {
+        Set(attributes, name.text, value);
     } else {
         m_records->attributesPerScope.LeaveOut();
     }
 }
 
-void MetricsMonitor::OnCommandName(ScopeState& state, uint64 scopeId, const MetricsValue& value) {
-    AddAttributeToActivity(
-        state, scopeId, m_records->names.Read(MetricsValue(tarn::Tokens().nameAttr)), value);
+void MetricsMonitor::AddOpeningAttribute(ScopeState& state,
+                                         const tarn::MonitorName& name,
+                                         const ValueView& value) {
+    AddAttribute(state, name, value, m_records->opening);
 }
 
 void MetricsMonitor::RouteOpeningPairs(ScopeState& state,
                                        const ScopeState& parent,
-                                       const Metrics::NameValueList& pairs) {
+                                       Metrics::PairSpan pairs) {
     using tarn::OpeningPairName;
     const bool saysCaller = m_records->hasAdditionalFields.load(std::memory_order_relaxed);
     for (const auto& [nameValue, value] : pairs) {
         const tarn::MonitorName& name = m_records->names.Read(nameValue);
         switch (name.openingPair) {
             case OpeningPairName::TraceDepth:
-                state.traceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
+                state.traceDepth = static_cast<int32>(tarn::IntegerOf(value));
                 break;
             case OpeningPairName::ServiceDepth:
-                state.serviceDepth = static_cast<int32>(TarnMetricsUtils::MetricsValueToInt(value));
+                state.serviceDepth = static_cast<int32>(tarn::IntegerOf(value));
                 break;
             case OpeningPairName::RootId:
-                state.rootIdText = ToText(value);
+                state.rootIdText = tarn::TextOf(value);
                 break;
             case OpeningPairName::OwnId:
-                state.ownIdText = ToText(value);
+                state.ownIdText = tarn::TextOf(value);
                 break;
             case OpeningPairName::RequestId:
-                if (TString text = ToText(value); text != tarn::NoText()) {
+                if (TString text = tarn::TextOf(value); text != tarn::NoText()) {
                     state.requestText = std::move(text);
                 }
                 break;
             case OpeningPairName::SponsorId:
                 // Who is not in the log cannot be named: then it is who started that one.
                 if (saysCaller) {
-                    TString starter = ToText(value);
+                    TString starter = tarn::TextOf(value);
                     if (!IsSilent(parent) || starter != parent.ownIdText) {
                         state.callerText = std::move(starter);
                     }
                 }
                 break;
             case OpeningPairName::Unknown:
-                AddAttributeToActivity(state, state.scopeId, name, value);
+                AddOpeningAttribute(state, name, value);
         }
     }
 }
 
-void MetricsMonitor::OnNameValue(const MetricsEvent& event) {
+void MetricsMonitor::OnNameValue(const EventView& event) {
     if (ScopeState* const state = m_records->FindScope(event.id)) {
-        AddAttributeToActivity(*state, event.id, m_records->names.Read(event.name), event.value);
+        AddAttribute(*state, m_records->names.Read(event.name), event.value, state->attributes);
     }
 }
 
-void MetricsMonitor::OnNameValuePairs(const MetricsEvent& event) {
+void MetricsMonitor::OnNameValuePairs(const EventView& event) {
     ScopeState* const state = m_records->FindScope(event.id);
     if (state == nullptr) {
         return;
@@ -124,29 +143,30 @@ void MetricsMonitor::OnNameValuePairs(const MetricsEvent& event) {
             return OnResultAttrs(*state, event.pairs);
         default:
             for (const auto& [name, value] : event.pairs) {
-                AddAttributeToActivity(*state, event.id, m_records->names.Read(name), value);
+                AddAttribute(*state, m_records->names.Read(name), value, state->attributes);
             }
     }
 }
 
-void MetricsMonitor::OnResultAttrs(ScopeState& state, const Metrics::NameValueList& pairs) {
+void MetricsMonitor::OnResultAttrs(ScopeState& state, Metrics::PairSpan pairs) {
     for (const auto& [nameValue, value] : pairs) {
         const tarn::MonitorName& name = m_records->names.Read(nameValue);
         if (name.activityAttribute == tarn::ActivityAttributeName::ResultKey) {
-            state.result = ToText(value);
+            state.result = tarn::TextOf(value);
         } else {
-            state.resultPairs.emplace_back(name.text, ToText(value));
+            state.resultPairs.emplace_back(name.text, tarn::TextOf(value));
         }
     }
 }
 
-void MetricsMonitor::OnSupplementalPairs(const MetricsEvent& event) {
+void MetricsMonitor::OnSupplementalPairs(const EventView& event) {
     if (ScopeState* const state = m_records->FindScope(event.id)) {
-        state->supplements.push_back({MetricsTimeInfo::Of(event).WallMicroseconds(), event.pairs});
+        state->supplements.push_back(
+            {MetricsTimeInfo::Of(event).WallMicroseconds(), event.pairs.ToList()});
     }
 }
 
-void MetricsMonitor::OnAttribute(const MetricsEvent& event) {
+void MetricsMonitor::OnAttribute(const EventView& event) {
     ContextInfo* const context = m_records->FindContext(event.contextId);
     if (context == nullptr) {
         return;
@@ -156,22 +176,22 @@ void MetricsMonitor::OnAttribute(const MetricsEvent& event) {
             // Nothing in the log is made of it.
             return;
         case tarn::ContextAttributeName::ThreadId: {
-            const auto thread =
-                static_cast<uint64>(TarnMetricsUtils::MetricsValueToInt(event.value));
+            const auto thread = static_cast<uint64>(tarn::IntegerOf(event.value));
             context->threads.Insert(thread);
             context->lastThread = thread;
             return;
         }
         default:
             if (m_records->pendingAttributes.Admits(context->pendingAttributes.size())) {
-                context->pendingAttributes.emplace_back(event.name, event.value);
+                context->pendingAttributes.emplace_back(event.name.ToValue(),
+                                                        event.value.ToValue());
             } else {
                 m_records->pendingAttributes.LeaveOut();
             }
     }
 }
 
-void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
+void MetricsMonitor::OnAttributePairs(const EventView& event) {
     ContextInfo* const context = m_records->FindContext(event.contextId);
     if (context == nullptr) {
         return;
@@ -180,12 +200,13 @@ void MetricsMonitor::OnAttributePairs(const MetricsEvent& event) {
     std::optional<tarn::ListName> list;
     try {
         list = m_records->names.Read(event.name).list;
+        const Metrics::NameValueList pairs = event.pairs.ToList();
         if (list == tarn::ListName::RequestContextAttributes) {
-            AddAttributesToRequestContext(*context, event.pairs);
+            AddAttributesToRequestContext(*context, pairs);
         } else if (list == tarn::ListName::MappableContextAttributes) {
-            HandleMappableContextAttributes(*context, event.pairs);
+            HandleMappableContextAttributes(*context, pairs);
         } else if (list == tarn::ListName::ContextAttributes) {
-            AddContextAttributeLayer(*context, event.pairs);
+            AddContextAttributeLayer(*context, pairs);
         }
     } catch (...) {
         // The removal that is to come must not take another scope's layer.
@@ -203,7 +224,7 @@ void MetricsMonitor::HandleMappableContextAttributes(ContextInfo& context,
     Metrics::NameValueList contextPairs;
     for (const auto& [name, value] : pairs) {
         const auto [isMapped, target] =
-            tarn::TarnSettings::GetInstance().GetEventAttributeMapping(ToText(name));
+            tarn::TarnSettings::GetInstance().GetEventAttributeMapping(tarn::TextOf(name));
         if (isMapped) {
             requestPairs.emplace_back(target, value);
         } else {
@@ -221,7 +242,7 @@ void MetricsMonitor::AddContextAttributeLayer(ContextInfo& context,
                                               const Metrics::NameValueList& pairs) {
     ContextInfo::Layer layer;
     for (const auto& [name, value] : pairs) {
-        layer.insert_or_assign(ToText(name), value);
+        layer.insert_or_assign(tarn::TextOf(name), value);
     }
     // Contexts that share the layers so far do not see the new one.
     auto layers = context.layers != nullptr ? std::make_shared<ContextInfo::Layers>(*context.layers)

@@ -14,7 +14,7 @@
 #include <memory>
 #include <utility>
 
-using Metrics::MetricsEvent;
+using Metrics::EventView;
 using Metrics::MetricsValue;
 
 namespace {
@@ -35,7 +35,7 @@ void WarnOfUselessOpening(uint64 contextId) {
 
 }  // namespace
 
-void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
+void MetricsMonitor::OnCreateContext(const EventView& event) {
     const auto [created, isNew] = m_records->contexts.FindOrMake(event.id);
     ContextInfo& child = *created;
     OptTarn::IncrementCorvalaCounterContextsCreated();
@@ -66,7 +66,7 @@ void MetricsMonitor::OnCreateContext(const MetricsEvent& event) {
     }
 }
 
-void MetricsMonitor::OnOpenContext(const MetricsEvent& event) {
+void MetricsMonitor::OnOpenContext(const EventView& event) {
     ContextInfo* const context = m_records->FindContext(event.id);
     const bool isFirstOpening = context != nullptr && !context->isOpen;
     if (isFirstOpening) {
@@ -76,7 +76,7 @@ void MetricsMonitor::OnOpenContext(const MetricsEvent& event) {
     }
 }
 
-void MetricsMonitor::OnCloseContext(const MetricsEvent& event) {
+void MetricsMonitor::OnCloseContext(const EventView& event) {
     ContextInfo* const context = m_records->FindContext(event.id);
     if (context == nullptr) {
         return;
@@ -103,7 +103,7 @@ const MetricsMonitor::ScopeState& MetricsMonitor::InnermostState(ContextInfo& co
     return innermost != nullptr ? *innermost : context.baseState;
 }
 
-bool MetricsMonitor::IsRequestScope(const MetricsEvent& event) const {
+bool MetricsMonitor::IsRequestScope(const EventView& event) const {
     if (OptTarn::GetIsForegroundThreadContextEnabled() ||
         (event.flags & Metrics::flagTracing) != 0) {
         return false;

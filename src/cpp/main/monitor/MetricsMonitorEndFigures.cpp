@@ -4,16 +4,15 @@
 #include "MonitorRecords.h"
 #include "NeverDestroyed.h"
 #include "ScopeStateDump.h"
+#include "ValueText.h"
 
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
-#include "tarn/TarnMetricsUtils.h"
 
 #include "cvlcoreplatform/TFormatString.h"
 
 namespace {
 
-using Metrics::MetricsValue;
 using tarn::AddFigures;
 using tarn::ResourceFigure;
 using tarn::ResourceFigures;
@@ -163,18 +162,18 @@ void MetricsMonitor::FoldIntoParent(const ScopeState& child, ScopeState& parent)
 }
 
 void MetricsMonitor::OnMemoryCpuValuePairs(ScopeState& state,
-                                           const Metrics::NameValueList& pairs,
+                                           Metrics::PairSpan pairs,
                                            DumpType dumpType) {
     ResourceFigures& figures = state.resources;
     for (const auto& [name, value] : pairs) {
-        if (name.type != MetricsValue::MV_Utf16String && name.type != MetricsValue::MV_Utf8String) {
+        if (!tarn::IsText(name)) {
             tarn::RaiseLogicAssert(sourceFile,
                                    1187,
                                    "nameType == Metrics::MetricsValue::MV_Utf16String || nameType "
                                    "== Metrics::MetricsValue::MV_Utf8String",
                                    0x6D0B23C8);
         }
-        const int64 amount = TarnMetricsUtils::MetricsValueToInt(value);
+        const int64 amount = tarn::IntegerOf(value);
         switch (m_records->names.Read(name).figure) {
             case tarn::FigureName::Allocated:
                 figures.allocatedBytes.AddMeasured(amount);

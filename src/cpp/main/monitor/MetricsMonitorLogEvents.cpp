@@ -41,6 +41,7 @@ TLog::Event MetricsMonitor::CreateLogEvent(const ScopeStateWithEventTimeInfo& sc
         hasRequest ? context->request->attributes : NoAttributes(),
         scope.time.WallMicroseconds(),
         m_records->hasAdditionalFields.load(std::memory_order_relaxed) ? tarn::DrawLineNumber() : 0,
+        phase == ActivityPhase::Begin ? &m_records->opening : nullptr,
     };
 
     const bool foreground = OptTarn::GetIsForegroundThreadContextEnabled();

@@ -4,6 +4,7 @@
 #include "MonitorRecords.h"
 #include "OptTarnInternal.h"
 #include "RequestContextAttributes.h"
+#include "ValueText.h"
 
 #include "tarn/MetricsMonitor.h"
 #include "tarn/OptTarn.h"
@@ -17,7 +18,7 @@
 
 namespace {
 
-using Metrics::MetricsEvent;
+using Metrics::EventView;
 
 /// Runs a function when a block is left, by whatever way.
 template <class Function>
@@ -124,7 +125,7 @@ bool MetricsMonitor::ShouldOpenScope(uint64 contextId, bool tracing) const {
            (tracing || m_records->FindContext(contextId)->openScopes.IsEmpty());
 }
 
-void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
+void MetricsMonitor::OnOpenScope(const EventView& event) {
     const bool request = IsRequestScope(event);
     const bool tracing = (event.flags & Metrics::flagTracing) != 0 || request;
     if (!ShouldOpenScope(event.contextId, tracing)) {
@@ -151,8 +152,13 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
         // It stays when the opening fails, as it would when the scope closed at once.
         StartRequest(context);
     }
+    bool isLogged = false;
     if (tracing) {
         FillTracingState(state, parent, event, context, request, startsRequest);
+        isLogged = !IsSilent(state);
+        if (!isLogged) {
+            KeepOpeningAttributes(state);
+        }
     }
     opening.Push(event.id, tracing);
     ScopeState& stored = m_records->scopes.Put(event.id, std::move(record));
@@ -162,23 +168,25 @@ void MetricsMonitor::OnOpenScope(const MetricsEvent& event) {
         if (context.request != nullptr) {
             context.pendingAttributes.clear();
         }
+    }
+    if (isLogged) {
         LogBegin(stored);
     }
 }
 
 void MetricsMonitor::FillTracingState(ScopeState& state,
                                       const ScopeState& parent,
-                                      const MetricsEvent& event,
+                                      const EventView& event,
                                       ContextInfo& context,
                                       bool request,
                                       bool startsRequest) {
-    std::swap(m_records->spareAttributes, state.attributes);
+    m_records->opening.Clear();
     const bool foreground = OptTarn::GetIsForegroundThreadContextEnabled();
     if (foreground) {
         RouteOpeningPairs(state, parent, event.pairs);
     } else {
         for (const auto& [name, value] : event.pairs) {
-            AddAttributeToActivity(state, event.id, m_records->names.Read(name), value);
+            AddOpeningAttribute(state, m_records->names.Read(name), value);
         }
     }
     state.activityId = m_records->uuidGenerator->CreateUUID();
@@ -203,15 +211,15 @@ void MetricsMonitor::FillTracingState(ScopeState& state,
     state.openTime = MetricsTimeInfo::Of(event);
 }
 
-void MetricsMonitor::LogBegin(ScopeState& state) {
-    if (IsSilent(state)) {
-        return;
+// For a scope that only its end may tell of.
+void MetricsMonitor::KeepOpeningAttributes(ScopeState& state) const {
+    for (const auto& [name, value] : m_records->opening) {
+        state.attributes.Set(name, value.ToValue());
     }
-    // What the begin event has said the end event does not repeat.
-    const Finally emptyAttributes([this, &state] {
-        state.attributes.Release();
-        std::swap(m_records->spareAttributes, state.attributes);
-    });
+}
+
+// What the begin event has said the end event does not repeat.
+void MetricsMonitor::LogBegin(ScopeState& state) {
     m_records->sink.Log(CreateBeginLogEvent({state, state.openTime}));
 }
 
@@ -225,7 +233,7 @@ std::pair<bool, bool> MetricsMonitor::ShouldCloseScope(uint64 contextId, uint64 
     return {false, ScopeIsOpen(scopeId)};
 }
 
-void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
+void MetricsMonitor::OnCloseScope(const EventView& event) {
     const auto [close, drop] = ShouldCloseScope(event.contextId, event.id);
     if (drop) {
         // The context's stacks keep the id: what was opened above it is still nested.
@@ -261,7 +269,7 @@ void MetricsMonitor::OnCloseScope(const MetricsEvent& event) {
     }
 }
 
-void MetricsMonitor::LogEnd(ScopeState& state, const MetricsEvent& event) {
+void MetricsMonitor::LogEnd(ScopeState& state, const EventView& event) {
     const MetricsTimeInfo closeTime = MetricsTimeInfo::Of(event);
     AddEndActivitySpecificNameValues(state, event.id, closeTime);
     if (OptTarn::GetIsForegroundThreadContextEnabled()) {
@@ -276,14 +284,14 @@ void MetricsMonitor::LogEnd(ScopeState& state, const MetricsEvent& event) {
     m_records->sink.Log(CreateEndLogEvent({state, closeTime}));
 }
 
-void MetricsMonitor::OnPostCloseScope(const MetricsEvent& event) {
+void MetricsMonitor::OnPostCloseScope(const EventView& event) {
     ContextInfo* const context = m_records->FindContext(event.contextId);
-    if (context == nullptr || event.value.type != Metrics::MetricsValue::MV_Int64) {
+    if (context == nullptr || !tarn::IsInteger(event.value)) {
         return;
     }
     constexpr auto popLayer =
         static_cast<uint32>(Metrics::MetricsCloseScopeActions::PopRequestContextAttributes);
-    const auto action = static_cast<uint32>(static_cast<uint64>(event.value.integer));
+    const auto action = static_cast<uint32>(static_cast<uint64>(tarn::IntegerOf(event.value)));
     if (action != popLayer) {
         return;
     }

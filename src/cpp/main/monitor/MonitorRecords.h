@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ActivityEventInput.h"
 #include "ActivityLogEventProducer.h"
 #include "ContextInfo.h"
 #include "Limit.h"
@@ -35,9 +36,8 @@ struct MetricsMonitor::Records {
     tarn::MonitorNames names;
     tarn::ActivityLogEventProducer producer;
 
-    /// The memory that the next scope gathers its opening attributes in; while it is open it needs
-    /// none.
-    ScopeState::Attributes spareAttributes;
+    /// Of the scope that is just opening, as long as its event is lent.
+    tarn::OpeningAttributes opening;
 
     /// What a crash interrupts.
     const tarn::OpenWork openWork{scopes};

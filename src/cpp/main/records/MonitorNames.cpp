@@ -3,12 +3,13 @@
 #include "ActivityTokenText.h"
 #include "ShortText.h"
 #include "StaticText.h"
+#include "ValueText.h"
 
 #include "tarn/ActivityConfig.h"
-#include "tarn/TarnMetricsUtils.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -16,6 +17,7 @@ namespace tarn {
 namespace {
 
 using Metrics::MetricsValue;
+using Metrics::ValueView;
 
 // Texts on the heap lie at least so far apart.
 constexpr std::size_t cacheLine = 64;
@@ -26,6 +28,43 @@ std::size_t SlotOf(std::string_view bytes, std::size_t slots) noexcept {
 
 std::size_t SlotOf(const void* text, std::size_t slots) noexcept {
     return reinterpret_cast<std::uintptr_t>(text) / cacheLine % slots;
+}
+
+std::optional<TLog::TextView> TextThatIsThere(const MetricsValue& value) noexcept {
+    if (value.type == MetricsValue::MV_Utf16String && value.utf16 != nullptr) {
+        return std::u16string_view(*value.utf16);
+    }
+    if (value.type == MetricsValue::MV_Utf8String && value.utf8 != nullptr) {
+        return std::string_view(*value.utf8);
+    }
+    return std::nullopt;
+}
+
+/// All of a text, beyond a NUL in it, too. Nothing for what is no text, or must be made first.
+std::optional<TLog::TextView> TextThatIsThere(const ValueView& view) noexcept {
+    switch (view.GetKind()) {
+        case ValueView::Kind::Utf8:
+            return view.GetUtf8();
+        case ValueView::Kind::Utf16:
+            return view.GetUtf16();
+        case ValueView::Kind::Static:
+            return std::u16string_view(view.GetStatic());
+        case ValueView::Kind::Shared:
+            return view.GetShared() != nullptr ? std::u16string_view(*view.GetShared())
+                                               : std::u16string_view();
+        case ValueView::Kind::Value:
+            return TextThatIsThere(view.GetValue());
+        default:
+            return std::nullopt;
+    }
+}
+
+std::string_view BytesOf(TLog::TextView text) noexcept {
+    if (text.IsUtf8()) {
+        return text.GetUtf8();
+    }
+    const std::u16string_view units = text.GetUtf16();
+    return {reinterpret_cast<const char*>(units.data()), units.size() * sizeof(char16_t)};
 }
 
 }  // namespace
@@ -56,9 +95,9 @@ MonitorNames::MonitorNames() {
 #undef TARN_ADD_REQUEST_ATTRIBUTE
 }
 
-MonitorName MonitorNames::Describe(const MetricsValue& name) const {
+MonitorName MonitorNames::Describe(const ValueView& name) const {
     MonitorName described;
-    described.text = MakeStaticText(TarnMetricsUtils::MetricsValueToString(name));
+    described.text = MakeStaticText(TextOf(name));
     described.list = lists.Find(described.text);
     described.activityAttribute = activityAttributes.Find(described.text);
     described.figure = figures.Find(described.text);
@@ -67,57 +106,48 @@ MonitorName MonitorNames::Describe(const MetricsValue& name) const {
     return described;
 }
 
-const MonitorName& MonitorNames::ReadAnew(const MetricsValue& name) {
-    if (name.type == MetricsValue::MV_Utf16String && name.utf16 != nullptr) {
-        if (IsStaticText(name.utf16)) {
-            return ReadStatic(name, name.utf16.get());
-        }
-        return ReadRecent(name,
-                          {reinterpret_cast<const char*>(name.utf16->data()),
-                           name.utf16->size() * sizeof(char16_t)});
-    }
-    if (name.type == MetricsValue::MV_Utf8String && name.utf8 != nullptr) {
-        if (IsStaticText(name.utf8)) {
-            return ReadStatic(name, name.utf8.get());
-        }
-        return ReadRecent(name, *name.utf8);
+const MonitorName& MonitorNames::ReadAnew(const ValueView& name) {
+    const std::optional<TLog::TextView> text = TextThatIsThere(name);
+    if (text.has_value()) {
+        return ReadRecent(name, *text);
     }
     m_other = Describe(name);
     return m_other;
 }
 
-const MonitorName& MonitorNames::ReadStatic(const MetricsValue& name, const void* text) {
+const MonitorName& MonitorNames::ReadStatic(const ValueView& name, const void* text) {
     Static& slot = m_static[SlotOfStatic(text)];
-    if (slot.text != text) {
-        slot.name = Describe(name);
-        slot.text = text;
-    }
+    slot.name = Describe(name);
+    slot.text = text;
     return slot.name;
 }
 
-const MonitorName& MonitorNames::ReadRecent(const MetricsValue& name, std::string_view bytes) {
+const MonitorName& MonitorNames::ReadRecent(const ValueView& name, TLog::TextView text) {
+    const std::string_view bytes = BytesOf(text);
     if (bytes.size() > longestKey) {
         m_other = Describe(name);
         return m_other;
     }
     Recent& slot = m_recent[SlotOf(bytes, slots)];
-    if (slot.type != name.type || !IsSameText({slot.bytes.data(), slot.length}, bytes)) {
+    if (slot.isUtf8 != text.IsUtf8() || !IsSameText({slot.bytes.data(), slot.length}, bytes)) {
         slot.name = Describe(name);
-        slot.type = name.type;
+        slot.isUtf8 = text.IsUtf8();
         slot.length = static_cast<uint32>(bytes.size());
         std::copy(bytes.begin(), bytes.end(), slot.bytes.begin());
     }
     return slot.name;
 }
 
-ListName MonitorNames::FindListAsSpelled(const MetricsValue& name) const noexcept {
-    if (name.type == MetricsValue::MV_Utf16String && name.utf16 != nullptr) {
-        return lists.FindSpelled(*name.utf16);
+ListName MonitorNames::FindListAsSpelled(const ValueView& name) const noexcept {
+    if (name.GetKind() == ValueView::Kind::Wide) {
+        return lists.FindSpelled(std::wstring_view(name.GetWide()));
     }
-    if (name.type == MetricsValue::MV_Utf8String && name.utf8 != nullptr) {
-        return lists.FindSpelled(*name.utf8);
+    const std::optional<TLog::TextView> text = TextThatIsThere(name);
+    if (!text.has_value()) {
+        return ListName::Unknown;
     }
-    return ListName::Unknown;
+    return text->IsUtf8() ? lists.FindSpelled(text->GetUtf8())
+                          : lists.FindSpelled(text->GetUtf16());
 }
 
 TString MonitorNames::EventName(ActivityPhase phase, const TString& scopeName) {

@@ -6,8 +6,10 @@
 
 #include "tarn/ActivitySchema.h"
 
+#include "cvlcoreplatform/TLogForm.h"
 #include "cvlcoreplatform/TString.h"
 #include "cvlmetrics/MetricsValue.h"
+#include "cvlmetrics/ValueView.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <algorithm>
@@ -69,19 +71,17 @@ public:
     MonitorNames();
 
     /// The name that an event gives. Valid until the next call.
-    const MonitorName& Read(const Metrics::MetricsValue& name) {
+    const MonitorName& Read(const Metrics::ValueView& name) {
         // A static text is known by its address.
-        if (name.type == Metrics::MetricsValue::MV_Utf16String && IsStaticText(name.utf16)) {
-            const Static& slot = m_static[SlotOfStatic(name.utf16.get())];
-            if (slot.text == name.utf16.get() && slot.text != nullptr) {
-                return slot.name;
-            }
+        if (const void* const text = AddressOfStatic(name)) {
+            const Static& slot = m_static[SlotOfStatic(text)];
+            return slot.text == text ? slot.name : ReadStatic(name, text);
         }
         return ReadAnew(name);
     }
 
     /// The list that a name means if it is spelled as the token is; needs no memory.
-    ListName FindListAsSpelled(const Metrics::MetricsValue& name) const noexcept;
+    ListName FindListAsSpelled(const Metrics::ValueView& name) const noexcept;
 
     /// "begin-" or "end-" and the name.
     TString EventName(ActivityPhase phase, const TString& scopeName);
@@ -103,7 +103,7 @@ private:
 
     // A text that may go is known by its bytes.
     struct Recent {
-        uint32 type = 0;
+        bool isUtf8 = false;
         uint32 length = 0;
         std::array<char, longestKey> bytes{};
         MonitorName name;
@@ -120,10 +120,27 @@ private:
         return reinterpret_cast<std::uintptr_t>(text) / sizeof(std::u16string) % slots;
     }
 
-    const MonitorName& ReadAnew(const Metrics::MetricsValue& name);
-    MonitorName Describe(const Metrics::MetricsValue& name) const;
-    const MonitorName& ReadStatic(const Metrics::MetricsValue& name, const void* text);
-    const MonitorName& ReadRecent(const Metrics::MetricsValue& name, std::string_view bytes);
+    /// Null for a text that is not static, and for what is no text in UTF-16.
+    static const void* AddressOfStatic(const Metrics::ValueView& name) noexcept {
+        switch (name.GetKind()) {
+            case Metrics::ValueView::Kind::Static:
+                return &name.GetStatic();
+            case Metrics::ValueView::Kind::Shared:
+                return IsStaticText(name.GetShared()) ? name.GetShared().get() : nullptr;
+            case Metrics::ValueView::Kind::Value:
+                return name.GetValue().type == Metrics::MetricsValue::MV_Utf16String &&
+                               IsStaticText(name.GetValue().utf16)
+                           ? name.GetValue().utf16.get()
+                           : nullptr;
+            default:
+                return nullptr;
+        }
+    }
+
+    const MonitorName& ReadAnew(const Metrics::ValueView& name);
+    MonitorName Describe(const Metrics::ValueView& name) const;
+    const MonitorName& ReadStatic(const Metrics::ValueView& name, const void* text);
+    const MonitorName& ReadRecent(const Metrics::ValueView& name, TLog::TextView text);
 
     std::array<Static, slots> m_static;
     std::array<Recent, slots> m_recent;

@@ -11,6 +11,7 @@
 
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/TUUID.h"
+#include "cvlmetrics/LentEvent.h"
 #include "cvlmetrics/MetricsEvent.h"
 #include "cvlmetrics/MetricsValue.h"
 #include "cvlsys/IntegerTypes.h"
@@ -35,7 +36,7 @@ struct MetricsMonitor::MetricsTimeInfo {
     uint64 wallSeconds = 0;
     uint32 wallMicros = 0;
 
-    static MetricsTimeInfo Of(const Metrics::MetricsEvent& event) noexcept {
+    static MetricsTimeInfo Of(const Metrics::EventView& event) noexcept {
         return {event.time, event.wallSeconds, event.wallMicros};
     }
 

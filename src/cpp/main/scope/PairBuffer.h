@@ -32,12 +32,10 @@ private:
 class PairBuffer {
 public:
     /// The pairs of a list, and after them the further ones.
-    template <class Pairs, class... Further>
-
-    requires(!std::is_base_of_v<PairSource, Pairs>) explicit PairBuffer(const Pairs& pairs,
-                                                                        const Further&... further) {
-        MakeRoomFor(static_cast<std::size_t>(pairs.end() - pairs.begin()) + sizeof...(further));
-        for (const auto& pair : pairs) {
+    template <class... Further>
+    explicit PairBuffer(Metrics::PairSpan pairs, const Further&... further) {
+        MakeRoomFor(pairs.Size() + sizeof...(further));
+        for (const Metrics::PairView& pair : pairs) {
             Add(pair);
         }
         (Add(further), ...);

@@ -15,6 +15,7 @@
 namespace {
 
 using Metrics::MetricsValue;
+using Metrics::ValueView;
 
 constexpr const char* sourceFile = "src/cpp/main/TarnMetricsUtils";
 
@@ -49,6 +50,11 @@ bool HasAnyOf(std::u16string_view text) noexcept {
     static_assert(sizeof halves == sizeof found);
     std::memcpy(halves.data(), &found, sizeof halves);
     return (halves[0] | halves[1]) != 0 && HasAnyOfOneByOne<units...>(text);
+}
+
+/// Whether a text may be another one once it was read: one that ends early, or is quoted.
+bool NeedsMoreThanSharing(std::u16string_view text) noexcept {
+    return HasAnyOf<u'\0', u'\'', u'"', u'\n'>(text);
 }
 
 /// Up to a NUL, at which a text ends early.
@@ -94,6 +100,71 @@ TLog::TextView tarn::ViewOfText(const MetricsValue& value) {
     }
 }
 
+TLog::TextView tarn::ViewOfText(const ValueView& value) {
+    switch (value.GetKind()) {
+        case ValueView::Kind::Utf8:
+            return value.GetUtf8().substr(0, value.GetUtf8().find('\0'));
+        case ValueView::Kind::Utf16:
+            return UpToNul(value.GetUtf16());
+        case ValueView::Kind::Static:
+            return UpToNul(value.GetStatic());
+        case ValueView::Kind::Shared:
+            return value.GetShared() ? UpToNul(*value.GetShared()) : std::u16string_view();
+        case ValueView::Kind::Value:
+            return ViewOfText(value.GetValue());
+        default:
+            RaiseNoText();
+    }
+}
+
+bool tarn::IsText(const ValueView& value) noexcept {
+    switch (value.GetKind()) {
+        case ValueView::Kind::Int64:
+        case ValueView::Kind::Bool:
+        case ValueView::Kind::Double:
+            return false;
+        case ValueView::Kind::Value:
+            return IsText(value.GetValue());
+        default:
+            return true;
+    }
+}
+
+bool tarn::IsInteger(const ValueView& value) noexcept {
+    return value.GetKind() == ValueView::Kind::Int64 ||
+           (value.GetKind() == ValueView::Kind::Value &&
+            value.GetValue().type == MetricsValue::MV_Int64);
+}
+
+int64 tarn::IntegerOf(const ValueView& value) noexcept {
+    switch (value.GetKind()) {
+        case ValueView::Kind::Int64:
+            return value.GetInteger();
+        case ValueView::Kind::Value:
+            return TarnMetricsUtils::MetricsValueToInt(value.GetValue());
+        default:
+            return 0;
+    }
+}
+
+TString tarn::TextOf(const ValueView& value) {
+    TString text;
+    switch (value.GetKind()) {
+        case ValueView::Kind::Utf16:
+            text = TString(value.GetUtf16());
+            break;
+        case ValueView::Kind::Static:
+            text = TString(TString::Characters(TString::Characters(), &value.GetStatic()));
+            break;
+        case ValueView::Kind::Shared:
+            text = TString(value.GetShared());
+            break;
+        default:
+            return TarnMetricsUtils::MetricsValueToString(value.ToValue());
+    }
+    return NeedsMoreThanSharing(text.View()) ? TarnMetricsUtils::MetricsValueToString(text) : text;
+}
+
 TString TarnMetricsUtils::ConvertMetricsValueToTString(const MetricsValue& value) {
     switch (value.type) {
         case MetricsValue::MV_Utf8String:
@@ -124,7 +195,7 @@ TString TarnMetricsUtils::MetricsValueToString(const MetricsValue& value) {
         case MetricsValue::MV_Double:
             return TString::number(value.real, 'g', 6);
         case MetricsValue::MV_Utf16String:
-            if (value.utf16 != nullptr && !HasAnyOf<u'\0', u'\'', u'"', u'\n'>(*value.utf16)) {
+            if (value.utf16 != nullptr && !NeedsMoreThanSharing(*value.utf16)) {
                 return TString(value.utf16);
             }
             [[fallthrough]];

@@ -1,4 +1,4 @@
-#include "EventView.h"
+#include "EventCopy.h"
 
 #include "RewrittenValue.h"
 #include "StaticCharacters.h"
@@ -52,12 +52,14 @@ using SharedValues = std::vector<MetricsValue*>;
         RewrittenValue::SetInteger(to, view.GetInteger());
     } else if (view.GetKind() == ValueView::Kind::Shared && host::IsStatic(view.GetShared())) {
         RewrittenValue::SetStatic(to, view.GetShared().get());
+    } else if (view.GetKind() == ValueView::Kind::Static) {
+        RewrittenValue::SetStatic(to, &view.GetStatic());
     } else {
         AssignOther(to, view, shared);
     }
 }
 
-void Copy(MetricsEvent& event, const EventView& view, SharedValues* shared) {
+void CopyAll(const EventView& view, MetricsEvent& event, SharedValues* shared) {
     event.id = view.id;
     event.contextId = view.contextId;
     event.flags = view.flags;
@@ -85,6 +87,9 @@ void Assign(MetricsValue& to, const ValueView& view) {
         case ValueView::Kind::Int64:
             RewrittenValue::SetInteger(to, view.GetInteger());
             break;
+        case ValueView::Kind::Static:
+            RewrittenValue::SetStatic(to, &view.GetStatic());
+            break;
         case ValueView::Kind::Shared:
             SetShared(to, view.GetShared());
             break;
@@ -108,12 +113,12 @@ void Assign(MetricsValue& to, const ValueView& view) {
     }
 }
 
-void EventView::CopyTo(MetricsEvent& event) const {
-    Copy(event, *this, nullptr);
+void Copy(const EventView& view, MetricsEvent& event) {
+    CopyAll(view, event, nullptr);
 }
 
-void EventView::CopyTo(MetricsEvent& event, std::vector<MetricsValue*>& shared) const {
-    Copy(event, *this, &shared);
+void Copy(const EventView& view, MetricsEvent& event, std::vector<MetricsValue*>& shared) {
+    CopyAll(view, event, &shared);
 }
 
 }  // namespace Metrics

@@ -1,0 +1,200 @@
+// Listeners that read events where they lie: they hear what all others hear.
+#include "MetricsAsynchronousTest.h"
+
+#include "cvlcoreplatform/TString.h"
+#include "cvlmetrics/LentEvent.h"
+#include "cvlmetrics/ValueView.h"
+#include "cvlsys/IntegerTypes.h"
+
+#include <atomic>
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using Metrics::DeliveryMode;
+using Metrics::EventView;
+using Metrics::flagTracing;
+using Metrics::MetricsEvent;
+using Metrics::MetricsEventType;
+using Metrics::PairView;
+using Metrics::Scope;
+using MetricsTest::CurrentContext;
+using MetricsTest::patience;
+using MetricsTest::RecordingListener;
+using MetricsTest::Subscription;
+using MetricsTest::Work;
+using tarn::test::Closes;
+using tarn::test::CreatesContext;
+using tarn::test::Opens;
+using testing::ElementsAre;
+
+/// Records what it reads.
+class Reader : public RecordingListener, public Metrics::ILentListener {
+public:
+    void OnLentEvent(const EventView& event) override {
+        ++lent;
+        MetricsEvent made;
+        made.id = event.id;
+        made.contextId = event.contextId;
+        made.flags = event.flags;
+        made.time = event.time;
+        made.wallSeconds = event.wallSeconds;
+        made.wallMicros = event.wallMicros;
+        made.type = event.type;
+        made.name = event.name.ToValue();
+        made.value = event.value.ToValue();
+        made.pairs = event.pairs.ToList();
+        OnMetricsEvent(made);
+    }
+
+    std::atomic<std::size_t> lent{0};
+};
+
+class MetricsLentEventTest : public MetricsTest::MetricsBusTest,
+                             public testing::WithParamInterface<DeliveryMode> {
+protected:
+    MetricsLentEventTest() { Metrics::SetDelivery({.mode = GetParam()}); }
+
+    ~MetricsLentEventTest() override {
+        EXPECT_TRUE(Metrics::Shutdown(patience));
+        Metrics::SetDelivery({});
+    }
+
+    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(patience)); }
+
+    /// One scope that says all that can be said, in each way.
+    static void SayEverything() {
+        const TString shared(u"shared by all of its copies");
+        const std::string withNul("before\0after", 12);
+        const std::vector<PairView> pairs{{"narrow", "text"},
+                                          {u"utf16", u"\u00e9\U0001F600"},
+                                          {L"wide", L"of the platform"},
+                                          {"string", withNul},
+                                          {"shared", shared},
+                                          {"none", TString()},
+                                          {"digits", std::numeric_limits<uint64>::max()},
+                                          {"integer", std::numeric_limits<int64>::min()},
+                                          {"small", -3},
+                                          {"yes", true},
+                                          {"no", false},
+                                          {"real", -0.0},
+                                          {"value", Metrics::MetricsValue(shared)}};
+        const PairView figures[] = {{"bytes", 5}};
+        Scope scope(flagTracing);
+        scope.Open(u"everything", Metrics::PairSpan(pairs.data(), pairs.size()));
+        scope.Emit(MetricsEventType::NameValue, shared, withNul);
+        scope.EmitImpl(MetricsEventType::NameValue, "given", 0.25);
+        scope.MultiEmitImpl(MetricsEventType::SupplementalPairs, "log", {{"step", u"\u00e9"}});
+        scope.MultiEmitImpl(MetricsEventType::NameValuePairs,
+                            "more than a record holds",
+                            {{"text", std::string(10'000, 'x')}, {"after", 1}});
+        Metrics::AttributeImpl("user", "somebody", flagTracing);
+        Metrics::MultiAttributeImpl("list", {{"tenant", "blue"}}, flagTracing);
+        scope.SetPostScopeCloseEvents(
+            {Metrics::MetricsCloseScopeActions::PopRequestContextAttributes});
+        scope.Finish(
+            {{MetricsEventType::NameValue, "tid", 7},
+             {MetricsEventType::NameValuePairs, "figures", Metrics::PairSpan(figures, 1)}});
+    }
+
+    RefCntPtr<Reader> m_reader = new Reader;
+};
+
+TEST_P(MetricsLentEventTest, WhoReadsEventsHearsWhatTheOthersHear) {
+    for (const bool isReaderFirst : {true, false}) {
+        SCOPED_TRACE(isReaderFirst);
+        m_reader->Clear();
+        m_listener->Clear();
+        Metrics::IMetricsListener& first =
+            isReaderFirst ? static_cast<Metrics::IMetricsListener&>(*m_reader) : *m_listener;
+        Metrics::IMetricsListener& second =
+            isReaderFirst ? static_cast<Metrics::IMetricsListener&>(*m_listener) : *m_reader;
+        const Subscription one(first, flagTracing, false);
+        const Subscription other(second, flagTracing, false);
+
+        {
+            const CurrentContext context;
+            SayEverything();
+        }
+        FlushAll();
+
+        EXPECT_EQ(m_reader->Contents(), m_listener->Contents());
+        const std::vector<MetricsEvent> read = m_reader->Events();
+        const std::vector<MetricsEvent> heard = m_listener->Events();
+        ASSERT_EQ(read.size(), heard.size());
+        ASSERT_GE(read.size(), 14U);
+        for (std::size_t i = 0; i < read.size(); ++i) {
+            EXPECT_EQ(read[i].id, heard[i].id);
+            EXPECT_EQ(read[i].contextId, heard[i].contextId);
+            EXPECT_EQ(read[i].flags, heard[i].flags);
+            EXPECT_EQ(read[i].time, heard[i].time);
+            EXPECT_EQ(read[i].wallSeconds, heard[i].wallSeconds);
+            EXPECT_EQ(read[i].wallMicros, heard[i].wallMicros);
+        }
+    }
+}
+
+TEST_P(MetricsLentEventTest, NothingIsMadeOfEventsThatAreRead) {
+    const Subscription subscription(*m_reader, flagTracing, false);
+    const CurrentContext context;
+
+    Work("query");
+    FlushAll();
+
+    EXPECT_EQ(m_reader->lent, m_reader->Count());
+    EXPECT_EQ(m_reader->Count(MetricsEventType::OpenScope), 1U);
+}
+
+TEST_P(MetricsLentEventTest, AListenerThatAReaderAddsHearsFromTheNextEventOn) {
+    const Subscription subscription(*m_reader, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_reader->CallOnEach([this](const MetricsEvent& event) {
+        if (event.type == MetricsEventType::OpenScope) {
+            m_bus.AddConsumer(m_listener, flagTracing, false);
+        }
+    });
+
+    Work("query");
+    FlushAll();
+    m_reader->CallOnEach(nullptr);
+    m_bus.RemoveConsumer(m_listener);
+
+    EXPECT_THAT(m_listener->Contents(), ElementsAre(Closes("query")));
+}
+
+TEST_P(MetricsLentEventTest, WhatAReaderEmitsComesAfterTheEventThatItReads) {
+    const Subscription subscription(*m_reader, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_reader->Clear();
+    m_reader->CallOnEach([](const MetricsEvent& event) {
+        if (event.type == MetricsEventType::OpenScope) {
+            Metrics::Context::Create(true);
+        }
+    });
+
+    Work("query");
+    FlushAll();
+    m_reader->CallOnEach(nullptr);
+
+    EXPECT_THAT(m_reader->Contents(),
+                ElementsAre(Opens("query"), CreatesContext(), Closes("query")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Deliveries,
+                         MetricsLentEventTest,
+                         testing::Values(DeliveryMode::Synchronous, DeliveryMode::Asynchronous),
+                         [](const auto& instance) {
+                             return std::string(instance.param == DeliveryMode::Synchronous
+                                                    ? "Synchronous"
+                                                    : "Asynchronous");
+                         });
+
+}  // namespace
