@@ -147,9 +147,12 @@ TLog::Event ActivityLogEventProducer::Produce(ActivityPhase phase,
     if (m_values.size() > mostValuesKept) {
         m_values = std::vector<TLog::SlotValue>();
     }
-    m_values.clear();
+    if (m_values.size() < form.slots.size()) {
+        m_values.resize(form.slots.size(), int64{0});
+    }
+    TLog::SlotValue* value = m_values.data();
     for (const EventForm::Slot& slot : form.slots) {
-        m_values.push_back(slot.value(sources, slot.index));
+        *value++ = slot.value(sources, slot.index);
     }
     return TLog::MakeEvent(form.form,
                            {std::move(eventName),

@@ -14,6 +14,9 @@ namespace tarn {
 class ThreadIds {
 public:
     void Insert(uint64 id) {
+        if (!m_few.empty() && m_few.front() == id) {
+            return;
+        }
         if (!m_many.empty()) {
             m_many.insert(id);
         } else if (std::find(m_few.begin(), m_few.end(), id) == m_few.end()) {

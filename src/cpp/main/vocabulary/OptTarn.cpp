@@ -183,10 +183,11 @@ std::function<void(const std::string&, uint64)> GetCmonIncrementCounter() {
 }
 
 void CountWithCmon(const std::string& counterName) noexcept {
-    const std::shared_ptr<const CmonIncrementCounter> count = GetTexts().cmonIncrementCounter;
-    if (!count->function) {
+    if (!GetTexts().cmonIncrementCounter->function) {
         return;
     }
+    // What it calls may set another one.
+    const std::shared_ptr<const CmonIncrementCounter> count = GetTexts().cmonIncrementCounter;
     try {
         count->function(counterName, 1);
     } catch (...) {
