@@ -61,7 +61,7 @@ private:
     std::array<MetricsEvent, types> m_last;
     MetricsEvent m_boxed;
     MetricsEvent* m_made = nullptr;
-    // Values of the made event that whoever emits it holds, too.
+    // Values of the made event that its emitter holds, too.
     std::vector<MetricsValue*> m_shared;
 };
 

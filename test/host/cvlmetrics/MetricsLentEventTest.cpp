@@ -25,9 +25,9 @@ using Metrics::MetricsEventType;
 using Metrics::PairView;
 using Metrics::Scope;
 using MetricsTest::CurrentContext;
-using MetricsTest::patience;
 using MetricsTest::RecordingListener;
 using MetricsTest::Subscription;
+using MetricsTest::timeout;
 using MetricsTest::Work;
 using tarn::test::Closes;
 using tarn::test::CreatesContext;
@@ -62,11 +62,11 @@ protected:
     MetricsLentEventTest() { Metrics::SetDelivery({.mode = GetParam()}); }
 
     ~MetricsLentEventTest() override {
-        EXPECT_TRUE(Metrics::Shutdown(patience));
+        EXPECT_TRUE(Metrics::Shutdown(timeout));
         Metrics::SetDelivery({});
     }
 
-    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(patience)); }
+    static void FlushAll() { ASSERT_TRUE(Metrics::Flush(timeout)); }
 
     /// One scope that says all that can be said, in each way.
     static void SayEverything() {
