@@ -51,8 +51,8 @@ public:
     /// `mostPairs` of them.
     EventView View(PairView* room) const noexcept;
 
-    /// Gives the event away; the record is not read again. The event shares texts with whoever
-    /// emitted it.
+    /// Gives the event away; the record is not read again. The event shares texts with its
+    /// emitter.
     MetricsEvent TakeBoxed() noexcept;
 
     /// How many bytes the event takes on the heap; also after it was read.

@@ -13,10 +13,10 @@
 
 namespace Metrics {
 
-/// The event that the consumers just receive: lent, or made for those who want one of their own.
-/// It is made in what the last event of the same type has left: events of one type mostly hold
-/// texts in the same places, and a text that no consumer has kept is written anew. For whoever has
-/// the delivering role.
+/// The event that the consumers are receiving: lent, or made for those who want one of their own.
+/// Reuses the previous event of the same type as storage: events of one type mostly hold texts in
+/// the same places, and a text that no consumer has kept is overwritten. For the thread that
+/// delivers.
 class ReceivedEvents {
 public:
     /// Throws `std::bad_alloc`.
@@ -35,8 +35,8 @@ public:
     /// Makes the event of what is lent, until `Release`. Throws `std::bad_alloc`.
     const MetricsEvent& Make(const EventView& event);
 
-    /// Lets go of what was taken or made last, except for memory to use again. Whoever emits the
-    /// event still holds what it is made of.
+    /// Releases what was taken or made last, except for memory to use again. The event's emitter
+    /// still holds what it is made of.
     void Release() noexcept {
         if (m_made != nullptr) {
             ReleaseMade();
