@@ -85,7 +85,7 @@ TEST_F(JournalLinesTest, WholeLinesThatTheLogHasAreNotReadTwice) {
     Append("a.log", "first\nsec");
 
     EXPECT_EQ(Read(journal), "second\nthird\n");
-    Append("a.log", "ond\nthird\n");
+    Write("a.log", "before\nfirst\nsecond\nthird\n");
     EXPECT_EQ(Read(journal), "");
 }
 
