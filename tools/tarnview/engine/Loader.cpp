@@ -75,8 +75,9 @@ void Loader::Take(const NewLines::Line& line) {
     // Clocks are compared within a file only.
     if (m_file != line.place.file.data()) {
         m_file = line.place.file.data();
-        m_examiner.emplace(m_parser, &m_problems);
+        m_examiner.emplace(&m_problems);
     }
+    ParsedLine parsed;
     const LogLine* read = nullptr;
     if (line.isLong) {
         m_problems.Report(ProblemKind::LongLine, line.place, "");
@@ -84,7 +85,8 @@ void Loader::Take(const NewLines::Line& line) {
         if (line.isCut) {
             m_problems.Report(ProblemKind::CutLine, line.place, "");
         }
-        read = m_examiner->Examine(line.text, line.place);
+        parsed = ParseLine(m_parser, line.text, line.place.line);
+        read = m_examiner->Examine(parsed, line.place);
     }
     const std::uint64_t number = m_checkpoint.lines;
     if (read == nullptr) {

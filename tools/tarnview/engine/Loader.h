@@ -5,7 +5,7 @@
 #include "engine/LoadCheckpoint.h"
 #include "engine/NewLines.h"
 #include "model/Joiner.h"
-#include "read/LogScanner.h"
+#include "read/LineExaminer.h"
 
 #include <cstdint>
 #include <future>
