@@ -388,7 +388,7 @@ TEST_F(TopCommandTest, LostLinesAreTold) {
 
     Top(options);
 
-    EXPECT_THAT(Errors(), HasSubstr("\ntarnview: 455 lines that were lost; what is shown may be"));
+    EXPECT_THAT(Errors(), HasSubstr("\ntarnview: 455 lines that were lost; the answer may be"));
 }
 
 TEST_F(TopCommandTest, AFileThatIsNoLogIsAnErrorAndAnEmptyOneIsNot) {

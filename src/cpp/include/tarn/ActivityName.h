@@ -7,8 +7,7 @@
 namespace tarn {
 namespace detail {
 
-/// Whether the place remembers that its name is off, and no other set of names has come since. A
-/// name that it has not asked for yet is not known to be off.
+/// Whether the place remembers that its name is off, and the set of such names is still the same.
 inline bool IsKnownToBeOff(const abi::tarn_site& site) noexcept {
     const std::uint64_t* const off = __atomic_load_n(&site.off, __ATOMIC_ACQUIRE);
     return off != nullptr && __atomic_load_n(&site.verdict, __ATOMIC_RELAXED) ==
@@ -28,8 +27,7 @@ inline bool IsKnownToBeOff(const abi::tarn_site& site) noexcept {
 /// threads may use it at a time. It means no more than its text does.
 class ActivityName {
 public:
-    /// The text, in UTF-8, is not copied, and must stay what it is as long as the object is used.
-    /// Null is the empty name.
+    /// The text is UTF-8 and lent for as long as the object is used; null is the empty name.
     constexpr explicit ActivityName(const char* text) noexcept
         : m_text(text != nullptr ? text : "") {}
 

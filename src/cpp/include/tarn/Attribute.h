@@ -157,9 +157,8 @@ void SetValue(abi::tarn_attribute& attribute, const T& value) {
 
 }  // namespace detail
 
-/// A name and a value, lent: neither is copied, so it is made in the call that uses it. The value
-/// is a text (`std::string_view`, `std::string`, `const char*`), any integer, floating-point
-/// number, character, `bool` or enumeration, or of a type that `ToAttribute` knows.
+/// A name and a value, lent, so it is made in the call that uses it. The value is a text, a number,
+/// character, `bool` or enumeration, or of a type that `ToAttribute` knows.
 class Attribute : public abi::tarn_attribute {
 public:
     template <class T>

@@ -181,10 +181,10 @@ private:
     void HandleMappableContextAttributes(ContextInfo& context, const Metrics::NameValueList& pairs);
     static void AddContextAttributeLayer(ContextInfo& context, const Metrics::NameValueList& pairs);
     template <class Gathered>
-    void AddAttribute(ScopeState& state,
-                      const tarn::MonitorName& name,
-                      const Metrics::ValueView& value,
-                      Gathered& attributes);
+    [[gnu::visibility("hidden")]] void AddAttribute(ScopeState& state,
+                                                    const tarn::MonitorName& name,
+                                                    const Metrics::ValueView& value,
+                                                    Gathered& attributes);
     void AddOpeningAttribute(ScopeState& state,
                              const tarn::MonitorName& name,
                              const Metrics::ValueView& value);

@@ -2,9 +2,8 @@
 
 // What a program includes to trace itself. It is light: it brings `tarn` as its only global name,
 // macros that begin with TARN_, and hardly more than <string_view>. With TARN_DISABLE defined all
-// of it is there and does nothing; the compiler leaves nothing of it.
-
-// (<new> is for `std::exception`, which <exception> has behind much more.)
+// of it is there and does nothing. (<new> has `std::exception` with less behind it than
+// <exception>.)
 
 #include "tarn/ActivityName.h"
 #include "tarn/Attribute.h"
@@ -48,8 +47,7 @@ private:
     std::size_t m_length = TARN_TO_NUL;
 };
 
-/// Attributes of all that happens until a scope ends, not of the scope alone:
-/// `tarn::ContextAttributes({{"user", user}})`.
+/// `tarn::ContextAttributes({{"user", user}})`: of all that happens until a scope ends.
 struct ContextAttributes {
     explicit ContextAttributes(Attributes list) noexcept : attributes(list) {}
 
@@ -441,8 +439,7 @@ public:
     Activity(Name name, Traits traits, Attributes attributes = {}) noexcept
         : Activity(name, traits, nullptr, attributes) {}
 
-    /// Continues the activity that handed over. A transparent one is not in the log: what begins
-    /// while it is resumed belongs to the activity that handed over.
+    /// Continues the activity that handed over, to which belongs what begins in a transparent one.
     Activity(const Handoff& from, Name name, Attributes attributes = {}) noexcept
         : Activity(name, Traits(), from.m_handoff, attributes) {}
 
@@ -504,8 +501,7 @@ private:
     abi::tarn_work* m_work = nullptr;
 };
 
-/// While one exists, an activity is current on the calling thread. The activity may be moved and
-/// ended meanwhile.
+/// While one exists, an activity is current on the calling thread, though it is moved or ended.
 class Resumed {
 public:
     explicit Resumed(Activity& activity) noexcept : m_work(activity.m_work) {
@@ -525,8 +521,7 @@ private:
     abi::tarn_work* m_work;
 };
 
-/// A function that is an activity of its own each time it runs, see `Wrap`. It has the executor,
-/// the allocator and the cancellation slot of the function, where libraries ask handlers for them.
+/// See `Wrap`. It has the executor, allocator and cancellation slot of the function, if any.
 template <class Function>
 class Wrapped : public detail::WithExecutor<Wrapped<Function>, Function>,
                 public detail::WithAllocator<Wrapped<Function>, Function>,
@@ -598,10 +593,7 @@ private:
     abi::tarn_work* m_work;
 };
 
-/// The innermost scope or resumed activity of the calling thread that is not switched off, among
-/// those that this header makes. Use it at once: it is good until that work ends.
-///
-///     tarn::Current().Add("retries", retries);
+/// The innermost work of this thread that is on. Use it at once: `tarn::Current().Add("n", n)`.
 inline CurrentWork Current() noexcept {
     return {};
 }
@@ -612,10 +604,9 @@ inline CurrentWork Current() noexcept {
 #define TARN_CONCATENATED(a, b) a##b
 #define TARN_LOCAL_NAME(a, b) TARN_CONCATENATED(a, b)
 
-/// A scope until the end of the block: TARN_SCOPE("load", "path", path). Names and values of
-/// attributes follow in turn. `tarn::Current()` is the scope. Where the name is a literal, the
-/// place remembers whether it is off. (An array of constant characters counts as a literal: what is
-/// in it must always be the same at this place.)
+/// A scope until the end of the block: TARN_SCOPE("load", "path", path). `tarn::Current()` is it. A
+/// place remembers whether its literal is off; an array of constant characters counts as one, and
+/// must always hold the same.
 #define TARN_SCOPE(...)                                     \
     ::tarn::Scope TARN_LOCAL_NAME(tarnScope, __COUNTER__) { \
         TARN_SITE(), __VA_ARGS__                            \

@@ -13,8 +13,7 @@ enum class TraceType : std::int32_t {
     Untracked = 2,    ///< logged, but its memory and processor time are not measured
 };
 
-/// How unimportant a scope is: the larger, the sooner it is switched off
-/// (`TarnSettings::SetRankOn`). Any value may be used by a cast.
+/// How unimportant a scope is (`TarnSettings::SetRankOn`). Any value may be used by a cast.
 enum class TraceRank : std::int32_t { Default = 0 };
 
 /// How a scope is to be traced. A value; what is not given is zero.
@@ -53,8 +52,7 @@ struct Traits {
     // NOLINTEND(google-explicit-constructor)
 };
 
-/// The bits that a scope of this type adds to its metrics scope: always the tracing bit (53), for
-/// transparent scopes also bit 51, for untracked ones bit 54.
+/// The bits of the metrics scope: always 53, for transparent scopes also 51, for untracked ones 54.
 TARN_EXPORT std::uint64_t GetFlagsForTraceType(TraceType type) noexcept;
 
 }  // namespace tarn

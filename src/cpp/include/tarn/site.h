@@ -7,7 +7,6 @@
 #include <stdint.h>
 
 #ifdef __cplusplus
-// The names are C's.
 // NOLINTBEGIN(readability-identifier-naming,modernize-use-using,modernize-deprecated-headers): C
 namespace tarn::abi {
 extern "C" {

@@ -29,7 +29,6 @@
 #define TARN_TO_NUL SIZE_MAX
 
 #ifdef __cplusplus
-// The names are C's.
 // NOLINTBEGIN(readability-identifier-naming,modernize-use-using,modernize-deprecated-headers): C
 namespace tarn::abi {
 extern "C" {
