@@ -3,6 +3,7 @@
 #include "Environment.h"
 #include "Journal.h"
 #include "JournalRecovery.h"
+#include "Sanitizers.h"
 
 #include "cvlcoreplatform/host/JsonLines.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
@@ -212,6 +213,9 @@ TEST_F(CorePlatformJournalTest, WithoutRoomForAJournalLinesAreWrittenAtOnce) {
 
 // The journal takes what it has room for, and the rest is counted.
 TEST_F(CorePlatformJournalTest, ABlockThatFindsNoRoomWaitsAndTheLinesThatFindNoneAreCounted) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
     constexpr std::size_t logged = 2000;
     EXPECT_TRUE(SucceedsInChild([&] {
         LogTest::SilenceStandardError();
@@ -241,6 +245,9 @@ TEST_F(CorePlatformJournalTest, ABlockThatFindsNoRoomWaitsAndTheLinesThatFindNon
 }
 
 TEST_F(CorePlatformJournalTest, AForkedChildRepeatsNothingAndHasAJournalOfItsOwn) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
     LogTo(m_path, Journalled());
     LogMessage("parent");
     EXPECT_TRUE(SucceedsInChild([&] {
@@ -256,6 +263,12 @@ TEST_F(CorePlatformJournalTest, AForkedChildRepeatsNothingAndHasAJournalOfItsOwn
 }
 
 TEST_F(CorePlatformJournalTest, ForksAmongLoggingThreadsLoseAndRepeatNothing) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
+    if (tarn::test::hasAddressSanitizer) {
+        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
+    }
     LogTo(m_path, Journalled());
     std::atomic<bool> isOver{false};
     std::size_t logged = 0;
@@ -290,6 +303,9 @@ TEST_F(CorePlatformJournalTest, ForksAmongLoggingThreadsLoseAndRepeatNothing) {
 }
 
 TEST_F(CorePlatformJournalTest, AProcessThatReturnsFromMainLeavesNothingInAJournal) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
     EXPECT_TRUE(SucceedsInChild([&]() -> bool {
         LogTo(m_path, Journalled());
         LogMessage("last");
@@ -301,6 +317,9 @@ TEST_F(CorePlatformJournalTest, AProcessThatReturnsFromMainLeavesNothingInAJourn
 }
 
 TEST_F(CorePlatformJournalTest, TheNextOneWhoOpensTheLogFindsTheLinesOfAKilledProcess) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
     InKilledChild([&] {
         LogTo(m_path, Journalled());
         LogMessage("one");
@@ -316,6 +335,9 @@ TEST_F(CorePlatformJournalTest, TheNextOneWhoOpensTheLogFindsTheLinesOfAKilledPr
 }
 
 TEST_F(CorePlatformJournalTest, NoLineWhoseCallHasReturnedIsMissingOrDoubledAfterAKill) {
+    if (tarn::test::hasThreadSanitizer) {
+        GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
+    }
     constexpr std::size_t threads = 3;
     const auto kills = tarn::test::NumberFromEnvironment("TARN_KILLS").value_or(20);
     const auto given = tarn::test::NumberFromEnvironment("TARN_KILL_SEED");

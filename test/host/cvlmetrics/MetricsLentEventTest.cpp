@@ -71,20 +71,22 @@ protected:
     /// One scope that says all that can be said, in each way.
     static void SayEverything() {
         const TString shared(u"shared by all of its copies");
+        const TString none;
+        const Metrics::MetricsValue value(shared);
         const std::string withNul("before\0after", 12);
         const std::vector<PairView> pairs{{"narrow", "text"},
                                           {u"utf16", u"\u00e9\U0001F600"},
                                           {L"wide", L"of the platform"},
                                           {"string", withNul},
                                           {"shared", shared},
-                                          {"none", TString()},
+                                          {"none", none},
                                           {"digits", std::numeric_limits<uint64>::max()},
                                           {"integer", std::numeric_limits<int64>::min()},
                                           {"small", -3},
                                           {"yes", true},
                                           {"no", false},
                                           {"real", -0.0},
-                                          {"value", Metrics::MetricsValue(shared)}};
+                                          {"value", value}};
         const PairView figures[] = {{"bytes", 5}};
         Scope scope(flagTracing);
         scope.Open(u"everything", Metrics::PairSpan(pairs.data(), pairs.size()));
