@@ -1,6 +1,7 @@
 #include "CapturingSink.h"
 #include "ChildProcess.h"
 #include "Matchers.h"
+#include "Sanitizers.h"
 #include "ScopeTree.h"
 #include "TarnTest.h"
 #include "TemporaryFolder.h"
@@ -268,6 +269,9 @@ std::string ReadFile(const std::string& path) {
 }
 
 TEST_F(SessionKeepTest, AProcessThatExitsWritesWhatWaitsAndWhatItLeftOut) {
+    if (hasAddressSanitizer) {
+        GTEST_SKIP() << "at its end the child has a thread whose memory counts as leaked";
+    }
     const std::string path = Folder().PathOf("a.log");
     const pid_t child = StartChild([&path] {
         SessionOptions options;
@@ -286,6 +290,9 @@ TEST_F(SessionKeepTest, AProcessThatExitsWritesWhatWaitsAndWhatItLeftOut) {
 }
 
 TEST_F(SessionKeepTest, ACrashWritesWhatWaits) {
+    if (hasThreadSanitizer) {
+        GTEST_SKIP() << noThreadsInForkedChildren;
+    }
     const std::string path = Folder().PathOf("a.log");
     const pid_t child = StartChild([&path] {
         SessionOptions options;

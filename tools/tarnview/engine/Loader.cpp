@@ -91,7 +91,7 @@ void Loader::Take(const NewLines::Line& line) {
     const std::uint64_t number = m_checkpoint.lines;
     if (read == nullptr) {
         const RowOrigin origin{0, m_checkpoint.loader, m_checkpoint.block + 1, number};
-        const std::string_view reason = line.isLong ? "too long" : m_parser.Detail();
+        const std::string reason = line.isLong ? "too long" : m_parser.Detail();
         Write(RejectedRow{origin, line.place, reason, line.text.substr(0, mostOfRejected)},
               m_block[{tables::rejected, origin.day}]);
         ++m_counts.rejected;
