@@ -399,7 +399,7 @@ void Session::State::OnConfigChange(const std::string& text) {
             text, Absolute(FindConfigFile(m_chosen.config, m_chosen.readsEnvironment)));
         Change(Combine(file));
         Tell(file.errors);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): what fails leaves the settings as they are
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the next change does the rest
     }
 }
 

@@ -270,7 +270,7 @@ std::string ReadFile(const std::string& path) {
 
 TEST_F(SessionKeepTest, AProcessThatExitsWritesWhatWaitsAndWhatItLeftOut) {
     if (hasAddressSanitizer) {
-        GTEST_SKIP() << "at its end the child has a thread whose memory counts as leaked";
+        GTEST_SKIP() << "what a thread of the parent owns counts as leaked in the child";
     }
     const std::string path = Folder().PathOf("a.log");
     const pid_t child = StartChild([&path] {
