@@ -48,7 +48,8 @@ std::shared_ptr<JournalledSink> JournalledSink::Make(std::shared_ptr<RotatingFil
                                                      mode_t mode) {
     auto sink = std::make_shared<JournalledSink>(std::move(file), mode);
     JournalKeeper::Get().Add(sink);
-    return sink;
+    JournalledSink* const address = sink.get();
+    return {address, [sink = std::move(sink)](JournalledSink* /*given up*/) { sink->Close(); }};
 }
 
 JournalledSink::JournalledSink(std::shared_ptr<RotatingFileSink> file, mode_t mode)
@@ -59,12 +60,17 @@ JournalledSink::JournalledSink(std::shared_ptr<RotatingFileSink> file, mode_t mo
 }
 
 JournalledSink::~JournalledSink() {
+    JournalKeeper::Get().Wake();
+}
+
+void JournalledSink::Close() noexcept {
+    const std::lock_guard guard(m_mutex);
     if (m_owner == TSystem::ProcessID()) {
         RemoveJournal();
     } else if (m_journal != nullptr) {
         m_journal->LeaveToParent();
+        m_journal.reset();
     }
-    JournalKeeper::Get().Wake();
 }
 
 // Only a regular file can be looked through for what it has of a journal.

@@ -30,14 +30,14 @@ public:
 
     static constexpr std::chrono::milliseconds interval{10};
 
-    /// In the care of the keeper of all journals. `mode` is that of the journal. Throws
-    /// `std::bad_alloc`.
+    /// In the care of the keeper of all journals, whose thread may use the sink a moment longer
+    /// than its owners: when the last of them gives it up, the block is in the file and the journal
+    /// is gone. `mode` is that of the journal. Throws `std::bad_alloc`.
     static std::shared_ptr<JournalledSink> Make(std::shared_ptr<RotatingFileSink> file,
                                                 mode_t mode);
 
     JournalledSink(std::shared_ptr<RotatingFileSink> file, mode_t mode);
 
-    /// Writes the block.
     ~JournalledSink() override;
 
     JournalledSink(const JournalledSink&) = delete;
@@ -70,6 +70,9 @@ public:
     void AfterForkInChild() noexcept;
 
 private:
+    /// Writes the block and gives the journal up.
+    void Close() noexcept;
+
     // With the lock, as all that follows.
     void MakeJournalInNewProcess() noexcept;
     void MakeJournal() noexcept;

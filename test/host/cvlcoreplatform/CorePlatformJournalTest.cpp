@@ -129,6 +129,18 @@ TEST_F(CorePlatformJournalTest, AReplacedBackEndLeavesNothingButTheLog) {
     EXPECT_THAT(Journals(), IsEmpty());
 }
 
+// The keeper's thread looks at a journal when it has got its first line.
+TEST_F(CorePlatformJournalTest, ABackEndIsReplacedWhileItsJournalIsLookedAt) {
+    for (std::size_t round = 1; round <= 300; ++round) {
+        LogTo(m_path, Journalled());
+        LogMessage("one");
+        TLog::ReplaceBackEnd(nullptr);
+
+        ASSERT_THAT(Journals(), IsEmpty());
+        ASSERT_EQ(static_cast<std::size_t>(std::ranges::count(Contents(m_path), '\n')), round);
+    }
+}
+
 TEST_F(CorePlatformJournalTest, RotationFindsTheLinesBeforeItInTheFullFile) {
     LogTo(m_path, Journalled());
     LogMessage("before");
