@@ -71,9 +71,6 @@ INSTANTIATE_TEST_SUITE_P(All,
                          NameOfTest);
 
 TEST_P(ForkMatrixTest, ChildrenTraceSetOptionsAndEndWhileAnotherThreadDoesIt) {
-    if (tarn::test::hasAddressSanitizer) {
-        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
-    }
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
@@ -88,9 +85,6 @@ class FirstUseForkTest : public testing::TestWithParam<const char*> {};
 INSTANTIATE_TEST_SUITE_P(All, FirstUseForkTest, testing::Values("sync", "async"));
 
 TEST_P(FirstUseForkTest, AChildTracesThoughTheForkMetTheFirstSession) {
-    if (tarn::test::hasAddressSanitizer) {
-        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
-    }
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }

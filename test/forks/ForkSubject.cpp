@@ -4,6 +4,7 @@
 //     tarn_fork_subject <name> sync|async <forks> <log>    status 0 if all children ended well
 //     tarn_fork_subject first-use sync|async <n> <log>     forks once, n microseconds after another
 //                                                          thread has begun with the first session
+#include "ChildProcess.h"
 #include "Operations.h"
 
 #include "tarn/ActivityScope.h"
@@ -91,7 +92,7 @@ int ForkWhile(void (*run)(), int forks) {
         // Not at the same moment of what the other thread does each time.
         std::this_thread::sleep_for(std::chrono::microseconds(37 * (i % 7)));
         const ActivityScope scope("parent");
-        const pid_t child = fork();
+        const pid_t child = tarn::test::Fork();
         if (child == 0) {
             LiveAsChild();
         }
@@ -116,7 +117,7 @@ int ForkAtFirstUse(int micros) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(micros);
     while (std::chrono::steady_clock::now() < end) {
     }
-    const pid_t child = fork();
+    const pid_t child = tarn::test::Fork();
     if (child == 0) {
         const tarn::TracingSession session;
         LiveAsChild();

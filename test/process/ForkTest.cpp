@@ -99,9 +99,6 @@ TEST_P(ForkTest, AChildMayForkInItsTurn) {
 }
 
 TEST_P(ForkTest, ManyForksWhileOtherThreadsTraceNeitherHangNorLose) {
-    if (tarn::test::hasAddressSanitizer) {
-        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
-    }
     // With thread sanitizer a fork takes long.
     const std::size_t forks = tarn::test::hasThreadSanitizer ? 15 : 100;
     Start("fork-while-others-work", {.count = forks, .limitBytes = 2'000'000});

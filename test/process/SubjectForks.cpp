@@ -1,3 +1,4 @@
+#include "ChildProcess.h"
 #include "Subject.h"
 
 #include "tarn/ActivityScope.h"
@@ -30,7 +31,7 @@ bool EndedWell(pid_t child) {
 /// One that hangs is ended by its alarm.
 pid_t ForkChild(std::size_t rounds) {
     constexpr unsigned timeoutInSeconds = 120;
-    const pid_t child = fork();
+    const pid_t child = tarn::test::Fork();
     if (child == 0) {
         alarm(timeoutInSeconds);
         Work(childsThread, rounds);
@@ -89,7 +90,7 @@ int ForkAtOnce() {
 int ForkTwice() {
     TraceForEver();
     Work(0, GetSubject().count);
-    const pid_t child = fork();
+    const pid_t child = tarn::test::Fork();
     if (child == 0) {
         Work(childsThread, GetSubject().count);
         const pid_t grandchild = ForkChild(GetSubject().count);

@@ -24,9 +24,4 @@ inline constexpr bool hasAddressSanitizer = false;
 inline constexpr const char* noThreadsInForkedChildren =
     "thread sanitizer does not support threads in the child of a process with several threads";
 
-/// Why a test that forks while other threads allocate cannot run with address sanitizer: its
-/// allocator takes no part in a fork, and the child waits for a lock that nobody holds any more.
-inline constexpr const char* noForkWhileOthersAllocate =
-    "address sanitizer's allocator does not support a fork while other threads allocate";
-
 }  // namespace tarn::test

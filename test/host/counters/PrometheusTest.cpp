@@ -2,7 +2,6 @@
 
 #include "AllocationCounter.h"
 #include "ChildProcess.h"
-#include "Sanitizers.h"
 #include "SilentSink.h"
 #include "TarnTest.h"
 #include "TemporaryFolder.h"
@@ -385,9 +384,6 @@ TEST_F(PrometheusTest, EachScrapeIsOfOneMomentWhileOthersTrace) {
 }
 
 TEST_F(PrometheusTest, AForkedChildGoesOnWithWhatItsParentCounted) {
-    if (hasAddressSanitizer) {
-        GTEST_SKIP() << noForkWhileOthersAllocate;
-    }
     const Session session(Counting());
     { const Scope load("load"); }
     std::atomic<bool> isDone{false};

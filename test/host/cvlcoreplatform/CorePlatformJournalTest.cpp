@@ -278,9 +278,6 @@ TEST_F(CorePlatformJournalTest, ForksAmongLoggingThreadsLoseAndRepeatNothing) {
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
-    if (tarn::test::hasAddressSanitizer) {
-        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
-    }
     LogTo(m_path, Journalled());
     std::atomic<bool> isOver{false};
     std::size_t logged = 0;

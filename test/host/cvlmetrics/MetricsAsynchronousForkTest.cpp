@@ -68,9 +68,6 @@ TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDelivers
 }
 
 TEST_F(MetricsAsynchronousForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
-    if (tarn::test::hasAddressSanitizer) {
-        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
-    }
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }

@@ -310,9 +310,6 @@ TEST(SysTReadWriteLockForkTest, WhatTheForkingThreadHoldsItHoldsInTheChildToo) {
 }
 
 TEST(SysTReadWriteLockForkTest, ChildrenFindItFreeWithItsDataWholeWhileThreadsReadAndWrite) {
-    if (tarn::test::hasAddressSanitizer) {
-        GTEST_SKIP() << tarn::test::noForkWhileOthersAllocate;
-    }
     constexpr int forks = 50;
     TReadWriteLock lock(0);
     std::string first;
