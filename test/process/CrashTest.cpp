@@ -152,13 +152,14 @@ TEST_P(CrashTest, ACrashInAHandlerOnAnAlternativeStackIsLikeOthers) {
     ExpectSaved("SIGSEGV", "outer [0-9.]+ ms");
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_P(CrashTest, EverythingIsInTheLogThoughThereIsNoMemoryLeft) {
+    if (tarn::test::hasAddressSanitizer) {
+        GTEST_SKIP() << "it limits the address space, of which sanitizers take terabytes";
+    }
     Crash("crash-without-memory", SIGABRT);
 
     ExpectSaved("std::terminate", "outer [0-9.]+ ms");
 }
-#endif
 
 std::size_t Crashes() {
     constexpr uint64 usual = 50;

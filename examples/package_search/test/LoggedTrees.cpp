@@ -61,13 +61,15 @@ LoggedActivity WithTexts(const tarnview::Activity& read) {
     return activity;
 }
 
-// Shows the lines of a log, its rotated files included, to what takes them.
+// A log with its rotated files.
+tarnview::LogScanner ScannerOf(const std::filesystem::path& log, tarnview::Problems& problems) {
+    return {tarnview::FilesToRead({log.string()}, true), problems};
+}
+
+// Shows the lines to what takes them. The places of the lines refer to names that the scanner
+// holds.
 template <class Taker>
-void Scan(const std::filesystem::path& log,
-          const tarnview::ParserOptions& options,
-          tarnview::Problems& problems,
-          Taker& taker) {
-    tarnview::LogScanner scanner(tarnview::FilesToRead({log.string()}, true), problems);
+void Scan(tarnview::LogScanner& scanner, const tarnview::ParserOptions& options, Taker& taker) {
     scanner.Scan(options, [&](const tarnview::LogLine& line, const tarnview::Place& place) {
         taker.Take(line, place);
     });
@@ -93,10 +95,11 @@ std::size_t LoggedTrees::Count(std::string_view name) const {
 LoggedTrees ReadLog(const std::filesystem::path& log) {
     std::ostringstream ignored;
     tarnview::Problems problems(ignored);
+    tarnview::LogScanner scanner = ScannerOf(log, problems);
     tarnview::ActivityForest forest;
     tarnview::Joiner joiner(
         problems, [&](tarnview::Activity&& activity) { forest.Add(std::move(activity)); });
-    Scan(log, {.wantsTables = true}, problems, joiner);
+    Scan(scanner, {.wantsTables = true}, joiner);
     forest.Link(problems);
     LoggedTrees trees;
     std::unordered_map<std::size_t, std::size_t> placeOf;  // in the list, by that in the forest
@@ -122,7 +125,8 @@ std::string WhatIsWrongWith(const std::filesystem::path& log,
     }
     const tarnview::Filter everything;
     tarnview::LogCheck check(problems, everything);
-    Scan(log, {.isStrict = true}, problems, check);
+    tarnview::LogScanner scanner = ScannerOf(log, problems);
+    Scan(scanner, {.isStrict = true}, check);
     return out.str() + problems.Summary();
 }
 

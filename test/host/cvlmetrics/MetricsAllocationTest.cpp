@@ -100,11 +100,11 @@ TEST_F(MetricsAllocationTest, ContextsThatEndElsewhereTakeNoRoomOnAThreadThatNev
 }
 
 TEST_F(MetricsAllocationTest, AnEventThatFindsNoMemoryToWaitInIsLostAndCounted) {
+    bool hasThrown = false;
+    bool isOpen = true;
     const CurrentContext context;
     const Subscription subscription(*m_listener, flagTracing, false);
     const uint64 before = Metrics::GetBusStatistics().lostEvents;
-    bool hasThrown = false;
-    bool isOpen = true;
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (event.type == MetricsEventType::OpenScope) {
             Scope inner(flagTracing);

@@ -44,8 +44,8 @@ TEST_F(MetricsAsynchronousForkTest, AChildInheritsNothingThatIsQueuedAndDelivers
     if (tarn::test::hasThreadSanitizer) {
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> opened{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         opened += event.type == MetricsEventType::OpenScope ? 1 : 0;
         std::this_thread::sleep_for(milliseconds{1});
@@ -111,8 +111,8 @@ TEST_F(MetricsAsynchronousForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWere
 }
 
 TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<pid_t> child{-1};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::OpenScope) {
             child = tarn::test::StartChild([] {});
@@ -130,8 +130,8 @@ TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
 TEST_F(MetricsAsynchronousForkTest, AForkDoesNotWaitUntilASlowListenerHasHeardAll) {
     constexpr int threads = 12;
     constexpr int works = 30;  // as many as a queue has room for
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<bool> isSlow{true};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent&) {
         if (isSlow) {
             std::this_thread::sleep_for(milliseconds{1});
@@ -186,8 +186,8 @@ TEST_F(MetricsAsynchronousForkTest, AChildKnowsWhatIsOpenOnItsThreadAndDoesNotSa
         GTEST_SKIP() << tarn::test::noThreadsInForkedChildren;
     }
     const LogCapture log;
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<bool> isSlow{true};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         TLog::Logger::Get().LogMessage(TLog::Warn, TString(WhatHappens(event)));
         if (isSlow) {

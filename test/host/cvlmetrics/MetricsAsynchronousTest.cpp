@@ -50,8 +50,8 @@ using testing::Contains;
 using testing::ElementsAre;
 
 TEST_F(MetricsAsynchronousTest, EventsArriveInOrderOnAThreadOfTheBus) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::thread::id deliverer;
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent&) { deliverer = std::this_thread::get_id(); });
     const CurrentContext context;
     FlushAll();
@@ -102,8 +102,8 @@ TEST_F(MetricsAsynchronousTest, WhatAScopeSaysAtItsEndArrivesInOrderBeforeTheEnd
 }
 
 TEST_F(MetricsAsynchronousTest, MoreAtTheEndOfAScopeThanTheQueueHoldsWaitsForRoom) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<uint64> arrived{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&arrived](const MetricsEvent& event) {
         arrived += event.type == MetricsEventType::NameValue ? 1 : 0;
     });
@@ -344,9 +344,9 @@ TEST_F(MetricsAsynchronousTest, FlushReturnsInTimeWhileAConsumerHangs) {
 }
 
 TEST_F(MetricsAsynchronousTest, AConsumerCannotWaitForItself) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::optional<bool> isFlushed;
     std::optional<bool> isShutDown;
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent&) {
         isFlushed = Metrics::Flush(timeout);
         isShutDown = Metrics::Shutdown(timeout);
@@ -383,8 +383,8 @@ TEST_F(MetricsAsynchronousTest, AfterShutdownEventsAreDeliveredAtOnce) {
 TEST_F(MetricsAsynchronousTest, AShutdownSucceedsWhileThreadsEmit) {
     constexpr int rounds = 200;
     constexpr int threadCount = 3;
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<uint64> closed{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
         m_listener->Clear();
@@ -443,11 +443,11 @@ TEST_F(MetricsAsynchronousTest, AShutdownThatGivesUpLetsNobodyWaitAndCountsWhatI
 }
 
 TEST_F(MetricsAsynchronousTest, DeliveryBeginsAnewAfterAShutdown) {
+    std::thread::id deliverer;
     const Subscription subscription(*m_listener, flagTracing, false);
     EXPECT_TRUE(Metrics::Shutdown(timeout));
 
     Choose(WhenQueueIsFull::Wait);
-    std::thread::id deliverer;
     m_listener->CallOnEach([&](const MetricsEvent&) { deliverer = std::this_thread::get_id(); });
     { const CurrentContext context; }
     FlushAll();

@@ -33,8 +33,8 @@ TEST_F(MetricsBetweenDeliveriesTest, TheCallWaitsForADeliveryThatHasBegun) {
 }
 
 TEST_F(MetricsBetweenDeliveriesTest, WithinADeliveryItIsCalledAtOnce) {
-    const Subscription subscription(*m_listener, flagTracing, true);
     int calls = 0;
+    const Subscription subscription(*m_listener, flagTracing, true);
     m_listener->CallOnEach([&calls](const Metrics::MetricsEvent&) {
         EXPECT_TRUE(Metrics::CallBetweenDeliveries(-1ms, [&calls] { ++calls; }));
     });

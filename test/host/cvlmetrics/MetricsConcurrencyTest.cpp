@@ -347,9 +347,9 @@ TEST_F(MetricsConcurrencyTest, ConsumersMayComeAndGoWhileEventsFlow) {
 }
 
 TEST_F(MetricsConcurrencyTest, TestBitsNeverRefusesWhatIsWantedBeforeAndAfterAChange) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> refusals{0};
     std::atomic<int> rounds{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     {
         const Busy readers(1, [&] {
             rounds.fetch_add(1, std::memory_order_relaxed);

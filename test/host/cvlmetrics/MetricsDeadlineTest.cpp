@@ -117,8 +117,8 @@ TEST_F(MetricsDeadlineTest, AfterAFlushNothingIsStillOnItsWayThoughAnotherThread
 }
 
 TEST_F(MetricsDeadlineTest, AfterAShutdownNothingIsStillOnItsWayThoughAnotherThreadEmits) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> mine{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         CountOneSlowly(event);
         mine += IsClosingOf(event, "mine") ? 1 : 0;

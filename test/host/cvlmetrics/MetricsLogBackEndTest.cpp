@@ -200,8 +200,8 @@ TEST_P(MetricsLogBackEndTest, AScopeOfTheHostsThatABackEndEndsIsLoggedWhole) {
 }
 
 TEST_P(MetricsLogBackEndTest, AContextThatABackEndMakesIsAnnouncedWithItsFirstScopeElsewhere) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::optional<CurrentContext> made;
+    const Subscription subscription(*m_listener, flagTracing, false);
     LogTo([&made] { made.emplace(); });
     LogLine();
     LogTo([] {});
@@ -220,8 +220,8 @@ TEST_P(MetricsLogBackEndTest, AContextThatABackEndMakesIsAnnouncedWithItsFirstSc
 // takes part in the tracing.
 TEST_P(MetricsLogBackEndTest, ForksReplacementsAndABackEndThatTracesDoNotWaitForEachOther) {
     constexpr int rounds = 60;
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<bool> isOver{false};
+    const Subscription subscription(*m_listener, flagTracing, false);
     std::list<std::thread> threads;
     for (int i = 0; i < 2; ++i) {
         threads.emplace_back([&] {

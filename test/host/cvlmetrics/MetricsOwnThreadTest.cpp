@@ -156,8 +156,8 @@ TEST_F(MetricsOwnThreadTest, WhoWaitsForAnotherThreadsNextStepsSleepsAfterAWhile
 }
 
 TEST_F(MetricsOwnThreadTest, WhereThereIsNoThreadToBeHadErrnoStaysAndEverythingIsDelivered) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> closed{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
         errno = ENOTTY;
@@ -178,8 +178,8 @@ TEST_F(MetricsOwnThreadTest, WhereThereIsNoThreadToBeHadErrnoStaysAndEverythingI
 }
 
 TEST_F(MetricsOwnThreadTest, AStartThatFailedIsTriedAgainAfterASecond) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<pid_t> deliverer{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent&) { deliverer = gettid(); });
 
     EXPECT_TRUE(SucceedsWithoutThreads([&] {
@@ -227,8 +227,8 @@ TEST_F(MetricsOwnThreadTest, ASynchronousFlushIsCarriedOutByTheCaller) {
 }
 
 TEST_F(MetricsOwnThreadTest, WhatIsStillQueuedAfterAChangeOfModeIsDeliveredByWhoFlushes) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     std::atomic<int> closed{0};
+    const Subscription subscription(*m_listener, flagTracing, false);
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         closed += event.type == MetricsEventType::CloseScope ? 1 : 0;
     });

@@ -76,9 +76,9 @@ TEST_F(MetricsForkTest, AChildGetsOnWithItsLifeWhileOtherThreadsWereEmitting) {
 }
 
 TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
+    pid_t child = -1;
     const CurrentContext context;
     const Subscription subscription(*m_listener, flagTracing, false);
-    pid_t child = -1;
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::OpenScope) {
             child = fork();
@@ -97,10 +97,10 @@ TEST_F(MetricsForkTest, AListenerMayForkAndBothSidesGoOn) {
 }
 
 TEST_F(MetricsForkTest, AListenerMayForkInTheMiddleOfAScopesEnd) {
+    pid_t child = -1;
     const Subscription subscription(*m_listener, flagTracing, false);
     const CurrentContext context;
     m_listener->Clear();
-    pid_t child = -1;
     m_listener->CallOnEach([&](const MetricsEvent& event) {
         if (child < 0 && event.type == MetricsEventType::NameValue) {
             child = fork();
@@ -207,8 +207,8 @@ TEST_F(MetricsThreadTeardownTest, NoContextIsCurrentAndNoneBecomesItAnyMore) {
 }
 
 TEST_F(MetricsThreadTeardownTest, AScopeThatOutlivesItsThreadsStackStillCloses) {
-    const Subscription subscription(*m_listener, flagTracing, false);
     uint64 contextId = 0;
+    const Subscription subscription(*m_listener, flagTracing, false);
     std::thread([&] {
         t_observer.action = nullptr;
         auto* const context = new CurrentContext;
