@@ -77,8 +77,11 @@ function(tarn_configure_shared_library target)
     set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}.exports")
     file(CONFIGURE OUTPUT "${script}"
          CONTENT "{\nglobal:\n@exported@local:\n  *;\n};\n" @ONLY)
-    target_link_options(${target} PRIVATE LINKER:--no-undefined LINKER:-z,nodelete
-                                          "LINKER:--version-script,${script}")
+    target_link_options(${target} PRIVATE LINKER:-z,nodelete "LINKER:--version-script,${script}")
+    # The run-time library of clang's sanitizers is in the program, and not in shared libraries.
+    if(NOT (CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_FLAGS_DEBUG MATCHES "-fsanitize="))
+        target_link_options(${target} PRIVATE LINKER:--no-undefined)
+    endif()
     set_target_properties(
         ${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${tarn_abi_version}
                              INSTALL_RPATH "$ORIGIN" LINK_DEPENDS "${script}")
