@@ -46,11 +46,11 @@ struct ScopeIdentity {
 // context for its sake is taken back.
 void Scope::Close() noexcept {
     if (Bus::Admits(m_flags)) {
-        SayClosed(ReadClock());
+        EmitClose(ReadClock());
     }
 }
 
-void Scope::SayClosed(const ClockReading& now) noexcept {
+void Scope::EmitClose(const ClockReading& now) noexcept {
     const ScopeIdentity scope{m_id, m_contextId, m_flags};
     if (m_open) {
         EventView event = scope.Event(MetricsEventType::CloseScope, Name());
@@ -65,20 +65,19 @@ void Scope::SayClosed(const ClockReading& now) noexcept {
 
 // One moment: nothing of the host's runs from the first of these events to the last, except for
 // consumers.
-void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
+void Scope::Finish(std::initializer_list<FinalEvent> events) noexcept {
     if (!m_open) {
         return;
     }
     if (Bus::Admits(m_flags)) {
-        Bus::InBatch([this, statements]() noexcept {
+        Bus::InBatch([this, events]() noexcept {
             const ScopeIdentity scope{m_id, m_contextId, m_flags};
             const ClockReading now = ReadClock();
-            for (const Statement& statement : statements) {
-                EventView event =
-                    scope.Event(statement.type, statement.name, statement.value, statement.pairs);
+            for (const FinalEvent& figure : events) {
+                EventView event = scope.Event(figure.type, figure.name, figure.value, figure.pairs);
                 Bus::EmitFromDestructor(event, now);
             }
-            SayClosed(now);
+            EmitClose(now);
         });
     }
     m_open = false;
@@ -116,7 +115,7 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
         m_id = id;
         return;
     }
-    KeepName(name);
+    StoreName(name);
     if (isAdmitted) {
         const ScopeIdentity scope{id, m_contextId, m_flags};
         EventView event = scope.Event(MetricsEventType::OpenScope, name, 0, pairs);
@@ -132,7 +131,7 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
     m_open = true;
 }
 
-void Scope::KeepName(const ValueView& name) {
+void Scope::StoreName(const ValueView& name) {
     if (!m_isNameValue && name.GetKind() == ValueView::Kind::Utf8 &&
         name.GetUtf8().size() <= shortNameSize) {
         const std::string_view text = name.GetUtf8();

@@ -3,16 +3,16 @@
 namespace Metrics {
 
 // The scope ends in any case: what cannot be said is lost.
-void Scope::Finish(std::initializer_list<Statement> statements) noexcept {
+void Scope::Finish(std::initializer_list<FinalEvent> events) noexcept {
     if (!m_open) {
         return;
     }
-    for (const Statement& statement : statements) {
+    for (const FinalEvent& event : events) {
         try {
-            if (statement.type == MetricsEventType::NameValue) {
-                EmitImpl(statement.type, statement.name.ToValue(), statement.value.ToValue());
+            if (event.type == MetricsEventType::NameValue) {
+                EmitImpl(event.type, event.name.ToValue(), event.value.ToValue());
             } else {
-                MultiEmitImpl(statement.type, statement.name.ToValue(), statement.pairs.ToList());
+                MultiEmitImpl(event.type, event.name.ToValue(), event.pairs.ToList());
             }
         } catch (...) {
             continue;

@@ -114,21 +114,21 @@ TEST_F(MetricsAsynchronousTest, MoreAtTheEndOfAScopeThanTheQueueHoldsWaitsForRoo
         ASSERT_GT(14 * text.size(), 2 * smallQueue);
         Scope scope(flagTracing);
         scope.OpenImpl("query");
-        const Scope::Statement statement(MetricsEventType::NameValue, "text", text);
-        scope.Finish({statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement,
-                      statement});
+        const Scope::FinalEvent value(MetricsEventType::NameValue, "text", text);
+        scope.Finish({value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value,
+                      value});
     });
     FlushAll();
 

@@ -57,30 +57,30 @@ public:
     void Emit(MetricsEventType type, const ValueView& name, const ValueView& value) const;
     void MultiEmit(MetricsEventType type, const ValueView& name, PairSpan pairs) const;
 
-    /// One value or one named list.
-    struct Statement {
+    /// One value or one named list, for `Finish`.
+    struct FinalEvent {
         MetricsEventType type;
         ValueView name;
         ValueView value;
         PairSpan pairs;
 
-        Statement(MetricsEventType typeOfEvent, ValueView nameOfValue, ValueView itsValue) noexcept
+        FinalEvent(MetricsEventType typeOfEvent, ValueView nameOfValue, ValueView itsValue) noexcept
             : type(typeOfEvent),
               name(nameOfValue),
               value(itsValue) {}
 
-        Statement(MetricsEventType typeOfEvent, ValueView nameOfList, PairSpan list) noexcept
+        FinalEvent(MetricsEventType typeOfEvent, ValueView nameOfList, PairSpan list) noexcept
             : type(typeOfEvent),
               name(nameOfList),
               value(0),
               pairs(list) {}
     };
 
-    /// Emits the statements, each as `Emit` or `MultiEmit` would, and closes the scope as its
-    /// destructor would; does nothing while it is not open. An event for which there is no memory
-    /// is lost. A host may deliver all of them together and stamp them with one time: the thread
+    /// Emits the events, each as `Emit` or `MultiEmit` would, and closes the scope as its
+    /// destructor would. Does nothing unless the scope is open. An event for which there is no
+    /// memory is lost. A host may deliver all of them as one batch with one time stamp: the thread
     /// does nothing else in between.
-    void Finish(std::initializer_list<Statement> statements) noexcept;
+    void Finish(std::initializer_list<FinalEvent> events) noexcept;
 
     /// Replaces the actions to send after the close. Dropped when the scope is not open then.
     void SetPostScopeCloseEvents(std::list<MetricsCloseScopeActions>&& actions);
@@ -89,18 +89,18 @@ public:
 
     uint64 GetFlags() const noexcept { return m_flags; }
 
-    /// How many bytes of a name are kept in the scope itself.
+    /// How many bytes of a name the scope itself stores.
     static constexpr std::size_t shortNameSize = sizeof(MetricsValue);
 
-    /// Keeps the beginning of a name, for messages about a scope that may never be logged. Call it
-    /// before the scope is opened.
-    void KeepBeginningOfName(const char* name) noexcept {
+    /// Stores the first `shortNameSize` bytes of a name, for messages about a scope that may never
+    /// be logged. Call it before the scope is opened.
+    void StoreNamePrefix(const char* name) noexcept {
         m_shortNameLength = static_cast<unsigned char>(::strnlen(name, shortNameSize));
         std::memcpy(m_shortName, name, m_shortNameLength);
     }
 
-    /// As much of a name as was kept last; one of `shortNameSize` bytes may have been cut.
-    std::string_view GetBeginningOfName() const noexcept {
+    /// What was stored last: the whole name if it has fewer than `shortNameSize` bytes.
+    std::string_view GetNamePrefix() const noexcept {
         if (!m_isNameValue) {
             return {m_shortName, m_shortNameLength};
         }
@@ -111,9 +111,9 @@ public:
 private:
     // What a host supplies of the destructor. Called once, of a scope that was given an id.
     void Close() noexcept;
-    void SayClosed(const ClockReading& now) noexcept;
+    void EmitClose(const ClockReading& now) noexcept;
 
-    void KeepName(const ValueView& name);
+    void StoreName(const ValueView& name);
     ValueView Name() const noexcept;
 
     /// What a host keeps of names that are not short, or of all.

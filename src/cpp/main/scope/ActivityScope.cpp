@@ -83,7 +83,7 @@ template <class Begin>
     try {
         if (m_trackResources) {
             // For the line that is written before its misuse ends the process.
-            m_scope.KeepBeginningOfName(name);
+            m_scope.StoreNamePrefix(name);
         }
         begin(name);
         InitializeResourceTracking();

@@ -54,7 +54,7 @@ void ActivityScope::ReleaseResources() {
         m_measurement.~Measurement();
     } catch (const LogicException& broken) {
         ReportMisusedScope(
-            m_scope.GetBeginningOfName(), Metrics::Scope::shortNameSize, m_threadAtBegin, broken);
+            m_scope.GetNamePrefix(), Metrics::Scope::shortNameSize, m_threadAtBegin, broken);
         throw;
     }
 }
@@ -68,7 +68,7 @@ void ActivityScope::FinishMetricsScope() noexcept {
     using Metrics::MetricsEventType;
     constexpr auto list = MetricsEventType::NameValuePairs;
     const TokenStrings& tokens = Tokens();
-    const Metrics::Scope::Statement thread(
+    const Metrics::Scope::FinalEvent thread(
         MetricsEventType::NameValue, tokens.tidAttr, TSystem::ThreadID());
     if (!m_trackResources) {
         m_scope.Finish({thread});
@@ -76,7 +76,7 @@ void ActivityScope::FinishMetricsScope() noexcept {
     }
     const Metrics::PairView cpuFigures[] = {{tokens.cpuTimeKernelInclusiveAttr, m_cpuTime.kernel},
                                             {tokens.cpuTimeUserInclusiveAttr, m_cpuTime.user}};
-    const Metrics::Scope::Statement cpu(list, tokens.cpuAttrsName, SpanOf(cpuFigures));
+    const Metrics::Scope::FinalEvent cpu(list, tokens.cpuAttrsName, SpanOf(cpuFigures));
 
     const auto mode = corvala::memory::GetMemoryTrackingMode();
     if (mode == corvala::memory::MemoryTrackingAll) {
