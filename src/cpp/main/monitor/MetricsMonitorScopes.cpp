@@ -138,7 +138,7 @@ void MetricsMonitor::OnOpenScope(const EventView& event) {
     auto record = m_records->scopes.TakeSpare();
     ScopeState& state = record.mapped();
     const ScopeState& parent = InnermostState(context);
-    state.BeginIn(parent);
+    state.ResetUnder(parent);
     NameCaller(state, parent);
     state.scopeId = event.id;
     state.name = m_records->names.Read(event.name).text;

@@ -83,7 +83,7 @@ struct MetricsMonitor::Records {
     void ForgetScope(uint64 scopeId) noexcept {
         auto node = scopes.TakeOut(scopeId);
         if (!node.empty()) {
-            node.mapped().LetGo();
+            node.mapped().ReleaseMemory();
             scopes.KeepSpare(std::move(node));
         }
     }

@@ -55,12 +55,12 @@ struct __attribute__((visibility("hidden"))) MetricsMonitor::ScopeState {
         Metrics::NameValueList pairs;
     };
 
-    /// Begins anew as the state of a scope that opens where `parent` is the innermost one. Figures,
-    /// result and threads are its own from the start. Memory that the state had is used again.
-    void BeginIn(const ScopeState& parent);
+    /// Resets to the state of a scope that opens under `parent`, the innermost open one. Inherits
+    /// its request, sponsors and depths; reuses the memory that the state has.
+    void ResetUnder(const ScopeState& parent);
 
-    /// Lets go of what the scope has gathered, and of more memory than an ordinary scope needs.
-    void LetGo() noexcept;
+    /// Drops what the scope has collected, and more memory than an ordinary scope needs.
+    void ReleaseMemory() noexcept;
 
     // Identity.
     TString requestText = tarn::NoText();
@@ -104,7 +104,7 @@ struct __attribute__((visibility("hidden"))) MetricsMonitor::ScopeState {
     tarn::ResourceFigures resources;
 };
 
-inline void MetricsMonitor::ScopeState::BeginIn(const ScopeState& parent) {
+inline void MetricsMonitor::ScopeState::ResetUnder(const ScopeState& parent) {
     const TString& none = tarn::NoText();
     requestText = parent.requestText;
     ownIdText = none;
@@ -137,7 +137,7 @@ inline void MetricsMonitor::ScopeState::BeginIn(const ScopeState& parent) {
     resources = {};
 }
 
-inline void MetricsMonitor::ScopeState::LetGo() noexcept {
+inline void MetricsMonitor::ScopeState::ReleaseMemory() noexcept {
     attributes.Release();
     supplements = {};
     resultPairs = {};
