@@ -281,7 +281,7 @@ void Session::State::Change(const SessionOptions& next) {
     ChangeExtras(next.extras);
     if (m_keep != nullptr && ToText(next.keep) != ToText(m_inEffect.keep)) {
         LogRules(next.keep);
-        SetMarksSampled(next.keep.sampled);
+        SetSampledAttributeEnabled(next.keep.sampled);
         Metrics::CallBetweenDeliveries(withoutLimit, [this, &next] {
             try {
                 m_keep->SetRules(next.keep);
@@ -375,7 +375,7 @@ void Session::State::BeginTracing() {
 }
 
 void Session::State::BeginKeeping() {
-    SetMarksSampled(m_inEffect.keep.sampled);
+    SetSampledAttributeEnabled(m_inEffect.keep.sampled);
     m_keep = std::make_shared<KeepSink>(m_inEffect.keep, OrLog(m_inEffect.sink));
     WaitingAtEnd::Set(m_keep.get());
     if (HasConditions(m_inEffect.keep)) {
@@ -385,7 +385,7 @@ void Session::State::BeginKeeping() {
 }
 
 void Session::State::EndKeeping() const noexcept {
-    SetMarksSampled(false);
+    SetSampledAttributeEnabled(false);
     WaitingAtEnd::Set(nullptr);
     Metrics::CallBetweenDeliveries(m_chosen.exitDeadline, [this] {
         m_keep->Finish(KeepSink::Afterwards::HandOnFurtherLines);

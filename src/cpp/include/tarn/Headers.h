@@ -205,10 +205,10 @@ void Inject(Headers&& headers) noexcept {
         const_cast<std::remove_const_t<Target>*>(&headers));
 }
 
-/// Whether an activity that goes on with a request whose `traceparent` says that it is sampled has
-/// an attribute "sampled" (true). Off at first; a session whose keep rules go by it switches it on.
-/// Any thread; it holds for what `Extract` reads from then on.
-TARN_EXPORT void SetMarksSampled(bool marks) noexcept;
+/// Whether an activity that continues a request whose `traceparent` has the sampled flag gets an
+/// attribute "sampled" (true). Off by default; a session whose keep rules use the flag switches it
+/// on. Any thread may call it; it affects later calls of `Extract`.
+TARN_EXPORT void SetSampledAttributeEnabled(bool enabled) noexcept;
 
 /// Who has sent a request: a scope or an activity that is made with the result goes on with the
 /// sender's tree, in a request of its own. Without headers, and with wrong ones, which are counted

@@ -40,7 +40,7 @@ struct tarn_header_values {  // NOLINT(readability-identifier-naming): named in 
 namespace tarn {
 namespace {
 
-constinit std::atomic<bool> s_marksSampled{false};
+constinit std::atomic<bool> s_isSampledAttributeEnabled{false};
 
 using abi::tarn_get_header;
 using abi::tarn_handoff;
@@ -274,7 +274,7 @@ tarn_handoff* Extract(const Source& source,
                       std::size_t nameLength,
                       Metrics::NameValueList attributes) {
     Request request = Read(source);
-    const bool isMarked = s_marksSampled.load(std::memory_order_relaxed) &&
+    const bool isMarked = s_isSampledAttributeEnabled.load(std::memory_order_relaxed) &&
                           request.foreign != nullptr && request.foreign->isSampled;
     return new tarn_handoff{
         {1},
@@ -287,8 +287,8 @@ tarn_handoff* Extract(const Source& source,
 
 }  // namespace
 
-void enabled::SetMarksSampled(bool marks) noexcept {
-    s_marksSampled.store(marks, std::memory_order_relaxed);
+void enabled::SetSampledAttributeEnabled(bool enabled) noexcept {
+    s_isSampledAttributeEnabled.store(enabled, std::memory_order_relaxed);
 }
 
 Metrics::NameValueList WithMark(const tarn_handoff& from, Metrics::NameValueList&& attributes) {
