@@ -149,7 +149,7 @@ int main(int argumentCount, char** arguments) {
     struct Case {
         const char* name;
         Encoding encoding;
-        bool compresses;
+        bool gzip;
         bool withScopes;
     };
 
@@ -169,7 +169,7 @@ int main(int argumentCount, char** arguments) {
             Options options;
             options.url = receiver.Url();
             options.encoding = it.encoding;
-            options.compresses = it.compresses;
+            options.gzip = it.gzip;
             tarn::otlp::Exporter exporter(options);
             const auto sink = exporter.MakeSink();
             if (it.withScopes) {

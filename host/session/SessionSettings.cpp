@@ -198,8 +198,8 @@ SessionSettings ReadEnvironment() {
     return settings;
 }
 
-std::string FindConfigFile(const std::string& chosen, bool readsEnvironment) {
-    const char* const value = readsEnvironment ? secure_getenv("TARN_CONFIG") : nullptr;
+std::string FindConfigFile(const std::string& chosen, bool readEnvironment) {
+    const char* const value = readEnvironment ? secure_getenv("TARN_CONFIG") : nullptr;
     return value != nullptr && *value != '\0' ? value : chosen;
 }
 

@@ -37,7 +37,7 @@ struct SessionSettings {
 SessionSettings ReadEnvironment();
 
 /// The path that TARN_CONFIG names, else the given one.
-std::string FindConfigFile(const std::string& chosen, bool readsEnvironment);
+std::string FindConfigFile(const std::string& chosen, bool readEnvironment);
 
 /// Reads "name = value" lines, passing over empty ones and those that begin with "#". `path` is for
 /// the errors.

@@ -60,7 +60,7 @@ std::shared_ptr<TLog::LogBackEnd> MakeBackEnd(const SessionOptions& options) {
     TLog::LogFileLimits limits;
     limits.maxBytes = options.fileBytes;
     limits.maxFiles = options.keptFiles;
-    limits.isJournalled = options.journal;
+    limits.useJournal = options.journal;
     return TLog::MakeJsonFileBackEnd(options.log, limits);
 }
 
@@ -200,8 +200,8 @@ ProcessOptions::~ProcessOptions() {
 
 Session::State::State(SessionOptions options)
     : m_chosen(std::move(options)),
-      m_environment(m_chosen.readsEnvironment ? ReadEnvironment() : SessionSettings()) {
-    const std::string path = FindConfigFile(m_chosen.config, m_chosen.readsEnvironment);
+      m_environment(m_chosen.readEnvironment ? ReadEnvironment() : SessionSettings()) {
+    const std::string path = FindConfigFile(m_chosen.config, m_chosen.readEnvironment);
     const std::string config = path.empty() ? path : Absolute(path);
     FileText read = config.empty() ? FileText() : ReadConfigFile(config);
     const SessionSettings file = ReadConfigText(read.text, config);
@@ -396,7 +396,7 @@ void Session::State::EndKeeping() const noexcept {
 void Session::State::OnConfigChange(const std::string& text) {
     try {
         const SessionSettings file = ReadConfigText(
-            text, Absolute(FindConfigFile(m_chosen.config, m_chosen.readsEnvironment)));
+            text, Absolute(FindConfigFile(m_chosen.config, m_chosen.readEnvironment)));
         Change(Combine(file));
         Tell(file.errors);
     } catch (...) {  // NOLINT(bugprone-empty-catch): the next change does the rest

@@ -104,7 +104,7 @@ void ReadForm(Environment& environment, Options& options) {
     }
     const auto [compressionName, compression] = environment.Exporter("COMPRESSION");
     if (compression == "gzip" || compression == "none") {
-        options.compresses = compression == "gzip";
+        options.gzip = compression == "gzip";
     } else if (!compression.empty()) {
         environment.Complain(compressionName, compression, "is neither gzip nor none");
     }

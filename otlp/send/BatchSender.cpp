@@ -59,7 +59,7 @@ BatchSender::BatchSender(const Options& options,
 BatchResult BatchSender::Send(const std::vector<ResourceSpans>& batch) {
     const std::uint64_t spans = CountSpans(batch);
     std::string body = m_encoder.Assemble(batch);
-    if (m_options.compresses) {
+    if (m_options.gzip) {
         body = Compress(body);
     }
     const StopSignal::Time begin = StopSignal::Clock::now();

@@ -84,7 +84,7 @@ CurlTransport::CurlTransport(const Options& options, std::string_view contentTyp
         throw std::bad_alloc();
     }
     Append(m_handles->headers, "Content-Type: " + std::string(contentType));
-    if (m_options.compresses) {
+    if (m_options.gzip) {
         Append(m_handles->headers, "Content-Encoding: gzip");
     }
     Append(m_handles->headers, "Expect:");  // no round trip before the body

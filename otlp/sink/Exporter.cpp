@@ -46,7 +46,7 @@ Clock::time_point EndOf(std::chrono::milliseconds deadline) {
     return Clock::now() + std::min(std::max(deadline, std::chrono::milliseconds(0)), longest);
 }
 
-std::string ListAsText(const std::vector<OpenNote>& open) {
+std::string ListAsText(const std::vector<OpenActivityInfo>& open) {
     constexpr std::size_t mostNamed = 20;
     std::string text = "Open activities: " + std::to_string(open.size());
     for (std::size_t index = 0; index < open.size() && index < mostNamed; ++index) {
@@ -65,7 +65,7 @@ Options WithDefaultReports(Options options) {
         };
     }
     if (!options.onOpen) {
-        options.onOpen = [](const std::vector<OpenNote>& open) {
+        options.onOpen = [](const std::vector<OpenActivityInfo>& open) {
             if (!open.empty()) {
                 TLog::Logger::Get().LogMessage(TLog::Severity::Info, TString(ListAsText(open)));
             }
@@ -93,7 +93,7 @@ struct Exporter::State : std::enable_shared_from_this<State> {
 
     void StartOpenReport();
     void Take(const std::string& line);
-    std::vector<OpenNote> ListOpen(std::chrono::microseconds age) const;
+    std::vector<OpenActivityInfo> ListOpen(std::chrono::microseconds age) const;
 
     const Options options;
     LineEncoder lines;
@@ -158,10 +158,10 @@ void Exporter::State::Take(const std::string& line) {
     }
 }
 
-std::vector<OpenNote> Exporter::State::ListOpen(std::chrono::microseconds age) const {
+std::vector<OpenActivityInfo> Exporter::State::ListOpen(std::chrono::microseconds age) const {
     const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::system_clock::now().time_since_epoch());
-    std::vector<OpenNote> list;
+    std::vector<OpenActivityInfo> list;
     const std::lock_guard lock(s_mutex);
     for (const OpenActivity* const open : lines.Open().List()) {
         const std::chrono::microseconds openFor = now - std::chrono::microseconds(open->begin);
@@ -239,7 +239,7 @@ Statistics Exporter::GetStatistics() const noexcept {
     return statistics;
 }
 
-std::vector<OpenNote> Exporter::ListOpen(std::chrono::microseconds age) const {
+std::vector<OpenActivityInfo> Exporter::ListOpen(std::chrono::microseconds age) const {
     return m_state->ListOpen(age);
 }
 

@@ -65,7 +65,7 @@ TEST_F(ConfigurationTest, WhatIsSetForTracesGoesBeforeWhatIsSetForAll) {
 
     EXPECT_EQ(options.encoding, Encoding::Json);
     EXPECT_EQ(options.timeout, 250ms);
-    EXPECT_TRUE(options.compresses);
+    EXPECT_TRUE(options.gzip);
     EXPECT_EQ(options.certificateFile, "ca.pem");
     EXPECT_EQ(options.clientCertificateFile, "me.pem");
     EXPECT_EQ(options.clientKeyFile, "me.key");

@@ -170,10 +170,10 @@ TEST_F(ExporterTest, WhatIsOpenIsListedAtIntervalsIfItIsAskedFor) {
     Options options = To(server);
     options.openInterval = 20ms;
     std::mutex mutex;
-    std::vector<OpenNote> open;
-    options.onOpen = [&](const std::vector<OpenNote>& notes) {
+    std::vector<OpenActivityInfo> open;
+    options.onOpen = [&](const std::vector<OpenActivityInfo>& found) {
         const std::lock_guard lock(mutex);
-        open = notes;
+        open = found;
     };
     const TracingSession session;
     Exporter exporter(options);

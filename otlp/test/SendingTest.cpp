@@ -307,7 +307,7 @@ TEST_F(SendingTest, AShutdownBreaksOffAReceiverThatHangsInTime) {
 TEST_F(SendingTest, ARequestIsCompressedIfItIsAskedFor) {
     FaultyServer server([](const Request&, std::size_t) { return Accepted(); });
     Options options = Quick(server);
-    options.compresses = true;
+    options.gzip = true;
     Start(options);
 
     Add(50);

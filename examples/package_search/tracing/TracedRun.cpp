@@ -14,7 +14,7 @@ namespace {
 tarn::SessionOptions OptionsOfTheRun() {
     tarn::SessionOptions options;
     // The log stays the one that is there; which file that is the command line says.
-    options.readsEnvironment = false;
+    options.readEnvironment = false;
     options.environment = "example";
     // Requests have ids of their own.
     options.requestIds = false;

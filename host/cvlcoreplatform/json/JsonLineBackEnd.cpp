@@ -123,11 +123,11 @@ std::shared_ptr<FileSink> OpenFile(const std::string& path,
                                    const TLog::LogFileLimits& limits,
                                    const std::shared_ptr<UnreportedLosses>& losses) {
     const auto mode = static_cast<mode_t>(limits.mode);
-    if (limits.followsLinks || !std::filesystem::is_symlink(path)) {
+    if (limits.followSymlinks || !std::filesystem::is_symlink(path)) {
         RecoverJournals(std::filesystem::weakly_canonical(path).string(), mode);
     }
     auto file = std::make_shared<RotatingFileSink>(path, limits, losses);
-    if (limits.isJournalled) {
+    if (limits.useJournal) {
         return JournalledSink::Make(std::move(file), mode);
     }
     return file;

@@ -130,7 +130,7 @@ struct stat RotatingFileSink::Status() const noexcept {
 // of the three standard descriptors: in a process that has closed its standard error stream,
 // whatever is written there would end up in the log.
 FileDescriptor RotatingFileSink::Open(const std::string& path, int furtherFlags) const noexcept {
-    const int link = m_limits.followsLinks ? 0 : O_NOFOLLOW;
+    const int link = m_limits.followSymlinks ? 0 : O_NOFOLLOW;
     FileDescriptor file(
         open(path.c_str(),
              O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | link | furtherFlags,
@@ -142,7 +142,7 @@ FileDescriptor RotatingFileSink::Open(const std::string& path, int furtherFlags)
 }
 
 int RotatingFileSink::StatusAtPath(struct stat& status) const noexcept {
-    return m_limits.followsLinks ? stat(m_path.c_str(), &status) : lstat(m_path.c_str(), &status);
+    return m_limits.followSymlinks ? stat(m_path.c_str(), &status) : lstat(m_path.c_str(), &status);
 }
 
 void RotatingFileSink::Adopt(FileDescriptor file) {

@@ -53,7 +53,7 @@ void GiveStackToThisThread() {
 
 void SaveOnCrash(const CrashOptions& options) {
     RegisterForkHandlers();
-    if (options.providesStack) {
+    if (options.provideStack) {
         GiveStackToThisThread();
     }
     const std::lock_guard lock(SwitchMutex());

@@ -51,7 +51,7 @@ class CorePlatformJournalTest : public LogTest::LogFileTest {
 protected:
     static TLog::LogFileLimits Journalled(uint64 maxBytes = 0) {
         TLog::LogFileLimits limits;
-        limits.isJournalled = true;
+        limits.useJournal = true;
         limits.maxBytes = maxBytes;
         return limits;
     }

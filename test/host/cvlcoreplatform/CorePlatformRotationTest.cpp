@@ -227,7 +227,7 @@ TEST_F(CorePlatformRotationTest, ALinkThatLeadsElsewhereIsFollowedAndNothingIsRe
 
 TEST_F(CorePlatformRotationTest, ALinkIsRefusedIfTheHostSaysSo) {
     LogFileLimits limits;
-    limits.followsLinks = false;
+    limits.followSymlinks = false;
     const std::string target = m_folder.PathOf("target");
     std::filesystem::create_symlink(target, m_path);
 
@@ -243,7 +243,7 @@ TEST_F(CorePlatformRotationTest, ALinkIsRefusedIfTheHostSaysSo) {
 
 TEST_F(CorePlatformRotationTest, ALinkThatTakesTheFilesPlaceIsRefusedIfTheHostSaysSo) {
     LogFileLimits limits;
-    limits.followsLinks = false;
+    limits.followSymlinks = false;
     LogTo(m_path, limits);
     LogMessage("one");
     const std::string moved = m_folder.PathOf("moved");

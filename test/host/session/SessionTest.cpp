@@ -199,7 +199,7 @@ TEST_F(SessionTest, TheEnvironmentWinsOverTheFileWhichWinsOverTheProgram) {
         EXPECT_EQ(RankOn(), 3);
         EXPECT_EQ(TarnSettings::GetInstance().GetCopyOfOffs(), TarnSettings::Names{"c"});
     }
-    options.readsEnvironment = false;
+    options.readEnvironment = false;
     {
         const Session session(options);
         EXPECT_EQ(RankOn(), 2);

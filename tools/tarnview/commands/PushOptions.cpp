@@ -79,7 +79,7 @@ void AddPush(CLI::App& program, CommonOptions& common, Command& chosen) {
         otlp = FromEnvironment();
         otlp.url = TracesUrl(given->url);
         otlp.encoding = given->isJson ? tarn::otlp::Encoding::Json : otlp.encoding;
-        otlp.compresses = otlp.compresses || given->isCompressed;
+        otlp.gzip = otlp.gzip || given->isCompressed;
         otlp.serviceName = given->service.empty() ? otlp.serviceName : given->service;
         for (const std::string& header : given->headers) {
             const std::size_t equals = header.find('=');

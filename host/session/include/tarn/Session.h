@@ -121,7 +121,7 @@ struct SessionOptions {
 
     /// Whether the variables TARN_... are read. Programs with more rights than their user read
     /// none.
-    bool readsEnvironment = true;
+    bool readEnvironment = true;
 };
 
 #if defined(TARN_DISABLE)

@@ -53,7 +53,7 @@ public:
 
     /// The activities that have been open for at least `age`, the oldest first. Throws
     /// `std::bad_alloc`.
-    std::vector<OpenNote> ListOpen(std::chrono::microseconds age = {}) const;
+    std::vector<OpenActivityInfo> ListOpen(std::chrono::microseconds age = {}) const;
 
 private:
     struct State;

@@ -14,7 +14,7 @@ namespace tarn::otlp {
 enum class Encoding { Protobuf, Json };
 
 /// An activity that has not ended.
-struct OpenNote {
+struct OpenActivityInfo {
     std::string name;
     std::string id;
     std::chrono::microseconds age{0};
@@ -27,8 +27,8 @@ struct Options {
     /// The whole one, "http" or "https".
     std::string url = "http://localhost:4318/v1/traces";
     Encoding encoding = Encoding::Protobuf;
-    bool compresses = false;  ///< by gzip
-    Pairs headers;            ///< of each request, as those that prove who sends it
+    bool gzip = false;  ///< whether requests are compressed
+    Pairs headers;      ///< of each request, as those that prove who sends it
 
     /// Of one request, from connecting to the whole answer.
     std::chrono::milliseconds timeout{10'000};
@@ -67,7 +67,7 @@ struct Options {
     /// How often activities are listed that have been open for that long; 0: never. They go to
     /// `onOpen`, longest first; without one to the log, as a message that names twenty of them.
     std::chrono::milliseconds openInterval{0};
-    std::function<void(const std::vector<OpenNote>&)> onOpen;
+    std::function<void(const std::vector<OpenActivityInfo>&)> onOpen;
 
     /// Hears, once a minute at most, what was lost and why. Called on a thread of the exporter;
     /// what it throws is dropped. Without one it is a warning in the log.

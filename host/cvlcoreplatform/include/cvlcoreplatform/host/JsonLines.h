@@ -41,7 +41,7 @@ struct LogFileLimits {
 
     /// If not, a path whose last part is a symbolic link is refused, with `ELOOP`. For folders in
     /// which others may make files.
-    bool followsLinks = true;
+    bool followSymlinks = true;
 
     /// Of new files, less what the process's `umask` takes away.
     uint32 mode = 0640;
@@ -54,7 +54,7 @@ struct LogFileLimits {
     /// because the file system has no locks or no room, lines are written one by one, which is said
     /// once on the standard error stream. Nobody may make the journal shorter while the process
     /// lives: the kernel would end it.
-    bool isJournalled = false;
+    bool useJournal = false;
 };
 
 /// JSON lines to a file, which is appended to if it exists. Lines are written at once, each whole

@@ -38,7 +38,7 @@ struct CrashOptions {
     /// Gives the calling thread, usually the main thread, an alternative signal stack if it has
     /// none, for the rest of its life: without one a stack overflow ends the process at once. Other
     /// threads get theirs by a `CrashStack`.
-    bool providesStack = true;
+    bool provideStack = true;
 };
 
 /// Switches it on. Call it once the host has set its own handlers: those are called afterwards. A
