@@ -17,7 +17,7 @@ namespace {
 
 // What a thread keeps at most, and how long the texts among it may have been.
 constexpr uint32 mostTexts = 64;
-constexpr std::size_t mostBytes = mostBytesToRewrite;
+constexpr std::size_t mostBytes = maxRewritableBytes;
 
 /// A text and the room for what counts its owners. The text is there as long as the block is.
 template <class Unit>
@@ -149,11 +149,11 @@ std::shared_ptr<std::basic_string<Unit>> Make(std::basic_string_view<Unit> units
 
 }  // namespace
 
-bool IsMadeToRewrite(const std::shared_ptr<const std::string>& text) noexcept {
+bool IsRewritable(const std::shared_ptr<const std::string>& text) noexcept {
     return IsInBlock(text);
 }
 
-bool IsMadeToRewrite(const std::shared_ptr<const std::u16string>& text) noexcept {
+bool IsRewritable(const std::shared_ptr<const std::u16string>& text) noexcept {
     return IsInBlock(text);
 }
 

@@ -63,11 +63,11 @@ TEST(SysRecycledTextsTest, OnlyTextsThatWereMadeForItAreWrittenAnew) {
     cvlsys::Rewrite(own, std::string_view("two"));
 
     EXPECT_EQ(*own, "two");
-    EXPECT_FALSE(cvlsys::IsMadeToRewrite(foreign));
-    EXPECT_EQ(cvlsys::IsMadeToRewrite(own), cvlsys::isRecycling);
+    EXPECT_FALSE(cvlsys::IsRewritable(foreign));
+    EXPECT_EQ(cvlsys::IsRewritable(own), cvlsys::isRecycling);
 #ifndef NDEBUG
     if (cvlsys::isRecycling) {
-        EXPECT_DEATH(cvlsys::Rewrite(foreign, std::string_view("two")), "IsMadeToRewrite");
+        EXPECT_DEATH(cvlsys::Rewrite(foreign, std::string_view("two")), "IsRewritable");
     }
 #endif
 }

@@ -18,14 +18,14 @@ public:
     // NOLINTBEGIN(readability-identifier-naming): named by the language
 
     void lock() {
-        for (int left = s_isWorthLooking ? looks : 0; left != 0; --left) {
-            LetOtherPass();
+        for (int left = s_canSpin ? spins : 0; left != 0; --left) {
+            YieldToUrgent();
             if (m_mutex.try_lock()) {
                 return;
             }
             Pause();
         }
-        LetOtherPass();
+        YieldToUrgent();
         m_mutex.lock();
     }
 
@@ -52,7 +52,7 @@ public:
         BeginUrgent();
         bool isLocked = false;
         while (!(isLocked = m_mutex.try_lock()) && !isOver()) {
-            std::this_thread::sleep_for(pauseOfUrgent);
+            std::this_thread::sleep_for(urgentPollInterval);
         }
         EndUrgent();
         return isLocked;
@@ -63,13 +63,13 @@ public:
     void ForgetOtherThreads(bool isHeldByThisThread) noexcept;
 
 private:
-    static constexpr int looks = 100;
-    static constexpr std::chrono::microseconds pauseOfUrgent{200};
+    static constexpr int spins = 100;
+    static constexpr std::chrono::microseconds urgentPollInterval{200};
 
-    // Nobody unlocks it meanwhile where there is one processor.
-    static inline const bool s_isWorthLooking = std::thread::hardware_concurrency() > 1;
+    // On one processor the holder cannot unlock it meanwhile.
+    static inline const bool s_canSpin = std::thread::hardware_concurrency() > 1;
 
-    void LetOtherPass() noexcept {
+    void YieldToUrgent() noexcept {
         if (m_urgent.load(std::memory_order_relaxed) != 0) {
             AwaitUrgent();
         }

@@ -43,10 +43,10 @@ public:
     bool LockUntil(std::optional<Clock::time_point> end) noexcept;
 
     /// Whether the calling thread holds it in either way. A thread that holds more than
-    /// `mostKnownReads` different locks for reading may be told no for the others.
+    /// `maxTrackedReads` different locks for reading may be told no for the others.
     bool IsHeldByThisThread() const noexcept;
 
-    static constexpr std::size_t mostKnownReads = 4;
+    static constexpr std::size_t maxTrackedReads = 4;
 
     /// What different threads write lies two cache lines apart, as processors fetch them in pairs.
     static constexpr std::size_t separation = 128;

@@ -22,12 +22,12 @@ CVLSYS_API std::shared_ptr<std::string> MakeText(std::string_view units);
 CVLSYS_API std::shared_ptr<std::u16string> MakeText(std::u16string_view units);
 
 /// The longest text that is overwritten in place.
-inline constexpr std::size_t mostBytesToRewrite = 256;
+inline constexpr std::size_t maxRewritableBytes = 256;
 
 /// Whether a text comes from `MakeText` and is short enough to be overwritten: its characters are
 /// not constant, and only its owners refer to them.
-CVLSYS_API bool IsMadeToRewrite(const std::shared_ptr<const std::string>& text) noexcept;
-CVLSYS_API bool IsMadeToRewrite(const std::shared_ptr<const std::u16string>& text) noexcept;
+CVLSYS_API bool IsRewritable(const std::shared_ptr<const std::string>& text) noexcept;
+CVLSYS_API bool IsRewritable(const std::shared_ptr<const std::u16string>& text) noexcept;
 
 /// Makes `text` hold these units: in the memory that it has, if it suffices and nobody else holds
 /// it. The text must be null, live as long as the process or come from `MakeText`, which a build
@@ -36,8 +36,8 @@ template <class Unit>
 void Rewrite(std::shared_ptr<const std::basic_string<Unit>>& text,
              std::basic_string_view<Unit> units) {
     if (isRecycling && text.use_count() == 1 && units.size() <= text->capacity() &&
-        text->capacity() <= mostBytesToRewrite / sizeof(Unit)) {
-        assert(IsMadeToRewrite(text));
+        text->capacity() <= maxRewritableBytes / sizeof(Unit)) {
+        assert(IsRewritable(text));
         // What the last of the others did with the text happened before.
         std::atomic_thread_fence(std::memory_order_acquire);
         auto& own = const_cast<std::basic_string<Unit>&>(*text);
