@@ -76,9 +76,9 @@ public:
     /// when that returns. Throws `std::bad_alloc`, and then changes nothing.
     void SetSink(std::unique_ptr<IMetricsMonitorSink> sink);
 
-    /// Tells `listener` of each activity that ends from now on; null: nobody. Not owned: it must
-    /// live until the monitor is gone, or for good where it may be taken away while others trace.
-    /// Any thread may call it at any time.
+    /// Notifies `listener` of each activity that ends from now on; null: nobody. Not owned: it must
+    /// live as long as the monitor, or for ever if it may be replaced while others trace. Any
+    /// thread may call this at any time.
     void SetFinishedActivityListener(tarn::IFinishedActivityListener* listener) noexcept;
 
     /// With `enabled`, each log event also carries, in its activity table,
@@ -90,10 +90,10 @@ public:
     void SetAdditionalFields(bool enabled) noexcept;
 
     /// Defaults for each request: attributes, by their tokens ("user", "site", "sid"), and with
-    /// `givesIds` an id, which all of its lines carry. The
-    /// first call for a monitor counts; requests that have begun stay as they are. One thread at a
-    /// time, also while others trace.
-    void SetRequestDefaults(Metrics::NameValueList attributes, bool givesIds);
+    /// `assignIds` an id, which all of its lines carry. Only the first call for a monitor has an
+    /// effect; requests that have begun stay as they are. One thread at a time, also while others
+    /// trace.
+    void SetRequestDefaults(Metrics::NameValueList attributes, bool assignIds);
 
     /// Limits on what the monitor keeps, so that a mistake in the host does not take all memory.
     /// What exceeds them is left out and counted; the log reports the first case.
@@ -168,9 +168,9 @@ private:
     void KeepOpeningAttributes(ScopeState& state) const;
     void LogBegin(ScopeState& state);
     void LogEnd(ScopeState& state, const Metrics::EventView& event);
-    static void TellFinished(const ScopeState& state,
-                             const MetricsTimeInfo& end,
-                             tarn::IFinishedActivityListener& listener);
+    static void NotifyFinished(const ScopeState& state,
+                               const MetricsTimeInfo& end,
+                               tarn::IFinishedActivityListener& listener);
 
     // Attributes.
     void OnNameValue(const Metrics::EventView& event);
@@ -180,11 +180,11 @@ private:
     void OnAttributePairs(const Metrics::EventView& event);
     void HandleMappableContextAttributes(ContextInfo& context, const Metrics::NameValueList& pairs);
     static void AddContextAttributeLayer(ContextInfo& context, const Metrics::NameValueList& pairs);
-    template <class Gathered>
+    template <class Collected>
     [[gnu::visibility("hidden")]] void AddAttribute(ScopeState& state,
                                                     const tarn::MonitorName& name,
                                                     const Metrics::ValueView& value,
-                                                    Gathered& attributes);
+                                                    Collected& attributes);
     void AddOpeningAttribute(ScopeState& state,
                              const tarn::MonitorName& name,
                              const Metrics::ValueView& value);

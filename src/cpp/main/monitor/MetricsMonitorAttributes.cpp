@@ -50,11 +50,11 @@ bool IsQueryOfPlan(const TString& scopeName, const TString& attributeName) {
 
 }  // namespace
 
-template <class Gathered>
+template <class Collected>
 void MetricsMonitor::AddAttribute(ScopeState& state,
                                   const tarn::MonitorName& name,
                                   const ValueView& value,
-                                  Gathered& attributes) {
+                                  Collected& attributes) {
     switch (name.activityAttribute) {
         case tarn::ActivityAttributeName::ThreadId:
             state.threadId = static_cast<uint64>(tarn::IntegerOf(value));

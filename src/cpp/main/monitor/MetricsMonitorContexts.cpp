@@ -111,12 +111,12 @@ bool MetricsMonitor::IsRequestScope(const EventView& event) const {
     return m_records->names.Read(event.name).list == tarn::ListName::Request;
 }
 
-void MetricsMonitor::SetRequestDefaults(Metrics::NameValueList attributes, bool givesIds) {
+void MetricsMonitor::SetRequestDefaults(Metrics::NameValueList attributes, bool assignIds) {
     if (m_records->hasRequestDefaults.load(std::memory_order_acquire)) {
         return;
     }
     m_records->requestDefaults = std::move(attributes);
-    m_records->givesRequestIds = givesIds;
+    m_records->assignRequestIds = assignIds;
     m_records->hasRequestDefaults.store(true, std::memory_order_release);
 }
 
@@ -126,7 +126,7 @@ void MetricsMonitor::StartRequest(ContextInfo& context) {
         return;
     }
     AddAttributesToRequestContext(context, m_records->requestDefaults);
-    if (m_records->givesRequestIds) {
+    if (m_records->assignRequestIds) {
         context.request->attributes.Set(tarn::ContextAttributeName::RequestId,
                                         MetricsValue(TUUID::CreateUUID().ToString()));
     }

@@ -118,9 +118,9 @@ void MetricsMonitor::AddEndActivitySpecificNameValues(ScopeState& state,
     state.exclusive = state.elapsed - state.childrenTime;
 }
 
-void MetricsMonitor::TellFinished(const ScopeState& state,
-                                  const MetricsTimeInfo& end,
-                                  tarn::IFinishedActivityListener& listener) {
+void MetricsMonitor::NotifyFinished(const ScopeState& state,
+                                    const MetricsTimeInfo& end,
+                                    tarn::IFinishedActivityListener& listener) {
     using Outcome = tarn::FinishedActivity::Outcome;
     const tarn::TokenStrings& tokens = tarn::Tokens();
     Outcome outcome = Outcome::Failed;

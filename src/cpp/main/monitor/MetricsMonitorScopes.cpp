@@ -279,7 +279,7 @@ void MetricsMonitor::LogEnd(ScopeState& state, const EventView& event) {
         return;
     }
     if (auto* const listener = m_records->finishedListener.load(std::memory_order_acquire)) {
-        TellFinished(state, closeTime, *listener);
+        NotifyFinished(state, closeTime, *listener);
     }
     m_records->sink.Log(CreateEndLogEvent({state, closeTime}));
 }

@@ -54,7 +54,7 @@ struct MetricsMonitor::Records {
 
     /// What requests begin with. It does not change once it is published.
     Metrics::NameValueList requestDefaults;
-    bool givesRequestIds = false;
+    bool assignRequestIds = false;
     std::atomic<bool> hasRequestDefaults{false};
 
     tarn::Limit attributesPerScope{Limits().attributesPerScope,

@@ -86,7 +86,7 @@ struct __attribute__((visibility("hidden"))) MetricsMonitor::ScopeState {
     bool untrackedOrRequest = false;  ///< measures nothing itself
     MetricsTimeInfo openTime;
 
-    // Gathered for the next log event.
+    // Collected for the next log event.
     Attributes attributes;
     std::vector<Supplement> supplements;
 
