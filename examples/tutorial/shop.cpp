@@ -36,7 +36,7 @@ std::string AskStock(int port, const std::string& item, const std::string& user)
 }
 
 void Order(const httplib::Request& request, httplib::Response& response, int stockPort) {
-    const tarn::Scope serve(tutorial::SenderOf(request), "serve");
+    tarn::Scope serve(tutorial::SenderOf(request), "serve");
     const std::string item = request.get_param_value("item");
     tarn::Scope order("order", {{"item", item}});
     try {
@@ -46,6 +46,7 @@ void Order(const httplib::Request& request, httplib::Response& response, int sto
                              "text/plain");
     } catch (const std::exception& error) {
         order.FailException(error);
+        serve.Fail("500");
         response.status = 500;
         response.set_content(std::string(error.what()) + "\n", "text/plain");
     }

@@ -25,10 +25,11 @@ int Lookup(const std::string& item) {
 }
 
 void Stock(const httplib::Request& request, httplib::Response& response) {
-    const tarn::Scope serve(tutorial::SenderOf(request), "serve");
+    tarn::Scope serve(tutorial::SenderOf(request), "serve");
     try {
         response.set_content(std::to_string(Lookup(request.get_param_value("item"))), "text/plain");
     } catch (const std::exception& error) {
+        serve.Fail("404");
         response.status = 404;
         response.set_content(error.what(), "text/plain");
     }
