@@ -1,7 +1,7 @@
 #pragma once
 
-// What a monitoring system asks of a traced program. With TARN_DISABLE defined there is nothing to
-// tell.
+// Counters of a traced program for a monitoring system. With TARN_DISABLE defined the text is
+// empty.
 
 #include "tarn/Export.h"
 
@@ -27,11 +27,11 @@ inline std::string PrometheusText() {
 inline namespace enabled {
 
 /// What the process has counted, in the text format of Prometheus: an answer to GET /metrics.
-/// Bus and log count always; the activities by name and the library's own counters only while the
-/// session's option `counters` is on, so their families are missing otherwise. All figures of
-/// activities are of one moment. Any thread may call it at any time, without a session too; who
-/// traces meanwhile waits for a copy of the figures at most, which takes microseconds. A forked
-/// child goes on with what its parent had counted. Throws `std::bad_alloc`.
+/// Bus and log always count; activities by name and the library's own counters only while the
+/// session's option `counters` is on, so their families are missing otherwise. The figures of
+/// activities are a snapshot. Any thread may call it at any time, without a session too; threads
+/// that trace meanwhile wait at most for a copy of the figures, which takes microseconds. A forked
+/// child continues with its parent's counts. Throws `std::bad_alloc`.
 TARN_EXPORT std::string PrometheusText();
 
 }  // namespace enabled

@@ -1,8 +1,8 @@
 #pragma once
 
-// What the main function of a program makes so that its scopes are logged. It brings `tarn` as its
-// only global name, beside the class of a sink that it only names. With TARN_DISABLE defined a
-// session does nothing.
+// What a program's main function makes so that scopes are logged. Its only global names are `tarn`
+// and the class of a sink, which it only declares. With TARN_DISABLE defined a session does
+// nothing.
 
 #include "tarn/Export.h"
 
@@ -19,9 +19,9 @@ namespace tarn {
 
 /// How events get from the threads that trace to the log.
 enum class Delivery {
-    Synchronous,   ///< on the thread that traces: what is over is in the log
+    Synchronous,   ///< on the thread that traces: what has ended is in the log
     Asynchronous,  ///< on a thread of its own; a thread whose queue is full waits
-    Refusing,      ///< likewise; what finds no room is left out, counted, and nobody waits
+    Refusing,      ///< likewise; what finds no room is left out and counted; nobody waits
 };
 
 /// Which memory is counted. To count `new` and `delete`, link the program with `tarn::counted_new`.
@@ -57,13 +57,13 @@ struct KeepRules {
     std::chrono::microseconds waitingTime{60'000'000};  ///< by the times of the log's lines
 };
 
-/// What a session is to do. All of it has a default, and what the first table of
-/// docs/front-door.md lists can be changed without recompiling: variables of the environment win
-/// over the configuration file, which wins over what is set here.
+/// What a session does. Every option has a default. Those in the first table of docs/front-door.md
+/// can be changed without recompiling: environment variables override the configuration file, which
+/// overrides what is set here.
 struct SessionOptions {
     /// Where the log goes: the path of a file, "stderr", "stdout", or "off", which traces nothing:
-    /// each scope then costs what one costs whose name is off. Empty: the logger stays as it is,
-    /// which is standard error unless the program has chosen something else.
+    /// each scope then costs as much as one whose name is off. Empty: the logger stays as it is, by
+    /// default standard error.
     std::string log;
 
     /// A file that would grow beyond this is renamed, "a.log" to "a.1.log" and so on; 0: never.
@@ -82,7 +82,7 @@ struct SessionOptions {
     std::size_t queueBytes = std::size_t{256} << 10;  ///< of each thread that traces
     std::chrono::milliseconds exitDeadline{5000};  ///< how long the process's end waits for the log
 
-    /// For whom the work is done, in each line of all threads, unless a request says otherwise.
+    /// Whom the work is for, in each line of all threads, unless a request says otherwise.
     std::string user;
     std::string site;
     std::string sessionId;
@@ -101,7 +101,7 @@ struct SessionOptions {
     /// of the program name the activity that they were logged in.
     bool extras = false;
 
-    /// Which trees are written; all, unless it has a condition.
+    /// Which trees are written; all, unless there is a condition.
     KeepRules keep;
 
     /// Whether what ends is counted by its name, for `PrometheusText` (tarn/Prometheus.h), and how
@@ -151,11 +151,11 @@ inline namespace enabled {
 ///         ...
 ///     }
 ///
-/// Scopes on all threads should have ended before. Its end puts back which scopes are traced and
-/// measured; the log and the way of delivery stay. A wrong variable or line of the
-/// configuration file is ignored and reported in the log once; so is a log file that cannot be
-/// opened. Only the first of several sessions has an effect; the others say so in the log.
-/// A forked child goes on with the log; it does not read the configuration file again.
+/// Scopes on all threads should have ended before. Its end restores which scopes are traced and
+/// measured; the log and the delivery stay. A wrong variable or line of the configuration file is
+/// ignored and reported in the log once; so is a log file that cannot be opened. Only the first of
+/// several sessions has an effect; the others log that. A forked child continues the log; it does
+/// not read the configuration file again.
 class TARN_EXPORT Session {
 public:
     /// Throws `std::bad_alloc`.
@@ -165,7 +165,7 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// False for one that was made while there was another one.
+    /// False if another session existed when this one was made.
     bool IsFirst() const noexcept { return m_state != nullptr; }
 
     /// Gives further events to `sink`, or to the log if it is null. Any thread may call it at any

@@ -18,12 +18,12 @@ namespace tarn::otlp {
 ///     tarn::otlp::Exporter exporter;
 ///     session.GetMonitor().SetSink(exporter.MakeSink());
 ///
-/// Events are turned into spans where they are delivered, and sent on a thread of its own, which
+/// Events become spans where they are delivered, and are sent on the exporter's own thread, which
 /// blocks all signals. Threads that trace never wait for the network: what finds no room is
 /// dropped and counted. Any thread may call it. A forked child has a thread, a connection and
 /// statistics of its own, and sends nothing that its parent has in its queue.
 ///
-/// Make it in main, not as a static object: at the end of the process others clean up what it uses.
+/// Make it in main, not as a static object: at exit, others destroy what it uses.
 class TARN_OTLP_EXPORT Exporter {
 public:
     /// Throws `std::bad_alloc`.
@@ -45,8 +45,8 @@ public:
     /// that takes longer than `deadline`. It does not shorten the waits between tries.
     bool Flush(std::chrono::milliseconds deadline) noexcept;
 
-    /// The same, and ends the sending thread. What is not sent by then is dropped and counted, and
-    /// so is what comes later. False if that was something.
+    /// The same, and ends the sending thread. What is not sent by then, or comes later, is dropped
+    /// and counted. Returns whether nothing was dropped.
     bool Shutdown(std::chrono::milliseconds deadline) noexcept;
 
     Statistics GetStatistics() const noexcept;

@@ -24,11 +24,11 @@ struct OpenActivityInfo {
 struct Options {
     using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-    /// The whole one, "http" or "https".
+    /// The complete URL, "http" or "https".
     std::string url = "http://localhost:4318/v1/traces";
     Encoding encoding = Encoding::Protobuf;
     bool gzip = false;  ///< whether requests are compressed
-    Pairs headers;      ///< of each request, as those that prove who sends it
+    Pairs headers;      ///< of each request, for example for authentication
 
     /// Of one request, from connecting to the whole answer.
     std::chrono::milliseconds timeout{10'000};
@@ -55,13 +55,13 @@ struct Options {
     /// end says.
     std::size_t openBytes = std::size_t{32} << 20;
 
-    // A request that may be sent again is: after a time that doubles each time and is, at random,
-    // up to a half shorter; not before the receiver wishes it.
+    // Requests are retried if that can help: after a delay that doubles each time and is randomly
+    // up to a half shorter, and not before the receiver allows it.
     std::chrono::milliseconds firstBackOff{1'000};
     std::chrono::milliseconds longestBackOff{30'000};
     std::chrono::milliseconds retryFor{300'000};  ///< then its spans are dropped; 0: never
 
-    /// What the end of the exporter waits for.
+    /// How long the exporter's end waits.
     std::chrono::milliseconds endDeadline{5'000};
 
     /// How often activities are listed that have been open for that long; 0: never. They go to
@@ -69,8 +69,8 @@ struct Options {
     std::chrono::milliseconds openInterval{0};
     std::function<void(const std::vector<OpenActivityInfo>&)> onOpen;
 
-    /// Hears, once a minute at most, what was lost and why. Called on a thread of the exporter;
-    /// what it throws is dropped. Without one it is a warning in the log.
+    /// Is told, at most once a minute, what was lost and why. Called on a thread of the exporter;
+    /// its exceptions are ignored. If empty, a warning is logged.
     std::function<void(const std::string&)> onProblem;
 
     bool isEnabled = true;  ///< if not, nothing is sent and no thread is started
@@ -78,9 +78,8 @@ struct Options {
 
 /// The options as the environment sets them: `OTEL_EXPORTER_OTLP_*` and its `_TRACES_` variants,
 /// `OTEL_SERVICE_NAME`, `OTEL_RESOURCE_ATTRIBUTES`, `OTEL_BSP_*`, `OTEL_SDK_DISABLED`. What is not
-/// set, or is empty, stays as it is in `defaults`; so does what cannot be understood, about which
-/// `problems`, if it is there, gets a sentence. To be called before other threads set the
-/// environment.
+/// set, or is empty, stays as in `defaults`; so does what cannot be parsed, for which `problems`,
+/// unless null, gets a sentence. Call it before other threads set the environment.
 TARN_OTLP_EXPORT Options OptionsFromEnvironment(Options defaults = {},
                                                 std::vector<std::string>* problems = nullptr);
 

@@ -11,30 +11,29 @@
 
 namespace tarn {
 
-/// Work that leaves its thread takes this along: the activity that it belongs to, and a metrics
-/// context by which the log knows its sponsor, its request and its user. Make it where the work is
-/// handed over, keep it in the work, and begin a `Run` where the work is done:
+/// What work needs on another thread: the activity that it belongs to, and a metrics context from
+/// which the log knows its sponsor, its request and its user. Make it where the work is handed
+/// over, store it with the work, and begin a `Run` where the work runs:
 ///
 ///     pool.Submit([handOver = tarn::ActivityHandOver()] {
 ///         tarn::ActivityHandOver::Run run(handOver, "work", {{"piece", 1}});
 ///         ...
 ///     });
 ///
-/// Work may run any number of times, on any threads and at once; each run is an activity of its
-/// own. Copies share what is held, and the last one frees it: work that never runs leaves nothing
+/// Work may run any number of times, on any threads and at once; each run is a separate activity.
+/// Copies share their state, and the last one frees it: work that never runs leaves nothing
 /// behind. Any thread may copy, run and destroy one. Making one throws `std::bad_alloc` when memory
 /// runs out.
 class TARN_EXPORT ActivityHandOver {
 public:
-    /// Captures the calling thread's current activity. Where none is current, each run begins a
-    /// tree of its own; so do runs of a hand-over that was moved from.
+    /// Captures the calling thread's current activity. If none is current, each run begins its own
+    /// tree; so do runs of a hand-over that was moved from.
     ActivityHandOver();
 
     /// Work that another process has handed over; `sender` is the activity there. Each run is a
-    /// child of it, in a request of its own, whatever is current on the thread. Without a sender
-    /// each run begins a tree. `request` says for whom and what for that is, by the tokens of the
-    /// attributes of requests ("user", "req-desc"), from the first line on. Throws
-    /// `std::bad_alloc`.
+    /// child of it, as a separate request, whatever is current on the thread. Without a sender each
+    /// run begins a tree. `request` sets whom and what that is for, by the tokens of request
+    /// attributes ("user", "req-desc"), from the first line on. Throws `std::bad_alloc`.
     static ActivityHandOver FromElsewhere(std::shared_ptr<ActivityContext> sender,
                                           Metrics::NameValueList request = {});
 
@@ -93,9 +92,9 @@ private:
 };
 
 /// While one exists, what begins on the calling thread belongs to the activity that was handed
-/// over, without an activity for this stay itself. It belongs to the thread that made it, and may
-/// end in any order with others and with scopes. Scopes that began within it should have ended
-/// before it does; the ends of others are lost.
+/// over; the stay itself is not an activity. It belongs to the thread that made it, and may end in
+/// any order with others and with scopes. Scopes that began within it should end before it does;
+/// otherwise their ends are lost.
 class TARN_EXPORT ActivityHandOver::Continuation {
 public:
     /// Throws `std::bad_alloc`.

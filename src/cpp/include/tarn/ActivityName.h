@@ -16,18 +16,18 @@ inline bool IsKnownToBeOff(const abi::tarn_site& site) noexcept {
 
 }  // namespace detail
 
-/// A name of activities, at the place in a program where they begin, that remembers whether it is
+/// A name of activities, at the place in a program where they begin, that caches whether it is
 /// switched off:
 ///
 ///     static constinit tarn::ActivityName query{"query"};
 ///     const tarn::Scope scope(query, {{"table", table}});
 ///
-/// As long as the set of names that are off (`TarnSettings::SetOffs`) stays as it is, a scope finds
-/// that out by two loads, and takes no lock. Make one for each place, and keep it: any number of
-/// threads may use it at a time. It means no more than its text does.
+/// As long as the set of names that are off (`TarnSettings::SetOffs`) does not change, a scope
+/// checks this by two loads, without a lock. Make one for each place, and keep it: any number of
+/// threads may use it at a time. Names with the same text are the same name.
 class ActivityName {
 public:
-    /// The text is UTF-8 and lent for as long as the object is used; null is the empty name.
+    /// The text is UTF-8 and must outlive the object; null is the empty name.
     constexpr explicit ActivityName(const char* text) noexcept
         : m_text(text != nullptr ? text : "") {}
 

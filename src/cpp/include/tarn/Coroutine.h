@@ -1,7 +1,7 @@
 #pragma once
 
-// Coroutines of C++20 that go on on other threads. What is current where a coroutine is made is
-// current wherever it runs, once its promise has a base more:
+// Coroutines of C++20 that continue on other threads. What is current where a coroutine is created
+// is current wherever it runs, if its promise has one more base class:
 //
 //     struct promise_type : tarn::TracedPromise {
 //         auto initial_suspend() { return OnStart(std::suspend_always()); }
@@ -9,7 +9,7 @@
 //         ...
 //     };
 //
-// and within it an activity that ends with its block, on whatever thread:
+// An activity within it ends with its block, on any thread:
 //
 //     Task Load(Pool& pool, std::string path) {
 //         auto load = co_await tarn::Begin("load", "path", path);
@@ -17,7 +17,7 @@
 //         load.Add("lines", Read(path));
 //     }
 //
-// Between two suspensions scopes are as usual; they must not be open while the coroutine is
+// Between two suspensions scopes work as usual; none may be open while the coroutine is
 // suspended. In coroutines whose promise cannot be changed, `Await` takes an activity off the
 // thread and resumes it where the coroutine goes on.
 
@@ -160,9 +160,8 @@ BeginActivity<sizeof...(Pairs) / 2> Begin(Name name, const Pairs&... pairs) {
     (std::make_index_sequence<sizeof...(Pairs) / 2>(), std::tie(pairs...));
 }
 
-/// An activity of a coroutine, which is current on whatever thread the coroutine runs on, and ends
-/// with its block. Ending it early is possible, resuming and suspending it is not its user's
-/// business.
+/// An activity of a coroutine, which is current on whichever thread the coroutine runs on, and ends
+/// with its block. It may be ended early; do not resume or suspend it.
 class CoroutineActivity : public Activity {
 public:
     inline CoroutineActivity(TracedPromise& promise, Name name, Attributes attributes) noexcept;
@@ -180,15 +179,15 @@ private:
     CoroutineActivity* m_below = nullptr;  ///< the one around it
 };
 
-/// A base of promises: see the head of this file. What was current where the coroutine was made is
-/// current where its body runs, with the activities that it has begun. The coroutine may run on any
-/// threads, one at a time.
+/// A base of promises: see the head of this file. What was current where the coroutine was created
+/// is current where its body runs, with the activities that it has begun. The coroutine may run on
+/// any threads, one at a time.
 class TracedPromise {
 public:
     TracedPromise(const TracedPromise&) = delete;
     TracedPromise& operator=(const TracedPromise&) = delete;
 
-    /// A promise with a function of this name of its own wraps what that returns in `OnAwait`.
+    /// A promise that has its own `await_transform` wraps the result of that in `OnAwait`.
     template <class Awaitable>
     auto await_transform(Awaitable&& awaitable) {
         return OnAwait(static_cast<Awaitable&&>(awaitable));
@@ -212,8 +211,8 @@ public:
         return Awaiter{*this, begin};
     }
 
-    /// Puts on the calling thread, or takes off it, what belongs to the coroutine. For awaiters
-    /// that are not given to `co_await`.
+    /// Puts the coroutine's activities on the calling thread, or takes them off. For awaiters that
+    /// are not passed to `co_await`.
     void Resume() noexcept {
         m_context.Resume();
         ResumeFrom(m_top);
@@ -259,7 +258,7 @@ private:
         }
     }
 
-    // Says nothing of itself: it is what was current where the coroutine was made.
+    // Not logged itself: it is what was current where the coroutine was created.
     Activity m_context{Handoff(), "coroutine", TraceType::Transparent};
     CoroutineActivity* m_top = nullptr;
 };
@@ -293,8 +292,8 @@ inline CoroutineActivity::~CoroutineActivity() {
     }
 }
 
-/// For coroutines of any kind: awaits something while the activity, which is resumed, is taken off
-/// the thread. It is resumed again where the coroutine goes on.
+/// For coroutines of any kind: takes a resumed activity off the thread while something is awaited,
+/// and resumes it where the coroutine continues.
 ///
 ///     co_await tarn::Await(activity, pool.GoOn());
 template <class Awaitable>
@@ -302,7 +301,7 @@ detail::TracedAwaiter<Activity, Awaitable> Await(Activity& activity, Awaitable&&
     return {activity, static_cast<Awaitable&&>(awaitable)};
 }
 
-/// The same where an awaitable has to stay what it is, as in the coroutines of Boost.Asio. The
+/// The same where the type of the awaitable must be kept, as in the coroutines of Boost.Asio. The
 /// awaitable begins when it is awaited; its type is a template whose first argument is the type of
 /// the result.
 ///

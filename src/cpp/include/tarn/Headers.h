@@ -1,16 +1,16 @@
 #pragma once
 
-// Requests to other processes and from them. An activity goes on in the process that receives the
+// Requests to and from other processes. An activity continues in the process that receives the
 // headers, under the same root and with the sender as its caller:
 //
 //     tarn::Inject(request.headers);                                   // the client
 //     const tarn::Scope serve(tarn::Extract(request.headers), "serve");  // the server
 //
-// The server may say for whom and what for the request is, in each of its lines:
+// The server may set whom and what the request is for, in each of its lines:
 //
 //     tarn::Extract(request.headers, {{"user", user}, {"req-desc", request.path}})
 //
-// Headers are whatever holds them: a map, a multimap or a row of names and values (cpp-httplib's
+// Headers may be a map, a multimap or a sequence of names and values (cpp-httplib's
 // `headers` and `Request` among them), the metadata of gRPC, or a function.
 
 #include "tarn/Export.h"
@@ -190,11 +190,11 @@ public:
     }
 };
 
-/// Writes the headers by which the receiver of a request knows the current activity of the thread,
-/// in the place of those of the same names: `corvala-trace-id`, `corvala-extra-depth` and
-/// `corvala-caller-id`, and for other systems `traceparent` and `tracestate` of the W3C. None if
-/// nothing is current. A function gets name and value of each as `std::string_view`. What setting a
-/// header throws leaves the rest out.
+/// Writes headers that tell the receiver of a request the thread's current activity, and replaces
+/// those of the same names: `corvala-trace-id`, `corvala-extra-depth` and `corvala-caller-id`, and
+/// for other systems the W3C's `traceparent` and `tracestate`. None if nothing is current. A
+/// function gets name and value of each as `std::string_view`. If setting a header throws, the rest
+/// is left out.
 template <class Headers>
 void Inject(Headers&& headers) noexcept {
     using Target = std::remove_reference_t<Headers>;
@@ -210,13 +210,12 @@ void Inject(Headers&& headers) noexcept {
 /// on. Any thread may call it; it affects later calls of `Extract`.
 TARN_EXPORT void SetSampledAttributeEnabled(bool enabled) noexcept;
 
-/// Who has sent a request: a scope or an activity that is made with the result goes on with the
-/// sender's tree, in a request of its own. Without headers, and with wrong ones, which are counted
-/// (`ActivityTracer::GetRefusedHeaders`), it begins a tree. This system's headers count before
-/// those of the W3C, of which version 00 is read. A function gets a name, and returns the value or
-/// an empty text. `request` says for whom and what for the request is, in each of its lines:
-/// "user", "req-desc" (a description), "rid" (an id), "sid" (a session), "site"; other names are
-/// left out.
+/// Reads who sent a request: a scope or an activity begun with the result continues the sender's
+/// tree, as a separate request. Without headers, and with wrong ones, which are counted
+/// (`ActivityTracer::GetRefusedHeaders`), it begins a tree. This system's headers take precedence
+/// over the W3C's, of which version 00 is read. A function gets a name, and returns the value or an
+/// empty text. `request` sets whom and what the request is for, in each of its lines: "user",
+/// "req-desc" (a description), "rid" (an id), "sid" (a session), "site"; other names are left out.
 template <class Headers>
 Handoff Extract(const Headers& headers, Attributes request = {}) noexcept {
     return Sender::Of(headers, request);

@@ -18,7 +18,7 @@
 
 namespace tarn {
 
-/// The name of a piece of work, lent. It ends with a NUL, or is copied where it is needed.
+/// The name of a piece of work, borrowed. It ends with a NUL, or is copied where necessary.
 class Name {
 public:
     // NOLINTBEGIN(google-explicit-constructor): texts stand for names
@@ -47,7 +47,7 @@ private:
     std::size_t m_length = TARN_TO_NUL;
 };
 
-/// `tarn::ContextAttributes({{"user", user}})`: of all that happens until a scope ends.
+/// `tarn::ContextAttributes({{"user", user}})`: of everything until a scope ends.
 struct ContextAttributes {
     explicit ContextAttributes(Attributes list) noexcept : attributes(list) {}
 
@@ -56,7 +56,7 @@ struct ContextAttributes {
 
 namespace detail {
 
-/// Attributes from names and values in turn, lent.
+/// Attributes from alternating names and values, borrowed.
 template <class... Pairs>
 struct Row {
     static_assert(sizeof...(Pairs) % 2 == 0,
@@ -79,7 +79,7 @@ struct Row {
     abi::tarn_attribute first[count + 1];  // no array is empty in C++
 };
 
-// What a wrapped handler is asked for, if the handler itself has it.
+// What a wrapped handler is associated with, if the handler itself is.
 
 template <class Derived, class Function, class = void>
 class WithExecutor {};
@@ -224,15 +224,15 @@ private:
     }
 };
 
-/// What is current where work is handed over. Make one there, keep it in the work, and begin a
-/// scope or an activity with it where the work is done:
+/// Captures what is current where work is handed over. Make one there, store it with the work, and
+/// begin a scope or an activity with it where the work runs:
 ///
 ///     pool.Submit([from = tarn::Handoff()] {
 ///         const tarn::Scope scope(from, "work");
 ///     });
 ///
-/// Each run is a separate activity; work that never runs leaves nothing behind. Copies share what
-/// is held. Any number of threads may use one at once.
+/// Each run is a separate activity; work that never runs leaves nothing behind. Copies share their
+/// state. Any number of threads may use one at once.
 class Handoff {
 public:
     /// Captures what is current on the calling thread.
@@ -288,7 +288,7 @@ public:
         Open(name, traits, {}, nullptr, attributes);
     }
 
-    /// With a name that remembers whether it is off: a scope that is costs hardly more than asking.
+    /// With a name that caches whether it is off: a scope that is off costs little more than that.
     explicit Scope(const ActivityName& name, Attributes attributes = {}) noexcept {
         OpenAt(name, nullptr, attributes);
     }
@@ -430,7 +430,7 @@ private:
 /// log warns of it, once for each name.
 class Activity : public WorkOperations<Activity> {
 public:
-    /// An empty activity, as one that was moved from: operations on it do nothing.
+    /// An empty activity, like one that was moved from: operations on it do nothing.
     Activity() noexcept = default;
 
     explicit Activity(Name name, Attributes attributes = {}) noexcept
@@ -439,7 +439,7 @@ public:
     Activity(Name name, Traits traits, Attributes attributes = {}) noexcept
         : Activity(name, traits, nullptr, attributes) {}
 
-    /// Continues the activity that handed over, to which belongs what begins in a transparent one.
+    /// Continues the activity that handed over; children of a transparent one belong to that.
     Activity(const Handoff& from, Name name, Attributes attributes = {}) noexcept
         : Activity(name, Traits(), from.m_handoff, attributes) {}
 
@@ -469,12 +469,12 @@ public:
     /// Takes the activity off the calling thread. Scopes that began there should have ended.
     void Suspend() noexcept { abi::tarn_activity_suspend(m_work); }
 
-    /// Begins an activity within this one, on whatever thread.
+    /// Begins an activity within this one, on any thread.
     Activity Child(Name name, Attributes attributes = {}) noexcept {
         return Activity(GetHandoff(), name, attributes);
     }
 
-    /// For scopes and activities within this one, on whatever threads.
+    /// For scopes and activities within this one, on any threads.
     Handoff GetHandoff() noexcept { return Handoff(m_work, ""); }
 
 private:
@@ -501,7 +501,7 @@ private:
     abi::tarn_work* m_work = nullptr;
 };
 
-/// While one exists, an activity is current on the calling thread, though it is moved or ended.
+/// While one exists, an activity is current on the calling thread, even if moved or ended.
 class Resumed {
 public:
     explicit Resumed(Activity& activity) noexcept : m_work(activity.m_work) {
@@ -566,10 +566,10 @@ private:
     Function m_function;
 };
 
-/// Takes what is current along with a function that runs elsewhere or later: on a pool, by
-/// `std::async`, in a timer. Each run is a scope with this name, under what was current here, and
-/// an exception that leaves it is logged with type and text. A function that never runs leaves
-/// nothing.
+/// Binds a function that runs elsewhere or later (on a pool, by `std::async`, in a timer) to what
+/// is current here. Each run is a scope with this name, under what was current, and an exception
+/// that leaves it is logged with type and text. A function that never runs leaves nothing
+/// behind.
 ///
 ///     auto answer = std::async(tarn::Wrap("compute", [] { return 42; }));
 template <class Function>
@@ -593,7 +593,7 @@ private:
     abi::tarn_work* m_work;
 };
 
-/// The innermost work of this thread that is on. Use it at once: `tarn::Current().Add("n", n)`.
+/// The thread's innermost work that is not off. Use it at once: `tarn::Current().Add("n", n)`.
 inline CurrentWork Current() noexcept {
     return {};
 }
@@ -604,9 +604,9 @@ inline CurrentWork Current() noexcept {
 #define TARN_CONCATENATED(a, b) a##b
 #define TARN_LOCAL_NAME(a, b) TARN_CONCATENATED(a, b)
 
-/// A scope until the end of the block: TARN_SCOPE("load", "path", path). `tarn::Current()` is it. A
-/// place remembers whether its literal is off; an array of constant characters counts as one, and
-/// must always hold the same.
+/// A scope until the end of the block: TARN_SCOPE("load", "path", path). `tarn::Current()` is it.
+/// Each place caches whether its literal is off; an array of constant characters counts as a
+/// literal, and must never change.
 #define TARN_SCOPE(...)                                     \
     ::tarn::Scope TARN_LOCAL_NAME(tarnScope, __COUNTER__) { \
         TARN_SITE(), __VA_ARGS__                            \
@@ -618,7 +618,7 @@ inline CurrentWork Current() noexcept {
         TARN_SITE(), __func__, __VA_ARGS__                  \
     }
 
-/// What this place remembers: one object for each place that the macro is written at.
+/// What this place caches: one object for each place where the macro is written.
 #define TARN_SITE()                                 \
     ([]() noexcept -> ::tarn::abi::tarn_site& {     \
         static ::tarn::abi::tarn_site tarnThisSite; \

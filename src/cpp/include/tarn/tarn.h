@@ -9,9 +9,9 @@
        ...
        tarn_scope_close(&scope);
 
-   Texts are UTF-8. All that is given to a function is used during the call only. No function fails:
-   when memory runs out, what could not be said is missing in the log. A null pointer for work, a
-   hand-over, a list or a text is nothing, and what is done to it has no effect. */
+   Texts are UTF-8. Arguments are used during the call only. No function fails: when memory runs
+   out, the log is incomplete. A null pointer for work, a hand-over, a list or a text is allowed,
+   and operations on it have no effect. */
 
 #include "tarn/Export.h"
 #include "tarn/site.h"
@@ -44,7 +44,7 @@ enum {
     TARN_BOOLEAN = 3,   /* value.integer is not 0 */
     TARN_TEXT = 4,      /* value.text, of more.length bytes */
     TARN_CHARACTER = 5, /* value.natural is a code point of Unicode; logged as text */
-    TARN_CONVERTED = 6  /* a text that more.convert makes of value.object, if somebody wants it */
+    TARN_CONVERTED = 6  /* a text that more.convert makes of value.object, if it is needed */
 };
 
 typedef struct tarn_receiver tarn_receiver;
@@ -52,7 +52,7 @@ typedef struct tarn_receiver tarn_receiver;
 /* Calls tarn_receive with the text of `object`, at most once. Must not throw. */
 typedef void (*tarn_convert)(const void* object, tarn_receiver* receiver);
 
-/* A name and a value, lent. */
+/* A name and a value, borrowed. */
 typedef struct tarn_attribute {
     const char* key;
     size_t key_length;
@@ -86,22 +86,22 @@ typedef struct tarn_work {
 
 /* A piece of work on one thread, from open to close. The thread that opened it closes it, and
    scopes are closed in the reverse order of their openings; otherwise the process ends, and a line
-   on standard error says why. It stays where it is. */
+   on standard error says why. It must not be moved. */
 typedef struct tarn_scope {
     tarn_work work; /* for the functions below */
     uint64_t room[95];
 } tarn_scope;
 
-/* Who started the work, to take along to another thread. */
+/* What is current where work is handed over, for use on another thread. */
 typedef struct tarn_handoff tarn_handoff;
 
-/* How work is traced; what is zero is as usual. */
+/* How work is traced; zero is the default. */
 typedef struct tarn_options {
     size_t size;                   /* sizeof(tarn_options) */
     uint64_t flags;                /* further bits of the metrics scope */
     int32_t type;                  /* 0, 1 transparent: not logged, 2 not measured */
     int32_t rank;                  /* the larger, the sooner it is switched off */
-    const tarn_attribute* context; /* attributes of all that happens meanwhile */
+    const tarn_attribute* context; /* attributes of everything within */
     size_t context_count;
     const tarn_handoff* from; /* continues there, not under the thread's current work */
 } tarn_options;
@@ -114,7 +114,7 @@ TARN_EXPORT void tarn_scope_open(tarn_scope* scope,
                                  const tarn_attribute* attributes,
                                  size_t count) TARN_NOTHROW;
 
-/* The same at a place that remembers whether the name is off, which it then is without a search:
+/* The same at a place that caches whether the name is off, so that nothing is searched then:
 
        static tarn_site site;
        tarn_scope_open_at(&scope, &site, "load", TARN_TO_NUL, NULL, NULL, 0); */
@@ -138,13 +138,13 @@ TARN_EXPORT tarn_work* tarn_activity_begin(const char* name,
                                            const tarn_attribute* attributes,
                                            size_t count) TARN_NOTHROW;
 
-/* Ends the activity. It is good for nothing then but to be released. */
+/* Ends the activity. Afterwards it can only be released. */
 TARN_EXPORT void tarn_activity_end(tarn_work* activity) TARN_NOTHROW;
 
-/* One more owner. */
+/* Adds an owner. */
 TARN_EXPORT void tarn_activity_retain(tarn_work* activity) TARN_NOTHROW;
 
-/* One owner less; the last one frees the activity, and ends it first if it has not ended. */
+/* Removes an owner; the last one frees the activity, and ends it first if it has not ended. */
 TARN_EXPORT void tarn_activity_release(tarn_work* activity) TARN_NOTHROW;
 
 /* Makes the activity current on the calling thread: what begins there belongs to it. */
@@ -153,8 +153,8 @@ TARN_EXPORT void tarn_activity_resume(tarn_work* activity) TARN_NOTHROW;
 /* Takes the activity off the calling thread. */
 TARN_EXPORT void tarn_activity_suspend(tarn_work* activity) TARN_NOTHROW;
 
-/* The innermost scope or resumed activity of the calling thread, lent until it ends; null when
-   there is none, and for one that is switched off. */
+/* The innermost scope or resumed activity of the calling thread, borrowed until it ends; null if
+   there is none, or if it is switched off. */
 TARN_EXPORT tarn_work* tarn_current(void) TARN_NOTHROW;
 
 /* Attributes, which are in the end event. */
@@ -167,7 +167,7 @@ TARN_EXPORT void tarn_log(tarn_work* work,
                           const tarn_attribute* attributes,
                           size_t count) TARN_NOTHROW;
 
-/* Attributes of all that happens on the thread until the work ends. Of scopes only. */
+/* Attributes of everything on the thread until the work ends. Of scopes only. */
 TARN_EXPORT void tarn_add_context(tarn_work* work,
                                   const tarn_attribute* attributes,
                                   size_t count) TARN_NOTHROW;
@@ -204,20 +204,20 @@ TARN_EXPORT tarn_handoff* tarn_handoff_take(tarn_work* activity,
                                             const char* name,
                                             size_t name_length) TARN_NOTHROW;
 
-/* One more owner, one less; the last one frees it. */
+/* Adds and removes an owner; the last one frees it. */
 TARN_EXPORT void tarn_handoff_retain(tarn_handoff* handoff) TARN_NOTHROW;
 TARN_EXPORT void tarn_handoff_release(tarn_handoff* handoff) TARN_NOTHROW;
 
 /* ---- Requests to other processes and from them */
 
-/* Takes one header of a request; the texts are lent, and the name ends with a NUL. */
+/* Takes one header of a request; the texts are borrowed, and the name ends with a NUL. */
 typedef void (*tarn_set_header)(void* target,
                                 const char* name,
                                 const char* value,
                                 size_t value_length);
 
-/* Hands `set` the headers by which the receiver of a request knows the current activity of the
-   thread: those of this library, and `traceparent` and `tracestate`. None if nothing is current. */
+/* Passes `set` the headers that tell the receiver of a request the thread's current activity: this
+   library's, and `traceparent` and `tracestate`. None if nothing is current. */
 TARN_EXPORT void tarn_inject(tarn_set_header set, void* target) TARN_NOTHROW;
 
 typedef struct tarn_header_values tarn_header_values;
@@ -230,15 +230,15 @@ TARN_EXPORT void tarn_header_value(tarn_header_values* values,
                                    const char* value,
                                    size_t length) TARN_NOTHROW;
 
-/* Who has sent a request, as work that was handed over: it goes on under the activity that the
-   headers name, in a request of its own. Headers that are wrong or missing make each run begin a
+/* Who sent a request, as work that was handed over: it continues under the activity that the
+   headers name, as a separate request. If headers are wrong or missing, each run begins a
    tree. The name is for runs that have none; the caller owns the result, as above. */
 TARN_EXPORT tarn_handoff* tarn_extract(tarn_get_header get,
                                        const void* source,
                                        const char* name,
                                        size_t name_length) TARN_NOTHROW;
 
-/* As tarn_extract, and says for whom and what for the request is, in each of its lines: "user",
+/* As tarn_extract, and sets whom and what the request is for, in each of its lines: "user",
    "req-desc" (a description), "rid" (an id), "sid" (a session), "site". Other names are left
    out. */
 TARN_EXPORT tarn_handoff* tarn_extract_request(tarn_get_header get,
@@ -282,7 +282,7 @@ static inline tarn_attribute tarn_text(const char* key, const char* value) {
     return attribute;
 }
 
-/* Attributes in a row, where a function takes a list and its length. */
+/* A list of attributes, where a function takes a list and its length. */
 #define TARN_LIST(...)                     \
     (const tarn_attribute[]){__VA_ARGS__}, \
         sizeof((const tarn_attribute[]){__VA_ARGS__}) / sizeof(tarn_attribute)

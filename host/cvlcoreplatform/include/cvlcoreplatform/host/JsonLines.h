@@ -39,21 +39,21 @@ struct LogFileLimits {
     uint64 maxBytes = uint64{64} << 20;  ///< a line that goes beyond begins a new file; 0: never
     std::size_t maxFiles = 8;            ///< how many full files are kept beside the current one
 
-    /// If not, a path whose last part is a symbolic link is refused, with `ELOOP`. For folders in
-    /// which others may make files.
+    /// If false, a path whose last part is a symbolic link is refused, with `ELOOP`. For folders in
+    /// which others may create files.
     bool followSymlinks = true;
 
     /// Of new files, less what the process's `umask` takes away.
     uint32 mode = 0640;
 
     /// Lines go into a journal first, the file "a.log.<pid>.journal", which is mapped into the
-    /// process: a line costs no system call, and is safe from the end of the process, a kill
-    /// included, as soon as it is logged. The log gets blocks of lines, some milliseconds late.
-    /// What a killed process left in its journal goes into the log when the next process opens it,
-    /// with a journal or without; until then `tarnview` reads both. Where no journal can be made,
-    /// because the file system has no locks or no room, lines are written one by one, which is said
-    /// once on the standard error stream. Nobody may make the journal shorter while the process
-    /// lives: the kernel would end it.
+    /// process: a line costs no system call, and survives the end of the process, a kill included,
+    /// as soon as it is logged. The log receives blocks of lines, some milliseconds later. What a
+    /// killed process left in its journal goes into the log when the next process opens it, with a
+    /// journal or without; until then `tarnview` reads both. If no journal can be made, because the
+    /// file system has no locks or no room, lines are written one by one, which is reported once on
+    /// the standard error stream. Do not truncate the journal of a running process: the kernel
+    /// would kill it.
     bool useJournal = false;
 };
 
