@@ -36,13 +36,13 @@ HttpAnswer AnswerFailure(RequestScope& scope, const std::exception_ptr& exceptio
         scope.Cancel("deadline", problem.what());
         return MakeError(504, "deadline", problem.what());
     } catch (const sqlite::SqliteError& problem) {
-        scope.Fail(exception);
+        scope.FailCurrentException();
         scope.Add(attribute::sqliteCode, std::to_string(problem.Code()));
         return problem.IsLocked()
                    ? MakeError(503, "database-locked", "the database is locked; try again")
                    : MakeError(500, "database", "the database cannot be read");
     } catch (...) {
-        scope.Fail(exception);
+        scope.FailCurrentException();
         return MakeError(500, "internal", "the request failed");
     }
 }

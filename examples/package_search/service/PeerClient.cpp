@@ -1,13 +1,12 @@
 #include "PeerClient.h"
 
 #include "ActivityNames.h"
-#include "HttpCarrier.h"
 #include "HttpFailure.h"
 #include "RequestParameters.h"
 #include "SlowStep.h"
 
 #include "tarn/ActivityScope.h"
-#include "tarn/ActivityTracer.h"
+#include "tarn/Headers.h"
 
 #include <algorithm>
 #include <charconv>
@@ -85,8 +84,7 @@ httplib::Result PeerClient::Get(const std::string& path,
                                 const Deadline& deadline,
                                 std::string& body) const {
     httplib::Headers headers;
-    HttpCarrier carrier(headers);
-    tarn::ActivityTracer::injectContext(carrier);
+    tarn::Inject(headers);
     const auto tell = [&headers](const char* name, const std::string& value) {
         if (!value.empty()) {
             headers.emplace(name, value);

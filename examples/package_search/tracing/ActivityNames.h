@@ -49,7 +49,6 @@ inline constexpr const char* reason = "reason";
 inline constexpr const char* message = "msg";
 inline constexpr const char* status = "status";
 inline constexpr const char* sqliteCode = "sqlite-code";
-inline constexpr const char* ignoredHeaders = "ignored-headers";
 inline constexpr const char* peer = "peer";
 
 }  // namespace packagesearch::attribute

@@ -2,12 +2,10 @@
 
 #include "ActivityNames.h"
 #include "PlainText.h"
-#include "TracingHeaders.h"
 
-#include "tarn/ActivityTracer.h"
-#include "tarn/ExceptionParser.h"
+#include "tarn/Headers.h"
 
-#include <utility>
+#include <cstddef>
 
 namespace packagesearch {
 
@@ -40,41 +38,27 @@ RequestAttributes ReadAttributes(const httplib::Request& request, const std::str
     return attributes;
 }
 
+tarn::Handoff ReadSender(const httplib::Request& request, const RequestAttributes& attributes) {
+    return tarn::Extract(request,
+                         {{"rid", attributes.requestId},
+                          {"user", attributes.user},
+                          {"site", attributes.site},
+                          {"sid", attributes.sessionId},
+                          {"req-desc", attributes.description}});
+}
+
 }  // namespace
 
 RequestScope::RequestScope(const httplib::Request& request, const std::string& site)
-    : RequestScope(ReadAttributes(request, site), ReadTracingHeaders(request.headers)) {}
-
-RequestScope::RequestScope(RequestAttributes attributes, const ReceivedContext& received)
-    : m_attributes(std::move(attributes)),
-      m_context(m_attributes),
-      m_activity(activity::httpRequest, {}, received.attributes) {
-    if (!received.problem.empty()) {
-        Add(attribute::ignoredHeaders, received.problem);
-    }
-}
-
-std::string RequestScope::TraceId() const {
-    const auto context = tarn::ActivityTracer::GetCurrentActivityContext();
-    return context == nullptr ? std::string() : context->GetRootId().ToUtf8();
-}
+    : m_attributes(ReadAttributes(request, site)),
+      m_scope(ReadSender(request, m_attributes), activity::httpRequest) {}
 
 void RequestScope::Fail(const std::string& reason, const std::string& message) {
-    m_activity.Fail(TString(reason), {{TString(attribute::message), TString(message)}});
-}
-
-void RequestScope::Fail(const std::exception_ptr& exception) {
-    const tarn::ExceptionInfo info = tarn::ExceptionParser::ParseException(exception);
-    m_activity.FailException(info.type, info.message);
+    m_scope.Fail(reason, {{attribute::message, message}});
 }
 
 void RequestScope::Cancel(const std::string& reason, const std::string& message) {
-    m_activity.Cancel({{TString(attribute::reason), TString(reason)},
-                       {TString(attribute::message), TString(message)}});
-}
-
-void RequestScope::Add(const char* name, const std::string& value) {
-    m_activity.PutActivityAttributes({{TString(name), TString(value)}});
+    m_scope.Cancel({{attribute::reason, reason}, {attribute::message, message}});
 }
 
 }  // namespace packagesearch

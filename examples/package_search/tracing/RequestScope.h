@@ -1,24 +1,20 @@
 #pragma once
 
 #include "RequestContext.h"
-#include "TracingHeaders.h"
 
-#include "tarn/ActivityContextProxy.h"
+#include "tarn/Trace.h"
 
-#include <exception>
 #include <httplib.h>
 #include <string>
 
 namespace packagesearch {
 
 /// The activity of one HTTP request, on the thread that serves it, from construction to
-/// destruction. When the caller sent tracing headers it goes on with the caller's activity, so that
-/// the logs of both processes hold one tree; otherwise it begins a tree of its own.
+/// destruction. With tracing headers it continues the caller's tree, so that the logs of both
+/// processes hold one tree; without them, or with wrong ones, it begins its own.
 ///
 /// It is made when the HTTP server has read and parsed the request, and ends before the answer is
-/// sent: what a slow client takes for its part is not the service's time. The work itself belongs
-/// into an activity within: this one is untracked, as everything that the proxy begins, and its
-/// figures are the sums of what is within.
+/// sent: what a slow client takes for its part is not the service's time.
 class RequestScope {
 public:
     RequestScope(const httplib::Request& request, const std::string& site);
@@ -30,22 +26,21 @@ public:
     const RequestAttributes& Attributes() const noexcept { return m_attributes; }
 
     /// The id of the tree's root: what to look for in the logs.
-    std::string TraceId() const;
+    std::string TraceId() const { return std::string(m_scope.GetRootId().View()); }
 
     /// What becomes of the request, for the log; the last report counts.
     void Fail(const std::string& reason, const std::string& message);
-    void Fail(const std::exception_ptr& exception);
+
+    void FailCurrentException() noexcept { m_scope.FailCurrentException(); }
+
     void Cancel(const std::string& reason, const std::string& message);
 
     /// More about the request, for its end line.
-    void Add(const char* name, const std::string& value);
+    void Add(const char* name, const std::string& value) { m_scope.Add(name, value); }
 
 private:
-    RequestScope(RequestAttributes attributes, const ReceivedContext& received);
-
     RequestAttributes m_attributes;
-    RequestContext m_context;
-    tarn::ActivityContextProxy m_activity;
+    tarn::Scope m_scope;
 };
 
 }  // namespace packagesearch

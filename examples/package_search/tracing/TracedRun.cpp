@@ -22,6 +22,8 @@ tarn::SessionOptions OptionsOfTheRun() {
     options.cpu = true;
     options.memory = tarn::MemoryFigures::All;
     options.counters = true;
+    // Each line names the activity that started it, also across processes.
+    options.extras = true;
     return options;
 }
 
