@@ -3,14 +3,16 @@
 #include "tarn/Export.h"
 
 #include "cvlcoreplatform/TString.h"
+#include "cvlcoreplatform/TUUID.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <memory>
+#include <variant>
 
 namespace tarn {
 
 /// The identity of one activity. It never changes, is shared by `std::shared_ptr`, and may be
-/// read on any number of threads.
+/// read on any number of threads. Texts of ids are made anew each time they are asked for.
 class TARN_EXPORT ActivityContext {
 public:
     /// A fresh root: request id "-", one new id as activity, root and sponsor, depths 0.
@@ -35,12 +37,12 @@ public:
 
     TString GetRequestId() const { return m_requestId; }
 
-    TString GetActivityId() const { return m_activityId; }
+    TString GetActivityId() const { return TextOf(m_activityId); }
 
-    TString GetRootId() const { return m_rootId; }
+    TString GetRootId() const { return TextOf(m_rootId); }
 
     /// The activity that this one was started by; its own id at a root.
-    TString GetSponsorId() const { return m_sponsorId; }
+    TString GetSponsorId() const { return TextOf(m_sponsorId); }
 
     /// How deep the activity lies in its tree.
     int GetTraceDepth() const noexcept { return m_traceDepth; }
@@ -55,10 +57,15 @@ public:
 private:
     friend class ActivityScope;
 
+    // One that was made here, or a text that was given, which is kept as it is.
+    using Id = std::variant<TUUID, TString>;
+
+    static TString TextOf(const Id& id);
+
     const TString m_requestId;
-    const TString m_activityId;
-    const TString m_rootId;
-    const TString m_sponsorId;
+    const Id m_activityId;
+    const Id m_rootId;
+    const Id m_sponsorId;
     const int32 m_traceDepth;
     const int32 m_serviceDepth;
 };

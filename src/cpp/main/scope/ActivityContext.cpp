@@ -1,38 +1,32 @@
 #include "tarn/ActivityContext.h"
 
+#include "ActivityContextDerivation.h"
 #include "ActivityTokenText.h"
-#include "NeverDestroyed.h"
+#include "ContextAllocator.h"
+#include "Depth.h"
+#include "IdText.h"
+#include "OptTarnInternal.h"
 
-#include "tarn/MonitorUUIDGenerator.h"
 #include "tarn/OptTarn.h"
 #include "tarn/TarnMetricsUtils.h"
-
-#include "cvlcoreplatform/TUUID.h"
 
 #include <utility>
 
 namespace tarn {
 namespace {
 
-TString ToIdText(const TUUID& id) {
-    return id.ToString(TUUIDFormatOption::UpperHyphenated);
-}
-
 /// The id of every activity while foreground thread contexts are disabled.
-const TString& FixedId() {
-    static const NeverDestroyed<TString> id(
-        ToIdText(TUUID(TString(u"00000000-0000-0000-0000-00000000000A"))));
-    return id.Get();
-}
+constexpr TUUID fixedId({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x0A});
 
-// While the library is loaded, so that no first use can meet a fork.
-[[maybe_unused]] const TString& madeAtLoad = FixedId();
+TUUID NewId() {
+    return OptTarn::AreForegroundThreadContextsOn() ? TUUID::CreateUUID() : fixedId;
+}
 
 }  // namespace
 
 ActivityContext::ActivityContext()
     : m_requestId(TarnMetricsUtils::DefaultStringAttributeValue()),
-      m_activityId(NewTarnId()),
+      m_activityId(NewId()),
       m_rootId(m_activityId),
       m_sponsorId(m_rootId),
       m_traceDepth(0),
@@ -53,16 +47,39 @@ ActivityContext::ActivityContext(TString requestId,
 
 ActivityContext::ActivityContext(const ChildOf& child)
     : m_requestId(NoText()),
-      m_activityId(NewTarnId()),
+      m_activityId(NewId()),
       m_rootId(child.parent.m_rootId),
       m_sponsorId(child.parent.m_activityId),
       m_traceDepth(child.traceDepth),
       m_serviceDepth(child.serviceDepth) {}
 
 TString ActivityContext::NewTarnId() {
-    return OptTarn::GetIsForegroundThreadContextEnabled()
-               ? ToIdText(MonitorUUIDGenerator().CreateUUID())
-               : FixedId();
+    return NewId().ToString(TUUIDFormatOption::UpperHyphenated);
+}
+
+TString ActivityContext::TextOf(const Id& id) {
+    return IdText(id).ToString();
+}
+
+// In one piece: each scope passes here.
+[[gnu::flatten]] std::shared_ptr<ActivityContext> DeriveActivityContext(
+    const ActivityContext* parent, bool adopt, TraceType type) {
+    const ContextAllocator<ActivityContext> allocator;
+    if (parent == nullptr) {
+        return std::allocate_shared<ActivityContext>(allocator);
+    }
+    if (adopt) {
+        return std::allocate_shared<ActivityContext>(allocator, *parent);
+    }
+    const bool countsInDepths =
+        type != TraceType::Transparent || OptTarn::GetShouldLogTransparent();
+    const int traceDepth = parent->GetTraceDepth();
+    const int serviceDepth = parent->GetServiceDepth();
+    return std::allocate_shared<ActivityContext>(
+        allocator,
+        ActivityContext::ChildOf{*parent,
+                                 countsInDepths ? OneDeeper(traceDepth) : traceDepth,
+                                 countsInDepths ? OneDeeper(serviceDepth) : serviceDepth});
 }
 
 }  // namespace tarn

@@ -4,6 +4,7 @@
 #include "ActivityContextDerivation.h"
 #include "ActivityTokenText.h"
 #include "ForegroundActivityLog.h"
+#include "IdText.h"
 #include "OptTarnInternal.h"
 #include "PairBuffer.h"
 #include "ThreadActivityRegistry.h"
@@ -308,13 +309,16 @@ void ActivityScope::OpenMetricsScopeWithContext(const char* name,
                                                 const Pairs& attributes,
                                                 const ActivityContext& context) {
     const TokenStrings& tokens = Tokens();
+    const IdText root(context.m_rootId);
+    const IdText activity(context.m_activityId);
+    const IdText sponsor(context.m_sponsorId);
     using Pair = Metrics::PairView;
     const PairBuffer pairs(attributes,
                            Pair(tokens.traceDepthAttr, context.m_traceDepth),
                            Pair(tokens.serviceDepthAttr, context.m_serviceDepth),
-                           Pair(tokens.foregroundRootAttr, context.m_rootId),
-                           Pair(tokens.activityIdAttr, context.m_activityId),
-                           Pair(tokens.sponsorActivityIdAttr, context.m_sponsorId),
+                           Pair(tokens.foregroundRootAttr, root.View()),
+                           Pair(tokens.activityIdAttr, activity.View()),
+                           Pair(tokens.sponsorActivityIdAttr, sponsor.View()),
                            Pair(tokens.ridAttr, context.m_requestId));
     m_scope.Open(name, pairs.Span());
 }
