@@ -7,14 +7,23 @@ engine_is_there() {
     [ -x /usr/sbin/clickhouse-server ] || [ -x /usr/bin/clickhouse-server ]
 }
 
-# engine_free_ports NUMBER: ports that nothing listens on.
+# engine_free_ports NUMBER: ports that nothing listens on, and that the system gives to no connection
+# before the servers listen there.
 engine_free_ports() {
     python3 - "$1" <<'EOF'
-import socket, sys
-sockets = [socket.socket() for _ in range(int(sys.argv[1]))]
-for one in sockets:
-    one.bind(("127.0.0.1", 0))
-print(*(one.getsockname()[1] for one in sockets))
+import random, socket, sys
+first = int(open("/proc/sys/net/ipv4/ip_local_port_range").read().split()[0])
+free = []
+for port in random.sample(range(max(1024, first - 16384), first), 1000):
+    with socket.socket() as one:
+        try:
+            one.bind(("127.0.0.1", port))
+            free.append(port)
+        except OSError:
+            continue
+    if len(free) == int(sys.argv[1]):
+        break
+print(*free)
 EOF
 }
 
@@ -36,7 +45,7 @@ engine_configure() {
     mkdir -p "$1"
     cat >"$1/config.xml" <<EOF
 <yandex>
-  <logger><level>none</level><console>1</console></logger>
+  <logger><level>error</level><console>1</console></logger>
   <listen_host>127.0.0.1</listen_host>
   <http_port>$2</http_port>
   <tcp_port>$3</tcp_port>
@@ -88,7 +97,12 @@ engine_ask() {
     curl -sS --max-time 60 "http://127.0.0.1:$(cat "$1/http")/" --data-binary "$2"
 }
 
-# zookeeper_start FOLDER PORT
+# zookeeper_answers PORT
+zookeeper_answers() {
+    (exec 3<>"/dev/tcp/127.0.0.1/$1" && printf srvr >&3 && timeout 2 grep -q '^Mode: ' <&3) 2>/dev/null
+}
+
+# zookeeper_start FOLDER PORT: returns when it answers.
 zookeeper_start() {
     local tries=0
     mkdir -p "$1"
@@ -101,7 +115,9 @@ admin.enableServer=false
 EOF
     engine_run "$1" java -Xmx128m -XX:+UseSerialGC -cp /usr/share/java/zookeeper.jar \
         org.apache.zookeeper.server.quorum.QuorumPeerMain zoo.cfg
-    until (exec 3<>"/dev/tcp/127.0.0.1/$2") 2>/dev/null; do
+    # It takes connections before it answers them. A server whose first connection ends without an answer
+    # crashes later, at the first statement for the whole cluster.
+    until zookeeper_answers "$2"; do
         tries=$((tries + 1))
         [ $tries -le 600 ] || { echo "zookeeper does not start: $(tail -n 5 "$1/err")" >&2; return 1; }
         sleep 0.05
