@@ -83,6 +83,11 @@ string(REGEX REPLACE "/$" "" tarn_prefix_from_pkgconfig "${tarn_prefix_from_pkgc
 configure_file("${PROJECT_SOURCE_DIR}/cmake/tarn.pc.in" "${PROJECT_BINARY_DIR}/tarn.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/tarn.pc" DESTINATION "${tarn_pkgconfig_folder}"
         COMPONENT development)
+if(TARN_OTLP)
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/tarn-otlp.pc.in" "${PROJECT_BINARY_DIR}/tarn-otlp.pc" @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/tarn-otlp.pc" DESTINATION "${tarn_pkgconfig_folder}"
+            COMPONENT development)
+endif()
 
 # Pages and examples keep their places relative to each other, so that links lead where they should.
 set(tarn_pages_folder "${CMAKE_INSTALL_DATADIR}/doc/tarn")

@@ -1,5 +1,5 @@
 # Debian packages, made by CPack from the install rules' components: libtarn<version> (the libraries),
-# libtarn-otlp<version> (spans for collectors, with what that needs), libtarn-dev (headers, archives, the CMake package, the pkg-config file), tarn-tools (tarnview), and
+# libtarn-otlp<version> (spans for collectors, with what that needs), libtarn-dev (headers, archives, the CMake package, the pkg-config files), tarn-tools (tarnview), and
 # tarn-doc (pages, examples, and the reference if it was built). scripts/package makes them.
 
 set(TARN_PACKAGE_CONTACT "tarn developers <developers@tarn.invalid>"
@@ -71,7 +71,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 began and ended: its parent, user, duration, memory, processor time and result,
 across threads and services.
 .
-This package has headers, the package for CMake, the file for pkg-config, and
+This package has headers, the package for CMake, the files for pkg-config, and
 the archives for programs that bring a custom host.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME tarn-tools)

@@ -83,7 +83,7 @@ void Forget(std::shared_ptr<T>& object) {
 
 }  // namespace
 
-struct Exporter::State : std::enable_shared_from_this<State> {
+struct __attribute__((visibility("hidden"))) Exporter::State : std::enable_shared_from_this<State> {
     explicit State(Options from) : options(WithDefaultReports(std::move(from))), lines(options) {
         lines.SetHost(0, OptTarn::GetHostName().ToUtf8());
     }
@@ -172,7 +172,7 @@ std::vector<OpenActivityInfo> Exporter::State::ListOpen(std::chrono::microsecond
     return list;
 }
 
-class Exporter::Sink final : public IMetricsMonitorSink {
+class __attribute__((visibility("hidden"))) Exporter::Sink final : public IMetricsMonitorSink {
 public:
     Sink(std::shared_ptr<State> state, std::unique_ptr<IMetricsMonitorSink> next)
         : m_state(std::move(state)),

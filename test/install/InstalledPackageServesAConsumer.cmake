@@ -48,3 +48,15 @@ Run("the consumer of the pkg-config package failed" "${SCRATCH_DIR}/consumer_pkg
 if(NOT RUN_OUTPUT MATCHES "traced 1 scope")
     message(FATAL_ERROR "the consumer of the pkg-config package says: ${RUN_OUTPUT}")
 endif()
+
+if(OTLP)
+    Run("there is no pkg-config package for spans" pkg-config --cflags --libs tarn-otlp)
+    separate_arguments(flags UNIX_COMMAND "${RUN_OUTPUT}")
+    Run("building for spans with pkg-config failed"
+        "${CXX_COMPILER}" -std=c++17 "${consumer}/spans.cpp" -o "${SCRATCH_DIR}/spans_pkgconfig"
+        ${flags} "-Wl,-rpath,${prefix}/${LIBRARY_DIR}")
+    Run("the consumer of the pkg-config package for spans failed" "${SCRATCH_DIR}/spans_pkgconfig")
+    if(NOT RUN_OUTPUT MATCHES "made 1 span, lost 1")
+        message(FATAL_ERROR "the consumer of the pkg-config package for spans says: ${RUN_OUTPUT}")
+    endif()
+endif()

@@ -56,8 +56,8 @@ public:
     std::vector<OpenActivityInfo> ListOpen(std::chrono::microseconds age = {}) const;
 
 private:
-    struct State;
-    class Sink;
+    struct __attribute__((visibility("hidden"))) State;
+    class __attribute__((visibility("hidden"))) Sink;
 
     std::shared_ptr<State> m_state;
 };
