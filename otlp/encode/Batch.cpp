@@ -4,7 +4,7 @@
 
 namespace tarn::otlp {
 
-std::vector<ResourceSpans> GroupByResource(const std::vector<EncodedSpan>& spans) {
+std::vector<ResourceSpans> GroupByResource(std::span<const EncodedSpan> spans) {
     std::vector<ResourceSpans> groups;
     for (const EncodedSpan& span : spans) {
         const Resource* const resource = span.resource.get();

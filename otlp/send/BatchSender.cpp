@@ -69,6 +69,7 @@ BatchResult BatchSender::Send(const std::vector<ResourceSpans>& batch) {
         ++requests;
         BatchResult result = Judge(answer, spans);
         result.requests = requests;
+        result.retries = requests - 1;
         if (result.kind != BatchResult::Kind::GivenUp) {
             return result;
         }
@@ -77,8 +78,10 @@ BatchResult BatchSender::Send(const std::vector<ResourceSpans>& batch) {
             return result;
         }
     }
-    return {
-        .kind = BatchResult::Kind::Stopped, .problem = "the end came first", .requests = requests};
+    return {.kind = BatchResult::Kind::Stopped,
+            .problem = "the end came first",
+            .requests = requests,
+            .retries = requests != 0 ? requests - 1 : 0};
 }
 
 // What may be tried again is given up for now.
@@ -89,6 +92,10 @@ BatchResult BatchSender::Judge(const Answer& answer, std::uint64_t spans) {
     }
     if (answer.kind == Answer::Kind::Failed || (isAnswered && IsRetryable(answer.status))) {
         return {.kind = BatchResult::Kind::GivenUp, .problem = Describe(answer)};
+    }
+    constexpr int contentTooLarge = 413;
+    if (isAnswered && answer.status == contentTooLarge) {
+        return {.kind = BatchResult::Kind::TooLarge, .problem = Describe(answer)};
     }
     if (!isAnswered || answer.status < 200 || answer.status >= 300) {
         return {.kind = BatchResult::Kind::Refused, .problem = Describe(answer)};

@@ -18,15 +18,17 @@ namespace tarn::otlp {
 struct BatchResult {
     enum class Kind {
         Sent,
-        Refused,  ///< for good
-        GivenUp,  ///< tried for too long
-        Stopped,  ///< there was no time left
+        Refused,   ///< for good
+        TooLarge,  ///< for the receiver, in one request
+        GivenUp,   ///< tried for too long
+        Stopped,   ///< there was no time left
     };
 
     Kind kind = Kind::Sent;
     std::uint64_t rejected = 0;  ///< spans that were not taken, of a batch that was
     std::string problem;         ///< why, or what was strange; empty if all went well
     std::uint64_t requests = 0;
+    std::uint64_t retries = 0;  ///< those of them that were not the first of their spans
 };
 
 /// Sends batches, one after the other, each as often as the rules of the protocol allow. Waits

@@ -46,6 +46,7 @@ bool IsHopeless(CURLcode code) {
     switch (code) {
         case CURLE_UNSUPPORTED_PROTOCOL:
         case CURLE_URL_MALFORMAT:
+        case CURLE_PEER_FAILED_VERIFICATION:  // it is not the receiver that it should be
         case CURLE_SSL_CERTPROBLEM:
         case CURLE_SSL_CACERT_BADFILE:
         case CURLE_SSL_ENGINE_NOTFOUND:

@@ -1,7 +1,7 @@
 #include "send/SendingThread.h"
 
-#include "encode/Batch.h"
 #include "send/BlockedSignals.h"
+#include "send/Parts.h"
 
 #include <algorithm>
 #include <exception>
@@ -129,7 +129,7 @@ Statistics SendingThread::GetStatistics() const noexcept {
 
 void SendingThread::State::Account(const BatchResult& result, std::uint64_t spans) {
     statistics.requests += result.requests;
-    statistics.retries += result.requests != 0 ? result.requests - 1 : 0;
+    statistics.retries += result.retries;
     std::uint64_t lost = spans;
     switch (result.kind) {
         case BatchResult::Kind::Sent:
@@ -138,6 +138,7 @@ void SendingThread::State::Account(const BatchResult& result, std::uint64_t span
             statistics.rejected += lost;
             break;
         case BatchResult::Kind::Refused:
+        case BatchResult::Kind::TooLarge:
             statistics.droppedRefused += spans;
             break;
         case BatchResult::Kind::GivenUp:
@@ -150,7 +151,6 @@ void SendingThread::State::Account(const BatchResult& result, std::uint64_t span
     if (lost != 0 || !result.problem.empty()) {
         losses.Note(result.problem, lost);
     }
-    queue.FinishBatch();
     finishedSpans += spans;
     finished.notify_all();
 }
@@ -159,6 +159,7 @@ void SendingThread::State::DropRest(const std::string& reason) {
     while (!queue.IsEmpty()) {
         const std::uint64_t spans = queue.TakeBatch().size();
         Account({.kind = BatchResult::Kind::Stopped, .problem = reason}, spans);
+        queue.FinishBatch();
     }
 }
 
@@ -202,16 +203,24 @@ void SendingThread::State::SendAll(BatchSender& sender) {
     while (WaitForBatch(lock)) {
         std::vector<EncodedSpan> batch = queue.TakeBatch();
         lock.unlock();
-        BatchResult result;
+        std::vector<std::pair<BatchResult, std::uint64_t>> results;
+        std::uint64_t rest = batch.size();
         try {
-            result = sender.Send(GroupByResource(batch));
+            SendInParts(sender, batch, [&](const BatchResult& result, std::uint64_t spans) {
+                results.emplace_back(result, spans);
+                rest -= spans;
+                return true;
+            });
         } catch (const std::exception& error) {
-            result = {.kind = BatchResult::Kind::GivenUp, .problem = error.what()};
+            results.emplace_back(
+                BatchResult{.kind = BatchResult::Kind::GivenUp, .problem = error.what()}, rest);
         }
-        const std::uint64_t spans = batch.size();
         batch.clear();
         lock.lock();
-        Account(result, spans);
+        for (const auto& [result, spans] : results) {
+            Account(result, spans);
+        }
+        queue.FinishBatch();
     }
 }
 

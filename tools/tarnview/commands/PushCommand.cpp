@@ -1,7 +1,6 @@
 #include "commands/PushCommand.h"
 
 #include "commands/PushCheckpoint.h"
-#include "encode/Batch.h"
 #include "encode/LineEncoder.h"
 #include "output/Progress.h"
 #include "read/InputFiles.h"
@@ -9,6 +8,7 @@
 #include "read/Problems.h"
 #include "send/BatchSender.h"
 #include "send/CurlTransport.h"
+#include "send/Parts.h"
 
 #include <chrono>
 #include <memory>
@@ -154,18 +154,15 @@ private:
         if (m_batch.empty()) {
             return true;
         }
-        const BatchResult result = m_sender.Send(tarn::otlp::GroupByResource(m_batch));
-        // A receiver that says something odd mostly says it each time.
-        if (!result.problem.empty() && result.problem != m_lastProblem) {
-            m_lastProblem = result.problem;
-            m_progress.Clear();
-            m_context.err << "tarnview: " << m_options.otlp.url << ": " << result.problem << '\n';
-        }
-        if (result.kind != BatchResult::Kind::Sent) {
+        bool isTaken = true;
+        tarn::otlp::SendInParts(
+            m_sender, m_batch, [&](const BatchResult& result, std::uint64_t spans) {
+                isTaken = TakeResult(result, spans);
+                return isTaken;
+            });
+        if (!isTaken) {
             return false;
         }
-        m_sent += m_batch.size() - result.rejected;
-        m_rejected += result.rejected;
         m_batch.clear();
         m_batchBytes = 0;
         constexpr std::chrono::milliseconds pause{500};
@@ -173,6 +170,27 @@ private:
             SaveCheckpoint();
         }
         return true;
+    }
+
+    // Whether the receiver has the spans, or will never have them.
+    bool TakeResult(const BatchResult& result, std::uint64_t spans) {
+        // A receiver that says something odd mostly says it each time.
+        if (!result.problem.empty() && result.problem != m_lastProblem) {
+            m_lastProblem = result.problem;
+            m_progress.Clear();
+            m_context.err << "tarnview: " << m_options.otlp.url << ": " << result.problem << '\n';
+        }
+        switch (result.kind) {
+            case BatchResult::Kind::Sent:
+                m_sent += spans - result.rejected;
+                m_rejected += result.rejected;
+                return true;
+            case BatchResult::Kind::TooLarge:  // by itself
+                m_rejected += spans;
+                return true;
+            default:
+                return false;
+        }
     }
 
     void SaveCheckpoint() {
