@@ -45,17 +45,21 @@ struct Mode {
     bool hasSink = true;
     bool isAsynchronous = false;
     bool tracksCpu = false;
+    bool isJournalled = false;
+    bool hasSession = true;  // else nobody has ever asked for anything
 };
 
 const std::map<std::string, Mode>& Modes() {
     static const std::map<std::string, Mode> modes{
         {"off", {.isOff = true, .hasMonitor = false}},
         {"off-named", {.isOff = true, .isNamed = true, .hasMonitor = false}},
+        {"no-session", {.hasMonitor = false, .hasSession = false}},
         {"nobody-listens", {.hasMonitor = false}},
         {"asynchronous", {.isAsynchronous = true}},
         {"asynchronous-cpu", {.isAsynchronous = true, .tracksCpu = true}},
         {"synchronous", {}},
         {"synchronous-cpu", {.tracksCpu = true}},
+        {"journal", {.isJournalled = true}},
         {"null-sink", {.hasSink = false}}};
     return modes;
 }
@@ -136,6 +140,12 @@ void CollectOfAllThreads(int scopes) {
     CALLGRIND_STOP_INSTRUMENTATION;
 }
 
+void RunWithoutSession(int scopes) {
+    const tarn::ActivityScope parent("parent");
+    Trace(warmUp);
+    CollectOfThisThread(scopes);
+}
+
 void Run(const Mode& mode, int scopes, const std::string& logFile) {
     // Logging is off until names are set: setting them is logged.
     TLog::ReplaceBackEnd(nullptr);
@@ -144,7 +154,8 @@ void Run(const Mode& mode, int scopes, const std::string& logFile) {
     OptTarn::SetIsServer(true);
     corvala::cputime::SetCpuTrackingEnabled(mode.tracksCpu);
     SwitchThousandNamesOff(mode.isOff);
-    TLog::ReplaceBackEnd(TLog::MakeJsonFileBackEnd(logFile, {.maxBytes = 0}));
+    TLog::ReplaceBackEnd(
+        TLog::MakeJsonFileBackEnd(logFile, {.maxBytes = 0, .isJournalled = mode.isJournalled}));
 
     // Room for a whole run, so that the emitting thread does not wait.
     Metrics::SetDelivery({.mode = mode.isAsynchronous ? Metrics::DeliveryMode::Asynchronous
@@ -197,7 +208,11 @@ int main(int argc, char** argv) {
             mode.erase(end);
         }
         isNamed = Modes().at(mode).isNamed;
-        Run(Modes().at(mode), std::stoi(argv[2]), argc > 3 ? argv[3] : "/dev/null");
+        if (Modes().at(mode).hasSession) {
+            Run(Modes().at(mode), std::stoi(argv[2]), argc > 3 ? argv[3] : "/dev/null");
+        } else {
+            RunWithoutSession(std::stoi(argv[2]));
+        }
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tarn_instructions: %s\n", error.what());

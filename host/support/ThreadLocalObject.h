@@ -14,10 +14,8 @@ class ThreadObject {
 public:
     /// Null during the thread's teardown.
     static T* Get() {
-        if (s_object == nullptr && End::Watch()) {
-            s_object = new T;
-        }
-        return s_object;
+        T* const object = s_object;
+        return object != nullptr ? object : Make();
     }
 
     /// The object if there is one already.
@@ -26,6 +24,13 @@ public:
 private:
     friend class ThreadEnd<ThreadObject>;
     using End = ThreadEnd<ThreadObject>;
+
+    [[gnu::noinline]] static T* Make() {
+        if (End::Watch()) {
+            s_object = new T;
+        }
+        return s_object;
+    }
 
     static void AtThreadEnd() noexcept { delete std::exchange(s_object, nullptr); }
 

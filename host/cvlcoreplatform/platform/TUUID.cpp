@@ -84,7 +84,7 @@ public:
     }
 
 private:
-    static host::SmallRandom Seeded() {
+    [[gnu::noinline]] static host::SmallRandom Seeded() {
         // Two ids hold 244 random bits.
         SystemGenerator system;
         const std::array<boost::uuids::uuid, 2> entropy{system(), system()};
@@ -106,15 +106,16 @@ private:
 
 using ThreadGenerator = host::ThreadObject<Generator>;
 
+[[gnu::noinline]] TUUID CreateFromSystem() {
+    const boost::uuids::uuid id = SystemGenerator()();
+    std::array<unsigned char, 16> bytes{};
+    std::copy(id.begin(), id.end(), bytes.begin());
+    return TUUID(bytes);
+}
+
 }  // namespace
 
 TUUID TUUID::CreateUUID() {
     Generator* const generator = ThreadGenerator::Get();
-    if (generator != nullptr) {
-        return TUUID(generator->Next());
-    }
-    const boost::uuids::uuid id = SystemGenerator()();
-    TUUID result;
-    std::copy(id.begin(), id.end(), result.m_bytes.begin());
-    return result;
+    return generator != nullptr ? TUUID(generator->Next()) : CreateFromSystem();
 }

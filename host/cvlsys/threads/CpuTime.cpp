@@ -17,7 +17,7 @@ int64 Microseconds(const timeval& time) noexcept {
 }
 
 /// In microseconds; false, with the figures as they were, when they cannot be had.
-[[gnu::noinline]] bool ReadTimes(int64& kernel, int64& user) noexcept {
+bool ReadTimes(int64& kernel, int64& user) noexcept {
     // A kernel that accounts by ticks brings a running thread's totals up to date when they are due
     // or when this clock is asked. `getrusage` alone says what they were up to some milliseconds
     // ago: nothing at all for nearly every short scope, and the time of many for the rest.
@@ -38,6 +38,23 @@ uint32 Saturate(int64 microseconds) noexcept {
         std::clamp<int64>(microseconds, 0, std::numeric_limits<uint32>::max()));
 }
 
+// Apart, as nearly every process has no use for the times.
+
+[[gnu::noinline]] void Begin(int64& kernel, int64& user) noexcept {
+    static_cast<void>(ReadTimes(kernel, user));
+}
+
+[[gnu::noinline]] void End(int64 kernelAtStart,
+                           int64 userAtStart,
+                           ThreadTimeValue& value) noexcept {
+    int64 kernel = 0;
+    int64 user = 0;
+    if (ReadTimes(kernel, user)) {
+        value.kernel = Saturate(kernel - kernelAtStart);
+        value.user = Saturate(user - userAtStart);
+    }
+}
+
 }  // namespace
 
 bool GetCpuTrackingEnabled() noexcept {
@@ -48,19 +65,15 @@ void SetCpuTrackingEnabled(bool enabled) noexcept {
     s_enabled.store(enabled, std::memory_order_relaxed);
 }
 
-// Nearly every process has no use for the times; then there is next to nothing to do.
 ThreadTimeScope::ThreadTimeScope(ThreadTimeValue& value) noexcept : m_value(value) {
     if (GetCpuTrackingEnabled()) {
-        static_cast<void>(ReadTimes(m_kernelAtStart, m_userAtStart));
+        Begin(m_kernelAtStart, m_userAtStart);
     }
 }
 
 ThreadTimeScope::~ThreadTimeScope() {
-    int64 kernel = 0;
-    int64 user = 0;
-    if (m_kernelAtStart != notMeasured && ReadTimes(kernel, user)) {
-        m_value.kernel = Saturate(kernel - m_kernelAtStart);
-        m_value.user = Saturate(user - m_userAtStart);
+    if (m_kernelAtStart != notMeasured) {
+        End(m_kernelAtStart, m_userAtStart, m_value);
     }
 }
 

@@ -108,17 +108,11 @@ public:
 
     ~MemoryScope() noexcept(false) {
         if (GetCurrentThreadId() != m_frame.threadId) {
-            ThrowLogicException(sourceFile,
-                                162,
-                                "MemoryScope can only be used on single thread",
-                                CorvalaError(0x4A90166D, L"LogicException_LogicAssert_0x4A90166D"));
+            RaiseOtherThread();
         }
         FoldIntoCounters();
         if (SwapPopMemoryCounters(m_frame.parentThreadMemoryCounters) != &m_frame) {
-            ThrowLogicException(sourceFile,
-                                185,
-                                "counters == &this->m_threadMemoryCounters",
-                                CorvalaError(0xB05D80FE, L"LogicException_LogicAssert_0xB05D80FE"));
+            RaiseOutOfOrder();
         }
     }
 
@@ -129,6 +123,22 @@ public:
 
 private:
     static constexpr const char* sourceFile = "cvlsys/MemoryTracking";
+
+    // Apart: nearly every scope ends well.
+
+    [[noreturn, gnu::noinline]] static void RaiseOtherThread() {
+        ThrowLogicException(sourceFile,
+                            162,
+                            "MemoryScope can only be used on single thread",
+                            CorvalaError(0x4A90166D, L"LogicException_LogicAssert_0x4A90166D"));
+    }
+
+    [[noreturn, gnu::noinline]] static void RaiseOutOfOrder() {
+        ThrowLogicException(sourceFile,
+                            185,
+                            "counters == &this->m_threadMemoryCounters",
+                            CorvalaError(0xB05D80FE, L"LogicException_LogicAssert_0xB05D80FE"));
+    }
 
     // Figures are inclusive: every enclosing counter receives them too, with what was in use
     // below this frame as the base of its peak. Without tracking there is nothing to give on, and

@@ -156,6 +156,7 @@ private:
     bool SomeAreOff() const noexcept { return m_someAreOff.load(std::memory_order_relaxed); }
 
     bool IsNameOff(std::string_view name) const;
+    [[gnu::visibility("hidden")]] bool IsListed(std::string_view name, uint64 hash) const;
     bool FindOut(abi::tarn_site& site, const char* name) const;
 
     OffNames m_offs;

@@ -2,6 +2,7 @@
 #include "AttributePairs.h"
 #include "MisusedScope.h"
 #include "ScopeAccess.h"
+#include "UncaughtExceptions.h"
 #include "Work.h"
 
 #include "tarn/TarnSettings.h"
@@ -93,7 +94,7 @@ inline void Open(ScopeWork& work,
     } else {
         BeginWithOptions(work, name, traits, *options, pairs);
     }
-    work.exceptionsAtBegin = thread.UncaughtExceptions();
+    work.exceptionsAtBegin = UncaughtExceptions::OfThisThread();
     work.thread = &thread;
     work.isStay = false;
     thread.Push(work);
@@ -193,7 +194,7 @@ void tarn_scope_close(tarn_scope* scope) noexcept {
     }
     // Only what is thrown within a scope makes it end early; a scope of a destructor that an
     // exception has called does not.
-    if (thread.UncaughtExceptions() <= work.exceptionsAtBegin) {
+    if (UncaughtExceptions::OfThisThread() <= work.exceptionsAtBegin) {
         ScopeAccess::EndRegularly(work.Scope());
     }
     End(work);

@@ -15,15 +15,6 @@ public:
     /// The list of the calling thread, which is there to the thread's very end.
     static ThreadWork& OfThisThread() noexcept { return t_work; }
 
-    /// How many exceptions are on their way on this thread: `std::uncaught_exceptions`, without a
-    /// call.
-    unsigned UncaughtExceptions() noexcept {
-        if (m_exceptions == nullptr) {
-            m_exceptions = FindExceptions();
-        }
-        return m_exceptions->uncaught;
-    }
-
     Frame* Top() const noexcept { return m_top; }
 
     void Push(Frame& frame) noexcept {
@@ -41,18 +32,9 @@ public:
     }
 
 private:
-    /// What the C++ runtime has of each thread, as its binary interface lays it out.
-    struct Exceptions {
-        void* caught;
-        unsigned uncaught;
-    };
-
-    static const Exceptions* FindExceptions() noexcept;
-
     [[gnu::tls_model("initial-exec")]] static constinit thread_local ThreadWork t_work;
 
     Frame* m_top = nullptr;
-    const Exceptions* m_exceptions = nullptr;
 };
 
 }  // namespace tarn

@@ -8,6 +8,7 @@
 #include "OptTarnInternal.h"
 #include "PairBuffer.h"
 #include "ThreadActivityRegistry.h"
+#include "UncaughtExceptions.h"
 
 #include "tarn/ActivityName.h"
 #include "tarn/OptTarn.h"
@@ -224,12 +225,16 @@ ActivityScope::~ActivityScope() noexcept {
     if (m_postCloseEvents != nullptr) {
         m_scope.SetPostScopeCloseEvents(std::move(*m_postCloseEvents));
     }
-    if (m_status == Status::None) {
+    if (m_status == Status::None && UncaughtExceptions::OfThisThread() != 0) {
         Attempt([this] { ReportEarlyTermination(); });
     }
     Attempt([this] { ReleaseResources(); });
-    Attempt([this] { LeaveActivityContext(); });
-    FinishMetricsScope();
+    if (OptTarn::AreForegroundThreadContextsOn()) {
+        Attempt([this] { LeaveActivityContext(); });
+    }
+    if (m_scope.IsOpen()) {
+        FinishMetricsScope();
+    }
     EndParts();
 }
 
@@ -257,14 +262,12 @@ ActivityScope::CreateMetricsContextIfOneDoesNotAlreadyExist() {
 }
 
 template <class Pairs>
-void ActivityScope::BeginScope(const char* name, const Pairs& attributes) {
-    if (m_off) {
-        return;
-    }
+[[gnu::always_inline]] inline void ActivityScope::BeginScope(const char* name,
+                                                             const Pairs& attributes) {
     if (OptTarn::AreForegroundThreadContextsOn()) {
         BeginScope(
             name, attributes, ThreadActivityRegistry::GetInstance().PeekCurrentContext(), false);
-    } else {
+    } else if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
         OpenMetricsScope(name, attributes);
     }
 }
@@ -274,11 +277,10 @@ void ActivityScope::BeginScope(const char* name,
                                const Pairs& attributes,
                                const ActivityContext* parent,
                                bool adopt) {
-    if (m_off) {
-        return;
-    }
     if (!OptTarn::AreForegroundThreadContextsOn()) {
-        OpenMetricsScope(name, attributes);
+        if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
+            OpenMetricsScope(name, attributes);
+        }
         return;
     }
     m_activityContext = DeriveActivityContext(parent, adopt, m_traits.type);
@@ -293,15 +295,11 @@ void ActivityScope::BeginScope(const char* name,
 }
 
 void ActivityScope::OpenMetricsScope(const char* name, Metrics::PairSpan attributes) {
-    if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
-        m_scope.Open(name, attributes);
-    }
+    m_scope.Open(name, attributes);
 }
 
 void ActivityScope::OpenMetricsScope(const char* name, const PairSource& attributes) {
-    if (Metrics::TestBitsAndContext(m_scope.GetFlags())) {
-        m_scope.Open(name, PairBuffer(attributes).Span());
-    }
+    m_scope.Open(name, PairBuffer(attributes).Span());
 }
 
 template <class Pairs>
@@ -324,9 +322,6 @@ void ActivityScope::OpenMetricsScopeWithContext(const char* name,
 }
 
 void ActivityScope::LeaveActivityContext() {
-    if (!OptTarn::AreForegroundThreadContextsOn()) {
-        return;
-    }
     if (OptTarn::IsForegroundActivityLogged()) {
         Attempt([this] {
             ForegroundActivityLog::WriteContext(

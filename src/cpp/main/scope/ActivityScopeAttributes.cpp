@@ -131,9 +131,6 @@ void ActivityScope::SetCustomContext(Metrics::NameValueList&& attributes) {
 }
 
 void ActivityScope::ReportEarlyTermination() {
-    if (std::uncaught_exceptions() == 0) {
-        return;
-    }
     Metrics::NameValueList pairs;
     pairs.emplace_back(Tokens().resultKeyAttr, Tokens().earlyTerminationAttr);
     pairs.emplace_back(Tokens().typeAttr, "stack-unwind");

@@ -62,9 +62,6 @@ void ActivityScope::ReleaseResources() {
 // The thread's id, the figures, memory before processor time, and the end. The end event always
 // carries both allocation figures: zeroes when nothing is tracked.
 void ActivityScope::FinishMetricsScope() noexcept {
-    if (!m_scope.IsOpen()) {
-        return;
-    }
     using Metrics::MetricsEventType;
     constexpr auto list = MetricsEventType::NameValuePairs;
     const TokenStrings& tokens = Tokens();

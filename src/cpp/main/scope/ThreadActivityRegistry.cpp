@@ -1,7 +1,5 @@
 #include "ThreadActivityRegistry.h"
 
-#include "ThreadObject.h"
-
 #include <cstddef>
 #include <limits>
 #include <new>
@@ -9,14 +7,10 @@
 #include <utility>
 
 namespace tarn {
-namespace {
 
-using ContextStack = ThreadActivityRegistry::ContextStack;
-
-// At a fixed distance from the thread pointer: every scope reads it several times.
-[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadObject<ContextStack> t_stack;
-
-}  // namespace
+constinit ThreadActivityRegistry ThreadActivityRegistry::s_instance;
+constinit thread_local ThreadObject<ThreadActivityRegistry::ContextStack>
+    ThreadActivityRegistry::t_stack;
 
 ThreadActivityRegistry::ContextStack::~ContextStack() {
     while (m_top != nullptr) {
@@ -120,19 +114,9 @@ bool ThreadActivityRegistry::ContextStack::BringIndexUpToDate() noexcept {
     return true;
 }
 
-ThreadActivityRegistry& ThreadActivityRegistry::GetInstance() {
-    static constinit ThreadActivityRegistry registry;
-    return registry;
-}
-
 std::shared_ptr<ActivityContext> ThreadActivityRegistry::GetCurrentContext() const {
     const ContextStack* const stack = t_stack.Get();
     return stack != nullptr ? stack->Top() : nullptr;
-}
-
-const ActivityContext* ThreadActivityRegistry::PeekCurrentContext() const {
-    const ContextStack* const stack = t_stack.Get();
-    return stack != nullptr ? stack->Top().get() : nullptr;
 }
 
 void ThreadActivityRegistry::Push(const std::shared_ptr<ActivityContext>& context) {
@@ -141,12 +125,6 @@ void ThreadActivityRegistry::Push(const std::shared_ptr<ActivityContext>& contex
     }
     if (ContextStack* const stack = t_stack.Get()) {
         stack->Push(context);
-    }
-}
-
-void ThreadActivityRegistry::Remove(const std::shared_ptr<ActivityContext>& context) {
-    if (ContextStack* const stack = t_stack.Get()) {
-        stack->Remove(context);
     }
 }
 

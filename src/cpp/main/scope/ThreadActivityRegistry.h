@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BlockPool.h"
+#include "ThreadObject.h"
 
 #include "tarn/ActivityContext.h"
 
@@ -29,6 +30,11 @@ public:
 
         /// Null when the stack is empty. The reference is good until the stack changes.
         const std::shared_ptr<ActivityContext>& Top() const noexcept;
+
+        /// The same without a share.
+        const ActivityContext* Peek() const noexcept {
+            return m_top != nullptr ? m_top->context.get() : nullptr;
+        }
 
         /// Puts the context on top; one that is there already moves up.
         void Push(const std::shared_ptr<ActivityContext>& context);
@@ -61,25 +67,38 @@ public:
         BlockPool<sizeof(Entry), 16> m_blocks;
     };
 
-    static ThreadActivityRegistry& GetInstance();
+    static ThreadActivityRegistry& GetInstance() noexcept { return s_instance; }
 
     std::shared_ptr<ActivityContext> GetCurrentContext() const;
 
     /// As `GetCurrentContext`, without a share in it: good until the calling thread's stack
     /// changes.
-    const ActivityContext* PeekCurrentContext() const;
+    const ActivityContext* PeekCurrentContext() const {
+        const ContextStack* const stack = t_stack.Get();
+        return stack != nullptr ? stack->Peek() : nullptr;
+    }
 
     /// Null is ignored. Throws `std::length_error` when the stack cannot grow.
     void Push(const std::shared_ptr<ActivityContext>& context);
 
     /// A context that is not on the stack is ignored.
-    void Remove(const std::shared_ptr<ActivityContext>& context);
+    void Remove(const std::shared_ptr<ActivityContext>& context) {
+        if (ContextStack* const stack = t_stack.Get()) {
+            stack->Remove(context);
+        }
+    }
 
     /// How many contexts are on the calling thread's stack.
     std::size_t GetDepth() const;
 
 private:
     constexpr ThreadActivityRegistry() noexcept = default;
+
+    static ThreadActivityRegistry s_instance;
+
+    // At a fixed distance from the thread pointer: every scope reads it several times.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local ThreadObject<ContextStack>
+        t_stack;
 };
 
 }  // namespace tarn

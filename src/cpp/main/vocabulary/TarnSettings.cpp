@@ -79,7 +79,7 @@ TarnSettings::OffNames::OffNames(const Names& names) : m_names(names) {
     }
 }
 
-bool TarnSettings::OffNames::Contains(std::string_view text, uint64 hash) const noexcept {
+inline bool TarnSettings::OffNames::Contains(std::string_view text, uint64 hash) const noexcept {
     const std::size_t last = m_slots.size() - 1;
     for (std::size_t slot = hash >> m_shift; m_slots[slot].name != nullptr;
          slot = (slot + 1) & last) {
@@ -164,11 +164,13 @@ bool TarnSettings::IsOff(const char* name) const {
 // it in any case.
 bool TarnSettings::IsNameOff(std::string_view name) const {
     const HashedName hashed(name);
-    if (!m_filter.MayContain(hashed)) {
-        return false;
-    }
+    return m_filter.MayContain(hashed) && IsListed(hashed.text, hashed.hash);
+}
+
+// Apart: most names have no bit, and need none of the registers that are saved here.
+[[gnu::noinline]] bool TarnSettings::IsListed(std::string_view name, uint64 hash) const {
     const TReadWriteLock::ReadGuard guard(m_lock);
-    return m_offs.Contains(hashed.text, hashed.hash);
+    return m_offs.Contains(name, hash);
 }
 
 // Set and number are read under one lock, so the verdict is good for that number.
