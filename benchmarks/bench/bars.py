@@ -38,6 +38,10 @@ def bars(figures, sizes):
               ratio(value("ScopeToFile" + main), value("SpdlogSynchronous/threads:1")), 2, 1)
     yield Bar("(e) the floor's time, times",
               ratio(value("ScopeToFile" + main), value("FloorSynchronous/cpu:0/threads:1")), 6, 3)
+    yield Bar("(g) spdlog's time, times",
+              ratio(value("ScopeToJournal" + main), value("SpdlogSynchronous/threads:1")), 1, 0.9)
+    yield Bar("(g) the floor's time, times",
+              ratio(value("ScopeToJournal" + main), value("FloorSynchronous/cpu:0/threads:1")), 3, 2.5)
     yield Bar("(c) with CPU tracking, ns", value("ScopeAsynchronous" + cpu), 900, 650)
     yield Bar("(e) with CPU tracking, ns", value("ScopeToFile" + cpu), 2200, 1000)
     for mode, label in MODES.items():

@@ -8,6 +8,7 @@ MODES = {
     "ScopeAsynchronous": "(c) asynchronous, the emitting thread",
     "ScopeToFile": "(e) synchronous, both lines in the file",
     "ScopeToNullSink": "(f) monitor to a null sink",
+    "ScopeToJournal": "(g) synchronous, both lines in the journal",
 }
 ALL_IN_ALL = "(d) asynchronous, the process until both lines are in the file"
 

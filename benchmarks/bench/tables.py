@@ -21,6 +21,7 @@ def main_rows():
             "ScopeAsynchronous": (("FloorAsynchronous" + floor, "emit_ns"),
                                   (asynchronous, "emit_ns"), lttng),
             "ScopeToFile": (("FloorSynchronous" + floor, "emit_ns"), synchronous, lttng),
+            "ScopeToJournal": (("FloorSynchronous" + floor, "emit_ns"), synchronous, lttng),
             "ScopeToNullSink": (None, None, None),
         }
         for mode, mode_label in MODES.items():
@@ -97,6 +98,7 @@ THREADS = [("(a) off by name", "ScopeOff/depth:1/cpu:0"),
            ("(c) asynchronous, delivery waits meanwhile", "ScopeAsynchronousHeld/depth:1/cpu:0"),
            ("(e) synchronous, to a file", "ScopeToFile/depth:1/cpu:0"),
            ("(f) null sink", "ScopeToNullSink/depth:1/cpu:0"),
+           ("(g) synchronous, to a journal", "ScopeToJournal/depth:1/cpu:0"),
            ("floor, synchronous", "FloorSynchronous/cpu:0"),
            ("spdlog, synchronous", "SpdlogSynchronous"),
            ("spdlog, synchronous, flushing each line", "SpdlogSynchronousFlushing"),

@@ -7,7 +7,6 @@
 #include "tarn/ActivityScope.h"
 #include "tarn/ContextAttributesUtils.h"
 
-#include <exception>
 #include <list>
 #include <memory>
 #include <stdexcept>
