@@ -24,6 +24,15 @@ std::string CheckpointFor(const LoadOptions& options) {
     return first == standardInput ? "" : first + ".loaded";
 }
 
+std::optional<std::chrono::milliseconds> TimeoutFor(const LoadOptions& options) {
+    constexpr std::chrono::minutes usual{10};
+    if (options.timeout) {
+        return options.timeout->count() == 0 ? std::nullopt : options.timeout;
+    }
+    return options.follow.isFollowing ? std::nullopt
+                                      : std::optional<std::chrono::milliseconds>(usual);
+}
+
 void Summarize(const Loader& loader, const Problems& problems, Context& context) {
     const Loader::Counts& counts = loader.Loaded();
     context.out << "loaded " << counts.activities << " activities, " << counts.messages
@@ -50,9 +59,12 @@ int RunLoad(const LoadOptions& options, Context& context) {
     Problems problems(context.err);
     EngineClient client(options.to);
     const std::string shown = options.to.Shown();
-    BlockSender sender(client, !options.cluster.empty(), [&](const std::string& news) {
-        context.err << "tarnview: " << shown << ": " << OnOneLine(news) << '\n' << std::flush;
-    });
+    BlockSender sender(client,
+                       {.isReplicated = !options.cluster.empty(), .timeout = TimeoutFor(options)},
+                       [&](const std::string& news) {
+                           context.err << "tarnview: " << shown << ": " << OnOneLine(news) << '\n'
+                                       << std::flush;
+                       });
     Loader loader({files, options.input.addsRotated, path, options.blockLines}, sender, problems);
     sender.Create(StatementsToCreate(options.to.database, options.cluster));
     loader.Resume();

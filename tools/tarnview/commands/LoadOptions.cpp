@@ -62,6 +62,16 @@ void AddLoad(CLI::App& program, CommonOptions& common, Command& chosen) {
             "--block-lines", options->blockLines, "Send as many lines together at most (200000)")
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000).description(""));
+    command
+        .add_option_function<double>(
+            "--timeout",
+            [options](double seconds) {
+                options->timeout =
+                    std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1e3));
+            },
+            "End when the engine takes nothing for so long (600; with --follow, and with 0, never)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 1e6).description(""));
     AddFollowOptions(command, options->follow);
     AddCommonOptions(command, common);
     command.footer(examples);

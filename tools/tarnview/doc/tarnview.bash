@@ -42,7 +42,7 @@ _tarnview() {
         --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
             --where | --at | --over | --levels | --limit | --slowest | --last | --depth | --stuck | \
             --interval | --updates | --service | --silent-after | --fold | --header | --from | \
-            --cluster | --block-lines)
+            --cluster | --block-lines | --timeout)
             return
             ;;
     esac
@@ -77,7 +77,7 @@ _tarnview() {
             check) words="$common --ignore --quiet --where --json" ;;
             report) words="$common $filters --slowest" ;;
             export) words="$common $filters --to --weight --service --slowest" ;;
-            load) words="$common $follow --to --cluster --checkpoint --block-lines" ;;
+            load) words="$common $follow --to --cluster --checkpoint --block-lines --timeout" ;;
             push) words="$common --checkpoint --json --gzip --header --service" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")

@@ -133,6 +133,7 @@ complete -c tarnview -n $load -l to -x -d 'Where the engine answers, and the dat
 complete -c tarnview -n $load -l cluster -x -d 'Make the tables on all servers of this cluster'
 complete -c tarnview -n $load -l checkpoint -r -F -d 'How far the logs are loaded'
 complete -c tarnview -n $load -l block-lines -x -d 'Send as many lines together at most'
+complete -c tarnview -n $load -l timeout -x -d 'End when the engine takes nothing for so long'
 
 set -l push '__fish_seen_subcommand_from push'
 complete -c tarnview -n $push -l checkpoint -r -F -d 'How far the logs are pushed'

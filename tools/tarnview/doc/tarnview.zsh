@@ -154,7 +154,8 @@ _tarnview() {
                 '--to[where the engine answers, and the database]:url:'
                 '--cluster[make the tables on all servers of this cluster]:name:'
                 '--checkpoint[how far the logs are loaded]:file:_files'
-                '--block-lines[send as many lines together at most]:number:')
+                '--block-lines[send as many lines together at most]:number:'
+                '--timeout[end when the engine takes nothing for so long]:seconds:')
             ;;
         push)
             its=('1:url:'

@@ -40,6 +40,10 @@ EngineError ErrorFrom(std::string text, const std::string& otherwise) {
     }
     constexpr std::string_view last = ", e.what() = ";
     text = text.substr(text.find("Code: "));
+    // "All connection tries failed. Log: ": which ones, is said on the lines behind.
+    if (text.find("Log: \n") != std::string::npos) {
+        std::replace(text.begin(), text.end(), '\n', ' ');
+    }
     text = text.substr(0, std::min(text.find(last), text.find('\n')));
     constexpr std::size_t most = 400;
     return {text.substr(0, most), *code};
@@ -64,6 +68,11 @@ struct ListCleanup {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
+int Wait(void* onWait, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    const auto& goesOn = *static_cast<const EngineClient::OnWait*>(onWait);
+    return !goesOn || goesOn() ? 0 : 1;
+}
+
 using List = std::unique_ptr<curl_slist, ListCleanup>;
 
 List HeadersFor(bool isCompressed) {
@@ -87,10 +96,17 @@ List HeadersFor(bool isCompressed) {
 bool EngineError::IsLasting() const {
     // Names that are not known, statements that are not understood, types that do not fit, and
     // users who may not: what waiting does not change.
-    constexpr int lasting[] = {6,   8,   10,  16,  20,  27,  36,  42,  43,  44,  46,  47,
-                               48,  50,  53,  57,  60,  62,  63,  70,  80,  81,  115, 117,
-                               164, 170, 192, 193, 194, 195, 291, 344, 392, 497, 516};
-    return std::find(std::begin(lasting), std::end(lasting), m_code) != std::end(lasting);
+    constexpr int lasting[] = {8,   10,  16,  20,  36,  42,  43,  44,  46,  47,
+                               48,  50,  57,  60,  62,  63,  80,  81,  115, 164,
+                               170, 192, 193, 194, 195, 291, 344, 392, 497, 516};
+    return m_code == contradiction || IsAboutRows() ||
+           std::find(std::begin(lasting), std::end(lasting), m_code) != std::end(lasting);
+}
+
+bool EngineError::IsAboutRows() const {
+    // Values that cannot be read, converted or held, and those that a constraint refuses.
+    constexpr int aboutRows[] = {6, 27, 38, 41, 53, 69, 70, 72, 117, 128, 131, 321, 376, 469};
+    return std::find(std::begin(aboutRows), std::end(aboutRows), m_code) != std::end(aboutRows);
 }
 
 struct EngineClient::Handles {
@@ -146,6 +162,9 @@ EngineClient::EngineClient(EngineAddress address)
     curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, longest);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_handles->error);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Answer::Take);
+    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Wait);
+    curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &m_onWait);
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
     if (!m_isLocal) {
         curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip");
     }
@@ -179,7 +198,7 @@ std::string EngineClient::QueryOf(const Settings& settings, bool hasDatabase) co
 void EngineClient::Ask(const std::string& statement,
                        const Settings& settings,
                        const OnBytes& onBytes) {
-    Perform(QueryOf(settings, true), statement, false, onBytes);
+    Perform(Kind::Question, QueryOf(settings, true), statement, onBytes);
 }
 
 std::string EngineClient::Ask(const std::string& statement, const Settings& settings) {
@@ -193,10 +212,15 @@ std::string EngineClient::Ask(const std::string& statement, const Settings& sett
 
 std::string EngineClient::AskServer(const std::string& statement) {
     std::string answer;
-    Perform(QueryOf({}, false), statement, false, [&](std::string_view bytes) { answer += bytes; });
+    Perform(Kind::Question, QueryOf({}, false), statement, [&](std::string_view bytes) {
+        answer += bytes;
+    });
     return answer;
 }
 
+// An insert has a connection of its own. On one that was used before, libcurl sends a request again
+// by itself when it breaks off: what has arrived would be there twice. And a server that has
+// refused an insert before it has read all of it does not answer the next request.
 void EngineClient::Insert(const std::string& statement,
                           std::string_view data,
                           const Settings& settings) {
@@ -204,21 +228,24 @@ void EngineClient::Insert(const std::string& statement,
     all.emplace_back("query", statement);
     const auto ignore = [](std::string_view) {};
     if (m_isLocal) {
-        Perform(QueryOf(all, true), data, false, ignore);
+        Perform(Kind::Insert, QueryOf(all, true), data, ignore);
     } else {
-        Perform(QueryOf(all, true), tarn::otlp::Compress(data), true, ignore);
+        Perform(Kind::CompressedInsert, QueryOf(all, true), tarn::otlp::Compress(data), ignore);
     }
 }
 
-void EngineClient::Perform(const std::string& query,
+void EngineClient::Perform(Kind kind,
+                           const std::string& query,
                            std::string_view body,
-                           bool isCompressed,
                            const OnBytes& onBytes) {
     CURL* const easy = m_handles->easy.get();
-    const List headers = HeadersFor(isCompressed);
+    const List headers = HeadersFor(kind == Kind::CompressedInsert);
     const std::string url = m_address.url + query;
     Answer answer{easy, onBytes, "", nullptr};
     m_handles->error[0] = '\0';
+    const long isInsert = kind == Kind::Question ? 0 : 1;
+    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, isInsert);
+    curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, isInsert);
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
@@ -227,6 +254,9 @@ void EngineClient::Perform(const std::string& query,
     const CURLcode code = curl_easy_perform(easy);
     if (answer.thrown) {
         std::rethrow_exception(answer.thrown);
+    }
+    if (code == CURLE_ABORTED_BY_CALLBACK) {
+        throw EngineError("no answer", 0);
     }
     if (code != CURLE_OK) {
         throw EngineError(m_handles->error[0] != '\0' ? m_handles->error : curl_easy_strerror(code),

@@ -2,6 +2,7 @@
 
 #include "engine/EngineAddress.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -24,15 +25,24 @@ public:
     /// wrong. All else passes, as a restart or a full disk.
     bool IsLasting() const;
 
+    /// Whether it is the values of single rows that the engine will not have. Is lasting.
+    bool IsAboutRows() const;
+
+    /// A code that the engine has not: what is in the tables cannot be.
+    static constexpr int contradiction = -1;
+
 private:
     int m_code;
 };
 
-/// Asks an engine by HTTP. A connection is kept from request to request. Used by one thread.
+/// Asks an engine by HTTP. A connection is kept from question to question. Used by one thread.
 class EngineClient {
 public:
     using Settings = std::vector<std::pair<std::string, std::string>>;
     using OnBytes = std::function<void(std::string_view)>;
+    /// Hears at least once a second that a request has no whole answer yet; false ends the request.
+    /// Called by the thread that waits.
+    using OnWait = std::function<bool()>;
 
     /// Throws `std::bad_alloc`.
     explicit EngineClient(EngineAddress address);
@@ -41,6 +51,9 @@ public:
     EngineClient& operator=(const EngineClient&) = delete;
 
     const EngineAddress& Address() const { return m_address; }
+
+    /// Of the requests from now on; nothing: nobody hears.
+    void SetOnWait(OnWait onWait) { m_onWait = std::move(onWait); }
 
     /// Hands the answer on as it comes, in pieces; compressed on its way unless the engine is on
     /// this machine. Throws EngineError, also in the middle of the answer, and what `onBytes`
@@ -61,14 +74,17 @@ private:
     struct Handles;
     struct Answer;
 
-    void Perform(const std::string& query,
+    enum class Kind { Question, Insert, CompressedInsert };
+
+    void Perform(Kind kind,
+                 const std::string& query,
                  std::string_view body,
-                 bool isCompressed,
                  const OnBytes& onBytes);
     std::string QueryOf(const Settings& settings, bool hasDatabase) const;
 
     const EngineAddress m_address;
     const bool m_isLocal;
+    OnWait m_onWait;
     std::unique_ptr<Handles> m_handles;
 };
 

@@ -40,9 +40,9 @@ Loader::Loader(const Options& options, BlockSender& sender, Problems& problems)
 }
 
 void Loader::Resume() {
-    for (const PendingInsert& insert : m_checkpoint.pending) {
-        m_sender.Send(insert, m_checkpoint.loader, m_checkpoint.block, true);
-    }
+    // Of an earlier loader, which has counted its activities.
+    m_counts.rejected +=
+        Send(m_checkpoint.pending, m_checkpoint.loader, m_checkpoint.block, true).rejected;
     m_checkpoint.pending.clear();
 }
 
@@ -181,16 +181,32 @@ void Loader::SendBlock() {
                              loader = m_checkpoint.loader,
                              block = m_checkpoint.block,
                              pending = std::move(m_checkpoint.pending)] {
-                                for (const PendingInsert& insert : pending) {
-                                    m_sender.Send(insert, loader, block, false);
-                                }
+                                return Send(pending, loader, block, false);
                             });
     m_checkpoint.pending.clear();
 }
 
+// Uses nothing but the sender: the next block is made meanwhile.
+Loader::Counts Loader::Send(const std::vector<PendingInsert>& pending,
+                            std::uint64_t loader,
+                            std::uint32_t block,
+                            bool mayBeThere) {
+    Counts refused;
+    for (const PendingInsert& insert : pending) {
+        const std::uint64_t rows = m_sender.Send(insert, loader, block, mayBeThere);
+        refused.rejected += rows;
+        refused.activities += insert.table == tables::activities ? rows : 0;
+        refused.messages += insert.table == tables::messages ? rows : 0;
+    }
+    return refused;
+}
+
 void Loader::WaitForBlock() {
     if (m_onItsWay.valid()) {
-        m_onItsWay.get();
+        const Counts refused = m_onItsWay.get();
+        m_counts.activities -= refused.activities;
+        m_counts.messages -= refused.messages;
+        m_counts.rejected += refused.rejected;
     }
 }
 

@@ -66,6 +66,10 @@ private:
     void ListOpen();
     void Add(const char* table, std::uint16_t day);
     void SendBlock();
+    Counts Send(const std::vector<PendingInsert>& pending,
+                std::uint64_t loader,
+                std::uint32_t block,
+                bool mayBeThere);
     void WaitForBlock();
     void Reopen();
 
@@ -83,7 +87,7 @@ private:
     std::map<std::pair<const char*, std::uint16_t>, NativeWriter> m_block;
     std::uint64_t m_linesInBlock = 0;
     std::uint64_t m_bytesInBlock = 0;
-    std::future<void> m_onItsWay;
+    std::future<Counts> m_onItsWay;  // what was refused of it
     Counts m_counts;
 };
 

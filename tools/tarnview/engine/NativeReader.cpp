@@ -27,6 +27,15 @@ constexpr TypeWidth widths[] = {{"Date", 2},
 
 }  // namespace
 
+std::optional<std::size_t> WidthOfType(std::string_view type) {
+    for (const TypeWidth& known : widths) {
+        if (known.type == type) {
+            return known.width;
+        }
+    }
+    return std::nullopt;
+}
+
 void NativeReader::Take(std::string_view bytes) {
     m_bytes.append(bytes);
     while (Walk()) {
@@ -79,14 +88,11 @@ bool NativeReader::WalkColumn() {
         if (!TakeName(column.name, place) || !TakeName(type, place)) {
             return false;
         }
-        const TypeWidth* found = nullptr;
-        for (const TypeWidth& known : widths) {
-            found = known.type == type ? &known : found;
-        }
-        if (found == nullptr) {
+        const std::optional<std::size_t> width = WidthOfType(type);
+        if (!width) {
             Refuse();
         }
-        column.width = found->width;
+        column.width = *width;
         column.begin = m_place = place;
         m_columns.push_back(std::move(column));
         m_textsSeen = 0;

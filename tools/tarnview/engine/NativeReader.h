@@ -4,11 +4,16 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tarnview {
+
+/// Of a value of this type in the format Native, in bytes; 0: texts, with their length in front.
+/// Nothing if tarnview has no such columns.
+std::optional<std::size_t> WidthOfType(std::string_view type);
 
 /// Reads blocks of the engine's format Native as their bytes come, and hands out their rows. It
 /// holds one block. A row is read by a call for each column, in the order of the columns, of which
