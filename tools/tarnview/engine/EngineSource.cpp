@@ -17,10 +17,13 @@ namespace {
 // Of the time of an end line. A row has differences to what is mostly the same.
 constexpr const char* endTime = "(begin_us + duration_us + end_skew_us)";
 
-// What was open when it was loaded, and has not ended since.
-const std::string isStillOpen =
-    std::string(" AND (loader, line, pid) GLOBAL NOT IN (SELECT loader, ") +
-    "toUInt64(line - begin_lag), pid FROM " + tables::activities + " WHERE was_open = 1)";
+// What was open when it was loaded, and has not ended since; of the activities that this condition
+// on their roots is about.
+std::string IsStillOpen(const std::string& roots) {
+    return std::string(" AND (loader, line, pid) GLOBAL NOT IN (SELECT loader, ") +
+           "toUInt64(line - begin_lag), pid FROM " + tables::activities +
+           " WHERE was_open = 1 AND " + roots + ")";
+}
 
 std::string IsOneOf(const std::vector<std::string>& roots) {
     std::string list;
@@ -44,6 +47,13 @@ std::string Both(const std::string& a, const std::string& b) {
 struct Conditions {
     std::string ended = "1";
     std::string open = "1";
+    std::string roots = "1";
+
+    // The tables are in the order of roots: only their rows are read.
+    void AddRoots(const std::vector<std::string>& wanted) {
+        roots = IsOneOf(wanted);
+        Add(roots);
+    }
 
     void Add(const std::string& condition) {
         ended = Both(ended, condition);
@@ -51,12 +61,26 @@ struct Conditions {
     }
 };
 
+// Ids, and not beginnings of ids.
+bool AreWhole(const std::vector<std::string>& roots) {
+    return !roots.empty() && std::all_of(roots.begin(), roots.end(), [](const std::string& root) {
+        return !root.empty() && StoredId::Of(root).text.empty();
+    });
+}
+
+// Whether all activities of its trees pass, and no others.
+bool HasOnlyRoots(Filter filter) {
+    const bool hasRoots = !filter.roots.empty();
+    filter.roots.clear();
+    return hasRoots && filter.IsEmpty();
+}
+
 Conditions ConditionsFor(const ActivitySource::Selection& selection) {
     // Each root takes 40 letters of the statement. Of more, all trees are read and looked at here.
     constexpr std::size_t mostRoots = 20'000;
     Conditions conditions;
     if (!selection.roots.empty() && selection.roots.size() <= mostRoots) {
-        conditions.Add(IsOneOf(selection.roots));
+        conditions.AddRoots(selection.roots);
     }
     if (!selection.id.empty()) {
         conditions.Add(IdBeginsWith("id", selection.id) + " OR " +
@@ -66,6 +90,12 @@ Conditions ConditionsFor(const ActivitySource::Selection& selection) {
         return conditions;
     }
     const EngineFilter filter = EngineFilter::Of(*selection.filter);
+    if (AreWhole(selection.filter->roots)) {
+        conditions.AddRoots(selection.filter->roots);
+        if (selection.wantsWholeTrees && HasOnlyRoots(*selection.filter)) {
+            return conditions;
+        }
+    }
     if (selection.wantsWholeTrees) {
         conditions.Add(std::string("root GLOBAL IN (SELECT root FROM ") + tables::activities +
                        " WHERE " + filter.ended + " UNION ALL SELECT root FROM " + tables::open +
@@ -117,13 +147,14 @@ void EngineSource::ReadActivities(const std::string& table,
 void EngineSource::Read(const Selection& selection, const OnActivity& onActivity) {
     const Conditions conditions = ConditionsFor(selection);
     ReadActivities(tables::activities, conditions.ended, selection, onActivity);
-    ReadActivities(tables::open, conditions.open + isStillOpen, selection, onActivity);
+    ReadActivities(
+        tables::open, conditions.open + IsStillOpen(conditions.roots), selection, onActivity);
 }
 
 void EngineSource::ReadOpen(bool wantsTables, const OnActivity& onActivity) {
     Selection selection;
     selection.wantsTables = wantsTables;
-    ReadActivities(tables::open, "1" + isStillOpen, selection, onActivity);
+    ReadActivities(tables::open, "1" + IsStillOpen("1"), selection, onActivity);
 }
 
 void EngineSource::ReadMessages(const std::string& condition,
