@@ -69,7 +69,7 @@ private:
         std::string statement;
         std::string rowsOfBlock;  // a condition
 
-        Sending(const PendingInsert& insert, std::uint64_t loader, std::uint32_t block);
+        Sending(const PendingInsert& it, std::uint64_t ofLoader, std::uint32_t number);
     };
 
     using Key = std::pair<std::uint64_t, std::int64_t>;  // line and process
