@@ -17,7 +17,7 @@ struct Activity {
     std::string root;     ///< at the top of a tree the id
     std::string caller;   ///< who started it; empty if the log does not say
     std::int64_t depth = 0;
-    std::int64_t process = 0;
+    ProcessId process{};
     std::int64_t beginThread = 0;
     std::int64_t endThread = 0;
     std::string session;

@@ -22,7 +22,10 @@ public:
         Text("parent", parent == ActivityForest::none ? "" : m_forest[parent].id);
         Text("link", LinkWord(m_forest.LinkOf(index)));
         m_json.Member("depth", static_cast<long long>(activity.depth));
-        m_json.Member("pid", static_cast<long long>(activity.process));
+        if (!activity.process.host.empty()) {
+            m_json.Member("host", activity.process.host);
+        }
+        m_json.Member("pid", static_cast<long long>(activity.process.number));
         m_json.Member("tid", static_cast<long long>(activity.beginThread));
         Text("session", activity.session);
         Text("request", activity.request);

@@ -80,9 +80,13 @@ int RunCheck(const CheckOptions& options, Context& context) {
                          [&](const LogLine& line, const Place& place) { check.Take(line, place); });
     check.Finish();
     input.EndPass();
+    const int status = input.FinishQuietly();
     if (!options.isQuiet) {
         const auto print = options.isJson ? PrintJson : PrintSummary;
         print(check.Found(), input.Findings(), input.Scanner(), context.out);
+    }
+    if (status != exitSuccess) {
+        return status;
     }
     return input.Findings().Total() == 0 ? exitSuccess : exitNegative;
 }

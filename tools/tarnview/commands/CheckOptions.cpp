@@ -41,6 +41,7 @@ void AddCheck(CLI::App& program, CommonOptions& common, Command& chosen) {
         "Whether a log is whole: lines that do not parse, ends without a begin, ids that "
         "repeat, figures that do not add up");
     AddInputOptions(command, options->input);
+    AddHostOption(command, options->input);
     command
         .add_option(
             "--ignore", *ignored, "Kinds of faults to ignore, joined by commas: " + KnownKinds())

@@ -7,6 +7,7 @@
 #include "output/ExpressionText.h"
 #include "read/InputFiles.h"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <stdexcept>
@@ -92,6 +93,7 @@ void AddSourceOptions(CLI::App& command, InputOptions& options) {
         ->type_name("URL");
 #endif
     AddInputOptions(command, options);
+    AddHostOption(command, options);
 }
 
 void AddInputOptions(CLI::App& command, InputOptions& options) {
@@ -107,11 +109,17 @@ void AddInputOptions(CLI::App& command, InputOptions& options) {
         [&options] { options.addsRotated = false; },
         "Read the named files only, not the full ones beside them (a.1.log, a.2.log ... of a.log)");
     command.parse_complete_callback([&options] {
-        if (!options.from.empty() && !options.files.empty()) {
+        if (!options.from.empty() && !(options.files.empty() && options.hosts.empty())) {
             throw CLI::ValidationError("--from", "log files cannot be read as well");
         }
         if (!options.from.empty()) {
             return;
+        }
+        for (const HostedLog& log : options.hosts) {
+            if (std::find(options.files.begin(), options.files.end(), log.path) ==
+                options.files.end()) {
+                options.files.push_back(log.path);
+            }
         }
         if (options.files.empty() && isatty(STDIN_FILENO) != 0) {
             throw CLI::RequiredError("LOG");
@@ -120,6 +128,24 @@ void AddInputOptions(CLI::App& command, InputOptions& options) {
             options.files.emplace_back(standardInput);
         }
     });
+}
+
+void AddHostOption(CLI::App& command, InputOptions& options) {
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--host",
+            [&options](const std::vector<std::string>& texts) {
+                for (const std::string& text : texts) {
+                    const std::size_t equal = text.find('=');
+                    if (equal == std::string::npos || equal == 0 || equal + 1 == text.size()) {
+                        throw CLI::ValidationError("--host", "'" + text + "' is no NAME=LOG");
+                    }
+                    options.hosts.push_back({text.substr(0, equal), text.substr(equal + 1)});
+                }
+            },
+            "The host that a log is of, which is read as well; else the log says it itself")
+        ->type_name("NAME=LOG")
+        ->allow_extra_args(false);
 }
 
 void AddFollowOptions(CLI::App& command, FollowOptions& options) {

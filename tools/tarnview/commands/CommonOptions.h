@@ -54,6 +54,8 @@ void AddTimeOptions(CLI::App& command, CommonOptions& options);
 /// Log files, or an engine that has the logs.
 void AddSourceOptions(CLI::App& command, InputOptions& options);
 void AddInputOptions(CLI::App& command, InputOptions& options);
+/// --host, for commands that tell processes of several hosts apart.
+void AddHostOption(CLI::App& command, InputOptions& options);
 /// Reads a time as people write it, in the zone that the options of the command ask for. The
 /// command must have time options.
 std::optional<Microseconds> ParseTime(const CLI::App& command, const std::string& text);

@@ -172,8 +172,12 @@ int RunCompare(const CompareOptions& options, Context& context) {
     if (options.at) {
         status = ReadSide(options, input, std::nullopt, comparison, context);
     } else {
-        InputOptions before{options.old, input.addsRotated};
+        InputOptions before = input;
         InputOptions after = input;
+        before.files = options.old;
+        std::erase_if(after.files, [&](const std::string& file) {
+            return std::find(options.old.begin(), options.old.end(), file) != options.old.end();
+        });
         if (before.files.empty()) {
             before.files = {after.files.front()};
             after.files.erase(after.files.begin());

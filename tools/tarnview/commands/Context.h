@@ -3,6 +3,7 @@
 #include "model/Filter.h"
 #include "output/Terminal.h"
 #include "output/TimeStyle.h"
+#include "read/Hosts.h"
 #include "read/Problems.h"
 
 #include <iosfwd>
@@ -40,6 +41,7 @@ struct Context {
 struct InputOptions {
     std::vector<std::string> files;
     bool addsRotated = true;
+    std::vector<HostedLog> hosts{};  ///< whose logs are among the files
     std::string from{};  ///< an engine that has the logs, instead of files; empty: files
 };
 

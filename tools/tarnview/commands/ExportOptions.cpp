@@ -44,6 +44,7 @@ void AddExport(CLI::App& program, CommonOptions& common, Command& chosen) {
     CLI::App& command =
         *program.add_subcommand("export", "Activities for trace viewers and flame graphs");
     AddInputOptions(command, options->input);
+    AddHostOption(command, options->input);
     AddChoice<ExportFormat>(
         command,
         "--to",

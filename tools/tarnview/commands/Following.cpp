@@ -25,18 +25,22 @@ void Follow(const InputOptions& input,
     const std::vector<std::string> paths = FilesToRead(input.files, input.addsRotated);
     // Full files are only read; those that were named are followed.
     std::vector<std::string> full;
-    LineParser parser(parsing);
+    const Hosts hosts(paths, input.hosts);
+    std::list<LineParser> parsers;
     std::list<FollowedFile> followed;
     for (const std::string& path : paths) {
         const bool isNamed =
             std::find(input.files.begin(), input.files.end(), path) != input.files.end();
         if (isNamed && !IsCompressed(path)) {
-            followed.emplace_back(path, parser, problems);
+            ParserOptions own = parsing;
+            own.host = hosts.Of(path);
+            followed.emplace_back(path, parsers.emplace_back(own), problems);
         } else {
             full.push_back(path);
         }
     }
     LogScanner scanner(full, problems);
+    scanner.UseHosts(hosts);
     scanner.Scan(parsing, onLine);
     context.times.base = scanner.FirstTime();
     for (std::size_t update = 0; options.updates == 0 || update < options.updates; ++update) {

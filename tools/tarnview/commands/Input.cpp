@@ -25,11 +25,13 @@ bool IsSameFile(const std::string& path, const std::string& other) {
 
 Input::Input(const InputOptions& options, Context& context)
     : m_files(FilesToRead(options.files, options.addsRotated)),
+      m_hosts(m_files, options.hosts),
       m_context(context),
       m_problems(context.err),
       m_muted(context.err, 0),
       m_progress(context.err, context.terminal.hasProgress, TotalSize(m_files)),
       m_scanner(m_files, m_problems, [this](std::uint64_t bytes) { m_progress.Update(bytes); }) {
+    m_scanner.UseHosts(m_hosts);
     m_problems.SetBeforeOutput([this] { m_progress.Clear(); });
 #ifdef TARNVIEW_HAS_NETWORK
     if (!options.from.empty()) {
@@ -71,13 +73,28 @@ void Input::Look(const Activity& activity) {
     m_coarseLeaves += isCoarse ? 1U : 0U;
 }
 
-int Input::Finish() {
-    constexpr std::uint64_t fewLeaves = 50;
+int Input::FinishQuietly() {
     m_progress.Clear();
     for (const std::string& file : m_scanner.FilesWithoutALog()) {
         m_context.err << "tarnview: " << OnOneLine(file)
                       << ": no line of this file is a log line\n";
     }
+    for (const std::string& log : m_hosts.Nameless()) {
+        m_context.err << "tarnview: " << OnOneLine(log)
+                      << " does not say of which host it is; --host NAME=LOG does\n";
+    }
+    if (const auto shared = m_scanner.SharedProcess()) {
+        m_context.err << "tarnview: process " << ProcessName(shared->process) << " is in "
+                      << OnOneLine(shared->log) << " and " << OnOneLine(shared->other)
+                      << " at the same time; if these are of two hosts, --host NAME=LOG tells them "
+                         "apart\n";
+    }
+    return m_scanner.FilesWithoutALog().empty() ? exitSuccess : exitInputOutput;
+}
+
+int Input::Finish() {
+    constexpr std::uint64_t fewLeaves = 50;
+    const int status = FinishQuietly();
     if (const std::string summary = m_problems.Summary(); !summary.empty()) {
         m_context.err << "tarnview: " << summary << "; the answer may be incomplete\n";
     }
@@ -86,7 +103,7 @@ int Input::Finish() {
             << "tarnview: the processor time of most activities is 0 or exceeds their elapsed "
                "time: the system counts it in ticks, and only sums of many mean something\n";
     }
-    return m_scanner.FilesWithoutALog().empty() ? exitSuccess : exitInputOutput;
+    return status;
 }
 
 }  // namespace tarnview

@@ -21,9 +21,13 @@ public:
     /// Reading begins anew after a pass; to be called before the first one, for each further pass.
     void AllowAnotherPass();
 
-    /// At the end: says in a line how much was wrong in all, and what follows from it. Returns what
-    /// the program ends with: exitInputOutput if a file is no log, else exitSuccess.
+    /// At the end: says what of the hosts of the logs is not known, and in a line how much was
+    /// wrong in all, and what follows from it. Returns what the program ends with: exitInputOutput
+    /// if a file is no log, else exitSuccess.
     int Finish();
+
+    /// The same for a command that says itself what was wrong.
+    int FinishQuietly();
 
     /// Where the activities are if they are in no files; else null, and Scanner() reads the lines.
     ActivitySource* Source() const { return m_source.get(); }
@@ -42,6 +46,7 @@ public:
 
 private:
     std::vector<std::string> m_files;
+    Hosts m_hosts;
     Context& m_context;
     Problems m_problems;
     Problems m_muted;

@@ -131,10 +131,10 @@ void SayWhatIsGuessed(const ActivityForest& forest, Context& context) {
     }
     for (const auto& [processes, skew] : forest.ClockSkews()) {
         context.err << "tarnview: by the calls between them, the clock of process "
-                    << processes.second << " is "
+                    << ProcessName(processes.second) << " is "
                     << FormatDuration(std::fabs(static_cast<double>(skew)) / 1e6)
                     << (skew > 0 ? " ahead of" : " behind") << " that of process "
-                    << processes.first << '\n';
+                    << ProcessName(processes.first) << '\n';
     }
 }
 

@@ -52,7 +52,7 @@ public:
         : m_joiner(joiner),
           m_options(options),
           m_until(until) {
-        for (const std::int64_t process : processes.Crashed()) {
+        for (const ProcessId& process : processes.Crashed()) {
             m_gone[process] = {processes.LastTimeOf(process), processes.LastWordsOf(process), {}};
         }
         for (const Activity* const activity : joiner.Open()) {
@@ -79,7 +79,7 @@ public:
         if (m_options.stuck > 0) {
             context.out << " for " << FormatDuration(m_options.stuck) << " or longer";
         }
-        const auto count = [&](const std::map<std::int64_t, Process>& processes, const char* text) {
+        const auto count = [&](const std::map<ProcessId, Process>& processes, const char* text) {
             std::size_t number = 0;
             for (const auto& [id, process] : processes) {
                 number += process.rows.size();
@@ -109,12 +109,13 @@ private:
     };
 
     void Add(const Activity& activity, const ProcessWatch& processes) {
-        const std::int64_t id = activity.process;
+        const ProcessId id = activity.process;
         const Microseconds last = processes.LastTimeOf(id);
         const auto silentAfter = static_cast<Microseconds>(m_options.silentAfter * 1e6);
         const bool isLive = m_options.isNow || m_options.follow.isFollowing;
-        const bool isGone = processes.IsReplaced(id) || !processes.LastWordsOf(id).empty() ||
-                            (isLive && IsThisHost(processes.HostOf(id)) && !IsStillThere(id, last));
+        const bool isGone =
+            processes.IsReplaced(id) || !processes.LastWordsOf(id).empty() ||
+            (isLive && IsThisHost(processes.HostOf(id)) && !IsStillThere(id.number, last));
         const bool isSilent = m_until - last > silentAfter;
         const Row row{&activity, (isGone ? last : m_until) - activity.begin};
         if (static_cast<double>(row.time) / 1e6 < m_options.stuck) {
@@ -129,12 +130,12 @@ private:
         process.rows.push_back(row);
     }
 
-    void PrintProcesses(const std::map<std::int64_t, Process>& processes,
+    void PrintProcesses(const std::map<ProcessId, Process>& processes,
                         const char* text,
                         Context& context) const {
         for (const auto& [id, process] : processes) {
-            context.out << "process " << id << ' ' << text << context.times.Text(process.lastTime)
-                        << '\n';
+            context.out << "process " << ProcessName(id) << ' ' << text
+                        << context.times.Text(process.lastTime) << '\n';
             if (!process.lastWords.empty()) {
                 context.out << "  " << OnOneLine(process.lastWords) << '\n';
             }
@@ -146,6 +147,7 @@ private:
         return Table({{"for", "for_seconds"},
                       {"activity", "name", true},
                       {"process:thread", "", true, 2},
+                      {"", "host", true, 0, true},
                       {"", "pid"},
                       {"", "tid"},
                       {"user", "user", true, 3},
@@ -164,12 +166,13 @@ private:
             return a.activity->begin < b.activity->begin;
         });
         for (const auto& [activity, time] : rows) {
-            const std::string process = std::to_string(activity->process);
+            const std::string number = std::to_string(activity->process.number);
             const std::string thread = std::to_string(activity->beginThread);
             table.Add({Cell::Duration(static_cast<double>(time)),
                        Cell::Text(activity->name),
-                       Cell::Text(process + ":" + thread),
-                       Cell::Number(process, process),
+                       Cell::Text(ProcessName(activity->process) + ":" + thread),
+                       Cell::TextIfAny(activity->process.host),
+                       Cell::Number(number, number),
                        Cell::Number(thread, thread),
                        Cell::Text(activity->user),
                        Cell::Text(activity->id),
@@ -192,8 +195,8 @@ private:
     const OpenOptions& m_options;
     Microseconds m_until;
     std::vector<Row> m_running;
-    std::map<std::int64_t, Process> m_silent;
-    std::map<std::int64_t, Process> m_gone;
+    std::map<ProcessId, Process> m_silent;
+    std::map<ProcessId, Process> m_gone;
 };
 
 int FollowOpen(const OpenOptions& options, Context& context) {

@@ -70,6 +70,7 @@ Table PathTable() {
                   {"", "name"},
                   {"", "id"},
                   {"process:thread", "", true, 4},
+                  {"", "host", true, 0, true},
                   {"", "pid"},
                   {"", "tid"},
                   {"result", "", true, 5},
@@ -96,7 +97,7 @@ void AddRow(Table& table, const ActivityForest& forest, const Row& row, const Pa
     const LinkKind link = forest.LinkOf(step.index);
     const std::string note = link == LinkKind::Named ? "" : " " + LinkNote(link);
     const std::string thread =
-        std::to_string(activity.process) + ":" + std::to_string(activity.beginThread);
+        ProcessName(activity.process) + ":" + std::to_string(activity.beginThread);
     table.Add({Cell::Duration(static_cast<double>(step.begin - whole.begin)),
                Cell::Duration(static_cast<double>(step.own)),
                Cell::Share(static_cast<double>(step.own) / length),
@@ -107,7 +108,8 @@ void AddRow(Table& table, const ActivityForest& forest, const Row& row, const Pa
                Cell::Text(activity.name),
                Cell::Text(activity.id),
                Cell::Text(thread),
-               Cell::Number("", std::to_string(activity.process)),
+               Cell::TextIfAny(activity.process.host),
+               Cell::Number("", std::to_string(activity.process.number)),
                Cell::Number("", std::to_string(activity.beginThread)),
                Cell::Text(ResultOf(activity)).Bad(activity.IsFailure()),
                activity.hasEnd ? Cell::Text(activity.result) : Cell::Missing(),

@@ -23,6 +23,7 @@ void AddReport(CLI::App& program, CommonOptions& common, Command& chosen) {
     CLI::App& command = *program.add_subcommand(
         "report", "A page for a browser: timeline, flame chart, table by name, failures");
     AddInputOptions(command, options->input);
+    AddHostOption(command, options->input);
     AddSlowestOption(command, options->order, options->count);
     AddFilterOptions(command, options->filter);
     AddTimeOptions(command, common);

@@ -67,7 +67,8 @@ private:
         PrintField("id", activity.id);
         PrintField("root", activity.root);
         PrintField("depth", std::to_string(activity.depth));
-        PrintField("process", std::to_string(activity.process));
+        PrintField("host", std::string(activity.process.host));
+        PrintField("process", std::to_string(activity.process.number));
         const std::string begin = std::to_string(activity.beginThread);
         const std::string end = std::to_string(activity.endThread);
         PrintField("thread", begin == end ? begin : begin + ", ended on " + end);

@@ -5,13 +5,14 @@ _tarnview() {
     local commands="top tree path callers failures compare histogram heat open show check report"
     commands+=" export load push"
     local common="--help --output --color --no-progress --no-rotated"
+    local hosted="$common --host"
     local filters="--root --name --user --pid --site --result --failed --not-ok --slower-than"
     filters+=" --since --before --where"
     local times="--utc --local --relative"
     filters+=" $times"
     local follow="--follow --interval --updates"
-    local question="$common $filters --from --csv --json"
-    local fields="name user site req-desc session request result root pid tid depth"
+    local question="$hosted $filters --from --csv --json"
+    local fields="name user host site req-desc session request result root pid tid depth"
     local columns="count failed early open total mean p50 p90 p99 max exclusive cpu memory"
     local kinds="unreadable long cut broken-file lost gap duplicate wrong no-begin repeated orphan cycle clock"
     kinds+=" died crash figures never-ended"
@@ -42,7 +43,7 @@ _tarnview() {
         --root | --name | --user | --pid | --site | --result | --slower-than | --since | --before | \
             --where | --at | --over | --levels | --limit | --slowest | --last | --depth | --stuck | \
             --interval | --updates | --service | --silent-after | --fold | --header | --from | \
-            --cluster | --block-lines | --timeout)
+            --cluster | --block-lines | --timeout | --host)
             return
             ;;
     esac
@@ -66,11 +67,11 @@ _tarnview() {
             histogram) words="$question --of" ;;
             heat) words="$question --interval" ;;
             tree)
-                words="$common $filters $follow --from --slowest --last --depth --attributes --messages --fold"
+                words="$hosted $filters $follow --from --slowest --last --depth --attributes --messages --fold"
                 words+=" --label --json"
                 ;;
             open)
-                words="$common $times $follow --from --stuck --now --silent-after --name --user --pid --where"
+                words="$hosted $times $follow --from --stuck --now --silent-after --name --user --pid --where"
                 words+=" --csv --json"
                 ;;
             show) words="$common $times --from --where --json" ;;

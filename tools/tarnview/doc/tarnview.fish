@@ -2,7 +2,7 @@
 
 set -l commands top tree path callers failures compare histogram heat open show check report export \
     load push
-set -l fields name user site req-desc session request result root pid tid depth
+set -l fields name user host site req-desc session request result root pid tid depth
 
 complete -c tarnview -n "not __fish_seen_subcommand_from $commands" -f
 complete -c tarnview -n __fish_use_subcommand -l version -d 'Print the version'
@@ -28,6 +28,7 @@ set -l any "__fish_seen_subcommand_from $commands"
 complete -c tarnview -n $any -l color -x -a 'auto always never' -d 'When there are colours'
 complete -c tarnview -n $any -l no-progress -d 'No progress bar'
 complete -c tarnview -n $any -l no-rotated -d 'Read the named files only'
+complete -c tarnview -n "$any; and not __fish_seen_subcommand_from load push" -l host -x -d 'The host that a log is of, NAME=LOG'
 complete -c tarnview -n $any -s o -l output -r -F -d 'Write to this file'
 
 # Filters.

@@ -2,7 +2,7 @@
 # Completion of tarnview for zsh.
 
 _tarnview_fields() {
-    _values -s , field name user site req-desc session request result root pid tid depth \
+    _values -s , field name user host site req-desc session request result root pid tid depth \
         attributes. body.
 }
 
@@ -166,6 +166,7 @@ _tarnview() {
                 '--service[service.name]:name:')
             ;;
     esac
+    [[ $words[1] == (load|push) ]] || its+=('*--host[the host that a log is of]:name=log:')
     _arguments $common $its '*:log:_files'
 }
 

@@ -79,7 +79,7 @@ void VisitActivity(Visitor& visitor, Columns& columns, Activity& it) {
     visitor.Id("caller", "caller_text", it.caller);
     visitor.Text("name", it.name);
     visitor.Number("depth", it.depth);
-    visitor.Number("pid", it.process);
+    visitor.Number("pid", it.process.number);
     visitor.Number("begin_tid", it.beginThread);
     visitor.Number("tid", it.endThread);
     visitor.Text("session", it.session);
@@ -131,7 +131,7 @@ void VisitMessage(Visitor& visitor, MessageRow& row) {
     visitor.View("severity", row.line.severity);
     visitor.View("event", row.line.event);
     visitor.View("message", row.line.message);
-    visitor.Number("pid", row.line.process);
+    visitor.Number("pid", row.line.process.number);
     visitor.Number("tid", row.line.thread);
     visitor.File("file", row.place.file);
     visitor.Number("file_line", fileLine);

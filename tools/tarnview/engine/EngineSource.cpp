@@ -202,7 +202,7 @@ void EngineSource::ReadSignsOfLife(bool wantsHosts, const LogScanner::OnLine& on
                 std::pair<std::uint64_t, std::uint64_t> key;
                 reader.UInt64("loader", key.first);
                 reader.UInt64("last_line", key.second);
-                reader.Int64("pid", sign.line.process);
+                reader.Int64("pid", sign.line.process.number);
                 reader.Int64("last_us", sign.line.time);
                 reader.Text("last_file", sign.place.file);
                 sign.place.file = m_files.Keep(sign.place.file);
@@ -221,7 +221,7 @@ void EngineSource::ReadSignsOfLife(bool wantsHosts, const LogScanner::OnLine& on
                    std::string_view environment;
                    reader.UInt64("loader", key.first);
                    reader.UInt64("line", key.second);
-                   reader.Int64("pid", sign.line.process);
+                   reader.Int64("pid", sign.line.process.number);
                    reader.Text("environment", environment);
                    reader.Text("end_file", sign.place.file);
                    sign.place.file = m_files.Keep(sign.place.file);

@@ -56,7 +56,7 @@ void Loader::Reopen() {
             m_lines.NameOf(std::string(activity.beginPlace.file), open.beginLine);
         m_beginLines[{activity.beginPlace.file.data(), activity.beginPlace.line}] = open.beginLine;
         if (open.wasOpen) {
-            m_listed[{open.beginLine, activity.process}] = true;
+            m_listed[{open.beginLine, activity.process.number}] = true;
         }
         m_joiner.Reopen(std::move(activity));
     });
@@ -128,7 +128,7 @@ ActivityRow Loader::RowOf(const Activity& activity) const {
 
 void Loader::TakeActivity(Activity&& activity) {
     ActivityRow row = RowOf(activity);
-    row.wasOpen = m_listed.erase({row.beginLine, activity.process}) != 0;
+    row.wasOpen = m_listed.erase({row.beginLine, activity.process.number}) != 0;
     Write(row, m_block[{tables::activities, row.origin.day}]);
     ++m_counts.activities;
     // What a fork has in common with its parent goes on there.
@@ -141,7 +141,7 @@ void Loader::TakeActivity(Activity&& activity) {
 void Loader::ListOpen() {
     for (const Activity* const activity : m_joiner.Open()) {
         ActivityRow row = RowOf(*activity);
-        if (m_listed.try_emplace({row.beginLine, activity->process}, true).second) {
+        if (m_listed.try_emplace({row.beginLine, activity->process.number}, true).second) {
             row.wasOpen = true;
             Write(row, m_block[{tables::open, row.origin.day}]);
             ++m_linesInBlock;
@@ -170,7 +170,7 @@ void Loader::SendBlock() {
         NativeWriter open;
         for (const Activity* const activity : m_joiner.Open()) {
             ActivityRow row = RowOf(*activity);
-            row.wasOpen = m_listed.count({row.beginLine, activity->process}) != 0;
+            row.wasOpen = m_listed.count({row.beginLine, activity->process.number}) != 0;
             Write(row, open);
         }
         m_checkpoint.open = open.Rows() == 0 ? "" : open.Take();

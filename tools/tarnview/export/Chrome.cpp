@@ -1,6 +1,7 @@
 #include "export/ActivityArguments.h"
 #include "export/Exports.h"
 #include "export/Json.h"
+#include "export/ProcessNumbers.h"
 #include "export/ThreadLanes.h"
 
 #include <algorithm>
@@ -17,7 +18,10 @@ using Index = ActivityForest::Index;
 
 class ChromeWriter {
 public:
-    ChromeWriter(const ActivityForest& forest, std::ostream& out) : m_forest(forest), m_json(out) {
+    ChromeWriter(const ActivityForest& forest, std::ostream& out)
+        : m_forest(forest),
+          m_numbers(forest),
+          m_json(out) {
         for (Index index = 0; index < forest.Size(); ++index) {
             const Microseconds begin = forest[index].begin;
             m_base = index == 0 ? begin : std::min(m_base, begin);
@@ -65,7 +69,7 @@ private:
             for (const Index index : lane.activities) {
                 site = site.empty() || site == "-" ? m_forest[index].site : site;
             }
-            WriteName("process_name", lane, site + " " + std::to_string(lane.process));
+            WriteName("process_name", lane, site + " " + ProcessName(lane.process));
         }
         if (lane.number == 0) {
             WriteName("thread_name", lane, "thread " + std::to_string(lane.thread));
@@ -76,7 +80,7 @@ private:
         m_json.BeginObject();
         m_json.Member("ph", "M");
         m_json.Member("name", kind);
-        m_json.Member("pid", lane.process);
+        m_json.Member("pid", m_numbers.Of(lane.process));
         m_json.Member("tid", lane.thread);
         m_json.Key("args");
         m_json.BeginObject();
@@ -90,7 +94,7 @@ private:
         m_json.Member("ph", phase);
         m_json.Member("name", activity.name);
         m_json.Member("cat", activity.IsFailure() ? "failed" : "activity");
-        m_json.Member("pid", activity.process);
+        m_json.Member("pid", m_numbers.Of(activity.process));
         m_json.Member("tid", activity.beginThread);
         m_json.Member("ts", time - m_base);
     }
@@ -228,7 +232,7 @@ private:
         m_json.Member("name", "hand-over");
         m_json.Member("cat", "hand-over");
         m_json.Member("id", static_cast<long long>(child) + 1);
-        m_json.Member("pid", activity.process);
+        m_json.Member("pid", m_numbers.Of(activity.process));
         m_json.Member("tid", activity.beginThread);
         m_json.Key("ts");
         m_json.Number(time - static_cast<double>(m_base));
@@ -268,10 +272,11 @@ private:
     }
 
     const ActivityForest& m_forest;
+    const ProcessNumbers m_numbers;
     Json m_json;
     Microseconds m_base = 0;
     std::vector<Place> m_places;  // by index
-    std::set<std::int64_t> m_processes;
+    std::set<ProcessId> m_processes;
     ActivityArguments m_arguments;
 };
 

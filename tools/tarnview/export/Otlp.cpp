@@ -30,7 +30,7 @@ public:
         : m_forest(forest),
           m_out(out),
           m_ids(forest),
-          m_resources(OptionsWith(service)),
+          m_options(OptionsWith(service)),
           m_encoder(tarn::otlp::MakeEncoder(tarn::otlp::Encoding::Json)) {
         for (Index index = 0; index < forest.Size(); ++index) {
             m_byId.emplace(forest[index].id, index);
@@ -38,7 +38,7 @@ public:
     }
 
     void Write() {
-        std::map<std::int64_t, std::vector<Index>> processes;
+        std::map<ProcessId, std::vector<Index>> processes;
         for (Index index = 0; index < m_forest.Size(); ++index) {
             processes[m_forest[index].process].push_back(index);
             LearnHost(m_forest[index]);
@@ -61,10 +61,19 @@ private:
     // The host's name is in the end events of roots only.
     void LearnHost(const Activity& activity) {
         std::string_view host;
-        if (!activity.environment.empty() &&
+        if (activity.process.host.empty() && !activity.environment.empty() &&
             m_parser.parse(activity.environment)["host"].get(host) == simdjson::SUCCESS) {
-            m_resources.SetHost(activity.process, host);
+            ResourcesOf(activity.process).SetHost(activity.process.number, host);
         }
+    }
+
+    // Within these a process is known by its number alone.
+    tarn::otlp::Resources& ResourcesOf(const ProcessId& process) {
+        const auto [it, isNew] = m_resources.try_emplace(process.host, m_options);
+        if (isNew && !process.host.empty()) {
+            it->second.SetHost(0, process.host);
+        }
+        return it->second;
     }
 
     void WriteLine(const std::vector<Index>& indices, std::size_t first, std::size_t last) {
@@ -77,7 +86,8 @@ private:
             if (const Index sponsor = OtherSponsorOf(index); sponsor != ActivityForest::none) {
                 m_builder.LinkSponsor(m_ids.IdentityOf(sponsor));
             }
-            spans.push_back({m_resources.Of(facts), m_encoder->Encode(span)});
+            spans.push_back(
+                {ResourcesOf(m_forest[index].process).Of(facts), m_encoder->Encode(span)});
         }
         m_out << m_encoder->Assemble(tarn::otlp::GroupByResource(spans)) << '\n';
     }
@@ -139,7 +149,7 @@ private:
         facts.user = activity.user;
         facts.site = activity.site;
         facts.description = activity.description;
-        facts.process = activity.process;
+        facts.process = activity.process.number;
         facts.thread = activity.beginThread;
         facts.begin = times.begin;
         facts.end = times.end;
@@ -161,7 +171,8 @@ private:
     std::ostream& m_out;
     SpanIds m_ids;
     std::unordered_map<std::string_view, Index> m_byId;
-    tarn::otlp::Resources m_resources;
+    const tarn::otlp::Options m_options;
+    std::map<std::string_view, tarn::otlp::Resources> m_resources;  // by host
     const std::unique_ptr<tarn::otlp::SpanEncoder> m_encoder;
     tarn::otlp::SpanBuilder m_builder;
     simdjson::dom::parser m_parser;

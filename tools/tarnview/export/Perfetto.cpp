@@ -1,6 +1,7 @@
 #include "encode/WireWriter.h"
 #include "export/ActivityArguments.h"
 #include "export/Exports.h"
+#include "export/ProcessNumbers.h"
 #include "export/ThreadLanes.h"
 
 #include <algorithm>
@@ -94,6 +95,7 @@ class PerfettoWriter {
 public:
     explicit PerfettoWriter(const ActivityForest& forest)
         : m_forest(forest),
+          m_numbers(forest),
           m_lanes(MakeThreadLanes(forest)),
           m_laneOf(forest.Size()) {}
 
@@ -144,6 +146,7 @@ private:
     }
 
     void WriteTracks(const ThreadLane& lane) {
+        const auto number = static_cast<std::uint64_t>(m_numbers.Of(lane.process));
         const auto [process, isNewProcess] = m_processes.try_emplace(lane.process, m_tracks + 1);
         if (isNewProcess) {
             std::string site;
@@ -151,8 +154,8 @@ private:
                 site = site.empty() || site == "-" ? m_forest[index].site : site;
             }
             std::string descriptor;
-            WireWriter(descriptor).VarintField(1, static_cast<std::uint64_t>(lane.process));
-            WireWriter(descriptor).BytesField(6, site + " " + std::to_string(lane.process));
+            WireWriter(descriptor).VarintField(1, number);
+            WireWriter(descriptor).BytesField(6, site + " " + ProcessName(lane.process));
             WriteTrack(0, track::process, descriptor);
         }
         const std::string thread = "thread " + std::to_string(lane.thread);
@@ -160,7 +163,7 @@ private:
             m_threads.try_emplace({lane.process, lane.thread}, m_tracks + 1);
         if (isNewThread) {
             std::string descriptor;
-            WireWriter(descriptor).VarintField(1, static_cast<std::uint64_t>(lane.process));
+            WireWriter(descriptor).VarintField(1, number);
             WireWriter(descriptor).VarintField(2, static_cast<std::uint64_t>(lane.thread));
             WireWriter(descriptor).BytesField(5, thread);
             WriteTrack(process->second, track::thread, descriptor);
@@ -258,11 +261,12 @@ private:
     }
 
     const ActivityForest& m_forest;
+    const ProcessNumbers m_numbers;
     std::vector<ThreadLane> m_lanes;
     std::vector<std::size_t> m_laneOf;        // of each activity
     std::vector<std::uint64_t> m_laneTracks;  // of each lane
-    std::map<std::int64_t, std::uint64_t> m_processes;
-    std::map<std::pair<std::int64_t, std::int64_t>, std::uint64_t> m_threads;
+    std::map<ProcessId, std::uint64_t> m_processes;
+    std::map<std::pair<ProcessId, std::int64_t>, std::uint64_t> m_threads;
     std::uint64_t m_tracks = 0;  // so many; each has its number as its id
     std::vector<Event> m_events;
     ActivityArguments m_arguments;

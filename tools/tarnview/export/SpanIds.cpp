@@ -13,8 +13,8 @@ SpanIds::SpanIds(const ActivityForest& forest) : m_forest(forest) {
         const Activity& activity = forest[index];
         tarn::otlp::SpanId id = tarn::otlp::SpanIdOf(activity.id);
         for (std::uint64_t attempt = 0; !used.insert(id).second; ++attempt) {
-            id =
-                tarn::otlp::FurtherSpanIdOf(activity.id, activity.process, activity.begin, attempt);
+            id = tarn::otlp::FurtherSpanIdOf(
+                activity.id, activity.process.number, activity.begin, attempt);
         }
         m_ids.push_back(id);
     }

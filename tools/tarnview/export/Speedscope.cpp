@@ -83,13 +83,13 @@ private:
     }
 
     std::string NameOf(const ThreadLane& lane) const {
-        return SiteOf(lane.process) + "process " + std::to_string(lane.process) + " thread " +
+        return SiteOf(lane.process) + "process " + ProcessName(lane.process) + " thread " +
                std::to_string(lane.thread) +
                (lane.number == 0 ? "" : " overlapping " + std::to_string(lane.number));
     }
 
     // To be put before the process; empty if it has none.
-    std::string SiteOf(std::int64_t process) const {
+    std::string SiteOf(const ProcessId& process) const {
         const auto found = m_sites.find(process);
         return found == m_sites.end() ? "" : found->second + " ";
     }
@@ -145,7 +145,7 @@ private:
     using WeightsByStack = std::map<Stack, long long>;
 
     // A stack holds the frames from the top of the tree down, within the process.
-    void AddMemory(Index top, std::map<std::int64_t, WeightsByStack>& processes) const {
+    void AddMemory(Index top, std::map<ProcessId, WeightsByStack>& processes) const {
         Stack frames;                     // down to each level
         std::vector<std::size_t> starts;  // at each level: where the process's part begins
         for (const auto& [index, level] : m_forest.PreOrder(top)) {
@@ -167,16 +167,15 @@ private:
     }
 
     void WriteMemory() {
-        std::map<std::int64_t, WeightsByStack> processes;
+        std::map<ProcessId, WeightsByStack> processes;
         for (const Index top : m_forest.Tops()) {
             AddMemory(top, processes);
         }
         for (const auto& [process, stacks] : processes) {
             m_json.BeginObject();
-            WriteHeader(
-                "sampled",
-                SiteOf(process) + "process " + std::to_string(process) + " memory allocated",
-                "bytes");
+            WriteHeader("sampled",
+                        SiteOf(process) + "process " + ProcessName(process) + " memory allocated",
+                        "bytes");
             long long total = 0;
             m_json.Key("samples");
             m_json.BeginArray();
@@ -205,7 +204,7 @@ private:
     Json m_json;
     std::unordered_map<std::string, std::size_t> m_frames;
     std::vector<std::string> m_names;
-    std::map<std::int64_t, std::string> m_sites;  // of processes
+    std::map<ProcessId, std::string> m_sites;  // of processes
     Microseconds m_base = 0;
     Microseconds m_end = 0;
 };

@@ -52,7 +52,7 @@ TimeSpan SpanOf(const ActivityForest& forest, Index index) {
 }
 
 std::vector<ThreadLane> MakeThreadLanes(const ActivityForest& forest) {
-    std::map<std::pair<std::int64_t, std::int64_t>, std::vector<OpenLane>> threads;
+    std::map<std::pair<ProcessId, std::int64_t>, std::vector<OpenLane>> threads;
     for (const Index index : InOrder(forest)) {
         const Activity& activity = forest[index];
         const TimeSpan span = SpanOf(forest, index);

@@ -19,7 +19,7 @@ TimeSpan SpanOf(const ActivityForest& forest, ActivityForest::Index index);
 /// Activities of one thread that lie within or beside each other, never across, so that they can be
 /// drawn as a stack.
 struct ThreadLane {
-    std::int64_t process = 0;
+    ProcessId process{};
     std::int64_t thread = 0;
     std::size_t number = 0;  ///< 0: the thread itself; else what overlaps with the lanes before
     std::vector<ActivityForest::Index> activities;  ///< each before those that lie within

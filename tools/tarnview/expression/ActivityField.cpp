@@ -80,7 +80,12 @@ const ActivityField::Common ActivityField::s_common[] = {
     {"request", ValueType::Text, ReadText<&Activity::request>, &Activity::request},
     {"req-desc", ValueType::Text, ReadText<&Activity::description>, &Activity::description},
     {"result", ValueType::Text, ReadText<&Activity::result>, &Activity::result},
-    {"pid", ValueType::Number, [](const Activity& it) { return Value::Of(it.process); }},
+    {"host",
+     ValueType::Text,
+     [](const Activity& it) {
+         return it.process.host.empty() ? Value() : Value::Of(it.process.host);
+     }},
+    {"pid", ValueType::Number, [](const Activity& it) { return Value::Of(it.process.number); }},
     {"tid", ValueType::Number, [](const Activity& it) { return Value::Of(it.endThread); }},
     {"depth", ValueType::Number, [](const Activity& it) { return Value::Of(it.depth); }},
     {"begin", ValueType::Time, [](const Activity& it) { return Value::Of(it.begin); }},

@@ -170,8 +170,8 @@ void ActivityForest::CutCircles(Problems& problems) {
 }
 
 Microseconds ActivityForest::SkewBetween(const Skews& skews,
-                                         std::int64_t process,
-                                         std::int64_t other) {
+                                         const ProcessId& process,
+                                         const ProcessId& other) {
     const auto found = skews.find({process, other});
     if (found != skews.end()) {
         return found->second;

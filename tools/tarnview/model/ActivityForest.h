@@ -38,7 +38,7 @@ public:
 
     /// By how many microseconds the clock of the second process of a pair is ahead of that of the
     /// first. Pairs whose clocks agree are not there.
-    using Skews = std::map<std::pair<std::int64_t, std::int64_t>, Microseconds>;
+    using Skews = std::map<std::pair<ProcessId, ProcessId>, Microseconds>;
 
     void Add(Activity&& activity);
 
@@ -62,7 +62,9 @@ public:
     /// What the calls between processes say about their clocks.
     const Skews& ClockSkews() const { return m_skews; }
 
-    static Microseconds SkewBetween(const Skews& skews, std::int64_t process, std::int64_t other);
+    static Microseconds SkewBetween(const Skews& skews,
+                                    const ProcessId& process,
+                                    const ProcessId& other);
 
     /// The time in which it ran and none of its children did, on any thread and in any process.
     /// What never ended ran until the last line.

@@ -155,8 +155,8 @@ void CallerSearch::EstimateSkews(const std::vector<Group>& groups) {
 // As many callees in one process as callers in another are likely to have begun in the same order.
 void CallerSearch::PairInOrder(const Group& group,
                                std::map<ProcessPair, std::vector<Range>>& ranges) {
-    std::map<std::int64_t, std::vector<Index>> callees;
-    std::map<std::int64_t, std::vector<Index>> callers;
+    std::map<ProcessId, std::vector<Index>> callees;
+    std::map<ProcessId, std::vector<Index>> callers;
     for (const Callee& callee : group) {
         callees[m_forest[callee.index].process].push_back(callee.index);
         for (const Index candidate : callee.candidates) {

@@ -59,8 +59,8 @@ private:
 
     // Callees of one tree at one level.
     using Group = std::vector<Callee>;
-    using ProcessPair = std::pair<std::int64_t, std::int64_t>;  // of caller and callee
-    using Level = std::pair<std::string_view, std::int64_t>;    // root and depth
+    using ProcessPair = std::pair<ProcessId, ProcessId>;      // of caller and callee
+    using Level = std::pair<std::string_view, std::int64_t>;  // root and depth
     using Likeness = std::tuple<bool, bool, bool, Microseconds>;
 
     std::vector<Index> CandidatesOf(Index callee) const;

@@ -33,8 +33,12 @@ void FiguresCheck::Take(const LogLine& line, const Place& place) {
     }
 }
 
-std::string FiguresCheck::KeyOf(std::int64_t process, std::string_view text) {
-    return std::to_string(process).append(" ").append(text);
+std::string FiguresCheck::KeyOf(const ProcessId& process, std::string_view text) {
+    return std::to_string(process.number)
+        .append(" ")
+        .append(std::to_string(process.host.size()))
+        .append(process.host)
+        .append(text);
 }
 
 // The innermost that is open on the line's thread; null if there is none.

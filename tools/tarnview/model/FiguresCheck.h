@@ -29,7 +29,7 @@ private:
 
     struct Node {
         std::string root;
-        std::int64_t process = 0;
+        ProcessId process{};
         std::int64_t thread = 0;
         std::shared_ptr<Node> sponsor;
         std::shared_ptr<Node> below;  // on the thread, when this one began
@@ -46,7 +46,7 @@ private:
     void Compare(const LogLine& line, const Node& node, const Place& place);
     static Sums Inclusive(const Figures& figures);
     static Sums Exclusive(const Figures& figures);
-    static std::string KeyOf(std::int64_t process, std::string_view text);
+    static std::string KeyOf(const ProcessId& process, std::string_view text);
     NodePointer& Innermost(const LogLine& line);
 
     Problems& m_problems;

@@ -48,7 +48,7 @@ bool Filter::Passes(const Activity& activity) const {
     }
     return BeginsWithOne(roots, activity.root) && FitsOne(names, activity.name) &&
            FitsOne(users, activity.user) && FitsOne(sites, activity.site) &&
-           FitsOne(results, activity.result) && IsOneOf(processes, activity.process) &&
+           FitsOne(results, activity.result) && IsOneOf(processes, activity.process.number) &&
            (!isFailed || activity.IsFailure()) && (!isNotOk || activity.result != "ok") &&
            (!slowerThan || activity.Duration() > *slowerThan) &&
            (activity.hasEnd ? IsWithin(*this, activity.begin, activity.end)

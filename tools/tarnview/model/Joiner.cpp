@@ -48,13 +48,16 @@ void Joiner::End(const LogLine& line, const Place& place) {
     m_onActivity(std::move(activity));
 }
 
-// Takes over what another process has begun and not ended; its children so far are unknown.
+// Takes over what another process of the host has begun and not ended; its children so far are
+// unknown.
 void Joiner::BeginInParent(const LogLine& line, const Place& place, Activity& activity) {
     const auto found = m_open.find(m_key);
     if (found != m_open.end()) {
         const auto parent = std::find_if(
             found->second.rbegin(), found->second.rend(), [&](const OpenActivity& other) {
-                return other.activity.process != line.process && other.activity.name == line.name;
+                const ProcessId& process = other.activity.process;
+                return process != line.process && process.host == line.process.host &&
+                       other.activity.name == line.name;
             });
         if (parent != found->second.rend()) {
             activity = parent->activity;

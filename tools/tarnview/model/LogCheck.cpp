@@ -54,8 +54,9 @@ void LogCheck::TakeId(const LogLine& line, const Place& place) {
 
 // A forked process ends what its parent has begun, and the parent may have ended it before.
 bool LogCheck::WasBegunElsewhere(const LogLine& end) const {
-    return std::any_of(m_processes.begin(), m_processes.end(), [&](std::int64_t process) {
-        return process != end.process && m_ids.Has(process, end.id);
+    return std::any_of(m_processes.begin(), m_processes.end(), [&](const ProcessId& process) {
+        return process != end.process && process.host == end.process.host &&
+               m_ids.Has(process, end.id);
     });
 }
 

@@ -51,7 +51,7 @@ private:
     Joiner m_joiner;
     SponsorCheck m_sponsors;
     ProcessWatch m_watch;
-    std::set<std::int64_t> m_processes;
+    std::set<ProcessId> m_processes;
     Counts m_found;
 };
 

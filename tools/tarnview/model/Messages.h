@@ -37,7 +37,7 @@ public:
 
 private:
     using Index = ActivityForest::Index;
-    using Thread = std::pair<std::int64_t, std::int64_t>;
+    using Thread = std::pair<ProcessId, std::int64_t>;
 
     Index FindById(std::string_view text) const;
     Index FindByTime(const LogLine& line) const;

@@ -59,13 +59,13 @@ bool ProcessWatch::HasCrashed(const Process& process) {
     return !process.lastWords.empty() && process.lastTime <= process.crashTime + timeToSave;
 }
 
-std::string ProcessWatch::LastWordsOf(std::int64_t process) const {
+std::string ProcessWatch::LastWordsOf(const ProcessId& process) const {
     const auto found = m_processes.find(process);
     return found == m_processes.end() || !HasCrashed(found->second) ? "" : found->second.lastWords;
 }
 
-std::vector<std::int64_t> ProcessWatch::Crashed() const {
-    std::vector<std::int64_t> crashed;
+std::vector<ProcessId> ProcessWatch::Crashed() const {
+    std::vector<ProcessId> crashed;
     for (const auto& [id, process] : m_processes) {
         if (HasCrashed(process)) {
             crashed.push_back(id);
@@ -75,17 +75,17 @@ std::vector<std::int64_t> ProcessWatch::Crashed() const {
     return crashed;
 }
 
-std::string ProcessWatch::HostOf(std::int64_t process) const {
+std::string ProcessWatch::HostOf(const ProcessId& process) const {
     const auto found = m_processes.find(process);
     return found == m_processes.end() ? "" : found->second.host;
 }
 
-Microseconds ProcessWatch::LastTimeOf(std::int64_t process) const {
+Microseconds ProcessWatch::LastTimeOf(const ProcessId& process) const {
     const auto found = m_processes.find(process);
     return found == m_processes.end() ? 0 : found->second.lastTime;
 }
 
-bool ProcessWatch::IsReplaced(std::int64_t process) const {
+bool ProcessWatch::IsReplaced(const ProcessId& process) const {
     const auto found = m_processes.find(process);
     if (found == m_processes.end()) {
         return false;
@@ -96,7 +96,7 @@ bool ProcessWatch::IsReplaced(std::int64_t process) const {
 }
 
 void ProcessWatch::ReportDead(const std::vector<const Activity*>& open, Problems& problems) const {
-    std::map<std::int64_t, std::vector<const Activity*>> dead;
+    std::map<ProcessId, std::vector<const Activity*>> dead;
     for (const Activity* const activity : open) {
         if (IsReplaced(activity->process)) {
             dead[activity->process].push_back(activity);
@@ -105,14 +105,14 @@ void ProcessWatch::ReportDead(const std::vector<const Activity*>& open, Problems
     for (const auto& [process, activities] : dead) {
         problems.Report(ProblemKind::DeadProcess,
                         activities.front()->beginPlace,
-                        "process " + std::to_string(process) + ", open: " +
+                        "process " + ProcessName(process) + ", open: " +
                             std::to_string(activities.size()) + ", as " + activities.front()->name);
     }
-    for (const std::int64_t id : Crashed()) {
+    for (const ProcessId& id : Crashed()) {
         const Process& process = m_processes.at(id);
         problems.Report(ProblemKind::Crash,
                         {process.crashFile, process.crashLine},
-                        "process " + std::to_string(id) + ": " + process.lastWords);
+                        "process " + ProcessName(id) + ": " + process.lastWords);
     }
 }
 

@@ -20,21 +20,21 @@ public:
     void Take(const LogLine& line, const Place& place);
 
     /// The time of the last line of a process; 0 if it wrote none.
-    Microseconds LastTimeOf(std::int64_t process) const;
+    Microseconds LastTimeOf(const ProcessId& process) const;
 
     /// The host that it runs on, if lines were read with their tables and one has said so.
-    std::string HostOf(std::int64_t process) const;
+    std::string HostOf(const ProcessId& process) const;
 
     /// Whether another process started in the log to which this one wrote last, which has been
     /// silent since: it was ended, and its successor took the log over.
-    bool IsReplaced(std::int64_t process) const;
+    bool IsReplaced(const ProcessId& process) const;
 
     /// What a process that crashed said last: why, on which thread, and which of its scopes were
     /// open. Empty if it did not crash, or went on afterwards.
-    std::string LastWordsOf(std::int64_t process) const;
+    std::string LastWordsOf(const ProcessId& process) const;
 
     /// Those that have such words.
-    std::vector<std::int64_t> Crashed() const;
+    std::vector<ProcessId> Crashed() const;
 
     /// Reports each process that was replaced while these activities of it were open, and each that
     /// crashed.
@@ -60,13 +60,13 @@ private:
     // Of a log: the last line that tells of a start, and of whose.
     struct Start {
         std::uint64_t line = 0;
-        std::int64_t process = 0;
+        ProcessId process{};
     };
 
-    std::unordered_map<std::int64_t, Process> m_processes;
+    std::unordered_map<ProcessId, Process, ProcessIdHash> m_processes;
     std::unordered_map<std::string, Start> m_starts;
     Process* m_current = nullptr;  // which wrote the line before
-    std::int64_t m_currentId = 0;
+    ProcessId m_currentId;
     std::string m_file;  // of the line before
     std::string m_log;   // to which that belongs
     std::uint64_t m_lines = 0;

@@ -4,17 +4,20 @@
 
 namespace tarnview {
 
-bool SeenIds::Add(std::int64_t process, std::string_view id) {
+bool SeenIds::Add(const ProcessId& process, std::string_view id) {
     return m_prints.insert(PrintOf(process, id)).second;
 }
 
-bool SeenIds::Has(std::int64_t process, std::string_view id) const {
+bool SeenIds::Has(const ProcessId& process, std::string_view id) const {
     return m_prints.count(PrintOf(process, id)) != 0;
 }
 
-SeenIds::Print SeenIds::PrintOf(std::int64_t process, std::string_view id) {
-    const XXH128_hash_t hash =
-        XXH3_128bits_withSeed(id.data(), id.size(), static_cast<std::uint64_t>(process));
+SeenIds::Print SeenIds::PrintOf(const ProcessId& process, std::string_view id) {
+    auto seed = static_cast<std::uint64_t>(process.number);
+    if (!process.host.empty()) {
+        seed = XXH3_64bits_withSeed(process.host.data(), process.host.size(), seed);
+    }
+    const XXH128_hash_t hash = XXH3_128bits_withSeed(id.data(), id.size(), seed);
     return {hash.low64, hash.high64};
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "read/ProcessId.h"
+
 #include <cstdint>
 #include <string_view>
 #include <unordered_set>
@@ -11,9 +13,9 @@ namespace tarnview {
 class SeenIds {
 public:
     /// False if the id of that process has been added before.
-    bool Add(std::int64_t process, std::string_view id);
+    bool Add(const ProcessId& process, std::string_view id);
 
-    bool Has(std::int64_t process, std::string_view id) const;
+    bool Has(const ProcessId& process, std::string_view id) const;
 
 private:
     struct Print {
@@ -26,7 +28,7 @@ private:
         std::size_t operator()(const Print& print) const { return print.low; }
     };
 
-    static Print PrintOf(std::int64_t process, std::string_view id);
+    static Print PrintOf(const ProcessId& process, std::string_view id);
 
     std::unordered_set<Print, PrintHash> m_prints;
 };

@@ -26,7 +26,7 @@ void SponsorCheck::Take(const LogLine& line, const Place& place) {
 }
 
 bool SponsorCheck::IsKnown(const std::string& id) const {
-    return std::any_of(m_processes.begin(), m_processes.end(), [&](std::int64_t process) {
+    return std::any_of(m_processes.begin(), m_processes.end(), [&](const ProcessId& process) {
         return m_ids.Has(process, id);
     });
 }

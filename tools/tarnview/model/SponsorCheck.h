@@ -51,7 +51,7 @@ private:
     const Joiner& m_joiner;
     const SeenIds& m_ids;
     Problems& m_problems;
-    std::set<std::int64_t> m_processes;
+    std::set<ProcessId> m_processes;
     std::vector<std::pair<std::string, Waiting>> m_waiting;  // with the id that is not there yet
     std::unordered_map<std::string, Link> m_links;           // by id
 };

@@ -34,6 +34,10 @@ Cell Cell::Text(std::string_view text) {
     return {.text = OnOneLine(text), .raw = std::string(text), .isQuoted = true};
 }
 
+Cell Cell::TextIfAny(std::string_view text) {
+    return text.empty() ? Missing() : Text(text);
+}
+
 Cell Cell::Time(Microseconds time, const TimeStyle& style) {
     return {.text = style.Text(time), .raw = FormatTimestamp(time), .isQuoted = true};
 }
@@ -152,6 +156,21 @@ void Table::PrintText(std::ostream& out, const Terminal& terminal) const {
     }
 }
 
+std::vector<std::size_t> Table::ColumnsForPrograms() const {
+    std::vector<std::size_t> columns;
+    for (std::size_t column = 0; column < m_columns.size(); ++column) {
+        const TableColumn& it = m_columns[column];
+        const auto hasIt = [column](const std::vector<Cell>& row) {
+            return !row[column].raw.empty();
+        };
+        if (!it.field.empty() &&
+            (!it.isIfAny || std::any_of(m_rows.begin(), m_rows.end(), hasIt))) {
+            columns.push_back(column);
+        }
+    }
+    return columns;
+}
+
 std::string CsvField(const std::string& text) {
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
         return text;
@@ -164,13 +183,12 @@ std::string CsvField(const std::string& text) {
 }
 
 void Table::PrintCsv(std::ostream& out) const {
+    const std::vector<std::size_t> columns = ColumnsForPrograms();
     const auto line = [&](const auto& fieldOf) {
         const char* separator = "";
-        for (std::size_t column = 0; column < m_columns.size(); ++column) {
-            if (!m_columns[column].field.empty()) {
-                out << separator << CsvField(fieldOf(column));
-                separator = ",";
-            }
+        for (const std::size_t column : columns) {
+            out << separator << CsvField(fieldOf(column));
+            separator = ",";
         }
         out << '\n';
     };
@@ -181,17 +199,15 @@ void Table::PrintCsv(std::ostream& out) const {
 }
 
 void Table::PrintJson(std::ostream& out) const {
+    const std::vector<std::size_t> columns = ColumnsForPrograms();
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     for (const std::vector<Cell>& row : m_rows) {
         buffer.Clear();
         writer.Reset(buffer);
         writer.StartObject();
-        for (std::size_t column = 0; column < m_columns.size(); ++column) {
+        for (const std::size_t column : columns) {
             const Cell& cell = row[column];
-            if (m_columns[column].field.empty()) {
-                continue;
-            }
             const std::string& field = m_columns[column].field;
             writer.Key(field.data(), static_cast<rapidjson::SizeType>(field.size()));
             if (cell.isQuoted) {

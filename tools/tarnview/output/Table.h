@@ -22,6 +22,8 @@ struct Cell {
     bool isBad = false;     ///< painted red
 
     static Cell Text(std::string_view text);
+    /// Missing() of an empty text.
+    static Cell TextIfAny(std::string_view text);
     /// UTC for programs.
     static Cell Time(Microseconds time, const TimeStyle& style);
     static Cell Number(std::string text, std::string raw);
@@ -47,6 +49,7 @@ struct TableColumn {
     std::string field;
     bool isText = false;  ///< to the left, and may be cut
     int rank = 0;  ///< of those that do not fit on a terminal the highest goes first; 0 stays
+    bool isIfAny = false;  ///< programs get it only if a row has something there
 };
 
 /// Rows of cells under headings. Used by one thread.
@@ -68,6 +71,7 @@ private:
         std::size_t width = 0;
     };
 
+    std::vector<std::size_t> ColumnsForPrograms() const;
     std::vector<Shown> Fitted(std::size_t width) const;
     void PrintText(std::ostream& out, const Terminal& terminal) const;
     void PrintCsv(std::ostream& out) const;

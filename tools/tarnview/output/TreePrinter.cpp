@@ -45,7 +45,7 @@ std::string SelfText(const ActivityForest& forest, ActivityForest::Index index) 
 }
 
 std::string ThreadText(const Activity& activity) {
-    return std::to_string(activity.process) + ":" + std::to_string(activity.beginThread);
+    return ProcessName(activity.process) + ":" + std::to_string(activity.beginThread);
 }
 
 }  // namespace

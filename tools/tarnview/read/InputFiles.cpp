@@ -87,7 +87,8 @@ int FileOf(std::string_view text) {
 }  // namespace
 
 std::string LogOf(const std::string& path) {
-    return SetAndNumber(path).first;
+    const auto log = LogOfJournal(path);
+    return log ? *log : SetAndNumber(path).first;
 }
 
 std::optional<std::string> FindFullFile(const std::string& path, std::size_t number) {

@@ -19,7 +19,8 @@ inline constexpr const char* standardInput = "-";
 /// are not there are kept, so that opening them says why.
 std::vector<std::string> FilesToRead(const std::vector<std::string>& paths, bool addsRotated);
 
-/// The log that a file belongs to, as the path of its current file: that of "a.3.log" is "a.log".
+/// The log that a file belongs to, as the path of its current file: that of "a.3.log" and of its
+/// journals is "a.log".
 std::string LogOf(const std::string& path);
 
 /// The path of the full file `number` of a log, 1 being the youngest, if it is there: "a.log" has

@@ -52,19 +52,6 @@ std::string ReadAt(int descriptor, std::uint64_t offset, std::size_t bytes) {
     return text;
 }
 
-/// Of "a.log" in "a.log.4711.journal" or "a.log.4711.2.journal"; nothing of another name.
-std::optional<std::string> LogOfJournal(const std::string& journal) {
-    if (!std::string_view(journal).ends_with(ending)) {
-        return std::nullopt;
-    }
-    const std::size_t end = journal.size() - ending.size();
-    const std::size_t dot = journal.find_last_not_of(".0123456789", end - 1);
-    const std::size_t begin = dot == std::string::npos ? 0 : dot + 1;
-    return begin != 0 && begin + 1 < end && journal[begin] == '.'
-               ? std::optional(journal.substr(0, begin))
-               : std::nullopt;
-}
-
 bool IsOwned(int descriptor) {
     struct flock lock {};
 
@@ -114,6 +101,18 @@ std::size_t BytesInLog(const std::string& log, const Head& head, std::string_vie
 }
 
 }  // namespace
+
+std::optional<std::string> LogOfJournal(const std::string& journal) {
+    if (!std::string_view(journal).ends_with(ending)) {
+        return std::nullopt;
+    }
+    const std::size_t end = journal.size() - ending.size();
+    const std::size_t dot = journal.find_last_not_of(".0123456789", end - 1);
+    const std::size_t begin = dot == std::string::npos ? 0 : dot + 1;
+    return begin != 0 && begin + 1 < end && journal[begin] == '.'
+               ? std::optional(journal.substr(0, begin))
+               : std::nullopt;
+}
 
 std::vector<std::string> JournalsOf(const std::string& log) {
     std::vector<std::string> journals;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,10 @@ namespace tarnview {
 /// The journals beside a log, in the order of their names: files into which processes put lines
 /// that are not in the log yet.
 std::vector<std::string> JournalsOf(const std::string& log);
+
+/// The log that a file of this name is a journal of, "a.log" of "a.log.4711.journal" and of
+/// "a.log.4711.2.journal"; nothing of other names.
+std::optional<std::string> LogOfJournal(const std::string& path);
 
 /// Whether a file is such a journal.
 bool IsJournal(int descriptor);

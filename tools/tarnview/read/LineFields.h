@@ -8,7 +8,7 @@
 namespace tarnview {
 
 /// How a field is read.
-enum class FieldKind { Text, Integer, Real, Table, Time, Activity, Resources, Phase };
+enum class FieldKind { Text, Integer, Real, Table, Time, Activity, Resources, Phase, Process };
 
 /// A field of a line or of its activity, and the member that it fills.
 struct LineField {
@@ -53,7 +53,7 @@ inline constexpr LineField lineFields[] = {
     TextField("severity", &LogLine::severity),
     TextField("event", &LogLine::event),
     TextField("message", &LogLine::message),
-    IntegerField("pid", &LogLine::process),
+    {"pid", FieldKind::Process},
     IntegerField("tid", &LogLine::thread),
     TextField("session", &LogLine::session),
     TextField("request", &LogLine::request),

@@ -21,7 +21,7 @@ void LineNumbers::Take(const LogLine& line, const Place& place) {
     }
 }
 
-void LineNumbers::TakeLeftOut(std::int64_t process, std::int64_t lines, const Place& place) {
+void LineNumbers::TakeLeftOut(const ProcessId& process, std::int64_t lines, const Place& place) {
     Process& from = m_processes[process];
     from.leftOut += lines;
     m_leftOut += lines;
@@ -78,14 +78,14 @@ std::int64_t LineNumbers::CountMissing(const Ranges& ranges) {
     return missing;
 }
 
-void LineNumbers::Report(std::int64_t id, const Process& process, Problems& problems) {
+void LineNumbers::Report(const ProcessId& id, const Process& process, Problems& problems) {
     if (process.leftOut > 0) {
         // Nobody knows which of the numbers were left out.
         if (const std::int64_t missing = CountMissing(process.ranges) - process.leftOut;
             missing > 0) {
             problems.Report(ProblemKind::MissingLines,
                             {process.file, 0},
-                            "process " + std::to_string(id) + ", " + std::to_string(missing) +
+                            "process " + ProcessName(id) + ", " + std::to_string(missing) +
                                 " beside those left out by its keep rules",
                             static_cast<std::uint64_t>(missing));
         }
@@ -99,7 +99,7 @@ void LineNumbers::Report(std::int64_t id, const Process& process, Problems& prob
                                                                   std::to_string(first - 1);
             problems.Report(ProblemKind::MissingLines,
                             {process.file, 0},
-                            "process " + std::to_string(id) + ", " + range,
+                            "process " + ProcessName(id) + ", " + range,
                             static_cast<std::uint64_t>(first - expected));
         }
         expected = last + 1;

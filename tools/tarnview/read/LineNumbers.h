@@ -17,7 +17,7 @@ public:
     void Take(const LogLine& line, const Place& place);
 
     /// A process has left out so many lines on purpose, which have their numbers as well.
-    void TakeLeftOut(std::int64_t process, std::int64_t lines, const Place& place);
+    void TakeLeftOut(const ProcessId& process, std::int64_t lines, const Place& place);
 
     /// Reports each range that is missing before the last number of a process; of one that has left
     /// out lines on purpose, how many more than these are missing.
@@ -42,12 +42,12 @@ private:
     static bool Holds(const Ranges& ranges, std::int64_t number);
     static void Add(Ranges& ranges, std::int64_t number);
     static std::int64_t CountMissing(const Ranges& ranges);
-    static void Report(std::int64_t id, const Process& process, Problems& problems);
+    static void Report(const ProcessId& id, const Process& process, Problems& problems);
 
-    std::map<std::int64_t, Process> m_processes;
+    std::map<ProcessId, Process> m_processes;
     bool m_hasAny = false;
     // Those whose process id was used again by another one.
-    std::multimap<std::int64_t, Process> m_former;
+    std::multimap<ProcessId, Process> m_former;
     std::int64_t m_leftOut = 0;
 };
 

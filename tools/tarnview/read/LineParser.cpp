@@ -65,6 +65,7 @@ LineParser::Result LineParser::Parse(std::string_view text,
                                      LogLine& line,
                                      std::pmr::memory_resource& unescaped) {
     line = LogLine();
+    line.process.host = m_options.host;
     m_unescaped = &unescaped;
     m_detail.clear();
     m_hasDuplicate = m_hasWrongKind = m_hasActivity = false;
@@ -145,6 +146,8 @@ bool LineParser::ReadField(const Field& field, Value& value, LogLine& line) {
             return ReadResources(value, line.figures);
         case FieldKind::Phase:
             return ReadPhase(value, line);
+        case FieldKind::Process:
+            return ReadNumber(field.key, value, line.process.number);
     }
     return false;
 }

@@ -14,6 +14,7 @@ namespace tarnview {
 struct ParserOptions {
     bool wantsTables = false;  ///< environment, resultDetails, attributes and body
     bool isStrict = false;     ///< the whole line must be valid, also what is not read
+    std::string_view host{};   ///< of which the processes are; kept until the program ends
 };
 
 /// Reads lines of the log. Used by one thread.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "read/ProcessId.h"
 #include "read/Timestamp.h"
 
 #include <cstdint>
@@ -40,7 +41,7 @@ struct LogLine {
     std::string_view severity;
     std::string_view event;
     std::string_view message;
-    std::int64_t process = 0;
+    ProcessId process{};
     std::int64_t thread = 0;
     std::string_view session;
     std::string_view request;

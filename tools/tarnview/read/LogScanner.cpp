@@ -4,6 +4,7 @@
 #include "read/LineBatches.h"
 #include "read/LineReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -41,7 +42,10 @@ LogScanner::LogScanner(std::vector<std::string> files, Problems& problems, OnByt
     : m_files(std::move(files)),
       m_problems(problems),
       m_onBytes(std::move(onBytes)),
-      m_threads(UsableProcessors()) {}
+      m_threads(UsableProcessors()),
+      m_hasSeveralLogs(std::any_of(m_files.begin(), m_files.end(), [this](const std::string& file) {
+          return LogOf(file) != LogOf(m_files.front());
+      })) {}
 
 void LogScanner::AllowAnotherPass() {
     m_isReadTwice = true;
@@ -67,6 +71,12 @@ void LogScanner::ScanFile(const std::string& file,
     const std::string_view name = file == standardInput ? "<stdin>" : std::string_view(file);
     Problems* const problems = m_isFirstPass ? &m_problems : nullptr;
     LineReader reader(input.Descriptor());
+    ParserOptions parsing = options;
+    parsing.host = m_hosts.Of(file);
+    const bool looksForShared = m_isFirstPass && m_hasSeveralLogs;
+    if (looksForShared) {
+        m_sharedIds.BeginLog(LogOf(file), m_hosts.IsKnown(file));
+    }
     LineExaminer examiner(problems, m_lateness);
     bool hasALog = false;
     const auto take = [&](const ParsedLine& parsed) {
@@ -81,6 +91,9 @@ void LogScanner::ScanFile(const std::string& file,
                 m_firstTime = line->time;
             }
             m_numbers.Take(*line, place);
+            if (looksForShared) {
+                m_sharedIds.Take(line->process, line->time);
+            }
             if (line->event == leftOutEvent) {
                 m_numbers.TakeLeftOut(line->process, parsed.leftOut, place);
             }
@@ -88,7 +101,7 @@ void LogScanner::ScanFile(const std::string& file,
         onLine(*line, place);
     };
     try {
-        LineBatches batches(reader, options, m_threads);
+        LineBatches batches(reader, parsing, m_threads);
         while (const LineBatch* const batch = batches.Next()) {
             for (const ParsedLine& line : batch->Lines()) {
                 take(line);
@@ -109,7 +122,7 @@ void LogScanner::ScanFile(const std::string& file,
         if (problems != nullptr) {
             problems->Report(ProblemKind::CutLine, {name, reader.Number()}, "");
         }
-        LineParser parser(options);
+        LineParser parser(parsing);
         const ParsedLine line = ParseLine(parser, reader.Text(), reader.Number());
         if (line.state != ParsedLine::State::Unreadable) {
             take(line);

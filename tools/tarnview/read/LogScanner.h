@@ -1,16 +1,20 @@
 #pragma once
 
+#include "read/Hosts.h"
 #include "read/InputFiles.h"
 #include "read/LineExaminer.h"
 #include "read/LineNumbers.h"
 #include "read/LineParser.h"
 #include "read/LogLine.h"
 #include "read/Problems.h"
+#include "read/SharedProcessIds.h"
 
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarnview {
@@ -30,6 +34,9 @@ public:
     /// How many threads parse, the caller among them; by itself as many as the process has
     /// processors. What is heard of the lines, and in which order, is the same with any number.
     void UseThreads(std::size_t count) { m_threads = count; }
+
+    /// Which host each file is of; without a call they are all of one.
+    void UseHosts(Hosts hosts) { m_hosts = std::move(hosts); }
 
     /// To be called before the first pass if there are to be more: what cannot be read again, as
     /// a pipe, is copied to a temporary file then.
@@ -53,6 +60,11 @@ public:
     /// Whether lines have numbers, by which it is known that none is missing.
     bool HasLineNumbers() const { return m_numbers.HasAny(); }
 
+    /// A process whose lines are in two logs at the same time; nothing if there is none.
+    std::optional<SharedProcessIds::Shared> SharedProcess() const {
+        return m_sharedIds.Find(m_lateness);
+    }
+
     /// Lines that programs have left out on purpose, by their keep rules.
     std::int64_t CountLeftOut() const { return m_numbers.CountLeftOut(); }
 
@@ -67,7 +79,10 @@ private:
     Problems& m_problems;
     OnBytes m_onBytes;
     std::size_t m_threads;
+    Hosts m_hosts;
     LineNumbers m_numbers;
+    SharedProcessIds m_sharedIds;
+    bool m_hasSeveralLogs;
     Microseconds m_lateness = 0;  // see LineExaminer
     std::vector<std::string> m_filesWithoutALog;
     bool m_isReadTwice = false;

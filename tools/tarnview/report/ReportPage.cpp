@@ -171,8 +171,8 @@ public:
 private:
     std::string NameOf(const ThreadLane& lane) const {
         const std::string& site = m_forest[lane.activities.front()].site;
-        return (site.empty() || site == "-" ? "" : site + " ") + std::to_string(lane.process) +
-               ":" + std::to_string(lane.thread) +
+        return (site.empty() || site == "-" ? "" : site + " ") + ProcessName(lane.process) + ":" +
+               std::to_string(lane.thread) +
                (lane.number == 0 ? "" : " overlap " + std::to_string(lane.number));
     }
 
@@ -295,6 +295,7 @@ private:
         const Activity& activity = m_forest[index];
         add("about", activity.description);
         add("caller", std::string(TextOf(m_forest.LinkOf(index))));
+        add("host", std::string(activity.process.host));
         add("user", activity.user);
         add("site", activity.site);
         add("session", activity.session);

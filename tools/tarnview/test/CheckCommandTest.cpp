@@ -390,9 +390,18 @@ TEST_F(CheckCommandTest, ALineOfSixteenMebibytesIsALine) {
 }
 
 TEST_F(CheckCommandTest, WhatIsIgnoredIsNoFault) {
-    const std::string log = Write("a.log", "broken\n");
+    const LineText begin{.id = "A"};
+    const LineText end{.phase = "end", .id = "A"};
+    const std::string log = Write("a.log", begin.ToString() + "\nbroken\n" + end.ToString() + "\n");
 
     EXPECT_EQ(Check({log}, {ProblemKind::UnreadableLine}), exitSuccess);
+}
+
+TEST_F(CheckCommandTest, AFileThatIsNoLogIsNotWholeWhateverIsIgnored) {
+    const std::string log = Write("a.log", "broken\n");
+
+    EXPECT_EQ(Check({log}, {ProblemKind::UnreadableLine}), exitInputOutput);
+    EXPECT_THAT(Errors(), HasSubstr("a.log: no line of this file is a log line\n"));
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ Activity Sample() {
     activity.caller = "somebody";
     activity.name = "price";
     activity.depth = 3;
-    activity.process = 100;
+    activity.process.number = 100;
     activity.beginThread = 11;
     activity.endThread = 12;
     activity.user = "ada";

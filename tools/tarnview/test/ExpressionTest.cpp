@@ -20,7 +20,7 @@ Activity Sample() {
     activity.root = "R1";
     activity.user = "ada";
     activity.site = "-";
-    activity.process = 100;
+    activity.process.number = 100;
     activity.beginThread = 7;
     activity.depth = 2;
     activity.hasBegin = activity.hasEnd = true;

@@ -207,7 +207,7 @@ TEST_F(JoinerTest, AForkedProcessEndsWhatItsParentBegan) {
           .elapsed = 5});
 
     EXPECT_THAT(Joined(), ElementsAre("serve 1-2", "serve 1-3"));
-    EXPECT_EQ(Activities()[0].process, 8);
+    EXPECT_EQ(Activities()[0].process.number, 8);
     EXPECT_TRUE(Activities()[0].isForked);
     EXPECT_FALSE(Activities()[1].isForked);
     EXPECT_THAT(Errors(), IsEmpty());

@@ -12,7 +12,7 @@ protected:
     void Take(std::int64_t process, std::initializer_list<std::int64_t> numbers) {
         for (const std::int64_t number : numbers) {
             LogLine line;
-            line.process = process;
+            line.process.number = process;
             line.number = number;
             m_numbers.Take(line, {"a.log", 1});
         }

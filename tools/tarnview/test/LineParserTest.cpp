@@ -54,7 +54,7 @@ TEST_F(LineParserTest, ABeginLineSaysWhoAndWhere) {
     EXPECT_EQ(Line().id, "B");
     EXPECT_EQ(Line().sponsor, "A");
     EXPECT_EQ(Line().root, "R");
-    EXPECT_EQ(Line().process, 7);
+    EXPECT_EQ(Line().process.number, 7);
     EXPECT_EQ(Line().thread, 9);
     EXPECT_EQ(Line().depth, 2);
     EXPECT_EQ(Line().user, "ada");
@@ -127,7 +127,7 @@ TEST_F(LineParserTest, FieldsMayStandInAnyOrder) {
     EXPECT_EQ(Line().kind, LineKind::End);
     EXPECT_EQ(Line().name, "n");
     EXPECT_DOUBLE_EQ(Line().elapsed, 2);
-    EXPECT_EQ(Line().process, 3);
+    EXPECT_EQ(Line().process.number, 3);
 }
 
 TEST_F(LineParserTest, OfAFieldThatStandsTwiceTheFirstCounts) {
@@ -140,7 +140,7 @@ TEST_F(LineParserTest, OfAFieldThatStandsTwiceTheFirstCounts) {
 TEST_F(LineParserTest, AFieldOfAWrongKindReadsAsNothing) {
     ASSERT_EQ(Parse(R"({"message":"one","pid":"seven","user":5})"), Result::Flawed);
 
-    EXPECT_EQ(Line().process, 0);
+    EXPECT_EQ(Line().process.number, 0);
     EXPECT_EQ(Line().user, "");
     EXPECT_EQ(Line().message, "one");
 }

@@ -49,6 +49,36 @@ def compare_top(tarnview, files, reading):
     return len(rows)
 
 
+def compare_compare(tarnview, files, reading):
+    """The log, parted at the time at which half of its activities have begun."""
+    origin = reader.microseconds(logs.stamp(logs.START))
+    begins = sorted(it.begin for it in reading.activities)
+    at = begins[len(begins) // 2]
+    rows = {row["name"]: row for row in map(json.loads, run(
+        tarnview, "compare", "--json", "--at", logs.stamp(logs.START + at - origin),
+        *files).splitlines())}
+    sides = {"old": reading.table([it for it in reading.activities if it.begin < at]),
+             "new": reading.table([it for it in reading.activities if it.begin >= at])}
+    ended = {name for side in sides.values() for name, row in side.items() if row["count"]}
+    equal("names that are compared", sorted(rows), sorted(ended))
+    for name, row in rows.items():
+        totals = {}
+        for side, table in sides.items():
+            expected = table.get(name, {"count": 0, "failed": 0})
+            for field in ("count", "failed"):
+                equal(f"{field} of {name}, {side}", row[f"{field}_{side}"], expected[field])
+            for field in ("p50_seconds", "p99_seconds"):
+                found = row[f"{field}_{side}"]
+                equal(f"{field} of {name}, {side}", found and round(found * 1e6),
+                      expected.get(field))
+            totals[side] = expected.get("total_seconds"), expected["count"]
+        (before, old), (after, new) = totals["old"], totals["new"]
+        if old and new:
+            cost = (after / new - before / old) * new
+            if abs(row["cost_seconds"] * 1e6 - cost) > 1:
+                equal(f"cost of {name}", row["cost_seconds"] * 1e6, cost)
+
+
 def tree_rows(text):
     """Path, elapsed, exclusive and self time of each row."""
     rows, path, columns = [], [], None
@@ -110,6 +140,34 @@ def compare_spans(tarnview, files, reading):
     equal("spans", len(found), len(expected))
 
 
+def compare_trace(tarnview, files, reading):
+    """Begins and lengths by a trace's complete and asynchronous events, for each process by itself."""
+    trace = json.loads(run(tarnview, "export", "--to", "chrome", *files))
+    origin = reader.microseconds(logs.stamp(logs.START))
+    base = reader.microseconds(trace["otherData"]["begin"]) - origin
+    found, ends = [], {}
+    for event in trace["traceEvents"]:
+        if event["ph"] == "e":
+            ends.setdefault((event["pid"], event["id"]), []).append(event["ts"])
+    for event in trace["traceEvents"]:
+        if event["ph"] == "X":
+            length = event["dur"]
+        elif event["ph"] == "b":
+            length = ends[event["pid"], event["id"]].pop(0) - event["ts"]
+        else:
+            continue
+        found.append((event["pid"], event["name"], event["tid"], event["ts"] + base, length))
+    lengths = {}
+    for pid, *activity in found:
+        lengths.setdefault(pid, []).append(tuple(activity))
+    expected = {}
+    for it in reading.activities:
+        length = reading.last_activity + 1 - it.begin if it.end is None else it.duration
+        expected.setdefault(it.pid, []).append((it.name, it.thread, it.begin - origin, length))
+    equal("the events of each process", sorted(map(sorted, lengths.values())),
+          sorted(map(sorted, expected.values())))
+
+
 def compare_show(tarnview, files, reading):
     counts = {}
     for it in reading.activities:
@@ -138,7 +196,7 @@ def compare_open(tarnview, files, reading):
     equal("what is open", len(found), len(expected))
     for it in expected:
         # Of a process that another one replaced, up to its last line.
-        gone = it.pid == 70
+        gone = it.pid[1] == 70
         until = reading.last_of[it.pid] if gone else reading.last
         rows = [line for line in found if it.id in line]
         equal(f"rows of {it.id}", len(rows), 1)
@@ -158,7 +216,9 @@ def main():
         reading = reader.Reading(texts.values())
         rows = compare_top(tarnview, files, reading)
         activities = compare_tree(tarnview, files, reading)
+        compare_compare(tarnview, files, reading)
         compare_spans(tarnview, files, reading)
+        compare_trace(tarnview, files, reading)
         compare_show(tarnview, files, reading)
         running = compare_open(tarnview, files, reading)
     if activities < 3 or (kind == "killed") != (running != 0):

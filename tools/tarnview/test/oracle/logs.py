@@ -17,8 +17,9 @@ def stamp(us):
 
 
 class Process:
-    def __init__(self, pid, skew=0):
+    def __init__(self, pid, skew=0, host=None):
         self.pid = pid
+        self.host = host  # as the ends of its roots name it
         self.skew = skew  # of its clock, microseconds
         self.lines = []   # (true time, order, line)
 
@@ -43,8 +44,8 @@ class Log:
         self.order = 0
         self.number = 0
 
-    def process(self, file, pid, skew=0):
-        process = Process(pid, skew)
+    def process(self, file, pid, skew=0, host=None):
+        process = Process(pid, skew, host)
         self.files.setdefault(file, []).append(process)
         return process
 
@@ -101,9 +102,11 @@ class Log:
             around = self.around(work)
             activity["sponsor"] = work.id if work.adopted else around.id if around else work.root
             activity["root"] = work.root
+        names_host = process.host and phase == "end" and not work.sponsor
         self.write(process, time, {
             "event": f"{phase}-{work.name}", "pid": process.pid, "tid": thread or work.thread,
-            "session": "-", "request": work.root, "user": "ada", "site": "-", "environment": {},
+            "session": "-", "request": work.root, "user": "ada", "site": "-",
+            "environment": {"env": "live", "host": process.host} if names_host else {},
             "activity": activity, "attributes": {}, "body": body})
 
     def texts(self):
@@ -224,6 +227,35 @@ def overlapping(log):
         log.end(late, base + 50_001)
 
 
+def hosts(log):
+    front = log.process("vega.log", 50, host="vega")
+    beside = log.process("vega.log", 51, host="vega")
+    back = log.process("altair.log", 50, 2_000_000, host="altair")
+    child = log.process("altair.log", 51, 2_000_000, host="altair")
+    for number in range(20):
+        base = number * 60_000
+        serve = log.begin(front, 1, "serve", None, base)
+        own = log.begin(back, 1, "own", None, base + 1_000)
+        part = log.begin(back, 1, "part", own, base + 1_500)
+        call = log.begin(front, 1, "call", serve, base + 3_000)
+        log.end(part, base + 4_321)
+        log.end(own, base + 4_999 + log.random.randrange(900))
+        answer = log.begin(back, 1, "answer", call, base + 6_000, adopted=True)
+        read = log.begin(back, 1, "read", answer, base + 6_100)
+        log.end(read, base + 20_000 + log.random.randrange(5_000),
+                "exception" if number % 7 == 3 else "ok")
+        log.end(answer, base + 26_000)
+        log.end(call, base + 27_000)
+        log.end(serve, base + 30_000 + log.random.randrange(900))
+    job = log.begin(back, 2, "job", None, 2_000_000)
+    other = log.begin(beside, 2, "job", None, 2_000_500)
+    step = log.begin(back, 2, "step", job, 2_001_234)
+    log.end(step, 2_004_321)
+    log.end(job, 2_012_345, process=child)
+    log.end(other, 2_015_000)
+    log.end(job, 2_023_456)
+
+
 def clock_set(log):
     process = log.process("set.log", 90)
     time = 0
@@ -237,8 +269,8 @@ def clock_set(log):
         time += 10_000
 
 
-KINDS = {"short": short, "near": near, "far": far, "fork": fork, "parallel": parallel,
-         "killed": killed, "overlapping": overlapping, "set": clock_set}
+KINDS = {"short": short, "near": near, "far": far, "fork": fork, "hosts": hosts,
+         "parallel": parallel, "killed": killed, "overlapping": overlapping, "set": clock_set}
 
 
 def make(kind):

@@ -42,7 +42,7 @@ class Activity:
 
 
 class Reading:
-    """All activities of some files, each read from its first to its last line."""
+    """All activities of some files, each of a host, read from its first to its last line."""
 
     def __init__(self, texts):
         self.activities = []
@@ -50,9 +50,10 @@ class Reading:
         self.last_activity = 0  # of those of activities
         self.last_of = {}
         running = {}
-        for text in texts:
+        for host, text in enumerate(texts):
             for raw in text.splitlines():
                 line = json.loads(raw)
+                line["pid"] = host, line["pid"]
                 time = microseconds(line["time"])
                 self.last = max(self.last, time)
                 self.last_of[line["pid"]] = max(self.last_of.get(line["pid"], 0), time)
@@ -71,7 +72,8 @@ class Reading:
         begun = running.pop(key, None)
         if begun is None:  # which a process began that was forked
             original = next(other for other in running.values()
-                            if (other.id, other.name) == (activity["id"], activity["name"]))
+                            if (other.id, other.name, other.pid[0]) ==
+                            (activity["id"], activity["name"], line["pid"][0]))
             begun = Activity.__new__(Activity)
             begun.__dict__.update(original.__dict__, pid=line["pid"],
                                   children=list(original.children))
@@ -116,11 +118,12 @@ class Reading:
             reached = max(reached, last)
         return rest
 
-    def table(self):
-        """For each name what `top` has to say."""
+    def table(self, activities=None):
+        """For each name what `top` has to say, of all activities or of some."""
+        activities = self.activities if activities is None else activities
         rows = {}
-        for name in {activity.name for activity in self.activities}:
-            ended = [it for it in self.activities if it.name == name and it.end is not None]
+        for name in {activity.name for activity in activities}:
+            ended = [it for it in activities if it.name == name and it.end is not None]
             spans = sorted(it.duration for it in ended)
             measured = [it.resources for it in ended if it.resources]
             def rank(share):
@@ -129,7 +132,7 @@ class Reading:
                 "count": len(ended),
                 "failed": sum(it.result not in ("ok", "early-termination") for it in ended),
                 "early_terminations": sum(it.result == "early-termination" for it in ended),
-                "open": sum(it.name == name and it.end is None for it in self.activities),
+                "open": sum(it.name == name and it.end is None for it in activities),
                 "total_seconds": sum(spans) if spans else None,
                 "p50_seconds": rank(0.5), "p90_seconds": rank(0.9), "p99_seconds": rank(0.99),
                 "max_seconds": rank(1),
