@@ -3,6 +3,7 @@
 #include "commands/CommonOptions.h"
 #include "commands/QuestionOptions.h"
 #include "output/OutputFile.h"
+#include "output/Units.h"
 #include "read/InputFiles.h"
 #include "read/LineParser.h"
 #include "read/LineReader.h"
@@ -99,10 +100,10 @@ int RunCommand(const CommonOptions& common, const Command& command) {
         }
         return status;
     } catch (const CommandLineError& error) {
-        std::cerr << "tarnview: " << error.what() << '\n';
+        std::cerr << "tarnview: " << OnOneLine(error.what()) << '\n';
         return exitCommandLine;
     } catch (const std::exception& error) {
-        std::cerr << "tarnview: " << error.what() << '\n';
+        std::cerr << "tarnview: " << OnOneLine(error.what()) << '\n';
     }
     return exitInputOutput;
 }

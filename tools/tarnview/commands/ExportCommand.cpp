@@ -5,6 +5,11 @@
 namespace tarnview {
 
 int RunExport(const ExportOptions& options, Context& context) {
+    const bool isBinary =
+        options.format == ExportFormat::Perfetto || options.format == ExportFormat::Pprof;
+    if (isBinary && context.terminal.isInteractive) {
+        throw CommandLineError("export: this format is binary; name a file by --output");
+    }
     Input input(options.input, context);
     std::vector<std::string> roots;
     const ActivityForest forest =

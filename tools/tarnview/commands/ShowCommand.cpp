@@ -263,7 +263,8 @@ int RunShow(const ShowOptions& options, Context& context) {
             }
             context.err << "  " << OnOneLine(id) << '\n';
         }
-        return exitNegative;
+        const int status = input.Finish();
+        return status == exitSuccess ? exitNegative : status;
     }
     const ActivityForest forest = LoadTrees(input, {roots.begin()->second});
     const Messages messages = LoadMessages(input, forest);

@@ -7,11 +7,11 @@
 #include "model/TopStatistics.h"
 #include "output/Table.h"
 #include "output/Units.h"
+#include "read/HarmlessJson.h"
 
 #include <algorithm>
 #include <ostream>
 #include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 
 namespace tarnview {
 
@@ -112,16 +112,20 @@ void PrintTable(std::ostream& out,
     }
 }
 
-void PrintCsv(std::ostream& out, const Rows& rows, const Headings& groups, const Columns& columns) {
+void PrintCsv(std::ostream& out,
+              const Rows& rows,
+              const Headings& groups,
+              const Columns& columns,
+              const Terminal& terminal) {
     for (const std::string& group : groups) {
-        out << CsvField(group) << ',';
+        out << CsvField(group, terminal) << ',';
     }
     for (const TopColumn& column : columns) {
         out << column.field << (&column == &columns.back() ? "\n" : ",");
     }
     for (const TopRow& row : rows) {
         for (const std::string& key : row.key) {
-            out << CsvField(key) << ',';
+            out << CsvField(key, terminal) << ',';
         }
         for (const TopColumn& column : columns) {
             const auto value = column.value(row);
@@ -134,8 +138,8 @@ void PrintJson(std::ostream& out,
                const Rows& rows,
                const Headings& groups,
                const Columns& columns) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+    HarmlessJson stream(out);
+    rapidjson::PrettyWriter<HarmlessJson> writer(stream);
     writer.SetIndent(' ', 2);
     writer.StartArray();
     for (const TopRow& row : rows) {
@@ -155,7 +159,7 @@ void PrintJson(std::ostream& out,
         writer.EndObject();
     }
     writer.EndArray();
-    out << buffer.GetString() << '\n';
+    out << '\n';
 }
 
 void Print(Rows rows, const TopOptions& options, Context& context) {
@@ -169,7 +173,7 @@ void Print(Rows rows, const TopOptions& options, Context& context) {
             PrintTable(context.out, rows, options.groupBy, columns, context.terminal);
             break;
         case TopFormat::Csv:
-            PrintCsv(context.out, rows, options.groupBy, columns);
+            PrintCsv(context.out, rows, options.groupBy, columns, context.terminal);
             break;
         case TopFormat::Json:
             PrintJson(context.out, rows, options.groupBy, columns);

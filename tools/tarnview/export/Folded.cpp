@@ -1,4 +1,5 @@
 #include "export/Exports.h"
+#include "read/Printable.h"
 #include "read/Rounding.h"
 
 #include <algorithm>
@@ -12,13 +13,10 @@ namespace {
 using Index = ActivityForest::Index;
 
 // The form parts names by semicolons and lines by line ends.
-std::string FrameOf(std::string name) {
-    for (char& letter : name) {
-        if (letter == ';' || static_cast<unsigned char>(letter) < 0x20) {
-            letter = '_';
-        }
-    }
-    return name;
+std::string FrameOf(const std::string& name) {
+    std::string frame = Printable(name);
+    std::replace(frame.begin(), frame.end(), ';', '_');
+    return frame;
 }
 
 long long WeightOf(const ActivityForest& forest, Index index, FoldedWeight weight) {

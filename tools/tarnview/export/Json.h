@@ -1,14 +1,15 @@
 #pragma once
 
+#include "read/HarmlessJson.h"
+
 #include <ostream>
-#include <rapidjson/ostreamwrapper.h>
 #include <rapidjson/writer.h>
 #include <string>
 #include <string_view>
 
 namespace tarnview {
 
-/// Writes JSON to a stream, a member at a time.
+/// Writes JSON to a stream, a member at a time, so that it does no harm to a terminal.
 class Json {
 public:
     explicit Json(std::ostream& out) : m_stream(out), m_writer(m_stream) {}
@@ -62,8 +63,8 @@ private:
         return static_cast<rapidjson::SizeType>(text.size());
     }
 
-    rapidjson::OStreamWrapper m_stream;
-    rapidjson::Writer<rapidjson::OStreamWrapper> m_writer;
+    HarmlessJson m_stream;
+    rapidjson::Writer<HarmlessJson> m_writer;
 };
 
 }  // namespace tarnview

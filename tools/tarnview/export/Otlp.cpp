@@ -5,6 +5,7 @@
 #include "export/Exports.h"
 #include "export/SpanIds.h"
 #include "export/ThreadLanes.h"
+#include "read/HarmlessJson.h"
 #include "span/SpanBuilder.h"
 
 #include <algorithm>
@@ -89,7 +90,11 @@ private:
             spans.push_back(
                 {ResourcesOf(m_forest[index].process).Of(facts), m_encoder->Encode(span)});
         }
-        m_out << m_encoder->Assemble(tarn::otlp::GroupByResource(spans)) << '\n';
+        HarmlessJson json(m_out);
+        for (const char letter : m_encoder->Assemble(tarn::otlp::GroupByResource(spans))) {
+            json.Put(letter);
+        }
+        m_out << '\n';
     }
 
     // A client waits for work of another process, a server does it.

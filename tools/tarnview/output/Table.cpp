@@ -1,6 +1,8 @@
 #include "output/Table.h"
 
 #include "output/Units.h"
+#include "read/HarmlessJson.h"
+#include "read/Printable.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +10,6 @@
 #include <cstdio>
 #include <numeric>
 #include <ostream>
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 namespace tarnview {
@@ -72,7 +73,7 @@ void Table::Print(std::ostream& out, const Terminal& terminal, TableFormat forma
             PrintText(out, terminal);
             break;
         case TableFormat::Csv:
-            PrintCsv(out);
+            PrintCsv(out, terminal);
             break;
         case TableFormat::Json:
             PrintJson(out);
@@ -171,7 +172,8 @@ std::vector<std::size_t> Table::ColumnsForPrograms() const {
     return columns;
 }
 
-std::string CsvField(const std::string& text) {
+std::string CsvField(const std::string& raw, const Terminal& terminal) {
+    const std::string text = terminal.isInteractive ? Printable(raw) : raw;
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
         return text;
     }
@@ -182,12 +184,12 @@ std::string CsvField(const std::string& text) {
     return quoted + "\"";
 }
 
-void Table::PrintCsv(std::ostream& out) const {
+void Table::PrintCsv(std::ostream& out, const Terminal& terminal) const {
     const std::vector<std::size_t> columns = ColumnsForPrograms();
     const auto line = [&](const auto& fieldOf) {
         const char* separator = "";
         for (const std::size_t column : columns) {
-            out << separator << CsvField(fieldOf(column));
+            out << separator << CsvField(fieldOf(column), terminal);
             separator = ",";
         }
         out << '\n';
@@ -200,11 +202,10 @@ void Table::PrintCsv(std::ostream& out) const {
 
 void Table::PrintJson(std::ostream& out) const {
     const std::vector<std::size_t> columns = ColumnsForPrograms();
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    HarmlessJson stream(out);
+    rapidjson::Writer<HarmlessJson> writer(stream);
     for (const std::vector<Cell>& row : m_rows) {
-        buffer.Clear();
-        writer.Reset(buffer);
+        writer.Reset(stream);
         writer.StartObject();
         for (const std::size_t column : columns) {
             const Cell& cell = row[column];
@@ -219,7 +220,7 @@ void Table::PrintJson(std::ostream& out) const {
             }
         }
         writer.EndObject();
-        out << buffer.GetString() << '\n';
+        out << '\n';
     }
 }
 

@@ -74,14 +74,14 @@ private:
     std::vector<std::size_t> ColumnsForPrograms() const;
     std::vector<Shown> Fitted(std::size_t width) const;
     void PrintText(std::ostream& out, const Terminal& terminal) const;
-    void PrintCsv(std::ostream& out) const;
+    void PrintCsv(std::ostream& out, const Terminal& terminal) const;
     void PrintJson(std::ostream& out) const;
 
     std::vector<TableColumn> m_columns;
     std::vector<std::vector<Cell>> m_rows;
 };
 
-/// A field of CSV, quoted where that is needed.
-std::string CsvField(const std::string& text);
+/// A field of CSV, quoted where that is needed; on a terminal without what could move its cursor.
+std::string CsvField(const std::string& raw, const Terminal& terminal);
 
 }  // namespace tarnview

@@ -5,18 +5,11 @@
 
 namespace tarnview {
 
-namespace {
-
-struct Character {
-    std::uint32_t code = 0;
-    std::size_t length = 0;  // bytes; 0: no UTF-8
-};
-
-Character FirstOf(std::string_view text) {
+Utf8Character FirstCharacter(std::string_view text) {
     const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
     const unsigned first = byte(0);
     if (first < 0x80) {
-        return {first, 1};
+        return {static_cast<char32_t>(first), 1};
     }
     const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
     constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
@@ -30,24 +23,23 @@ Character FirstOf(std::string_view text) {
         }
         code = code << 6U | (byte(index) & 0x3FU);
     }
-    return code < smallest[length] ? Character{} : Character{code, length};
+    return code < smallest[length] ? Utf8Character{}
+                                   : Utf8Character{static_cast<char32_t>(code), length};
 }
 
-bool IsHarmful(std::uint32_t code) {
-    const auto isIn = [code](std::uint32_t first, std::uint32_t last) {
+bool IsHarmful(char32_t code) {
+    const auto isIn = [code](char32_t first, char32_t last) {
         return code >= first && code <= last;
     };
     return isIn(0, 0x1F) || isIn(0x7F, 0x9F) || code == 0x061C || isIn(0x200E, 0x200F) ||
            isIn(0x2028, 0x202E) || isIn(0x2066, 0x2069);
 }
 
-}  // namespace
-
 std::string Printable(std::string_view text) {
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        const Character character = FirstOf(text);
+        const Utf8Character character = FirstCharacter(text);
         if (character.length == 0 || IsHarmful(character.code)) {
             result.push_back('?');
         } else {

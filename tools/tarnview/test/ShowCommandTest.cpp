@@ -88,6 +88,16 @@ TEST_F(ShowCommandTest, AnIdThatIsNotThereIsSaidSo) {
     EXPECT_THAT(Errors(), HasSubstr("no activity has an id that begins with 'FFFF'"));
 }
 
+TEST_F(ShowCommandTest, AFileThatIsNoLogIsAnErrorAlsoWhereTheIdIsNotThere) {
+    ShowOptions options;
+    options.id = "A";
+    options.input.files = {Write("a.log", "broken\n")};
+
+    EXPECT_EQ(RunShow(options, Streams()), exitInputOutput);
+
+    EXPECT_THAT(Errors(), HasSubstr("no line of this file is a log line\n"));
+}
+
 TEST_F(ShowCommandTest, SeveralActivitiesOfOneIdAreShownAndSaidSo) {
     const std::string log =
         Write("a.log", {{.name = "serve", .id = "ABCD"}, {.name = "adopted", .id = "ABCD"}});
