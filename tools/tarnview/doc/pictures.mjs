@@ -74,10 +74,14 @@ async function inBrowser(options, actions) {
 /** The report, with what is found by the text chosen, and some time around it. */
 async function showReport(page, scheme, text, around) {
   await browser.load(pathToFileURL(page).href, scheme);
+  // Keys mean nothing before the data are there.
+  await browser.until("document.body.ariaBusy === 'false'");
   await browser.press("/");
   await browser.type(text);
   for (const key of ["Enter", "Escape", ..."-".repeat(around)]) await browser.press(key);
   await browser.nextFrame();
+  assert.match(await browser.evaluate("document.querySelector('#details').innerText"),
+               new RegExp(text), "the picture shows what was found");
 }
 
 const choice = ["--name", "call-peer", "--slowest", "1"];

@@ -332,6 +332,9 @@ async function tellsTheRequestToAScreenReader() {
   const unnamed = await browser.evaluate(`[...document.querySelectorAll("canvas, input, select, section, ul")]
     .filter(it => !it.ariaLabel && !it.labels?.length).map(it => it.outerHTML)`);
   assert.deepEqual(unnamed, [], "without a name");
+  const signs = await browser.evaluate(`[...document.querySelectorAll("button")]
+    .map(it => it.ariaLabel ?? it.innerText).filter(name => !/[\\p{L}\\p{N}]{2}/u.test(name))`);
+  assert.deepEqual(signs, [], "named by a sign that nobody reads out");
 }
 
 // As wide as a phone: nothing but the tables is wider than the screen, and they scroll by themselves.
@@ -343,6 +346,8 @@ async function fitsAPhone() {
   assert.ok(await phone.evaluate("scroller.clientWidth - labels()") > 250, "no room for times");
   const [x, y] = await phone.middleOf("#next");
   assert.ok(x > 0 && x < 420 && y > 0);
+  const rows = await phone.evaluate(`["in", "out", "all"].map(it => element(it).getBoundingClientRect().top)`);
+  assert.equal(new Set(rows).size, 1, "what zooms is apart");
   assert.deepEqual(phone.errors, []);
   await phone.close();
 }
