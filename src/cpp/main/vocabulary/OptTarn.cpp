@@ -36,9 +36,9 @@ struct Texts {
     std::function<TString(bool)> getAppProductVersion = [](bool) { return TString(); };
     std::function<void()> emitEnvironmentMetrics = [] {};
 
-    /// Shared, so that a callback that replaces itself lives until it returns.
-    std::shared_ptr<const CmonIncrementCounter> cmonIncrementCounter =
-        std::make_shared<const CmonIncrementCounter>([](const std::string&, uint64) {});
+    /// Shared, so that a callback that replaces itself lives until it returns. Null as long as the
+    /// host has set none.
+    std::shared_ptr<const CmonIncrementCounter> cmonIncrementCounter;
 
     std::string contextsCreatedName;
     std::string contextsClosedName;
@@ -179,15 +179,17 @@ void SetCmonIncrementCounter(std::function<void(const std::string&, uint64)> cmo
 }
 
 std::function<void(const std::string&, uint64)> GetCmonIncrementCounter() {
-    return GetTexts().cmonIncrementCounter->function;
+    const auto& count = GetTexts().cmonIncrementCounter;
+    return count != nullptr ? count->function : [](const std::string&, uint64) {};
 }
 
 void CountWithCmon(const std::string& counterName) noexcept {
-    if (!GetTexts().cmonIncrementCounter->function) {
+    const auto& stored = GetTexts().cmonIncrementCounter;
+    if (stored == nullptr || !stored->function) {
         return;
     }
     // What it calls may set another one.
-    const std::shared_ptr<const CmonIncrementCounter> count = GetTexts().cmonIncrementCounter;
+    const std::shared_ptr<const CmonIncrementCounter> count = stored;
     try {
         count->function(counterName, 1);
     } catch (...) {
