@@ -81,16 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     while (!input.IsAtEnd()) {
         MetricsEvent event = input.Event();
         Lengthen(event, input.Below(64) == 1 ? 40 : 0);
-        const Metrics::EventView view{.id = event.id,
-                                      .contextId = event.contextId,
-                                      .flags = event.flags,
-                                      .time = event.time,
-                                      .wallSeconds = event.wallSeconds,
-                                      .wallMicros = event.wallMicros,
-                                      .type = event.type,
-                                      .name = event.name,
-                                      .value = event.value,
-                                      .pairs = event.pairs};
+        const auto view = Metrics::EventView::Of(event);
         const std::size_t bytes = EventRecord::BytesFor(view);
         fuzz::Require(bytes <= EventRecord::largest, "a record is never larger than the largest");
         fuzz::Require(bytes % EventRecord::alignment == 0, "records follow one another");

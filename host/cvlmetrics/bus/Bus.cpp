@@ -268,10 +268,11 @@ void DeliverBatch(void (*body)(const void*) noexcept, const void* context) noexc
     Dispatcher::Get().DeliverBatch(body, context);
 }
 
+namespace {
+
 // A destructor has nobody to tell, and a scope whose end is missing stays open for the consumers: a
 // moment's wait for memory is better.
-void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
-    Stamp(event, now);
+void SendAnyhow(const EventView& event) noexcept {
     constexpr int attempts = 20;
     constexpr milliseconds pause{1};
     for (int left = attempts; left != 0; --left) {
@@ -286,6 +287,40 @@ void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
         }
     }
     LossReport::Count(LossReport::Loss::LostEvent);
+}
+
+/// Some of the events at least, if they may go out together.
+bool SendTogether(EndEvents& events) noexcept {
+    const DeliverySide& side = t_deliverySide;
+    if (IsQueuing(side)) {
+        if (!EventQueues::TryToAppend(events)) {
+            return false;
+        }
+        events.TakeAll();
+        return true;
+    }
+    return side.ownDelivery != nullptr && side.delivery == nullptr && !TLog::IsInsideBackEnd() &&
+           side.ownDelivery->TryToLend(events);
+}
+
+}  // namespace
+
+void EmitEnd(EventView& close,
+             const Scope::FinalEvent* statements,
+             std::size_t count,
+             const ClockReading& now) noexcept {
+    Stamp(close, now);
+    EndEvents events(close, statements, count);
+    while (!events.AreOver()) {
+        if (!SendTogether(events)) {
+            SendAnyhow(events.Take());
+        }
+    }
+}
+
+void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept {
+    Stamp(event, now);
+    SendAnyhow(event);
 }
 
 void AddConsumer(const RefCntPtr<IMetricsListener>& listener, uint64 bits, bool everything) {

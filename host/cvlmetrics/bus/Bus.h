@@ -2,10 +2,12 @@
 
 #include "cvlmetrics/IMetricsListener.h"
 #include "cvlmetrics/LentEvent.h"
+#include "cvlmetrics/Scope.h"
 #include "cvlmetrics/host/Clock.h"
 #include "cvlsys/IntegerTypes.h"
 #include "cvlsys/RefCntObject.h"
 
+#include <cstddef>
 #include <functional>
 
 namespace Metrics {
@@ -81,6 +83,12 @@ void InBatch(const Body& body) noexcept {
 /// For destructors: as `EmitForSure`, but a lost event is counted only. What happens at once may
 /// share one look at the clock.
 void EmitFromDestructor(EventView& event, const ClockReading& now) noexcept;
+
+/// The same for a whole end: the statements, and then that it is over. For a batch.
+void EmitEnd(EventView& close,
+             const Scope::FinalEvent* statements,
+             std::size_t count,
+             const ClockReading& now) noexcept;
 
 /// Both first have what is queued delivered, and wait for consumers that are busy until the exit
 /// deadline. After that the next delivery makes the change.

@@ -73,11 +73,10 @@ void Scope::Finish(std::initializer_list<FinalEvent> events) noexcept {
         Bus::InBatch([this, events]() noexcept {
             const ScopeIdentity scope{m_id, m_contextId, m_flags};
             const ClockReading now = ReadClock();
-            for (const FinalEvent& figure : events) {
-                EventView event = scope.Event(figure.type, figure.name, figure.value, figure.pairs);
-                Bus::EmitFromDestructor(event, now);
-            }
-            EmitClose(now);
+            EventView close = scope.Event(MetricsEventType::CloseScope, Name());
+            Bus::EmitEnd(close, events.begin(), events.size(), now);
+            m_open = false;
+            EmitClose(now);  // what follows the end
         });
     }
     m_open = false;

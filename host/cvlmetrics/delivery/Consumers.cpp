@@ -29,7 +29,7 @@ bool Consumer::Receives(uint64 flags, MetricsEventType type) const noexcept {
 }
 
 template <class Call>
-[[gnu::always_inline]] inline void Consumers::ForEachReceiver(uint64 flags,
+[[gnu::always_inline]] inline bool Consumers::ForEachReceiver(uint64 flags,
                                                               MetricsEventType type,
                                                               List& retired,
                                                               const Call& call) noexcept {
@@ -44,31 +44,49 @@ template <class Call>
         }
     }
     m_isWalking = false;
-    if (isDelivered) {
-        // Only who holds the lock writes it.
-        deliveredEvents.store(deliveredEvents.load(std::memory_order_relaxed) + 1,
-                              std::memory_order_relaxed);
-    }
     if (m_someHaveRetired) {
         SetRetiredAside(retired);
     }
     CarryOutNotes(retired);
+    return isDelivered;
+}
+
+inline void Consumers::CountDelivered(uint64 events) noexcept {
+    // Only who holds the lock writes it.
+    deliveredEvents.store(deliveredEvents.load(std::memory_order_relaxed) + events,
+                          std::memory_order_relaxed);
 }
 
 void Consumers::Deliver(const MetricsEvent& event, List& retired) noexcept {
-    ForEachReceiver(event.flags, event.type, retired, [&event](const Consumer& consumer) {
-        consumer.listener->OnMetricsEvent(event);
-    });
+    CountDelivered(
+        ForEachReceiver(event.flags, event.type, retired, [&event](const Consumer& consumer) {
+            consumer.listener->OnMetricsEvent(event);
+        }));
 }
 
 void Consumers::Deliver(const EventView& event, const MetricsEvent* made, List& retired) noexcept {
-    ForEachReceiver(event.flags, event.type, retired, [&event, made](const Consumer& consumer) {
-        if (consumer.reader != nullptr) {
-            consumer.reader->OnLentEvent(event);
-        } else {
-            consumer.listener->OnMetricsEvent(*made);
-        }
-    });
+    CountDelivered(
+        ForEachReceiver(event.flags, event.type, retired, [&event, made](const Consumer& consumer) {
+            if (consumer.reader != nullptr) {
+                consumer.reader->OnLentEvent(event);
+            } else {
+                consumer.listener->OnMetricsEvent(*made);
+            }
+        }));
+}
+
+void Consumers::Deliver(EndEvents& events, List& retired) noexcept {
+    const std::size_t before = events.CountLeft();
+    const EventView& close = events.GetClose();
+    if (!ForEachReceiver(close.flags, close.type, retired, [&events](const Consumer& consumer) {
+            consumer.reader->OnLentEnd(events);
+        })) {
+        return events.TakeAll();
+    }
+    if (events.CountLeft() == before) {
+        static_cast<void>(events.Take());  // the call came to nothing
+    }
+    CountDelivered(before - events.CountLeft());
 }
 
 template <class Call>
@@ -199,14 +217,17 @@ Consumers::List::iterator Consumers::Find(const IMetricsListener& listener) noex
 void Consumers::SumUp() noexcept {
     uint64 bits = 0;
     bool everything = false;
+    std::size_t subscribed = 0;
     m_wantEvents = false;
     for (const Consumer& consumer : m_list) {
         if (consumer.isSubscribed) {
+            ++subscribed;
             m_wantEvents = m_wantEvents || consumer.reader == nullptr;
             bits |= consumer.bits;
             everything = everything || consumer.everything;
         }
     }
+    m_isOneReader = subscribed == 1 && !m_wantEvents;
     m_admission.Publish(bits, everything);
 }
 

@@ -50,8 +50,15 @@ public:
     /// where `WantEvents` says so.
     void Deliver(const EventView& event, const MetricsEvent* made, List& retired) noexcept;
 
+    /// Some of the events at least, to the one who is there if `IsOneReader` says so. Newcomers
+    /// start behind what it takes.
+    void Deliver(EndEvents& events, List& retired) noexcept;
+
     /// Whether there are consumers for which events must be made.
     bool WantEvents() const noexcept { return m_wantEvents; }
+
+    /// Whether there is a single consumer, and that reads events where they lie.
+    bool IsOneReader() const noexcept { return m_isOneReader; }
 
     /// Adds and removes those of whom others have taken note. For before each event.
     void CarryOutNotes(List& retired) noexcept {
@@ -83,13 +90,15 @@ public:
     std::atomic<uint64> exceptions{0};
 
 private:
+    // Whether there was one.
     template <class Call>
-    void ForEachReceiver(uint64 flags,
+    bool ForEachReceiver(uint64 flags,
                          MetricsEventType type,
                          List& retired,
                          const Call& call) noexcept;
     template <class Call>
     void Attempt(const Call& call) noexcept;
+    void CountDelivered(uint64 events) noexcept;
     void ReportException(const char* what) noexcept;
     void NoteChange(Consumer change);
     void CarryOutEachNote(List& retired) noexcept;
@@ -105,6 +114,7 @@ private:
     bool m_isWalking = false;
     bool m_someHaveRetired = false;
     bool m_wantEvents = false;
+    bool m_isOneReader = false;
     Admission& m_admission;
 
     // An entry that is subscribed is to be added, one that is not names a listener to remove.

@@ -160,6 +160,11 @@ void OwnDelivery::Deliver(const EventView& event) {
         event, m_dispatcher.MakeIfWanted(event, m_delivery), m_delivery);
 }
 
+bool OwnDelivery::TryToLend(EndEvents& events) noexcept {
+    const CurrentDelivery current(m_delivery);
+    return m_dispatcher.TryToLend(events, m_delivery);
+}
+
 void OwnDelivery::Deliver(std::vector<MetricsEvent>&& events) noexcept {
     const CurrentDelivery current(m_delivery);
     m_delivery.waiting = std::move(events);
@@ -282,10 +287,15 @@ bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
     if (EventQueues::IsFromBeforeFork(*record)) {
         silence.emplace();  // its lines are the parent's
     }
-    if (record->IsBoxed()) {
-        DeliverBoxed(*record, delivery);
-    } else {
-        DeliverLent(*record, delivery);
+    switch (record->GetForm()) {
+        case EventRecord::Form::Boxed:
+            DeliverBoxed(*record, delivery);
+            break;
+        case EventRecord::Form::End:
+            DeliverEnd(*record, delivery);
+            break;
+        default:
+            DeliverLent(*record, delivery);
     }
     return true;
 }
@@ -301,14 +311,38 @@ void Dispatcher::DeliverBoxed(EventRecord& record, Delivery& delivery) noexcept 
 
 void Dispatcher::DeliverLent(const EventRecord& record, Delivery& delivery) noexcept {
     const EventView event = m_received.Lend(record);
-    const MetricsEvent* made = nullptr;
-    const bool isMade = TryToMake(event, delivery, made);
     EventQueues::Pop();
-    if (isMade) {
+    DeliverLent(event, delivery);
+}
+
+void Dispatcher::DeliverLent(const EventView& event, Delivery& delivery) noexcept {
+    const MetricsEvent* made = nullptr;
+    if (TryToMake(event, delivery, made)) {
         DeliverWithFollowers(event, made, delivery);
     } else {
         LossReport::Count(LossReport::Loss::LostEvent);
     }
+}
+
+void Dispatcher::DeliverEnd(const EventRecord& record, Delivery& delivery) noexcept {
+    EndEvents events = m_received.LendEnd(record);
+    EventQueues::Pop();
+    while (!events.AreOver()) {
+        if (!TryToLend(events, delivery)) {
+            DeliverLent(events.Take(), delivery);
+        }
+    }
+}
+
+// False if there are others than one who reads them: each event goes to all before the next.
+bool Dispatcher::TryToLend(EndEvents& events, Delivery& delivery) noexcept {
+    m_consumers.CarryOutNotes(delivery.retired);
+    if (!m_consumers.IsOneReader()) {
+        return false;
+    }
+    m_consumers.Deliver(events, delivery.retired);
+    DeliverWaiting(delivery);
+    return true;
 }
 
 // The event for those consumers that do not read it where it lies. Throws `std::bad_alloc`.

@@ -107,6 +107,9 @@ private:
     bool TryToMake(const EventView& event, Delivery& delivery, const MetricsEvent*& made) noexcept;
     void DeliverBoxed(EventRecord& record, Delivery& delivery) noexcept;
     void DeliverLent(const EventRecord& record, Delivery& delivery) noexcept;
+    void DeliverLent(const EventView& event, Delivery& delivery) noexcept;
+    void DeliverEnd(const EventRecord& record, Delivery& delivery) noexcept;
+    bool TryToLend(EndEvents& events, Delivery& delivery) noexcept;
     void DeliverWithFollowers(const EventView& event,
                               const MetricsEvent* made,
                               Delivery& delivery) noexcept;
@@ -129,6 +132,9 @@ public:
 
     /// Throws `std::bad_alloc`; the event is lost then.
     void Deliver(const EventView& event);
+
+    /// Some of the events at least, if there is nobody for whom they go out one by one.
+    bool TryToLend(EndEvents& events) noexcept;
 
     void Deliver(std::vector<MetricsEvent>&& events) noexcept;
 

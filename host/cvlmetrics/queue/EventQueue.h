@@ -40,7 +40,8 @@ public:
 
     /// The same where the largest record would find room, so that the event need not be measured
     /// before it is written. False otherwise, and for an event that has no place in a queue.
-    bool TryToPrepare(const EventView& event) {
+    template <class Lent>
+    bool TryToPrepare(const Lent& event) {
         const uint64 begin = m_prepared;
         if (begin > m_roomUntil && !FindRoom()) {
             return false;

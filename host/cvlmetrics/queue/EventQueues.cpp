@@ -306,7 +306,8 @@ auto WithQueue(const Action& action) {
 
 }  // namespace
 
-bool TryToAppend(const EventView& event) noexcept {
+template <class Lent>
+bool TryToAppend(const Lent& event) noexcept {
     EventQueue* const queue = t_queueSide.queue;
     try {
         if (queue == nullptr || !queue->TryToPrepare(event)) {
@@ -320,6 +321,9 @@ bool TryToAppend(const EventView& event) noexcept {
     }
     return true;
 }
+
+template bool TryToAppend(const EventView& event) noexcept;
+template bool TryToAppend(const EndEvents& events) noexcept;
 
 Outcome Append(const EventView& event) {
     return WithQueue([&event](EventQueue& queue) {

@@ -22,9 +22,12 @@ enum class Outcome { Queued, NoRoom };
 
 // For the thread that emits.
 
-/// `Append`, unless that takes more than to write the event into a queue that is there and has room
-/// for any record. False then, and nothing has happened.
-bool TryToAppend(const EventView& event) noexcept;
+/// `Append`, unless that takes more than to write the event, or the events of an end, into a queue
+/// that is there and has room for any record. False then, and nothing has happened.
+template <class Lent>
+bool TryToAppend(const Lent& event) noexcept;
+extern template bool TryToAppend(const EventView& event) noexcept;
+extern template bool TryToAppend(const EndEvents& events) noexcept;
 
 /// Appends an event to the calling thread's queue. Within a batch (`QueueSide::batches`) it
 /// draws its ticket with the others, when `Publish` is called. Throws `std::bad_alloc` if

@@ -87,17 +87,35 @@ bool IsPlain(const MetricsValue& value) noexcept {
 /// has put; null stands for a value that has no place in a record, or does not fit in.
 class Placer {
 public:
+    /// The name, the value and the pairs of an event or a statement.
+    template <class Said>
+    [[gnu::always_inline]] static std::byte* PutWhatIsSaid(std::byte* to,
+                                                           const std::byte* end,
+                                                           const Said& said) {
+        to = Put(to, end, said.name);
+        to = to != nullptr ? Put(to, end, said.value) : nullptr;
+        if (to != nullptr) {
+            said.pairs.ForEachWhile([&to, end](const PairView& pair) {
+                to = Put(to, end, pair.name);
+                to = to != nullptr ? Put(to, end, pair.value) : nullptr;
+                return to != nullptr;
+            });
+        }
+        return to;
+    }
+
     [[gnu::always_inline]] static std::byte* Put(std::byte* to,
                                                  const std::byte* end,
-                                                 const EventView& event) {
-        to = Put(to, end, event.name);
-        to = to != nullptr ? Put(to, end, event.value) : nullptr;
-        for (const PairView& pair : event.pairs) {
-            if (to == nullptr) {
-                break;
-            }
-            to = Put(to, end, pair.name);
-            to = to != nullptr ? Put(to, end, pair.value) : nullptr;
+                                                 const Scope::FinalEvent& statement) {
+        to = PutWord(to, end, statement.pairs.Size() << 32 | static_cast<uint64>(statement.type));
+        return to != nullptr ? PutWhatIsSaid(to, end, statement) : nullptr;
+    }
+
+    static std::byte* Put(std::byte* to, const std::byte* end, const EndEvents& events) {
+        to = Put(to, end, events.GetClose().name);
+        const Scope::FinalEvent* statement = events.GetStatements();
+        for (std::size_t left = events.CountLeft(); to != nullptr && --left != 0; ++statement) {
+            to = Put(to, end, *statement);
         }
         return to;
     }
@@ -251,8 +269,7 @@ public:
     explicit Reader(const std::byte* from) noexcept : m_from(from) {}
 
     [[gnu::always_inline]] ValueView Next() noexcept {
-        const auto word = ReadAs<uint64>(m_from);
-        m_from += wordBytes;
+        const uint64 word = NextWord();
         switch (static_cast<Tag>(word & tagMask)) {
             case Tag::StaticUtf16:
                 return ValueView::OfStatic(*AddressIn<char16_t>(word));
@@ -268,6 +285,20 @@ public:
                 break;
         }
         return Scalar(static_cast<uint32>(word >> tagBits));
+    }
+
+    PairSpan NextPairs(PairView* room, std::size_t count) noexcept {
+        for (PairView* to = room; to != room + count; ++to) {
+            const ValueView name = Next();
+            new (static_cast<void*>(to)) PairView(name, Next());
+        }
+        return {room, count};
+    }
+
+    uint64 NextWord() noexcept {
+        const auto word = ReadAs<uint64>(m_from);
+        m_from += wordBytes;
+        return word;
     }
 
 private:
@@ -361,7 +392,7 @@ std::size_t EventRecord::BytesFor(const EventView& event) {
     alignas(alignment) std::array<std::byte, largest> place;
     std::byte* const content = place.data() + sizeof(EventRecord);
     const std::byte* const end =
-        Placer::Put(content + sizeof(Fixed), place.data() + largest, event);
+        Placer::PutWhatIsSaid(content + sizeof(Fixed), place.data() + largest, event);
     return end != nullptr ? static_cast<std::size_t>(end - place.data()) : boxed;
 }
 
@@ -370,18 +401,42 @@ std::size_t EventRecord::TryWrite(std::byte* place, const EventView& event) {
 }
 
 std::size_t EventRecord::TryWrite(std::byte* place, std::size_t room, const EventView& event) {
+    return Finish(
+        place,
+        Placer::PutWhatIsSaid(place + sizeof(EventRecord) + sizeof(Fixed), place + room, event),
+        Form::Inline,
+        event.pairs.Size(),
+        event);
+}
+
+std::size_t EventRecord::TryWrite(std::byte* place, const EndEvents& events) {
+    const std::size_t statements = events.CountLeft() - 1;
+    if (statements > mostStatements) {
+        return 0;
+    }
+    return Finish(place,
+                  Placer::Put(place + sizeof(EventRecord) + sizeof(Fixed), place + largest, events),
+                  Form::End,
+                  statements,
+                  events.GetClose());
+}
+
+// Behind the values; `end` is null if they found no place.
+inline std::size_t EventRecord::Finish(std::byte* place,
+                                       const std::byte* end,
+                                       Form form,
+                                       std::size_t count,
+                                       const EventView& event) noexcept {
     static_assert(offsetof(EventView, id) == offsetof(Fixed, id) &&
                   offsetof(EventView, time) == offsetof(Fixed, time) &&
                   offsetof(EventView, wallMicros) == offsetof(Fixed, wallMicros) &&
                   offsetof(EventView, type) == offsetof(Fixed, type));
-    std::byte* const content = place + sizeof(EventRecord);
-    const std::byte* const end = Placer::Put(content + sizeof(Fixed), place + room, event);
     if (end == nullptr) {
         return 0;
     }
     const auto bytes = static_cast<std::size_t>(end - place);
-    new (place) EventRecord(bytes, Form::Inline, event.pairs.Size());
-    std::memcpy(content, &event, sizeof(Fixed));
+    new (place) EventRecord(bytes, form, count);
+    std::memcpy(place + sizeof(EventRecord), &event, sizeof(Fixed));
     return bytes;
 }
 
@@ -416,24 +471,30 @@ EventRecord::Head EventRecord::GetHead() const noexcept {
 }
 
 EventView EventRecord::View(PairView* room) const noexcept {
-    const auto fixed = ReadAs<Fixed>(Content());
     Reader reader(Content() + sizeof(Fixed));
-    const ValueView name = reader.Next();
-    const EventView event{.id = fixed.id,
-                          .contextId = fixed.contextId,
-                          .flags = fixed.flags,
-                          .time = fixed.time,
-                          .wallSeconds = fixed.wallSeconds,
-                          .wallMicros = fixed.wallMicros,
-                          .type = fixed.type,
-                          .name = name,
-                          .value = reader.Next(),
-                          .pairs = {room, m_pairCount}};
-    for (std::size_t left = m_pairCount; left != 0; --left, ++room) {
-        const ValueView pairName = reader.Next();
-        new (static_cast<void*>(room)) PairView(pairName, reader.Next());
-    }
+    EventView event;
+    std::memcpy(static_cast<void*>(&event), Content(), sizeof(Fixed));
+    event.name = reader.Next();
+    event.value = reader.Next();
+    event.pairs = reader.NextPairs(room, m_count);
     return event;
+}
+
+EndEvents EventRecord::ViewEnd(Scope::FinalEvent* statements, PairView* room) const noexcept {
+    Reader reader(Content() + sizeof(Fixed));
+    EventView close;
+    std::memcpy(static_cast<void*>(&close), Content(), sizeof(Fixed));
+    close.name = reader.Next();
+    for (Scope::FinalEvent* to = statements; to != statements + m_count; ++to) {
+        const uint64 word = reader.NextWord();
+        const std::size_t pairs = word >> 32;
+        const ValueView name = reader.Next();
+        new (static_cast<void*>(to))
+            Scope::FinalEvent(static_cast<MetricsEventType>(word), name, reader.Next());
+        to->pairs = reader.NextPairs(room, pairs);
+        room += pairs;
+    }
+    return {close, statements, m_count};
 }
 
 MetricsEvent EventRecord::TakeBoxed() noexcept {

@@ -37,19 +37,32 @@ public:
     /// it is: 0 if it is no event for a place in the queue.
     static std::size_t TryWrite(std::byte* place, const EventView& event);
 
+    /// The same of a whole end.
+    static std::size_t TryWrite(std::byte* place, const EndEvents& events);
+
     /// Writes a record that stands for nothing, to fill the end of a ring.
     static void WriteGap(std::byte* place, std::size_t bytes) noexcept;
 
+    /// What a record is: nothing, an event, one that is on the heap, or the events of an end.
+    enum class Form : std::uint16_t { Gap, Inline, Boxed, End };
+
+    Form GetForm() const noexcept { return m_form; }
+
     /// Whether the event is on the heap, from where `TakeBoxed` gets it. All others are lent by
-    /// `View`.
+    /// `View` and `ViewEnd`.
     bool IsBoxed() const noexcept { return m_form == Form::Boxed; }
 
-    /// So many pairs no event in a record exceeds.
+    /// So many pairs no event in a record exceeds, and so many statements no end.
     static constexpr std::size_t mostPairs = largest / (2 * sizeof(uint64));
+    static constexpr std::size_t mostStatements = 8;
 
     /// The event, lent as long as the record. Its pairs are built in `room`, which is for
     /// `mostPairs` of them.
     EventView View(PairView* room) const noexcept;
+
+    /// The events of an end, likewise. The statements are built in `statements`, which has room for
+    /// `mostStatements` of them.
+    EndEvents ViewEnd(Scope::FinalEvent* statements, PairView* room) const noexcept;
 
     /// Gives the event away; the record is not read again. The event shares texts with its
     /// emitter.
@@ -79,18 +92,22 @@ public:
     void SetTicket(uint64 ticket) noexcept { m_ticket = ticket; }
 
 private:
-    enum class Form : std::uint16_t { Gap, Inline, Boxed };
-
     struct Fixed;
     struct Box;
 
-    EventRecord(std::size_t bytes, Form form, std::size_t pairCount) noexcept
+    EventRecord(std::size_t bytes, Form form, std::size_t count) noexcept
         : m_bytes(static_cast<uint32>(bytes)),
-          m_pairCount(static_cast<std::uint16_t>(pairCount)),
+          m_count(static_cast<std::uint16_t>(count)),
           m_form(form) {}
 
     static std::size_t TryWrite(std::byte* place, std::size_t room, const EventView& event);
     static EventRecord& WriteBoxed(std::byte* place, const EventView& event);
+
+    static std::size_t Finish(std::byte* place,
+                              const std::byte* end,
+                              Form form,
+                              std::size_t count,
+                              const EventView& event) noexcept;
 
     std::byte* Content() noexcept { return reinterpret_cast<std::byte*>(this + 1); }
 
@@ -100,7 +117,7 @@ private:
 
     // At the very end of a ring there may be room for these three only; a gap has no ticket.
     uint32 m_bytes;
-    std::uint16_t m_pairCount;
+    std::uint16_t m_count;  ///< of pairs, or of an end's statements
     Form m_form;
     uint64 m_ticket = 0;
 };

@@ -7,10 +7,9 @@
 
 namespace Metrics {
 
-EventView ReceivedEvents::Lend(const EventRecord& record) noexcept {
+const EventRecord& ReceivedEvents::CopyOf(const EventRecord& record) noexcept {
     std::memcpy(m_record.data(), static_cast<const void*>(&record), record.GetBytes());
-    return std::launder(reinterpret_cast<const EventRecord*>(m_record.data()))
-        ->View(reinterpret_cast<PairView*>(m_pairs.data()));
+    return *std::launder(reinterpret_cast<const EventRecord*>(m_record.data()));
 }
 
 const MetricsEvent& ReceivedEvents::TakeBoxed(EventRecord& record) noexcept {

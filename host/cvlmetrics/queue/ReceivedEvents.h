@@ -27,7 +27,13 @@ public:
     ReceivedEvents& operator=(const ReceivedEvents&) = delete;
 
     /// The event of a record that is not boxed, until the next one; the record may go.
-    EventView Lend(const EventRecord& record) noexcept;
+    EventView Lend(const EventRecord& record) noexcept { return CopyOf(record).View(Pairs()); }
+
+    /// The same of an end.
+    EndEvents LendEnd(const EventRecord& record) noexcept {
+        return CopyOf(record).ViewEnd(reinterpret_cast<Scope::FinalEvent*>(m_statements.data()),
+                                      Pairs());
+    }
 
     /// The event of a boxed record, until `Release`; the record is not read again.
     const MetricsEvent& TakeBoxed(EventRecord& record) noexcept;
@@ -48,6 +54,10 @@ private:
     static constexpr std::size_t mostPairsKept = 64;
     static constexpr std::size_t fewShared = 64;
 
+    const EventRecord& CopyOf(const EventRecord& record) noexcept;
+
+    PairView* Pairs() noexcept { return reinterpret_cast<PairView*>(m_pairs.data()); }
+
     void ReleaseMade() noexcept;
     void ReleaseShared() noexcept;
     static void Clear(MetricsEvent& event) noexcept;
@@ -57,6 +67,9 @@ private:
     // Whose record was lent.
     alignas(EventRecord::alignment) std::array<std::byte, EventRecord::largest> m_record{};
     alignas(PairView) std::array<std::byte, EventRecord::mostPairs * sizeof(PairView)> m_pairs{};
+    alignas(Scope::FinalEvent)
+        std::array<std::byte,
+                   EventRecord::mostStatements * sizeof(Scope::FinalEvent)> m_statements{};
     // By type; unknown types share the first one, which no known type has.
     std::array<MetricsEvent, types> m_last;
     MetricsEvent m_boxed;

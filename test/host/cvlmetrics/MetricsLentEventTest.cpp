@@ -4,11 +4,13 @@
 #include "cvlcoreplatform/TString.h"
 #include "cvlmetrics/LentEvent.h"
 #include "cvlmetrics/ValueView.h"
+#include "cvlmetrics/host/Statistics.h"
 #include "cvlsys/IntegerTypes.h"
 
 #include <atomic>
 #include <cstddef>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,9 @@ using MetricsTest::Work;
 using tarn::test::Closes;
 using tarn::test::CreatesContext;
 using tarn::test::Opens;
+using tarn::test::SendsPairs;
+using tarn::test::SendsValue;
+using testing::AnyOf;
 using testing::ElementsAre;
 
 /// Records what it reads.
@@ -54,6 +59,20 @@ public:
     }
 
     std::atomic<std::size_t> lent{0};
+};
+
+/// Takes so many events of an end at once.
+class EndReader : public Reader {
+public:
+    void OnLentEnd(Metrics::EndEvents& events) override {
+        ++calls;
+        for (std::size_t left = atOnce; left != 0 && !events.AreOver(); --left) {
+            OnLentEvent(events.Take());
+        }
+    }
+
+    std::size_t atOnce = std::numeric_limits<std::size_t>::max();
+    std::atomic<std::size_t> calls{0};
 };
 
 class MetricsLentEventTest : public MetricsTest::MetricsBusTest,
@@ -105,8 +124,166 @@ protected:
              {MetricsEventType::NameValuePairs, "figures", Metrics::PairSpan(figures, 1)}});
     }
 
+    /// A scope that says three things at its end.
+    static void SayAnEnd() {
+        const PairView figures[] = {{"bytes", 5}};
+        Scope scope(flagTracing);
+        scope.Open("query", {});
+        scope.Finish(
+            {{MetricsEventType::NameValue, "tid", 7},
+             {MetricsEventType::NameValuePairs, "figures", Metrics::PairSpan(figures, 1)}});
+    }
+
     RefCntPtr<Reader> m_reader = new Reader;
+    RefCntPtr<EndReader> m_endReader = new EndReader;
 };
+
+TEST_P(MetricsLentEventTest, WhoReadsEndsHearsWhatTheOthersHear) {
+    const auto hear = [](Metrics::IMetricsListener& listener) {
+        const Subscription subscription(listener, flagTracing, false);
+        {
+            const CurrentContext context;
+            SayEverything();
+        }
+        FlushAll();
+    };
+    hear(*m_listener);
+    std::size_t calls = 0;
+    for (const std::size_t atOnce : {1U, 2U, 3U}) {
+        SCOPED_TRACE(atOnce);
+        m_endReader->Clear();
+        m_endReader->atOnce = atOnce;
+        m_endReader->calls = 0;
+        const uint64 before = Metrics::GetBusStatistics().deliveredEvents;
+
+        hear(*m_endReader);
+
+        EXPECT_EQ(m_endReader->Contents(), m_listener->Contents());
+        EXPECT_EQ(Metrics::GetBusStatistics().deliveredEvents - before, m_endReader->Count());
+        // At the end of a ring an end is queued event by event.
+        EXPECT_THAT(m_endReader->calls.load(), AnyOf(0U, (3 + atOnce - 1) / atOnce));
+        calls += m_endReader->calls;
+    }
+    EXPECT_GT(calls, 0U);
+}
+
+TEST_P(MetricsLentEventTest, WhoReadsEndsHearsThemOneByOneBesideOthers) {
+    const Subscription subscription(*m_endReader, flagTracing, false);
+    const Subscription other(*m_listener, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_endReader->Clear();
+    m_listener->Clear();
+    std::vector<std::size_t> heardByTheOther;
+    m_endReader->CallOnEach(
+        [&](const MetricsEvent&) { heardByTheOther.push_back(m_listener->Count()); });
+
+    SayAnEnd();
+    FlushAll();
+    m_endReader->CallOnEach(nullptr);
+
+    EXPECT_THAT(heardByTheOther, ElementsAre(0U, 1U, 2U, 3U));
+    EXPECT_EQ(m_endReader->calls, 0U);
+    EXPECT_EQ(m_endReader->Contents(), m_listener->Contents());
+}
+
+TEST_P(MetricsLentEventTest, WhatFailsInTheMiddleOfAnEndCostsThatEventOnly) {
+    const Subscription subscription(*m_endReader, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_endReader->Clear();
+    m_endReader->CallOnEach([](const MetricsEvent& event) {
+        if (event.type != MetricsEventType::OpenScope) {
+            throw std::runtime_error("at each event of the end");
+        }
+    });
+    const uint64 before = Metrics::GetBusStatistics().consumerExceptions;
+
+    SayAnEnd();
+    FlushAll();
+    m_endReader->CallOnEach(nullptr);
+
+    EXPECT_THAT(m_endReader->Contents(),
+                ElementsAre(Opens("query"),
+                            SendsValue("tid", 7),
+                            SendsPairs("figures", {{"bytes", 5}}),
+                            Closes("query")));
+    EXPECT_EQ(Metrics::GetBusStatistics().consumerExceptions - before, 3U);
+}
+
+TEST_P(MetricsLentEventTest, WhatAReaderLeavesOfAnEndGoesToWhoIsThereThen) {
+    const Subscription subscription(*m_endReader, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_endReader->Clear();
+    m_endReader->atOnce = 1;
+    m_endReader->CallOnEach([this](const MetricsEvent& event) {
+        if (event.type == MetricsEventType::NameValue) {
+            m_bus.AddConsumer(m_listener, flagTracing, false);
+            m_bus.RemoveConsumer(RefCntPtr<Metrics::IMetricsListener>(m_endReader.Get()));
+        }
+    });
+
+    SayAnEnd();
+    FlushAll();
+    m_endReader->CallOnEach(nullptr);
+    m_bus.RemoveConsumer(m_listener);
+
+    EXPECT_THAT(m_endReader->Contents(), ElementsAre(Opens("query"), SendsValue("tid", 7)));
+    EXPECT_THAT(m_listener->Contents(),
+                ElementsAre(SendsPairs("figures", {{"bytes", 5}}), Closes("query")));
+}
+
+TEST_P(MetricsLentEventTest, AReaderThatTakesNothingOfAnEndMissesIt) {
+    const Subscription subscription(*m_endReader, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    m_endReader->Clear();
+    m_endReader->atOnce = 0;
+
+    for (int i = 0; i < 3; ++i) {
+        SayAnEnd();
+    }
+    FlushAll();
+
+    // One of them may lie at the end of a ring, where an end is queued event by event.
+    const std::size_t missed = 3 - m_endReader->Count(MetricsEventType::CloseScope);
+    EXPECT_GE(missed, 2U);
+    EXPECT_EQ(m_endReader->calls, 3 * missed);
+    EXPECT_EQ(m_endReader->Count(MetricsEventType::OpenScope), 3U);
+}
+
+TEST_P(MetricsLentEventTest, AnEndThatSaysMoreThanARecordHoldsIsHeardInWhole) {
+    const Subscription subscription(*m_endReader, flagTracing, false);
+    const CurrentContext context;
+    FlushAll();
+    for (const bool isLong : {true, false}) {
+        SCOPED_TRACE(isLong);
+        m_endReader->Clear();
+        const std::string text(isLong ? 10'000 : 1, 'x');
+        {
+            Scope scope(flagTracing);
+            scope.Open("query", {});
+            const Scope::FinalEvent say(MetricsEventType::NameValue, "text", text);
+            scope.Finish({say, say, say, say, say, say, say, say, say});
+        }
+        FlushAll();
+
+        const auto says = SendsValue("text", text);
+        EXPECT_THAT(m_endReader->Contents(),
+                    ElementsAre(Opens("query"),
+                                says,
+                                says,
+                                says,
+                                says,
+                                says,
+                                says,
+                                says,
+                                says,
+                                says,
+                                Closes("query")));
+    }
+}
 
 TEST_P(MetricsLentEventTest, WhoReadsEventsHearsWhatTheOthersHear) {
     for (const bool isReaderFirst : {true, false}) {

@@ -2,8 +2,11 @@
 
 #include "cvlmetrics/Export.h"
 #include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/Scope.h"
 #include "cvlmetrics/ValueView.h"
 #include "cvlsys/IntegerTypes.h"
+
+#include <cstddef>
 
 namespace Metrics {
 
@@ -20,6 +23,68 @@ struct EventView {
     ValueView name = 0;
     ValueView value = 0;
     PairSpan pairs;
+
+    static EventView Of(const MetricsEvent& event) {
+        return {event.id,
+                event.contextId,
+                event.flags,
+                event.time,
+                event.wallSeconds,
+                event.wallMicros,
+                event.type,
+                event.name,
+                event.value,
+                event.pairs};
+    }
+};
+
+/// The events by which a scope ends, lent together: what it says last, and then that it is over.
+/// All happen at one moment.
+class EndEvents {
+public:
+    /// `close` is the last event. The statements are lent as long as this is.
+    EndEvents(const EventView& close,
+              const Scope::FinalEvent* statements,
+              std::size_t count) noexcept
+        : m_close(close),
+          m_next(statements),
+          m_end(statements + count) {}
+
+    bool AreOver() const noexcept { return m_isOver; }
+
+    /// How many there are still.
+    std::size_t CountLeft() const noexcept {
+        return m_isOver ? 0 : static_cast<std::size_t>(m_end - m_next) + 1;
+    }
+
+    /// The next one, where they are not over.
+    EventView Take() noexcept {
+        EventView event = m_close;
+        if (m_next == m_end) {
+            m_isOver = true;
+            return event;
+        }
+        event.type = m_next->type;
+        event.name = m_next->name;
+        event.value = m_next->value;
+        event.pairs = m_next->pairs;
+        ++m_next;
+        return event;
+    }
+
+    void TakeAll() noexcept { m_isOver = true; }
+
+    /// The last event.
+    const EventView& GetClose() const noexcept { return m_close; }
+
+    /// What is said before it, from the next event on.
+    const Scope::FinalEvent* GetStatements() const noexcept { return m_next; }
+
+private:
+    const EventView m_close;
+    const Scope::FinalEvent* m_next;
+    const Scope::FinalEvent* const m_end;
+    bool m_isOver = false;
 };
 
 /// What a listener may be besides: one that reads events where they lie. Optional for a host: it
@@ -29,6 +94,11 @@ struct EventView {
 class CVLMETRICS_API ILentListener {
 public:
     virtual void OnLentEvent(const EventView& event) = 0;
+
+    /// The events of a scope's end, by a host that lends them together: where this listener is the
+    /// only one. It takes at least the next one, before anything can fail, and is called again for
+    /// those that it leaves.
+    virtual void OnLentEnd(EndEvents& events) { OnLentEvent(events.Take()); }
 
 protected:
     ~ILentListener() = default;

@@ -246,6 +246,26 @@ public:
 
     // NOLINTEND(readability-identifier-naming)
 
+    /// Calls `action` with one pair after the other as long as that says true; whether it always
+    /// did. Goes along views without asking at each what lies there.
+    template <class Action>
+    bool ForEachWhile(const Action& action) const {
+        if (m_step == sizeof(PairView)) {
+            const auto* pair = reinterpret_cast<const PairView*>(m_first);
+            const auto* const end = pair + m_size;
+            while (pair != end && action(*pair)) {
+                ++pair;
+            }
+            return pair == end;
+        }
+        for (const PairView& pair : *this) {
+            if (!action(pair)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     /// Pairs that own what they hold. Throws `std::bad_alloc`.
     NameValueList ToList() const {
         NameValueList list;

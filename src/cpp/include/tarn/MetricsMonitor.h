@@ -68,6 +68,7 @@ public:
 
     /// The same, by a bus that lends.
     void OnLentEvent(const Metrics::EventView& event) override;
+    void OnLentEnd(Metrics::EndEvents& events) override;
 
     /// The sink that all further log events go to, instead of the former one; without an argument
     /// the one that a monitor starts with. Any thread may call it at any time. When it returns, the

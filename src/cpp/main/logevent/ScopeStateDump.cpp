@@ -2,6 +2,7 @@
 
 #include "ActivityTokenText.h"
 
+#include "tarn/OptTarn.h"
 #include "tarn/TarnMetricsUtils.h"
 
 #include "cvlcoreplatform/TLog.h"
@@ -132,6 +133,10 @@ void PutCpuTime(NameTable& table, const MetricsMonitor::ScopeState& state) {
 
 bool IsScopeStateDumpEnabled() {
     return TLog::Logger::Get().IsEnabled(severity);
+}
+
+bool AreDumpsWanted() {
+    return OptTarn::GetShouldLogResourceTracking() && IsScopeStateDumpEnabled();
 }
 
 void WriteScopeStateDump(const MetricsMonitor::ScopeState& state,

@@ -4,6 +4,7 @@
 #include "LogicAssert.h"
 #include "MonitorRecords.h"
 #include "ResourceTracking.h"
+#include "ScopeStateDump.h"
 
 #include "tarn/OptTarn.h"
 
@@ -70,16 +71,7 @@ void MetricsMonitor::Unregister() {
 }
 
 void MetricsMonitor::OnMetricsEvent(const Metrics::MetricsEvent& event) {
-    OnLentEvent({.id = event.id,
-                 .contextId = event.contextId,
-                 .flags = event.flags,
-                 .time = event.time,
-                 .wallSeconds = event.wallSeconds,
-                 .wallMicros = event.wallMicros,
-                 .type = event.type,
-                 .name = event.name,
-                 .value = event.value,
-                 .pairs = event.pairs});
+    OnLentEvent(Metrics::EventView::Of(event));
 }
 
 void MetricsMonitor::OnLentEvent(const Metrics::EventView& event) {
@@ -112,6 +104,13 @@ void MetricsMonitor::OnLentEvent(const Metrics::EventView& event) {
         case Metrics::MetricsEventType::PostCloseScope:
             return OnPostCloseScope(event);
     }
+}
+
+// What is logged on the way may concern others, who wait for the event that is just heard.
+void MetricsMonitor::OnLentEnd(Metrics::EndEvents& events) {
+    do {
+        OnLentEvent(events.Take());
+    } while (!events.AreOver() && !tarn::AreDumpsWanted());
 }
 
 void MetricsMonitor::EnableTest(IMetricsMonitorSink* sink, IMetricsMonitorUUID* uuidGenerator) {

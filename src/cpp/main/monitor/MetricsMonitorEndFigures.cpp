@@ -52,14 +52,9 @@ void FoldFromSameThread(ResourceFigure& parent,
     }
 }
 
-/// Asked before anything is made for a dump, its reason included.
-bool AreDumpsWanted() {
-    return OptTarn::GetShouldLogResourceTracking() && tarn::IsScopeStateDumpEnabled();
-}
-
 void DumpFolding(const MetricsMonitor::ScopeState& child,
                  const MetricsMonitor::ScopeState& parent) {
-    if (!AreDumpsWanted()) {
+    if (!tarn::AreDumpsWanted()) {
         return;
     }
     const auto reason = [&child](const char16_t* format) {
@@ -200,7 +195,7 @@ void MetricsMonitor::OnMemoryCpuValuePairs(ScopeState& state,
                 break;
         }
     }
-    if (AreDumpsWanted()) {
+    if (tarn::AreDumpsWanted()) {
         tarn::WriteScopeStateDump(state,
                                   dumpType == DumpType::Memory ? u"Added memory from ActivityScope"
                                                                : u"Added cpu from ActivityScope",
