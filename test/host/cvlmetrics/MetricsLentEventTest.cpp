@@ -168,23 +168,27 @@ TEST_P(MetricsLentEventTest, WhoReadsEndsHearsWhatTheOthersHear) {
 }
 
 TEST_P(MetricsLentEventTest, WhoReadsEndsHearsThemOneByOneBesideOthers) {
-    const Subscription subscription(*m_endReader, flagTracing, false);
-    const Subscription other(*m_listener, flagTracing, false);
-    const CurrentContext context;
-    FlushAll();
-    m_endReader->Clear();
-    m_listener->Clear();
-    std::vector<std::size_t> heardByTheOther;
-    m_endReader->CallOnEach(
-        [&](const MetricsEvent&) { heardByTheOther.push_back(m_listener->Count()); });
+    const RefCntPtr<EndReader> otherReader = new EndReader;
+    for (RecordingListener* const other :
+         {m_listener.Get(), static_cast<RecordingListener*>(otherReader.Get())}) {
+        const Subscription subscription(*m_endReader, flagTracing, false);
+        const Subscription beside(*other, flagTracing, false);
+        const CurrentContext context;
+        FlushAll();
+        m_endReader->Clear();
+        other->Clear();
+        std::vector<std::size_t> heardByTheOther;
+        m_endReader->CallOnEach(
+            [&](const MetricsEvent&) { heardByTheOther.push_back(other->Count()); });
 
-    SayAnEnd();
-    FlushAll();
-    m_endReader->CallOnEach(nullptr);
+        SayAnEnd();
+        FlushAll();
+        m_endReader->CallOnEach(nullptr);
 
-    EXPECT_THAT(heardByTheOther, ElementsAre(0U, 1U, 2U, 3U));
-    EXPECT_EQ(m_endReader->calls, 0U);
-    EXPECT_EQ(m_endReader->Contents(), m_listener->Contents());
+        EXPECT_THAT(heardByTheOther, ElementsAre(0U, 1U, 2U, 3U));
+        EXPECT_EQ(m_endReader->calls, 0U);
+        EXPECT_EQ(m_endReader->Contents(), other->Contents());
+    }
 }
 
 TEST_P(MetricsLentEventTest, WhatFailsInTheMiddleOfAnEndCostsThatEventOnly) {
