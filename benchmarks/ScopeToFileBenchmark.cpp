@@ -17,7 +17,7 @@ void Start(const benchmark::State& state) {
 void StartWithJournal(const benchmark::State& state) {
     TracingUnderTest::Start(state,
                             {.receiver = Receiver::File,
-                             .isJournalled = true,
+                             .useJournal = true,
                              .tracksCpu = state.range(cpuArgument) != 0});
 }
 

@@ -45,7 +45,7 @@ struct Mode {
     bool hasSink = true;
     bool isAsynchronous = false;
     bool tracksCpu = false;
-    bool isJournalled = false;
+    bool useJournal = false;
     bool hasSession = true;  // else nobody has ever asked for anything
 };
 
@@ -59,7 +59,7 @@ const std::map<std::string, Mode>& Modes() {
         {"asynchronous-cpu", {.isAsynchronous = true, .tracksCpu = true}},
         {"synchronous", {}},
         {"synchronous-cpu", {.tracksCpu = true}},
-        {"journal", {.isJournalled = true}},
+        {"journal", {.useJournal = true}},
         {"null-sink", {.hasSink = false}}};
     return modes;
 }
@@ -155,7 +155,7 @@ void Run(const Mode& mode, int scopes, const std::string& logFile) {
     corvala::cputime::SetCpuTrackingEnabled(mode.tracksCpu);
     SwitchThousandNamesOff(mode.isOff);
     TLog::ReplaceBackEnd(
-        TLog::MakeJsonFileBackEnd(logFile, {.maxBytes = 0, .isJournalled = mode.isJournalled}));
+        TLog::MakeJsonFileBackEnd(logFile, {.maxBytes = 0, .useJournal = mode.useJournal}));
 
     // Room for a whole run, so that the emitting thread does not wait.
     Metrics::SetDelivery({.mode = mode.isAsynchronous ? Metrics::DeliveryMode::Asynchronous

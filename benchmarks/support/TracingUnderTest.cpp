@@ -198,7 +198,7 @@ void TracingUnderTest::SetUpLog() {
     m_logFile.emplace();
     TLog::LogFileLimits limits;
     limits.maxBytes = 0;
-    limits.isJournalled = m_setup.isJournalled;
+    limits.useJournal = m_setup.useJournal;
     std::shared_ptr<TLog::LogBackEnd> backEnd =
         TLog::MakeJsonFileBackEnd(m_logFile->Path().string(), limits);
     if (m_setup.canHoldDelivery) {

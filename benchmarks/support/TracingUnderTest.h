@@ -36,7 +36,7 @@ enum class Receiver {
 struct Setup {
     Receiver receiver = Receiver::Nobody;
     bool isAsynchronous = false;
-    bool isJournalled = false;  ///< the file is written through a journal
+    bool useJournal = false;  ///< the file is written through a journal
     bool tracksCpu = false;
     int64 namesOff = 0;          ///< other names that are switched off
     bool isMeasuredOff = false;  ///< so is the name of the scopes that are measured
