@@ -111,16 +111,20 @@ void LineChecker::CheckLayer(const TLog::Event& event, int64 number) {
     const TLog::Literal* const layer =
         Find(event.GetActivityInfo()->GetAttributes().get(), s_layer);
     const int64 expected = Number(event, s_layer);
-    if ((layer != nullptr ? layer->GetInt() : -1) != expected) {
-        Complain(number, "has the context attributes of another scope");
+    const int64 found = layer != nullptr ? layer->GetInt() : -1;
+    if (found != expected) {
+        Complain(number,
+                 "has the context attributes of another scope: of " + std::to_string(found) +
+                     " instead of " + std::to_string(expected));
     }
 }
 
-void LineChecker::Complain(int64 number, const char* what) {
+void LineChecker::Complain(int64 number, std::string_view what) {
     constexpr uint64 kept = 10;
     if (++m_errors <= kept) {
         m_errorTexts.push_back(std::to_string(ScopeWorkload::TreeOf(number)) + "/" +
-                               std::to_string(ScopeWorkload::PlaceOf(number)) + " " + what);
+                               std::to_string(ScopeWorkload::PlaceOf(number)) + " " +
+                               std::string(what));
     }
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -51,7 +52,7 @@ private:
     void TakeEnd(const TLog::Event& event, int64 number, Tree& tree);
     void CheckSponsor(const TLog::Event& event, int64 number, const Tree& tree);
     void CheckLayer(const TLog::Event& event, int64 number);
-    void Complain(int64 number, const char* what);
+    void Complain(int64 number, std::string_view what);
 
     std::unordered_map<int64, Tree> m_trees;
     uint64 m_begins = 0;

@@ -102,14 +102,16 @@ void Scope::Open(const ValueView& name, PairSpan pairs) {
         return;
     }
     const bool isAdmitted = Bus::Admits(m_flags);
-    if (isAdmitted && !ContextAnnouncement::IsKnown(*context)) {
+    const bool isKnown = !isAdmitted || ContextAnnouncement::IsKnown(*context);
+    if (!isKnown && context->isUnannounced.load(std::memory_order_relaxed)) {
+        // What was added to the context for the scope's sake was not sent, either.
         Bus::CountRefusedScope();
         m_postCloseActions.clear();
         return;
     }
     const uint64 id = t_scopeIds.Next(s_idsSetAside);
     m_contextId = context->id;
-    if (isAdmitted && !Bus::HasRoomForScope()) {
+    if (isAdmitted && (!isKnown || !Bus::HasRoomForScope())) {
         Bus::CountRefusedScope();
         m_id = id;
         return;
