@@ -221,6 +221,20 @@ TEST_P(CrashTest, ACrashInASinkCostsTheEventThatItWasGiven) {
     EXPECT_THAT(LastWords(log), ElementsAre(HasSubstr("outer ")));
 }
 
+// An end is several events, which lie in no queue any more when the first is delivered.
+TEST_P(CrashTest, ACrashInTheMiddleOfAnEndCostsNothingOfTheEnd) {
+    if (!IsAsynchronous()) {
+        GTEST_SKIP() << "the thread that crashes is the one that would say the rest";
+    }
+    Crash("crash-in-end", SIGSEGV);
+
+    const ProcessLog log = Log();
+    EXPECT_THAT(log.BrokenLines(), IsEmpty());
+    EXPECT_EQ(log.NumbersOf(OnlyPid(log), 1), NumbersUpTo(5));
+    EXPECT_EQ(log.CountBegun("fatal"), 1u);
+    EXPECT_THAT(LastWords(log), ElementsAre(HasSubstr("outer ")));
+}
+
 // The log's file is locked for good.
 TEST_P(CrashTest, ACrashWhileALineIsWrittenCostsWhatIsWrittenWithIt) {
     Crash("crash-in-write", SIGABRT);

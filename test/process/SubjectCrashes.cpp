@@ -6,8 +6,12 @@
 #include "tarn/TracingSession.h"
 
 #include "cvlcoreplatform/TLogger.h"
+#include "cvlmetrics/IMetricsListener.h"
+#include "cvlmetrics/MetricsEvent.h"
+#include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Delivery.h"
 #include "cvlmetrics/host/SaveOnCrash.h"
+#include "cvlsys/RefCntObject.h"
 
 #include <array>
 #include <atomic>
@@ -212,6 +216,38 @@ int InSink(bool always, bool isAsynchronous) {
     { const ActivityScope fatal("fatal"); }
     Work(1, 5);
     CrashingSink::LetCrash();
+    std::this_thread::sleep_for(generous);
+    return 4;
+}
+
+/// Crashes at the first event of a scope's end, when it is told to.
+class CrashingListener : public Metrics::IMetricsListener {
+public:
+    void OnMetricsEvent(const Metrics::MetricsEvent& event) override {
+        if (event.type == Metrics::MetricsEventType::NameValue && isArmed.exchange(false)) {
+            mayCrash.wait(false);
+            Touch();
+        }
+    }
+
+    static inline std::atomic<bool> isArmed{false};
+    static inline std::atomic<bool> mayCrash{false};
+};
+
+int InEnd() {
+    TraceForEverAndSave();
+    const RefCntPtr<Metrics::IMetricsListener> listener(new CrashingListener);
+    Metrics::MetricsManager::GetInstance().AddConsumer(listener, Metrics::flagTracing, false);
+    const ActivityScope outer("outer");
+    Work(0, 5);
+    Metrics::Flush(generous);
+    {
+        const ActivityScope fatal("fatal");
+        CrashingListener::isArmed = true;
+    }
+    Work(1, 5);
+    CrashingListener::mayCrash = true;
+    CrashingListener::mayCrash.notify_all();
     std::this_thread::sleep_for(generous);
     return 4;
 }
@@ -573,6 +609,7 @@ const std::map<std::string, Scenario>& CrashScenarios() {
         {"crash-in-sink-async", [] { return InSink(false, true); }},
         {"crash-in-rescue-sync", [] { return InSink(true, false); }},
         {"crash-in-rescue-async", [] { return InSink(true, true); }},
+        {"crash-in-end", InEnd},
         {"crash-in-write", InWrite},
         {"crash-while-sink-crashes", WhileSinkCrashes},
         {"crash-on-alternative-stack", OnAlternativeStack},

@@ -125,6 +125,7 @@ void Dispatcher::StartAnewInChild(bool isLocked) noexcept {
     if (!isLocked) {
         m_consumers.ForgetAll();
         new (&m_received) ReceivedEvents;
+        m_end.reset();
     }
 }
 
@@ -231,11 +232,11 @@ void Dispatcher::TidyUp() noexcept {
 }
 
 bool Dispatcher::DeliverQueuedBatch() noexcept {
-    constexpr int atMost = 64;
+    constexpr std::size_t atMost = 64;
     const cvlsys::DeliveryGuard guard;
     Delivery delivery;
 
-    for (int i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
+    for (std::size_t i = 0; i < atMost && m_othersWait.load(std::memory_order_relaxed) != 0; ++i) {
         std::this_thread::yield();
     }
     m_mutex.LockNext();
@@ -243,9 +244,13 @@ bool Dispatcher::DeliverQueuedBatch() noexcept {
     const CurrentDelivery current(delivery);
     const TLog::LineBatch batch(TLog::LineBatch::Holds::Lines);
 
-    int delivered = 0;
-    while (delivered < atMost && DeliverNext(delivery)) {
-        ++delivered;
+    std::size_t delivered = 0;
+    while (delivered + EventRecord::mostEvents <= atMost) {
+        const std::size_t count = DeliverNext(delivery);
+        if (count == 0) {
+            break;
+        }
+        delivered += count;
         if (m_othersWait.load(std::memory_order_relaxed) != 0) {
             break;
         }
@@ -268,7 +273,7 @@ bool Dispatcher::DeliverQueued(uint64 queued,
     Backoff backoff;
     bool isDone = false;
     while (!(isDone = EventQueues::GetTakenCount() >= queued) && !deadline.IsOver()) {
-        if (DeliverNext(delivery)) {
+        if (DeliverNext(delivery) != 0) {
             backoff = {};
         } else {
             backoff.Pause();  // its thread is just about to show it
@@ -278,26 +283,25 @@ bool Dispatcher::DeliverQueued(uint64 queued,
     return isDone;
 }
 
-bool Dispatcher::DeliverNext(Delivery& delivery) noexcept {
+// How many events there were.
+std::size_t Dispatcher::DeliverNext(Delivery& delivery) noexcept {
     EventRecord* const record = EventQueues::Next();
     if (record == nullptr) {
-        return false;
+        return 0;
+    }
+    if (record->GetForm() == EventRecord::Form::End) {
+        return DeliverEnd(*record, delivery);
     }
     std::optional<TLog::Silence> silence;
-    if (EventQueues::IsFromBeforeFork(*record)) {
+    if (EventQueues::IsFromBeforeFork(record->GetTicket())) {
         silence.emplace();  // its lines are the parent's
     }
-    switch (record->GetForm()) {
-        case EventRecord::Form::Boxed:
-            DeliverBoxed(*record, delivery);
-            break;
-        case EventRecord::Form::End:
-            DeliverEnd(*record, delivery);
-            break;
-        default:
-            DeliverLent(*record, delivery);
+    if (record->GetForm() == EventRecord::Form::Boxed) {
+        DeliverBoxed(*record, delivery);
+    } else {
+        DeliverLent(*record, delivery);
     }
-    return true;
+    return 1;
 }
 
 void Dispatcher::DeliverBoxed(EventRecord& record, Delivery& delivery) noexcept {
@@ -324,14 +328,30 @@ void Dispatcher::DeliverLent(const EventView& event, Delivery& delivery) noexcep
     }
 }
 
-void Dispatcher::DeliverEnd(const EventRecord& record, Delivery& delivery) noexcept {
-    EndEvents events = m_received.LendEnd(record);
+std::size_t Dispatcher::DeliverEnd(const EventRecord& record, Delivery& delivery) noexcept {
+    m_end.emplace(m_received.LendEnd(record));
+    m_ticketOfEnd = record.GetTicket();
     EventQueues::Pop();
-    while (!events.AreOver()) {
-        if (!TryToLend(events, delivery)) {
-            DeliverLent(events.Take(), delivery);
+    return DeliverRestOfEnd(delivery);
+}
+
+// A consumer may fork in the middle, or crash, and then the rescue goes on.
+std::size_t Dispatcher::DeliverRestOfEnd(Delivery& delivery) noexcept {
+    if (!m_end) {
+        return 0;
+    }
+    const std::size_t count = m_end->CountLeft();
+    std::optional<TLog::Silence> silence;
+    while (!m_end->AreOver()) {
+        if (!silence && EventQueues::IsFromBeforeFork(m_ticketOfEnd)) {
+            silence.emplace();  // its lines are the parent's
+        }
+        if (!TryToLend(*m_end, delivery)) {
+            DeliverLent(m_end->Take(), delivery);
         }
     }
+    m_end.reset();
+    return count;
 }
 
 // False if there are others than one who reads them: each event goes to all before the next.

@@ -15,6 +15,7 @@
 #include "cvlsys/host/DeliveryGuard.h"
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -102,13 +103,14 @@ private:
 
     void DeliverQueued(Delivery& delivery) noexcept;
     bool DeliverQueued(uint64 queued, Delivery& delivery, const Deadline& deadline) noexcept;
-    bool DeliverNext(Delivery& delivery) noexcept;
+    std::size_t DeliverNext(Delivery& delivery) noexcept;
     const MetricsEvent* MakeIfWanted(const EventView& event, Delivery& delivery);
     bool TryToMake(const EventView& event, Delivery& delivery, const MetricsEvent*& made) noexcept;
     void DeliverBoxed(EventRecord& record, Delivery& delivery) noexcept;
     void DeliverLent(const EventRecord& record, Delivery& delivery) noexcept;
     void DeliverLent(const EventView& event, Delivery& delivery) noexcept;
-    void DeliverEnd(const EventRecord& record, Delivery& delivery) noexcept;
+    std::size_t DeliverEnd(const EventRecord& record, Delivery& delivery) noexcept;
+    std::size_t DeliverRestOfEnd(Delivery& delivery) noexcept;
     bool TryToLend(EndEvents& events, Delivery& delivery) noexcept;
     void DeliverWithFollowers(const EventView& event,
                               const MetricsEvent* made,
@@ -120,6 +122,9 @@ private:
     std::atomic<uint32> m_othersWait{0};
     Consumers m_consumers{admission};
     ReceivedEvents m_received;
+    // What is still to be delivered of an end, which is not in a queue any more.
+    std::optional<EndEvents> m_end;
+    uint64 m_ticketOfEnd = 0;
 };
 
 /// While it exists, its thread has the delivering role and delivers what it emits.

@@ -45,11 +45,12 @@ bool RescueDelivery::TakeRole(const std::atomic<bool>& isOrphaned, Clock::time_p
 // A thread that crashed between drawing a ticket and showing its event never will show it. Others
 // that are at this point may need a while to get a processor.
 void RescueDelivery::DeliverQueued(Clock::time_point end) noexcept {
+    m_dispatcher.DeliverRestOfEnd(m_delivery);
     const uint64 queued = EventQueues::GetQueuedCount();
     const Clock::time_point start = Clock::now();
     const Clock::time_point waitsUntil = start + (end - start) / 4;
     for (auto now = start; EventQueues::GetTakenCount() < queued && now < end; now = Clock::now()) {
-        if (m_dispatcher.DeliverNext(m_delivery)) {
+        if (m_dispatcher.DeliverNext(m_delivery) != 0) {
             continue;
         }
         if (now < waitsUntil) {

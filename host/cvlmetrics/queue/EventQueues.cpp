@@ -485,8 +485,8 @@ void StartAnewInChild(bool keepsOwn) noexcept {
     s_firstOfChild = first + kept;
 }
 
-bool IsFromBeforeFork(const EventRecord& record) noexcept {
-    return record.GetTicket() < s_firstOfChild;
+bool IsFromBeforeFork(uint64 ticket) noexcept {
+    return ticket < s_firstOfChild;
 }
 
 }  // namespace Metrics::EventQueues

@@ -101,6 +101,6 @@ void Initialize();
 void StartAnewInChild(bool keepsOwn) noexcept;
 
 /// Whether an event was queued before the fork, so that the parent's consumers receive it as well.
-bool IsFromBeforeFork(const EventRecord& record) noexcept;
+bool IsFromBeforeFork(uint64 ticket) noexcept;
 
 }  // namespace Metrics::EventQueues

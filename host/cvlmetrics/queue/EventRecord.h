@@ -55,6 +55,8 @@ public:
     /// So many pairs no event in a record exceeds, and so many statements no end.
     static constexpr std::size_t mostPairs = largest / (2 * sizeof(uint64));
     static constexpr std::size_t mostStatements = 8;
+    /// With the end itself.
+    static constexpr std::size_t mostEvents = mostStatements + 1;
 
     /// The event, lent as long as the record. Its pairs are built in `room`, which is for
     /// `mostPairs` of them.

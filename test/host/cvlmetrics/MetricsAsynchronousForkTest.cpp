@@ -4,13 +4,16 @@
 
 #include "cvlcoreplatform/TLogger.h"
 #include "cvlcoreplatform/host/LoggerControl.h"
+#include "cvlcoreplatform/host/Silence.h"
 #include "cvlmetrics/MetricsManager.h"
 #include "cvlmetrics/host/Statistics.h"
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +26,7 @@ namespace {
 using Metrics::flagTracing;
 using Metrics::MetricsEvent;
 using Metrics::MetricsEventType;
+using Metrics::Scope;
 using MetricsTest::CurrentContext;
 using MetricsTest::MetricsAsynchronousTest;
 using MetricsTest::Subscription;
@@ -122,6 +126,34 @@ TEST_F(MetricsAsynchronousForkTest, AConsumerMayForkAndBothSidesGoOn) {
 
     Work("query");
     FlushAll();
+
+    EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
+    EXPECT_THAT(m_listener->Contents(), Contains(Closes("query")));
+}
+
+TEST_F(MetricsAsynchronousForkTest, WhatIsLeftOfAnEndIsNotLoggedByAChildThatIsForkedInItsMiddle) {
+    std::atomic<pid_t> child{-1};
+    const Subscription subscription(*m_listener, flagTracing, false);
+    m_listener->CallOnEach([&](const MetricsEvent& event) {
+        if (child < 0 && event.type == MetricsEventType::NameValue) {
+            const pid_t forked = tarn::test::Fork();
+            if (forked == 0) {
+                alarm(tarn::test::childTimeoutInSeconds);
+            }
+            child = forked;
+        } else if (child == 0) {
+            _exit(TLog::Silence::IsOnThisThread() ? EXIT_SUCCESS : EXIT_FAILURE);
+        }
+    });
+    const CurrentContext context;
+
+    {
+        Scope scope(flagTracing);
+        scope.OpenImpl("query");
+        scope.Finish({{MetricsEventType::NameValue, "tid", 7}});
+    }
+    FlushAll();
+    m_listener->CallOnEach(nullptr);
 
     EXPECT_EQ(tarn::test::ExitCodeOf(child), 0);
     EXPECT_THAT(m_listener->Contents(), Contains(Closes("query")));

@@ -36,7 +36,6 @@ using tarn::test::CreatesContext;
 using tarn::test::Opens;
 using tarn::test::SendsPairs;
 using tarn::test::SendsValue;
-using testing::AnyOf;
 using testing::ElementsAre;
 
 /// Records what it reads.
@@ -149,7 +148,7 @@ TEST_P(MetricsLentEventTest, WhoReadsEndsHearsWhatTheOthersHear) {
     };
     hear(*m_listener);
     std::size_t calls = 0;
-    for (const std::size_t atOnce : {1U, 2U, 3U}) {
+    for (const std::size_t atOnce : {1U, 2U, 3U, 1U, 2U, 3U, 1U, 2U, 3U, 1U, 2U, 3U}) {
         SCOPED_TRACE(atOnce);
         m_endReader->Clear();
         m_endReader->atOnce = atOnce;
@@ -160,8 +159,8 @@ TEST_P(MetricsLentEventTest, WhoReadsEndsHearsWhatTheOthersHear) {
 
         EXPECT_EQ(m_endReader->Contents(), m_listener->Contents());
         EXPECT_EQ(Metrics::GetBusStatistics().deliveredEvents - before, m_endReader->Count());
-        // At the end of a ring an end is queued event by event.
-        EXPECT_THAT(m_endReader->calls.load(), AnyOf(0U, (3 + atOnce - 1) / atOnce));
+        // At the end of a ring an end is queued event by event, all of it or what comes first.
+        EXPECT_LE(m_endReader->calls.load(), (3 + atOnce - 1) / atOnce);
         calls += m_endReader->calls;
     }
     EXPECT_GT(calls, 0U);
@@ -245,16 +244,18 @@ TEST_P(MetricsLentEventTest, AReaderThatTakesNothingOfAnEndMissesIt) {
     m_endReader->Clear();
     m_endReader->atOnce = 0;
 
-    for (int i = 0; i < 3; ++i) {
+    constexpr std::size_t ends = 200;
+    for (std::size_t i = 0; i < ends; ++i) {
         SayAnEnd();
     }
     FlushAll();
 
-    // One of them may lie at the end of a ring, where an end is queued event by event.
-    const std::size_t missed = 3 - m_endReader->Count(MetricsEventType::CloseScope);
-    EXPECT_GE(missed, 2U);
-    EXPECT_EQ(m_endReader->calls, 3 * missed);
-    EXPECT_EQ(m_endReader->Count(MetricsEventType::OpenScope), 3U);
+    // Some of them lie at the end of a ring, where an end is queued event by event.
+    const std::size_t missed = ends - m_endReader->Count(MetricsEventType::CloseScope);
+    EXPECT_GE(missed, ends / 2);
+    EXPECT_GE(m_endReader->calls, missed);
+    EXPECT_LE(m_endReader->calls, 3 * missed);
+    EXPECT_EQ(m_endReader->Count(MetricsEventType::OpenScope), ends);
 }
 
 TEST_P(MetricsLentEventTest, AnEndThatSaysMoreThanARecordHoldsIsHeardInWhole) {
