@@ -22,7 +22,6 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
-#include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -51,7 +50,7 @@ std::vector<TString> IdsOf(const ActivityContext& context) {
 }
 
 TString TextOf(const TUUID& id) {
-    return IdText(std::variant<TUUID, TString>(id)).ToString();
+    return IdText(id).ToString();
 }
 
 TEST_F(ActivityContextIdsTest, AskingAgainGivesTheSameIds) {

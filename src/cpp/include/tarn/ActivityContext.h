@@ -7,7 +7,7 @@
 #include "cvlsys/IntegerTypes.h"
 
 #include <memory>
-#include <variant>
+#include <utility>
 
 namespace tarn {
 
@@ -56,9 +56,17 @@ public:
 
 private:
     friend class ActivityScope;
+    friend class IdText;
 
-    // One that was made here, or a text that was given, which is kept as it is.
-    using Id = std::variant<TUUID, TString>;
+    // One that was made here; or nil, with a text that was given and is kept as it is.
+    struct Id {
+        explicit Id(const TUUID& id) noexcept : made(id) {}
+
+        explicit Id(TString text) noexcept : given(std::move(text)) {}
+
+        TUUID made;
+        TString given;
+    };
 
     static TString TextOf(const Id& id);
 

@@ -7,7 +7,7 @@
 namespace tarn {
 
 /// The size of the blocks below: room for an activity context and what counts its owners.
-inline constexpr std::size_t contextBlock = 128;
+inline constexpr std::size_t contextBlock = 144;
 
 /// Blocks for the contexts of scopes, which come and go with them: a thread keeps a few that it has
 /// released and takes them again, without a lock. (A host may have something like it; the library

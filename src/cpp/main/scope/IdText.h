@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarn/ActivityContext.h"
+
 #include "cvlcoreplatform/TString.h"
 #include "cvlcoreplatform/TUUID.h"
 #include "cvlmetrics/ValueView.h"
@@ -7,7 +9,6 @@
 #include <array>
 #include <cstddef>
 #include <string_view>
-#include <variant>
 
 namespace tarn {
 
@@ -15,12 +16,15 @@ namespace tarn {
 /// live as long.
 class IdText {
 public:
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written by the next call
+    explicit IdText(const TUUID& id) noexcept : m_given(nullptr) { Write(id); }
+
     // Only the text of an id that was made here is written.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): see above
-    explicit IdText(const std::variant<TUUID, TString>& id) noexcept
-        : m_given(std::get_if<TString>(&id)) {
-        if (const TUUID* const made = std::get_if<TUUID>(&id)) {
-            Write(*made);
+    explicit IdText(const ActivityContext::Id& id) noexcept
+        : m_given(id.made.IsNil() ? &id.given : nullptr) {
+        if (m_given == nullptr) {
+            Write(id.made);
         }
     }
 
