@@ -74,10 +74,10 @@ _tarnview() {
                 words="$hosted $times $follow --from --stuck --now --silent-after --name --user --pid --where"
                 words+=" --csv --json"
                 ;;
-            show) words="$common $times --from --where --json" ;;
-            check) words="$common --ignore --quiet --where --json" ;;
-            report) words="$common $filters --slowest" ;;
-            export) words="$common $filters --to --weight --service --slowest" ;;
+            show) words="$hosted $times --from --where --json" ;;
+            check) words="$hosted --ignore --quiet --where --json" ;;
+            report) words="$hosted $filters --slowest" ;;
+            export) words="$hosted $filters --to --weight --service --slowest" ;;
             load) words="$common $follow --to --cluster --checkpoint --block-lines --timeout" ;;
             push) words="$common --checkpoint --json --gzip --header --service" ;;
         esac
