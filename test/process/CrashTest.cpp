@@ -232,6 +232,7 @@ TEST_P(CrashTest, ACrashInTheMiddleOfAnEndCostsNothingOfTheEnd) {
     EXPECT_THAT(log.BrokenLines(), IsEmpty());
     EXPECT_EQ(log.NumbersOf(OnlyPid(log), 1), NumbersUpTo(5));
     EXPECT_EQ(log.CountBegun("fatal"), 1u);
+    EXPECT_THAT(log.Unended(), ElementsAre("outer"));
     EXPECT_THAT(LastWords(log), ElementsAre(HasSubstr("outer ")));
 }
 
