@@ -250,9 +250,10 @@ TEST_P(MetricsLentEventTest, AReaderThatTakesNothingOfAnEndMissesIt) {
     }
     FlushAll();
 
-    // Some of them lie at the end of a ring, where an end is queued event by event.
+    // In the last 4 KiB of a ring, which may be half of a small one, an end is queued event by
+    // event.
     const std::size_t missed = ends - m_endReader->Count(MetricsEventType::CloseScope);
-    EXPECT_GE(missed, ends / 2);
+    EXPECT_GE(missed, ends / 10);
     EXPECT_GE(m_endReader->calls, missed);
     EXPECT_LE(m_endReader->calls, 3 * missed);
     EXPECT_EQ(m_endReader->Count(MetricsEventType::OpenScope), ends);
